@@ -1,0 +1,36 @@
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+
+# kx_options: what every target of the project is compiled with.
+add_library(kx_options INTERFACE)
+target_compile_features(kx_options INTERFACE cxx_std_17)
+target_include_directories(kx_options INTERFACE "${CMAKE_SOURCE_DIR}/src")
+target_compile_definitions(kx_options INTERFACE _FILE_OFFSET_BITS=64)
+target_compile_options(kx_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast -Woverloaded-virtual
+  -Wnon-virtual-dtor -Wformat=2
+  # Qt's generated code overrides without saying so when clang reads it.
+  $<$<CXX_COMPILER_ID:GNU>:-Wsuggest-override>
+  $<$<CXX_COMPILER_ID:Clang>:-Winconsistent-missing-override>)
+
+if(KX_WARNINGS_AS_ERRORS)
+  target_compile_options(kx_options INTERFACE -Werror)
+endif()
+
+if(KX_SANITIZE)
+  target_compile_options(kx_options INTERFACE
+    -fsanitize=${KX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(kx_options INTERFACE -fsanitize=${KX_SANITIZE})
+endif()
+
+if(KX_COVERAGE)
+  target_compile_options(kx_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(kx_options INTERFACE --coverage)
+endif()
+
+# kx_add_layer(NAME SOURCE...): one layer of the updater, as object files without Qt.
+function(kx_add_layer name)
+  add_library(${name} OBJECT ${ARGN})
+  target_link_libraries(${name} PUBLIC kx_options)
+  target_include_directories(${name} SYSTEM PUBLIC "${PICOJSON_INCLUDE_DIR}")
+endfunction()

@@ -1,0 +1,7 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "app/Globals.h"
+
+QApplication* G::App = nullptr;
+Options G::Opts;
+UserPackageInstaller G::TargetUP;

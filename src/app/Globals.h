@@ -1,0 +1,18 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "app/Options.h"
+#include "engine/UserPackageInstaller.h"
+
+class QApplication;
+
+/// The process-wide objects of the program.
+namespace G
+{
+
+extern QApplication* App;             ///< set in `main`, owned by it
+extern Options Opts;                  ///< the command line
+extern UserPackageInstaller TargetUP; ///< the one package of this process
+
+} // namespace G

@@ -1,0 +1,54 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "app/ConsoleApplication.h"
+#include "app/Globals.h"
+#include "app/ProcessSetUp.h"
+#include "app/RunModes.h"
+#include "osa/OSA.h"
+#include "osa/ResultCodes.h"
+
+#include <QApplication>
+#include <QTranslator>
+
+#include <cstdlib>
+#include <string_view>
+
+namespace
+{
+
+/// Installs the translation that LANG names; without it message identifiers are shown.
+void InstallTranslation(QTranslator& translator)
+{
+    const char* const language = std::getenv("LANG");
+    const bool isJapanese = language != nullptr && std::string_view(language) == "ja_JP.UTF-8";
+    translator.load(isJapanese ? QStringLiteral(":/res/q_Updater_ja.qm")
+                               : QStringLiteral(":/res/q_Updater_en.qm"));
+    QCoreApplication::installTranslator(&translator);
+}
+
+int ExitCodeOf(int result)
+{
+    constexpr int kLargest = 255;
+    if (result > kLargest) {
+        return kExitResultTooLarge;
+    }
+    return result < 0 ? kExitResultNegative : result;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    SetUpProcess();
+    ParseCommandLine(argc, argv, G::Opts);
+
+    const auto app = MakeConsoleApplication(argc, argv);
+    G::App = app.get();
+    QTranslator translator;
+    InstallTranslation(translator);
+
+    OSA_Shell("sync");
+    const int result = G::Opts.upDir.empty() ? CuiMode(G::App) : GuiMode(G::App);
+    OSA_Shell("sync");
+    return ExitCodeOf(result);
+}

@@ -1,0 +1,191 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "engine/UserPackageInstaller.h"
+
+#include "engine/ILogger.h"
+#include "engine/q_UpdaterEngine.h"
+#include "model/DB_KxUserProject.h"
+#include "model/DB_StepSets.h"
+#include "model/UserPackageProjectReader.h"
+#include "osa/OSA.h"
+#include "osa/PathList.h"
+#include "osa/ResultCodes.h"
+#include "steps/SS.h"
+
+#include <memory>
+
+namespace
+{
+
+constexpr const char* kRegistryRoot = "/var/lib/KxUserPackages";
+
+/// Points q_UpdaterEngine::CurrentPackage at a package and puts the old value back at its end.
+class CurrentPackageScope
+{
+public:
+    explicit CurrentPackageScope(const std::string& packageDir)
+        : m_saved(q_UpdaterEngine::CurrentPackage)
+    {
+        q_UpdaterEngine::CurrentPackage = &packageDir;
+    }
+    CurrentPackageScope(const CurrentPackageScope&) = delete;
+    CurrentPackageScope& operator=(const CurrentPackageScope&) = delete;
+    ~CurrentPackageScope() { q_UpdaterEngine::CurrentPackage = m_saved; }
+
+private:
+    const std::string* m_saved;
+};
+
+/// Returns the registry folder of the package unpacked in @p packageDir.
+std::string RecordDirOf(const std::string& packageDir)
+{
+    constexpr std::size_t kSuffixLength = 5;
+    std::string recordDir =
+        std::string(kRegistryRoot) + "/" + OSA_GetFilenameExt(packageDir.c_str());
+    // Wherever ".temp" stands, it is the last five characters that go.
+    if (recordDir.find(".temp") != std::string::npos) {
+        recordDir.resize(recordDir.size() - kSuffixLength);
+    }
+    return recordDir;
+}
+
+/// Reports that a step failed.
+/// @return @p result
+int FailStep(int index, int result)
+{
+    q_UpdaterEngine::SysLogger->OutLine("Installation failed in step %d.", index + 1);
+    return result;
+}
+
+/// Executes one step of the list.
+/// @return 0, kGeneralError for a step of unknown kind, or the step's own result
+int ExecuteStep(const DB_StepSets& steps, int index)
+{
+    ILogger* const log = q_UpdaterEngine::SysLogger;
+    IPicoJ* const element = steps.ElementAt(index);
+    auto* const record = ObjectAs<DB_StepSet>(element);
+    if (record == nullptr) {
+        return FailStep(index, SS_ReportUnexpected(element, index));
+    }
+    std::unique_ptr<ISS_StepSet> step(q_UpdaterEngine::CreateSS_StepSetObject(record));
+    if (step == nullptr) {
+        log->OutLine("%s is not support functon.", record->SS_StepSetId.c_str());
+        return kGeneralError;
+    }
+    log->OutLine("**** Installation step %d/%d", index + 1, steps.count);
+    const int result = step->ExecuteInstallStep(index);
+    step.reset(); // a step lives for one call, whatever its result
+    return result == 0 ? 0 : FailStep(index, result);
+}
+
+/// Returns the text of the installation list: the recorded folders, then the recorded files.
+std::string InstallationList()
+{
+    std::string text = " #dir\n";
+    for (const std::string& folder : *q_UpdaterEngine::CopyFolderList) {
+        text.append(folder).append("\n");
+    }
+    text += " #file\n";
+    for (const std::string& file : *q_UpdaterEngine::CopyFileList) {
+        text.append(file).append("\n");
+    }
+    return text;
+}
+
+} // namespace
+
+UserPackageInstaller::~UserPackageInstaller()
+{
+    delete m_project;
+}
+
+int UserPackageInstaller::Unpack(const char* packageFile)
+{
+    // Nothing of an earlier attempt may survive; usually there is nothing to remove.
+    static_cast<void>(OSA_rmdir(packageDir.c_str()));
+    if (const int status = OSA_mkdir(packageDir.c_str()); status != 0) {
+        q_UpdaterEngine::SysLogger->OutLine("Unable to create folder of temporary to %s.",
+                                            packageDir.c_str());
+        return status;
+    }
+    const int status = OSA_Unzip(packageFile, packageDir.c_str());
+    if (status != 0) {
+        q_UpdaterEngine::SysLogger->OutLine("Unable to unpack %s file to %s.", packageFile,
+                                            packageDir.c_str());
+    }
+    return status;
+}
+
+int UserPackageInstaller::Read(int childlenMode)
+{
+    q_UpdaterEngine::ChildlenMode = childlenMode;
+    // The reader hands out roots of this class only.
+    m_project =
+        static_cast<DB_KxUserProject*>(UserPackageProjectReader::Imp_Read(projectFile.c_str()));
+    return m_project != nullptr ? 0 : kGeneralError;
+}
+
+int UserPackageInstaller::ReadKxProjectFile()
+{
+    return Read(0);
+}
+
+int UserPackageInstaller::ReadRootOnlyKxProjectFile()
+{
+    return Read(1);
+}
+
+int UserPackageInstaller::ExecuteInstallStep()
+{
+    const CurrentPackageScope scope(packageDir);
+    IPicoJ* const list = m_project != nullptr ? m_project->DB_StepSets : nullptr;
+    if (list == nullptr) {
+        return kGeneralError;
+    }
+    const auto* const steps = ObjectAs<DB_StepSets>(list);
+    if (steps == nullptr) {
+        return FailStep(0, SS_ReportUnexpected(list, 0));
+    }
+    for (int index = 0; index < steps->count; ++index) {
+        if (const int result = ExecuteStep(*steps, index); result != 0) {
+            return result;
+        }
+    }
+    q_UpdaterEngine::SysLogger->OutLine("Installation succeeded.");
+    return 0;
+}
+
+void UserPackageInstaller::Cleanup()
+{
+    if (removeUnpacked) {
+        const std::string unpacked = packageDir;
+        static_cast<void>(OSA_rmdir(unpacked.c_str()));
+    }
+}
+
+int UserPackageInstaller::ClearInstalledLog()
+{
+    const std::string recordDir = RecordDirOf(packageDir);
+    if (OSA_IsDir(recordDir.c_str())) {
+        static_cast<void>(OSA_rmdir(recordDir.c_str()));
+    }
+    return 0;
+}
+
+int UserPackageInstaller::RegistInstalledLog()
+{
+    const std::string recordDir = RecordDirOf(packageDir);
+    // A failure shows in the copy that follows.
+    static_cast<void>(OSA_mkdir(recordDir.c_str()));
+    q_UpdaterEngine::CopyFolderList->AppendOnce(recordDir);
+
+    const std::string description = recordDir + "/UserPackage.kx-project";
+    if (const int status = OSA_CopyFile(projectFile.c_str(), description.c_str(), true, nullptr);
+        status != 0) {
+        return status;
+    }
+    const std::string listFile = recordDir + "/installedFile.list";
+    q_UpdaterEngine::CopyFileList->AppendOnce(listFile);
+    std::string text = InstallationList();
+    return OSA_WriteStringToFile(text, listFile.c_str());
+}
