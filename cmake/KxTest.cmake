@@ -1,0 +1,27 @@
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+# The C library calls that every test binary answers itself: nothing that a test does may reach
+# the machine's shell. The support kit defines the __wrap_ functions.
+set(KX_WRAPPED_CALLS
+  -Wl,--wrap=system -Wl,--wrap=sleep -Wl,--wrap=usleep)
+
+# kx_add_test(NAME [ON_DEVICE] SOURCES file... [LIBRARIES target...]): a GoogleTest binary.
+# ON_DEVICE tests write to the device's fixed paths and start on the sandboxed device.
+function(kx_add_test name)
+  cmake_parse_arguments(arg "ON_DEVICE" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE kx_test_support ${arg_LIBRARIES})
+  if(arg_ON_DEVICE)
+    add_test(NAME ${name}
+      COMMAND "${CMAKE_SOURCE_DIR}/tests/support/on-device" $<TARGET_FILE:${name}>)
+    set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77)
+  else()
+    add_test(NAME ${name} COMMAND ${name})
+  endif()
+  set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT
+    "LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0")
+endfunction()
