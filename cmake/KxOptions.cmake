@@ -23,6 +23,11 @@ if(KX_SANITIZE)
   target_link_options(kx_options INTERFACE -fsanitize=${KX_SANITIZE})
 endif()
 
+if(KX_FUZZ)
+  # Every layer reports its coverage to the fuzzer.
+  target_compile_options(kx_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 if(KX_COVERAGE)
   target_compile_options(kx_options INTERFACE --coverage -fprofile-update=atomic)
   target_link_options(kx_options INTERFACE --coverage)

@@ -15,7 +15,7 @@ int CuiMode(QApplication* /*app*/)
     class CuiLogger final : public ILogger
     {
     public:
-        void OutLine(const char* format, ...) override
+        [[gnu::format(printf, 2, 3)]] void OutLine(const char* format, ...) override
         {
             va_list args;
             va_start(args, format);

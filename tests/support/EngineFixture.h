@@ -14,7 +14,7 @@
 class LineLogger final : public ILogger
 {
 public:
-    void OutLine(const char* format, ...) override;
+    [[gnu::format(printf, 2, 3)]] void OutLine(const char* format, ...) override;
     void OutMsg(const char* text) override;
 
     [[nodiscard]] const std::vector<std::string>& Lines() const { return m_lines; }
