@@ -1,0 +1,441 @@
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+"""The process that the caller sees: prepares, waits, reports.
+
+It starts a keeper outside the panel, and the keeper starts process 1 of the panel. The keeper
+outlives a killed front just long enough to end the panel and to remove its control groups.
+"""
+
+import errno
+import json
+import os
+import select
+import signal
+import socket
+import stat
+import time
+
+from kxdevice import cgroups, ids as ids_module, linux, options as options_module
+from kxdevice import state as state_module, summary, supervisor
+from kxdevice.linux import SandboxError
+
+NAMESPACES = (linux.CLONE_NEWPID | linux.CLONE_NEWNET | linux.CLONE_NEWIPC | linux.CLONE_NEWUTS)
+USAGE, TIME_OVER, NO_SANDBOX = 2, 124, 125
+ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+GRACE = 15  # seconds for the panel to end and report after it was told to
+
+
+def run(arguments, home):
+    """Runs device/run; returns the exit status."""
+    closed = _fill_standard_streams()
+    try:
+        options = options_module.parse(arguments)
+        if options.help:
+            return options_module.show_help(options_module.HELP)
+        _refuse_folders_as_streams(closed)
+    except options_module.UsageError as error:
+        options_module.complain(f"device/run: {error}; see device/run --help")
+        return USAGE
+    try:
+        if options.erase:
+            return _erase(options)
+        return Front(options, home, closed).run()
+    except (SandboxError, OSError) as error:
+        options_module.complain(f"device/run: cannot make the sandboxed device: {error}")
+        return NO_SANDBOX
+
+
+def _erase(options):
+    if not os.path.lexists(options.state):
+        return 0
+    state_module.erase(options.state)
+    return 0
+
+
+def _fill_standard_streams():
+    """Puts something harmless on closed standard streams, so that nothing else takes their place."""
+    closed = []
+    for number in (0, 1, 2):
+        try:
+            os.fstat(number)
+        except OSError as error:
+            if error.errno != errno.EBADF:
+                raise
+            closed.append(number)
+            opened = os.open("/dev/null", os.O_RDWR)
+            if opened != number:
+                os.dup2(opened, number)
+                os.close(opened)
+    return tuple(closed)
+
+
+def _refuse_folders_as_streams(closed):
+    for number in (0, 1, 2):
+        if number not in closed and stat.S_ISDIR(os.fstat(number).st_mode):
+            raise options_module.UsageError(
+                f"standard stream {number} is a folder, which would be a way out of the panel")
+
+
+class Front:
+    """One run of a command."""
+
+    def __init__(self, options, home, closed):
+        self.options = options
+        self.home = home
+        self.closed = closed
+        self.groups = cgroups.Groups()
+        self.state = None
+        self.keeper = 0
+        self.control = None
+        self.pending = b""
+        self.ended_by = 0
+        self.drive_socket = None
+        self.drive_client = None
+        self.outputs = {}
+
+    def run(self):
+        """Runs the command; returns the exit status."""
+        options = self.options
+        ids = ids_module.for_caller()
+        for field in ("trace", "summary", "summary_json"):
+            name = getattr(options, field)
+            if name and name != "-":
+                self.outputs[field] = self._open_output(name)
+        if options.state:
+            self.state = state_module.make_state(options.state, ids)
+            ids = self.state.ids
+            if not self.state.try_lock():
+                raise SandboxError(f"another panel is running in {options.state}; "
+                                   "wait for its end, or use another folder")
+        job = supervisor.Job(options, ids)
+        job.environment = options_module.environment(options)
+        job.closed = self.closed
+        job.trace = self.outputs.get("trace", -1)
+        with open(os.path.join(self.home, "bin", "stand-in"), "rb") as file:
+            job.stand_in = file.read()
+        try:
+            self.groups.make(f"kx-device-{os.getpid()}", options.memory << 20,
+                             options.processes)
+            job.groups = self.groups.open_members()
+            job.watch_memory = not self.groups.has_memory
+            self._start(job)
+            status = self._wait()
+        finally:
+            self._clean_up()
+        if self.ended_by:
+            signal.signal(self.ended_by, signal.SIG_DFL)
+            os.kill(os.getpid(), self.ended_by)
+        return status
+
+    @staticmethod
+    def _open_output(name):
+        try:
+            return os.open(name, os.O_WRONLY | os.O_CREAT | os.O_TRUNC | os.O_CLOEXEC, 0o644)
+        except OSError as error:
+            raise SandboxError(f"{name} cannot be written ({error.strerror})") from None
+
+    # -- starting ----------------------------------------------------------------------------
+
+    def _start(self, job):
+        for number in ENDING_SIGNALS:
+            if signal.getsignal(number) != signal.SIG_IGN:
+                signal.signal(number, self._note_signal)
+        wake_reader, wake_writer = os.pipe2(os.O_NONBLOCK | os.O_CLOEXEC)
+        signal.set_wakeup_fd(wake_writer, warn_on_full_buffer=False)
+        self.wake = wake_reader
+        self.control, job.control = socket.socketpair(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.life, life_reader = os.pipe2(os.O_CLOEXEC)[::-1]
+        ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.keeper = os.fork()
+        if self.keeper == 0:
+            try:
+                signal.set_wakeup_fd(-1)
+                _keep(job, self.groups, life_reader, theirs, self.state)
+            finally:
+                os._exit(1)
+        job.control.close()
+        theirs.close()
+        os.close(life_reader)
+        for descriptor in job.groups:
+            os.close(descriptor)
+        self._give_ids(job, ours)
+        ours.close()
+
+    def _give_ids(self, job, link):
+        """Writes the id map of an ordinary user's keeper, which cannot do that itself."""
+        message = link.recv(4096)
+        if message == b"map":
+            ids_module.write_map(self.keeper, job.ids)
+            link.sendall(b"go")
+            message = link.recv(4096)
+        if message != b"started":
+            raise SandboxError(message.decode(errors="replace")
+                               or "the process that keeps the panel ended at once")
+
+    def _note_signal(self, number, _):
+        self.ended_by = self.ended_by or number
+
+    # -- waiting -----------------------------------------------------------------------------
+
+    def _wait(self):
+        """Serves the panel from outside until it has ended; returns the exit status."""
+        poll = select.poll()
+        poll.register(self.control.fileno(), select.POLLIN)
+        poll.register(self.wake, select.POLLIN)
+        deadline = time.monotonic() + GRACE * 4  # to build the panel; copies may be large
+        time_over = stopped = False
+        ready = False
+        while True:
+            left = deadline - time.monotonic()
+            if left <= 0:
+                if stopped or not ready:
+                    raise SandboxError("the panel does not answer; its processes were ended")
+                time_over = stopped = True
+                self._tell(stop="time")
+                deadline = time.monotonic() + GRACE
+                continue
+            if self.ended_by and not stopped:
+                stopped = True
+                if not ready:
+                    return NO_SANDBOX
+                self._tell(stop="signal")
+                deadline = time.monotonic() + GRACE
+            for descriptor, _ in poll.poll(left * 1000 + 1):
+                if descriptor == self.wake:
+                    self._drain(self.wake)
+                elif descriptor == self.control.fileno():
+                    for message in self._messages():
+                        if "fail" in message:
+                            raise SandboxError(message["fail"])
+                        if "ready" in message:
+                            ready = True
+                            deadline = time.monotonic() + self.options.seconds
+                            self._listen_for_drive(poll)
+                        elif "drive" in message:
+                            self._answer_drive(message["drive"])
+                        elif "end" in message:
+                            return self._report(message, time_over)
+                elif self.drive_socket and descriptor == self.drive_socket.fileno():
+                    self._hear_drive()
+
+    @staticmethod
+    def _drain(descriptor):
+        try:
+            while os.read(descriptor, 4096):
+                pass
+        except BlockingIOError:
+            pass
+
+    def _tell(self, **message):
+        try:
+            self.control.sendall(json.dumps(message).encode() + b"\n")
+        except OSError:
+            pass  # its end is seen when reading
+
+    def _messages(self):
+        data = self.control.recv(1 << 20)
+        if not data:
+            raise SandboxError("the panel's supervisor was ended from outside")
+        self.pending += data
+        *lines, self.pending = self.pending.split(b"\n")
+        return [json.loads(line) for line in lines]
+
+    def _listen_for_drive(self, poll):
+        if not self.options.state:
+            return
+        folder = os.open(self.options.state, os.O_RDONLY | os.O_DIRECTORY | os.O_CLOEXEC)
+        try:
+            try:
+                os.unlink("control", dir_fd=folder)
+            except FileNotFoundError:
+                pass
+            self.drive_socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+            # The name of a socket is short, that of a folder need not be.
+            self.drive_socket.bind(f"/proc/self/fd/{folder}/control")
+            self.drive_socket.listen(4)
+        finally:
+            os.close(folder)
+        poll.register(self.drive_socket.fileno(), select.POLLIN)
+
+    def _hear_drive(self):
+        client, _ = self.drive_socket.accept()
+        client.settimeout(5)
+        try:
+            request = json.loads(client.recv(4096))
+        except (OSError, ValueError):
+            client.close()
+            return
+        if self.drive_client is not None:
+            client.close()
+            return
+        self.drive_client = client
+        self._tell(drive=request.get("drive"), new=bool(request.get("new")))
+
+    def _answer_drive(self, problem):
+        client, self.drive_client = self.drive_client, None
+        if client is None:
+            return
+        try:
+            client.sendall(json.dumps({"problem": problem}).encode() + b"\n")
+        except OSError:
+            pass
+        client.close()
+
+    # -- ending ------------------------------------------------------------------------------
+
+    def _report(self, message, time_over):
+        """Writes what was asked for; returns the exit status."""
+        options = self.options
+        say = options_module.complain
+        status = 0
+        if message["summary"] is not None:
+            text = summary.text(message["summary"]).encode(errors="surrogateescape")
+            data = (json.dumps(message["summary"], indent=2, sort_keys=True) + "\n").encode()
+            for field, content in (("summary", text), ("summary_json", data)):
+                if getattr(options, field):
+                    try:
+                        state_module.trees.write_all(self.outputs.get(field, 2), content)
+                    except OSError as error:
+                        say(f"device/run: the summary cannot be written ({error.strerror})")
+                        status = 1
+        if message["trace_failed"]:
+            say(f"device/run: the trace {options.trace} is incomplete "
+                f"({message['trace_failed']})")
+            status = 1
+        memory_over = message["reason"] == "memory" or self.groups.killed_for_memory()
+        if time_over:
+            say(f"device/run: ended after the time limit of {options.seconds} seconds")
+            return TIME_OVER
+        if memory_over:
+            say(f"device/run: the memory limit of {options.memory} MiB was reached")
+        if message["end"] is None:
+            return 128 + signal.SIGKILL
+        if os.WIFSIGNALED(message["end"]):
+            return 128 + os.WTERMSIG(message["end"])
+        return os.WEXITSTATUS(message["end"]) or status
+
+    def _clean_up(self):
+        if self.keeper:
+            os.close(self.life)  # ends the keeper, and it the panel
+            while True:
+                try:
+                    os.waitpid(self.keeper, 0)
+                    break
+                except InterruptedError:
+                    continue
+        self.groups.remove()
+        if self.drive_socket is not None:
+            self.drive_socket.close()
+            try:
+                os.unlink(os.path.join(self.options.state, "control"))
+            except OSError:
+                pass
+
+
+# -- the keeper ------------------------------------------------------------------------------
+
+
+def _keep(job, groups, life, link, state):
+    """The life of the keeper: namespaces, process 1, then waiting for the end of either side."""
+    os.setsid()
+    for number in (*ENDING_SIGNALS, signal.SIGQUIT, signal.SIGPIPE, signal.SIGTSTP):
+        signal.signal(number, signal.SIG_IGN)
+    lock = state.lock if state else -1
+    keep = {life, link.fileno(), job.control.fileno(), job.trace, lock, *job.groups}
+    _close_others(keep)
+    try:
+        if os.geteuid() == 0:
+            job.user_namespace = _make_user_namespace(job.ids)
+        else:
+            _namespaces(linux.CLONE_NEWUSER)
+            link.sendall(b"map")
+            if link.recv(2) != b"go":
+                os._exit(1)
+        _namespaces(NAMESPACES)
+        try:
+            linux.unshare(linux.CLONE_NEWCGROUP)
+        except OSError as error:
+            if error.errno != errno.EINVAL:  # a kernel without such namespaces
+                raise
+        socket.sethostname("panel")
+        process = os.fork()
+        if process == 0:
+            try:
+                os.close(life)
+                link.close()
+                supervisor.main(job)
+            finally:
+                os._exit(1)
+        link.sendall(b"started")
+    except (SandboxError, OSError) as error:
+        link.sendall(str(error).encode(errors="replace"))
+        os._exit(1)
+    link.close()
+    job.control.close()
+    _wait_for_end(process, life)
+    groups.remove()
+    os._exit(0)
+
+
+def _wait_for_end(process, life):
+    null = os.open("/dev/null", os.O_RDWR)
+    for number in (0, 1, 2):
+        os.dup2(null, number)
+    watched = os.pidfd_open(process)
+    poll = select.poll()
+    poll.register(watched, select.POLLIN)
+    poll.register(life, select.POLLIN | select.POLLHUP)
+    poll.poll()
+    # Process 1 takes every process of the panel with it.
+    os.kill(process, signal.SIGKILL)
+    os.waitpid(process, 0)
+
+
+def _close_others(keep):
+    for name in os.listdir("/proc/self/fd"):
+        descriptor = int(name)
+        if descriptor > 2 and descriptor not in keep:
+            try:
+                os.close(descriptor)
+            except OSError:
+                pass  # the descriptor of the listing itself
+
+
+def _namespaces(flags):
+    try:
+        linux.unshare(flags)
+    except OSError as error:
+        what = "user namespaces" if flags & linux.CLONE_NEWUSER else "namespaces"
+        raise SandboxError(
+            f"this system gives no {what} ({error.strerror}); allow them (sysctl "
+            "user.max_user_namespaces, kernel.unprivileged_userns_clone, "
+            "kernel.apparmor_restrict_unprivileged_userns; in a container: its seccomp profile)"
+        ) from None
+
+
+def _make_user_namespace(ids):
+    """Returns a descriptor of a user namespace with the panel's ids (started by root only)."""
+    ready, go = os.pipe(), os.pipe()
+    process = os.fork()
+    if process == 0:
+        try:
+            os.close(go[1])
+            _namespaces(linux.CLONE_NEWUSER)
+            os.write(ready[1], b"x")
+            os.read(go[0], 1)
+        except SandboxError as error:
+            os.write(ready[1], str(error).encode())
+        finally:
+            os._exit(0)
+    os.close(ready[1])
+    os.close(go[0])
+    try:
+        answer = os.read(ready[0], 4096)
+        if answer != b"x":
+            raise SandboxError(answer.decode() or "the user namespace could not be made")
+        ids_module.write_map(process, ids)
+        return os.open(f"/proc/{process}/ns/user", os.O_RDONLY | os.O_CLOEXEC)
+    finally:
+        os.close(ready[0])
+        os.close(go[1])
+        os.waitpid(process, 0)

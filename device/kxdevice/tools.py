@@ -1,0 +1,202 @@
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+"""What the stand-ins do, and the USB drive: the supervisor's side of both."""
+
+import errno
+import os
+
+from kxdevice import linux, state, trees
+
+USAGE = 2
+
+
+class Drive:
+    """The USB drive of the panel."""
+
+    def __init__(self, panel, trace):
+        self.panel = panel
+        self.trace = trace
+        self.facts = state.read_json(panel.folder, "drive.json", {})
+        self.mount_folder = -1  # the folder that holds the mount point: its name may change
+        self.on_new_drive = lambda: None
+
+    def start(self, booting):
+        """Brings the drive to where it was, or plugs in the one given for this start."""
+        if self.panel.new_drive:
+            self.facts = {"present": True, "plugged": False, "mounted": False}
+            self.plug(False)
+        elif self.facts.get("plugged"):
+            self._node(True)
+            if self.facts.get("mounted") or booting:
+                self._mount()
+                self._save()
+
+    def plug(self, new):
+        """Plugs in the drive that was there, or the one that waits in the incoming folder."""
+        if self.facts.get("plugged"):
+            return "a drive is plugged in already; pull it first"
+        if new:
+            take_incoming(self.panel.drive, self.panel.incoming)
+            self.facts["present"] = True
+        elif not self.facts.get("present"):
+            return "there has been no drive yet; name a folder to plug in"
+        self._node(True)
+        self._mount()
+        self.facts["plugged"] = True
+        self._save()
+        self.on_new_drive()
+        self.trace.event(b"drive", b"plug")
+        return ""
+
+    def pull(self):
+        """Takes the drive away, mounted or not."""
+        if not self.facts.get("plugged"):
+            return "no drive is plugged in"
+        if self.facts.get("mounted"):
+            self._unmount(linux.MNT_DETACH)
+        self._node(False)
+        self.facts["plugged"] = False
+        self._save()
+        self.trace.event(b"drive", b"pull")
+        return ""
+
+    def unmount(self):
+        """Unmounts the drive, which stays plugged in."""
+        if not self.facts.get("mounted"):
+            return "/mnt/usb is not mounted"
+        try:
+            self._unmount(0)
+        except OSError as error:
+            if error.errno != errno.EBUSY:
+                raise
+            return "/mnt/usb is busy"
+        self._save()
+        self.trace.event(b"drive", b"unmount")
+        return ""
+
+    def _mount(self):
+        os.makedirs("/mnt/usb", exist_ok=True)
+        folder = os.open("/mnt", trees.DIR_FLAGS)
+        linux.move_mount(self.panel.drive_mount, "usb", folder)
+        # The attached mount gives the next one, and must be closed: it would keep itself busy.
+        spare = linux.open_tree("", linux.OPEN_TREE_CLONE | linux.AT_EMPTY_PATH,
+                                self.panel.drive_mount)
+        os.close(self.panel.drive_mount)
+        self.panel.drive_mount = spare
+        self.mount_folder = folder
+        self.facts["mounted"] = True
+
+    def _unmount(self, flags):
+        os.fchdir(self.mount_folder)
+        try:
+            linux.umount("usb", flags | linux.UMOUNT_NOFOLLOW)
+        finally:
+            os.chdir("/")
+        os.close(self.mount_folder)
+        self.mount_folder = -1
+        self.facts["mounted"] = False
+
+    def _node(self, there):
+        folder = os.open("/dev", trees.DIR_FLAGS)
+        try:
+            trees.remove(folder, "sda1")
+            if there:
+                os.close(os.open("sda1", os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC,
+                                 0o660, dir_fd=folder))
+        finally:
+            os.close(folder)
+
+    def _save(self):
+        state.write_json(self.panel.folder, "drive.json", self.facts)
+
+
+def take_incoming(drive, incoming):
+    """Replaces the files of the drive by those that wait."""
+    trees.empty(drive)
+    for name in os.listdir(incoming):
+        os.rename(name, name, src_dir_fd=incoming, dst_dir_fd=drive)
+    os.fchmod(drive, os.fstat(incoming).st_mode & 0o7777)
+
+
+class Tools:
+    """Answers the calls of the stand-ins and of the tools that are to fail."""
+
+    def __init__(self, options, panel, drive, trace):
+        self.failures = options.fail
+        self.panel = panel
+        self.drive = drive
+        self.trace = trace
+        self.calls = {}
+        self.settings = state.read_json(panel.folder, "settings.json", {})
+        self.reboot_asked = False
+        self.handlers = {
+            "wprotect_off": self._wprotect_off,
+            "usb_umount": self._usb_umount,
+            "drive": self._drive,
+            "kx-setting-cui": self._setting,
+            "reboot": self._reboot,
+        }
+
+    def call(self, words):
+        """Handles one call, given as the tool's name and arguments; returns the answer's fields."""
+        tool = os.fsdecode(words[0])
+        count = self.calls[tool] = self.calls.get(tool, 0) + 1
+        for name, status, nth in self.failures:
+            if name == tool and nth in (0, count):
+                self.trace.event(b"tool", *words)
+                return _exit(status)
+        if tool in self.handlers:
+            self.trace.event(b"tool", *words)
+            return self.handlers[tool](words[1:])
+        if tool in self.panel.stubbed:
+            return [b"run", os.fsencode(self.panel.stubbed[tool])]
+        return _exit(126, error=f"{tool}: the panel has no such stand-in")
+
+    def _wprotect_off(self, words):
+        if words:
+            return _exit(USAGE, error="usage: wprotect_off")
+        return _exit(0)
+
+    def _usb_umount(self, words):
+        if words:
+            return _exit(USAGE, error="usage: usb_umount")
+        return _done("usb_umount", self.drive.unmount())
+
+    def _drive(self, words):
+        if words == [b"plug"]:
+            return _done("drive", self.drive.plug(False))
+        if words == [b"pull"]:
+            return _done("drive", self.drive.pull())
+        return _exit(USAGE, error="usage: drive plug|pull")
+
+    def _reboot(self, words):
+        # Options such as -f are those of the real tool; all of them ask for a reboot.
+        del words
+        self.reboot_asked = True
+        trees.write_file(self.panel.folder, "reboot", b"asked\n")
+        return _exit(0)
+
+    def _setting(self, words):
+        usage = "usage: kx-setting-cui set NAME=VALUE... | list"
+        if words == [b"list"]:
+            lines = [f"{name}={value}\n" for name, value in sorted(self.settings.items())]
+            return _exit(0, os.fsencode("".join(lines)))
+        pairs = [os.fsdecode(word).partition("=") for word in words[1:]]
+        if words[:1] != [b"set"] or not pairs:
+            return _exit(USAGE, error=usage)
+        for name, equals, value in pairs:
+            if not name or not equals:
+                return _exit(USAGE, error=f"kx-setting-cui: '{name}{equals}{value}' is not "
+                                          f"NAME=VALUE; {usage}")
+        self.settings.update((name, value) for name, _, value in pairs)
+        state.write_json(self.panel.folder, "settings.json", self.settings)
+        return _exit(0)
+
+
+def _exit(status, output=b"", error=""):
+    line = os.fsencode(error + "\n") if error else b""
+    return [b"exit", str(status).encode(), output, line]
+
+
+def _done(tool, problem):
+    return _exit(1, error=f"{tool}: {problem}") if problem else _exit(0)

@@ -1,0 +1,139 @@
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+"""The record of what happened on the panel, one line per event."""
+
+import errno
+import fcntl
+import os
+import struct
+
+from kxdevice import linux, trees
+
+SHELLS = (b"/bin/sh", b"/usr/bin/sh")
+PAGE = 4096
+LONGEST = 1 << 22
+
+_NOTICE = struct.Struct("=QIIiIQ6Q")
+_ANSWER = struct.Struct("=QqiI")
+_RECEIVE = 0xC0502100
+_SEND = 0xC0182101
+_STILL_THERE = 0x40082102
+_CONTINUE = 1
+
+
+class Trace:
+    """Writes events to an open file; without one it does nothing."""
+
+    def __init__(self, descriptor):
+        self.descriptor = descriptor
+        self.failed = ""
+
+    def event(self, *fields):
+        """Adds a line of fields, given as bytes."""
+        if self.descriptor < 0 or self.failed:
+            return
+        line = b"\t".join(escaped(field) for field in fields) + b"\n"
+        try:
+            trees.write_all(self.descriptor, line)
+        except OSError as error:
+            self.failed = os.strerror(error.errno)
+
+
+def escaped(field):
+    """Returns a field without tabs and line ends; all other bytes stay as they are."""
+    return (field.replace(b"\\", b"\\\\").replace(b"\t", b"\\t").replace(b"\n", b"\\n"))
+
+
+class ExecListener:
+    """Sees every program start on the panel, before it happens."""
+
+    def __init__(self, descriptor, trace, with_shell, missing):
+        self.descriptor = descriptor
+        self.trace = trace
+        self.with_shell = with_shell
+        self.missing = missing  # path as it is called: tool
+        self.first = set()  # processes whose first start is the panel's own doing
+        self.last_missing = (0, b"")
+
+    def handle(self):
+        """Handles one notice; a process that is gone meanwhile is fine."""
+        buffer = bytearray(_NOTICE.size)
+        try:
+            fcntl.ioctl(self.descriptor, _RECEIVE, buffer)
+        except OSError as error:
+            if error.errno in (errno.ENOENT, errno.EINTR, errno.EAGAIN):
+                return
+            raise
+        identity, process, _, call, _, _, *arguments = _NOTICE.unpack(buffer)
+        try:
+            self._look(identity, process, call, arguments)
+        finally:
+            try:
+                fcntl.ioctl(self.descriptor, _SEND, _ANSWER.pack(identity, 0, 0, _CONTINUE))
+            except OSError as error:
+                if error.errno != errno.ENOENT:
+                    raise
+
+    def _look(self, identity, process, call, arguments):
+        if process in self.first:
+            self.first.discard(process)
+            return
+        skip = 1 if call == linux.number("execveat") else 0
+        try:
+            memory = os.open(f"/proc/{process}/mem", os.O_RDONLY | os.O_CLOEXEC)
+        except OSError:
+            return
+        try:
+            path = _string(memory, arguments[skip], PAGE)
+            if path in self.missing:
+                words = _words(memory, arguments[skip + 1], LONGEST // 8)
+                fields = (b"tool", self.missing[path], *words[1:])
+                if (process, path) != self.last_missing and self._is_there(identity):
+                    self.trace.event(*fields)
+                self.last_missing = (process, path)
+            elif self.with_shell and path in SHELLS:
+                words = _words(memory, arguments[skip + 1], 4)
+                if len(words) > 3 and words[1] == b"-c" and words[2] == b"--":
+                    del words[2]
+                if len(words) > 2 and words[1] == b"-c" and self._is_there(identity):
+                    self.trace.event(b"shell", words[2])
+        except OSError:
+            return
+        finally:
+            os.close(memory)
+
+    def _is_there(self, identity):
+        try:
+            fcntl.ioctl(self.descriptor, _STILL_THERE, struct.pack("=Q", identity))
+        except OSError:
+            return False
+        return True
+
+
+def _string(memory, address, longest):
+    """Returns the text at an address of another process."""
+    found = b""
+    while len(found) < longest:
+        part = os.pread(memory, PAGE - address % PAGE, address)
+        end = part.find(b"\0")
+        if end >= 0:
+            return found + part[:end]
+        if not part:
+            break
+        found += part
+        address += len(part)
+    return found
+
+
+def _words(memory, address, most):
+    """Returns the texts that an argument array of another process points to."""
+    size = struct.calcsize("P")
+    words, length = [], 0
+    while len(words) < most and length < LONGEST:
+        pointer = int.from_bytes(os.pread(memory, size, address), "little")
+        if pointer == 0:
+            break
+        words.append(_string(memory, pointer, LONGEST))
+        length += len(words[-1])
+        address += size
+    return words
