@@ -18,6 +18,9 @@ namespace
 
 constexpr int kByteOrderMarkSize = 3;
 
+/// Objects and lists, one in another, that a description may hold.
+constexpr int kDeepestNesting = 100;
+
 /// A file buffer that frees its block on every way out.
 struct FileText : SefetyTextBuffer {
     FileText() = default;
@@ -26,11 +29,47 @@ struct FileText : SefetyTextBuffer {
     ~FileText() { std::free(data); }
 };
 
+/// Returns the text behind the JSON string that starts at @p text with its quotation mark.
+const char* SkipString(const char* text)
+{
+    for (++text; *text != '\0' && *text != '"'; ++text) {
+        if (*text == '\\' && text[1] != '\0') {
+            ++text;
+        }
+    }
+    return *text == '"' ? text + 1 : text;
+}
+
+/// Tells whether the first JSON value of @p text is nested deeper than kDeepestNesting. The JSON
+/// library limits lists only; objects without a limit would end in a stack overflow.
+bool IsNestedTooDeep(const char* text)
+{
+    text += std::strspn(text, " \t\r\n");
+    if (*text != '{' && *text != '[') {
+        return false;
+    }
+    int depth = 0;
+    while (*text != '\0') {
+        const char c = *text;
+        text = c == '"' ? SkipString(text) : text + 1;
+        if ((c == '{' || c == '[') && ++depth > kDeepestNesting) {
+            return true;
+        }
+        if ((c == '}' || c == ']') && --depth == 0) {
+            return false;
+        }
+    }
+    return false;
+}
+
 /// Parses the first JSON value of @p text; what follows it is ignored.
-/// @return false when the text is no JSON, or holds what the JSON library refuses: a number out
-///         of range, values nested too deep
+/// @return false when the text is no JSON, is nested too deep, or holds what the JSON library
+///         refuses: a number out of range
 bool ParseJson(const char* text, picojson::value& root)
 {
+    if (IsNestedTooDeep(text)) {
+        return false;
+    }
     try {
         std::string error;
         picojson::parse(root, text, text + std::strlen(text), &error);
