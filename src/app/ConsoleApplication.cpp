@@ -5,9 +5,11 @@
 #include <QApplication>
 #include <QFile>
 #include <QVersionNumber>
+#include <QtGlobal>
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,10 +21,19 @@ namespace
 
 constexpr std::string_view kPlatformVariable = "QT_QPA_PLATFORM=";
 
-/// Variables that make Qt open devices, talk to a desktop or load an on-screen keyboard.
-constexpr std::array<std::string_view, 6> kDisplayVariables = {
-    kPlatformVariable, "QT_QPA_PLATFORMTHEME=", "QT_QPA_GENERIC_PLUGINS=",
-    "QT_IM_MODULE=",   "QT_STYLE_OVERRIDE=",    "QT_LINUX_ACCESSIBILITY_ALWAYS_ON="};
+/// Qt looks for a folder of the user's session here, and creates one below the folder for temporary
+/// files when there is none: nothing that an installation needs.
+constexpr std::string_view kRuntimeFolderVariable = "XDG_RUNTIME_DIR=";
+constexpr std::string_view kTemporaryFolderVariable = "TMPDIR=";
+constexpr const char* kNoFolder = "/dev/null"; // nothing is found below it, nothing created
+
+/// Variables that make Qt open devices, talk to a desktop, load an on-screen keyboard or create
+/// folders.
+constexpr std::array<std::string_view, 8> kDisplayVariables = {
+    kPlatformVariable,         kRuntimeFolderVariable,
+    kTemporaryFolderVariable,  "QT_QPA_PLATFORMTHEME=",
+    "QT_QPA_GENERIC_PLUGINS=", "QT_IM_MODULE=",
+    "QT_STYLE_OVERRIDE=",      "QT_LINUX_ACCESSIBILITY_ALWAYS_ON="};
 
 bool StartsWith(std::string_view text, std::string_view start)
 {
@@ -76,7 +87,9 @@ public:
             }
         }
         m_platform = std::string(kPlatformVariable) + ChoosePlatform(given);
+        m_temporaryFolder = std::string(kTemporaryFolderVariable) + kNoFolder;
         m_entries.push_back(m_platform.data());
+        m_entries.push_back(m_temporaryFolder.data());
         m_entries.push_back(nullptr);
         environ = m_entries.data();
     }
@@ -88,6 +101,28 @@ private:
     char** m_given;
     std::vector<char*> m_entries;
     std::string m_platform;
+    std::string m_temporaryFolder;
+};
+
+/// Keeps Qt's own remarks out of the program's output, except the one that ends the process.
+class QuietQt
+{
+public:
+    QuietQt() : m_given(qInstallMessageHandler(WriteFatalOnly)) {}
+    QuietQt(const QuietQt&) = delete;
+    QuietQt& operator=(const QuietQt&) = delete;
+    ~QuietQt() { qInstallMessageHandler(m_given); }
+
+private:
+    static void WriteFatalOnly(QtMsgType type, const QMessageLogContext& /*context*/,
+                               const QString& text)
+    {
+        if (type == QtFatalMsg) {
+            std::fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
+        }
+    }
+
+    QtMessageHandler m_given;
 };
 
 } // namespace
@@ -95,5 +130,6 @@ private:
 std::unique_ptr<QApplication> MakeConsoleApplication(int& argc, char** argv)
 {
     const DisplayFreeEnvironment environment;
+    const QuietQt quiet;
     return std::make_unique<QApplication>(argc, argv);
 }

@@ -18,8 +18,9 @@ namespace
 
 constexpr int kByteOrderMarkSize = 3;
 
-/// Objects and lists, one in another, that a description may hold.
-constexpr int kDeepestNesting = 100;
+/// Objects and lists, one in another, that a description may hold: a tenth of what the stack of a
+/// process holds, and far beyond what the format needs.
+constexpr int kDeepestNesting = 1000;
 
 /// A file buffer that frees its block on every way out.
 struct FileText : SefetyTextBuffer {
