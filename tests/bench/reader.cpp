@@ -13,6 +13,7 @@
 
 #include <picojson.h>
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
