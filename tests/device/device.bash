@@ -1,0 +1,225 @@
+# shellcheck shell=bash
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+#
+# The kit of the whole-program tests: the real updater on the sandboxed device.
+#
+#   package Foo <<'END'         makes an unpacked package, /packages/Foo on the device; the recipe
+#   script("exit 5\n")          is explained in make_package.py
+#   END
+#   install Foo [OPTION...]     installs it; options of device/run, and those of `device` below
+#   expect_status 101           then one expectation after the other, whole texts every time
+#   expect_out <<'END'
+#   ...
+#   END
+
+ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
+KX_UPDATER=${KX_UPDATER:-$ROOT/build/release/kx_Updater}
+RUN=$ROOT/device/run
+# Inside: the updater and what the tests bring along.
+KIT=/opt/kx_Updater
+UPDATER=$KIT/kx_Updater
+
+# require_device: skips the test where no sandbox can be made; with CI=true the test fails.
+require_device() {
+    local problem
+    if [ -z "${KX_DEVICE_IS_THERE:-}" ]; then
+        if ! problem=$("$RUN" -- true 2>&1); then
+            [ "${CI:-}" != true ] || fail "$problem"
+            skip "$problem"
+        fi
+        export KX_DEVICE_IS_THERE=1
+    fi
+    [ -x "$KX_UPDATER" ] || fail "there is no updater at $KX_UPDATER"
+}
+
+setup_file() {
+    # Known once for all tests of a file; each test asks again only when there is none.
+    if "$RUN" -- true 2>/dev/null; then
+        export KX_DEVICE_IS_THERE=1
+    fi
+}
+
+setup() {
+    require_device
+    WORK=$BATS_TEST_TMPDIR
+    PACKAGES=$WORK/packages
+    OUT=$WORK/out     # standard output, byte for byte
+    ERR=$WORK/err     # standard error
+    TRACE=$WORK/trace # the panel's events
+    PANEL=$WORK/panel # what --look found
+    STATE=$WORK/state # the panel's files, with --keep
+    mkdir "$PACKAGES"
+    cat "$ROOT/tests/support/lsan.supp" "$ROOT/tests/device/lsan.supp" >"$WORK/lsan.supp"
+}
+
+teardown() {
+    [ ! -d "${STATE:-}" ] || "$RUN" --erase --state "$STATE"
+}
+
+# fail TEXT: ends the test and shows what the last run left.
+fail() {
+    printf '%s\n' "$1" >&2
+    local file
+    for file in "${OUT:-}" "${ERR:-}" "${TRACE:-}"; do
+        [ ! -s "$file" ] || { printf -- '-- %s\n' "${file##*/}" && head -n 40 "$file"; } >&2
+    done
+    return 1
+}
+
+# ---- packages ----
+
+# package NAME <RECIPE
+package() {
+    "$ROOT/tests/device/make_package.py" "$PACKAGES/$1"
+}
+
+# package_file FILE <RECIPE: makes a .kx-update file.
+package_file() {
+    "$ROOT/tests/device/make_package.py" --update "$1"
+}
+
+# ---- runs ----
+
+# prepare [OPTION...] -- COMMAND...: sets the array DEVICE to the command line that runs COMMAND on
+# the device, for tests with streams of their own; `finish` follows. Options of device/run, and
+#
+#   --keep         keep the panel's files for a further run
+#   --look SCRIPT  run a shell script after COMMAND, on the same panel; see expect_panel
+prepare() {
+    local look='' keep=''
+    local options=(
+        --seconds 100 --processes 100 --memory 1024
+        --share "$PACKAGES=/packages"
+        --share "$KX_UPDATER=$UPDATER"
+        --share "$WORK/lsan.supp=$KIT/lsan.supp"
+        --share "$ROOT/tests/device/look=$KIT/look"
+        --env "ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}"
+        --env "UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}"
+        --env "LSAN_OPTIONS=suppressions=$KIT/lsan.supp:print_suppressions=0"
+        # Otherwise Qt says on standard error which folder it takes.
+        --env "XDG_RUNTIME_DIR=/run"
+        --trace "$TRACE" --trace-shell)
+    while [ "$1" != -- ]; do
+        case $1 in
+            --keep)
+                keep=1
+                shift
+                ;;
+            --look)
+                look=$2
+                shift 2
+                ;;
+            --boot | --ignore-sigchld)
+                options+=("$1")
+                shift
+                ;;
+            *)
+                options+=("$1" "$2")
+                shift 2
+                ;;
+        esac
+    done
+    shift
+    if [ -n "${KX_COVERAGE_OUT:-}" ]; then
+        options+=(--env GCOV_PREFIX=/var/gcov)
+        keep=1
+    fi
+    [ -z "$keep" ] || options+=(--state "$STATE")
+    DEVICE=(env -u LANG -u LC_ALL -u TERM "$RUN" "${options[@]}" -- ${look:+"$KIT/look" "$look"} "$@")
+}
+
+# finish: puts what a run left where the expectations look.
+finish() {
+    local mark='==== the panel'
+    if grep -qxF "$mark" "$ERR"; then
+        sed "0,/^$mark\$/d" "$ERR" >"$PANEL"
+        sed -i "/^$mark\$/,\$d" "$ERR"
+    fi
+    if [ -n "${KX_COVERAGE_OUT:-}" ]; then
+        # Where the panel's disk is full or the like, the counts cannot be kept.
+        sed -i '/^profiling:/d' "$ERR"
+        local counts=$STATE/root/var/gcov
+        [ ! -d "$counts" ] || mv "$counts" "$(mktemp -d "$KX_COVERAGE_OUT/bats.XXXXXX")"
+    fi
+}
+
+# device [OPTION...] -- COMMAND...: runs a command on the device (options: see prepare).
+device() {
+    prepare "$@"
+    status=0
+    "${DEVICE[@]}" </dev/null >"$OUT" 2>"$ERR" || status=$?
+    finish
+}
+
+# install NAME [OPTION...]: installs a package.
+install() {
+    local name=$1
+    shift
+    device "$@" -- "$UPDATER" -unzipedDir "/packages/$name"
+}
+
+# ---- expectations: whole texts; what was expected stands on standard input ----
+
+# same FILE NAME: compares byte for byte.
+same() {
+    diff -a -u --label expected --label "$2" - "$1" >&2 || fail "$2 is not what was expected"
+}
+
+expect_status() {
+    [ "$status" -eq "$1" ] || fail "exit status $status instead of $1"
+}
+
+expect_out() {
+    same "$OUT" 'standard output'
+}
+
+expect_err() {
+    same "$ERR" 'standard error'
+}
+
+expect_silence() {
+    same "$ERR" 'standard error' </dev/null
+}
+
+# expect_panel: the output of --look.
+expect_panel() {
+    same "$PANEL" 'the look at the panel'
+}
+
+# commands: the command lines that were handed to the shell, each in brackets so that trailing
+# blanks show; \\, \n and \t stand for themselves.
+commands() {
+    sed -n 's/^shell\t\(.*\)$/[\1]/p' "$TRACE"
+}
+
+expect_commands() {
+    commands >"$WORK/commands"
+    same "$WORK/commands" 'the list of commands'
+}
+
+# expect_installing NAME: all commands of an installation that succeeds; those of the steps stand on
+# standard input.
+expect_installing() {
+    local record
+    record=/var/lib/KxUserPackages/$1
+    {
+        printf '%s\n' '[sync]' '[/usr/bin/kxsystem/wprotect_off]'
+        cat
+        printf '%s\n' "[mkdir -p \"$record\"]" \
+            "[cp -f \"/packages/$1/UserPackage.kx-project\" \"$record/UserPackage.kx-project\" ]" \
+            '[sync]'
+    } | expect_commands
+}
+
+# expect_failing: all commands of an installation that fails in its steps.
+expect_failing() {
+    { printf '%s\n' '[sync]' '[/usr/bin/kxsystem/wprotect_off]' && cat && echo '[sync]'; } |
+        expect_commands
+}
+
+# expect_tools: the calls of the panel's own tools, words separated by blanks.
+expect_tools() {
+    sed -n 's/^tool\t\(.*\)$/\1/p' "$TRACE" | tr '\t' ' ' >"$WORK/tools"
+    same "$WORK/tools" 'the list of tool calls'
+}
