@@ -13,6 +13,9 @@
 #   ...
 #   END
 
+# shellcheck source=tests/device/sandbox_helper.bash
+. "$BATS_TEST_DIRNAME/sandbox_helper.bash"
+
 ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
 KX_UPDATER=${KX_UPDATER:-$ROOT/build/release/kx_Updater}
 RUN=$ROOT/device/run
@@ -20,28 +23,16 @@ RUN=$ROOT/device/run
 KIT=/opt/kx_Updater
 UPDATER=$KIT/kx_Updater
 
-# require_device: skips the test where no sandbox can be made; with CI=true the test fails.
-require_device() {
-    local problem
-    if [ -z "${KX_DEVICE_IS_THERE:-}" ]; then
-        if ! problem=$("$RUN" -- true 2>&1); then
-            [ "${CI:-}" != true ] || fail "$problem"
-            skip "$problem"
-        fi
-        export KX_DEVICE_IS_THERE=1
-    fi
-    [ -x "$KX_UPDATER" ] || fail "there is no updater at $KX_UPDATER"
-}
-
 setup_file() {
-    # Known once for all tests of a file; each test asks again only when there is none.
+    # Asked once for all tests of a file; each test asks again only where the answer was no.
     if "$RUN" -- true 2>/dev/null; then
         export KX_DEVICE_IS_THERE=1
     fi
 }
 
 setup() {
-    require_device
+    [ -n "${KX_DEVICE_IS_THERE:-}" ] || require_device
+    [ -x "$KX_UPDATER" ] || fail "there is no updater at $KX_UPDATER"
     WORK=$BATS_TEST_TMPDIR
     PACKAGES=$WORK/packages
     OUT=$WORK/out     # standard output, byte for byte
