@@ -8,7 +8,7 @@ import json
 import os
 import socket
 
-from kxdevice import options as options_module, state as state_module, tools, trees
+from kxdevice import linux, options as options_module, state as state_module, tools, trees
 from kxdevice.linux import SandboxError
 
 USAGE = 2
@@ -46,7 +46,7 @@ def run(arguments):
     try:
         problem = _act(action, folder, path)
     except (SandboxError, OSError) as error:
-        problem = str(error)
+        problem = linux.reason(error)
     if problem:
         options_module.complain(f"device/drive: {problem}")
         return 1
@@ -124,7 +124,7 @@ def _ask(path, request):
     except (OSError, ValueError) as error:
         if getattr(error, "errno", 0) in (errno.ENOENT, errno.ECONNREFUSED):
             return "the panel is just starting or ending; try again"
-        return f"the running panel does not answer ({error})"
+        return f"the running panel does not answer ({linux.reason(error)})"
     finally:
         link.close()
         os.close(directory)

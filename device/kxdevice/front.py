@@ -2,8 +2,7 @@
 # SPDX-License-Identifier: MIT
 """The process that the caller sees: prepares, waits, reports.
 
-It starts a keeper outside the panel, and the keeper starts process 1 of the panel. The keeper
-outlives a killed front just long enough to end the panel and to remove its control groups.
+It starts a keeper outside the panel, and the keeper starts process 1 of the panel.
 """
 
 import errno
@@ -15,14 +14,13 @@ import socket
 import stat
 import time
 
-from kxdevice import cgroups, ids as ids_module, linux, options as options_module
-from kxdevice import state as state_module, summary, supervisor
+from kxdevice import cgroups, ids as ids_module, keeper, linux, options as options_module
+from kxdevice import state as state_module, summary, supervisor, trees
 from kxdevice.linux import SandboxError
 
-NAMESPACES = (linux.CLONE_NEWPID | linux.CLONE_NEWNET | linux.CLONE_NEWIPC | linux.CLONE_NEWUTS)
 USAGE, TIME_OVER, NO_SANDBOX = 2, 124, 125
-ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 GRACE = 15  # seconds for the panel to end and report after it was told to
+BUILD = 300  # seconds to build the panel: copies of --put may be large
 
 
 def run(arguments, home):
@@ -41,7 +39,8 @@ def run(arguments, home):
             return _erase(options)
         return Front(options, home, closed).run()
     except (SandboxError, OSError) as error:
-        options_module.complain(f"device/run: cannot make the sandboxed device: {error}")
+        options_module.complain("device/run: cannot make the sandboxed device: "
+                                + linux.reason(error))
         return NO_SANDBOX
 
 
@@ -53,7 +52,7 @@ def _erase(options):
 
 
 def _fill_standard_streams():
-    """Puts something harmless on closed standard streams, so that nothing else takes their place."""
+    """Puts something harmless on closed standard streams, where files would end up otherwise."""
     closed = []
     for number in (0, 1, 2):
         try:
@@ -137,7 +136,7 @@ class Front:
     # -- starting ----------------------------------------------------------------------------
 
     def _start(self, job):
-        for number in ENDING_SIGNALS:
+        for number in keeper.ENDING_SIGNALS:
             if signal.getsignal(number) != signal.SIG_IGN:
                 signal.signal(number, self._note_signal)
         wake_reader, wake_writer = os.pipe2(os.O_NONBLOCK | os.O_CLOEXEC)
@@ -150,7 +149,7 @@ class Front:
         if self.keeper == 0:
             try:
                 signal.set_wakeup_fd(-1)
-                _keep(job, self.groups, life_reader, theirs, self.state)
+                keeper.keep(job, self.groups, life_reader, theirs, self.state)
             finally:
                 os._exit(1)
         job.control.close()
@@ -182,7 +181,7 @@ class Front:
         poll = select.poll()
         poll.register(self.control.fileno(), select.POLLIN)
         poll.register(self.wake, select.POLLIN)
-        deadline = time.monotonic() + GRACE * 4  # to build the panel; copies may be large
+        deadline = time.monotonic() + BUILD
         time_over = stopped = False
         ready = False
         while True:
@@ -294,7 +293,7 @@ class Front:
             for field, content in (("summary", text), ("summary_json", data)):
                 if getattr(options, field):
                     try:
-                        state_module.trees.write_all(self.outputs.get(field, 2), content)
+                        trees.write_all(self.outputs.get(field, 2), content)
                     except OSError as error:
                         say(f"device/run: the summary cannot be written ({error.strerror})")
                         status = 1
@@ -330,112 +329,3 @@ class Front:
                 os.unlink(os.path.join(self.options.state, "control"))
             except OSError:
                 pass
-
-
-# -- the keeper ------------------------------------------------------------------------------
-
-
-def _keep(job, groups, life, link, state):
-    """The life of the keeper: namespaces, process 1, then waiting for the end of either side."""
-    os.setsid()
-    for number in (*ENDING_SIGNALS, signal.SIGQUIT, signal.SIGPIPE, signal.SIGTSTP):
-        signal.signal(number, signal.SIG_IGN)
-    lock = state.lock if state else -1
-    keep = {life, link.fileno(), job.control.fileno(), job.trace, lock, *job.groups}
-    _close_others(keep)
-    try:
-        if os.geteuid() == 0:
-            job.user_namespace = _make_user_namespace(job.ids)
-        else:
-            _namespaces(linux.CLONE_NEWUSER)
-            link.sendall(b"map")
-            if link.recv(2) != b"go":
-                os._exit(1)
-        _namespaces(NAMESPACES)
-        try:
-            linux.unshare(linux.CLONE_NEWCGROUP)
-        except OSError as error:
-            if error.errno != errno.EINVAL:  # a kernel without such namespaces
-                raise
-        socket.sethostname("panel")
-        process = os.fork()
-        if process == 0:
-            try:
-                os.close(life)
-                link.close()
-                supervisor.main(job)
-            finally:
-                os._exit(1)
-        link.sendall(b"started")
-    except (SandboxError, OSError) as error:
-        link.sendall(str(error).encode(errors="replace"))
-        os._exit(1)
-    link.close()
-    job.control.close()
-    _wait_for_end(process, life)
-    groups.remove()
-    os._exit(0)
-
-
-def _wait_for_end(process, life):
-    null = os.open("/dev/null", os.O_RDWR)
-    for number in (0, 1, 2):
-        os.dup2(null, number)
-    watched = os.pidfd_open(process)
-    poll = select.poll()
-    poll.register(watched, select.POLLIN)
-    poll.register(life, select.POLLIN | select.POLLHUP)
-    poll.poll()
-    # Process 1 takes every process of the panel with it.
-    os.kill(process, signal.SIGKILL)
-    os.waitpid(process, 0)
-
-
-def _close_others(keep):
-    for name in os.listdir("/proc/self/fd"):
-        descriptor = int(name)
-        if descriptor > 2 and descriptor not in keep:
-            try:
-                os.close(descriptor)
-            except OSError:
-                pass  # the descriptor of the listing itself
-
-
-def _namespaces(flags):
-    try:
-        linux.unshare(flags)
-    except OSError as error:
-        what = "user namespaces" if flags & linux.CLONE_NEWUSER else "namespaces"
-        raise SandboxError(
-            f"this system gives no {what} ({error.strerror}); allow them (sysctl "
-            "user.max_user_namespaces, kernel.unprivileged_userns_clone, "
-            "kernel.apparmor_restrict_unprivileged_userns; in a container: its seccomp profile)"
-        ) from None
-
-
-def _make_user_namespace(ids):
-    """Returns a descriptor of a user namespace with the panel's ids (started by root only)."""
-    ready, go = os.pipe(), os.pipe()
-    process = os.fork()
-    if process == 0:
-        try:
-            os.close(go[1])
-            _namespaces(linux.CLONE_NEWUSER)
-            os.write(ready[1], b"x")
-            os.read(go[0], 1)
-        except SandboxError as error:
-            os.write(ready[1], str(error).encode())
-        finally:
-            os._exit(0)
-    os.close(ready[1])
-    os.close(go[0])
-    try:
-        answer = os.read(ready[0], 4096)
-        if answer != b"x":
-            raise SandboxError(answer.decode() or "the user namespace could not be made")
-        ids_module.write_map(process, ids)
-        return os.open(f"/proc/{process}/ns/user", os.O_RDONLY | os.O_CLOEXEC)
-    finally:
-        os.close(ready[0])
-        os.close(go[1])
-        os.waitpid(process, 0)

@@ -72,6 +72,19 @@ class SandboxError(Exception):
     """The sandbox cannot be made; the text says why and what helps."""
 
 
+def reason(error):
+    """Returns the text of an error without its number."""
+    if isinstance(error, OSError) and error.strerror:
+        return f"{error.filename}: {error.strerror}" if error.filename else error.strerror
+    return str(error)
+
+
+def is_first_user_namespace():
+    """Tells whether the caller's ids are those of the machine itself."""
+    with open("/proc/self/uid_map", encoding="ascii") as file:
+        return file.read().split() == ["0", "0", "4294967295"]
+
+
 def machine():
     """Returns the processor as the running program sees it (32-bit programs on 64-bit kernels)."""
     name = os.uname().machine

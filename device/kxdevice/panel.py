@@ -11,20 +11,11 @@ import errno
 import os
 import stat
 
-from kxdevice import etc, linux, state, trees
+from kxdevice import etc, linux, state, trees, usr
 from kxdevice.linux import SandboxError
 
 CARRIERS = ("/tmp", "/var/tmp", "/mnt", "/run")
 NODES = ("null", "zero", "full", "random", "urandom")
-STAND_INS = {  # tool: its folder below /usr
-    "wprotect_off": "bin/kxsystem",
-    "usb_umount": "bin/kxsystem",
-    "drive": "bin/kxsystem",
-    "kx-setting-cui": "bin",
-    "reboot": "sbin",
-}
-TOOL_FOLDERS = ("local/sbin", "local/bin", "sbin", "bin", "bin/kxsystem")
-REAL_TOOLS = "lib/kx-device"  # below /usr: the real ones of tools that may fail
 MARKER = "/.kx-device"
 
 
@@ -112,12 +103,20 @@ class _Builder:
             if carrier is None:
                 raise SandboxError("this machine has no /tmp")
             linux.mount("tmpfs", carrier, "tmpfs", linux.MS_NOSUID | linux.MS_NODEV,
-                        f"size={self.options.disk}m,mode=700")
+                        f"size={self.options.disk}m,nr_inodes=400k,mode=700")
             os.chdir(carrier)
             here = os.open(".", trees.DIR_FLAGS)
             state.make_folders(here, *self.owner)
             os.close(here)
-        self._build_usr()
+        layers = usr.Layers(self.job, self.owner)
+        mapped = False
+        if self.privileged:
+            mapped = self._give_ids(self.usr_tree)
+            linux.mount_setattr(self.usr_tree, linux.MOUNT_ATTR_RDONLY)
+        layers.build(self.usr_tree, self.usr_source, mapped)
+        self.panel.lower = layers.lower_fd
+        self.panel.stubbed = layers.stubbed
+        self.merged = layers.merged
         linux.mount("proc", "proc", "proc", linux.MS_NOSUID | linux.MS_NODEV | linux.MS_NOEXEC)
         self.proc = linux.open_tree("proc")
         panel = self.panel
@@ -135,126 +134,6 @@ class _Builder:
             trees.copy_dir(self.usb.fd, panel.drive, *self.owner, self.usb.path)
             panel.new_drive = True
         linux.mount("root", "root", None, linux.MS_BIND)
-
-    def _build_usr(self):
-        linux.mount("tmpfs", "mid", "tmpfs", linux.MS_NOSUID | linux.MS_NODEV,
-                    "size=64m,mode=755")
-        mapped = False
-        if self.privileged:
-            mapped = self._give_ids(self.usr_tree)
-            linux.mount_setattr(self.usr_tree, linux.MOUNT_ATTR_RDONLY)
-            linux.move_mount(self.usr_tree, "lower")
-            lower = "lower"
-        else:
-            lower = self.usr_source
-            if ":" in lower or "," in lower or "\\" in lower:
-                raise SandboxError(f"the name {lower} of /usr holds : , or a backslash")
-        self.panel.lower = os.open(lower, trees.DIR_FLAGS & ~os.O_NOFOLLOW)
-        os.chown("mid", *self.owner)
-        if not mapped:
-            self._own_folders(lower, "mid", 2)
-        self._install_tools(lower)
-        data = f"lowerdir=mid:{lower},upperdir=usr,workdir=work"
-        if not self.privileged:
-            data += ",userxattr"
-        try:
-            linux.mount("overlay", "merged", "overlay", linux.MS_NODEV, data)
-        except OSError as error:
-            raise SandboxError(f"/usr cannot be laid over ({error.strerror}); the kernel needs "
-                               "overlay mounts, and the state a plain local file system") from None
-        self.merged = linux.open_tree("merged")
-
-    def _own_folders(self, lower, middle, depth):
-        """Lays folders owned by root inside over those of the host, so that files can be added."""
-        with os.scandir(lower) as entries:
-            names = [entry.name for entry in entries if entry.is_dir(follow_symlinks=False)]
-        for name in names:
-            below, above = f"{lower}/{name}", f"{middle}/{name}"
-            try:
-                mode = stat.S_IMODE(os.lstat(below).st_mode)
-                os.mkdir(above, 0o700)
-                os.chown(above, *self.owner)
-                os.chmod(above, mode)
-                if depth > 1 or "-linux-" in name or name == "local":
-                    self._own_folders(below, above, depth - 1 if depth > 1 else 1)
-            except OSError as error:
-                if error.errno not in (errno.EACCES, errno.ENOENT):
-                    raise
-
-    def _middle(self, folder):
-        """Makes a folder of the middle layer and those above it, with the host's modes."""
-        path = "mid"
-        for part in folder.split("/"):
-            path += "/" + part
-            try:
-                os.mkdir(path, 0o755)
-                os.chown(path, *self.owner)
-            except FileExistsError:
-                pass
-        return path
-
-    def _place(self, folder, name, data):
-        path = f"{self._middle(folder)}/{name}"
-        with open(path, "wb") as file:
-            file.write(data)
-        os.chown(path, *self.owner)
-        os.chmod(path, 0o755)
-
-    def _hide(self, folder, name):
-        path = f"{self._middle(folder)}/{name}"
-        if os.path.lexists(path):
-            os.unlink(path)
-        os.mknod(path, stat.S_IFCHR | 0o000, os.makedev(0, 0))
-
-    def _install_tools(self, lower):
-        interpreter = os.path.realpath("/usr/bin/python3")
-        client = b"#!" + os.fsencode(interpreter) + b" -IS\n" + \
-            self.job.stand_in.partition(b"\n")[2]
-        failing = sorted({tool for tool, _, _ in self.options.fail})
-        for tool in failing + self.options.missing:
-            if tool == os.path.basename(interpreter):
-                raise SandboxError(f"{tool} is needed by the stand-ins; choose another tool")
-        for name, folder in STAND_INS.items():
-            self._place(folder, name, client)
-        for tool in failing + self.options.missing:
-            places = [folder for folder in TOOL_FOLDERS if os.path.lexists(f"{lower}/{folder}/{tool}")]
-            kept = [folder for folder in TOOL_FOLDERS if os.path.lexists(f"usr/{folder}/{tool}")]
-            own = STAND_INS.get(tool)
-            if kept:
-                raise SandboxError(f"{tool} was installed or changed by an earlier run on this "
-                                   "panel; only its first tools can fail or be missing")
-            if not places and not own:
-                raise SandboxError(f"the panel has no tool {tool} that could fail or be missing")
-            if tool in self.options.missing:
-                for folder in set(places + ([own] if own else [])):
-                    self._hide(folder, tool)
-            elif not own:
-                self._stub(lower, places, tool, client)
-
-    def _stub(self, lower, places, tool, client):
-        first = places[0]
-        real = os.path.realpath(f"{lower}/{first}/{tool}")
-        base = os.path.realpath(lower)
-        # Absolute links (alternatives) are read with the host's /etc, as the panel has a copy.
-        if real.startswith(base + "/"):
-            real = "/usr" + real[len(base):]
-        elif real.startswith(self.usr_source + "/"):
-            real = "/usr" + real[len(self.usr_source):]
-        inner = real[len("/usr/"):]
-        if any(inner == f"{folder}/{tool}" for folder in places):
-            inner = self._keep_real(f"{lower}/{inner}", tool)
-        self.panel.stubbed[tool] = "/usr/" + inner
-        for folder in places:
-            self._place(folder, tool, client)
-
-    def _keep_real(self, path, tool):
-        target = f"{self._middle(REAL_TOOLS)}/{tool}"
-        source = os.open(path, os.O_RDONLY | os.O_CLOEXEC)
-        folder = os.open(os.path.dirname(target), trees.DIR_FLAGS)
-        trees.copy_file(source, folder, tool, *self.owner)
-        os.close(source)
-        os.close(folder)
-        return f"{REAL_TOOLS}/{tool}"
 
     def change_root(self):
         """Leaves the host's root for good."""
@@ -387,7 +266,7 @@ class _Builder:
         uid, gid = self.owner
         owner = f"uid={uid},gid={gid}"
         linux.mount("tmpfs", "/dev", "tmpfs", linux.MS_NOSUID | linux.MS_NOEXEC,
-                    f"size=4m,mode=755,{owner}")
+                    f"size=4m,nr_inodes=4k,mode=755,{owner}")
         for name, tree in self.nodes:
             self._file_for_mount(f"/dev/{name}")
             linux.move_mount(tree, f"/dev/{name}")
@@ -396,7 +275,7 @@ class _Builder:
             self._link(f"/dev/{name}", target)
         os.mkdir("/dev/shm")
         linux.mount("tmpfs", "/dev/shm", "tmpfs", linux.MS_NOSUID | linux.MS_NODEV,
-                    f"size={self.options.disk}m,mode=1777,{owner}")
+                    f"size={self.options.disk}m,nr_inodes=400k,mode=1777,{owner}")
 
     # -- without rights outside --------------------------------------------------------------
 

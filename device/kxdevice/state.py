@@ -153,7 +153,7 @@ def run_as_panel(ids, action):
                 action()
                 status = 0
         except (OSError, linux.SandboxError) as error:
-            os.write(2, f"device: {error}\n".encode(errors="surrogateescape"))
+            os.write(2, f"device: {linux.reason(error)}\n".encode(errors="surrogateescape"))
         finally:
             os._exit(status)
     os.close(ready[1])

@@ -190,8 +190,11 @@ def _table(text):
 
 
 def _names(table):
-    return {int(row[1]): name for name, row in table.items()
-            if len(row) > 1 and row[1].isdigit()}
+    names = {}
+    for name, row in table.items():
+        if len(row) > 1 and row[1].isdigit():
+            names.setdefault(int(row[1]), name)
+    return names
 
 
 def _describe(entry, users, groups):
@@ -299,15 +302,17 @@ def text(result):
     for facts, owner in zip(files, owners):
         size = "" if facts.get("kind") in ("d", None) else str(facts["size"])
         target = f" -> {_plain(facts['target'])}" if "target" in facts else ""
-        lines.append(f"  {facts['change']:<7}  {facts.get('mode', ''):<10}  {owner:<{owner_width}}  "
-                     f"{size:>{size_width}}  {_plain(facts['path'])}{target}")
+        lines.append(f"  {facts['change']:<7}  {facts.get('mode', ''):<10}  "
+                     f"{owner:<{owner_width}}  {size:>{size_width}}  "
+                     f"{_plain(facts['path'])}{target}")
     lines += ["", "Settings"]
     for item in result["settings"]:
         was = "" if item["before"] is None else f"  (was {_plain(item['before'])})"
         lines.append(f"  {_plain(item['name'])}={_plain(item['after'] or '')}{was}")
     lines += [] if result["settings"] else ["  none"]
     lines += ["", "Users"]
-    lines += [f"  {_plain(item['name'])}: {item['change']}" for item in result["users"]] or ["  none"]
+    lines += [f"  {_plain(item['name'])}: {item['change']}"
+              for item in result["users"]] or ["  none"]
     lines += ["", "Installed packages"]
     lines += [f"  {_plain(item['name'])}: record {item['change']}"
               for item in result["packages"]] or ["  none"]

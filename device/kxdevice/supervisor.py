@@ -4,7 +4,6 @@
 
 import array  # the socket module asks for it late, when nothing can be imported any more
 import codecs
-import errno
 import json
 import os
 import resource
@@ -14,17 +13,15 @@ import socket
 import sys
 import time
 
-from kxdevice import linux, panel as panel_module
-from kxdevice import summary, tools, trace as trace_module
+from kxdevice import launch, linux, panel as panel_module
+from kxdevice import summary, tools, trace as trace_module, usr
 from kxdevice.linux import SandboxError
 
-CAPABILITIES = (0, 1, 3, 4, 5, 6, 7)  # CHOWN DAC_OVERRIDE FOWNER FSETID KILL SETGID SETUID
 ADDRESS = b"\0kx-device"
 LONGEST_CALL = 1 << 22
 MOST_CLIENTS = 64
 PATIENCE = 10  # seconds for a client to send its call
 MEMORY_PERIOD = 0.1
-SH = "/bin/sh"
 LATE = (array, [codecs.lookup(name) for name in ("ascii", "utf-8", "latin-1")])
 
 
@@ -43,6 +40,7 @@ class Job:
         self.user_namespace = -1  # descriptor, or -1 when already inside
         self.groups = []  # descriptors of control groups to join
         self.watch_memory = False
+        self.first_namespace = False  # real root of the machine started it
 
 
 class Supervisor:
@@ -59,8 +57,6 @@ class Supervisor:
         self.command = 0
         self.status = None  # wait status of the command
         self.reason = ""
-        self.memory_reached = False
-        self.listener = None
 
     def prepare(self):
         """Builds the panel and takes the picture to compare with at the end."""
@@ -112,7 +108,7 @@ class Supervisor:
         if process == 0:
             try:
                 ours.close()
-                self._become(words, chdir, startup, theirs, wants_listener)
+                launch.become(self.job, words, chdir, startup, theirs, wants_listener)
             finally:
                 os._exit(125)
         theirs.close()
@@ -134,7 +130,7 @@ class Supervisor:
         if wants_listener:
             missing = {}
             for tool in self.options.missing:
-                for folder in panel_module.TOOL_FOLDERS:
+                for folder in usr.TOOL_FOLDERS:
                     for base in ("/usr/", "/"):
                         missing[f"{base}{folder}/{tool}".encode()] = tool.encode()
             listener = trace_module.ExecListener(descriptors[0], self.trace,
@@ -142,43 +138,6 @@ class Supervisor:
             listener.first.add(process)
             self._watch(descriptors[0], listener.handle)
         link.sendall(b"go")
-
-    def _become(self, words, chdir, startup, link, wants_listener):
-        """Turns the forked child into the command: gives up all rights step by step."""
-        try:
-            signal.set_wakeup_fd(-1)
-            os.setsid()
-            linux.join_own_keyring()
-            for group in self.job.groups:
-                os.write(group, b"0")
-            limit = self.options.processes
-            resource.setrlimit(resource.RLIMIT_NPROC, (limit, limit))
-            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-            os.umask(0o022)
-            os.chdir(chdir)
-            linux.keep_capabilities(CAPABILITIES)
-            linux.prctl(linux.PR_SET_NO_NEW_PRIVS, 1)
-            program = _find(words[0], self.job.environment["PATH"])
-            if wants_listener:
-                descriptor = linux.install_exec_listener()
-                socket.send_fds(link, [b"ready"], [descriptor])
-                os.close(descriptor)
-            else:
-                link.sendall(b"ready")
-            link.recv(2)
-        except (OSError, SandboxError) as error:
-            link.sendall(f"the command cannot be started safely ({error})".encode())
-            os._exit(125)
-        _standard_signals(self.options.ignore_sigchld and not startup)
-        if startup:
-            _streams_of_startup(self.job.closed)
-        os.closerange(3, 65536)
-        complaint = os.dup(2) if 2 not in self.job.closed else -1
-        if complaint >= 0:
-            os.set_inheritable(complaint, False)
-        for descriptor in self.job.closed:
-            os.close(descriptor)
-        os._exit(_execute(program, words, self.job.environment, complaint))
 
     # -- serving -----------------------------------------------------------------------------
 
@@ -225,7 +184,6 @@ class Supervisor:
                 except (OSError, IndexError):
                     pass
         if used > self.options.memory << 20:
-            self.memory_reached = True
             self.reason = "memory"
 
     def _reap(self):
@@ -264,7 +222,7 @@ class Supervisor:
         try:
             return action()
         except OSError as error:
-            return str(error)
+            return linux.reason(error)
 
     def _accept(self):
         try:
@@ -310,7 +268,8 @@ class Supervisor:
         try:
             answer = self.tools.call(words)
         except OSError as error:
-            answer = [b"exit", b"1", b"", f"{os.fsdecode(words[0])}: {error}\n".encode()]
+            line = words[0] + b": " + os.fsencode(linux.reason(error)) + b"\n"
+            answer = [b"exit", b"1", b"", line]
         try:
             client.settimeout(PATIENCE)
             client.sendall(b"\0".join(answer))
@@ -340,63 +299,6 @@ class Supervisor:
                   trace_failed=self.trace.failed)
 
 
-def _find(word, path):
-    """Finds a program like the shell does; returns its path, or "" when there is none."""
-    if "/" in word:
-        return word
-    found = ""
-    for folder in path.split(":"):
-        candidate = os.path.join(folder or ".", word)
-        if os.path.isfile(candidate):
-            if os.access(candidate, os.X_OK):
-                return candidate
-            found = found or candidate
-    return found
-
-
-def _standard_signals(ignore_sigchld):
-    for number in range(1, signal.NSIG):
-        try:
-            signal.signal(number, signal.SIG_DFL)
-        except (OSError, ValueError):
-            pass  # SIGKILL, SIGSTOP and those the C library keeps to itself
-    if ignore_sigchld:
-        signal.signal(signal.SIGCHLD, signal.SIG_IGN)
-    signal.pthread_sigmask(signal.SIG_SETMASK, [])
-
-
-def _streams_of_startup(closed):
-    """The start-up script has no input, and speaks where errors are spoken of."""
-    null = os.open("/dev/null", os.O_RDWR)
-    os.dup2(null, 0)
-    if 2 in closed:
-        os.dup2(null, 2)
-    os.dup2(2, 1)
-
-
-def _execute(program, words, environment, complaint):
-    """Becomes the program; returns an exit status when that is not possible."""
-    problem, status = "not found on the panel", 127
-    if program:
-        try:
-            os.execve(program, words, environment)
-        except OSError as error:
-            if error.errno == errno.ENOEXEC:
-                try:
-                    os.execve(SH, [SH, program, *words[1:]], environment)
-                except OSError as other:
-                    error = other
-            if error.errno not in (errno.ENOENT, errno.ENOTDIR) or os.path.exists(program):
-                problem, status = f"cannot be executed ({error.strerror})", 126
-    if complaint >= 0:
-        line = f"device/run: {words[0]}: {problem}\n".encode(errors="surrogateescape")
-        try:
-            os.write(complaint, line)
-        except OSError:
-            pass
-    return status
-
-
 def main(job):
     """The life of process 1; never returns."""
     status = 1
@@ -415,8 +317,11 @@ def main(job):
             supervisor.send(ready=True)
             supervisor.run()
             status = 0
-        except (SandboxError, OSError) as error:
+        except SandboxError as error:
             supervisor.send(fail=str(error))
+        except OSError as error:
+            supervisor.send(fail=f"{linux.reason(error)}; it needs Linux 5.14 or later with "
+                                 "overlay mounts, and rights to mount in namespaces")
     except BaseException as error:  # pylint: disable=broad-except
         try:
             job.control.sendall(json.dumps({"fail": f"{type(error).__name__}: {error}"}).encode()

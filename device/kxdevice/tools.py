@@ -8,6 +8,7 @@ import os
 from kxdevice import linux, state, trees
 
 USAGE = 2
+MOST_SETTINGS = 1 << 20  # bytes of all names and values
 
 
 class Drive:
@@ -140,6 +141,8 @@ class Tools:
     def call(self, words):
         """Handles one call, given as the tool's name and arguments; returns the answer's fields."""
         tool = os.fsdecode(words[0])
+        if tool not in self.handlers and tool not in self.panel.stubbed:
+            return _exit(126, error=f"{tool}: the panel has no such stand-in")
         count = self.calls[tool] = self.calls.get(tool, 0) + 1
         for name, status, nth in self.failures:
             if name == tool and nth in (0, count):
@@ -148,9 +151,7 @@ class Tools:
         if tool in self.handlers:
             self.trace.event(b"tool", *words)
             return self.handlers[tool](words[1:])
-        if tool in self.panel.stubbed:
-            return [b"run", os.fsencode(self.panel.stubbed[tool])]
-        return _exit(126, error=f"{tool}: the panel has no such stand-in")
+        return [b"run", os.fsencode(self.panel.stubbed[tool])]
 
     def _wprotect_off(self, words):
         if words:
@@ -188,7 +189,10 @@ class Tools:
             if not name or not equals:
                 return _exit(USAGE, error=f"kx-setting-cui: '{name}{equals}{value}' is not "
                                           f"NAME=VALUE; {usage}")
-        self.settings.update((name, value) for name, _, value in pairs)
+        wanted = {**self.settings, **{name: value for name, _, value in pairs}}
+        if sum(len(name) + len(value) for name, value in wanted.items()) > MOST_SETTINGS:
+            return _exit(1, error="kx-setting-cui: no room for more settings")
+        self.settings.update(wanted)
         state.write_json(self.panel.folder, "settings.json", self.settings)
         return _exit(0)
 

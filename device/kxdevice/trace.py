@@ -12,6 +12,7 @@ from kxdevice import linux, trees
 SHELLS = (b"/bin/sh", b"/usr/bin/sh")
 PAGE = 4096
 LONGEST = 1 << 22
+MOST = 1 << 28  # bytes of a whole trace: a runaway command must not fill the caller's disk
 
 _NOTICE = struct.Struct("=QIIiIQ6Q")
 _ANSWER = struct.Struct("=QqiI")
@@ -27,12 +28,17 @@ class Trace:
     def __init__(self, descriptor):
         self.descriptor = descriptor
         self.failed = ""
+        self.written = 0
 
     def event(self, *fields):
         """Adds a line of fields, given as bytes."""
         if self.descriptor < 0 or self.failed:
             return
         line = b"\t".join(escaped(field) for field in fields) + b"\n"
+        self.written += len(line)
+        if self.written > MOST:
+            self.failed = f"more than {MOST >> 20} MiB"
+            return
         try:
             trees.write_all(self.descriptor, line)
         except OSError as error:

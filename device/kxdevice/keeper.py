@@ -1,0 +1,125 @@
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+"""The process between the caller and the panel: makes the namespaces and starts process 1.
+
+It outlives a killed front just long enough to end the panel and to remove its control groups.
+"""
+
+import errno
+import os
+import select
+import signal
+import socket
+
+from kxdevice import ids as ids_module, linux, supervisor
+from kxdevice.linux import SandboxError
+
+NAMESPACES = linux.CLONE_NEWPID | linux.CLONE_NEWNET | linux.CLONE_NEWIPC | linux.CLONE_NEWUTS
+ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+
+
+def keep(job, groups, life, link, state):
+    """The life of the keeper: namespaces, process 1, then waiting for the end of either side."""
+    os.setsid()
+    for number in (*ENDING_SIGNALS, signal.SIGQUIT, signal.SIGPIPE, signal.SIGTSTP):
+        signal.signal(number, signal.SIG_IGN)
+    lock = state.lock if state else -1
+    kept = {life, link.fileno(), job.control.fileno(), job.trace, lock, *job.groups}
+    _close_others(kept)
+    try:
+        if os.geteuid() == 0:
+            job.first_namespace = linux.is_first_user_namespace()
+            job.user_namespace = _make_user_namespace(job.ids)
+        else:
+            _namespaces(linux.CLONE_NEWUSER)
+            link.sendall(b"map")
+            if link.recv(2) != b"go":
+                os._exit(1)
+        _namespaces(NAMESPACES)
+        try:
+            linux.unshare(linux.CLONE_NEWCGROUP)
+        except OSError as error:
+            if error.errno != errno.EINVAL:  # a kernel without such namespaces
+                raise
+        socket.sethostname("panel")
+        process = os.fork()
+        if process == 0:
+            try:
+                os.close(life)
+                link.close()
+                supervisor.main(job)
+            finally:
+                os._exit(1)
+        link.sendall(b"started")
+    except (SandboxError, OSError) as error:
+        link.sendall(linux.reason(error).encode(errors="replace"))
+        os._exit(1)
+    link.close()
+    job.control.close()
+    _wait_for_end(process, life)
+    groups.remove()
+    os._exit(0)
+
+
+def _wait_for_end(process, life):
+    null = os.open("/dev/null", os.O_RDWR)
+    for number in (0, 1, 2):
+        os.dup2(null, number)
+    watched = os.pidfd_open(process)
+    poll = select.poll()
+    poll.register(watched, select.POLLIN)
+    poll.register(life, select.POLLIN | select.POLLHUP)
+    poll.poll()
+    # Process 1 takes every process of the panel with it.
+    os.kill(process, signal.SIGKILL)
+    os.waitpid(process, 0)
+
+
+def _close_others(kept):
+    for name in os.listdir("/proc/self/fd"):
+        descriptor = int(name)
+        if descriptor > 2 and descriptor not in kept:
+            try:
+                os.close(descriptor)
+            except OSError:
+                pass  # the descriptor of the listing itself
+
+
+def _namespaces(flags):
+    try:
+        linux.unshare(flags)
+    except OSError as error:
+        what = "user namespaces" if flags & linux.CLONE_NEWUSER else "namespaces"
+        raise SandboxError(
+            f"this system gives no {what} ({error.strerror}); allow them (sysctl "
+            "user.max_user_namespaces, kernel.unprivileged_userns_clone, "
+            "kernel.apparmor_restrict_unprivileged_userns; in a container: its seccomp profile)"
+        ) from None
+
+
+def _make_user_namespace(ids):
+    """Returns a descriptor of a user namespace with the panel's ids (started by root only)."""
+    ready, go = os.pipe(), os.pipe()
+    process = os.fork()
+    if process == 0:
+        try:
+            os.close(go[1])
+            _namespaces(linux.CLONE_NEWUSER)
+            os.write(ready[1], b"x")
+            os.read(go[0], 1)
+        except SandboxError as error:
+            os.write(ready[1], str(error).encode())
+        finally:
+            os._exit(0)
+    os.close(ready[1])
+    os.close(go[0])
+    try:
+        answer = os.read(ready[0], 4096)
+        if answer != b"x":
+            raise SandboxError(answer.decode() or "the user namespace could not be made")
+        ids_module.write_map(process, ids)
+        return os.open(f"/proc/{process}/ns/user", os.O_RDONLY | os.O_CLOEXEC)
+    finally:
+        os.close(ready[0])
+        os.close(go[1])
+        os.waitpid(process, 0)
