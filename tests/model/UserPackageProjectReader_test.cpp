@@ -227,10 +227,13 @@ TEST_P(RootThatIsNoObject, ThrowsWithoutAMessage)
 
 INSTANTIATE_TEST_SUITE_P(Roots, RootThatIsNoObject,
                          ::testing::Values("[]", "[{}]", "7", "-1.5e3", "\"text\"", "true", "false",
-                                           "null", " 7", "7}", "\"\"", "[1,2] trailing",
-                                           "7[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
-                                           "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
-                                           "[["));
+                                           "null", " 7", "7}", "\"\"", "[1,2] trailing"));
+
+TEST_F(ProjectReader, DoesNotLookAtTheNestingBehindARootThatIsNoObject)
+{
+    EXPECT_THROW(static_cast<void>(Read(kMark + "7"s + std::string(2000, '['))),
+                 std::runtime_error);
+}
 
 TEST_F(ProjectReader, ThrowsInRootOnlyModeToo)
 {
