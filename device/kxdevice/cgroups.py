@@ -29,7 +29,7 @@ class Groups:
     def _make_v1_memory(self, path, memory):
         if not self._add(path):
             return
-        if not _write(f"{path}/memory.limit_in_bytes", memory):
+        if not _write(f"{path}/memory.limit_in_bytes", memory) or not _can_join(path):
             self._take_back(path)
             return
         _write(f"{path}/memory.swappiness", 0)
@@ -38,7 +38,7 @@ class Groups:
         self.oom_files.append(f"{path}/memory.oom_control")
 
     def _make_v1_pids(self, path, processes):
-        if self._add(path) and not _write(f"{path}/pids.max", processes):
+        if self._add(path) and not (_write(f"{path}/pids.max", processes) and _can_join(path)):
             self._take_back(path)
 
     def _make_v2(self, own, name, memory, processes):
@@ -49,7 +49,8 @@ class Groups:
         while True:
             path = f"{base}{own.rstrip('/')}/{name}"
             if not self.has_memory and self._add(path):
-                if _write(f"{path}/memory.max", memory) and _write(f"{path}/pids.max", processes):
+                if (_write(f"{path}/memory.max", memory)
+                        and _write(f"{path}/pids.max", processes) and _can_join(path)):
                     _write(f"{path}/memory.swap.max", 0)
                     self.has_memory = True
                     self.oom_files.append(f"{path}/memory.events")
@@ -113,6 +114,14 @@ def _own():
     except OSError:
         return []
     return [(line[1].split(","), line[2]) for line in lines if len(line) == 3]
+
+
+def _can_join(path):
+    """Tells whether a process may enter a group; the command must not fail on that later."""
+    process = os.fork()
+    if process == 0:
+        os._exit(0 if _write(f"{path}/cgroup.procs", 0) else 1)
+    return os.waitpid(process, 0)[1] == 0
 
 
 def _write(path, value):

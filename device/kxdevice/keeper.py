@@ -73,6 +73,8 @@ def _wait_for_end(process, life):
     # Process 1 takes every process of the panel with it.
     os.kill(process, signal.SIGKILL)
     os.waitpid(process, 0)
+    # The front still reads from the control groups what ended the command.
+    os.read(life, 1)
 
 
 def _close_others(kept):

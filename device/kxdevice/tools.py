@@ -4,6 +4,7 @@
 
 import errno
 import os
+import stat
 
 from kxdevice import linux, state, trees
 
@@ -41,8 +42,8 @@ class Drive:
             self.facts["present"] = True
         elif not self.facts.get("present"):
             return "there has been no drive yet; name a folder to plug in"
-        self._node(True)
         self._mount()
+        self._node(True)
         self.facts["plugged"] = True
         self._save()
         self.on_new_drive()
@@ -76,8 +77,7 @@ class Drive:
         return ""
 
     def _mount(self):
-        os.makedirs("/mnt/usb", exist_ok=True)
-        folder = os.open("/mnt", trees.DIR_FLAGS)
+        folder = _mount_folder()
         linux.move_mount(self.panel.drive_mount, "usb", folder)
         # The attached mount gives the next one, and must be closed: it would keep itself busy.
         spare = linux.open_tree("", linux.OPEN_TREE_CLONE | linux.AT_EMPTY_PATH,
@@ -109,6 +109,26 @@ class Drive:
 
     def _save(self):
         state.write_json(self.panel.folder, "drive.json", self.facts)
+
+
+def _mount_folder():
+    """Opens the folder of the mount point, which is made when it is missing."""
+    root = os.open("/", trees.DIR_FLAGS)
+    try:
+        try:
+            os.mkdir("mnt", 0o755, dir_fd=root)
+        except FileExistsError:
+            pass
+        folder = os.open("mnt", trees.DIR_FLAGS, dir_fd=root)
+    finally:
+        os.close(root)
+    try:
+        os.mkdir("usb", 0o755, dir_fd=folder)
+    except FileExistsError:
+        if not stat.S_ISDIR(os.lstat("usb", dir_fd=folder).st_mode):
+            os.close(folder)
+            raise
+    return folder
 
 
 def take_incoming(drive, incoming):
