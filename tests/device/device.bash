@@ -53,7 +53,7 @@ fail() {
     printf '%s\n' "$1" >&2
     local file
     for file in "${OUT:-}" "${ERR:-}" "${TRACE:-}"; do
-        [ ! -s "$file" ] || { printf -- '-- %s\n' "${file##*/}" && head -n 40 "$file"; } >&2
+        [ ! -s "$file" ] || { printf -- '-- %s\n' "${file##*/}" && head -n 15 "$file"; } >&2
     done
     return 1
 }
@@ -88,8 +88,6 @@ prepare() {
         --env "ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}"
         --env "UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}"
         --env "LSAN_OPTIONS=suppressions=$KIT/lsan.supp:print_suppressions=0"
-        # Otherwise Qt says on standard error which folder it takes.
-        --env "XDG_RUNTIME_DIR=/run"
         --trace "$TRACE" --trace-shell)
     while [ "$1" != -- ]; do
         case $1 in
@@ -148,6 +146,17 @@ install() {
     local name=$1
     shift
     device "$@" -- "$UPDATER" -unzipedDir "/packages/$name"
+}
+
+# install_each NAME...: installs one package after the other on the same panel; standard output has
+# the lines of each, standard error among them, between its name and its exit code.
+install_each() {
+    # shellcheck disable=SC2016 # expanded inside
+    device -- sh -c 'for name; do
+        echo "== $name"
+        "$0" -unzipedDir "/packages/$name" 2>&1
+        echo "-- exit code $?"
+    done' "$UPDATER" "$@"
 }
 
 # ---- expectations: whole texts; what was expected stands on standard input ----

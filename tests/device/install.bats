@@ -137,7 +137,7 @@ END
     install Foo --summary-json "$WORK/summary"
 
     expect_status 0
-    # The list of fonts is the window system's own business.
+    # The library for fonts keeps a list of them.
     jq -r '.. | objects | .path? // empty' "$WORK/summary" | grep -vE '^/var/(cache/fontconfig|gcov)' |
         LC_ALL=C sort >"$WORK/paths"
     same "$WORK/paths" 'the changed paths' <<'END'

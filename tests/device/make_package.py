@@ -239,6 +239,7 @@ def read_recipe(text):
 def main():
     """Makes one package."""
     os.umask(0o022)
+    sys.setrecursionlimit(10000)  # for objects nested deep
     package = read_recipe(sys.stdin.read())
     if sys.argv[1] == "--update":
         with tempfile.TemporaryDirectory() as folder:
