@@ -111,7 +111,9 @@ prepare() {
     done
     shift
     if [ -n "${KX_COVERAGE_OUT:-}" ]; then
+        # The counts of an instrumented updater add up in one folder, which goes in and comes out.
         options+=(--env GCOV_PREFIX=/var/gcov)
+        [ ! -d "$KX_COVERAGE_OUT/bats" ] || options+=(--put "$KX_COVERAGE_OUT/bats=/var/gcov")
         keep=1
     fi
     [ -z "$keep" ] || options+=(--state "$STATE")
@@ -129,7 +131,10 @@ finish() {
         # Where the panel's disk is full or the like, the counts cannot be kept.
         sed -i '/^profiling:/d' "$ERR"
         local counts=$STATE/root/var/gcov
-        [ ! -d "$counts" ] || mv "$counts" "$(mktemp -d "$KX_COVERAGE_OUT/bats.XXXXXX")"
+        if [ -d "$counts" ]; then
+            rm -rf "$KX_COVERAGE_OUT/bats"
+            mv "$counts" "$KX_COVERAGE_OUT/bats"
+        fi
     fi
 }
 
