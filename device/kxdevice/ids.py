@@ -91,7 +91,7 @@ def for_caller():
     more_users = _subordinate("/etc/subuid", _own_name(), os.getuid())
     more_groups = _subordinate("/etc/subgid", _own_name(), os.getuid())
     tools = all(any(os.access(f"{folder}/{name}", os.X_OK) for folder in ("/usr/bin", "/bin"))
-                  for name in ("newuidmap", "newgidmap"))
+                for name in ("newuidmap", "newgidmap"))
     if more_users and more_groups and tools:
         users.append((1, more_users[0][0], min(more_users[0][1], ALL - 1)))
         groups.append((1, more_groups[0][0], min(more_groups[0][1], ALL - 1)))
