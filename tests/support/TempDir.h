@@ -25,11 +25,13 @@ public:
 
     /// Writes a file, with the folders that lead to it.
     /// @return its path
+    // Many tests know the path anyway. NOLINTNEXTLINE(modernize-use-nodiscard)
     std::string Write(const std::string& name, const std::string& content,
                       unsigned mode = 0644) const;
 
     /// Creates a folder with its parents.
     /// @return its path
+    // As above. NOLINTNEXTLINE(modernize-use-nodiscard)
     std::string MakeDir(const std::string& name) const;
 
     /// Everything below the folder, sorted by path: "dir d 755" and "dir/file f 644 content", the
