@@ -1,0 +1,334 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+
+// The application object of console mode. A process makes one such object in its life, so each
+// test makes it in a child.
+#include "app/CommandLine.h"
+#include "app/ConsoleApplication.h"
+#include "app/ForkedChild.h"
+#include "support/TempDir.h"
+
+#include <QApplication>
+#include <QLibraryInfo>
+#include <QStyle>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+using ::testing::HasSubstr;
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+constexpr const char* kPrintPlatform = "--print-platform";
+
+/// The name of the platform that an application object made here gets.
+std::string PlatformMade()
+{
+    CommandLine line({"-unzipedDir", "/tmp/a"});
+    int count = line.Count();
+    const auto app = MakeConsoleApplication(count, line.Words());
+    return QGuiApplication::platformName().toStdString();
+}
+
+/// An environment block of the test's own.
+class Environment
+{
+public:
+    explicit Environment(std::vector<std::string> entries) : m_entries(std::move(entries))
+    {
+        for (std::string& entry : m_entries) {
+            m_pointers.push_back(entry.data());
+        }
+        m_pointers.push_back(nullptr);
+    }
+
+    void Use() { environ = m_pointers.data(); }
+
+    /// Tells whether the process's environment is this very block, with the same bytes.
+    [[nodiscard]] bool IsInUseUnchanged(const std::vector<std::string>& given) const
+    {
+        if (environ != m_pointers.data() || given.size() + 1 != m_pointers.size()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < given.size(); ++i) {
+            if (environ[i] != m_entries[i].data() || given[i] != environ[i]) {
+                return false;
+            }
+        }
+        return environ[given.size()] == nullptr;
+    }
+
+private:
+    std::vector<std::string> m_entries;
+    std::vector<char*> m_pointers;
+};
+
+/// Everything that an environment may name for a window and its devices, with values that would
+/// show if they were used.
+std::vector<std::string> WindowVariables(const std::string& runtimeFolder)
+{
+    return {"QT_QPA_PLATFORM=linuxfb:fb=/dev/kx_none",
+            "QT_QPA_PLATFORMTHEME=kx_none",
+            "QT_QPA_GENERIC_PLUGINS=evdevtouch:/dev/kx_none",
+            "QT_IM_MODULE=kx_none",
+            "QT_STYLE_OVERRIDE=kx_none",
+            "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1",
+            "TMPDIR=" + runtimeFolder,
+            "DISPLAY=:77"};
+}
+
+struct PlatformCase {
+    std::string name;
+    std::optional<std::string> value;
+};
+
+} // namespace
+
+class GivenPlatform : public ::testing::TestWithParam<PlatformCase>
+{
+};
+
+TEST_P(GivenPlatform, IsNotUsed)
+{
+    const ChildResult child = RunInChild([] {
+        if (GetParam().value) {
+            setenv("QT_QPA_PLATFORM", GetParam().value->c_str(), 1);
+        } else {
+            unsetenv("QT_QPA_PLATFORM");
+        }
+        return PlatformMade();
+    });
+
+    EXPECT_EQ(child.status, 0);
+    EXPECT_EQ(child.text, "offscreen");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, GivenPlatform,
+    ::testing::Values(PlatformCase{"None", std::nullopt}, PlatformCase{"Empty", ""},
+                      PlatformCase{"Offscreen", "offscreen"}, PlatformCase{"Minimal", "minimal"},
+                      PlatformCase{"FrameBuffer", "linuxfb:fb=/dev/kx_none"},
+                      PlatformCase{"Eglfs", "eglfs"}, PlatformCase{"Xcb", "xcb"},
+                      PlatformCase{"List", "xcb;minimal"}, PlatformCase{"Unknown", "kx_none"},
+                      PlatformCase{"Strange", ";;:%s \xFF"}),
+    [](const auto& test) { return test.param.name; });
+
+TEST(ConsoleApplication, LeavesTheEnvironmentAsItWasEntryByEntry)
+{
+    const std::vector<std::string> given = {"Z=last first",
+                                            "QT_QPA_PLATFORM=xcb",
+                                            "LANG=ja_JP.UTF-8",
+                                            "no equals sign",
+                                            "",
+                                            "QT_IM_MODULE=kx_none",
+                                            "BYTES=\xFF\n",
+                                            "QT_QPA_PLATFORM=eglfs",
+                                            "TMPDIR=/kx_none",
+                                            "XDG_RUNTIME_DIR=/kx_none",
+                                            "QT_QPA_PLATFORM",
+                                            "Z=again",
+                                            "A=" + std::string(100000, 'a')};
+
+    const ChildResult child = RunInChild([&given] {
+        Environment environment(given);
+        environment.Use();
+        const std::string platform = PlatformMade();
+        return platform + (environment.IsInUseUnchanged(given) ? " unchanged" : " changed");
+    });
+
+    EXPECT_EQ(child.status, 0);
+    EXPECT_EQ(child.text, "offscreen unchanged");
+}
+
+TEST(ConsoleApplication, NeedsNoEnvironmentAtAll)
+{
+    const ChildResult child = RunInChild([] {
+        environ = nullptr;
+        const std::string platform = PlatformMade();
+        return platform + (environ == nullptr ? " unchanged" : " changed");
+    });
+
+    EXPECT_EQ(child.text, "offscreen unchanged");
+}
+
+TEST(ConsoleApplication, NeitherSaysNorCreatesAnythingWhateverTheWindowUses)
+{
+    const TempDir dir;
+
+    const ChildResult child = RunInChild([&dir] {
+        Environment environment(WindowVariables(dir.Path()));
+        environment.Use();
+        ::testing::internal::CaptureStderr();
+        ::testing::internal::CaptureStdout();
+        const std::string platform = PlatformMade();
+        return platform + "|" + ::testing::internal::GetCapturedStdout() + "|" +
+               ::testing::internal::GetCapturedStderr();
+    });
+
+    EXPECT_EQ(child.text, "offscreen||");
+    // What the test itself catches the streams in is gone by now.
+    EXPECT_THAT(dir.Tree(), ::testing::IsEmpty());
+}
+
+TEST(ConsoleApplication, KeepsTheCommandLine)
+{
+    const ChildResult child = RunInChild([] {
+        CommandLine line({"-unzipedDir", "/tmp/\xE3\x81\x82"});
+        int count = line.Count();
+        const auto app = MakeConsoleApplication(count, line.Words());
+        return std::to_string(count) + line.Words()[1] + line.Words()[2];
+    });
+
+    EXPECT_EQ(child.text, "3-unzipedDir/tmp/\xE3\x81\x82");
+}
+
+TEST(ConsoleApplication, LetsQtSpeakAgainAfterwards)
+{
+    const ChildResult child = RunInChild([] {
+        static std::string heard;
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& text) {
+            heard += text.toStdString();
+        });
+        setenv("QT_STYLE_OVERRIDE", "kx_none", 1);
+        static_cast<void>(PlatformMade());
+        qWarning("later");
+        return heard;
+    });
+
+    EXPECT_EQ(child.text, "later");
+}
+
+namespace
+{
+
+/// A copy of this program beside a qt.conf that gives it a plugin folder of its own.
+class ProgramWithPlugins
+{
+public:
+    ProgramWithPlugins()
+    {
+        fs::copy_file("/proc/self/exe", m_dir / "program");
+        m_dir.Write("qt.conf", "[Paths]\nPlugins=" + m_dir / "plugins" + "\n");
+        m_dir.MakeDir("plugins/platforms");
+    }
+
+    /// Adds a platform of Qt's own, under another name of the same length when @p as is given.
+    void AddPlatform(const std::string& name, const std::string& as = {})
+    {
+        const std::string folder =
+            QLibraryInfo::location(QLibraryInfo::PluginsPath).toStdString() + "/platforms/libq";
+        std::string plugin = ReadFile(folder + name + ".so");
+        for (auto at = plugin.find(name); !as.empty() && at != std::string::npos;
+             at = plugin.find(name, at)) {
+            plugin.replace(at, name.size(), as);
+        }
+        m_dir.Write("plugins/platforms/libq" + (as.empty() ? name : as) + ".so", plugin);
+    }
+
+    /// Starts the program with this platform in its environment.
+    /// @return what it wrote, and its raw wait status
+    [[nodiscard]] ChildResult Run(const std::string& platform) const
+    {
+        const std::string program = m_dir / "program";
+        ChildResult result;
+        const ChildResult starter = RunInChild([&] {
+            std::array<int, 2> ends{};
+            static_cast<void>(pipe(ends.data()));
+            const pid_t child = fork();
+            if (child == 0) {
+                dup2(ends[1], STDOUT_FILENO);
+                dup2(ends[1], STDERR_FILENO);
+                Environment environment(
+                    {"QT_QPA_PLATFORM=" + platform, "ASAN_OPTIONS=detect_leaks=0"});
+                environment.Use();
+                // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg)
+                execl(program.c_str(), program.c_str(), kPrintPlatform, nullptr);
+                _exit(127);
+            }
+            close(ends[1]);
+            std::string text;
+            char byte = 0;
+            while (read(ends[0], &byte, 1) == 1) {
+                text += byte;
+            }
+            int status = -1;
+            waitpid(child, &status, 0);
+            return std::to_string(status) + " " + text;
+        });
+        const auto blank = starter.text.find(' ');
+        result.status = std::stoi(starter.text.substr(0, blank));
+        result.text = starter.text.substr(blank + 1);
+        return result;
+    }
+
+private:
+    TempDir m_dir;
+};
+
+} // namespace
+
+TEST(ConsoleApplicationFallback, TakesOffscreenWhenItIsThere)
+{
+    ProgramWithPlugins program;
+    program.AddPlatform("offscreen");
+    program.AddPlatform("minimal");
+
+    const ChildResult result = program.Run("minimal");
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.text, "offscreen");
+}
+
+TEST(ConsoleApplicationFallback, TakesMinimalWithoutOffscreen)
+{
+    ProgramWithPlugins program;
+    program.AddPlatform("offscreen", "kx_screen");
+    program.AddPlatform("minimal");
+
+    const ChildResult result = program.Run("kx_screen");
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.text, "minimal");
+}
+
+TEST(ConsoleApplicationFallback, TakesTheGivenPlatformAtLast)
+{
+    ProgramWithPlugins program;
+    program.AddPlatform("offscreen", "kx_screen");
+
+    const ChildResult result = program.Run("kx_screen");
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.text, "kx_screen");
+}
+
+TEST(ConsoleApplicationFallback, SaysWhyItEndsWithoutAnyPlatform)
+{
+    const ProgramWithPlugins program;
+
+    const ChildResult result = program.Run("kx_screen");
+
+    EXPECT_TRUE(WIFSIGNALED(result.status));
+    EXPECT_THAT(result.text, HasSubstr("no Qt platform plugin could be initialized"));
+}
+
+int main(int argc, char** argv)
+{
+    if (argc > 1 && std::strcmp(argv[1], kPrintPlatform) == 0) {
+        const std::string platform = PlatformMade();
+        std::fputs(platform.c_str(), stdout);
+        return 0;
+    }
+    ::testing::InitGoogleMock(&argc, argv);
+    return RUN_ALL_TESTS();
+}
