@@ -4,6 +4,8 @@
 #
 # Package descriptions that cannot be read, and odd ones that can.
 
+# shellcheck disable=SC2016 # "$values" and the like are names of the format
+
 load device
 
 # nothing_ran COUNT: so many updaters ran, and each ran "sync" twice and nothing else.

@@ -30,7 +30,8 @@ setup_file() {
     fi
 }
 
-setup() {
+# device_setup: what every test begins with; files with a setup of their own call it first.
+device_setup() {
     [ -n "${KX_DEVICE_IS_THERE:-}" ] || require_device
     [ -x "$KX_UPDATER" ] || fail "there is no updater at $KX_UPDATER"
     WORK=$BATS_TEST_TMPDIR
@@ -42,6 +43,10 @@ setup() {
     STATE=$WORK/state # the panel's files, with --keep
     mkdir "$PACKAGES"
     cat "$ROOT/tests/support/lsan.supp" "$ROOT/tests/device/lsan.supp" >"$WORK/lsan.supp"
+}
+
+setup() {
+    device_setup
 }
 
 teardown() {

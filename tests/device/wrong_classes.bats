@@ -4,6 +4,8 @@
 #
 # Objects of another class where one is expected: read, but never used.
 
+# shellcheck disable=SC2016 # "$values" and the like are names of the format
+
 load device
 
 # patched NAME PATH EXPRESSION: a package with one step of each kind, whose object at PATH (below
