@@ -11,7 +11,6 @@
 
 using namespace std::string_literals;
 using ProjectBuilder::CopyItem;
-using ProjectBuilder::Flag;
 using ProjectBuilder::Object;
 using ProjectBuilder::ScriptStep;
 using ProjectBuilder::Value;
