@@ -183,7 +183,7 @@ END
 
 @test "names with a quote or a dollar in a payload folder fail like any copy that fails" {
     package Foo <<'END'
-copy_folder(folder("/opt/one", {'quo"te': "x"}), folder("/opt/two", {"$none": "x"}), skip=True)
+copy_folder(folder("/opt/one", {'a"b': "x"}), folder("/opt/two", {"$none": "x"}), skip=True)
 END
 
     install Foo
@@ -197,7 +197,7 @@ Installation succeeded.
 END
     expect_installing Foo <<'END'
 [mkdir -p "/opt/one"]
-[cp -f "/packages/Foo/0/0/quo"te" "/opt/one/quo"te" ]
+[cp -f "/packages/Foo/0/0/a"b" "/opt/one/a"b" ]
 [mkdir -p "/opt/two"]
 [cp -f "/packages/Foo/0/1/$none" "/opt/two/$none" ]
 END
