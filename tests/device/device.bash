@@ -22,6 +22,12 @@ RUN=$ROOT/device/run
 # Inside: the updater and what the tests bring along.
 KIT=/opt/kx_Updater
 UPDATER=$KIT/kx_Updater
+# What an updater built with sanitizers or for coverage reads from its environment.
+KIT_SETTINGS=(
+    "ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}"
+    "UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}"
+    "LSAN_OPTIONS=suppressions=$KIT/lsan.supp:print_suppressions=0"
+    ${KX_COVERAGE_OUT:+GCOV_PREFIX=/var/gcov})
 
 setup_file() {
     # Asked once for all tests of a file; each test asks again only where the answer was no.
@@ -90,10 +96,11 @@ prepare() {
         --share "$KX_UPDATER=$UPDATER"
         --share "$WORK/lsan.supp=$KIT/lsan.supp"
         --share "$ROOT/tests/device/look=$KIT/look"
-        --env "ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}"
-        --env "UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}"
-        --env "LSAN_OPTIONS=suppressions=$KIT/lsan.supp:print_suppressions=0"
         --trace "$TRACE" --trace-shell)
+    local setting
+    for setting in "${KIT_SETTINGS[@]}"; do
+        options+=(--env "$setting")
+    done
     while [ "$1" != -- ]; do
         case $1 in
             --keep)
@@ -117,7 +124,6 @@ prepare() {
     shift
     if [ -n "${KX_COVERAGE_OUT:-}" ]; then
         # The counts of an instrumented updater add up in one folder, which goes in and comes out.
-        options+=(--env GCOV_PREFIX=/var/gcov)
         [ ! -d "$KX_COVERAGE_OUT/bats" ] || options+=(--put "$KX_COVERAGE_OUT/bats=/var/gcov")
         keep=1
     fi

@@ -66,11 +66,11 @@ END
 
 @test "an environment with nothing in it but where the tools are" {
     # The empty one has no PATH: the shell has a default of its own.
-    device -- env -i "$UPDATER" -unzipedDir /packages/Foo
+    device -- env -i "${KIT_SETTINGS[@]}" "$UPDATER" -unzipedDir /packages/Foo
     expect_status 0
     expect_out <"$WORK/whole"
 
-    device -- env -i PATH=/usr/bin:/bin "$UPDATER" -unzipedDir /packages/Foo
+    device -- env -i PATH=/usr/bin:/bin "${KIT_SETTINGS[@]}" "$UPDATER" -unzipedDir /packages/Foo
     expect_status 0
     expect_out <"$WORK/whole"
 }
@@ -101,13 +101,12 @@ END
 @test "a script step sees what was given, and what the shell adds" {
     rm -r "$PACKAGES/Foo"
     package Foo <<'END'
-script("#!/bin/sh\nenv | grep -vE '^(.SAN_OPTIONS|..?SAN_OPTIONS|GCOV_PREFIX)' | LC_ALL=C sort\n")
+script("#!/bin/sh\nenv | grep -vE '^([A-Z]*SAN_OPTIONS|GCOV_PREFIX)=' | LC_ALL=C sort\n")
 END
     install Foo --env 'GREETING=hello  there' --env QT_QPA_PLATFORM=eglfs --env LANG=C
 
     expect_status 0
-    grep -v SAN_OPTIONS "$OUT" >"$WORK/env"
-    same "$WORK/env" 'the environment' <<'END'
+    expect_out <<'END'
 **** Installation step 1/1
 GREETING=hello  there
 HOME=/root
