@@ -5,7 +5,8 @@
 add_library(kx_options INTERFACE)
 target_compile_features(kx_options INTERFACE cxx_std_17)
 target_include_directories(kx_options INTERFACE "${CMAKE_SOURCE_DIR}/src")
-target_compile_definitions(kx_options INTERFACE _FILE_OFFSET_BITS=64)
+# Files of any size and date can be examined on 32-bit panels, too.
+target_compile_definitions(kx_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 target_compile_options(kx_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast -Woverloaded-virtual
   -Wnon-virtual-dtor -Wformat=2

@@ -13,6 +13,7 @@
 #include "steps/SS.h"
 
 #include <memory>
+#include <string>
 
 namespace
 {
@@ -24,16 +25,16 @@ class CurrentPackageScope
 {
 public:
     explicit CurrentPackageScope(const std::string& packageDir)
-        : m_saved(q_UpdaterEngine::CurrentPackage)
+        : saved(q_UpdaterEngine::CurrentPackage)
     {
         q_UpdaterEngine::CurrentPackage = &packageDir;
     }
     CurrentPackageScope(const CurrentPackageScope&) = delete;
     CurrentPackageScope& operator=(const CurrentPackageScope&) = delete;
-    ~CurrentPackageScope() { q_UpdaterEngine::CurrentPackage = m_saved; }
+    ~CurrentPackageScope() { q_UpdaterEngine::CurrentPackage = saved; }
 
 private:
-    const std::string* m_saved;
+    const std::string* saved;
 };
 
 /// Returns the registry folder of the package unpacked in @p packageDir.
@@ -57,8 +58,10 @@ int FailStep(int index, int result)
     return result;
 }
 
-/// Executes one step of the list.
-/// @return 0, kGeneralError for a step of unknown kind, or the step's own result
+/// Executes one step of the list and reports when it fails; a step of unknown kind is reported as
+/// such.
+/// @return 0, kGeneralError for a step of unknown kind, kFieldError for an element that is no
+///         step, or the step's own result
 int ExecuteStep(const DB_StepSets& steps, int index)
 {
     ILogger* const log = q_UpdaterEngine::SysLogger;
@@ -81,7 +84,15 @@ int ExecuteStep(const DB_StepSets& steps, int index)
 /// Returns the text of the installation list: the recorded folders, then the recorded files.
 std::string InstallationList()
 {
-    std::string text = " #dir\n";
+    std::size_t size = 0;
+    for (const PathList* list : {q_UpdaterEngine::CopyFolderList, q_UpdaterEngine::CopyFileList}) {
+        for (const std::string& path : *list) {
+            size += path.size() + 1;
+        }
+    }
+    std::string text;
+    text.reserve(size + sizeof " #dir\n #file\n"); // one piece, however long the list is
+    text += " #dir\n";
     for (const std::string& folder : *q_UpdaterEngine::CopyFolderList) {
         text.append(folder).append("\n");
     }
@@ -96,7 +107,7 @@ std::string InstallationList()
 
 UserPackageInstaller::~UserPackageInstaller()
 {
-    delete m_project;
+    delete project;
 }
 
 int UserPackageInstaller::Unpack(const char* packageFile)
@@ -120,25 +131,25 @@ int UserPackageInstaller::Read(int childlenMode)
 {
     q_UpdaterEngine::ChildlenMode = childlenMode;
     // The reader hands out roots of this class only.
-    m_project =
+    project =
         static_cast<DB_KxUserProject*>(UserPackageProjectReader::Imp_Read(projectFile.c_str()));
-    return m_project != nullptr ? 0 : kGeneralError;
+    return project != nullptr ? 0 : kGeneralError;
 }
 
 int UserPackageInstaller::ReadKxProjectFile()
 {
-    return Read(0);
+    return Read(q_UpdaterEngine::kReadAll);
 }
 
 int UserPackageInstaller::ReadRootOnlyKxProjectFile()
 {
-    return Read(1);
+    return Read(q_UpdaterEngine::kReadRootOnly);
 }
 
 int UserPackageInstaller::ExecuteInstallStep()
 {
     const CurrentPackageScope scope(packageDir);
-    IPicoJ* const list = m_project != nullptr ? m_project->DB_StepSets : nullptr;
+    IPicoJ* const list = project != nullptr ? project->DB_StepSets : nullptr;
     if (list == nullptr) {
         return kGeneralError;
     }

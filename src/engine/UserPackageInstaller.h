@@ -24,7 +24,7 @@ public:
     virtual ~UserPackageInstaller();
 
     /// The description, or null before a read that succeeded. Owned by the installer.
-    [[nodiscard]] const DB_KxUserProject* Project() const { return m_project; }
+    [[nodiscard]] const DB_KxUserProject* Project() const { return project; }
 
     /// Unpacks @p packageFile into packageDir, which is emptied first.
     /// @return 0, or the raw status of the `mkdir` or `unzip` that failed
@@ -58,5 +58,5 @@ public:
 private:
     [[nodiscard]] int Read(int childlenMode);
 
-    DB_KxUserProject* m_project = nullptr;
+    DB_KxUserProject* project = nullptr;
 };

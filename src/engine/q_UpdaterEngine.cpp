@@ -24,7 +24,7 @@ PathList* q_UpdaterEngine::CopyFolderList = new PathList;
 
 ILogger* q_UpdaterEngine::SysLogger = nullptr;
 const std::string* q_UpdaterEngine::CurrentPackage = nullptr;
-int q_UpdaterEngine::ChildlenMode = 0;
+int q_UpdaterEngine::ChildlenMode = q_UpdaterEngine::kReadAll;
 
 namespace
 {

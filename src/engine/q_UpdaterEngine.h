@@ -37,7 +37,10 @@ public:
     static PathList* CopyFileList;               ///< files recorded in this run, oldest first
     static PathList* CopyFolderList;             ///< folders recorded in this run, oldest first
     static const std::string* CurrentPackage;    ///< unpacked folder while steps run, else null
-    static int ChildlenMode; ///< 1: the reader skips child objects; 0: reads all
+    static int ChildlenMode;                     ///< kReadAll or kReadRootOnly
+
+    static constexpr int kReadAll = 0;      ///< the reader reads every object
+    static constexpr int kReadRootOnly = 1; ///< the reader stops at the root's first child object
 
     /// Stores the logger and registers the thirteen project classes. Called once per process,
     /// before a project is read.

@@ -8,8 +8,9 @@
 
 #include <picojson.h>
 
+#include <exception>
 #include <memory>
-#include <stdexcept>
+#include <string>
 
 void IPicoJ::AddJ(IPicoJ* /*child*/) {}
 
@@ -21,32 +22,29 @@ namespace
 class FieldStore
 {
 public:
-    FieldStore(IPicoJ& record, picojson::value& json) : m_record(record), m_json(json) {}
+    FieldStore(IPicoJ& record, picojson::value& value) : target(record), json(value) {}
 
     bool operator()(std::string IPicoJ::*member) const
     {
-        m_record.*member = m_json.get<std::string>();
+        target.*member = json.get<std::string>();
         return true;
     }
 
     bool operator()(bool IPicoJ::*member) const
     {
-        m_record.*member = m_json.get<bool>();
+        target.*member = json.get<bool>();
         return true;
     }
 
     bool operator()(IPicoJ* IPicoJ::*member) const
     {
-        IPicoJ* const child = q_UpdaterEngine::CreatePicoJObject(m_json.get<picojson::object>());
-        if (child != nullptr) {
-            m_record.*member = child;
-        }
-        return child != nullptr;
+        target.*member = q_UpdaterEngine::CreatePicoJObject(json.get<picojson::object>());
+        return target.*member != nullptr;
     }
 
 private:
-    IPicoJ& m_record;
-    picojson::value& m_json;
+    IPicoJ& target;
+    picojson::value& json;
 };
 
 /// Reads one field; a missing key reads as null.
@@ -55,7 +53,7 @@ bool ReadField(IPicoJ& record, const FieldInfo& field, picojson::object& obj)
 {
     try {
         return std::visit(FieldStore(record, obj[field.key]), field.member);
-    } catch (const std::runtime_error&) {
+    } catch (const std::exception&) {
         return false;
     }
 }
@@ -93,7 +91,7 @@ int InitializeRecord(IPicoJ& record, const ClassInfo& info, picojson::object& ob
         }
     }
     for (const FieldInfo& field : info.fields) {
-        if (IsChild(field) && q_UpdaterEngine::ChildlenMode == 1) {
+        if (IsChild(field) && q_UpdaterEngine::ChildlenMode == q_UpdaterEngine::kReadRootOnly) {
             return 0;
         }
         if (!ReadField(record, field, obj)) {

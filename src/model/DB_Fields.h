@@ -5,6 +5,8 @@
 #include "model/IPicoJ.h"
 #include "model/T_Array.h"
 
+#include <cstddef>
+#include <map>
 #include <string>
 #include <variant>
 
@@ -47,6 +49,7 @@ struct ClassInfo {
     const ClassInfo* base;                ///< class whose fields come first, or null
     TableView<FieldInfo> fields;          ///< own fields, in reading order; children last
     TableView<const ClassInfo*> elements; ///< classes expected in "$values"; empty in a record
+    /// Tells whether objects of the class are lists.
     [[nodiscard]] constexpr bool IsList() const { return elements.size != 0; }
 };
 
@@ -62,7 +65,7 @@ constexpr FieldInfo MakeField(const char* key, Member Owner::*member,
 }
 
 /// Fills a record: its base's fields, then its own, in table order. Stops before the first child
-/// field when q_UpdaterEngine::ChildlenMode is 1.
+/// field when only the root is read.
 /// @return 0, or kFieldError after the field was logged
 [[nodiscard]] int InitializeRecord(IPicoJ& record, const ClassInfo& info,
                                    std::map<std::string, picojson::value>& obj);
@@ -72,22 +75,43 @@ constexpr FieldInfo MakeField(const char* key, Member Owner::*member,
 ///         stay in the list
 [[nodiscard]] int InitializeList(IPicoJ& list, std::map<std::string, picojson::value>& obj);
 
-/// A list of the package description: any class of object is taken, Record is what its users
-/// expect.
+/// What the records share: the functions that follow from the class's table.
 ///
-/// Elements are kept as Record pointers without a look at their class, so items[i] must not be
-/// used as a Record before ElementAt told what it is.
-template <class Record>
-class T_DB_List : public IPicoJ, public T_Array<Record*, 0, 10>
+/// @tparam Derived  the class; its static kInfo is the table
+/// @tparam Base     IPicoJ, or a base class with fields of its own
+template <class Derived, class Base = IPicoJ>
+class T_DB_Record : public Base
 {
 public:
+    [[nodiscard]] const char* ClassType() const override { return Derived::kInfo.type; }
+    [[nodiscard]] IPicoJ* New() const override { return new Derived; }
     [[nodiscard]] int Initialize(std::map<std::string, picojson::value>& obj) override
     {
         // Qualified, so that the JSON type may stay incomplete here.
+        return ::InitializeRecord(*this, Derived::kInfo, obj);
+    }
+};
+
+/// What the lists share. Any class of object is taken as an element; Record is what users expect.
+///
+/// Elements are kept as Record pointers without a look at their class, so items[i] must not be
+/// used as a Record before ElementAt told what it is.
+template <class Derived, class Record>
+class T_DB_List : public IPicoJ, public T_Array<Record*, 0, 10>
+{
+public:
+    [[nodiscard]] const char* ClassType() const override { return Derived::kInfo.type; }
+    [[nodiscard]] IPicoJ* New() const override { return new Derived; }
+    [[nodiscard]] int Initialize(std::map<std::string, picojson::value>& obj) override
+    {
         return ::InitializeList(*this, obj);
     }
 
     void AddJ(IPicoJ* child) override { this->AddObject(reinterpret_cast<Record*>(child)); }
+
+    /// Elements are only met as the objects that they are.
+    Record** begin() const = delete;
+    Record** end() const = delete;
 
     /// Returns the element at @p index as the object that it is.
     [[nodiscard]] IPicoJ* ElementAt(int index) const

@@ -4,8 +4,6 @@
 
 #include "model/DB_Hardware.h"
 
-#include <picojson.h>
-
 namespace
 {
 
@@ -31,68 +29,13 @@ constexpr FieldInfo kHardSettingFunctionDataFields[] = {
 const ClassInfo DB_CopyFunctionData::kInfo = {
     "Zt.Plugins.DB_CopyFunctionData, Plexa", nullptr, ViewOf(kCopyFunctionDataFields), {}};
 
-const char* DB_CopyFunctionData::ClassType() const
-{
-    return kInfo.type;
-}
-
-IPicoJ* DB_CopyFunctionData::New() const
-{
-    return new DB_CopyFunctionData;
-}
-
-int DB_CopyFunctionData::Initialize(picojson::object& obj)
-{
-    return InitializeRecord(*this, kInfo, obj);
-}
-
 const ClassInfo DB_CopyFunctionDatas::kInfo = {
     "Zt.Plugins.DB_CopyFunctionDatas, Plexa", nullptr, {}, ViewOf(kCopyFunctionDatasElements)};
 
-const char* DB_CopyFunctionDatas::ClassType() const
-{
-    return kInfo.type;
-}
-
-IPicoJ* DB_CopyFunctionDatas::New() const
-{
-    return new DB_CopyFunctionDatas;
-}
-
 const ClassInfo DB_ScriptFunctionData::kInfo = {
     "Zt.Plugins.DB_ScriptFunctionData, Plexa", nullptr, ViewOf(kScriptFunctionDataFields), {}};
-
-const char* DB_ScriptFunctionData::ClassType() const
-{
-    return kInfo.type;
-}
-
-IPicoJ* DB_ScriptFunctionData::New() const
-{
-    return new DB_ScriptFunctionData;
-}
-
-int DB_ScriptFunctionData::Initialize(picojson::object& obj)
-{
-    return InitializeRecord(*this, kInfo, obj);
-}
 
 const ClassInfo DB_HardSettingFunctionData::kInfo = {"Zt.Plugins.DB_HardSettingFunctionData, Plexa",
                                                      nullptr,
                                                      ViewOf(kHardSettingFunctionDataFields),
                                                      {}};
-
-const char* DB_HardSettingFunctionData::ClassType() const
-{
-    return kInfo.type;
-}
-
-IPicoJ* DB_HardSettingFunctionData::New() const
-{
-    return new DB_HardSettingFunctionData;
-}
-
-int DB_HardSettingFunctionData::Initialize(picojson::object& obj)
-{
-    return InitializeRecord(*this, kInfo, obj);
-}

@@ -5,50 +5,36 @@
 #include "model/DB_Fields.h"
 
 /// One name and value of a hardware setting.
-class DB_HardwareItem final : public IPicoJ
+class DB_HardwareItem final : public T_DB_Record<DB_HardwareItem>
 {
 public:
-    static const ClassInfo kInfo;
+    static const ClassInfo kInfo; ///< type string and fields
 
     std::string ItemName;
     std::string Value;
-
-    [[nodiscard]] const char* ClassType() const override;
-    [[nodiscard]] IPicoJ* New() const override;
-    [[nodiscard]] int Initialize(std::map<std::string, picojson::value>& obj) override;
 };
 
 /// The names and values of one hardware setting.
-class DB_HardwareItems final : public T_DB_List<DB_HardwareItem>
+class DB_HardwareItems final : public T_DB_List<DB_HardwareItems, DB_HardwareItem>
 {
 public:
-    static const ClassInfo kInfo;
-
-    [[nodiscard]] const char* ClassType() const override;
-    [[nodiscard]] IPicoJ* New() const override;
+    static const ClassInfo kInfo; ///< type string and fields
 };
 
 /// One hardware setting.
-class DB_HardwareConfig final : public IPicoJ
+class DB_HardwareConfig final : public T_DB_Record<DB_HardwareConfig>
 {
 public:
-    static const ClassInfo kInfo;
+    static const ClassInfo kInfo; ///< type string and fields
 
     std::string ConfigId;            ///< names the kind of setting
     bool IsUsed = false;             ///< false: the setting is passed over
     IPicoJ* HardwareItems = nullptr; ///< expected: a DB_HardwareItems list
-
-    [[nodiscard]] const char* ClassType() const override;
-    [[nodiscard]] IPicoJ* New() const override;
-    [[nodiscard]] int Initialize(std::map<std::string, picojson::value>& obj) override;
 };
 
 /// The settings of a hardware step.
-class DB_HardwareConfigs final : public T_DB_List<DB_HardwareConfig>
+class DB_HardwareConfigs final : public T_DB_List<DB_HardwareConfigs, DB_HardwareConfig>
 {
 public:
-    static const ClassInfo kInfo;
-
-    [[nodiscard]] const char* ClassType() const override;
-    [[nodiscard]] IPicoJ* New() const override;
+    static const ClassInfo kInfo; ///< type string and fields
 };

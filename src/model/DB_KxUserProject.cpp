@@ -6,8 +6,6 @@
 #include "model/DB_Hardware.h"
 #include "model/DB_StepSets.h"
 
-#include <picojson.h>
-
 namespace
 {
 
@@ -25,18 +23,3 @@ constexpr FieldInfo kKxUserProjectFields[] = {
 
 const ClassInfo DB_KxUserProject::kInfo = {
     "Zt.Plugins.DB_KxUserProject, Plexa", nullptr, ViewOf(kKxUserProjectFields), {}};
-
-const char* DB_KxUserProject::ClassType() const
-{
-    return kInfo.type;
-}
-
-IPicoJ* DB_KxUserProject::New() const
-{
-    return new DB_KxUserProject;
-}
-
-int DB_KxUserProject::Initialize(picojson::object& obj)
-{
-    return InitializeRecord(*this, kInfo, obj);
-}

@@ -5,10 +5,10 @@
 #include "model/DB_Fields.h"
 
 /// The root of a package description.
-class DB_KxUserProject final : public IPicoJ
+class DB_KxUserProject final : public T_DB_Record<DB_KxUserProject>
 {
 public:
-    static const ClassInfo kInfo;
+    static const ClassInfo kInfo; ///< type string and fields
 
     std::string ModelName;
     std::string OsVersion;
@@ -17,8 +17,4 @@ public:
     std::string Comment;        ///< shown to the user
     std::string Date;
     IPicoJ* DB_StepSets = nullptr; ///< expected: a DB_StepSets list; null after a root-only read
-
-    [[nodiscard]] const char* ClassType() const override;
-    [[nodiscard]] IPicoJ* New() const override;
-    [[nodiscard]] int Initialize(std::map<std::string, picojson::value>& obj) override;
 };

@@ -4,8 +4,6 @@
 
 #include "model/DB_FunctionDatas.h"
 
-#include <picojson.h>
-
 namespace
 {
 
@@ -43,68 +41,13 @@ const ClassInfo DB_StepSet::kBaseInfo = {nullptr, nullptr, ViewOf(kStepSetFields
 const ClassInfo DB_CopyStepSet::kInfo = {
     "Zt.Plugins.DB_CopyStepSet, Plexa", &DB_StepSet::kBaseInfo, ViewOf(kCopyStepSetFields), {}};
 
-const char* DB_CopyStepSet::ClassType() const
-{
-    return kInfo.type;
-}
-
-IPicoJ* DB_CopyStepSet::New() const
-{
-    return new DB_CopyStepSet;
-}
-
-int DB_CopyStepSet::Initialize(picojson::object& obj)
-{
-    return InitializeRecord(*this, kInfo, obj);
-}
-
 const ClassInfo DB_ScriptStepSet::kInfo = {
     "Zt.Plugins.DB_ScriptStepSet, Plexa", &DB_StepSet::kBaseInfo, ViewOf(kScriptStepSetFields), {}};
-
-const char* DB_ScriptStepSet::ClassType() const
-{
-    return kInfo.type;
-}
-
-IPicoJ* DB_ScriptStepSet::New() const
-{
-    return new DB_ScriptStepSet;
-}
-
-int DB_ScriptStepSet::Initialize(picojson::object& obj)
-{
-    return InitializeRecord(*this, kInfo, obj);
-}
 
 const ClassInfo DB_HardSettingStepSet::kInfo = {"Zt.Plugins.DB_HardSettingStepSet, Plexa",
                                                 &DB_StepSet::kBaseInfo,
                                                 ViewOf(kHardSettingStepSetFields),
                                                 {}};
 
-const char* DB_HardSettingStepSet::ClassType() const
-{
-    return kInfo.type;
-}
-
-IPicoJ* DB_HardSettingStepSet::New() const
-{
-    return new DB_HardSettingStepSet;
-}
-
-int DB_HardSettingStepSet::Initialize(picojson::object& obj)
-{
-    return InitializeRecord(*this, kInfo, obj);
-}
-
 const ClassInfo DB_StepSets::kInfo = {
     "Zt.Plugins.DB_StepSets, Plexa", nullptr, {}, ViewOf(kStepSetsElements)};
-
-const char* DB_StepSets::ClassType() const
-{
-    return kInfo.type;
-}
-
-IPicoJ* DB_StepSets::New() const
-{
-    return new DB_StepSets;
-}

@@ -8,7 +8,7 @@
 class DB_StepSet : public IPicoJ
 {
 public:
-    static const ClassInfo kBaseInfo;
+    static const ClassInfo kBaseInfo; ///< the fields that come first in every step record
 
     std::string SS_StepSetId; ///< names the kind of step
     std::string Comment;
@@ -16,53 +16,38 @@ public:
 };
 
 /// Record of a step that copies files or folders.
-class DB_CopyStepSet final : public DB_StepSet
+class DB_CopyStepSet final : public T_DB_Record<DB_CopyStepSet, DB_StepSet>
 {
 public:
-    static const ClassInfo kInfo;
+    static const ClassInfo kInfo; ///< type string and fields
 
     bool IsRelativePath = false;
     bool IsRemove = false;          ///< true: what the step creates is recorded
     IPicoJ* PathSetDatas = nullptr; ///< expected: a DB_CopyFunctionDatas list
-
-    [[nodiscard]] const char* ClassType() const override;
-    [[nodiscard]] IPicoJ* New() const override;
-    [[nodiscard]] int Initialize(std::map<std::string, picojson::value>& obj) override;
 };
 
 /// Record of a step that runs a script.
-class DB_ScriptStepSet final : public DB_StepSet
+class DB_ScriptStepSet final : public T_DB_Record<DB_ScriptStepSet, DB_StepSet>
 {
 public:
-    static const ClassInfo kInfo;
+    static const ClassInfo kInfo; ///< type string and fields
 
     IPicoJ* InstallScriptFunctionData = nullptr;   ///< expected: a DB_ScriptFunctionData
     IPicoJ* UninstallScriptFunctionData = nullptr; ///< expected: a DB_ScriptFunctionData
-
-    [[nodiscard]] const char* ClassType() const override;
-    [[nodiscard]] IPicoJ* New() const override;
-    [[nodiscard]] int Initialize(std::map<std::string, picojson::value>& obj) override;
 };
 
 /// Record of a step that changes hardware settings.
-class DB_HardSettingStepSet final : public DB_StepSet
+class DB_HardSettingStepSet final : public T_DB_Record<DB_HardSettingStepSet, DB_StepSet>
 {
 public:
-    static const ClassInfo kInfo;
+    static const ClassInfo kInfo; ///< type string and fields
 
     IPicoJ* HardSettingDatas = nullptr; ///< expected: a DB_HardSettingFunctionData
-
-    [[nodiscard]] const char* ClassType() const override;
-    [[nodiscard]] IPicoJ* New() const override;
-    [[nodiscard]] int Initialize(std::map<std::string, picojson::value>& obj) override;
 };
 
 /// The steps of a package, in the order in which they are executed.
-class DB_StepSets final : public T_DB_List<DB_StepSet>
+class DB_StepSets final : public T_DB_List<DB_StepSets, DB_StepSet>
 {
 public:
-    static const ClassInfo kInfo;
-
-    [[nodiscard]] const char* ClassType() const override;
-    [[nodiscard]] IPicoJ* New() const override;
+    static const ClassInfo kInfo; ///< type string and fields
 };

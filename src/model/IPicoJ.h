@@ -3,7 +3,7 @@
 #pragma once
 
 #include <map>
-#include <string>
+#include <string> // the key of a JSON object
 
 namespace picojson
 {

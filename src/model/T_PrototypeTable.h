@@ -19,20 +19,20 @@ public:
     /// Destroys the prototypes, the last one first.
     ~T_PrototypeTable()
     {
-        while (m_prototypes.count > 0) {
-            delete m_prototypes.items[--m_prototypes.count];
+        while (prototypes.count > 0) {
+            delete prototypes.items[--prototypes.count];
         }
     }
 
     /// Appends a prototype and takes it over.
     /// @return the index at which it stands
-    int AddObject(T* prototype) { return m_prototypes.AddObject(prototype); }
+    int AddObject(T* prototype) { return prototypes.AddObject(prototype); }
 
     /// Returns the first prototype whose identity string equals @p id, or null.
     /// @param identity  the virtual function that tells a prototype's identity string
     [[nodiscard]] const T* Find(const char* id, const char* (T::*identity)() const) const
     {
-        for (const T* prototype : m_prototypes) {
+        for (const T* prototype : prototypes) {
             if (std::strcmp((prototype->*identity)(), id) == 0) {
                 return prototype;
             }
@@ -41,8 +41,8 @@ public:
     }
 
     /// The prototypes in the order of registration.
-    [[nodiscard]] const T_Array<T*, 0, 10>& Prototypes() const { return m_prototypes; }
+    [[nodiscard]] const T_Array<T*, 0, 10>& Prototypes() const { return prototypes; }
 
 private:
-    T_Array<T*, 0, 10> m_prototypes;
+    T_Array<T*, 0, 10> prototypes;
 };

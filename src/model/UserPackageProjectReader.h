@@ -13,7 +13,7 @@ public:
     /// Reads the description at @p path into a tree of project objects.
     ///
     /// The file's first three bytes (a byte order mark) are skipped unread, and its text ends at
-    /// the first zero byte. With q_UpdaterEngine::ChildlenMode 1 only the root's own fields are
+    /// the first zero byte. With q_UpdaterEngine::kReadRootOnly only the root's own fields are
     /// read. File buffer and parsed JSON are released before the call returns.
     /// @return the root, a DB_KxUserProject owned by the caller, or null after the reason was
     ///         logged

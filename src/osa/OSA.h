@@ -91,7 +91,7 @@ struct SefetyTextBuffer {
 
 /// Formats a command line of any length, hands it to the shell, waits for its end and flushes the
 /// standard streams, so that the program's lines and the command's stay in order for a reader.
-/// @return the raw status of `system`
+/// @return the raw status of `system`; -1 also when the command cannot be formatted
 [[gnu::format(printf, 1, 2)]] int OSA_Shell(const char* fmt, ...);
 
 /// Removes a file or a whole tree: `rm -r "dir"`.
@@ -189,11 +189,11 @@ public:
     OSA_FindFile();
 
     /// Lists @p dir anew and returns its first name; null when it is empty or cannot be listed.
-    [[nodiscard]] const char* FindFirst(const char* dir) { return m_imp->FindFirst(dir); }
+    [[nodiscard]] const char* FindFirst(const char* dir) { return imp->FindFirst(dir); }
 
     /// Returns the next name, or null at the end.
-    [[nodiscard]] const char* Next() { return m_imp->Next(); }
+    [[nodiscard]] const char* Next() { return imp->Next(); }
 
 private:
-    std::unique_ptr<IOSA_FindFile_imp> m_imp;
+    std::unique_ptr<IOSA_FindFile_imp> imp;
 };

@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 #include <dirent.h>
 
@@ -79,7 +80,7 @@ int CopyEntry(const std::string& source, std::string target, bool record)
 
 } // namespace
 
-OSA_FindFile::OSA_FindFile() : m_imp(std::make_unique<OSA_FindFile_Imp>()) {}
+OSA_FindFile::OSA_FindFile() : imp(std::make_unique<OSA_FindFile_Imp>()) {}
 
 int OSA_CopyDirIn(const char* src, const char* dst, bool record)
 {

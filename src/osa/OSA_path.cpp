@@ -4,8 +4,6 @@
 // The path-string functions of OSA.h.
 #include "osa/OSA.h"
 
-#include <cstring>
-
 namespace
 {
 

@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -35,19 +36,27 @@ void CreateFolderOf(const char* dst, bool record)
     }
 }
 
-} // namespace
-
-std::string OSA_Format(const char* fmt, va_list args)
+/// Formats a text of any length.
+/// @return false when the C library cannot format it: it would be longer than an int can tell
+[[gnu::format(printf, 2, 0)]] bool Format(std::string& text, const char* fmt, va_list args)
 {
     va_list again;
     va_copy(again, args);
     const int length = std::vsnprintf(nullptr, 0, fmt, args);
-    std::string text;
     if (length > 0) {
         text.resize(static_cast<std::size_t>(length));
         static_cast<void>(std::vsnprintf(text.data(), text.size() + 1, fmt, again));
     }
     va_end(again);
+    return length >= 0;
+}
+
+} // namespace
+
+std::string OSA_Format(const char* fmt, va_list args)
+{
+    std::string text;
+    static_cast<void>(Format(text, fmt, args)); // what cannot be formatted is empty
     return text;
 }
 
@@ -55,12 +64,13 @@ int OSA_Shell(const char* fmt, ...)
 {
     va_list args;
     va_start(args, fmt);
-    const std::string command = OSA_Format(fmt, args);
+    std::string command;
+    const bool isFormatted = Format(command, fmt, args);
     va_end(args);
 
-    // Packages are made of shell commands; running them is what the updater is for.
-    const int status = std::system(command.c_str()); // NOLINT(cert-env33-c)
-    OSA_stdfflash();
+    const int status = isFormatted ? std::system(command.c_str()) : -1;
+    // A reader that is gone must not keep the installation from going on.
+    static_cast<void>(OSA_stdfflash());
     return status;
 }
 
@@ -116,6 +126,7 @@ int OSA_CopyFile(const char* src, const char* dst, bool record, const char* perm
 
 int OSA_stdfflash()
 {
+    // Only the second result is told.
     static_cast<void>(std::fflush(stdout));
     return std::fflush(stderr);
 }

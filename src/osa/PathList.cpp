@@ -6,8 +6,8 @@
 
 void PathList::push_back(std::string text)
 {
-    m_texts.push_back(std::move(text));
-    m_index.insert(m_texts.back());
+    texts.push_back(std::move(text));
+    index.insert(texts.back());
 }
 
 void PathList::AppendOnce(std::string text)
@@ -19,6 +19,6 @@ void PathList::AppendOnce(std::string text)
 
 void PathList::clear()
 {
-    m_index.clear();
-    m_texts.clear();
+    index.clear();
+    texts.clear();
 }

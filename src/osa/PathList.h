@@ -29,17 +29,17 @@ public:
     void AppendOnce(std::string text);
 
     /// Tells whether a text equal to @p text (byte for byte) is in the list.
-    [[nodiscard]] bool Contains(std::string_view text) const { return m_index.count(text) != 0; }
+    [[nodiscard]] bool Contains(std::string_view text) const { return index.count(text) != 0; }
 
     /// Removes every entry.
     void clear();
 
-    [[nodiscard]] std::size_t size() const { return m_texts.size(); }
-    [[nodiscard]] bool empty() const { return m_texts.empty(); }
-    [[nodiscard]] const_iterator begin() const { return m_texts.begin(); }
-    [[nodiscard]] const_iterator end() const { return m_texts.end(); }
+    [[nodiscard]] std::size_t size() const { return texts.size(); }
+    [[nodiscard]] bool empty() const { return texts.empty(); }
+    [[nodiscard]] const_iterator begin() const { return texts.begin(); }
+    [[nodiscard]] const_iterator end() const { return texts.end(); }
 
 private:
-    std::list<std::string> m_texts;
-    std::unordered_set<std::string_view> m_index; ///< views of the list's own, immovable texts
+    std::list<std::string> texts;
+    std::unordered_set<std::string_view> index; ///< views of the list's own, immovable texts
 };

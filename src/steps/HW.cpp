@@ -6,6 +6,8 @@
 #include "osa/OSA.h"
 #include "osa/ResultCodes.h"
 
+#include <string>
+
 namespace
 {
 

@@ -58,6 +58,7 @@ public:
     [[nodiscard]] int SetHWSettings(std::string& args) override;
 };
 
+/// Brightness of the screen; collects its items.
 class HW_BacklightConfigSet final : public T_HW_ConfigSet<HW_BacklightConfigSet>
 {
 public:
@@ -65,6 +66,7 @@ public:
     using T_HW_ConfigSet::T_HW_ConfigSet;
 };
 
+/// Mouse cursor; collects its items.
 class HW_CursorConfigSet final : public T_HW_ConfigSet<HW_CursorConfigSet>
 {
 public:
@@ -72,6 +74,7 @@ public:
     using T_HW_ConfigSet::T_HW_ConfigSet;
 };
 
+/// Language of the panel; collects its items.
 class HW_LanguageConfigSet final : public T_HW_ConfigSet<HW_LanguageConfigSet>
 {
 public:
@@ -79,6 +82,7 @@ public:
     using T_HW_ConfigSet::T_HW_ConfigSet;
 };
 
+/// Network; collects its items.
 class HW_LanConfigSet final : public T_HW_ConfigSet<HW_LanConfigSet>
 {
 public:
@@ -86,6 +90,7 @@ public:
     using T_HW_ConfigSet::T_HW_ConfigSet;
 };
 
+/// Sound; collects its items.
 class HW_SoundConfigSet final : public T_HW_ConfigSet<HW_SoundConfigSet>
 {
 public:
@@ -93,6 +98,7 @@ public:
     using T_HW_ConfigSet::T_HW_ConfigSet;
 };
 
+/// Start of the panel; collects its items.
 class HW_SStartConfigSet final : public T_HW_ConfigSet<HW_SStartConfigSet>
 {
 public:
@@ -100,6 +106,7 @@ public:
     using T_HW_ConfigSet::T_HW_ConfigSet;
 };
 
+/// Beep at a touch; collects its items.
 class HW_TouchBeepConfigSet final : public T_HW_ConfigSet<HW_TouchBeepConfigSet>
 {
 public:
@@ -124,6 +131,7 @@ public:
 };
 
 /// Returns the items of @p config when all of them can be used.
-/// @param unexpected  set to what stands in the list's or an item's place when the result is null
+/// @param unexpected  with a null result: what stands in the list's or an item's place, null when
+///                    nothing does
 [[nodiscard]] const DB_HardwareItems* HW_ItemsOf(const DB_HardwareConfig& config,
                                                  IPicoJ*& unexpected);

@@ -11,6 +11,8 @@
 #include "osa/ResultCodes.h"
 #include "steps/HW.h"
 
+#include <string>
+
 namespace
 {
 
