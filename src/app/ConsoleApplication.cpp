@@ -4,132 +4,200 @@
 
 #include <QApplication>
 #include <QFile>
+#include <QString>
+#include <QStringList>
 #include <QVersionNumber>
 #include <QtGlobal>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace
 {
 
-constexpr std::string_view kPlatformVariable = "QT_QPA_PLATFORM=";
-
-/// Qt looks for a folder of the user's session here, and creates one below the folder for temporary
-/// files when there is none: nothing that an installation needs.
-constexpr std::string_view kRuntimeFolderVariable = "XDG_RUNTIME_DIR=";
-constexpr std::string_view kTemporaryFolderVariable = "TMPDIR=";
-constexpr const char* kNoFolder = "/dev/null"; // nothing is found below it, nothing created
-
-/// Variables that make Qt open devices, talk to a desktop, load an on-screen keyboard or create
-/// folders.
-constexpr std::array<std::string_view, 8> kDisplayVariables = {
-    kPlatformVariable,         kRuntimeFolderVariable,
-    kTemporaryFolderVariable,  "QT_QPA_PLATFORMTHEME=",
+/// Variables that make Qt open devices, talk to a desktop, load an on-screen keyboard, create
+/// folders or end the process at a remark.
+constexpr std::array<std::string_view, 11> kHiddenVariables = {
+    "QT_QPA_PLATFORM=",        "QT_QPA_PLATFORMTHEME=",
     "QT_QPA_GENERIC_PLUGINS=", "QT_IM_MODULE=",
-    "QT_STYLE_OVERRIDE=",      "QT_LINUX_ACCESSIBILITY_ALWAYS_ON="};
+    "QT_STYLE_OVERRIDE=",      "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=",
+    "QT_FATAL_WARNINGS=",      "QT_FATAL_CRITICALS=",
+    "XDG_RUNTIME_DIR=",        "TMPDIR=",
+    "FONTCONFIG_FILE="};
 
-bool StartsWith(std::string_view text, std::string_view start)
-{
-    return text.substr(0, start.size()) == start;
-}
+/// Qt creates a folder of the user's session below this one; below a device it cannot.
+constexpr const char* kNoTemporaryFolder = "TMPDIR=/dev/null";
 
-bool IsDisplayVariable(std::string_view entry)
+bool IsHidden(std::string_view entry)
 {
-    return std::any_of(kDisplayVariables.begin(), kDisplayVariables.end(),
-                       [entry](std::string_view name) { return StartsWith(entry, name); });
+    return std::any_of(
+        kHiddenVariables.begin(), kHiddenVariables.end(),
+        [entry](std::string_view name) { return entry.substr(0, name.size()) == name; });
 }
 
 /// Tells whether Qt can find the plugin of a platform.
 bool IsPlatformInstalled(const QString& name)
 {
-    const QString plugin = QStringLiteral("/platforms/libq%1.so").arg(name);
-    const QStringList folders = QCoreApplication::libraryPaths();
+    const QString plugin = QStringLiteral("/libq%1.so").arg(name);
+    QStringList folders(QString::fromLocal8Bit(qgetenv("QT_QPA_PLATFORM_PLUGIN_PATH")));
+    for (const QString& library : QCoreApplication::libraryPaths()) {
+        folders.append(library + QStringLiteral("/platforms"));
+    }
     return std::any_of(folders.begin(), folders.end(),
                        [&plugin](const QString& folder) { return QFile::exists(folder + plugin); });
 }
 
-/// Returns the value for QT_QPA_PLATFORM: "offscreen", then "minimal", then @p given.
-std::string ChoosePlatform(const std::string& given)
+/// Returns the value for QT_QPA_PLATFORM: "offscreen", then "minimal", then the given one.
+std::string ChoosePlatform()
 {
-    // From 5.12 on Qt tries the names of a list in turn.
+    const char* const variable = std::getenv("QT_QPA_PLATFORM");
+    const std::string given = variable != nullptr ? variable : "";
+    // Qt 5.12 tries the names of a list in turn; to an older one the list would be one odd name.
     if (QVersionNumber::fromString(QLatin1String(qVersion())) >= QVersionNumber(5, 12)) {
         return given.empty() ? "offscreen;minimal" : "offscreen;minimal;" + given;
     }
-    for (const char* const name : {"offscreen", "minimal"}) {
-        if (IsPlatformInstalled(QLatin1String(name))) {
+    for (const std::string& name : {std::string("offscreen"), std::string("minimal"), given}) {
+        if (!name.empty() && IsPlatformInstalled(QString::fromStdString(name))) {
             return name;
         }
     }
-    return given;
+    return "offscreen"; // built into Qt, or Qt says that it has none
 }
 
-/// Exchanges the environment for one without display variables, and puts the very same block back
-/// at its end.
-class DisplayFreeEnvironment
+/// A font configuration without fonts, in a pipe: nothing is scanned, cached or complained about.
+class NoFonts
 {
 public:
-    DisplayFreeEnvironment() : m_given(environ)
+    NoFonts()
     {
-        std::string given;
-        for (char** entry = m_given; entry != nullptr && *entry != nullptr; ++entry) {
-            if (StartsWith(*entry, kPlatformVariable)) {
-                given = *entry + kPlatformVariable.size();
-            }
-            if (!IsDisplayVariable(*entry)) {
-                m_entries.push_back(*entry);
-            }
+        constexpr std::string_view kEmpty = "<fontconfig/>";
+        std::array<int, 2> ends{};
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+            return; // the fonts are read, at the cost of some time
         }
-        m_platform = std::string(kPlatformVariable) + ChoosePlatform(given);
-        m_temporaryFolder = std::string(kTemporaryFolderVariable) + kNoFolder;
-        m_entries.push_back(m_platform.data());
-        m_entries.push_back(m_temporaryFolder.data());
-        m_entries.push_back(nullptr);
-        environ = m_entries.data();
+        if (write(ends[1], kEmpty.data(), kEmpty.size()) == static_cast<ssize_t>(kEmpty.size())) {
+            variable = "FONTCONFIG_FILE=/proc/self/fd/" + std::to_string(ends[0]);
+        }
+        close(ends[1]);
+        reader = ends[0];
     }
-    DisplayFreeEnvironment(const DisplayFreeEnvironment&) = delete;
-    DisplayFreeEnvironment& operator=(const DisplayFreeEnvironment&) = delete;
-    ~DisplayFreeEnvironment() { environ = m_given; }
+    NoFonts(const NoFonts&) = delete;
+    NoFonts& operator=(const NoFonts&) = delete;
+    ~NoFonts()
+    {
+        if (reader >= 0) {
+            close(reader);
+        }
+    }
+
+    /// The environment entry that names the configuration; empty when there is none.
+    [[nodiscard]] std::string& Variable() { return variable; }
 
 private:
-    char** m_given;
-    std::vector<char*> m_entries;
-    std::string m_platform;
-    std::string m_temporaryFolder;
+    int reader = -1;
+    std::string variable;
 };
 
-/// Keeps Qt's own remarks out of the program's output, except the one that ends the process.
+/// Exchanges the environment for one that keeps Qt to itself, and puts the very same block back at
+/// its end.
+class QtEnvironment
+{
+public:
+    QtEnvironment() : given(environ), platform("QT_QPA_PLATFORM=" + ChoosePlatform())
+    {
+        for (char** entry = given; entry != nullptr && *entry != nullptr; ++entry) {
+            if (!IsHidden(*entry)) {
+                entries.push_back(*entry);
+            }
+        }
+        entries.push_back(platform.data());
+        entries.push_back(temporaryFolder.data());
+        if (!noFonts.Variable().empty()) {
+            entries.push_back(noFonts.Variable().data());
+        }
+        entries.push_back(nullptr);
+        environ = entries.data();
+    }
+    QtEnvironment(const QtEnvironment&) = delete;
+    QtEnvironment& operator=(const QtEnvironment&) = delete;
+    ~QtEnvironment() { environ = given; }
+
+private:
+    char** given;
+    std::vector<char*> entries;
+    std::string platform;
+    std::string temporaryFolder = kNoTemporaryFolder;
+    NoFonts noFonts;
+};
+
+/// Keeps the remarks of Qt and its libraries out of the program's output, except the one that ends
+/// the process.
 class QuietQt
 {
 public:
-    QuietQt() : m_given(qInstallMessageHandler(WriteFatalOnly)) {}
+    QuietQt() : givenHandler(qInstallMessageHandler(WriteFatalOnly))
+    {
+        std::fflush(stderr);
+        standardError = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (standardError >= 0 && nowhere >= 0) {
+            dup2(nowhere, STDERR_FILENO);
+        }
+        if (nowhere >= 0) {
+            close(nowhere);
+        }
+    }
     QuietQt(const QuietQt&) = delete;
     QuietQt& operator=(const QuietQt&) = delete;
-    ~QuietQt() { qInstallMessageHandler(m_given); }
+    ~QuietQt()
+    {
+        RestoreStandardError();
+        qInstallMessageHandler(givenHandler);
+    }
 
 private:
+    static void RestoreStandardError()
+    {
+        if (standardError >= 0) {
+            dup2(standardError, STDERR_FILENO);
+            close(standardError);
+            standardError = -1;
+        }
+    }
+
     static void WriteFatalOnly(QtMsgType type, const QMessageLogContext& /*context*/,
                                const QString& text)
     {
         if (type == QtFatalMsg) {
+            RestoreStandardError();
             std::fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
         }
     }
 
-    QtMessageHandler m_given;
+    inline static int standardError = -1; ///< the stream itself while it is put aside
+    QtMessageHandler givenHandler;
 };
 
 } // namespace
 
-std::unique_ptr<QApplication> MakeConsoleApplication(int& argc, char** argv)
+void ConsoleApplicationDeleter::operator()(QApplication* app) const
 {
-    const DisplayFreeEnvironment environment;
+    const QtEnvironment environment;
     const QuietQt quiet;
-    return std::make_unique<QApplication>(argc, argv);
+    delete app;
+}
+
+ConsoleApplication MakeConsoleApplication(int& argc, char** argv)
+{
+    const QtEnvironment environment;
+    const QuietQt quiet;
+    return ConsoleApplication(new QApplication(argc, argv));
 }

@@ -9,7 +9,6 @@
 #include <QString>
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <iostream>
@@ -107,10 +106,10 @@ int Options::ComformUpPath(QString& message)
 int StrToInt10(const char* text, int* value, int min, int max)
 {
     char* end = nullptr;
-    const long number = std::strtol(text, &end, 10);
+    const long long number = std::strtoll(text, &end, 10);
     if (end == text) {
         return 0;
     }
-    *value = static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
+    *value = static_cast<int>(std::clamp<long long>(number, INT_MIN, INT_MAX));
     return number >= min && number <= max ? 1 : 0;
 }

@@ -39,7 +39,7 @@ void OpenStandardStreams()
 {
     int fd = -1;
     do {
-        fd = open("/dev/null", O_RDWR); // NOLINT(cppcoreguidelines-pro-type-vararg)
+        fd = open("/dev/null", O_RDWR);
     } while (fd >= STDIN_FILENO && fd <= STDERR_FILENO);
     if (fd > STDERR_FILENO) {
         static_cast<void>(close(fd));

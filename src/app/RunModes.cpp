@@ -7,7 +7,9 @@
 #include "engine/q_UpdaterEngine.h"
 #include "osa/OSA.h"
 
+#include <cstdarg>
 #include <cstdio>
+#include <string>
 
 int CuiMode(QApplication* /*app*/)
 {
@@ -26,8 +28,8 @@ int CuiMode(QApplication* /*app*/)
 
         void OutMsg(const char* text) override
         {
-            std::printf("%s", text);
-            OSA_stdfflash();
+            static_cast<void>(std::printf("%s", text));
+            static_cast<void>(OSA_stdfflash()); // a reader that is gone ends nothing
         }
     };
 

@@ -21,8 +21,9 @@ void InstallTranslation(QTranslator& translator)
 {
     const char* const language = std::getenv("LANG");
     const bool isJapanese = language != nullptr && std::string_view(language) == "ja_JP.UTF-8";
-    translator.load(isJapanese ? QStringLiteral(":/res/q_Updater_ja.qm")
-                               : QStringLiteral(":/res/q_Updater_en.qm"));
+    // Without its file a translator leaves every identifier as it is.
+    static_cast<void>(translator.load(isJapanese ? QStringLiteral(":/res/q_Updater_ja.qm")
+                                                 : QStringLiteral(":/res/q_Updater_en.qm")));
     QCoreApplication::installTranslator(&translator);
 }
 
@@ -47,8 +48,10 @@ int main(int argc, char** argv)
     QTranslator translator;
     InstallTranslation(translator);
 
-    OSA_Shell("sync");
+    // A drive pulled out or a power cut later on finds what was there before written; a device
+    // without the tool goes on.
+    static_cast<void>(OSA_Shell("sync"));
     const int result = G::Opts.upDir.empty() ? CuiMode(G::App) : GuiMode(G::App);
-    OSA_Shell("sync");
+    static_cast<void>(OSA_Shell("sync"));
     return ExitCodeOf(result);
 }
