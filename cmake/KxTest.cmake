@@ -15,6 +15,10 @@ function(kx_add_test name)
   cmake_parse_arguments(arg "ON_DEVICE" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE kx_test_support ${arg_LIBRARIES})
+  if(NOT arg_LIBRARIES)
+    # Further libraries bring options of their own, which the shared one was not compiled with.
+    target_precompile_headers(${name} REUSE_FROM kx_test_support)
+  endif()
   if(arg_ON_DEVICE)
     add_test(NAME ${name}
       COMMAND "${CMAKE_SOURCE_DIR}/tests/support/on-device" $<TARGET_FILE:${name}>)
