@@ -340,6 +340,25 @@ END
 END
 }
 
+@test "a script on a disk from which nothing may be executed is a failing script" {
+    package Foo <<'END'
+script("#!/bin/sh\necho never\n")
+END
+
+    # The panel executes nothing below /dev.
+    device -- sh -c "ln -s /dev /tmp/Zt && exec $UPDATER -unzipedDir /packages/Foo"
+
+    expect_status 101
+    expect_out <<'END'
+**** Installation step 1/1
+Script execution returned an error(=32256) in step no 1
+Installation failed in step 1.
+END
+    expect_err <<'END'
+sh: 1: /tmp/Zt/temp.sh: Permission denied
+END
+}
+
 @test "a script may leave processes behind, and the installation does not wait for them" {
     package Foo <<'END'
 script("#!/bin/sh\nmkfifo /root/never\n(read -r line </root/never) >/dev/null 2>&1 &\necho started\n")
