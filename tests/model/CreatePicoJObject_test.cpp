@@ -39,7 +39,7 @@ TEST_P(ObjectWithAWrongType, IsNotCreated)
 
 INSTANTIATE_TEST_SUITE_P(
     Types, ObjectWithAWrongType,
-    ::testing::Values(TypeCase{"ANumber", value(1.0), "$type is nothing"},
+    ::testing::Values(TypeCase{"OneNumber", value(1.0), "$type is nothing"},
                       TypeCase{"ATruth", value(true), "$type is nothing"},
                       TypeCase{"Null", value(), "$type is nothing"},
                       TypeCase{"AList", value(picojson::array()), "$type is nothing"},
