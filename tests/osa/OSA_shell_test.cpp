@@ -9,7 +9,9 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdarg>
 #include <cstdio>
+#include <cwchar>
 #include <memory>
 #include <string>
 #include <vector>
@@ -124,15 +126,43 @@ TEST(OsaShell, TakesAPathOf5000Bytes)
     EXPECT_THAT(shell.Commands(), ElementsAre("mkdir -p \"" + path + "\""));
 }
 
-TEST(OsaShell, RunsAnEmptyCommandWhenTheFormatIsRefused)
+namespace
+{
+
+[[gnu::format(printf, 1, 2)]] std::string Format(const char* fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    std::string text = OSA_Format(fmt, args);
+    va_end(args);
+    return text;
+}
+
+/// No byte sequence of the C locale stands for this character.
+constexpr wint_t kEuroSign = 0x20AC;
+
+} // namespace
+
+TEST(OsaFormat, FormatsATextOfAnyLength)
+{
+    const std::string word(100000, 'w');
+
+    EXPECT_EQ(Format("%s %d%%", word.c_str(), 7), word + " 7%");
+    EXPECT_EQ(Format("%s", ""), "");
+}
+
+TEST(OsaFormat, IsEmptyForWhatCannotBeFormatted)
+{
+    EXPECT_EQ(Format("a %lc", kEuroSign), "");
+}
+
+TEST(OsaShell, RunsNothingThatCannotBeFormatted)
 {
     ShellRecorder shell;
-    shell.Answer("", 256);
 
-    // No byte sequence of the C locale stands for this character.
-    EXPECT_EQ(OSA_Shell("a %lc", wint_t{0x20AC}), 256);
+    EXPECT_EQ(OSA_Shell("a %lc", kEuroSign), -1);
 
-    EXPECT_THAT(shell.Commands(), ElementsAre(""));
+    EXPECT_THAT(shell.Commands(), ElementsAre());
 }
 
 TEST(OsaShell, ReallyRunsTheCommand)
