@@ -110,8 +110,8 @@ public:
     void AddJ(IPicoJ* child) override { this->AddObject(reinterpret_cast<Record*>(child)); }
 
     /// Elements are only met as the objects that they are.
-    Record** begin() const = delete;
-    Record** end() const = delete;
+    void begin() const = delete;
+    void end() const = delete;
 
     /// Returns the element at @p index as the object that it is.
     [[nodiscard]] IPicoJ* ElementAt(int index) const
