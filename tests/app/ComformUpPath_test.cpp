@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 using ::testing::AnyOf;
-using ::testing::IsEmpty;
 
 namespace
 {

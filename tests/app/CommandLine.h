@@ -3,13 +3,14 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 /// A command line as `main` gets it: the program's name, the words, a null pointer.
 class CommandLine
 {
 public:
-    explicit CommandLine(const std::vector<std::string>& words) : m_words(words)
+    explicit CommandLine(std::vector<std::string> words) : m_words(std::move(words))
     {
         m_words.insert(m_words.begin(), "kx_Updater");
         for (std::string& word : m_words) {

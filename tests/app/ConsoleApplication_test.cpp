@@ -10,10 +10,11 @@
 
 #include <QApplication>
 #include <QLibraryInfo>
-#include <QStyle>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -83,8 +84,26 @@ std::vector<std::string> WindowVariables(const std::string& runtimeFolder)
             "QT_IM_MODULE=kx_none",
             "QT_STYLE_OVERRIDE=kx_none",
             "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1",
+            "QT_FATAL_WARNINGS=1",
+            "QT_FATAL_CRITICALS=1",
+            "FONTCONFIG_FILE=/kx_none",
             "TMPDIR=" + runtimeFolder,
             "DISPLAY=:77"};
+}
+
+/// The open descriptors and their files, a line each. Qt's event loop keeps a descriptor of its own
+/// until the process ends; what is no file is left out.
+std::string OpenFiles()
+{
+    std::string names;
+    for (const fs::directory_entry& entry : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code closedByNow;
+        const std::string file = fs::read_symlink(entry.path(), closedByNow).string();
+        if (file.rfind("anon_inode:", 0) != 0) {
+            names += entry.path().filename().string() + " " + file + "\n";
+        }
+    }
+    return names;
 }
 
 struct PlatformCase {
@@ -178,6 +197,32 @@ TEST(ConsoleApplication, NeitherSaysNorCreatesAnythingWhateverTheWindowUses)
     EXPECT_EQ(child.text, "offscreen||");
     // What the test itself catches the streams in is gone by now.
     EXPECT_THAT(dir.Tree(), ::testing::IsEmpty());
+}
+
+TEST(ConsoleApplication, LeavesStandardStreamsAndOpenFilesAsTheyWereAtItsEnd)
+{
+    const ChildResult child = RunInChild([] {
+        const std::string before = OpenFiles();
+        static_cast<void>(PlatformMade());
+        const std::string after = OpenFiles();
+        return before == after ? "same" : before + "then\n" + after;
+    });
+
+    EXPECT_EQ(child.text, "same");
+}
+
+TEST(ConsoleApplication, LetsTheProgramWriteToStandardErrorWhileItLives)
+{
+    const ChildResult child = RunInChild([] {
+        CommandLine line({"-unzipedDir", "/tmp/a"});
+        int count = line.Count();
+        ::testing::internal::CaptureStderr();
+        const auto app = MakeConsoleApplication(count, line.Words());
+        std::fputs("heard", stderr);
+        return ::testing::internal::GetCapturedStderr();
+    });
+
+    EXPECT_EQ(child.text, "heard");
 }
 
 TEST(ConsoleApplication, KeepsTheCommandLine)

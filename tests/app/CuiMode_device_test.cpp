@@ -57,7 +57,7 @@ TEST_F(ConsoleModeOnDevice, InstallsAndRecordsAPackage)
     EXPECT_THAT(shell.Commands(),
                 ElementsAre(kUnprotect, R"(rm -r "/var/lib/KxUserPackages/kx_test_package")",
                             R"(mkdir -p "/opt/app/")",
-                            "cp -f \"" + Package() + "/0/0/viewer\" \"/opt/app/viewer\" ",
+                            "cp -f \"" + Package() + R"(/0/0/viewer" "/opt/app/viewer" )",
                             R"(chmod 755 "/opt/app/viewer" )", R"(mkdir -p "/tmp/Zt/")",
                             R"(chmod +x "/tmp/Zt/temp.sh")", R"("/tmp/Zt/temp.sh")",
                             "kx-setting-cui set Level=8 ",

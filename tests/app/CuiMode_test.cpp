@@ -133,7 +133,7 @@ TEST_F(ConsoleMode, ReturnsTheStatusOfARecordThatCannotBeWritten)
     EXPECT_EQ(run.output, "**** Installation step 1/1\nInstallation succeeded.\n");
     EXPECT_THAT(shell.Commands(),
                 ElementsAre(kUnprotect, R"(mkdir -p "/opt/kx_none/")",
-                            "cp -f \"" + Package() + "/0/0/viewer\" \"/opt/kx_none/viewer\" ",
+                            "cp -f \"" + Package() + R"(/0/0/viewer" "/opt/kx_none/viewer" )",
                             R"(chmod 755 "/opt/kx_none/viewer" )",
                             R"(mkdir -p "/var/lib/KxUserPackages/kx_test_package")",
                             R"(mkdir -p "/var/lib/KxUserPackages/kx_test_package/")", copy));
@@ -143,7 +143,7 @@ TEST_F(ConsoleMode, ReportsAFailingCopyWithItsRawStatus)
 {
     WriteSteps(
         {ProjectBuilder::CopyFileStep({ProjectBuilder::CopyItem("viewer", "/kx_none", "644")})});
-    const std::string copy = "cp -f \"" + Package() + "/0/0/viewer\" \"/kx_none\" ";
+    const std::string copy = "cp -f \"" + Package() + R"(/0/0/viewer" "/kx_none" )";
     ShellRecorder shell;
     shell.Answer(copy, 256);
 

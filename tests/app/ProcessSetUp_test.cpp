@@ -110,10 +110,10 @@ TEST(SetUpProcess, GivesBothDirectionsToAClosedStream)
         char byte = 'x';
         const bool isWritten = write(STDOUT_FILENO, &byte, 1) == 1;
         const bool isAtEnd = read(STDIN_FILENO, &byte, 1) == 0;
-        return std::to_string(isWritten) + std::to_string(isAtEnd);
+        return std::string(isWritten ? "written" : "lost") + (isAtEnd ? " end" : " data");
     });
 
-    EXPECT_EQ(child.text, "11");
+    EXPECT_EQ(child.text, "written end");
 }
 
 TEST(SetUpProcess, KeepsALaterFileFromTakingAStreamsPlace)

@@ -31,7 +31,7 @@ TEST_P(RecordFolder, IsNamedAfterThePackageFolder)
     package.projectFile = "/none/UserPackage.kx-project";
     const std::string& record = GetParam().recordDir;
     const std::string copy =
-        "cp -f \"/none/UserPackage.kx-project\" \"" + record + "/UserPackage.kx-project\" ";
+        R"(cp -f "/none/UserPackage.kx-project" ")" + record + "/UserPackage.kx-project\" ";
     ShellRecorder shell;
     shell.Answer(copy, 256);
 

@@ -111,7 +111,7 @@ TEST_F(Registry, RunsTheseCommandsAndNoOthers)
     EXPECT_THAT(shell.Commands(),
                 ElementsAre(R"(mkdir -p "/var/lib/KxUserPackages/Foo")",
                             "cp -f \"" + m_package.projectFile +
-                                "\" \"/var/lib/KxUserPackages/Foo/UserPackage.kx-project\" ",
+                                R"(" "/var/lib/KxUserPackages/Foo/UserPackage.kx-project" )",
                             R"(rm -r "/var/lib/KxUserPackages/Foo")"));
     EXPECT_THAT(Lines(), IsEmpty());
 }
