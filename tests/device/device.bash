@@ -56,7 +56,10 @@ setup() {
 }
 
 teardown() {
-    [ ! -d "${STATE:-}" ] || "$RUN" --erase --state "$STATE"
+    local state
+    for state in "${STATE:-/none}"*; do
+        [ ! -d "$state" ] || "$RUN" --erase --state "$state"
+    done
 }
 
 # fail TEXT: ends the test and shows what the last run left.
@@ -125,9 +128,12 @@ prepare() {
     if [ -n "${KX_COVERAGE_OUT:-}" ]; then
         # The counts of an instrumented updater add up in one folder, which goes in and comes out.
         [ ! -d "$KX_COVERAGE_OUT/bats" ] || options+=(--put "$KX_COVERAGE_OUT/bats=/var/gcov")
-        keep=1
+        COUNTED=$STATE
+        [ -n "$keep" ] || COUNTED=$(mktemp -d "$STATE.XXXXXX")
+        options+=(--state "$COUNTED")
+    elif [ -n "$keep" ]; then
+        options+=(--state "$STATE")
     fi
-    [ -z "$keep" ] || options+=(--state "$STATE")
     DEVICE=(env -u LANG -u LC_ALL -u TERM "$RUN" "${options[@]}" -- ${look:+"$KIT/look" "$look"} "$@")
 }
 
@@ -141,11 +147,12 @@ finish() {
     if [ -n "${KX_COVERAGE_OUT:-}" ]; then
         # Where the panel's disk is full or the like, the counts cannot be kept.
         sed -i '/^profiling:/d' "$ERR"
-        local counts=$STATE/root/var/gcov
+        local counts=$COUNTED/root/var/gcov
         if [ -d "$counts" ]; then
             rm -rf "$KX_COVERAGE_OUT/bats"
             mv "$counts" "$KX_COVERAGE_OUT/bats"
         fi
+        [ "$COUNTED" = "$STATE" ] || "$RUN" --erase --state "$COUNTED"
     fi
 }
 
