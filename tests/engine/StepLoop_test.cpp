@@ -54,7 +54,7 @@ protected:
     }
 
     /// Lets every step end with the result that @p results holds for its name, or with 0.
-    ScriptedStep::Script Ending(const std::map<std::string, int>& results)
+    static ScriptedStep::Script Ending(const std::map<std::string, int>& results)
     {
         return [results](const std::string& name, int /*index*/) {
             const auto found = results.find(name);

@@ -77,7 +77,7 @@ int __wrap_system(const char* command)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const std::string text(reinterpret_cast<const char*>(data), size);
-    const std::string path(text.c_str());
+    const std::string path = text.substr(0, text.find('\0'));
     CheckPaths(path);
 
     // The input's lines play text, search text and replacement.
