@@ -40,7 +40,7 @@ const CommandRow kCommands[] = {
     {"RmdirOfNothing", [] { return OSA_rmdir(""); }, "rm -r \"\""},
     {"Mkdir", [] { return OSA_mkdir("/opt/a b"); }, "mkdir -p \"/opt/a b\""},
     {"Unzip", [] { return OSA_Unzip("/m/p.kx-update", "/m/p.temp"); },
-     "unzip -o \"/m/p.kx-update\" -d \"/m/p.temp\" "},
+     R"(unzip -o "/m/p.kx-update" -d "/m/p.temp" )"},
     {"Attr", [] { return OSA_Attr("/opt/x", "644"); }, "chmod 644 \"/opt/x\" "},
     {"AttrWithEmptyPermissionsMeans777", [] { return OSA_Attr("/opt/x", ""); },
      "chmod 777 \"/opt/x\" "},
@@ -49,10 +49,9 @@ const CommandRow kCommands[] = {
     {"AttrWithAWordOfItsOwn", [] { return OSA_Attr("/opt/x", "u+x,g-w"); },
      "chmod u+x,g-w \"/opt/x\" "},
     {"AttrWithABlank", [] { return OSA_Attr("/opt/x", " "); }, "chmod   \"/opt/x\" "},
-    {"CopyDir", [] { return OSA_CopyDir("/a/s", "/b/d"); }, "cp -f -r \"/a/s\" \"/b/d\" "},
-    {"QuotesAreNotEscaped", [] { return OSA_mkdir("a\"b'c`d$e\\f"); },
-     "mkdir -p \"a\"b'c`d$e\\f\""},
-    {"PercentInAPath", [] { return OSA_Unzip("/%s%n", "/%d"); }, "unzip -o \"/%s%n\" -d \"/%d\" "},
+    {"CopyDir", [] { return OSA_CopyDir("/a/s", "/b/d"); }, R"(cp -f -r "/a/s" "/b/d" )"},
+    {"QuotesAreNotEscaped", [] { return OSA_mkdir("a\"b'c`d$e\\f"); }, R"(mkdir -p "a"b'c`d$e\f")"},
+    {"PercentInAPath", [] { return OSA_Unzip("/%s%n", "/%d"); }, R"(unzip -o "/%s%n" -d "/%d" )"},
     {"PathThatIsNotUtf8", [] { return OSA_rmdir("\xFF\xFE"); }, "rm -r \"\xFF\xFE\""},
 };
 

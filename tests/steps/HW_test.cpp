@@ -70,7 +70,8 @@ TEST_F(HwConfigSet, IsMadeOfThePrototypesKind)
         const std::unique_ptr<IHW_ConfigSet> setting(prototype->New(&config));
 
         EXPECT_NE(setting.get(), prototype);
-        EXPECT_EQ(typeid(*setting), typeid(*prototype));
+        const IHW_ConfigSet& made = *setting;
+        EXPECT_EQ(typeid(made), typeid(*prototype));
         EXPECT_STREQ(setting->ConfigId(), prototype->ConfigId());
     }
 }
