@@ -27,9 +27,15 @@ def become(job, words, chdir, startup, link, wants_listener):
         resource.setrlimit(resource.RLIMIT_NPROC, (limit, limit))
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
         os.umask(0o022)
-        os.chdir(chdir)
+        # What process 1 holds open leads out of the panel: it is let go of before any path is used
+        # that something inside may have laid out.
+        os.closerange(3, link.fileno())
+        os.closerange(link.fileno() + 1, 65536)
         linux.keep_capabilities(CAPABILITIES)
         linux.prctl(linux.PR_SET_NO_NEW_PRIVS, 1)
+        place = linux.open_inside(chdir)
+        os.fchdir(place)
+        os.close(place)
         program = _find(words[0], job.environment["PATH"])
         if wants_listener:
             descriptor = linux.install_exec_listener()

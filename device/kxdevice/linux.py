@@ -53,7 +53,8 @@ SECCOMP_RET_ALLOW = 0x7FFF0000
 SECCOMP_RET_USER_NOTIF = 0x7FC00000
 
 # Numbers below 424 differ between the processors, later ones are the same everywhere.
-_COMMON = {"open_tree": 428, "move_mount": 429, "mount_setattr": 442}
+_COMMON = {"open_tree": 428, "move_mount": 429, "mount_setattr": 442,
+           "openat2": 437}
 _NUMBERS = {
     "x86_64": {"pivot_root": 155, "keyctl": 250, "seccomp": 317, "execve": 59, "execveat": 322,
                "audit": 0xC000003E},
@@ -66,6 +67,10 @@ _NUMBERS = {
     "riscv64": {"pivot_root": 41, "keyctl": 219, "seccomp": 277, "execve": 221, "execveat": 281,
                 "audit": 0xC00000F3},
 }
+
+
+RESOLVE_NO_MAGICLINKS = 0x02
+RESOLVE_IN_ROOT = 0x10
 
 
 class SandboxError(Exception):
@@ -167,6 +172,18 @@ def open_tree(path, flags=OPEN_TREE_CLONE, directory=AT_FDCWD):
     """Returns a descriptor of a detached copy of the mount at a path."""
     return _syscall("open_tree", directory, ctypes.c_char_p(_bytes(path)),
                     flags | os.O_CLOEXEC)
+
+
+def open_inside(path, directory=AT_FDCWD):
+    """Opens a folder of the panel as a place; returns its descriptor.
+
+    Links are followed inside the panel's root, but not those of /proc, which lead to wherever a
+    process holds something open.
+    """
+    how = struct.pack("=QQQ", os.O_PATH | os.O_DIRECTORY | os.O_CLOEXEC, 0,
+                      RESOLVE_NO_MAGICLINKS | RESOLVE_IN_ROOT)
+    return _syscall("openat2", directory, ctypes.c_char_p(_bytes(path)),
+                    ctypes.c_char_p(how), len(how))
 
 
 def move_mount(descriptor, path, directory=AT_FDCWD):

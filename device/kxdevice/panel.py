@@ -256,6 +256,10 @@ class _Builder:
                 raise SandboxError(f"{path} of the panel is a folder, the shared one a file")
             linux.move_mount(tree, path)
             self.panel.kept.append(tree)
+        for source, _ in self.from_host + self.puts:
+            os.close(source.fd)
+        if self.usb:
+            os.close(self.usb.fd)
         linux.move_mount(self.proc, "/proc")
 
     def _file_for_mount(self, path):
@@ -308,13 +312,26 @@ class _Builder:
                         "size=64k,mode=755")
             self.panel.kept.append(_fill_up(path))
         for path in self.options.read_only:
-            if not os.path.exists(path):
+            if not os.path.exists(path) or os.path.isdir(path):
                 self._plain_folder(path)
+            elif os.path.realpath(path).startswith("/proc/"):
+                raise SandboxError(f"{path} leads into /proc and cannot be made read-only")
             self._read_only(path)
 
     def _plain_folder(self, path):
+        """Makes a folder with those above it, never through a link of /proc."""
         try:
-            os.makedirs(path, exist_ok=True)
+            made = ""
+            for part in path.strip("/").split("/"):
+                parent = linux.open_inside(made or "/")
+                try:
+                    os.mkdir(part, dir_fd=parent)
+                except FileExistsError:
+                    pass
+                finally:
+                    os.close(parent)
+                made += "/" + part
+            os.close(linux.open_inside(path))
         except OSError as error:
             raise SandboxError(f"{path} cannot be a folder of the panel "
                                f"({error.strerror})") from None

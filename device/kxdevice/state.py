@@ -50,6 +50,7 @@ class State:
 
 def open_state(path):
     """Opens a state folder; raises SandboxError when the folder is none or is not ours."""
+    _check_owner(path)
     try:
         with open(os.path.join(path, RECORD), encoding="utf-8") as file:
             record = json.load(file)
@@ -63,7 +64,21 @@ def open_state(path):
         raise linux.SandboxError(f"{path} was made by another version; erase it")
     if owner != os.geteuid():
         raise linux.SandboxError(f"{path} was made by user {owner}; use it as that user")
+    if owner == 0 and any(outside == 0 for _, outside, _ in [*ids.users, *ids.groups]):
+        raise linux.SandboxError(f"{path} would make root inside the machine's root; erase it")
     return State(path, ids)
+
+
+def _check_owner(path):
+    """Refuses a state that somebody else could have prepared or can change."""
+    for name in (path, os.path.join(path, RECORD)):
+        try:
+            facts = os.lstat(name) if name != path else os.stat(name)
+        except OSError:
+            continue  # told when it is read
+        if facts.st_uid != os.geteuid() or facts.st_mode & 0o022 or stat.S_ISLNK(facts.st_mode):
+            raise linux.SandboxError(f"{name} belongs to somebody else, or somebody else can "
+                                     "change it; use a folder of your own")
 
 
 def make_state(path, ids):

@@ -67,8 +67,11 @@ class Supervisor:
         self.drive = tools.Drive(self.panel, self.trace)
         self.tools = tools.Tools(self.options, self.panel, self.drive, self.trace)
         self.drive.start(self.options.boot)
-        if not os.path.isdir(self.options.chdir):
-            raise SandboxError(f"the panel has no folder {self.options.chdir} to start in")
+        try:
+            os.close(linux.open_inside(self.options.chdir))
+        except OSError:
+            raise SandboxError(
+                f"the panel has no folder {self.options.chdir} to start in") from None
         self.wants_summary = bool(self.options.summary or self.options.summary_json)
         if self.wants_summary:
             self.before = summary.Picture(self.panel, self.tools.settings)

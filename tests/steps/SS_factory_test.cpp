@@ -52,7 +52,8 @@ TEST_F(SsStepSetFactory, MakesStepsOfThePrototypesKind)
         const std::unique_ptr<ISS_StepSet> step(prototype->New(&record));
 
         EXPECT_NE(step.get(), prototype);
-        EXPECT_EQ(typeid(*step), typeid(*prototype));
+        const ISS_StepSet& made = *step;
+        EXPECT_EQ(typeid(made), typeid(*prototype));
         EXPECT_STREQ(step->SS_StepSetId(), prototype->SS_StepSetId());
     }
 }
