@@ -5,3 +5,4 @@
 QApplication* G::App = nullptr;
 Options G::Opts;
 UserPackageInstaller G::TargetUP;
+MainWindow* G::MainWin = nullptr;

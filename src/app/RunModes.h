@@ -9,6 +9,7 @@ class QApplication;
 /// @throws std::runtime_error when the package description's root value is no JSON object
 [[nodiscard]] int CuiMode(QApplication* app);
 
-/// Stands in for the window: says on standard error that this build has none.
-/// @return 1
+/// Shows the main window over the whole screen and runs the event loop until its end.
+/// @return the event loop's exit code
+/// @throws std::runtime_error when the package description's root value is no JSON object
 [[nodiscard]] int GuiMode(QApplication* app);

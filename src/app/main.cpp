@@ -11,6 +11,7 @@
 #include <QTranslator>
 
 #include <cstdlib>
+#include <memory>
 #include <string_view>
 
 namespace
@@ -25,6 +26,14 @@ void InstallTranslation(QTranslator& translator)
     static_cast<void>(translator.load(isJapanese ? QStringLiteral(":/res/q_Updater_ja.qm")
                                                  : QStringLiteral(":/res/q_Updater_en.qm")));
     QCoreApplication::installTranslator(&translator);
+}
+
+std::shared_ptr<QApplication> MakeApplication(bool hasWindow, int& argc, char** argv)
+{
+    if (hasWindow) {
+        return std::make_shared<QApplication>(argc, argv);
+    }
+    return MakeConsoleApplication(argc, argv);
 }
 
 int ExitCodeOf(int result)
@@ -43,7 +52,8 @@ int main(int argc, char** argv)
     SetUpProcess();
     ParseCommandLine(argc, argv, G::Opts);
 
-    const auto app = MakeConsoleApplication(argc, argv);
+    const bool hasWindow = !G::Opts.upDir.empty();
+    const std::shared_ptr<QApplication> app = MakeApplication(hasWindow, argc, argv);
     G::App = app.get();
     QTranslator translator;
     InstallTranslation(translator);
@@ -51,7 +61,7 @@ int main(int argc, char** argv)
     // A drive pulled out or a power cut later on finds what was there before written; a device
     // without the tool goes on.
     static_cast<void>(OSA_Shell("sync"));
-    const int result = G::Opts.upDir.empty() ? CuiMode(G::App) : GuiMode(G::App);
+    const int result = hasWindow ? GuiMode(G::App) : CuiMode(G::App);
     static_cast<void>(OSA_Shell("sync"));
     return ExitCodeOf(result);
 }
