@@ -8,6 +8,7 @@
 #include "gui/AutoResize.h"
 #include "gui/InstallProcss.h"
 #include "gui/InstalledListDialog.h"
+#include "gui/LogLayout.h"
 #include "gui/ui_mainwindow.h"
 #include "model/DB_KxUserProject.h"
 #include "osa/OSA.h"
@@ -33,6 +34,7 @@ constexpr int kDrivePollMs = 1500;
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(std::make_unique<Ui_MainWindow>())
 {
     ui->setupUi(this);
+    LogLayout::Install(*ui->logArea);
     // Nobody can undo in a log; the history would hold all of it once more.
     ui->logArea->setUndoRedoEnabled(false);
     connect(this, &MainWindow::SignOutMsg, this, &MainWindow::SlotOutMsg);
