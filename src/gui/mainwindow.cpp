@@ -29,14 +29,26 @@ constexpr const char* kErrorStyle = "* {background-color : rgb(255, 85, 127)}";
 constexpr const char* kDrive = "/dev/sda1";
 constexpr int kDrivePollMs = 1500;
 
+/// Makes the log area cheap to append to. What it shows stays the same.
+void PrepareLogArea(QPlainTextEdit& area)
+{
+    LogLayout::Install(area);
+    // Nobody can undo in a log; the history would hold all of it once more.
+    area.setUndoRedoEnabled(false);
+    // The style sheet's background is opaque, which Qt does not see: without this every scroll
+    // paints the tab, the window and all between them first.
+    area.setAutoFillBackground(true);
+    for (QWidget* const part : area.findChildren<QWidget*>()) {
+        part->setAutoFillBackground(true);
+    }
+}
+
 } // namespace
 
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(std::make_unique<Ui_MainWindow>())
 {
     ui->setupUi(this);
-    LogLayout::Install(*ui->logArea);
-    // Nobody can undo in a log; the history would hold all of it once more.
-    ui->logArea->setUndoRedoEnabled(false);
+    PrepareLogArea(*ui->logArea);
     connect(this, &MainWindow::SignOutMsg, this, &MainWindow::SlotOutMsg);
     connect(this, &MainWindow::SignOutLine, this, &MainWindow::SlotOutLine);
     connect(this, &MainWindow::SignInstallFinished, this, &MainWindow::SlotInstallFinished);
