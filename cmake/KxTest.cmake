@@ -2,12 +2,16 @@
 # SPDX-License-Identifier: MIT
 
 find_package(GTest REQUIRED)
+find_package(Qt5 5.7 REQUIRED COMPONENTS Test)
 include(GoogleTest)
 
 # The C library calls that every test binary answers itself: nothing that a test does may reach
 # the machine's shell. The support kit defines the __wrap_ functions.
 set(KX_WRAPPED_CALLS
   -Wl,--wrap=system -Wl,--wrap=sleep -Wl,--wrap=usleep)
+
+set(KX_TEST_ENVIRONMENT
+  "LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0")
 
 # kx_add_test(NAME [ON_DEVICE] SOURCES file... [LIBRARIES target...]): a GoogleTest binary.
 # ON_DEVICE tests write to the device's fixed paths and start on the sandboxed device.
@@ -26,6 +30,18 @@ function(kx_add_test name)
   else()
     add_test(NAME ${name} COMMAND ${name})
   endif()
-  set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT
-    "LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0")
+  set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${KX_TEST_ENVIRONMENT}")
+endfunction()
+
+# kx_add_qt_test(NAME SOURCES file... [LIBRARIES target...]): a QtTest binary. It needs no display.
+function(kx_add_qt_test name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE kx_test_support Qt5::Test ${arg_LIBRARIES})
+  set_target_properties(${name} PROPERTIES
+    AUTOMOC ON
+    AUTOGEN_BUILD_DIR "${CMAKE_BINARY_DIR}/autogen/${name}")
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES TIMEOUT 300
+    ENVIRONMENT "${KX_TEST_ENVIRONMENT};QT_QPA_PLATFORM=offscreen")
 endfunction()
