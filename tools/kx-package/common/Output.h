@@ -1,0 +1,39 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "common/Error.h"
+
+#include <picojson.h>
+
+#include <iosfwd>
+#include <string>
+
+/// Where and how a command tells its results.
+struct Output {
+    std::ostream& out;         ///< results
+    std::ostream& err;         ///< errors, and remarks for people
+    bool isJson = false;       ///< one JSON document and nothing else on `out`
+    bool hasColour = false;    ///< `out` is a terminal that may be coloured
+    bool isWatched = false;    ///< a person watches `err`: progress may be shown
+};
+
+/// Makes the output of this process: colour only on a terminal and without NO_COLOR, progress only
+/// on a terminal.
+[[nodiscard]] Output StandardOutput(bool isJson);
+
+/// Writes one JSON document, indented, with a line feed at its end. Keys are sorted.
+void WriteJson(const Output& output, const picojson::value& document);
+
+/// Tells the error: as a line "kx-package: …" on `err`, or as {"error": {…}} on `out` with isJson.
+void WriteError(const Output& output, const Error& error);
+
+/// The colours of the terminal.
+enum class Colour { kBold, kRed, kYellow, kGreen, kGrey };
+
+/// Returns the text in colour where the output has it, else as it is.
+[[nodiscard]] std::string Coloured(const Output& output, Colour colour, const std::string& text);
+
+/// Returns a text fit for one line of a terminal: control characters and bytes that are no UTF-8
+/// become \xHH, line breaks \n, so that nothing that was read can play with the terminal.
+[[nodiscard]] std::string Printable(const std::string& text);
