@@ -1,3 +1,73 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-int main() { return 0; }
+#include "commands/Command.h"
+#include "common/Error.h"
+#include "common/Output.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <new>
+
+#include <CLI/CLI.hpp>
+
+namespace
+{
+
+/// Tells whether JSON is wanted, also from a command line that cannot be followed.
+bool WantsJson(int argc, char** argv)
+{
+    return std::any_of(argv + 1, argv + argc,
+                       [](const char* word) { return std::strcmp(word, "--json") == 0; });
+}
+
+int Fail(const Output& output, const Error& error)
+{
+    WriteError(output, error);
+    return static_cast<int>(error.Code());
+}
+
+int Run(const Invocation& invocation)
+{
+    const Output output = StandardOutput(invocation.isJson);
+    try {
+        const ExitCode code = invocation.run(output);
+        output.out.flush();
+        if (!output.out) {
+            return Fail(output, Error(ExitCode::kNoAccess, "standard output", "cannot be written"));
+        }
+        return static_cast<int>(code);
+    } catch (const Error& error) {
+        return Fail(output, error);
+    } catch (const std::bad_alloc&) {
+        return Fail(output, Error(ExitCode::kNoAccess, "", "there is not enough memory"));
+    } catch (const std::exception& error) {
+        return Fail(output, Error(ExitCode::kNoAccess, "", error.what()));
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App program("Makes, checks, looks into and rehearses update packages.", "kx-package");
+    program.set_version_flag("--version", std::string("kx-package ") + KX_PACKAGE_VERSION);
+    program.set_help_flag("-h,--help", "Show this help and end");
+    program.require_subcommand(1);
+    program.footer(
+        "Exit status: 0 fine, 1 problems found, 2 wrong use, 3 could not read or write.");
+
+    Invocation invocation;
+    AddShow(program, invocation);
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) {
+            return program.exit(error); // help or version
+        }
+        return Fail(StandardOutput(WantsJson(argc, argv)),
+                    Error(ExitCode::kWrongUse, "", error.what(), "see kx-package --help"));
+    }
+    return Run(invocation);
+}

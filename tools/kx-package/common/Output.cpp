@@ -44,8 +44,8 @@ std::size_t CharacterLength(std::string_view text)
 bool IsControl(std::string_view character)
 {
     const auto first = static_cast<unsigned char>(character[0]);
-    const bool isC1 = character.size() == 2 && first == 0xc2 &&
-                      static_cast<unsigned char>(character[1]) < 0xa0;
+    const bool isC1 =
+        character.size() == 2 && first == 0xc2 && static_cast<unsigned char>(character[1]) < 0xa0;
     return first < 0x20 || first == 0x7f || isC1;
 }
 

@@ -11,11 +11,11 @@
 
 /// Where and how a command tells its results.
 struct Output {
-    std::ostream& out;         ///< results
-    std::ostream& err;         ///< errors, and remarks for people
-    bool isJson = false;       ///< one JSON document and nothing else on `out`
-    bool hasColour = false;    ///< `out` is a terminal that may be coloured
-    bool isWatched = false;    ///< a person watches `err`: progress may be shown
+    std::ostream& out;      ///< results
+    std::ostream& err;      ///< errors, and remarks for people
+    bool isJson = false;    ///< one JSON document and nothing else on `out`
+    bool hasColour = false; ///< `out` is a terminal that may be coloured
+    bool isWatched = false; ///< a person watches `err`: progress may be shown
 };
 
 /// Makes the output of this process: colour only on a terminal and without NO_COLOR, progress only

@@ -3,11 +3,10 @@
 #include "common/Error.h"
 #include "package/Package.h"
 
-#include <zip.h>
-
 #include <algorithm>
 
 #include <sys/stat.h>
+#include <zip.h>
 
 namespace
 {

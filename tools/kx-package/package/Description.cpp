@@ -28,8 +28,8 @@ Description ReadDescription(const Package& package)
                     std::string("there is no ") + kDescriptionName + " at its top level",
                     "a package is packed from inside its folder");
     }
-    Description description = ParseDescription(
-        package.Read(kDescriptionName, kLargestDescription + 1));
+    Description description =
+        ParseDescription(package.Read(kDescriptionName, kLargestDescription + 1));
     if (description.bytes.size() > kLargestDescription) {
         throw Error(ExitCode::kNoAccess, package.Path() + ":" + kDescriptionName,
                     "is larger than 256 MiB");

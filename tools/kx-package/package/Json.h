@@ -19,9 +19,9 @@ struct JsonNode {
     enum class Kind { kNull, kBool, kNumber, kString, kArray, kObject };
 
     Kind kind = Kind::kNull;
-    bool flag = false;              ///< of a bool
-    std::string text;               ///< of a string
-    std::vector<JsonNode> elements; ///< of an array
+    bool flag = false;                                     ///< of a bool
+    std::string text;                                      ///< of a string
+    std::vector<JsonNode> elements;                        ///< of an array
     std::vector<std::pair<std::string, JsonNode>> members; ///< of an object, as written
     TextPlace place;
 

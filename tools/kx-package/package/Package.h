@@ -16,7 +16,7 @@ constexpr const char* kPackageExtension = ".kx-update";
 struct PackageEntry {
     enum class Kind { kFile, kFolder, kLink, kOther };
 
-    std::string name;       ///< path inside the package, parts split by '/', none at the end
+    std::string name; ///< path inside the package, parts split by '/', none at the end
     Kind kind = Kind::kFile;
     std::uint64_t size = 0; ///< bytes of a file's content, or of a link's target
     unsigned mode = 0;      ///< permission bits, 0 to 07777; 0 where the package tells none

@@ -1,0 +1,23 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "common/Output.h"
+
+#include <functional>
+
+namespace CLI
+{
+class App;
+} // namespace CLI
+
+/// What the command line asks for; filled by the callback of the command that was named.
+struct Invocation {
+    /// Does the work. Throws Error when it cannot.
+    std::function<ExitCode(const Output& output)> run;
+    bool isJson = false; ///< --json was given
+};
+
+// Each adds one command with its options and help to the program. When the command line names it,
+// its callback sets what is to be run.
+void AddShow(CLI::App& program, Invocation& invocation);
