@@ -96,8 +96,8 @@ void PanelFiles::RemoveRecords()
 std::string PanelFiles::Real(const std::string& path) const
 {
     const std::size_t length = std::strlen(kRecords);
-    const bool isRecord = path.compare(0, length, kRecords) == 0 &&
-                          (path.size() == length || path[length] == '/');
+    const bool isRecord =
+        path.compare(0, length, kRecords) == 0 && (path.size() == length || path[length] == '/');
     return isRecord ? m_dir / "records" + path.substr(length) : path;
 }
 

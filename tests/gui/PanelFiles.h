@@ -6,9 +6,9 @@
 
 #include <string>
 
-/// Stands in for the panel's fixed paths while it lives: the drive /dev/sda1, which is plugged in at
-/// first, and the folder of records /var/lib/KxUserPackages, which is empty at first. One lives at
-/// a time.
+/// Stands in for the panel's fixed paths while it lives: the drive /dev/sda1, which is plugged in
+/// at first, and the folder of records /var/lib/KxUserPackages, which is empty at first. One lives
+/// at a time.
 class PanelFiles
 {
 public:
