@@ -88,6 +88,11 @@ void PanelFiles::MakeRecord(const std::string& name)
     m_dir.MakeDir("records/" + name);
 }
 
+void PanelFiles::WritePlainFile(const std::string& name, const std::string& content)
+{
+    m_dir.Write("records/" + name, content);
+}
+
 void PanelFiles::RemoveRecords()
 {
     std::filesystem::remove_all(m_dir / "records");

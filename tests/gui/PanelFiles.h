@@ -29,6 +29,9 @@ public:
     /// Creates a record without a description.
     void MakeRecord(const std::string& name);
 
+    /// Writes a plain file into the folder of records.
+    void WritePlainFile(const std::string& name, const std::string& content);
+
     /// Removes the whole folder of records.
     void RemoveRecords();
 
