@@ -4,35 +4,41 @@
 
 #include <QPlainTextEdit>
 #include <QTextBlock>
+#include <QTextBoundaryFinder>
 #include <QTextDocument>
 #include <QTextLayout>
 #include <QTextOption>
+#include <QtMath>
 
 namespace
 {
 
-bool EndsWord(QChar c)
-{
-    return c.isSpace() && c != QChar(QChar::Nbsp);
-}
+/// More characters than fit into a line of any panel; to try this many for a line takes some
+/// microseconds.
+constexpr int kLongestWord = 1000;
 
-/// Tells whether @p block holds a word that would take long to break.
-bool HasEndlessWord(const QTextBlock& block)
+/// Tells how far a word goes on.
+class Words
 {
-    constexpr int kLongestWord = 2000; // some dozen lines; takes a millisecond
-    if (block.length() <= kLongestWord) {
-        return false;
-    }
-    int length = 0;
-    const QString text = block.text();
-    for (const QChar c : text) {
-        length = EndsWord(c) ? 0 : length + 1;
-        if (length > kLongestWord) {
-            return true;
+public:
+    explicit Words(const QString& text) : m_text(text), m_ends(QTextBoundaryFinder::Line, m_text) {}
+
+    /// Tells whether no place to break the line comes soon after @p position.
+    bool IsEndless(int position)
+    {
+        if (m_end <= position) {
+            m_ends.setPosition(position);
+            const int next = m_ends.toNextBoundary();
+            m_end = next < 0 ? m_text.size() : next;
         }
+        return m_end - position > kLongestWord;
     }
-    return false;
-}
+
+private:
+    QString m_text;
+    QTextBoundaryFinder m_ends;
+    int m_end = 0; ///< of the word at the position asked for last
+};
 
 } // namespace
 
@@ -44,39 +50,43 @@ LogLayout::LogLayout(QTextDocument* document, const QPlainTextEdit& area)
 void LogLayout::Install(QPlainTextEdit& area)
 {
     auto* const document = new QTextDocument(&area);
+    auto* const layout = new LogLayout(document, area);
+    layout->setPaintDevice(area.viewport()); // for the resolution that the widths of tabs follow
     document->setDefaultFont(area.font());
-    document->setDocumentLayout(new LogLayout(document, area));
+    document->setDocumentLayout(layout);
     area.setDocument(document);
 }
 
 QRectF LogLayout::blockBoundingRect(const QTextBlock& block) const
 {
-    if (block.isValid() && block.layout()->lineCount() == 0 && HasEndlessWord(block)) {
+    if (block.isValid() && block.length() > kLongestWord && block.layout()->lineCount() == 0) {
         // A layout is made when it is first asked for, which Qt's own does behind a const, too.
-        const_cast<LogLayout*>(this)->BreakAnywhere(block);
+        const_cast<LogLayout*>(this)->LayOut(block);
     }
     return QPlainTextDocumentLayout::blockBoundingRect(block);
 }
 
-void LogLayout::BreakAnywhere(const QTextBlock& block)
+void LogLayout::LayOut(QTextBlock block)
 {
+    const QTextOption between = document()->defaultTextOption();
+    QTextOption anywhere = between;
+    anywhere.setWrapMode(QTextOption::WrapAnywhere);
     const qreal margin = document()->documentMargin();
     const qreal width = m_area.viewport()->width() - 2 * margin;
-    QTextLayout& layout = *block.layout();
-    QTextOption option = document()->defaultTextOption();
-    option.setWrapMode(QTextOption::WrapAnywhere);
-    layout.setTextOption(option);
+    Words words(block.text());
 
+    QTextLayout& layout = *block.layout();
     qreal height = 0;
     layout.beginLayout();
     for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+        layout.setTextOption(words.IsEndless(line.textStart()) ? anywhere : between);
         line.setLeadingIncluded(true);
         line.setLineWidth(width);
         line.setPosition(QPointF(margin, height));
-        height += line.height();
+        height += line.height() + (line.leading() < 0 ? qCeil(line.leading()) : 0);
     }
     layout.endLayout();
 
-    QTextBlock(block).setLineCount(layout.lineCount());
+    block.setLineCount(block.isVisible() ? layout.lineCount() : 0);
     Q_EMIT documentSizeChanged(documentSize());
 }

@@ -6,11 +6,11 @@
 
 class QPlainTextEdit;
 
-/// Lays out the lines of the log area.
+/// Lays out the lines of the log area, as Qt does it, but in a time that grows with their length.
 ///
-/// Qt breaks lines between words, and a word that is wider than the area anywhere, but takes a time
-/// for it that grows with the square of the word's length: seconds for what a program's pipe holds,
-/// during which the panel is frozen. A line with such a word is broken anywhere from its start.
+/// Qt breaks a line between words, and a word that is wider than the area anywhere. To find out, it
+/// looks at the rest of the word anew for each line: seconds for the endless word that a program's
+/// pipe can hold, during which the panel is frozen. Here the rest is looked at once.
 class LogLayout final : public QPlainTextDocumentLayout
 {
     Q_OBJECT
@@ -24,7 +24,7 @@ public:
 private:
     LogLayout(QTextDocument* document, const QPlainTextEdit& area);
 
-    void BreakAnywhere(const QTextBlock& block);
+    void LayOut(QTextBlock block);
 
     const QPlainTextEdit& m_area;
 };

@@ -1,0 +1,79 @@
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+"""The link to the probe in the program's process, which tells what its windows show."""
+
+import json
+import os
+import socket
+import threading
+
+
+class Probe:
+    """Listens for one program. `state` is what it has told last, None before the first word."""
+
+    def __init__(self, path):
+        self._server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self._server.bind(path)
+        self._server.listen(1)
+        self._link = None
+        self._news = threading.Condition()
+        self._syncs = 0
+        self.state = None
+        self.ended = False
+        threading.Thread(target=self._listen, daemon=True).start()
+
+    @staticmethod
+    def environment(path, plugins):
+        """What a program needs in its environment to load the probe."""
+        return {"KX_PROBE": path, "QT_PLUGIN_PATH": plugins, "QT_QPA_GENERIC_PLUGINS": "kxprobe"}
+
+    def _listen(self):
+        # Everything is read as it comes: the program must never have to wait for its observer.
+        self._link, _ = self._server.accept()
+        with self._link.makefile("rb") as lines:
+            for line in lines:
+                self._note(json.loads(line))
+        self.note_end()
+
+    def _note(self, told):
+        with self._news:
+            if "sync" in told:
+                self._syncs = told["sync"]
+            else:
+                self.state = told
+            self._news.notify_all()
+
+    def note_end(self):
+        """Says that nothing more will come."""
+        with self._news:
+            self.ended = True
+            self._news.notify_all()
+
+    def wait_for(self, condition, seconds):
+        """Waits until condition(state) holds. Returns whether it did, before time or program ended."""
+        with self._news:
+            self._news.wait_for(
+                lambda: self.ended or (self.state is not None and condition(self.state)), seconds)
+            return self.state is not None and bool(condition(self.state))
+
+    def wait_for_end(self, seconds):
+        """Waits until the program is gone. Returns whether it is."""
+        with self._news:
+            return self._news.wait_for(lambda: self.ended, seconds)
+
+    def sync(self, seconds):
+        """Waits until the screen shows all that was drawn by now. Returns whether it does."""
+        wanted = self._syncs + 1
+        if not self.ask("sync"):
+            return False
+        with self._news:
+            self._news.wait_for(lambda: self.ended or self._syncs >= wanted, seconds)
+            return self._syncs >= wanted
+
+    def ask(self, request):
+        """Sends a request. Returns False when nobody is there."""
+        try:
+            self._link.sendall(os.fsencode(request) + b"\n")
+        except (AttributeError, OSError):
+            return False
+        return True
