@@ -34,6 +34,7 @@ public:
     bool Follow(const std::vector<std::string>& script)
     {
         std::vector<const char*> arguments;
+        arguments.reserve(script.size());
         for (const std::string& line : script) {
             arguments.push_back(line.c_str());
         }
