@@ -151,7 +151,7 @@ int Connect(const char* path)
     if (std::strlen(path) >= sizeof(address.sun_path)) {
         return -1;
     }
-    std::strcpy(address.sun_path, path);
+    std::memcpy(address.sun_path, path, std::strlen(path) + 1);
     const int link = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (link >= 0 &&
         connect(link, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {

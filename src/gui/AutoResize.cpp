@@ -21,9 +21,9 @@ struct AreaRow {
 };
 
 constexpr AreaRow kAreas[] = {
-    {480 * 272, {12, 15}},
-    {640 * 480, {14, 18}},
-    {800 * 600, {16, 24}},
+    {480LL * 272, {12, 15}},
+    {640LL * 480, {14, 18}},
+    {800LL * 600, {16, 24}},
 };
 constexpr AutoResize::PointSizes kSizesAbove = {18, 26};
 

@@ -10,6 +10,8 @@
 #include <QTextOption>
 #include <QtMath>
 
+#include <utility>
+
 namespace
 {
 
@@ -21,7 +23,10 @@ constexpr int kLongestWord = 1000;
 class Words
 {
 public:
-    explicit Words(const QString& text) : m_text(text), m_ends(QTextBoundaryFinder::Line, m_text) {}
+    explicit Words(QString text)
+        : m_text(std::move(text)), m_ends(QTextBoundaryFinder::Line, m_text)
+    {
+    }
 
     /// Tells whether no place to break the line comes soon after @p position.
     bool IsEndless(int position)

@@ -43,6 +43,18 @@ void PrepareLogArea(QPlainTextEdit& area)
     }
 }
 
+/// Unpacks the package that the options found and reads the root of its description.
+/// @return false when one of them failed
+bool LoadPackage()
+{
+    UserPackageInstaller& package = G::TargetUP;
+    G::Opts.unzipedDir = OSA_TrimExt(G::Opts.upFile.c_str()) + ".temp";
+    package.packageDir = G::Opts.unzipedDir;
+    package.projectFile = package.packageDir + "/UserPackage.kx-project";
+    package.removeUnpacked = true;
+    return package.Unpack(G::Opts.upFile.c_str()) == 0 && package.ReadRootOnlyKxProjectFile() == 0;
+}
+
 } // namespace
 
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(std::make_unique<Ui_MainWindow>())
@@ -109,18 +121,6 @@ void MainWindow::ScaleToScreen()
     for (QWidget* const widget : widgets) {
         AutoResize::Scale(*widget);
     }
-}
-
-/// Unpacks the package that the options found and reads the root of its description.
-/// @return false when one of them failed
-bool MainWindow::LoadPackage()
-{
-    UserPackageInstaller& package = G::TargetUP;
-    G::Opts.unzipedDir = OSA_TrimExt(G::Opts.upFile.c_str()) + ".temp";
-    package.packageDir = G::Opts.unzipedDir;
-    package.projectFile = package.packageDir + "/UserPackage.kx-project";
-    package.removeUnpacked = true;
-    return package.Unpack(G::Opts.upFile.c_str()) == 0 && package.ReadRootOnlyKxProjectFile() == 0;
 }
 
 void MainWindow::ShowPackage()
@@ -201,7 +201,7 @@ void MainWindow::on_RebootButton_clicked()
 void MainWindow::onCheckUSBTimeout()
 {
     ui->RebootButton->setVisible(!OSA_IsFileExist(kDrive));
-    QTimer::singleShot(kDrivePollMs, this, &MainWindow::onCheckUSBTimeout);
+    QTimer::singleShot(kDrivePollMs, this, SLOT(onCheckUSBTimeout()));
 }
 
 void MainWindow::SlotOutMsg(const char* text)

@@ -54,7 +54,6 @@ private Q_SLOTS:
 
 private:
     void ScaleToScreen();
-    [[nodiscard]] bool LoadPackage();
     void ShowPackage();
 
     /// Hides everything that belongs to one package and every button of the flow.
