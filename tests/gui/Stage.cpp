@@ -64,7 +64,7 @@ Stage::~Stage()
 
 std::string Stage::PutPackage(const std::string& name)
 {
-    const std::string stem = drive / name;
+    std::string stem = drive / name;
     drive.Write(name + ".kx-update", "a zip archive");
     const std::string unzip = "unzip -o \"" + stem + ".kx-update\" -d \"" + stem + ".temp\" ";
     shell.On(unzip, [this, name, stem] {

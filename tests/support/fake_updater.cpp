@@ -80,8 +80,10 @@ void Hold(const std::string& fifo)
     }
 }
 
-void Execute(const std::string& verb, const std::string& rest,
-             const std::vector<std::string>& arguments)
+/// Executes an instruction that writes.
+/// @return false when it is no such instruction
+bool ExecuteOutput(const std::string& verb, const std::string& rest,
+                   const std::vector<std::string>& arguments)
 {
     if (verb == "out" || verb == "err") {
         Write(verb == "out" ? STDOUT_FILENO : STDERR_FILENO, Unescaped(rest));
@@ -95,7 +97,15 @@ void Execute(const std::string& verb, const std::string& rest,
         for (const std::string& argument : arguments) {
             Write(STDOUT_FILENO, argument + "\n");
         }
-    } else if (verb == "close") {
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void Execute(const std::string& verb, const std::string& rest)
+{
+    if (verb == "close") {
         close(STDOUT_FILENO);
         close(STDERR_FILENO);
     } else if (verb == "wait") {
@@ -140,7 +150,10 @@ int main(int argc, char** argv)
     for (const std::string& line : Script(arguments)) {
         const auto blank = line.find(' ');
         const std::string rest = blank == std::string::npos ? "" : line.substr(blank + 1);
-        Execute(line.substr(0, blank), rest, arguments);
+        const std::string verb = line.substr(0, blank);
+        if (!ExecuteOutput(verb, rest, arguments)) {
+            Execute(verb, rest);
+        }
     }
     return 0;
 }
