@@ -26,7 +26,7 @@ setup() {
 teardown() {
     local process
     # shellcheck disable=SC2046 # a list of numbers
-    for process in $DEMO $([ -z "$DEMO" ] || family "$DEMO") "${OTHERS[@]}"; do
+    for process in $DEMO $([ -z "$DEMO" ] || family "$DEMO") ${MEMBERS:-} "${OTHERS[@]}"; do
         kill -KILL "$process" 2>/dev/null || true
     done
     [ ! -d "$DIR/state" ] || wait_until "$ROOT/device/run" --erase --state "$DIR/state"
