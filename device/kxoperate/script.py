@@ -15,7 +15,7 @@
   log                  notes the text of the log
   list                 notes the rows of the list of installed software
   fonts, places        notes each widget's font size, or its place on the screen
-  cut                  notes each widget whose text does not fit into it
+  cut                  notes each text that its widget does not show whole
   picture NAME         takes a picture, NAME.png
   run COMMAND ARG...   runs a command of the panel and waits for its end
   quit                 lets the program end as it does when its event loop ends
@@ -168,9 +168,9 @@ class Player:
             self._note("{} {},{} {}x{}".format(name, *place))
 
     def _cut(self):
-        for name, is_cut in self._each("cut"):
-            if is_cut:
-                self._note(f"{name} is cut: {escaped(_widget(self._probe.state, name)['text'])}")
+        for name, texts in self._each("cut"):
+            for text in texts:
+                self._note(f"{name} is cut: {escaped(text)}")
 
     def _picture(self, name):
         self._screen.move_away()
