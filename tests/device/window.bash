@@ -22,12 +22,14 @@
 
 WINDOW=$ROOT/device/window
 PROBE=$ROOT/build/release/plugins
-# The states that the user passes through, as the transcript tells them. What was told before the
-# message came is what a tab still covers.
+# A panel has neither a session bus nor OpenGL; what Qt does with the machine's own leaks memory.
+PANEL_SETTINGS=(--env DBUS_SESSION_BUS_ADDRESS=disabled: --env QT_XCB_GL_INTEGRATION=none)
+# What the window says in each state, as the transcript tells it.
 # shellcheck disable=SC2034 # used by the tests
 {
-    QUESTION='Install the software on this device.\nAre you sure?'
-    STARTED=' Start the installation.\nDo not turn off the power during the installation.\nIf you turn off the power, the files may be corrupted.'
+    INSTALLING=' Start the installation.\nDo not turn off the power during the installation.\nIf you turn off the power, the files may be corrupted. | normal | no button | Install | package'
+    LOGGING=${INSTALLING/Install | package/Log | package}
+    ASKING='Install the software on this device.\nAre you sure? | normal | InstallButton CancelButton | Install | package'
     INSTALLED='The installation completed successfully. | normal | OkButton | Install | package'
     FAILED='The installation failed. | error | OkButton | Install | package'
     UNREADABLE='Failed to load the installation file in the USB flash drive.\nThe file may be corrupted. | error | OkButton | Install | no package'
@@ -40,6 +42,15 @@ PROBE=$ROOT/build/release/plugins
 {
     PULL='run /usr/bin/kxsystem/drive pull'
     PLUG='run /usr/bin/kxsystem/drive plug'
+    INSTALL='wait button InstallButton
+press InstallButton'
+    # An installation that has nobody to wait for: the end, the log, and what follows.
+    TO_THE_END="$INSTALL
+wait button OkButton
+state
+log
+press OkButton
+state"
     LET_GO='run cp /dev/null /tmp/go' # what waits for the FIFO goes on
 }
 
@@ -68,10 +79,12 @@ drive_package() {
     } | package_file "$DRIVE/$1.kx-update"
 }
 
-# drive_child NAME <SCRIPT: puts a package file on the drive whose updater is a shell script.
+# drive_child <SCRIPT: puts Foo.kx-update on the drive, whose updater is a shell script. The FIFO
+# /tmp/go is there for it to wait.
 drive_child() {
     CHILD="#!/bin/sh
-$(cat)" package_file "$DRIVE/$1.kx-update" <<<'put("kx_Updater", os.environ["CHILD"], 0o755)'
+mkfifo /tmp/go
+$(cat)" package_file "$DRIVE/Foo.kx-update" <<<'put("kx_Updater", os.environ["CHILD"], 0o755)'
 }
 
 # ---- runs ----
@@ -79,7 +92,7 @@ $(cat)" package_file "$DRIVE/$1.kx-update" <<<'put("kx_Updater", os.environ["CHI
 # window [OPTION...] [-- COMMAND...] <SCRIPT: shows the window on a panel with the drive plugged in
 # and plays the user. Options of device/window and of `device`; COMMAND is the updater with -upDir.
 window() {
-    local options=() settings=("${KIT_SETTINGS[@]}")
+    local options=("${PANEL_SETTINGS[@]}")
     while [ $# -gt 0 ] && [ "$1" != -- ]; do
         options+=("$1")
         shift
@@ -87,8 +100,8 @@ window() {
     [ $# -gt 0 ] && shift
     [ $# -gt 0 ] || set -- "$UPDATER" -upDir /mnt/usb
     cat >"$WORK/script"
-    RUN=$WINDOW prepare --updater "$KX_UPDATER" --probe "$PROBE" --usb "$DRIVE" \
-        --script "$WORK/script" --out "$WORK/window" "${options[@]}" -- "$@"
+    RUN=$WINDOW prepare --updater "$KX_UPDATER" --probe "$PROBE" \
+        --usb "$DRIVE" --script "$WORK/script" --out "$WORK/window" "${options[@]}" -- "$@"
     rm -rf "$WORK/window"
     status=0
     "${DEVICE[@]}" </dev/null >"$WORK/problems" 2>&1 || status=$?
