@@ -102,11 +102,11 @@ END
 }
 
 @test "a child that is not there, cannot be executed, or is a folder" {
-    local updater
-    for updater in none 'put("kx_Updater", "#!/bin/sh\n", 0o644)' 'put("kx_Updater/file", "")' \
+    local recipe
+    for recipe in none 'put("kx_Updater", "#!/bin/sh\n", 0o644)' 'put("kx_Updater/file", "")' \
         'put("kx_Updater", "#!/bin/no-such-shell\n", 0o755)'; do
         rm -f "$DRIVE/Foo.kx-update"
-        package_file "$DRIVE/Foo.kx-update" <<<"${updater/none/}"
+        package_file "$DRIVE/Foo.kx-update" <<<"${recipe/none/}"
 
         window <<<"$TO_THE_END"
 
@@ -135,7 +135,7 @@ state"
 
 @test "a child that the window has no descriptors left for: the log names the command" {
     # A sanitizer needs two descriptors whenever it meets an object of a new class.
-    KX_UPDATER=$ROOT/build/release/kx_Updater
+    export KX_UPDATER=$ROOT/build/release/kx_Updater
     drive_package Foo </dev/null
     cat >"$PACKAGES/no-descriptors" <<'END'
 process=$(cat /tmp/window)
