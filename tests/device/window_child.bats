@@ -168,6 +168,43 @@ END
     expect_drive <<<'./Foo.kx-update'
 }
 
+@test "a child for which the panel has no room: the log names the command, nothing can clean up" {
+    drive_package Foo </dev/null
+    printf '%s\n' 'prlimit --pid "$(cat /tmp/window)" --nproc="$1:"' >"$PACKAGES/processes"
+
+    window --keep -- sh /packages/known "$UPDATER" -upDir /mnt/usb <<END
+wait button InstallButton
+run sh /packages/processes 1
+press InstallButton
+wait button OkButton
+state
+log
+run sh /packages/processes 100
+press OkButton
+state
+press tab Log
+state
+END
+
+    expect_status 0
+    expect_transcript <<END
+$FAILED
+Cannot start : /mnt/usb/Foo.temp/kx_Updater -unzipedDir /mnt/usb/Foo.temp
+$REMOVE
+${REMOVE/Install/Log}
+END
+    # The clean-up has had its turn when no process could be started, and gets no other.
+    expect_commands <<'END'
+[sync]
+[rm -r "/mnt/usb/Foo.temp"]
+[mkdir -p "/mnt/usb/Foo.temp"]
+[unzip -o "/mnt/usb/Foo.kx-update" -d "/mnt/usb/Foo.temp" ]
+[sync]
+END
+    expect_children
+    [ -d "$STATE/drive/Foo.temp" ] || fail 'the unpacked folder is gone'
+}
+
 # ---- children that write ----
 
 @test "each piece of output is followed by an empty line, and brings the log to the front" {
