@@ -29,3 +29,73 @@ build() {
 sources() {
     git ls-files --cached --others --exclude-standard --deduplicate -- "$@"
 }
+
+# pack_hello FILE: packs the example package, with the updater of the release build, and with one
+# more step that takes a few seconds, so that there is something to look at while it installs. The
+# step lasts as long as the panel has a file /run/look.
+pack_hello() {
+    local folder file
+    file=$(realpath "$1")
+    folder=$(mktemp -d)
+    cp -r examples/hello-package/. "$folder"
+    cp build/release/kx_Updater "$folder"
+    /usr/bin/python3 - "$folder/UserPackage.kx-project" <<'END'
+import copy
+import json
+import sys
+
+with open(sys.argv[1], encoding="utf-8-sig") as file:
+    project = json.load(file)
+steps = project["DB_StepSets"]["$values"]
+step = copy.deepcopy(next(each for each in steps if "InstallScriptFunctionData" in each))
+step["Comment"] = "look around"
+step["InstallScriptFunctionData"]["ScriptData"] = """\
+#!/bin/sh
+for part in 1 2 3 4; do
+    echo "Checking the panel, part $part of 4"
+    sleep 0.5
+done
+while [ -e /run/look ]; do
+    sleep 0.1
+done
+"""
+steps.append(step)
+with open(sys.argv[1], "w", encoding="utf-8-sig") as file:
+    json.dump(project, file, ensure_ascii=False, indent=2)
+END
+    (cd "$folder" && zip -q -X -r "$file" .)
+    rm -r "$folder"
+}
+
+# The processes that `start` has started, each the first of a group of its own.
+started=()
+
+# start LOG COMMAND...: starts a command in the background; its process is $!. It ends when this
+# script does, even by force.
+start() {
+    local log=$1
+    shift
+    setsid setpriv --pdeathsig TERM "$@" </dev/null >"$log" 2>&1 &
+    started+=("$!")
+}
+
+# stop PROCESS: ends what `start` has started, and waits until it is gone.
+stop() {
+    local tries
+    kill -TERM -- "-$1" 2>/dev/null || true
+    for tries in $(seq 200); do
+        kill -0 -- "-$1" 2>/dev/null || break
+        [ "$tries" -ne 150 ] || kill -KILL -- "-$1" 2>/dev/null || true
+        sleep 0.1
+    done
+    wait "$1" 2>/dev/null || true
+}
+
+# stop_all: ends all that `start` has started, the last one first.
+stop_all() {
+    local i
+    for ((i = ${#started[@]} - 1; i >= 0; i--)); do
+        stop "${started[i]}"
+    done
+    started=()
+}

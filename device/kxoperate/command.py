@@ -95,7 +95,7 @@ def _play(options, screen, transcript):
         text = file.read()
     try:
         player.play(text)
-        if program.poll() is None:
+        if not probe.ended:
             player.play("quit")
     except script_module.ScriptError as error:
         print(f"operate: {error}", file=sys.stderr)

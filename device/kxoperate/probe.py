@@ -30,9 +30,12 @@ class Probe:
     def _listen(self):
         # Everything is read as it comes: the program must never have to wait for its observer.
         self._link, _ = self._server.accept()
-        with self._link.makefile("rb") as lines:
-            for line in lines:
-                self._note(json.loads(line))
+        try:
+            with self._link.makefile("rb") as lines:
+                for line in lines:
+                    self._note(json.loads(line))
+        except (OSError, ValueError):
+            pass  # a program that was killed leaves half a line, or a broken link
         self.note_end()
 
     def _note(self, told):

@@ -12,10 +12,11 @@
   press NAME           waits for the button and presses it with the mouse; press tab NAME
   state                notes in the transcript what is shown
   texts                notes the texts of the package
-  log                  notes the text of the log
+  log                  notes the text of the log, of a very long one the end
+  log-size             notes how long the log is and whether its end is in view
   list                 notes the rows of the list of installed software
   fonts, places        notes each widget's font size, or its place on the screen
-  cut                  notes each widget whose text does not fit into it
+  cut                  notes each text that its widget does not show whole
   picture NAME         takes a picture, NAME.png
   run COMMAND ARG...   runs a command of the panel and waits for its end
   quit                 lets the program end as it does when its event loop ends
@@ -94,7 +95,8 @@ class Player:
         self._patience = patience
         self._actions = {
             "wait": self._wait, "press": self._press, "state": self._state, "texts": self._texts,
-            "log": self._log, "list": self._list, "fonts": self._fonts, "places": self._places,
+            "log": self._log, "log-size": self._log_size, "list": self._list,
+            "fonts": self._fonts, "places": self._places,
             "cut": self._cut, "picture": self._picture, "run": self._run, "quit": self._quit}
 
     def play(self, script):
@@ -150,6 +152,11 @@ class Player:
     def _log(self):
         self._note(_widget(self._settle(), "logArea").get("text", ""))
 
+    def _log_size(self):
+        area = _widget(self._settle(), "logArea")
+        place = "at the end" if area.get("atEnd") else "not at the end"
+        self._note(f"{area.get('length', 0)} characters, {place}")
+
     def _list(self):
         for row in _widget(self._settle(), "tableWidget").get("rows", []):
             self._note(" | ".join(escaped(cell) for cell in row))
@@ -168,9 +175,9 @@ class Player:
             self._note("{} {},{} {}x{}".format(name, *place))
 
     def _cut(self):
-        for name, is_cut in self._each("cut"):
-            if is_cut:
-                self._note(f"{name} is cut: {escaped(_widget(self._probe.state, name)['text'])}")
+        for name, texts in self._each("cut"):
+            for text in texts:
+                self._note(f"{name} is cut: {escaped(text)}")
 
     def _picture(self, name):
         self._screen.move_away()

@@ -5,6 +5,8 @@
 #include <QObject>
 #include <QProcess>
 
+#include <memory>
+
 /// Runs one child program and hands on what it writes and how it ends, as zero-terminated strings.
 ///
 /// Everything happens on the thread that owns the object, through its event loop. The end of the
@@ -45,6 +47,10 @@ private Q_SLOTS:
     void imp_proc_errorOccurred(QProcess::ProcessError error);
 
 private:
-    QProcess m_process;
+    class Process;
+
+    void MakeProcess();
+
+    std::unique_ptr<Process> m_process;
     int m_lastError = -1;
 };

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 
-// Console mode, as far as it writes to no fixed path of the device; and the mode without window.
+// Console mode, as far as it writes to no fixed path of the device.
 #include "app/CuiModeFixture.h"
 #include "engine/ScriptedStep.h"
 #include "support/ShellRecorder.h"
@@ -277,18 +277,4 @@ TEST_F(ConsoleMode, RunsThousandsOfSteps)
     EXPECT_EQ(Run().result, 2001);
 
     EXPECT_EQ(table.Events().size(), 3000U);
-}
-
-TEST(WindowMode, SaysThatThisBuildHasNoWindow)
-{
-    ::testing::internal::CaptureStderr();
-    const ShellRecorder shell;
-
-    const int result = GuiMode(nullptr);
-
-    EXPECT_EQ(result, 1);
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-              "kx_Updater: this build has no window yet; install an unpacked package with "
-              "-unzipedDir <folder>.\n");
-    EXPECT_THAT(shell.Commands(), IsEmpty());
 }

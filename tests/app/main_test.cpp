@@ -7,21 +7,28 @@
 #include "app/ForkedChild.h"
 #include "app/Globals.h"
 #include "engine/ScriptedStep.h"
+#include "gui/mainwindow.h"
 #include "support/ShellRecorder.h"
 #include "support/TempDir.h"
 
 #include <QApplication>
+#include <QLabel>
 #include <QObject>
+#include <QTimer>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <optional>
 #include <stdexcept>
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 int KxMain(int argc, char** argv);
@@ -38,19 +45,38 @@ std::string WritePackage(const TempDir& dir)
     return dir / "kx_test";
 }
 
+/// Prepares the window system of a process that has none yet: a screen that nobody sees.
+void UseScreen(const char* platform, const TempDir& runtimeDir)
+{
+    setenv("QT_QPA_PLATFORM", platform, 1);
+    setenv("XDG_RUNTIME_DIR", runtimeDir.Path().c_str(), 1);
+}
+
+/// Notes what the window shows once the event loop runs, and ends the loop.
+void LeaveEventLoop(std::string& text, int exitCode)
+{
+    QTimer::singleShot(0, QCoreApplication::instance(), [&text, exitCode] {
+        const auto* const message = G::MainWin->findChild<QLabel*>(QStringLiteral("labelMsg"));
+        text += "on " + QGuiApplication::platformName().toStdString() + ": " +
+                message->text().toStdString() + "\n";
+        QCoreApplication::exit(exitCode);
+    });
+}
+
 /// Runs the entry point with its output caught. The first "sync" notes the language and whether
-/// the application object is there.
+/// the application object is there. The window's event loop ends with @p exitCode.
 /// @return a line each: the notes, the commands, the output, the errors, the result
-std::string Transcript(const std::vector<std::string>& words)
+std::string Transcript(const std::vector<std::string>& words, int exitCode = 0)
 {
     CommandLine line(words);
     std::string text;
     ShellRecorder shell;
-    shell.On("sync", [&text] {
+    shell.On("sync", [&text, exitCode] {
         if (text.empty()) {
             text = "ER_MSG91 is " + QObject::tr("ER_MSG91").toStdString() + "\n";
             text +=
                 G::App != nullptr && G::App == QCoreApplication::instance() ? "" : "no G::App\n";
+            LeaveEventLoop(text, exitCode);
         }
     });
     ::testing::internal::CaptureStdout();
@@ -128,20 +154,74 @@ TEST(EntryPoint, EndsWith101WhenConsoleModeReturns2001)
                               "result 101\n");
 }
 
-TEST(EntryPoint, RunsTheModeWithWindowForAFolderOnTheDrive)
+TEST(EntryPoint, ShowsTheWindowForAFolderOnTheDrive)
 {
-    const ChildResult child = RunInChild([] {
+    const TempDir dir;
+
+    const ChildResult child = RunInChild([&dir] {
+        UseScreen("offscreen", dir);
         unsetenv("LANG");
-        return Transcript({"-upDir", "/kx_none"});
+        return Transcript({"-upDir", dir / "none"});
     });
 
+    EXPECT_EQ(child.status, 0);
     EXPECT_EQ(child.text, "ER_MSG91 is The installation failed.\n"
+                          "on offscreen: Unable to recognize the USB flash drive.\n"
                           "command sync\n"
+                          "command /usr/bin/kxsystem/usb_umount\n"
                           "command sync\n"
-                          "kx_Updater: this build has no window yet; install an unpacked package "
-                          "with -unzipedDir <folder>.\n"
-                          "result 1\n");
+                          "result 0\n");
 }
+
+TEST(EntryPoint, ShowsTheWindowOnTheDisplayThatTheEnvironmentNames)
+{
+    const TempDir dir;
+
+    const ChildResult child = RunInChild([&dir] {
+        UseScreen("minimal", dir);
+        return Transcript({"-upDir", dir / "none"});
+    });
+
+    EXPECT_EQ(child.status, 0);
+    EXPECT_THAT(child.text, HasSubstr("\non minimal: "));
+}
+
+TEST(EntryPoint, EndsWithoutADisplay)
+{
+    const TempDir dir;
+
+    const ChildResult child = RunInChild([&dir] {
+        UseScreen("nonexistent", dir);
+        const rlimit noCore = {0, 0};
+        setrlimit(RLIMIT_CORE, &noCore);
+        return Transcript({"-upDir", dir / "none"});
+    });
+
+    EXPECT_TRUE(WIFSIGNALED(child.status));
+    EXPECT_EQ(WTERMSIG(child.status), SIGABRT);
+    EXPECT_EQ(child.text, "");
+}
+
+class LoopResult : public ::testing::TestWithParam<ResultCase>
+{
+};
+
+TEST_P(LoopResult, BecomesTheExitCode)
+{
+    const TempDir dir;
+
+    const ChildResult child = RunInChild([&dir] {
+        UseScreen("offscreen", dir);
+        return Transcript({"-upDir", dir / "none"}, GetParam().result);
+    });
+
+    EXPECT_THAT(child.text,
+                EndsWith("command sync\nresult " + std::to_string(GetParam().exitCode) + "\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Results, LoopResult,
+                         ::testing::Values(ResultCase{0, 0}, ResultCase{7, 7}, ResultCase{256, 101},
+                                           ResultCase{-1, 102}));
 
 TEST(EntryPoint, PrintsTheUsageTextBeforeThereIsAnApplicationObjectOrACommand)
 {
@@ -175,13 +255,16 @@ class Language : public ::testing::TestWithParam<LanguageCase>
 
 TEST_P(Language, FollowsLangExactly)
 {
-    const ChildResult child = RunInChild([] {
+    const TempDir dir;
+
+    const ChildResult child = RunInChild([&dir] {
+        UseScreen("offscreen", dir);
         if (GetParam().lang) {
             setenv("LANG", GetParam().lang->c_str(), 1);
         } else {
             unsetenv("LANG");
         }
-        return Transcript({"-upDir", "/kx_none"});
+        return Transcript({"-upDir", dir / "none"});
     });
 
     EXPECT_THAT(child.text, StartsWith("ER_MSG91 is " + GetParam().text + "\n"));

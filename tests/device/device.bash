@@ -66,7 +66,7 @@ teardown() {
 fail() {
     printf '%s\n' "$1" >&2
     local file
-    for file in "${OUT:-}" "${ERR:-}" "${TRACE:-}"; do
+    for file in "${OUT:-}" "${ERR:-}" "${TRACE:-}" "${TRANSCRIPT:-}"; do
         [ ! -s "$file" ] || { printf -- '-- %s\n' "${file##*/}" && head -n 15 "$file"; } >&2
     done
     return 1
@@ -114,7 +114,7 @@ prepare() {
                 look=$2
                 shift 2
                 ;;
-            --boot | --ignore-sigchld)
+            --boot | --ignore-sigchld | --no-wm)
                 options+=("$1")
                 shift
                 ;;

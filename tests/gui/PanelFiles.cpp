@@ -88,6 +88,11 @@ void PanelFiles::MakeRecord(const std::string& name)
     m_dir.MakeDir("records/" + name);
 }
 
+void PanelFiles::WritePlainFile(const std::string& name, const std::string& content)
+{
+    m_dir.Write("records/" + name, content);
+}
+
 void PanelFiles::RemoveRecords()
 {
     std::filesystem::remove_all(m_dir / "records");
@@ -96,8 +101,8 @@ void PanelFiles::RemoveRecords()
 std::string PanelFiles::Real(const std::string& path) const
 {
     const std::size_t length = std::strlen(kRecords);
-    const bool isRecord = path.compare(0, length, kRecords) == 0 &&
-                          (path.size() == length || path[length] == '/');
+    const bool isRecord =
+        path.compare(0, length, kRecords) == 0 && (path.size() == length || path[length] == '/');
     return isRecord ? m_dir / "records" + path.substr(length) : path;
 }
 

@@ -6,9 +6,9 @@
 
 #include <string>
 
-/// Stands in for the panel's fixed paths while it lives: the drive /dev/sda1, which is plugged in at
-/// first, and the folder of records /var/lib/KxUserPackages, which is empty at first. One lives at
-/// a time.
+/// Stands in for the panel's fixed paths while it lives: the drive /dev/sda1, which is plugged in
+/// at first, and the folder of records /var/lib/KxUserPackages, which is empty at first. One lives
+/// at a time.
 class PanelFiles
 {
 public:
@@ -28,6 +28,9 @@ public:
 
     /// Creates a record without a description.
     void MakeRecord(const std::string& name);
+
+    /// Writes a plain file into the folder of records.
+    void WritePlainFile(const std::string& name, const std::string& content);
 
     /// Removes the whole folder of records.
     void RemoveRecords();

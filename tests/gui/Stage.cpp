@@ -5,17 +5,16 @@
 #include "app/Globals.h"
 #include "engine/q_UpdaterEngine.h"
 #include "gui/AutoResize.h"
+#include "gui/InstalledListDialog.h"
 #include "model/PicoJFactory.h"
 #include "osa/OSA.h"
 
+#include <QApplication>
 #include <QTest>
+#include <QTimer>
+
 #include <filesystem>
 #include <new>
-#include <stdexcept>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace
 {
@@ -65,10 +64,9 @@ Stage::~Stage()
 
 std::string Stage::PutPackage(const std::string& name)
 {
-    const std::string stem = drive / name;
+    std::string stem = drive / name;
     drive.Write(name + ".kx-update", "a zip archive");
-    const std::string unzip =
-        "unzip -o \"" + stem + ".kx-update\" -d \"" + stem + ".temp\" ";
+    const std::string unzip = "unzip -o \"" + stem + ".kx-update\" -d \"" + stem + ".temp\" ";
     shell.On(unzip, [this, name, stem] {
         drive.MakeDir(name + ".temp");
         if (!description.empty()) {
@@ -82,26 +80,6 @@ std::string Stage::PutPackage(const std::string& name)
         std::filesystem::create_symlink(KX_FAKE_UPDATER, stem + ".temp/kx_Updater");
     });
     return stem;
-}
-
-std::string Stage::MakeFifo(const std::string& name) const
-{
-    const std::string path = drive / name;
-    if (mkfifo(path.c_str(), 0600) != 0) {
-        throw std::runtime_error("no FIFO " + path);
-    }
-    return path;
-}
-
-bool Stage::Release(const std::string& fifo)
-{
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg)
-    const int fd = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
-    if (fd < 0) {
-        return false;
-    }
-    close(fd);
-    return true;
 }
 
 void Stage::Show()
@@ -126,8 +104,7 @@ void Stage::Press(const char* name) const
 QString Stage::State() const
 {
     QStringList buttons;
-    for (const char* const name :
-         {"InstallButton", "CancelButton", "OkButton", "RebootButton"}) {
+    for (const char* const name : {"InstallButton", "CancelButton", "OkButton", "RebootButton"}) {
         if (!Get<QPushButton>(name)->isHidden()) {
             buttons.append(QLatin1String(name).chopped(6));
         }
@@ -150,17 +127,24 @@ QString Stage::State() const
 
 QStringList Stage::CommandsAfterUnpacking() const
 {
-    QStringList commands;
-    for (const std::string& command : shell.Commands()) {
-        commands.append(QString::fromStdString(command));
-    }
     constexpr int kUnpackCommands = 3;
-    return commands.mid(kUnpackCommands);
+    return Commands().mid(kUnpackCommands);
 }
 
-void Stage::Call(const char* slot) const
+void Stage::OpenList(const std::function<void(InstalledListDialog&)>& look) const
 {
-    QVERIFY2(QMetaObject::invokeMethod(window.get(), slot, Qt::DirectConnection), slot);
+    bool isOpen = false;
+    QTimer::singleShot(0, window.get(), [&isOpen, &look] {
+        for (QWidget* const widget : QApplication::topLevelWidgets()) {
+            if (auto* const list = qobject_cast<InstalledListDialog*>(widget); list != nullptr) {
+                isOpen = true;
+                look(*list);
+                list->close();
+            }
+        }
+    });
+    Press("InstalledListButton");
+    QVERIFY(isOpen);
 }
 
 void Stage::WindowLogger::OutLine(const char* format, ...)

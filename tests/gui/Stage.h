@@ -11,10 +11,34 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QStringList>
 #include <QTabWidget>
+
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
+
+class InstalledListDialog;
+
+/// How long a test waits for an event before it fails.
+constexpr int kPatienceMs = 20000;
+
+/// The UTF-8 text @p text.
+inline QString Text(const std::string& text)
+{
+    return QString::fromStdString(text);
+}
+
+/// A list of UTF-8 texts.
+inline QStringList List(const std::vector<std::string>& texts)
+{
+    QStringList list;
+    for (const std::string& text : texts) {
+        list.append(Text(text));
+    }
+    return list;
+}
 
 /// What a window test plays on: a panel with a drive, a shell that only records, a window that is
 /// not shown yet, and a logger that leads to it. Messages are untranslated.
@@ -40,13 +64,6 @@ public:
     /// @return its path without the extension
     std::string PutPackage(const std::string& name = "Foo");
 
-    /// Creates a FIFO for the updater's instructions.
-    /// @return its path
-    [[nodiscard]] std::string MakeFifo(const std::string& name) const;
-
-    /// Lets an updater that waits at @p fifo, or will, go on. False: nobody waits there yet.
-    [[nodiscard]] static bool Release(const std::string& fifo);
-
     /// Shows the window, which starts its work.
     void Show();
 
@@ -61,7 +78,10 @@ public:
 
     [[nodiscard]] QString Log() const { return Get<QPlainTextEdit>("logArea")->toPlainText(); }
 
-    /// The commands since the window was shown, but for those that unpack.
+    /// The commands so far.
+    [[nodiscard]] QStringList Commands() const { return List(shell.Commands()); }
+
+    /// The commands so far, but for those that unpack.
     [[nodiscard]] QStringList CommandsAfterUnpacking() const;
 
     template <typename T>
@@ -73,8 +93,8 @@ public:
     /// Ends the window, as the end of the program does.
     void Close() { window.reset(); }
 
-    /// Calls a slot of the window.
-    void Call(const char* slot) const;
+    /// Presses the button of the installed list, calls @p look with the list open, and closes it.
+    void OpenList(const std::function<void(InstalledListDialog&)>& look) const;
 
     std::unique_ptr<MainWindow> window;
 

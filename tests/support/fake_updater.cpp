@@ -8,9 +8,11 @@
 //
 //   out TEXT, err TEXT   writes TEXT in one piece; \n and \xHH stand for bytes
 //   flood BYTES          writes that many 'x' to standard output
+//   endless              writes 'x' for ever, without a line break
 //   args                 writes each argument on a line of its own
 //   close                closes standard output and standard error
 //   wait FIFO            waits until somebody opens the FIFO for writing and closes it
+//   keep FIFO            opens the FIFO for reading until its own end
 //   hold FIFO            leaves a child of its own that keeps the pipes open and does the waiting
 //   kill SIGNAL          sends itself a signal
 //   forever              never ends
@@ -78,22 +80,38 @@ void Hold(const std::string& fifo)
     }
 }
 
-void Execute(const std::string& verb, const std::string& rest,
-             const std::vector<std::string>& arguments)
+/// Executes an instruction that writes.
+/// @return false when it is no such instruction
+bool ExecuteOutput(const std::string& verb, const std::string& rest,
+                   const std::vector<std::string>& arguments)
 {
     if (verb == "out" || verb == "err") {
         Write(verb == "out" ? STDOUT_FILENO : STDERR_FILENO, Unescaped(rest));
     } else if (verb == "flood") {
         Write(STDOUT_FILENO, std::string(std::stoul(rest), 'x'));
+    } else if (verb == "endless") {
+        while (true) {
+            Write(STDOUT_FILENO, std::string(1000, 'x'));
+        }
     } else if (verb == "args") {
         for (const std::string& argument : arguments) {
             Write(STDOUT_FILENO, argument + "\n");
         }
-    } else if (verb == "close") {
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void Execute(const std::string& verb, const std::string& rest)
+{
+    if (verb == "close") {
         close(STDOUT_FILENO);
         close(STDERR_FILENO);
     } else if (verb == "wait") {
         WaitFor(rest);
+    } else if (verb == "keep") {
+        static_cast<void>(open(rest.c_str(), O_RDONLY | O_NONBLOCK));
     } else if (verb == "hold") {
         Hold(rest);
     } else if (verb == "kill") {
@@ -132,7 +150,10 @@ int main(int argc, char** argv)
     for (const std::string& line : Script(arguments)) {
         const auto blank = line.find(' ');
         const std::string rest = blank == std::string::npos ? "" : line.substr(blank + 1);
-        Execute(line.substr(0, blank), rest, arguments);
+        const std::string verb = line.substr(0, blank);
+        if (!ExecuteOutput(verb, rest, arguments)) {
+            Execute(verb, rest);
+        }
     }
     return 0;
 }
