@@ -1,0 +1,167 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "commands/Command.h"
+#include "package/Package.h"
+#include "rehearsal/Rehearsal.h"
+
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+namespace
+{
+
+using Process = PlannedCommand::Process;
+
+struct PlanOptions {
+    std::string package;
+    std::string drive = "/mnt/usb";
+    std::string root;
+};
+
+const char* NameOf(Process process)
+{
+    return process == Process::kWindow ? "window" : "installer";
+}
+
+picojson::value ListOf(const std::vector<std::string>& texts)
+{
+    picojson::array list;
+    for (const std::string& text : texts) {
+        list.emplace_back(text);
+    }
+    return picojson::value(list);
+}
+
+picojson::value JsonOf(const PlannedCommand& command)
+{
+    picojson::object told;
+    told["process"] = picojson::value(NameOf(command.process));
+    told["step"] =
+        command.step == 0 ? picojson::value() : picojson::value(static_cast<double>(command.step));
+    told["command"] = picojson::value(command.command);
+    told["afterScript"] = picojson::value(command.isAfterScript);
+    told["readDifferently"] = picojson::value(command.isReadDifferently);
+    told["unknownResult"] = picojson::value(command.isUnknown);
+    return picojson::value(told);
+}
+
+picojson::value JsonOf(const Plan& plan)
+{
+    picojson::array commands;
+    for (const PlannedCommand& command : plan.commands) {
+        commands.push_back(JsonOf(command));
+    }
+    picojson::object told;
+    told["packageFile"] = picojson::value(plan.packageFile);
+    told["record"] = picojson::value(plan.record);
+    told["shown"] = picojson::value(plan.isShown);
+    told["started"] = picojson::value(plan.isStarted);
+    told["installed"] = picojson::value(plan.isInstalled);
+    told["commands"] = picojson::value(commands);
+    told["log"] = ListOf(plan.log);
+    told["recordedFolders"] = ListOf(plan.folders);
+    told["recordedFiles"] = ListOf(plan.files);
+    return picojson::value(told);
+}
+
+std::string RemarksOn(const PlannedCommand& command)
+{
+    std::string remarks;
+    if (command.isAfterScript) {
+        remarks += "  [depends on an earlier script]";
+    }
+    if (command.isReadDifferently) {
+        remarks += "  [the shell reads this differently]";
+    }
+    if (command.isUnknown) {
+        remarks += "  [result not known]";
+    }
+    return remarks;
+}
+
+/// Tells how it ends, in a sentence.
+std::string EndOf(const Plan& plan)
+{
+    if (!plan.isShown) {
+        return "The window cannot load the package.";
+    }
+    if (!plan.isStarted) {
+        return "The package's updater cannot be started: " + std::string(kUpdaterName) +
+               " is missing or not executable.";
+    }
+    return plan.isInstalled ? "The installation succeeds."
+                            : "The installation fails: " + plan.log.back();
+}
+
+void WriteText(const Output& output, const Plan& plan)
+{
+    const PlannedCommand* before = nullptr;
+    for (const PlannedCommand& command : plan.commands) {
+        if (before == nullptr || before->process != command.process ||
+            before->step != command.step) {
+            std::string title = NameOf(command.process);
+            if (command.step != 0) {
+                title += ", step " + std::to_string(command.step);
+            }
+            output.out << Coloured(output, Colour::kBold, title) << '\n';
+        }
+        output.out << "  " << Printable(command.command)
+                   << Coloured(output, Colour::kYellow, RemarksOn(command)) << '\n';
+        before = &command;
+    }
+    output.out << '\n' << Printable(EndOf(plan)) << '\n';
+    if (plan.isInstalled) {
+        output.out << "Recorded in " << Printable(plan.record) << ":\n";
+        for (const auto* const list : {&plan.folders, &plan.files}) {
+            for (const std::string& path : *list) {
+                output.out << "  " << Printable(path) << (list == &plan.folders ? "  (folder)" : "")
+                           << '\n';
+            }
+        }
+    }
+}
+
+ExitCode RunPlan(const PlanOptions& options, const Output& output)
+{
+    const std::unique_ptr<Package> package = OpenPackage(options.package);
+    const Plan plan = Rehearse(*package, options.drive, options.root);
+    if (output.isJson) {
+        WriteJson(output, JsonOf(plan));
+    } else {
+        WriteText(output, plan);
+    }
+    return plan.isInstalled ? ExitCode::kFine : ExitCode::kProblems;
+}
+
+} // namespace
+
+void AddPlan(CLI::App& program, Invocation& invocation)
+{
+    CLI::App* const command = program.add_subcommand(
+        "plan", "Tell the shell commands that a panel would run, without running anything");
+    const auto options = std::make_shared<PlanOptions>();
+    command->add_option("PACKAGE", options->package, "A package file, or the folder of one")
+        ->required();
+    command->add_option("--at", options->drive, "The panel's folder in which the package lies")
+        ->capture_default_str()
+        ->check([](const std::string& path) {
+            return !path.empty() && path[0] == '/' ? std::string() : "must be an absolute path";
+        });
+    command
+        ->add_option("--root", options->root,
+                     "A folder with the files of a panel; without it a fresh panel is thought")
+        ->check(CLI::ExistingDirectory);
+    command->add_flag("--json", invocation.isJson, "Tell it as JSON");
+    command->footer("Nothing is run and nothing is changed. Scripts, passwords and settings are "
+                    "taken to succeed;\nwhat depends on what a script did before is marked.\n\n"
+                    "Examples:\n"
+                    "  kx-package plan Hello.kx-update\n"
+                    "  kx-package plan --root panel/root Hello.kx-update\n"
+                    "  kx-package plan --json hello-package | jq -r '.commands[].command'");
+    command->callback([&invocation, options] {
+        invocation.run = [options](const Output& output) { return RunPlan(*options, output); };
+    });
+}

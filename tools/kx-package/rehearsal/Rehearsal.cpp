@@ -1,0 +1,130 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "rehearsal/Rehearsal.h"
+
+#include "engine/ILogger.h"
+#include "engine/UserPackageInstaller.h"
+#include "engine/q_UpdaterEngine.h"
+#include "osa/OSA.h"
+#include "osa/PathList.h"
+#include "package/Description.h"
+#include "rehearsal/Stage.h"
+#include "rehearsal/VirtualPanel.h"
+
+#include <cstdarg>
+#include <cstdlib>
+
+namespace
+{
+
+using Process = PlannedCommand::Process;
+
+/// Keeps the lines, and tells the stage which step begins.
+class PlanLogger final : public ILogger
+{
+public:
+    PlanLogger(Stage& stage, Plan& plan) : m_stage(stage), m_plan(plan) {}
+
+    [[gnu::format(printf, 2, 3)]] void OutLine(const char* format, ...) override
+    {
+        va_list args;
+        va_start(args, format);
+        const std::string line = OSA_Format(format, args);
+        va_end(args);
+        constexpr const char* kStep = "**** Installation step ";
+        if (line.compare(0, std::char_traits<char>::length(kStep), kStep) == 0) {
+            m_stage.SetStep(std::atoi(line.c_str() + std::char_traits<char>::length(kStep)));
+        }
+        m_plan.log.push_back(line);
+    }
+
+    void OutMsg(const char* text) override { m_plan.log.emplace_back(text); }
+
+private:
+    Stage& m_stage;
+    Plan& m_plan;
+};
+
+/// What the window does up to its question.
+/// @return whether it asks
+bool PlayWindow(UserPackageInstaller& package, const Plan& plan)
+{
+    OSA_Shell("sync");
+    package.packageDir = OSA_TrimExt(plan.packageFile.c_str()) + ".temp";
+    package.projectFile = package.packageDir + "/" + kDescriptionName;
+    package.removeUnpacked = true;
+    return package.Unpack(plan.packageFile.c_str()) == 0 &&
+           package.ReadRootOnlyKxProjectFile() == 0;
+}
+
+/// What the installer does.
+/// @return its result
+int PlayInstaller(const UserPackageInstaller& window, Stage& stage)
+{
+    OSA_Shell("sync");
+    UserPackageInstaller package;
+    package.packageDir = window.packageDir;
+    package.projectFile = window.projectFile;
+    int result = package.ReadKxProjectFile();
+    if (result == 0) {
+        OSA_Shell("/usr/bin/kxsystem/wprotect_off");
+        result = package.ClearInstalledLog();
+    }
+    if (result == 0) {
+        result = package.ExecuteInstallStep();
+    }
+    stage.SetStep(0);
+    if (result == 0) {
+        result = package.RegistInstalledLog();
+    }
+    OSA_Shell("sync");
+    return result;
+}
+
+/// Tells whether the package brings an updater that its user may execute. Without modes in the
+/// archive nothing comes out executable.
+bool HasUpdater(const Package& package)
+{
+    constexpr unsigned kExecute = 0111;
+    const PackageEntry* const entry = package.Find(kUpdaterName);
+    return entry != nullptr && entry->kind == PackageEntry::Kind::kFile &&
+           (entry->mode & kExecute) != 0;
+}
+
+} // namespace
+
+Plan Rehearse(const Package& package, const std::string& drive, const std::string& root)
+{
+    Plan plan;
+    std::string name = package.Path();
+    while (name.size() > 1 && name.back() == '/') {
+        name.pop_back();
+    }
+    name = name.substr(name.rfind('/') + 1);
+    plan.packageFile = drive + "/" + name + (package.IsArchive() ? "" : kPackageExtension);
+    plan.record = "/var/lib/KxUserPackages/" + RecordName(plan.packageFile);
+
+    VirtualPanel panel(root);
+    panel.MakeFolder(drive);
+    panel.MakeFile(plan.packageFile);
+    Stage stage(panel, package, plan);
+    PlanLogger logger(stage, plan);
+    q_UpdaterEngine::InitSystem(&logger);
+
+    UserPackageInstaller window;
+    plan.isShown = PlayWindow(window, plan);
+    plan.isStarted = plan.isShown && HasUpdater(package);
+    if (plan.isStarted) {
+        stage.SetProcess(Process::kInstaller);
+        plan.result = PlayInstaller(window, stage);
+        plan.isInstalled = plan.result == 0;
+        stage.SetProcess(Process::kWindow);
+    }
+    window.Cleanup();
+    OSA_Shell("/usr/bin/kxsystem/usb_umount");
+    OSA_Shell("/sbin/reboot");
+    plan.folders.assign(q_UpdaterEngine::CopyFolderList->begin(),
+                        q_UpdaterEngine::CopyFolderList->end());
+    plan.files.assign(q_UpdaterEngine::CopyFileList->begin(), q_UpdaterEngine::CopyFileList->end());
+    return plan;
+}

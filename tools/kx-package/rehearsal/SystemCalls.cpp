@@ -1,0 +1,101 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+
+// The system's functions as the updater's code calls them, replaced at link time: on a stage they
+// work on its files; anywhere else a command is refused, and files are the machine's.
+#include "rehearsal/Stage.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+namespace
+{
+
+using Filter = int (*)(const dirent*);
+using Order = int (*)(const dirent**, const dirent**);
+
+} // namespace
+
+extern "C" {
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for a wrapped function
+int __wrap_system(const char* command);
+int __real_stat64(const char* path, struct stat* info);
+int __wrap_stat64(const char* path, struct stat* info);
+std::FILE* __real_fopen64(const char* path, const char* mode);
+std::FILE* __wrap_fopen64(const char* path, const char* mode);
+int __real_scandir64(const char* dir, dirent*** entries, Filter filter, Order order);
+int __wrap_scandir64(const char* dir, dirent*** entries, Filter filter, Order order);
+// NOLINTEND(bugprone-reserved-identifier)
+}
+
+int __wrap_system(const char* command)
+{
+    Stage* const stage = Stage::Current();
+    return stage != nullptr ? stage->Run(command) : -1;
+}
+
+int __wrap_stat64(const char* path, struct stat* info)
+{
+    Stage* const stage = Stage::Current();
+    if (stage == nullptr) {
+        return __real_stat64(path, info);
+    }
+    const VirtualPanel::Kind kind = stage->LookAt(path);
+    if (*path == '\0' || kind == VirtualPanel::Kind::kNone) {
+        errno = ENOENT;
+        return -1;
+    }
+    *info = {};
+    info->st_mode = kind == VirtualPanel::Kind::kFolder ? S_IFDIR | 0755U : S_IFREG | 0644U;
+    const auto content = stage->Panel().Content(path);
+    info->st_size = content ? static_cast<off_t>(content->size()) : 0;
+    return 0;
+}
+
+std::FILE* __wrap_fopen64(const char* path, const char* mode)
+{
+    Stage* const stage = Stage::Current();
+    if (stage == nullptr) {
+        return __real_fopen64(path, mode);
+    }
+    if (*mode == 'w') {
+        return stage->Panel().MakeFile(path) ? __real_fopen64("/dev/null", "w") : nullptr;
+    }
+    const auto content = stage->Panel().Content(path);
+    if (!content) {
+        errno = ENOENT;
+        return nullptr;
+    }
+    std::FILE* const file = std::tmpfile();
+    if (file != nullptr) {
+        std::fwrite(content->data(), 1, content->size(), file);
+        std::rewind(file);
+    }
+    return file;
+}
+
+int __wrap_scandir64(const char* dir, dirent*** entries, Filter filter, Order order)
+{
+    Stage* const stage = Stage::Current();
+    if (stage == nullptr) {
+        return __real_scandir64(dir, entries, filter, order);
+    }
+    if (stage->Panel().KindOf(dir) != VirtualPanel::Kind::kFolder) {
+        errno = ENOENT;
+        return -1;
+    }
+    const std::vector<std::string> names = stage->Panel().Names(dir);
+    *entries = static_cast<dirent**>(std::calloc(names.size() + 1, sizeof(dirent*)));
+    int count = 0;
+    for (const std::string& name : names) {
+        auto* const entry = static_cast<dirent*>(std::calloc(1, sizeof(dirent)));
+        name.copy(entry->d_name, sizeof(entry->d_name) - 1);
+        (*entries)[count++] = entry;
+    }
+    return count;
+}
