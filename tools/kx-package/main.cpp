@@ -59,6 +59,8 @@ int main(int argc, char** argv)
         "Exit status: 0 fine, 1 problems found, 2 wrong use, 3 could not read or write.");
 
     Invocation invocation;
+    AddBuild(program, invocation);
+    AddNew(program, invocation);
     AddPlan(program, invocation);
     AddShow(program, invocation);
     try {

@@ -12,35 +12,6 @@
 namespace
 {
 
-/// Returns the length of the UTF-8 character that @p text begins with, 0 for bytes that are none.
-std::size_t CharacterLength(std::string_view text)
-{
-    const auto byte = [text](std::size_t i) {
-        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
-    };
-    const unsigned first = byte(0);
-    if (first < 0x80) {
-        return 1;
-    }
-    std::size_t length = 0;
-    if (first >= 0xc2 && first <= 0xdf) {
-        length = 2;
-    } else if (first >= 0xe0 && first <= 0xef) {
-        length = 3;
-    } else if (first >= 0xf0 && first <= 0xf4) {
-        length = 4;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xc0) != 0x80) {
-            return 0;
-        }
-    }
-    // Overlong forms, halves of pairs, and beyond the last character.
-    const bool isRefused = (first == 0xe0 && byte(1) < 0xa0) || (first == 0xed && byte(1) > 0x9f) ||
-                           (first == 0xf0 && byte(1) < 0x90) || (first == 0xf4 && byte(1) > 0x8f);
-    return isRefused ? 0 : length;
-}
-
 bool IsControl(std::string_view character)
 {
     const auto first = static_cast<unsigned char>(character[0]);
@@ -103,12 +74,40 @@ std::string Coloured(const Output& output, Colour colour, const std::string& tex
     return "\x1b[" + std::string(kCodes[static_cast<std::size_t>(colour)]) + "m" + text + "\x1b[0m";
 }
 
+std::size_t Utf8Length(std::string_view text)
+{
+    const auto byte = [text](std::size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
+    };
+    const unsigned first = byte(0);
+    if (first < 0x80) {
+        return 1;
+    }
+    std::size_t length = 0;
+    if (first >= 0xc2 && first <= 0xdf) {
+        length = 2;
+    } else if (first >= 0xe0 && first <= 0xef) {
+        length = 3;
+    } else if (first >= 0xf0 && first <= 0xf4) {
+        length = 4;
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xc0) != 0x80) {
+            return 0;
+        }
+    }
+    // Overlong forms, halves of pairs, and beyond the last character.
+    const bool isRefused = (first == 0xe0 && byte(1) < 0xa0) || (first == 0xed && byte(1) > 0x9f) ||
+                           (first == 0xf0 && byte(1) < 0x90) || (first == 0xf4 && byte(1) > 0x8f);
+    return isRefused ? 0 : length;
+}
+
 std::string Printable(const std::string& text)
 {
     std::string line;
     std::string_view rest = text;
     while (!rest.empty()) {
-        const std::size_t length = CharacterLength(rest);
+        const std::size_t length = Utf8Length(rest);
         const std::string_view piece = rest.substr(0, length == 0 ? 1 : length);
         if (length == 0 || IsControl(piece)) {
             AppendEscaped(piece, line);

@@ -8,6 +8,7 @@
 
 #include <iosfwd>
 #include <string>
+#include <string_view>
 
 /// Where and how a command tells its results.
 struct Output {
@@ -33,6 +34,9 @@ enum class Colour { kBold, kRed, kYellow, kGreen, kGrey };
 
 /// Returns the text in colour where the output has it, else as it is.
 [[nodiscard]] std::string Coloured(const Output& output, Colour colour, const std::string& text);
+
+/// Returns the length of the UTF-8 character that @p text begins with, 0 for bytes that are none.
+[[nodiscard]] std::size_t Utf8Length(std::string_view text);
 
 /// Returns a text fit for one line of a terminal: control characters and bytes that are no UTF-8
 /// become \xHH, line breaks \n, so that nothing that was read can play with the terminal.

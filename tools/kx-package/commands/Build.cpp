@@ -1,0 +1,170 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "build/DescriptionWriter.h"
+#include "build/Layout.h"
+#include "build/UpdaterSearch.h"
+#include "commands/Command.h"
+#include "common/Epoch.h"
+#include "common/Progress.h"
+#include "common/Text.h"
+#include "manifest/Manifest.h"
+#include "package/ArchiveWriter.h"
+#include "package/AtomicFile.h"
+#include "package/Package.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <ostream>
+#include <system_error>
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+struct BuildOptions {
+    std::string manifest = ".";
+    std::string output;
+    std::string updater;
+};
+
+/// What was built, for the report.
+struct Built {
+    std::string path;
+    std::string updater;
+    std::size_t files = 0; ///< of the payload
+    WrittenArchive archive;
+    std::vector<std::string> remarks;
+};
+
+bool IsStandardOutput(const std::string& path)
+{
+    return path == AtomicFile::kStandardOutput;
+}
+
+/// Returns the path of the package: the one that was asked for, or one named after the manifest.
+std::string OutputPath(const BuildOptions& options, const Manifest& manifest)
+{
+    const std::string name = manifest.name + kPackageExtension;
+    if (options.output.empty() || IsStandardOutput(options.output)) {
+        return options.output.empty() ? name : options.output;
+    }
+    std::error_code error;
+    if (options.output.back() == '/' || fs::is_directory(options.output, error)) {
+        return (fs::path(options.output) / name).string();
+    }
+    const fs::path path(options.output);
+    if (path.extension() != kPackageExtension) {
+        throw Error(ExitCode::kWrongUse, options.output,
+                    std::string("the name does not end in ") + kPackageExtension,
+                    "the panel finds no other packages");
+    }
+    RefuseBadPackageName(path.stem().string(), ExitCode::kWrongUse, options.output,
+                         "choose another one");
+    return options.output;
+}
+
+void RefuseTerminal(const BuildOptions& options, const Output& output)
+{
+    if (!IsStandardOutput(options.output)) {
+        return;
+    }
+    if (output.isJson) {
+        throw Error(ExitCode::kWrongUse, "", "--json and the package cannot share standard output",
+                    "write the package to a file");
+    }
+    if (isatty(STDOUT_FILENO) != 0) {
+        throw Error(ExitCode::kWrongUse, "", "a package is nothing for a terminal",
+                    "redirect standard output");
+    }
+}
+
+Built BuildPackage(const BuildOptions& options, const Output& output)
+{
+    const Manifest manifest = ReadManifest(options.manifest);
+    Built built;
+    built.path = OutputPath(options, manifest);
+    Layout layout = MakeLayout(manifest, built.path);
+    built.files = static_cast<std::size_t>(
+        std::count_if(layout.payload.begin(), layout.payload.end(),
+                      [](const ArchiveItem& item) { return !item.isFolder; }));
+    built.remarks = std::move(layout.remarks);
+    built.updater = options.updater.empty() ? FindUpdater(*manifest.processor, FindUpdaterPlaces())
+                                            : options.updater;
+    RefuseOtherUpdater(built.updater, *manifest.processor);
+
+    std::vector<ArchiveItem> items = std::move(layout.payload);
+    items.push_back({kDescriptionName, "", WriteDescription(layout.model->root), false, false});
+    items.push_back({kUpdaterName, built.updater, std::nullopt, false, true});
+    Progress progress(output, "packing");
+    ArchiveOptions archive;
+    archive.moment = SourceDateEpoch().value_or(0);
+    archive.onProgress = [&progress](double fraction) { progress.Show(fraction); };
+    built.archive = WriteArchive(built.path, std::move(items), archive);
+    return built;
+}
+
+void TellAsJson(const Built& built, const Output& output)
+{
+    picojson::array remarks;
+    for (const std::string& remark : built.remarks) {
+        remarks.emplace_back(Printable(remark));
+    }
+    picojson::object told;
+    told["file"] = picojson::value(Printable(built.path));
+    told["size"] = picojson::value(static_cast<double>(built.archive.size));
+    told["unpackedSize"] = picojson::value(static_cast<double>(built.archive.unpacked));
+    told["payloadFiles"] = picojson::value(static_cast<double>(built.files));
+    told["updater"] = picojson::value(Printable(built.updater));
+    told["remarks"] = picojson::value(remarks);
+    WriteJson(output, picojson::value(told));
+}
+
+ExitCode Build(const BuildOptions& options, const Output& output)
+{
+    RefuseTerminal(options, output);
+    const Built built = BuildPackage(options, output);
+    if (output.isJson) {
+        TellAsJson(built, output);
+        return ExitCode::kFine;
+    }
+    for (const std::string& remark : built.remarks) {
+        output.err << "kx-package: " << Printable(remark) << '\n';
+    }
+    if (!IsStandardOutput(built.path)) {
+        output.out << Printable(built.path) << ": " << SizeText(built.archive.size) << ", "
+                   << CountText(built.files, "payload file") << '\n';
+    }
+    return ExitCode::kFine;
+}
+
+} // namespace
+
+void AddBuild(CLI::App& program, Invocation& invocation)
+{
+    CLI::App* const command = program.add_subcommand("build", "Make a package from its manifest");
+    const auto options = std::make_shared<BuildOptions>();
+    command->add_option("manifest", options->manifest,
+                        "The manifest, or the folder with its package.toml; this folder when "
+                        "nothing is named");
+    command->add_option("-o,--output", options->output,
+                        "The package, the folder for it, or - for standard output; NAME.kx-update "
+                        "in this folder when nothing is named");
+    command->add_option("--updater", options->updater,
+                        "The updater to put into the package, instead of the installed one of the "
+                        "manifest's processor");
+    command->add_flag("--json", invocation.isJson, "Tell the result as JSON");
+    command->footer("Examples:\n"
+                    "  kx-package build\n"
+                    "  kx-package build recipes -o /media/usb/\n"
+                    "  kx-package build recipes --updater build/arm/kx_Updater\n"
+                    "  SOURCE_DATE_EPOCH=$(git log -1 --format=%ct) kx-package build");
+    command->callback([options, &invocation] {
+        invocation.run = [options](const Output& output) { return Build(*options, output); };
+    });
+}

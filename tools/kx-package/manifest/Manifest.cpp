@@ -1,0 +1,148 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "manifest/Manifest.h"
+
+#include "common/Epoch.h"
+#include "common/Nearest.h"
+#include "common/Text.h"
+#include "manifest/ManifestSteps.h"
+#include "manifest/TomlTable.h"
+
+#include <cctype>
+#include <filesystem>
+#include <system_error>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr std::uint64_t kLargestManifest = std::uint64_t{16} << 20;
+
+/// Finds the manifest that a path means.
+std::string FindManifest(const std::string& path)
+{
+    std::error_code error;
+    if (!fs::is_directory(path, error)) {
+        return path;
+    }
+    std::string manifest = path + (path.back() == '/' ? "" : "/") + kManifestName;
+    if (!fs::exists(manifest, error)) {
+        throw Error(ExitCode::kNoAccess, path,
+                    std::string("there is no ") + kManifestName + " in the folder",
+                    "make one with kx-package new");
+    }
+    return manifest;
+}
+
+toml::table Parse(const std::string& text, const std::string& path)
+{
+    try {
+        return toml::parse(text);
+    } catch (const toml::parse_error& error) {
+        throw Error(ExitCode::kProblems, PlaceOf(path, error.source().begin),
+                    "is no TOML: " + std::string(error.description()));
+    }
+}
+
+/// Returns the date of the package: the manifest's own, or that of SOURCE_DATE_EPOCH. The day on
+/// which a package is built is none: the same sources would not give the same package.
+std::string ReadDate(const TomlTable& table)
+{
+    if (std::optional<std::string> date = table.OptionalDate("date")) {
+        return *std::move(date);
+    }
+    if (const std::optional<std::time_t> epoch = SourceDateEpoch()) {
+        return DateText(*epoch);
+    }
+    throw Error(ExitCode::kProblems, table.Place(), "'package.date' is missing",
+                "give it, like 2026-11-21, or set SOURCE_DATE_EPOCH");
+}
+
+const Processor* ReadProcessor(const TomlTable& table)
+{
+    const std::vector<std::string> names = ProcessorNames();
+    const std::string word =
+        table.Text("processor", "name the panel's; " + NearestRemedy("", names));
+    const Processor* const processor = FindProcessor(word);
+    if (processor == nullptr) {
+        throw table.Wrong("processor", "is '" + word + "', which is not known",
+                          NearestRemedy(word, names));
+    }
+    return processor;
+}
+
+std::string ReadName(const TomlTable& table, const std::string& folder)
+{
+    if (const std::optional<std::string> name = table.OptionalText("name")) {
+        RefuseBadPackageName(*name, ExitCode::kProblems, table.Place("name"),
+                             "choose another 'package.name'");
+        return *name;
+    }
+    std::error_code error;
+    const std::string path = fs::canonical(folder, error).filename().string();
+    RefuseBadPackageName(path, ExitCode::kProblems, table.Place(), "give 'package.name'");
+    return path;
+}
+
+void ReadIdentity(const TomlTable& table, Manifest& manifest)
+{
+    table.RefuseOtherKeysThan(
+        {"name", "title", "version", "comment", "model", "os-version", "date", "processor"});
+    manifest.title = table.Text("title", "give it; the panel shows it");
+    manifest.version = table.Text("version", "give it; the panel shows it");
+    manifest.comment = table.OptionalText("comment").value_or("");
+    manifest.model = table.Text("model", "name the panel's model");
+    manifest.osVersion = table.Text("os-version", "name the version of the panel's system");
+    manifest.date = ReadDate(table);
+    manifest.processor = ReadProcessor(table);
+    manifest.name = ReadName(table, manifest.folder);
+}
+
+} // namespace
+
+void RefuseBadPackageName(const std::string& name, ExitCode code, const std::string& place,
+                          const std::string& remedy)
+{
+    const auto refuse = [&](const std::string& why) {
+        throw Error(code, place, "the package's name '" + name + "' " + why, remedy);
+    };
+    if (name.empty()) {
+        refuse("is empty");
+    }
+    if (name[0] == '.' || name[0] == '-') {
+        refuse("begins with '" + name.substr(0, 1) + "'");
+    }
+    if (name.find(".temp") != std::string::npos) {
+        refuse("holds '.temp', which the panel cuts names at");
+    }
+    for (const char c : name) {
+        if (std::isalnum(static_cast<unsigned char>(c)) == 0 &&
+            std::string_view("-_.").find(c) == std::string_view::npos) {
+            refuse("holds other characters than letters, digits, '-', '_' and '.'");
+        }
+    }
+}
+
+Manifest ReadManifest(const std::string& path)
+{
+    Manifest manifest;
+    manifest.path = FindManifest(path);
+    const fs::path folder = fs::path(manifest.path).parent_path();
+    manifest.folder = folder.empty() ? "." : folder.string();
+    const toml::table document =
+        Parse(ReadWholeFile(manifest.path, kLargestManifest), manifest.path);
+
+    const TomlTable root(document, manifest.path, "");
+    root.RefuseOtherKeysThan({"package", "steps"});
+    const toml::table* const identity = root.Table("package");
+    if (identity == nullptr) {
+        throw Error(ExitCode::kProblems, manifest.path, "there is no [package]",
+                    "begin with [package] and its title");
+    }
+    ReadIdentity(TomlTable(*identity, manifest.path, "package"), manifest);
+    for (const TomlTable& step : root.Tables("steps")) {
+        manifest.steps.push_back(ReadStep(step, manifest.folder));
+    }
+    return manifest;
+}

@@ -1,0 +1,78 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "common/Error.h"
+#include "package/Kinds.h"
+#include "package/Processor.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+/// The name of the manifest in its folder.
+constexpr const char* kManifestName = "package.toml";
+
+/// Files to copy: one, or all that a pattern fits.
+struct ManifestFiles {
+    std::string source; ///< path or pattern below the manifest's folder, or an absolute one
+    std::string target; ///< file on the panel, or folder when it ends in '/'
+    std::string mode;   ///< three or four octal digits
+    std::string place;  ///< file, line and column of `source`
+};
+
+/// A folder whose contents are to be copied.
+struct ManifestFolder {
+    std::string source;
+    std::string target;
+    std::vector<std::string> exclude;    ///< patterns of what stays out, below the folder
+    std::vector<std::string> executable; ///< patterns of files that are programs
+    std::string place;
+};
+
+/// One hardware setting.
+struct ManifestSetting {
+    const SettingKind* kind = nullptr;
+    bool isUsed = true;
+    std::vector<std::pair<std::string, std::string>> values; ///< as written
+};
+
+/// One step; which members are used depends on its kind.
+struct ManifestStep {
+    const StepKind* kind = nullptr;
+    std::string comment;
+    bool canSkip = false;
+    bool isRecorded = true;
+    std::vector<ManifestFiles> files;
+    std::vector<ManifestFolder> folders;
+    std::string install;   ///< text of the script
+    std::string uninstall; ///< text of its counterpart
+    std::vector<ManifestSetting> settings;
+};
+
+/// What an author wrote about a package. Texts are UTF-8 without zero characters; those that were
+/// read from files have line feeds as line ends.
+struct Manifest {
+    std::string path;   ///< of the manifest
+    std::string folder; ///< in which it lies, without a '/' at its end
+    std::string name;   ///< of the package's file, without extension
+    std::string title;
+    std::string version;
+    std::string comment;
+    std::string model;
+    std::string osVersion;
+    std::string date;
+    const Processor* processor = nullptr;
+    std::vector<ManifestStep> steps;
+};
+
+/// Reads a manifest.
+/// @param path  the manifest, or the folder in which it lies as kManifestName
+/// @throws Error for the first thing that is wrong, with its place and what to do
+[[nodiscard]] Manifest ReadManifest(const std::string& path);
+
+/// Refuses a name for a package's file that the panel would not take well.
+/// @param name  without the extension
+/// @throws Error at @p place
+void RefuseBadPackageName(const std::string& name, ExitCode code, const std::string& place,
+                          const std::string& remedy);

@@ -1,0 +1,218 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "manifest/ManifestSteps.h"
+
+#include "common/Nearest.h"
+#include "common/Text.h"
+#include "osa/OSA.h"
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr std::uint64_t kLargestScript = std::uint64_t{16} << 20;
+constexpr const char* kDefaultMode = "644";
+constexpr const char* kDefaultUninstall = "#!/bin/sh\n";
+
+/// Finds the kind that a table names.
+template <class Kind>
+const Kind* ReadKind(const TomlTable& table, const std::vector<const Kind*>& kinds)
+{
+    const std::vector<std::string> names = NamesOf(kinds);
+    const std::string name = table.Text("kind", "give it; " + NearestRemedy("", names));
+    const Kind* const kind = FindKind(kinds, &Kind::name, name);
+    if (kind == nullptr) {
+        throw table.Wrong("kind", "is '" + name + "', which is no kind",
+                          NearestRemedy(name, names));
+    }
+    return kind;
+}
+
+/// Returns a path for the panel that means there what it says here.
+std::string ReadTarget(const TomlTable& table)
+{
+    std::string target = table.Text("target", "write the full path on the panel");
+    if (target.empty() || target[0] != '/') {
+        throw table.Wrong("target", "does not begin with '/'", "write the full path on the panel");
+    }
+    if (const std::string sign = UnsafeCharacter(target); !sign.empty()) {
+        throw table.Wrong("target", "holds " + sign + ", which the panel's shell reads as its own",
+                          "use another name");
+    }
+    return target;
+}
+
+std::string ReadSource(const TomlTable& table, const std::string& remedy)
+{
+    std::string source = table.Text("source", remedy);
+    if (source.empty()) {
+        throw table.Wrong("source", "is empty", remedy);
+    }
+    return source;
+}
+
+std::string ReadMode(const TomlTable& table)
+{
+    std::string mode = table.OptionalText("mode").value_or(kDefaultMode);
+    const bool isOctal = mode.find_first_not_of("01234567") == std::string::npos;
+    if (!isOctal || mode.size() < 3 || mode.size() > 4) {
+        throw table.Wrong("mode", "is '" + mode + "', which is no mode",
+                          "write three or four octal digits, like \"755\"");
+    }
+    return mode;
+}
+
+ManifestFiles ReadFiles(const TomlTable& table)
+{
+    table.RefuseOtherKeysThan({"source", "target", "mode"});
+    const std::string remedy = "name a file, or files by a pattern like \"bin/*\"";
+    return {ReadSource(table, remedy), ReadTarget(table), ReadMode(table), table.Place("source")};
+}
+
+ManifestFolder ReadFolder(const TomlTable& table)
+{
+    table.RefuseOtherKeysThan({"source", "target", "exclude", "executable"});
+    return {ReadSource(table, "name the folder"), ReadTarget(table), table.Texts("exclude"),
+            table.Texts("executable"), table.Place("source")};
+}
+
+/// Reads a script from the file that a key names.
+std::string ReadScriptFile(const TomlTable& table, const char* key, const std::string& named,
+                           const std::string& folder)
+{
+    std::string text;
+    try {
+        text = ReadWholeFile(PathFrom(folder, named), kLargestScript);
+    } catch (const Error& error) {
+        throw Error(error.Code(), table.Place(key), error.Line());
+    }
+    if (!IsUtf8(text) || text.find('\0') != std::string::npos) {
+        throw table.Wrong(key, "names '" + named + "', which is no UTF-8 text",
+                          "only texts can be scripts");
+    }
+    return Replace_CRLF_to_LF(text);
+}
+
+/// Reads a script that is given as a text or as the name of a file.
+std::optional<std::string> ReadScript(const TomlTable& table, const char* key,
+                                      const std::string& folder)
+{
+    const std::string fileKey = std::string(key) + "-file";
+    const std::optional<std::string> text = table.OptionalText(key);
+    const std::optional<std::string> file = table.OptionalText(fileKey.c_str());
+    if (text.has_value() && file.has_value()) {
+        throw table.Wrong(fileKey.c_str(), "stands beside '" + std::string(key) + "'",
+                          "keep one of them");
+    }
+    if (file.has_value()) {
+        return ReadScriptFile(table, fileKey.c_str(), *file, folder);
+    }
+    return text.has_value() ? std::optional(Replace_CRLF_to_LF(*text)) : std::nullopt;
+}
+
+void ReadScripts(const TomlTable& table, const std::string& folder, ManifestStep& step)
+{
+    std::optional<std::string> install = ReadScript(table, "install", folder);
+    if (!install.has_value()) {
+        throw Error(ExitCode::kProblems, table.Place(), "'" + table.Name() + "' has no script",
+                    "give its text as 'install', or its file as 'install-file'");
+    }
+    step.install = *std::move(install);
+    step.uninstall = ReadScript(table, "uninstall", folder).value_or(kDefaultUninstall);
+}
+
+/// Reads one setting. The names and values keep the order in which they are written, because the
+/// setting tool gets its words in that order.
+ManifestSetting ReadSetting(const TomlTable& table, const std::string& folder)
+{
+    ManifestSetting setting;
+    setting.kind = ReadKind(table, SettingKinds());
+    std::vector<std::string> keys = {"kind", "used", "values"};
+    const bool isAutoStart = setting.kind == &kAutoStartKind;
+    if (isAutoStart) {
+        keys.insert(keys.end(), {"script", "script-file"});
+    }
+    table.RefuseOtherKeysThan(keys);
+    setting.isUsed = table.Flag("used", true);
+    if (const toml::table* const values = table.Table("values")) {
+        const TomlTable named(*values, table.File(), table.Name() + ".values");
+        for (const std::string& key : KeysAsWritten(*values)) {
+            setting.values.emplace_back(key, named.Text(key.c_str(), ""));
+        }
+    }
+    if (!isAutoStart) {
+        return setting;
+    }
+    if (std::optional<std::string> script = ReadScript(table, "script", folder)) {
+        const bool isGiven =
+            std::any_of(setting.values.begin(), setting.values.end(),
+                        [](const auto& value) { return value.first == kCustomScriptItem; });
+        if (isGiven) {
+            throw table.Wrong("values", "holds CustomScript beside the script", "keep one of them");
+        }
+        setting.values.emplace_back(kCustomScriptItem, *std::move(script));
+    }
+    return setting;
+}
+
+/// Refuses a step without anything to do.
+template <class Things>
+Things NotEmpty(const TomlTable& table, const char* key, Things things)
+{
+    if (things.empty()) {
+        throw Error(ExitCode::kProblems, table.Place(),
+                    "'" + table.Name() + "' has no '" + key + "'",
+                    std::string("add [[steps.") + key + "]] below it");
+    }
+    return things;
+}
+
+/// Returns the keys that a step of the kind may have.
+std::vector<std::string> KeysOf(const StepKind& kind)
+{
+    std::vector<std::string> keys = {"kind", "comment", "skip"};
+    if (&kind == &kCopyFilesKind) {
+        keys.insert(keys.end(), {"record", "files"});
+    } else if (&kind == &kCopyFolderKind) {
+        keys.insert(keys.end(), {"record", "folders"});
+    } else if (&kind == &kScriptKind) {
+        keys.insert(keys.end(), {"install", "install-file", "uninstall", "uninstall-file"});
+    } else {
+        keys.emplace_back("settings");
+    }
+    return keys;
+}
+
+} // namespace
+
+std::string PathFrom(const std::string& folder, const std::string& named)
+{
+    return !named.empty() && named[0] == '/' ? named : folder + "/" + named;
+}
+
+ManifestStep ReadStep(const TomlTable& table, const std::string& folder)
+{
+    ManifestStep step;
+    step.kind = ReadKind(table, StepKinds());
+    table.RefuseOtherKeysThan(KeysOf(*step.kind));
+    step.comment = table.OptionalText("comment").value_or("");
+    step.canSkip = table.Flag("skip", false);
+    step.isRecorded = table.Flag("record", true);
+    if (step.kind == &kCopyFilesKind) {
+        for (const TomlTable& files : NotEmpty(table, "files", table.Tables("files"))) {
+            step.files.push_back(ReadFiles(files));
+        }
+    } else if (step.kind == &kCopyFolderKind) {
+        for (const TomlTable& item : NotEmpty(table, "folders", table.Tables("folders"))) {
+            step.folders.push_back(ReadFolder(item));
+        }
+    } else if (step.kind == &kScriptKind) {
+        ReadScripts(table, folder, step);
+    } else {
+        for (const TomlTable& setting : NotEmpty(table, "settings", table.Tables("settings"))) {
+            step.settings.push_back(ReadSetting(setting, folder));
+        }
+    }
+    return step;
+}

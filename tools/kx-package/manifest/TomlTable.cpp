@@ -1,0 +1,200 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "manifest/TomlTable.h"
+
+#include "common/Nearest.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <utility>
+
+namespace
+{
+
+/// The word for what stands where something else was wanted.
+const char* WordFor(const toml::node& node)
+{
+    switch (node.type()) {
+    case toml::node_type::table:
+        return "a table";
+    case toml::node_type::array:
+        return "an array";
+    case toml::node_type::string:
+        return "a text";
+    case toml::node_type::integer:
+    case toml::node_type::floating_point:
+        return "a number";
+    case toml::node_type::boolean:
+        return "a flag";
+    default:
+        return "a date or time";
+    }
+}
+
+std::string QuotedKey(const std::string& table, const std::string& key)
+{
+    return "'" + (table.empty() ? key : table + "." + key) + "'";
+}
+
+} // namespace
+
+std::string PlaceOf(const std::string& file, const toml::source_position& position)
+{
+    // Line 0 is what the library has for tables that only show as parts of other names.
+    return position.line == 0
+               ? file
+               : file + ":" + std::to_string(position.line) + ":" + std::to_string(position.column);
+}
+
+std::vector<std::string> KeysAsWritten(const toml::table& table)
+{
+    std::vector<std::pair<std::pair<std::size_t, std::size_t>, std::string>> found;
+    for (const auto& [key, node] : table) {
+        found.emplace_back(
+            std::pair<std::size_t, std::size_t>(key.source().begin.line, key.source().begin.column),
+            std::string(key.str()));
+    }
+    std::sort(found.begin(), found.end());
+    std::vector<std::string> keys;
+    for (auto& [place, key] : found) {
+        keys.push_back(std::move(key));
+    }
+    return keys;
+}
+
+std::string TomlTable::Place() const
+{
+    return PlaceOf(m_file, m_table.source().begin);
+}
+
+std::string TomlTable::Place(const char* key) const
+{
+    const toml::node* const node = m_table.get(key);
+    return node == nullptr ? Place() : PlaceOf(m_file, node->source().begin);
+}
+
+Error TomlTable::Wrong(const char* key, const std::string& what, const std::string& remedy) const
+{
+    return {ExitCode::kProblems, Place(key), QuotedKey(m_name, key) + " " + what, remedy};
+}
+
+Error TomlTable::WrongType(const toml::node& node, const std::string& key, const char* wanted) const
+{
+    const bool isQuotable = std::string_view(wanted) == "a text" && node.is_value();
+    return {ExitCode::kProblems, PlaceOf(m_file, node.source().begin),
+            QuotedKey(m_name, key) + " must be " + wanted + ", not " + WordFor(node),
+            isQuotable ? "put it in quotes" : std::string("write ") + wanted};
+}
+
+std::string TomlTable::CheckedText(const toml::node& node, const std::string& key) const
+{
+    const auto* const text = node.as_string();
+    if (text == nullptr) {
+        throw WrongType(node, key, "a text");
+    }
+    if (text->get().find('\0') != std::string::npos) {
+        throw Error(ExitCode::kProblems, PlaceOf(m_file, node.source().begin),
+                    QuotedKey(m_name, key) + " holds a zero character",
+                    "the panel would read the text up to it; remove it");
+    }
+    return text->get();
+}
+
+std::string TomlTable::Text(const char* key, const std::string& remedy) const
+{
+    if (std::optional<std::string> text = OptionalText(key)) {
+        return *std::move(text);
+    }
+    throw Error(ExitCode::kProblems, Place(), QuotedKey(m_name, key) + " is missing", remedy);
+}
+
+std::optional<std::string> TomlTable::OptionalText(const char* key) const
+{
+    const toml::node* const node = m_table.get(key);
+    return node == nullptr ? std::nullopt : std::optional(CheckedText(*node, key));
+}
+
+bool TomlTable::Flag(const char* key, bool otherwise) const
+{
+    const toml::node* const node = m_table.get(key);
+    if (node == nullptr) {
+        return otherwise;
+    }
+    if (!node->is_boolean()) {
+        throw WrongType(*node, key, "true or false");
+    }
+    return node->as_boolean()->get();
+}
+
+std::vector<std::string> TomlTable::Texts(const char* key) const
+{
+    std::vector<std::string> texts;
+    if (const toml::node* const node = m_table.get(key)) {
+        if (!node->is_array()) {
+            throw WrongType(*node, key, "an array of texts");
+        }
+        for (const toml::node& element : *node->as_array()) {
+            texts.push_back(CheckedText(element, key));
+        }
+    }
+    return texts;
+}
+
+const toml::table* TomlTable::Table(const char* key) const
+{
+    const toml::node* const node = m_table.get(key);
+    if (node != nullptr && !node->is_table()) {
+        throw WrongType(*node, key, "a table");
+    }
+    return node == nullptr ? nullptr : node->as_table();
+}
+
+std::vector<TomlTable> TomlTable::Tables(const char* key) const
+{
+    std::vector<TomlTable> tables;
+    const toml::node* const node = m_table.get(key);
+    if (node == nullptr) {
+        return tables;
+    }
+    if (!node->is_array()) {
+        throw WrongType(*node, key, "an array of tables");
+    }
+    for (const toml::node& element : *node->as_array()) {
+        if (!element.is_table()) {
+            throw WrongType(element, key, "an array of tables");
+        }
+        const std::string number = "[" + std::to_string(tables.size()) + "]";
+        tables.emplace_back(*element.as_table(), m_file,
+                            (m_name.empty() ? "" : m_name + ".") + key + number);
+    }
+    return tables;
+}
+
+std::optional<std::string> TomlTable::OptionalDate(const char* key) const
+{
+    const toml::node* const node = m_table.get(key);
+    if (node == nullptr) {
+        return std::nullopt;
+    }
+    if (!node->is_date()) {
+        return CheckedText(*node, key);
+    }
+    const toml::date date = node->as_date()->get();
+    std::array<char, 32> text{};
+    static_cast<void>(
+        std::snprintf(text.data(), text.size(), "%04u/%02u/%02u", static_cast<unsigned>(date.year),
+                      static_cast<unsigned>(date.month), static_cast<unsigned>(date.day)));
+    return text.data();
+}
+
+void TomlTable::RefuseOtherKeysThan(const std::vector<std::string>& known) const
+{
+    for (const std::string& key : KeysAsWritten(m_table)) {
+        if (std::find(known.begin(), known.end(), key) == known.end()) {
+            const auto place = m_table.find(key)->first.source().begin;
+            throw Error(ExitCode::kProblems, PlaceOf(m_file, place),
+                        QuotedKey(m_name, key) + " is not known here", NearestRemedy(key, known));
+        }
+    }
+}

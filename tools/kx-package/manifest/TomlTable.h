@@ -1,0 +1,77 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "common/Error.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <toml++/toml.h>
+
+/// A table of a manifest: hands out the values of keys as the types that are wanted. Everything
+/// that is wrong is an Error with file, line and column.
+class TomlTable
+{
+public:
+    /// @param file  the manifest's path, for messages
+    /// @param name  what messages call the table: "package", "steps[2]"
+    TomlTable(const toml::table& table, const std::string& file, std::string name)
+        : m_table(table), m_file(file), m_name(std::move(name))
+    {
+    }
+
+    /// Returns a text, which must be there.
+    /// @param remedy  what to do when it is missing
+    [[nodiscard]] std::string Text(const char* key, const std::string& remedy) const;
+
+    /// Returns a text, or nothing when the key is missing.
+    [[nodiscard]] std::optional<std::string> OptionalText(const char* key) const;
+
+    /// Returns a flag, or @p otherwise when the key is missing.
+    [[nodiscard]] bool Flag(const char* key, bool otherwise) const;
+
+    /// Returns an array of texts; empty when the key is missing.
+    [[nodiscard]] std::vector<std::string> Texts(const char* key) const;
+
+    /// Returns a table, or null when the key is missing.
+    [[nodiscard]] const toml::table* Table(const char* key) const;
+
+    /// Returns the tables of an array of tables; empty when the key is missing.
+    [[nodiscard]] std::vector<TomlTable> Tables(const char* key) const;
+
+    /// Returns a date as "2026/11/21", from a text as it stands or a TOML date.
+    [[nodiscard]] std::optional<std::string> OptionalDate(const char* key) const;
+
+    /// Refuses every key that is not among the known ones.
+    void RefuseOtherKeysThan(const std::vector<std::string>& known) const;
+
+    [[nodiscard]] bool Has(const char* key) const { return m_table.contains(key); }
+
+    /// Returns file, line and column of the value of a key, or of the table itself.
+    [[nodiscard]] std::string Place(const char* key) const;
+    [[nodiscard]] std::string Place() const;
+
+    /// Makes the error of a value.
+    [[nodiscard]] Error Wrong(const char* key, const std::string& what,
+                              const std::string& remedy) const;
+
+    [[nodiscard]] const std::string& Name() const { return m_name; }
+    [[nodiscard]] const std::string& File() const { return m_file; }
+
+private:
+    [[nodiscard]] Error WrongType(const toml::node& node, const std::string& key,
+                                  const char* wanted) const;
+    [[nodiscard]] std::string CheckedText(const toml::node& node, const std::string& key) const;
+
+    const toml::table& m_table;
+    const std::string& m_file;
+    std::string m_name;
+};
+
+/// Returns "file:line:column" of a node.
+[[nodiscard]] std::string PlaceOf(const std::string& file, const toml::source_position& position);
+
+/// Returns the keys of a table in the order in which they are written.
+[[nodiscard]] std::vector<std::string> KeysAsWritten(const toml::table& table);
