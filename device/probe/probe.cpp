@@ -19,12 +19,12 @@
 #include <QLabel>
 #include <QPainter>
 #include <QPlainTextEdit>
-#include <QScrollBar>
 #include <QSocketNotifier>
 #include <QStyle>
 #include <QTabBar>
 #include <QTabWidget>
 #include <QTableWidget>
+#include <QTextCursor>
 #include <QTimer>
 
 #include <cerrno>
@@ -113,8 +113,10 @@ void TellLog(const QPlainTextEdit& area, QJsonObject& state)
     const QString text = area.toPlainText();
     state[QStringLiteral("text")] = text.right(kLongestLog);
     state[QStringLiteral("length")] = text.size();
-    state[QStringLiteral("atEnd")] =
-        area.verticalScrollBar()->value() == area.verticalScrollBar()->maximum();
+    // The range of the scroll bar tells less: it counts on from lines that are not laid out.
+    QTextCursor end(area.document());
+    end.movePosition(QTextCursor::End);
+    state[QStringLiteral("atEnd")] = area.viewport()->rect().contains(area.cursorRect(end));
 }
 
 /// Tells whether a table shows a text whole, in one line.
