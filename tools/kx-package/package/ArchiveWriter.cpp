@@ -57,6 +57,8 @@ private:
             return Seek(data, size);
         case ZIP_SOURCE_TELL_WRITE:
             return lseek(m_descriptor, 0, SEEK_CUR);
+        case ZIP_SOURCE_OPEN: // opened before an archive is begun, and read by nobody
+        case ZIP_SOURCE_CLOSE:
         case ZIP_SOURCE_BEGIN_WRITE:
         case ZIP_SOURCE_COMMIT_WRITE:
         case ZIP_SOURCE_ROLLBACK_WRITE:
