@@ -160,9 +160,8 @@ std::uint64_t SizeOf(const ArchiveItem& item)
 
 zip_int64_t AddContent(zip_t* archive, const ArchiveItem& item)
 {
-    // Without a word on the encoding the bytes stay, and no mark is set for them.
     if (item.isFolder) {
-        return zip_dir_add(archive, item.name.c_str(), ZIP_FL_ENC_GUESS);
+        return zip_dir_add(archive, item.name.c_str(), ZIP_FL_ENC_UTF_8);
     }
     zip_source_t* const source =
         item.content.has_value()
@@ -171,7 +170,7 @@ zip_int64_t AddContent(zip_t* archive, const ArchiveItem& item)
     if (source == nullptr) {
         return -1;
     }
-    const zip_int64_t index = zip_file_add(archive, item.name.c_str(), source, ZIP_FL_ENC_GUESS);
+    const zip_int64_t index = zip_file_add(archive, item.name.c_str(), source, ZIP_FL_ENC_UTF_8);
     if (index < 0) {
         zip_source_free(source);
     }
