@@ -97,10 +97,11 @@ END
 
     kx build pkg/package.toml --updater arm-updater -o made
     expect 0 $'made/demo.kx-update: 1.3 KiB, 3 payload files\n' ''
-    cd pkg
-    "$KX_PACKAGE" build --updater ../arm-updater -o ../other.kx-update
-    "$KX_PACKAGE" build --updater ../arm-updater -o - >../piped
-    cd ..
+    (
+        cd pkg
+        "$KX_PACKAGE" build --updater ../arm-updater -o ../other.kx-update
+        "$KX_PACKAGE" build --updater ../arm-updater -o - >../piped
+    )
     cmp made/demo.kx-update other.kx-update
     cmp made/demo.kx-update piped
 }

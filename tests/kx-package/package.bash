@@ -26,7 +26,7 @@ setup() {
 
 # program WORDSIZE MACHINE: the first bytes of a program, in printf's spelling.
 program() {
-    printf '\x7fELF\x0'"$1"'\x01\x01\0\0\0\0\0\0\0\0\0\x03\0'"$2"'\0'
+    printf '%b' "\x7fELF\x0$1\x01\x01\0\0\0\0\0\0\0\0\0\x03\0$2\0"
     printf '\0%.0s' {1..44}
 }
 
