@@ -113,14 +113,14 @@ void TellAsJson(const Built& built, const Output& output)
 {
     picojson::array remarks;
     for (const std::string& remark : built.remarks) {
-        remarks.emplace_back(Printable(remark));
+        remarks.push_back(JsonText(remark));
     }
     picojson::object told;
-    told["file"] = picojson::value(Printable(built.path));
+    told["file"] = JsonText(built.path);
     told["size"] = picojson::value(static_cast<double>(built.archive.size));
     told["unpackedSize"] = picojson::value(static_cast<double>(built.archive.unpacked));
     told["payloadFiles"] = picojson::value(static_cast<double>(built.files));
-    told["updater"] = picojson::value(Printable(built.updater));
+    told["updater"] = JsonText(built.updater);
     told["remarks"] = picojson::value(remarks);
     WriteJson(output, picojson::value(told));
 }

@@ -211,7 +211,7 @@ ExitCode MakeNew(const std::string& folder, const Output& output)
     const std::string manifest = (fs::path(folder) / kManifestName).string();
     if (output.isJson) {
         WriteJson(output, picojson::value(picojson::object{
-                              {"folder", picojson::value(Printable(folder))},
+                              {"folder", JsonText(folder)},
                               {"files", picojson::value(made)},
                           }));
         return ExitCode::kFine;

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "common/Output.h"
 
+#include "common/Text.h"
+
 #include <array>
 #include <cstdlib>
 #include <iostream>
@@ -51,6 +53,11 @@ void WriteJson(const Output& output, const picojson::value& document)
     output.out.flush();
 }
 
+picojson::value JsonText(const std::string& text)
+{
+    return picojson::value(IsUtf8(text) ? text : Printable(text));
+}
+
 void WriteError(const Output& output, const Error& error)
 {
     if (!output.isJson) {
@@ -59,9 +66,9 @@ void WriteError(const Output& output, const Error& error)
     }
     picojson::object told;
     told["code"] = picojson::value(static_cast<double>(error.Code()));
-    told["place"] = picojson::value(error.Place());
-    told["message"] = picojson::value(error.what());
-    told["remedy"] = picojson::value(error.Remedy());
+    told["place"] = JsonText(error.Place());
+    told["message"] = JsonText(error.what());
+    told["remedy"] = JsonText(error.Remedy());
     WriteJson(output, picojson::value(picojson::object{{"error", picojson::value(told)}}));
 }
 

@@ -26,6 +26,9 @@ struct Output {
 /// Writes one JSON document, indented, with a line feed at its end. Keys are sorted.
 void WriteJson(const Output& output, const picojson::value& document);
 
+/// Makes a JSON text; bytes that are no UTF-8 make it a printable one.
+[[nodiscard]] picojson::value JsonText(const std::string& text);
+
 /// Tells the error: as a line "kx-package: …" on `err`, or as {"error": {…}} on `out` with isJson.
 void WriteError(const Output& output, const Error& error);
 

@@ -57,6 +57,8 @@ private:
             return Seek(data, size);
         case ZIP_SOURCE_TELL_WRITE:
             return lseek(m_descriptor, 0, SEEK_CUR);
+        case ZIP_SOURCE_OPEN: // opened before an archive is begun, and read by nobody
+        case ZIP_SOURCE_CLOSE:
         case ZIP_SOURCE_BEGIN_WRITE:
         case ZIP_SOURCE_COMMIT_WRITE:
         case ZIP_SOURCE_ROLLBACK_WRITE:
@@ -158,9 +160,8 @@ std::uint64_t SizeOf(const ArchiveItem& item)
 
 zip_int64_t AddContent(zip_t* archive, const ArchiveItem& item)
 {
-    // Without a word on the encoding the bytes stay, and no mark is set for them.
     if (item.isFolder) {
-        return zip_dir_add(archive, item.name.c_str(), ZIP_FL_ENC_GUESS);
+        return zip_dir_add(archive, item.name.c_str(), ZIP_FL_ENC_UTF_8);
     }
     zip_source_t* const source =
         item.content.has_value()
@@ -169,7 +170,7 @@ zip_int64_t AddContent(zip_t* archive, const ArchiveItem& item)
     if (source == nullptr) {
         return -1;
     }
-    const zip_int64_t index = zip_file_add(archive, item.name.c_str(), source, ZIP_FL_ENC_GUESS);
+    const zip_int64_t index = zip_file_add(archive, item.name.c_str(), source, ZIP_FL_ENC_UTF_8);
     if (index < 0) {
         zip_source_free(source);
     }

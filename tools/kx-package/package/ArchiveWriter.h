@@ -31,9 +31,8 @@ struct WrittenArchive {
 };
 
 /// Writes a zip archive. The same items give the same bytes, whatever the order in which they are
-/// given, the dates and modes of their files, the time zone and the locale. Names are written as
-/// they are and without a mark for their encoding, so that unpacking gives the same bytes in every
-/// locale.
+/// given, the dates and modes of their files, the time zone and the locale. Names must
+/// be UTF-8; those beyond ASCII are marked as such.
 ///
 /// A signal that asks the program to end leaves neither the archive nor a part of it; an older file
 /// stays.

@@ -1,0 +1,44 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "common/Epoch.h"
+#include "kx-package/Environment.h"
+#include "kx-package/Thrown.h"
+
+#include <gtest/gtest.h>
+
+TEST(SourceDateEpoch, IsNothingWhenItIsNotSetOrEmpty)
+{
+    const Environment unset("SOURCE_DATE_EPOCH", nullptr);
+    EXPECT_EQ(SourceDateEpoch(), std::nullopt);
+
+    const Environment empty("SOURCE_DATE_EPOCH", "");
+    EXPECT_EQ(SourceDateEpoch(), std::nullopt);
+}
+
+TEST(SourceDateEpoch, IsANumberOfSeconds)
+{
+    const Environment set("SOURCE_DATE_EPOCH", "1700000000");
+
+    EXPECT_EQ(SourceDateEpoch(), 1700000000);
+}
+
+TEST(SourceDateEpoch, RefusesWhatNoPackageCanHold)
+{
+    for (const char* const text : {"x", "12x", "-1", "4354819200", "99999999999999999999", " 1"}) {
+        const Environment set("SOURCE_DATE_EPOCH", text);
+
+        EXPECT_EQ(Thrown([] { static_cast<void>(SourceDateEpoch()); }),
+                  std::string("2: SOURCE_DATE_EPOCH: is '") + text +
+                      "', which is no moment from 1970 to 2107; set it to seconds since 1970, or "
+                      "unset it");
+    }
+}
+
+TEST(DateText, IsTheDayInUniversalTimeWhateverTheTimeZone)
+{
+    const Environment zone("TZ", "Asia/Tokyo");
+    tzset();
+
+    EXPECT_EQ(DateText(1700000000), "2023/11/14");
+    EXPECT_EQ(DateText(0), "1970/01/01");
+}

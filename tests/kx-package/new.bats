@@ -1,0 +1,84 @@
+#!/usr/bin/env bats
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+#
+# kx-package new, as a user starts it.
+
+load package
+
+@test "new makes a package that builds as it is" {
+    kx new recipes
+    expect 0 $'Made recipes/package.toml. Change it, then make the package:\n  kx-package build recipes\n' ''
+
+    kx build recipes --updater updater
+
+    [ "$status" -eq 0 ]
+    [ ! -s err ]
+    unzip -q recipes.kx-update -d tree
+    diff - <(cd tree && find . -type f -printf '%P %m\n' | LC_ALL=C sort) <<'END'
+0/0/hello 755
+0/1/hello.conf 644
+1/0/bin/greet 755
+1/0/greeting.txt 644
+UserPackage.kx-project 644
+kx_Updater 755
+END
+}
+
+@test "the new manifest has every kind of step and setting" {
+    kx new recipes
+    kx build recipes --updater updater
+    kx show --json recipes.kx-update
+
+    diff - <(jq -r '.steps[].kind, .steps[].settings[].kind' out) <<'END'
+copy-files
+copy-folder
+script
+settings
+auto-start
+backlight
+cursor
+language
+lan
+sound
+s-start
+touch-beep
+user
+END
+}
+
+@test "new takes an empty folder and refuses one that is not" {
+    mkdir empty
+    kx new empty
+    [ "$status" -eq 0 ]
+
+    kx new empty
+    expect 2 '' $'kx-package: empty: is not empty; name a folder that is not there yet\n'
+    touch file
+    kx new file
+    [ "$status" -eq 3 ]
+    grep -q '^kx-package: file: cannot make the folder: ' err
+}
+
+@test "new gives a good name to a folder with any name" {
+    for folder in 'my recipes' .hidden a.temporary 'ä'; do
+        kx new "$folder"
+        [ "$status" -eq 0 ]
+        kx build "$folder" --updater updater
+        [ "$status" -eq 0 ]
+    done
+
+    diff - <(ls ./*.kx-update) <<'END'
+./a-temporary.kx-update
+./hidden.kx-update
+./my-recipes.kx-update
+./package.kx-update
+END
+}
+
+@test "new dates the package by SOURCE_DATE_EPOCH and tells as JSON what it made" {
+    SOURCE_DATE_EPOCH=1700000000 kx new recipes --json
+
+    jq -e '.folder == "recipes" and (.files | length) == 7' out
+    grep -q '^date = 2023-11-14 ' recipes/package.toml
+}

@@ -1,0 +1,63 @@
+#!/usr/bin/env bats
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+#
+# kx-package show, as a user starts it.
+
+load package
+
+@test "show tells all about a package, with passwords masked" {
+    demo pkg
+    kx build pkg --updater arm-updater
+
+    kx show demo.kx-update
+
+    expect 0 "$(cat "$BATS_TEST_DIRNAME/golden/demo.show")"$'\n' ''
+}
+
+@test "show tells the same of the unpacked package" {
+    demo pkg
+    kx build pkg --updater arm-updater
+    unzip -q demo.kx-update -d demo.temp
+
+    kx show --json demo.kx-update
+    mv out archive.json
+    kx show --json demo.temp
+
+    diff <(jq 'del(.package, .isArchive)' archive.json) <(jq 'del(.package, .isArchive)' out)
+    jq -e '.isArchive' archive.json
+    jq -e '.isArchive | not' out
+}
+
+@test "show's JSON is stable" {
+    demo pkg
+    kx build pkg --updater arm-updater
+
+    kx show --json demo.kx-update
+
+    expect 0 "$(cat "$BATS_TEST_DIRNAME/golden/demo.show.json")"$'\n' ''
+    [ "$(grep -c secret out)" -eq 0 ]
+}
+
+@test "show says what it cannot read" {
+    kx show none.kx-update
+    expect 3 '' $'kx-package: none.kx-update: cannot open: No such file or directory\n'
+    echo text >x.kx-update
+    kx show x.kx-update
+    expect 3 '' $'kx-package: x.kx-update: cannot open the archive: Not a zip archive\n'
+    mkdir folder
+    kx show folder --json
+    [ "$status" -eq 3 ]
+    jq -e '.error.message == "there is no UserPackage.kx-project at its top level"' out
+    [ ! -s err ]
+}
+
+@test "nothing in a package can play with the terminal" {
+    demo pkg
+    sed -i 's/comment = "for tests"/comment = "\\u001b[31mred\\u009b"/' pkg/package.toml
+    kx build pkg --updater arm-updater
+
+    kx show demo.kx-update
+
+    grep -qF '  comment:   \x1b[31mred\xc2\x9b' out
+}
