@@ -59,6 +59,7 @@ int main(int argc, char** argv)
         "Exit status: 0 fine, 1 problems found, 2 wrong use, 3 could not read or write.");
 
     Invocation invocation;
+    AddCheck(program, invocation);
     AddShow(program, invocation);
     try {
         program.parse(argc, argv);

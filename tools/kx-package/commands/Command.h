@@ -20,4 +20,5 @@ struct Invocation {
 
 // Each adds one command with its options and help to the program. When the command line names it,
 // its callback sets what is to be run.
+void AddCheck(CLI::App& program, Invocation& invocation);
 void AddShow(CLI::App& program, Invocation& invocation);
