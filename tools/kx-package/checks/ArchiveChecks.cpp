@@ -30,6 +30,7 @@ struct FlawRule {
 constexpr FlawRule kFlawRules[] = {
     {ZipFlaw::kNoEnd, RuleId::kArchiveEnd, "has no end record"},
     {ZipFlaw::kManyDisks, RuleId::kArchiveParts, "says that it is one part of several"},
+    {ZipFlaw::kOtherParts, RuleId::kArchiveParts, "tells of other parts"},
     {ZipFlaw::kZip64End, RuleId::kArchiveZip64, "its zip64 end record contradicts the others"},
     {ZipFlaw::kMissingBytes, RuleId::kArchiveDirectory, "its beginning is missing"},
     {ZipFlaw::kLeading, RuleId::kArchiveLeading,
@@ -101,8 +102,10 @@ private:
                     (fault.flaw == ZipFlaw::kCount || fault.flaw == ZipFlaw::kTooMany ? " told)"
                                                                                       : " bytes)");
             }
-            m_findings.Add(entry->rule,
-                           isEntry ? PlaceOf(m_zip.members[fault.member]) : Place::Whole(), what);
+            m_findings.AddAs(fault.flaw == ZipFlaw::kOtherParts ? Severity::kWarning
+                                                                : RuleOf(entry->rule).severity,
+                             entry->rule,
+                             isEntry ? PlaceOf(m_zip.members[fault.member]) : Place::Whole(), what);
         }
     }
 
@@ -195,12 +198,13 @@ private:
         if (!member.hasLocal) {
             return;
         }
-        for (const unsigned method : {member.method, member.local.method}) {
-            if (!IsReadableMethod(method)) {
-                m_findings.Add(RuleId::kEntryMethod, PlaceOf(member),
-                               "is packed by method " + std::to_string(method));
-                return;
-            }
+        // unzip asks the directory whether it can unpack an entry, and the header how to.
+        const bool isFolder = NameOnPanel(member).isFolder;
+        const bool isTaken = IsTakenMethod(member.method);
+        if (!isTaken || (!isFolder && !IsReadableMethod(member.local.method))) {
+            m_findings.Add(RuleId::kEntryMethod, PlaceOf(member),
+                           "is packed by method " +
+                               std::to_string(isTaken ? member.local.method : member.method));
         }
         if (member.local.method == kBzip2) {
             m_findings.Add(RuleId::kEntryBzip2, PlaceOf(member), "is packed by bzip2");
@@ -217,6 +221,13 @@ private:
             m_findings.Add(RuleId::kEntryHeader, PlaceOf(member),
                            "directory and header differ in " + difference);
         }
+    }
+
+    /// Tells whether unzip 6.0 unpacks the method: stored, shrunk, imploded, deflated, bzip2.
+    static bool IsTakenMethod(unsigned method)
+    {
+        constexpr unsigned kMethods[] = {0, 1, 6, 8, 9, 12};
+        return std::find(std::begin(kMethods), std::end(kMethods), method) != std::end(kMethods);
     }
 
     static std::string Difference(const ZipMember& member)
@@ -302,8 +313,9 @@ private:
 
     void CheckContent(const ZipMember& member)
     {
-        if (!member.hasLocal || m_isStopped || (member.flags & kZipEncrypted) != 0) {
-            return;
+        if (!member.hasLocal || m_isStopped || (member.flags & kZipEncrypted) != 0 ||
+            NameOnPanel(member).isFolder) {
+            return; // of a folder nothing is unpacked
         }
         const std::uint64_t told = std::min(ContentHeader(member).size, kMostUnpacked);
         const std::uint64_t limit = std::min(told + kToleratedExcess, kMostUnpacked - m_total);
@@ -318,9 +330,11 @@ private:
             m_findings.Add(RuleId::kEntryCrc, PlaceOf(member), "its CRC is wrong");
             break;
         case ContentState::kWrongSize:
-            m_findings.Add(RuleId::kEntryHeader, PlaceOf(member),
-                           "has " + std::to_string(result.size) + " bytes instead of " +
-                               std::to_string(ContentHeader(member).size));
+            // Of stored bytes unzip knows the size without reading, and warns, which is a failure.
+            m_findings.AddAs(member.local.method == 0 ? Severity::kError : Severity::kWarning,
+                             RuleId::kEntryHeader, PlaceOf(member),
+                             "has " + std::to_string(result.size) + " bytes instead of " +
+                                 std::to_string(ContentHeader(member).size));
             break;
         case ContentState::kTooLarge:
             m_findings.Add(RuleId::kArchiveBomb, PlaceOf(member),

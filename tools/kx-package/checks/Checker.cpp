@@ -54,6 +54,9 @@ void CheckContents(const Package& package, const Processor* processor, Findings&
 {
     CheckEntries(package, findings);
     CheckUpdater(package, processor, findings);
+    if (findings.HasErrorAt(kDescriptionName)) {
+        return; // it does not even arrive
+    }
     const PackageEntry* const entry = package.Find(kDescriptionName);
     if (entry == nullptr || entry->kind != PackageEntry::Kind::kFile) {
         findings.Add(RuleId::kDescriptionMissing, Place::Whole(), MissingText(package));

@@ -20,6 +20,13 @@ std::size_t Findings::Omitted(RuleId rule) const
     return count - std::min(count, kMostOfARule);
 }
 
+bool Findings::HasErrorAt(const std::string& file) const
+{
+    return std::any_of(m_findings.begin(), m_findings.end(), [&file](const Finding& finding) {
+        return finding.severity == Severity::kError && finding.place.file == file;
+    });
+}
+
 void Findings::Sort()
 {
     std::stable_sort(m_findings.begin(), m_findings.end(),

@@ -60,6 +60,9 @@ public:
         return m_ofRule[static_cast<std::size_t>(rule)] != 0;
     }
 
+    /// Tells whether an error was found at a file of the package.
+    [[nodiscard]] bool HasErrorAt(const std::string& file) const;
+
     /// Sorts: errors first, then warnings, then notes; else the order in which they were found.
     void Sort();
 

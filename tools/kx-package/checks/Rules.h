@@ -134,6 +134,7 @@ enum class RuleId : std::size_t {
     kUserEscape,
     kUserLine,
     kUserMissing,
+    kUserName,
     kUserItem,
     kUserPassword,
 

@@ -147,6 +147,14 @@ private:
         }
     }
 
+    static bool IsUserName(const std::string& text)
+    {
+        constexpr std::size_t kLongest = 32;
+        const std::string_view start = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_";
+        return text.size() <= kLongest && start.find(text[0]) != std::string_view::npos &&
+               text.find_first_not_of(std::string(start) + "0123456789.-") == std::string::npos;
+    }
+
     void CheckUserText(const std::string& text, bool isUser, const Place& place)
     {
         // What is wrong is told without the text: it may be a password.
@@ -154,6 +162,10 @@ private:
             m_findings.Add(RuleId::kUserQuote, place, "holds a single quote");
         } else if (isUser && text.find(':') != std::string::npos) {
             m_findings.Add(RuleId::kUserQuote, place, "holds ':'");
+        }
+        if (isUser && !IsUserName(text)) {
+            m_findings.AddAs(m_failure, RuleId::kUserName, place,
+                             "is no name that a user can have");
         }
         if (!ChangedByEcho(text).empty()) {
             m_findings.Add(RuleId::kUserEscape, place, "holds a backslash that is read");

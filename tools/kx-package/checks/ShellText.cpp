@@ -100,6 +100,9 @@ std::string ChangedByEcho(std::string_view text)
 
 bool IsMode(std::string_view text)
 {
+    // Blanks around it only part it from the other words of the command.
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    text = text.substr(0, text.find_last_not_of(" \t") + 1);
     if (text.empty()) {
         return false;
     }

@@ -240,7 +240,6 @@ private:
         std::string file = target;
         bool isFolder = target.back() == '/';
         if (isFolder) {
-            m_targets.AddFolder(target);
             file += name;
         }
         TargetState state = m_targets.AddFile(file);
@@ -249,7 +248,9 @@ private:
             state = m_targets.AddFile(target + "/" + name);
         }
         if (isFolder) {
-            m_findings.Add(RuleId::kTargetFolder, place, "'" + target + "' is a folder");
+            // Without a mark at its end the target is the name of a file, which is not made.
+            m_findings.AddAs(target.back() == '/' ? Severity::kWarning : Severity::kError,
+                             RuleId::kTargetFolder, place, "'" + target + "' is a folder");
             CheckFolderMode(item, target);
         }
         ReportTarget(state, file, place);
@@ -259,7 +260,8 @@ private:
     void CheckFolderMode(const CopyItem& item, const std::string& target)
     {
         const std::string& mode = item.Text("Permissions");
-        const bool isOctal = !mode.empty() && IsMode(mode) && mode[0] >= '0' && mode[0] <= '7';
+        const bool isOctal =
+            IsMode(mode) && mode.find_first_not_of("01234567 \t") == std::string::npos;
         constexpr unsigned long kEnter = 0111;
         if (isOctal && (std::stoul(mode, nullptr, 8) & kEnter) != kEnter) {
             m_findings.Add(RuleId::kTargetFolderMode, item.At("Permissions"),
@@ -297,8 +299,9 @@ private:
                            "there is no folder '" + item.folder + "' in the package");
             return;
         }
-        if (isUsable) {
-            m_targets.AddFolder(target);
+        if (isUsable && !m_targets.AddFolder(target)) {
+            ReportTarget(TargetState::kBelowFile, target, place);
+            return;
         }
         const std::string prefix = item.folder + "/";
         std::size_t count = 0;
@@ -321,8 +324,8 @@ private:
             m_findings.Add(RuleId::kSourceShell, Place::Entry(entry.name), "holds " + changed);
         }
         if (entry.kind == PackageEntry::Kind::kFolder) {
-            if (!target.empty()) {
-                m_targets.AddFolder(target);
+            if (!target.empty() && !m_targets.AddFolder(target)) {
+                ReportTarget(TargetState::kBelowFile, Targets::Plain(target), place);
             }
             return;
         }

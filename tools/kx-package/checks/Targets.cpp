@@ -24,9 +24,19 @@ constexpr const char* kPanelFolders[] = {
     "/usr/share", "/usr/bin/kxsystem",
 };
 
+/// Files that every panel has.
+constexpr const char* kPanelFiles[] = {
+    "/bin/sh",     "/etc/group",   "/etc/hostname",  "/etc/passwd",
+    "/etc/shadow", "/sbin/reboot", "/usr/bin/unzip", "/usr/bin/kx-setting-cui",
+};
+
 } // namespace
 
-Targets::Targets() : m_folders(std::begin(kPanelFolders), std::end(kPanelFolders)) {}
+Targets::Targets()
+    : m_folders(std::begin(kPanelFolders), std::end(kPanelFolders)),
+      m_panelFiles(std::begin(kPanelFiles), std::end(kPanelFiles))
+{
+}
 
 std::string Targets::Plain(const std::string& path)
 {
@@ -51,7 +61,7 @@ bool Targets::AddFoldersAbove(const std::string& plain)
     for (std::size_t slash = plain.rfind('/'); slash != 0 && slash != std::string::npos;
          slash = plain.rfind('/', slash - 1)) {
         std::string folder = plain.substr(0, slash);
-        if (m_files.count(folder) != 0) {
+        if (m_files.count(folder) != 0 || m_panelFiles.count(folder) != 0) {
             return false;
         }
         if (!m_folders.insert(std::move(folder)).second) {
@@ -73,12 +83,14 @@ TargetState Targets::AddFile(const std::string& path)
     return m_files.insert(plain).second ? TargetState::kFree : TargetState::kTwice;
 }
 
-void Targets::AddFolder(const std::string& path)
+bool Targets::AddFolder(const std::string& path)
 {
     const std::string plain = Plain(path);
-    if (m_files.count(plain) == 0 && AddFoldersAbove(plain)) {
-        m_folders.insert(plain);
+    if (m_files.count(plain) != 0 || m_panelFiles.count(plain) != 0 || !AddFoldersAbove(plain)) {
+        return false;
     }
+    m_folders.insert(plain);
+    return true;
 }
 
 bool IsIn(const std::string& path, const std::string& folder)

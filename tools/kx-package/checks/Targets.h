@@ -25,7 +25,8 @@ public:
     TargetState AddFile(const std::string& path);
 
     /// Notes that a folder is created.
-    void AddFolder(const std::string& path);
+    /// @return false when it cannot be: a file stands there, or in the place of a folder above it
+    bool AddFolder(const std::string& path);
 
     /// Returns a full path without doubled marks, "." and "..", and without a mark at its end.
     [[nodiscard]] static std::string Plain(const std::string& path);
@@ -36,7 +37,8 @@ private:
     bool AddFoldersAbove(const std::string& plain);
 
     std::unordered_set<std::string> m_folders;
-    std::unordered_set<std::string> m_files;
+    std::unordered_set<std::string> m_files;      ///< that the package writes
+    std::unordered_set<std::string> m_panelFiles; ///< that every panel has
 };
 
 /// Tells whether a path is @p folder or lies below it; both plain.

@@ -112,8 +112,8 @@ UnpackedArchive::UnpackedArchive(std::string path, const ByteSource& source,
     entries.reserve(zip.members.size());
     for (std::size_t index = 0; index < zip.members.size(); ++index) {
         UnpackedName name = NameOnPanel(zip.members[index]);
-        if (name.name.empty()) {
-            continue;
+        if (name.name.empty() || !zip.members[index].hasLocal) {
+            continue; // unzip makes no file of it
         }
         m_members.insert_or_assign(name.name, index);
         entries.push_back(EntryOf(zip.members[index], std::move(name)));
@@ -124,7 +124,7 @@ UnpackedArchive::UnpackedArchive(std::string path, const ByteSource& source,
 std::string UnpackedArchive::Read(const std::string& name, std::uint64_t limit) const
 {
     const auto found = m_members.find(name);
-    if (found == m_members.end() || !m_zip.members[found->second].hasLocal) {
+    if (found == m_members.end()) {
         throw Error(ExitCode::kNoAccess, m_path, "there is no '" + name + "' in the archive");
     }
     std::string bytes;

@@ -86,6 +86,9 @@ std::string MissingText(const Package& package)
 
 void CheckUpdater(const Package& package, const Processor* processor, Findings& findings)
 {
+    if (findings.HasErrorAt(kUpdaterName)) {
+        return; // it does not even arrive; what follows from that is not told besides
+    }
     const PackageEntry* const entry = package.Find(kUpdaterName);
     if (entry == nullptr || entry->kind == PackageEntry::Kind::kFolder) {
         // A folder is installed by whoever starts an updater on it.

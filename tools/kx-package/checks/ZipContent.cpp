@@ -150,7 +150,7 @@ private:
         }
         m_size += m_out.size();
         m_crc = crc32_z(m_crc, reinterpret_cast<const Bytef*>(m_out.data()), m_out.size());
-        if (m_size > m_limit || !m_sink(m_out)) {
+        if (!m_sink(m_out) || m_size > m_limit) {
             return ContentState::kTooLarge;
         }
         if (step == Unpacker::Step::kEnd) {

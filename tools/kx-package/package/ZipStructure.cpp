@@ -30,8 +30,15 @@ constexpr std::size_t kEndSize = 22;
 constexpr std::size_t kZip64EndSize = 56;
 constexpr std::size_t kZip64LocatorSize = 20;
 
-/// How far from the end of the file the device's unzip looks for the end record.
-constexpr std::uint64_t kSearchedTail = 66000;
+/// Returns how far from the end of the file the device's unzip looks for the end record: at least
+/// 66,000 bytes, in whole blocks of the file.
+std::uint64_t SearchedTail(std::uint64_t fileSize)
+{
+    constexpr std::uint64_t kLeast = 66000;
+    constexpr std::uint64_t kBlock = 8192;
+    const std::uint64_t last = fileSize % kBlock;
+    return std::min(fileSize, last + (kLeast - last + kBlock - 1) / kBlock * kBlock);
+}
 
 constexpr std::uint32_t kMax32 = 0xffffffff;
 constexpr std::uint16_t kMax16 = 0xffff;
@@ -79,6 +86,11 @@ private:
 std::uint32_t MarkAt(std::string_view bytes, std::size_t at)
 {
     return Fields(bytes, at).Four();
+}
+
+bool IsFolderName(std::string_view name)
+{
+    return !name.empty() && name.back() == '/';
 }
 
 /// What the end records tell.
@@ -165,7 +177,7 @@ private:
     std::optional<EndRecord> FindEnd()
     {
         const std::uint64_t size = m_source.Size();
-        const std::uint64_t tailAt = size - std::min(size, kSearchedTail);
+        const std::uint64_t tailAt = size - SearchedTail(size);
         const std::string tail = m_source.Read(tailAt, static_cast<std::size_t>(size - tailAt));
         for (std::size_t at = tail.size() < kEndSize ? 0 : tail.size() - kEndSize + 1; at-- > 0;) {
             if (MarkAt(tail, at) == kEndMark) {
@@ -195,8 +207,10 @@ private:
             Report(ZipFlaw::kTrailing, behind - comment);
         }
         ReadZip64End(end);
-        if (end.disk != 0 || end.directoryDisk != 0 || end.countHere != end.count) {
+        if (end.disk != 0) {
             Report(ZipFlaw::kManyDisks);
+        } else if (end.directoryDisk != 0 || end.countHere != end.count) {
+            Report(ZipFlaw::kOtherParts);
         }
         m_zip.endAt = end.at;
         return end;
@@ -389,12 +403,15 @@ private:
     {
         const ZipHeader header = ContentHeader(member);
         const std::uint64_t limit = m_zip.directoryAt;
-        if (member.contentAt > limit || header.packedSize > limit - member.contentAt) {
+        const bool isFolder = IsFolderName(member.name);
+        if (!isFolder &&
+            (member.contentAt > limit || header.packedSize > limit - member.contentAt)) {
             Report(ZipFlaw::kContentCut, 0, index);
             member.behind = limit;
             return;
         }
-        member.behind = member.contentAt + header.packedSize;
+        member.behind = std::min(member.contentAt, limit) +
+                        std::min(header.packedSize, limit - std::min(member.contentAt, limit));
         if ((member.local.flags & kZipDescriptor) != 0) {
             ReadDescriptor(member, header);
         }
@@ -422,7 +439,10 @@ private:
             }
         }
         member.isDescriptorWrong = true;
-        // What the device's unzip skips in any case.
+        // What the device's unzip skips in any case; it reads nothing of a folder.
+        if (IsFolderName(member.name)) {
+            return;
+        }
         member.behind += MarkAt(bytes, 0) == kDescriptorMark ? 16 : 12;
     }
 
@@ -435,21 +455,24 @@ private:
             return std::pair(m_zip.members[one].headerAt, one) <
                    std::pair(m_zip.members[other].headerAt, other);
         });
+        std::uint64_t filesEnd = m_shift; // unzip minds what it writes files from, not folders
         std::uint64_t end = m_shift;
         for (const std::size_t index : order) {
             const ZipMember& member = m_zip.members[index];
             if (!member.hasLocal) {
                 continue;
             }
-            if (member.headerAt < end) {
+            const bool isFolder = IsFolderName(member.name);
+            if (member.headerAt < filesEnd || (!isFolder && member.headerAt < end)) {
                 Report(ZipFlaw::kOverlap, end - member.headerAt, index);
             } else if (member.headerAt > end) {
                 Report(ZipFlaw::kGap, member.headerAt - end, index);
             }
             end = std::max(end, member.behind);
+            filesEnd = isFolder ? filesEnd : std::max(filesEnd, member.behind);
         }
-        if (end > m_zip.directoryAt) {
-            Report(ZipFlaw::kOverlap, end - m_zip.directoryAt);
+        if (filesEnd > m_zip.directoryAt) {
+            Report(ZipFlaw::kOverlap, filesEnd - m_zip.directoryAt);
         } else if (end < m_zip.directoryAt) {
             Report(ZipFlaw::kGap, m_zip.directoryAt - end);
         }

@@ -91,6 +91,7 @@ struct ZipMember : ZipHeader {
 enum class ZipFlaw {
     kNoEnd,        ///< there is no end record
     kManyDisks,    ///< the archive is one part of several
+    kOtherParts,   ///< the archive tells of other parts, which nobody looks for
     kZip64End,     ///< the zip64 end record is missing, damaged or contradicts the end record
     kMissingBytes, ///< the directory should stand before the beginning of the file
     kLeading,      ///< there are bytes before the archive, or between it and its directory
