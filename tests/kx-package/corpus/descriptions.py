@@ -233,5 +233,7 @@ def promise_of(i, step, told):
     elif kind == "SS_HardSettingStepSet":
         for config in step["HardSettingDatas"]["DB_HardwareConfigs"]["$values"]:
             for item in config["HardwareItems"]["$values"] if config["IsUsed"] else []:
-                if "HW_User" not in config["ConfigId"] and item["ItemName"] != "CustomScript":
+                kind = config["ConfigId"]
+                is_script = "HW_Auto" in kind and item["ItemName"] == "CustomScript"
+                if "HW_User" not in kind and not is_script:
                     told["settings"][item["ItemName"]] = item["Value"]

@@ -217,6 +217,13 @@ private:
             m_findings.Add(RuleId::kEntryNameDiffers, PlaceOf(member),
                            "is UTF-8 by one of its headers only");
         }
+        const ZipHeader told = ContentHeader(member);
+        if (told.method == 0 && told.packedSize != told.size) {
+            // unzip sees that without reading, and warns, which is a failure.
+            m_findings.AddAs(Severity::kError, RuleId::kEntryHeader, PlaceOf(member),
+                             "is stored, but has two sizes, " + std::to_string(told.packedSize) +
+                                 " and " + std::to_string(told.size) + " bytes");
+        }
         if (const std::string difference = Difference(member); !difference.empty()) {
             m_findings.Add(RuleId::kEntryHeader, PlaceOf(member),
                            "directory and header differ in " + difference);
@@ -330,11 +337,11 @@ private:
             m_findings.Add(RuleId::kEntryCrc, PlaceOf(member), "its CRC is wrong");
             break;
         case ContentState::kWrongSize:
-            // Of stored bytes unzip knows the size without reading, and warns, which is a failure.
-            m_findings.AddAs(member.local.method == 0 ? Severity::kError : Severity::kWarning,
-                             RuleId::kEntryHeader, PlaceOf(member),
-                             "has " + std::to_string(result.size) + " bytes instead of " +
-                                 std::to_string(ContentHeader(member).size));
+            if (member.local.method != 0) { // else its headers have shown that
+                m_findings.Add(RuleId::kEntryHeader, PlaceOf(member),
+                               "has " + std::to_string(result.size) + " bytes instead of " +
+                                   std::to_string(ContentHeader(member).size));
+            }
             break;
         case ContentState::kTooLarge:
             m_findings.Add(RuleId::kArchiveBomb, PlaceOf(member),

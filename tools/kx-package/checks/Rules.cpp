@@ -400,7 +400,7 @@ constexpr Rule kRules[] = {
      "The setting tool gets several words, and refuses them or takes only the first.",
      "Use a value without blanks."},
     {RuleId::kSettingPattern, "setting-pattern", Severity::kWarning,
-     "The value of a setting holds `*`, `?`, `[`, `{` or `~`.",
+     "The name or value of a setting holds `*`, `?`, `[`, `{` or `~`.",
      "Where a file fits the pattern, or by some shells, the value becomes another one.",
      "Use a value without these characters."},
     {RuleId::kSettingName, "setting-name", Severity::kError,

@@ -89,11 +89,15 @@ private:
         const std::string& value = item.TextOf("Value");
         m_words += name + "=" + value + " ";
         if (name.empty() || !ChangedBare(name).empty() || name[0] == '#' ||
-            name.find_first_of(" \t=*?[{~") != std::string::npos) {
+            name.find_first_of(" \t=") != std::string::npos) {
             m_findings.Add(RuleId::kSettingName, ItemPlace(item, "ItemName", path),
                            "'" + name + "' cannot be the name of a setting");
         }
         const Place place = ItemPlace(item, "Value", path);
+        if (name.find_first_of("*?[{~") != std::string::npos) {
+            m_findings.Add(RuleId::kSettingPattern, ItemPlace(item, "ItemName", path),
+                           "holds a character of patterns");
+        }
         if (const std::string changed = ChangedBare(value); !changed.empty()) {
             m_findings.Add(RuleId::kSettingShell, place, "holds " + changed);
         } else if (value.find_first_of(" \t") != std::string::npos) {

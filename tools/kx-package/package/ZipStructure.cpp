@@ -138,7 +138,8 @@ Extra ReadExtra(std::string_view bytes)
 
 /// Puts the numbers of the zip64 field in the place of those that do not fit 32 bits.
 /// @return false when the field is too short for them
-bool TakeZip64(const Extra& extra, std::initializer_list<std::uint64_t*> numbers)
+/// @param hasDisk  the number of the disk stands there, too
+bool TakeZip64(const Extra& extra, std::initializer_list<std::uint64_t*> numbers, bool hasDisk)
 {
     Fields fields(extra.zip64.value_or(std::string_view()));
     bool isComplete = true;
@@ -148,6 +149,7 @@ bool TakeZip64(const Extra& extra, std::initializer_list<std::uint64_t*> numbers
             *number = fields.Left() >= 8 ? fields.Eight() : *number;
         }
     }
+    isComplete = isComplete && (!hasDisk || fields.Left() >= 4);
     return isComplete || !extra.zip64.has_value();
 }
 
@@ -335,13 +337,14 @@ private:
         const std::uint16_t nameSize = fields.Two();
         const std::uint16_t extraSize = fields.Two();
         const std::uint16_t commentSize = fields.Two();
-        fields.Skip(4); // disk, internal attributes
+        const bool hasDisk = fields.Two() == kMax16;
+        fields.Skip(2); // internal attributes
         member.attributes = fields.Four();
         member.headerAt = fields.Four();
         member.name = fields.Text(nameSize);
         Extra extra = ReadExtra(fields.Text(extraSize));
         member.unicodeName = std::move(extra.unicodeName);
-        if (!TakeZip64(extra, {&member.size, &member.packedSize, &member.headerAt})) {
+        if (!TakeZip64(extra, {&member.size, &member.packedSize, &member.headerAt}, hasDisk)) {
             Report(ZipFlaw::kZip64Extra, 0, index);
         }
         if (extra.isDamaged) {
@@ -393,7 +396,7 @@ private:
         local.name = rest.Text(nameSize);
         Extra extra = ReadExtra(rest.Text(extraSize));
         local.unicodeName = std::move(extra.unicodeName);
-        if (!TakeZip64(extra, {&local.size, &local.packedSize})) {
+        if (!TakeZip64(extra, {&local.size, &local.packedSize}, false)) {
             Report(ZipFlaw::kZip64Extra, 0, index);
         }
         FindContentEnd(member, index);
@@ -403,15 +406,18 @@ private:
     {
         const ZipHeader header = ContentHeader(member);
         const std::uint64_t limit = m_zip.directoryAt;
-        const bool isFolder = IsFolderName(member.name);
-        if (!isFolder &&
-            (member.contentAt > limit || header.packedSize > limit - member.contentAt)) {
+        const bool isStored = header.method == 0;
+        // Packed contents know their own end, so the smaller size is the right one, or too small
+        // for the content in any case.
+        const std::uint64_t size =
+            isStored ? header.packedSize : std::min(header.packedSize, member.packedSize);
+        const std::uint64_t room = limit - std::min(member.contentAt, limit);
+        if (!IsFolderName(member.name) && (member.contentAt > limit || size > room)) {
             Report(ZipFlaw::kContentCut, 0, index);
             member.behind = limit;
             return;
         }
-        member.behind = std::min(member.contentAt, limit) +
-                        std::min(header.packedSize, limit - std::min(member.contentAt, limit));
+        member.behind = std::min(member.contentAt, limit) + std::min(size, room);
         if ((member.local.flags & kZipDescriptor) != 0) {
             ReadDescriptor(member, header);
         }
@@ -463,8 +469,8 @@ private:
                 continue;
             }
             const bool isFolder = IsFolderName(member.name);
-            if (member.headerAt < filesEnd || (!isFolder && member.headerAt < end)) {
-                Report(ZipFlaw::kOverlap, end - member.headerAt, index);
+            if (member.headerAt < filesEnd) {
+                Report(ZipFlaw::kOverlap, filesEnd - member.headerAt, index);
             } else if (member.headerAt > end) {
                 Report(ZipFlaw::kGap, member.headerAt - end, index);
             }
