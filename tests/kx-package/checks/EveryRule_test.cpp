@@ -213,7 +213,7 @@ const RuleCase kCases[] = {
     {"script-first-line", "error", ITEM("2", "0", "Value"), [](Recipe& r) { r.Replace("#!/bin/sh\\nstart", "#!/bin/sh\\r\\nstart"); }},
     {"script-carriage", "warning", kScript, [](Recipe& r) { r.Replace("\\ntrue", "\\ntrue\\r"); r.Replace("true\\r\\n", "true\\r \\n"); }},
     {"script-carriage", "error", ITEM("2", "0", "Value"), [](Recipe& r) { r.Replace("start\\n", "start\\r\\n"); }},
-    {"script-zero", "error", kScript, [](Recipe& r) { r.Replace("true", "tr\\u0000ue"); }},
+    {"script-zero", "error", kScript, [](Recipe& r) { r.Replace("\\ntrue", "\\ntr\\u0000ue"); }},
 
     {"setting-kind", "error", CONFIG("0") ".ConfigId", [](Recipe& r) { r.Replace("HW_SoundConfigSet,  Plexa", "HW_SoundConfigSet, Plexa"); }},
     {"setting-kind", "warning", CONFIG("0") ".ConfigId", [](Recipe& r) { r.Replace("HW_SoundConfigSet,  Plexa\", \"IsUsed\": true", "x\", \"IsUsed\": false"); }},

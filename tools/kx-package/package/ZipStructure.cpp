@@ -25,7 +25,6 @@ constexpr std::uint32_t kZip64LocatorMark = 0x07064b50;
 constexpr std::uint32_t kDescriptorMark = 0x08074b50;
 
 constexpr std::size_t kLocalSize = 30;
-constexpr std::size_t kDirectorySize = 46;
 constexpr std::size_t kEndSize = 22;
 constexpr std::size_t kZip64EndSize = 56;
 constexpr std::size_t kZip64LocatorSize = 20;
