@@ -21,6 +21,7 @@ struct Invocation {
 // Each adds one command with its options and help to the program. When the command line names it,
 // its callback sets what is to be run.
 void AddBuild(CLI::App& program, Invocation& invocation);
+void AddCheck(CLI::App& program, Invocation& invocation);
 void AddNew(CLI::App& program, Invocation& invocation);
 void AddPlan(CLI::App& program, Invocation& invocation);
 void AddShow(CLI::App& program, Invocation& invocation);

@@ -1,0 +1,56 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+
+// Checks the input as the description of a package with some payload.
+#include "checks/DescriptionChecks.h"
+#include "checks/StepChecks.h"
+#include "package/Package.h"
+
+#include <string>
+#include <utility>
+
+namespace
+{
+
+/// A package that holds a file for the first items of the first steps.
+class SmallPackage final : public Package
+{
+public:
+    SmallPackage()
+    {
+        std::vector<PackageEntry> entries;
+        for (const char* const name : {"0/0/hello", "1/0/a", "1/0/b/c", "2/1/x", "9/9/unused"}) {
+            PackageEntry entry;
+            entry.name = name;
+            entries.push_back(std::move(entry));
+        }
+        m_entries = Arranged(std::move(entries));
+    }
+
+    [[nodiscard]] const std::string& Path() const override { return m_path; }
+    [[nodiscard]] bool IsArchive() const override { return true; }
+    [[nodiscard]] const std::vector<PackageEntry>& Entries() const override { return m_entries; }
+    [[nodiscard]] std::string Read(const std::string& /*name*/,
+                                   std::uint64_t /*limit*/) const override
+    {
+        return {};
+    }
+
+private:
+    std::string m_path = "/mnt/usb/fuzz.kx-update";
+    std::vector<PackageEntry> m_entries;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    static const SmallPackage kPackage;
+    Findings findings;
+    const Description description =
+        CheckDescription(std::string(reinterpret_cast<const char*>(data), size), findings);
+    if (description.root.has_value()) {
+        CheckSteps(*description.root, kPackage, "fuzz", findings);
+    }
+    return 0;
+}

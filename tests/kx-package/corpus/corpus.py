@@ -1,0 +1,218 @@
+#!/usr/bin/python3
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+"""Compares the verdict of `kx-package check` with what happens on the sandboxed device.
+
+Builds packages with zip, 7z, bsdtar and Python, damages archives and descriptions by chance (the
+same chance every time), asks `kx-package check` about each, unpacks each with the device's unzip in
+two locales, and installs those that unpack with the real updater. A package is faultless when all
+of this succeeds and files and settings are what its description says.
+
+  corpus.py --tool build/dev/kx-package --updater build/release/kx_Updater [--archives N]
+            [--descriptions N] [--seed N] [--keep DIR]
+
+Exit status 0: no package that the check calls clean had a fault, and of those that it refuses fewer
+than 1 in 100 had none. 1: it is otherwise. 77: there is no sandboxed device here.
+"""
+
+import argparse
+import concurrent.futures
+import json
+import os
+import random
+import shutil
+import subprocess
+import sys
+import tempfile
+
+HERE = os.path.dirname(os.path.realpath(__file__))
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(HERE)))
+sys.path.insert(0, HERE)
+sys.dont_write_bytecode = True
+
+# pylint: disable=wrong-import-position
+import archives  # noqa: E402
+import descriptions  # noqa: E402
+
+
+def arguments():
+    """The command line."""
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--tool", required=True)
+    parser.add_argument("--updater", required=True)
+    parser.add_argument("--archives", type=int, default=400)
+    parser.add_argument("--descriptions", type=int, default=130)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--keep", help="keep the packages in this folder")
+    return parser.parse_args()
+
+
+def base_package(folder):
+    """The example package, with a small program in the updater's place."""
+    shutil.copytree(os.path.join(ROOT, "examples/hello-package"), folder)
+    shutil.copy("/usr/bin/true", os.path.join(folder, "kx_Updater"))
+    os.chmod(os.path.join(folder, "kx_Updater"), 0o755)
+    os.chmod(os.path.join(folder, "0/0/hello"), 0o755)
+
+
+class Corpus:
+    """The packages, each with how it was made and whether it is to be installed."""
+
+    def __init__(self, folder, seed):
+        self.folder = os.path.join(folder, "packages")
+        self.base = os.path.join(folder, "base")
+        self.rng = random.Random(seed)
+        self.jobs = []
+        os.mkdir(self.folder)
+        base_package(self.base)
+        with open(os.path.join(self.base, "UserPackage.kx-project"), "rb") as file:
+            self.description = file.read()
+        self.document = json.loads(self.description[3:])
+
+    def path(self):
+        """A file for the next package."""
+        folder = os.path.join(self.folder, str(len(self.jobs)))
+        os.mkdir(folder)
+        return os.path.join(folder, "corpus.kx-update")
+
+    def add(self, path, how, description, install=True):
+        """Notes a package that was built."""
+        self.jobs.append({"file": path, "how": how, "install": install,
+                          "promise": descriptions.promises(description)})
+
+    def add_built(self):
+        """One package by each way to build one."""
+        for name, build in archives.BUILDERS.items():
+            path = self.path()
+            build(self.base, path)
+            self.add(path, name, self.description)
+
+    def add_damaged(self, count):
+        """Damaged archives."""
+        sources = []
+        for job in self.jobs:
+            with open(job["file"], "rb") as file:
+                sources.append((job["how"], file.read()))
+        # Most by the usual programs' usual ways.
+        for _ in range(count):
+            how, data = self.rng.choice(sources)
+            path = self.path()
+            data, done = archives.damaged(data, self.rng)
+            with open(path, "wb") as file:
+                file.write(data)
+            self.add(path, f"{how}: {done}", self.description, install=False)
+
+    def add_spoiled(self, count):
+        """Archives of packages with spoiled descriptions."""
+        for _ in range(count):
+            path = self.path()
+            data, done = descriptions.spoiled(self.document, self.rng)
+            with open(os.path.join(self.base, "UserPackage.kx-project"), "wb") as file:
+                file.write(data)
+            archives.by_zip("-X", "-1")(self.base, path)
+            self.add(path, done, data)
+
+
+def verdict(tool, job):
+    """Exit status and identifiers of what the check finds."""
+    done = subprocess.run([tool, "check", "--json", job["file"]], capture_output=True, timeout=60,
+                          check=False)
+    if done.returncode not in (0, 1) or done.stderr:
+        raise SystemExit(f"{job['file']} ({job['how']}): exit {done.returncode} "
+                         f"{done.stderr.decode(errors='replace')}")
+    told = json.loads(done.stdout)
+    ids = [found["id"] for found in told["findings"] if found["severity"] == "error"]
+    if told["clean"] != (done.returncode == 0) or bool(ids) == told["clean"]:
+        raise SystemExit(f"{job['file']}: findings and exit status contradict each other")
+    return told["clean"], ids
+
+
+def on_panel(options, corpus, jobs):
+    """Runs packages on one panel and returns what came of each."""
+    lines = "".join(json.dumps({
+        "file": job["file"].replace(corpus.folder, "/packages"), "install": job["install"],
+        "promise": job["promise"]}) + "\n" for job in jobs)
+    done = subprocess.run(
+        [os.path.join(ROOT, "device/run"), "--seconds", "580", "--share",
+         f"{corpus.folder}=/packages", "--share", f"{options.updater}=/opt/kx/kx_Updater",
+         "--share", f"{HERE}/panel.py=/opt/kx/panel.py", "--", "/usr/bin/python3",
+         "/opt/kx/panel.py"], input=lines.encode(), capture_output=True, check=False)
+    results = [json.loads(line) for line in done.stdout.splitlines()]
+    if len(results) != len(jobs):
+        raise SystemExit(f"the panel ended early ({done.returncode}) at "
+                         f"{jobs[len(results)]['how']}: {done.stderr.decode(errors='replace')}")
+    return results
+
+
+def all_on_panels(options, corpus, jobs):
+    """Runs packages on panels of their own, some on each, two at a time."""
+    pieces = [jobs[i:i + 40] for i in range(0, len(jobs), 40)]
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        return [result for piece in pool.map(lambda piece: on_panel(options, corpus, piece), pieces)
+                for result in piece]
+
+
+def judge(job, result, whole):
+    """Whether a package was faultless; None when it must be installed to know."""
+    if result["unzip"] != [0, 0] or not result["runs"]:
+        return False
+    if result["install"] is not None:
+        return result["install"] == 0 and result["kept"] is not False
+    # What unpacks to the same files installs like the package that it was made of.
+    return True if result["trees"] == [whole, whole] else None
+
+
+def report(jobs):
+    """Prints the agreement; returns the exit status."""
+    clean = [job for job in jobs if job["clean"]]
+    refused = [job for job in jobs if not job["clean"]]
+    missed = [job for job in clean if not job["faultless"]]
+    alarms = [job for job in refused if job["faultless"]]
+    for title, found in [("clean, but had a fault", missed), ("refused, but faultless", alarms)]:
+        for job in found:
+            print(f"{title}: {job['file']} ({job['how']}): {' '.join(job['ids'])} "
+                  f"unzip {job['result']['unzip']} install {job['result']['install']} "
+                  f"kept {job['result']['kept']} runs {job['result']['runs']}")
+    share = len(alarms) / max(len(refused), 1)
+    print(f"{len(jobs)} packages: {len(clean)} clean, of these {len(missed)} with a fault; "
+          f"{len(refused)} refused, of these {len(alarms)} faultless ({share:.2%})")
+    installed = sum(job["result"]["install"] is not None for job in jobs)
+    print(f"{installed} were installed by the updater")
+    return 1 if missed or share >= 0.01 or not clean or not refused else 0
+
+
+def main():
+    """Builds, asks, tries, compares."""
+    options = arguments()
+    options.updater = os.path.realpath(options.updater)
+    if subprocess.run([os.path.join(ROOT, "device/run"), "--", "true"], check=False,
+                      capture_output=True).returncode != 0:
+        return 77
+    with tempfile.TemporaryDirectory() as temporary:
+        os.chmod(temporary, 0o755)
+        folder = options.keep or temporary
+        os.makedirs(folder, exist_ok=True)
+        corpus = Corpus(folder, options.seed)
+        corpus.add_built()
+        corpus.add_damaged(options.archives)
+        corpus.add_spoiled(options.descriptions)
+        with concurrent.futures.ThreadPoolExecutor(2) as pool:
+            for job, (clean, ids) in zip(corpus.jobs, pool.map(
+                    lambda job: verdict(options.tool, job), corpus.jobs)):
+                job["clean"], job["ids"] = clean, ids
+        results = all_on_panels(options, corpus, corpus.jobs)
+        whole = results[0]["trees"][0]
+        again = []
+        for job, result in zip(corpus.jobs, results):
+            job["result"] = result
+            job["faultless"] = judge(job, result, whole)
+            if job["faultless"] is None:
+                job["install"] = True
+                again.append(job)
+        for job, result in zip(again, all_on_panels(options, corpus, again)):
+            job["result"] = result
+            job["faultless"] = judge(job, result, whole)
+        return report(corpus.jobs)
+
+
+sys.exit(main())

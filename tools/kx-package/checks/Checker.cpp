@@ -1,0 +1,115 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "checks/Checker.h"
+
+#include "checks/ArchiveChecks.h"
+#include "checks/DescriptionChecks.h"
+#include "checks/NameChecks.h"
+#include "checks/StepChecks.h"
+#include "checks/UnpackedArchive.h"
+#include "checks/UpdaterChecks.h"
+#include "common/Error.h"
+#include "package/Package.h"
+
+#include <memory>
+#include <utility>
+
+#include <strings.h>
+#include <sys/stat.h>
+
+namespace
+{
+
+/// How many bytes the names of a package may have together, with those of all folders above them.
+constexpr std::uint64_t kMostNameBytes = std::uint64_t{256} << 20;
+
+/// Tells whether the names of an archive would take too much memory.
+bool HasTooManyNames(const ZipStructure& zip)
+{
+    std::uint64_t total = 0;
+    for (const ZipMember& member : zip.members) {
+        for (std::size_t slash = member.name.find('/'); slash != std::string::npos;
+             slash = member.name.find('/', slash + 1)) {
+            total += slash;
+        }
+        total += member.name.size();
+    }
+    return total > kMostNameBytes;
+}
+
+std::string MissingText(const Package& package)
+{
+    for (const PackageEntry& entry : package.Entries()) {
+        const std::size_t slash = entry.name.rfind('/');
+        const std::string last = entry.name.substr(slash == std::string::npos ? 0 : slash + 1);
+        if (strcasecmp(last.c_str(), kDescriptionName) == 0) {
+            return std::string("there is no '") + kDescriptionName + "', but '" + entry.name + "'";
+        }
+    }
+    return std::string("there is no '") + kDescriptionName + "' at the top level";
+}
+
+/// Checks what stands in a package, whatever it came as.
+void CheckContents(const Package& package, const Processor* processor, Findings& findings)
+{
+    CheckEntries(package, findings);
+    CheckUpdater(package, processor, findings);
+    if (findings.HasErrorAt(kDescriptionName)) {
+        return; // it does not even arrive
+    }
+    const PackageEntry* const entry = package.Find(kDescriptionName);
+    if (entry == nullptr || entry->kind != PackageEntry::Kind::kFile) {
+        findings.Add(RuleId::kDescriptionMissing, Place::Whole(), MissingText(package));
+        return;
+    }
+    const Description description =
+        CheckDescription(package.Read(kDescriptionName, kLargestChecked + 1), findings);
+    if (description.root.has_value()) {
+        CheckSteps(*description.root, package, RecordName(package.Path()), findings);
+    }
+}
+
+std::string WithoutMark(std::string path)
+{
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    return path;
+}
+
+} // namespace
+
+void CheckArchivePackage(const std::string& path, const ByteSource& source,
+                         const Processor* processor, Findings& findings)
+{
+    const ZipStructure zip = ReadZipStructure(source);
+    CheckArchive(source, zip, findings);
+    if (HasTooManyNames(zip)) {
+        findings.Add(RuleId::kArchiveTooMany, Place::Whole(), "its names are too many or too long");
+        return;
+    }
+    if (!zip.members.empty()) {
+        CheckContents(UnpackedArchive(path, source, zip), processor, findings);
+    }
+}
+
+Findings CheckPackage(const std::string& path, const Processor* processor)
+{
+    struct stat info {
+    };
+    if (stat(path.c_str(), &info) != 0) {
+        throw AccessError(path, "look at", errno);
+    }
+    Findings findings;
+    const bool isArchive = !S_ISDIR(info.st_mode);
+    CheckPackageName(path, isArchive, findings);
+    if (isArchive) {
+        const FileBytes source(path);
+        CheckNeighbours(path, findings);
+        CheckArchivePackage(path, source, processor, findings);
+    } else {
+        CheckContents(*OpenFolder(WithoutMark(path)), processor, findings);
+    }
+    findings.Sort();
+    return findings;
+}

@@ -1,0 +1,31 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "checks/Commands.h"
+
+#include "model/DB_Fields.h"
+
+void CheckCommand(const std::string& command, const Place& place, Severity failure,
+                  Findings& findings)
+{
+    constexpr std::size_t kDesignSize = 2048;
+    constexpr std::size_t kLongest =
+        131072 - 1; // the kernel's limit for one argument, with its zero
+    const std::string what = "the command has " + std::to_string(command.size()) + " bytes";
+    if (command.size() > kLongest) {
+        findings.AddAs(failure, RuleId::kCommandTooLong, place, what);
+    } else if (command.size() > kDesignSize) {
+        findings.Add(RuleId::kCommandLong, place, what);
+    }
+}
+
+std::vector<const JsonNode*> ElementsOf(const JsonNode* list)
+{
+    std::vector<const JsonNode*> elements;
+    const JsonNode* const values = list != nullptr ? list->Member(kValuesKey) : nullptr;
+    if (values != nullptr) {
+        for (const JsonNode& element : values->elements) {
+            elements.push_back(&element);
+        }
+    }
+    return elements;
+}

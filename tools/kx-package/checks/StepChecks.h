@@ -1,0 +1,17 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "checks/Findings.h"
+#include "package/Package.h"
+
+#include <string>
+
+/// Checks what the steps of a description would do with the package.
+/// @param root        the description's root, an object
+/// @param recordName  the package's name, which stands in the commands
+void CheckSteps(const JsonNode& root, const Package& package, const std::string& recordName,
+                Findings& findings);
+
+/// Checks the links in a package, and what desktop systems leave in folders.
+void CheckEntries(const Package& package, Findings& findings);

@@ -1,0 +1,190 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "commands/Check.h"
+
+#include "checks/Checker.h"
+#include "commands/Command.h"
+#include "common/Nearest.h"
+#include "package/Processor.h"
+
+#include <memory>
+#include <ostream>
+#include <set>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+namespace
+{
+
+struct CheckArguments {
+    std::string path;
+    std::string processor;
+    bool isStrict = false;
+};
+
+Colour ColourOf(Severity severity)
+{
+    switch (severity) {
+    case Severity::kError:
+        return Colour::kRed;
+    case Severity::kWarning:
+        return Colour::kYellow;
+    case Severity::kNote:
+        break;
+    }
+    return Colour::kGrey;
+}
+
+/// "1 error", "2 errors"
+std::string Counted(std::size_t count, const char* thing)
+{
+    return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+}
+
+/// "UserPackage.kx-project:12:5 DB_StepSets.$values[0]", or the package itself.
+std::string PlaceText(const Place& place, const std::string& package)
+{
+    std::string text = place.file.empty() ? package : place.file;
+    if (place.at.line != 0) {
+        text += ":" + std::to_string(place.at.line) + ":" + std::to_string(place.at.column);
+    }
+    return place.path.empty() ? text : text + " " + place.path;
+}
+
+void WriteText(const Output& output, const std::string& path, const Findings& findings)
+{
+    std::set<RuleId> told;
+    for (const Finding& finding : findings.All()) {
+        const Rule& rule = RuleOf(finding.rule);
+        const std::string head = std::string(SeverityName(finding.severity)) + ": " + rule.id;
+        output.out << Coloured(output, ColourOf(finding.severity), head) << ": "
+                   << Printable(PlaceText(finding.place, path)) << '\n'
+                   << "  " << Printable(finding.what) << '\n';
+        if (told.insert(finding.rule).second) {
+            output.out << "  On the panel: " << rule.happens << '\n'
+                       << "  Remedy: " << rule.remedy << '\n';
+            if (const std::size_t more = findings.Omitted(finding.rule); more != 0) {
+                output.out << "  (" << more << " more of this kind are not listed)\n";
+            }
+        }
+    }
+    const std::string sum = Counted(findings.Count(Severity::kError), "error") + ", " +
+                            Counted(findings.Count(Severity::kWarning), "warning") + ", " +
+                            Counted(findings.Count(Severity::kNote), "note");
+    const Colour colour = findings.Count(Severity::kError) != 0     ? Colour::kRed
+                          : findings.Count(Severity::kWarning) != 0 ? Colour::kYellow
+                                                                    : Colour::kGreen;
+    output.out << Printable(path) << ": " << Coloured(output, colour, sum) << '\n';
+}
+
+picojson::value Text(const std::string& text)
+{
+    // JSON is UTF-8; what is not is told as text that can be read.
+    return picojson::value(Printable(text));
+}
+
+picojson::value Number(std::size_t number)
+{
+    return picojson::value(static_cast<double>(number));
+}
+
+picojson::value JsonOf(const Finding& finding)
+{
+    const Rule& rule = RuleOf(finding.rule);
+    picojson::object place;
+    if (!finding.place.file.empty()) {
+        place["file"] = Text(finding.place.file);
+    }
+    if (!finding.place.path.empty()) {
+        place["path"] = Text(finding.place.path);
+    }
+    if (finding.place.at.line != 0) {
+        place["line"] = Number(finding.place.at.line);
+        place["column"] = Number(finding.place.at.column);
+    }
+    picojson::object told;
+    told["id"] = Text(rule.id);
+    told["severity"] = Text(SeverityName(finding.severity));
+    told["place"] = picojson::value(place);
+    told["message"] = Text(finding.what);
+    told["happens"] = Text(rule.happens);
+    told["remedy"] = Text(rule.remedy);
+    return picojson::value(told);
+}
+
+void WriteDocument(const Output& output, const std::string& path, const Findings& findings,
+                   bool isClean)
+{
+    picojson::array list;
+    picojson::object omitted;
+    for (const Finding& finding : findings.All()) {
+        list.push_back(JsonOf(finding));
+        if (const std::size_t more = findings.Omitted(finding.rule); more != 0) {
+            omitted[RuleOf(finding.rule).id] = Number(more);
+        }
+    }
+    picojson::object document;
+    document["package"] = Text(path);
+    document["clean"] = picojson::value(isClean);
+    document["errors"] = Number(findings.Count(Severity::kError));
+    document["warnings"] = Number(findings.Count(Severity::kWarning));
+    document["notes"] = Number(findings.Count(Severity::kNote));
+    document["findings"] = picojson::value(list);
+    document["omitted"] = picojson::value(omitted);
+    WriteJson(output, picojson::value(document));
+}
+
+ExitCode Check(const Output& output, const CheckArguments& arguments)
+{
+    const Processor* processor = nullptr;
+    if (!arguments.processor.empty()) {
+        processor = FindProcessor(arguments.processor);
+        if (processor == nullptr) {
+            throw Error(ExitCode::kWrongUse, "--processor",
+                        "'" + arguments.processor + "' is no processor that is known",
+                        NearestRemedy(arguments.processor, ProcessorNames()));
+        }
+    }
+    const Findings findings = CheckPackage(arguments.path, processor);
+    const bool isClean = findings.Count(Severity::kError) == 0 &&
+                         (!arguments.isStrict || findings.Count(Severity::kWarning) == 0);
+    WriteFindings(output, arguments.path, findings, isClean);
+    return isClean ? ExitCode::kFine : ExitCode::kProblems;
+}
+
+} // namespace
+
+void WriteFindings(const Output& output, const std::string& path, const Findings& findings,
+                   bool isClean)
+{
+    if (output.isJson) {
+        WriteDocument(output, path, findings, isClean);
+    } else {
+        WriteText(output, path, findings);
+    }
+}
+
+void AddCheck(CLI::App& program, Invocation& invocation)
+{
+    CLI::App* const command =
+        program.add_subcommand("check", "Find what would go wrong with a package on a panel");
+    const auto arguments = std::make_shared<CheckArguments>();
+    command
+        ->add_option("PACKAGE", arguments->path, "A package file, or the folder of an unpacked one")
+        ->required();
+    command->add_flag("--json", invocation.isJson, "Tell the findings as JSON");
+    command->add_flag("--strict", arguments->isStrict, "Warnings are problems, too");
+    command->add_option("--processor", arguments->processor,
+                        "The panel's processor: is the updater made for it?");
+    command->footer("Exit status: 0 no problems, 1 problems, 2 wrong use, 3 could not read.\n"
+                    "Errors are problems; warnings are with --strict; notes never are.\n"
+                    "\n"
+                    "Examples:\n"
+                    "  kx-package check hello.kx-update\n"
+                    "  kx-package check --strict --processor arm hello.kx-update\n"
+                    "  kx-package check --json pkg/ | jq -r '.findings[].id'");
+    command->callback([&invocation, arguments] {
+        invocation.run = [arguments](const Output& output) { return Check(output, *arguments); };
+    });
+}
