@@ -61,6 +61,7 @@ int main(int argc, char** argv)
     Invocation invocation;
     AddBuild(program, invocation);
     AddCheck(program, invocation);
+    AddCompletion(program, invocation);
     AddNew(program, invocation);
     AddPlan(program, invocation);
     AddShow(program, invocation);

@@ -151,13 +151,16 @@ void AddBuild(CLI::App& program, Invocation& invocation)
     const auto options = std::make_shared<BuildOptions>();
     command->add_option("manifest", options->manifest,
                         "The manifest, or the folder with its package.toml; this folder when "
-                        "nothing is named");
+                        "nothing is named")
+        ->type_name(kManifestValue);
     command->add_option("-o,--output", options->output,
                         "The package, the folder for it, or - for standard output; NAME.kx-update "
-                        "in this folder when nothing is named");
+                        "in this folder when nothing is named")
+        ->type_name(kFileValue);
     command->add_option("--updater", options->updater,
                         "The updater to put into the package, instead of the installed one of the "
-                        "manifest's processor");
+                        "manifest's processor")
+        ->type_name(kFileValue);
     command->add_flag("--json", invocation.isJson, "Tell the result as JSON");
     command->footer("Examples:\n"
                     "  kx-package build\n"

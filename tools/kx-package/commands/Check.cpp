@@ -171,12 +171,14 @@ void AddCheck(CLI::App& program, Invocation& invocation)
         program.add_subcommand("check", "Find what would go wrong with a package on a panel");
     const auto arguments = std::make_shared<CheckArguments>();
     command
-        ->add_option("PACKAGE", arguments->path, "A package file, or the folder of an unpacked one")
+        ->add_option("package", arguments->path, "A package file, or the folder of an unpacked one")
+        ->type_name(kPackageValue)
         ->required();
     command->add_flag("--json", invocation.isJson, "Tell the findings as JSON");
     command->add_flag("--strict", arguments->isStrict, "Warnings are problems, too");
     command->add_option("--processor", arguments->processor,
-                        "The panel's processor: is the updater made for it?");
+                        "The panel's processor: is the updater made for it?")
+        ->type_name(ChoiceOf(ProcessorNames()));
     command->footer("Exit status: 0 no problems, 1 problems, 2 wrong use, 3 could not read.\n"
                     "Errors are problems; warnings are with --strict; notes never are.\n"
                     "\n"

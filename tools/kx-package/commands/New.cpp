@@ -228,7 +228,9 @@ void AddNew(CLI::App& program, Invocation& invocation)
     CLI::App* const command =
         program.add_subcommand("new", "Begin a package: a manifest with examples, and its payload");
     const auto folder = std::make_shared<std::string>();
-    command->add_option("folder", *folder, "The folder to make; an empty one is taken")->required();
+    command->add_option("folder", *folder, "The folder to make; an empty one is taken")
+        ->type_name(kFolderValue)
+        ->required();
     command->add_flag("--json", invocation.isJson, "Tell the result as JSON");
     command->footer("Example:\n"
                     "  kx-package new recipes\n"

@@ -143,9 +143,11 @@ void AddPlan(CLI::App& program, Invocation& invocation)
     CLI::App* const command = program.add_subcommand(
         "plan", "Tell the shell commands that a panel would run, without running anything");
     const auto options = std::make_shared<PlanOptions>();
-    command->add_option("PACKAGE", options->package, "A package file, or the folder of one")
+    command->add_option("package", options->package, "A package file, or the folder of one")
+        ->type_name(kPackageValue)
         ->required();
     command->add_option("--at", options->drive, "The panel's folder in which the package lies")
+        ->type_name("PATH")
         ->capture_default_str()
         ->check([](const std::string& path) {
             return !path.empty() && path[0] == '/' ? std::string() : "must be an absolute path";
@@ -153,6 +155,7 @@ void AddPlan(CLI::App& program, Invocation& invocation)
     command
         ->add_option("--root", options->root,
                      "A folder with the files of a panel; without it a fresh panel is thought")
+        ->type_name(kFolderValue)
         ->check(CLI::ExistingDirectory);
     command->add_flag("--json", invocation.isJson, "Tell it as JSON");
     command->footer("Nothing is run and nothing is changed. Scripts, passwords and settings are "

@@ -240,6 +240,7 @@ void AddShow(CLI::App& program, Invocation& invocation)
     CLI::App* const command = program.add_subcommand("show", "Tell what is in a package");
     const auto path = std::make_shared<std::string>();
     command->add_option("package", *path, "The package, or the folder of an unpacked one")
+        ->type_name(kPackageValue)
         ->required();
     command->add_flag("--json", invocation.isJson, "Tell it as JSON");
     command->footer("Passwords are masked.\n\n"

@@ -1,0 +1,112 @@
+#!/usr/bin/env bats
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+#
+# What bash completes, and whether help, completion and manual page tell the same.
+
+load package
+
+# complete_words WORD...: what bash would offer for the last word, one a line.
+complete_words() {
+    "$KX_PACKAGE" completion >completion
+    # shellcheck disable=SC2016 # expanded by that bash
+    bash --norc -c '. ./completion
+        compopt() { :; } # only works while a person types
+        COMP_WORDS=("$@")
+        COMP_CWORD=$(($# - 1))
+        _kx_package
+        printf "%s\n" "${COMPREPLY[@]}"' - "$@"
+}
+
+# commands: the names of all commands, as the help lists them.
+commands() {
+    "$KX_PACKAGE" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\+\) .*/\1/p'
+}
+
+# options [COMMAND]: the options that its help lists.
+options() {
+    "$KX_PACKAGE" "$@" --help | sed -n '/^Options:/,/^$/s/^  \(-[^ ]*\).*/\1/p' | tr , '\n'
+}
+
+@test "every command is offered where a command stands" {
+    [ "$(commands | wc -l)" -ge 6 ]
+
+    diff <(complete_words kx-package '' | sort) <({
+        commands
+        options
+    } | sort)
+    [ "$(complete_words kx-package bui)" = build ]
+    [ "$(complete_words kx-package --v)" = --version ]
+}
+
+@test "every option of a command is offered, and no other" {
+    local command
+    for command in $(commands); do
+        diff <(complete_words kx-package "$command" - | sort) <(options "$command" | sort)
+    done
+}
+
+@test "packages are completed by package files and folders" {
+    mkdir folder
+    touch 'one two.kx-update' other.txt
+
+    diff - <(complete_words kx-package check '' | sort) <<'END'
+folder
+one two.kx-update
+END
+    diff - <(complete_words kx-package show 'one') <<'END'
+one two.kx-update
+END
+    [ -z "$(complete_words kx-package show other)" ]
+}
+
+@test "manifests, files, folders and choices are completed by what they are" {
+    mkdir folder
+    touch package.toml other.txt
+
+    [ "$(complete_words kx-package build '' | sort | xargs)" = 'folder package.toml' ]
+    [ "$(complete_words kx-package build --updater o)" = other.txt ]
+    [ "$(complete_words kx-package plan --root '')" = folder ]
+    [ "$(complete_words kx-package check --processor i)" = i386 ]
+    [ "$(complete_words kx-package check --processor = r)" = riscv64 ]
+    [ "$(complete_words kx-package check --processor = | wc -l)" -eq 5 ]
+    [ -z "$(complete_words kx-package plan --at /)" ]
+}
+
+@test "the completion reads without complaint" {
+    "$KX_PACKAGE" completion >completion
+
+    bash -n completion
+    shellcheck completion
+}
+
+@test "bash itself completes with it" {
+    "$KX_PACKAGE" completion >completion
+
+    # A terminal, a person who types TAB, and what is then on the line.
+    printf 'PS1=ready; . ./completion; enable -n help\nkx-package bui\t\001echo \005\nexit\n' |
+        TERM=dumb script -qec 'bash --norc' typed >/dev/null
+
+    grep -q 'kx-package build' typed
+}
+
+@test "the manual page has every command and every option" {
+    local page=$ROOT/docs/kx-package.1 command option
+    for command in $(commands); do
+        grep -qxF ".SH \"COMMAND ${command^^}\"" "$page" || {
+            echo "no section for $command" >&2
+            return 1
+        }
+        for option in $(options "$command"); do
+            sed "/^\.SH \"COMMAND ${command^^}\"/,/^\.SH/!{/^\.SH OPTIONS/,/^\.SH/!d}" "$page" |
+                sed 's/\\-/-/g' | grep -qF -- "$option" || {
+                echo "$command: nothing about $option" >&2
+                return 1
+            }
+        done
+    done
+}
+
+@test "the manual page is set without a complaint" {
+    man --warnings -E UTF-8 -l -Tutf8 -Z "$ROOT/docs/kx-package.1" 2>&1 >/dev/null | diff - /dev/null
+}

@@ -1,0 +1,168 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "commands/Command.h"
+
+#include <algorithm>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+namespace
+{
+
+/// Returns a command's options, as they are typed.
+std::vector<std::string> Words(const CLI::Option& option)
+{
+    std::vector<std::string> words;
+    for (const std::string& name : option.get_snames()) {
+        words.push_back("-" + name);
+    }
+    for (const std::string& name : option.get_lnames()) {
+        words.push_back("--" + name);
+    }
+    return words;
+}
+
+std::string Joined(const std::vector<std::string>& words, const std::string& between)
+{
+    std::string joined;
+    for (const std::string& word : words) {
+        joined += (joined.empty() ? "" : between) + word;
+    }
+    return joined;
+}
+
+/// Returns the shell's words for what completes a value, empty when nothing does.
+std::string CompleterOf(const CLI::Option& option)
+{
+    const std::string kind = option.get_type_name();
+    const auto isKind = [&kind](std::string_view name) {
+        return kind == name || kind.compare(0, name.size() + 1, std::string(name) + ":") == 0;
+    };
+    if (isKind(kFileValue)) {
+        return "_kx_package_files '*'";
+    }
+    if (isKind(kFolderValue)) {
+        return "_kx_package_files ''";
+    }
+    if (isKind(kPackageValue)) {
+        return "_kx_package_files '*.kx-update'";
+    }
+    if (isKind(kManifestValue)) {
+        return "_kx_package_files '*.toml'";
+    }
+    const std::size_t open = kind.find('{');
+    const std::size_t close = kind.find('}');
+    if (open == std::string::npos || close == std::string::npos) {
+        return {};
+    }
+    std::string choices = kind.substr(open + 1, close - open - 1);
+    std::replace(choices.begin(), choices.end(), ',', ' ');
+    return "_kx_package_words '" + choices + "'";
+}
+
+struct Names {
+    std::vector<std::string> commands;
+    std::vector<std::string> options;
+    std::string values;     ///< one pattern of a `case` for each option with a value
+    std::string positional; ///< completes what is no option
+};
+
+Names NamesOf(const CLI::App& app)
+{
+    Names names;
+    for (const CLI::App* const command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        names.commands.push_back(command->get_name());
+    }
+    for (const CLI::Option* const option : app.get_options()) {
+        const std::string completer = CompleterOf(*option);
+        const std::vector<std::string> words = Words(*option);
+        names.options.insert(names.options.end(), words.begin(), words.end());
+        if (words.empty()) {
+            names.positional = completer;
+        } else if (option->get_items_expected_max() > 0) {
+            names.values += "        '" + app.get_name() + ' ' +
+                            Joined(words, "' | '" + app.get_name() + ' ') + "') " +
+                            (completer.empty() ? "" : completer + "; ") + "return ;;\n";
+        }
+    }
+    return names;
+}
+
+constexpr const char* kHead = R"(# bash completion of kx-package, made by "kx-package completion" from its own commands
+# shellcheck shell=bash
+
+_kx_package_words() {
+    mapfile -t COMPREPLY < <(compgen -W "$1" -- "$word")
+}
+
+# Folders, and the files that fit a pattern.
+_kx_package_files() {
+    compopt -o filenames
+    mapfile -t COMPREPLY < <(
+        compgen -d -- "$word"
+        [ -z "$1" ] || compgen -f -X "!$1" -- "$word" | while IFS= read -r file; do
+            [ -d "$file" ] || printf '%s\n' "$file"
+        done
+    )
+}
+
+_kx_package() {
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' i
+    # "--option=value" comes as three words.
+    if [ "$word" = = ]; then
+        word=''
+    elif [ "$before" = = ] && [ "$COMP_CWORD" -ge 2 ]; then
+        before=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
+    COMPREPLY=()
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        case ${COMP_WORDS[i]} in
+            )";
+
+ExitCode Complete(const CLI::App& program, const Output& output)
+{
+    const Names top = NamesOf(program);
+    std::string values;
+    std::string words;
+    for (const CLI::App* const command :
+         program.get_subcommands([](const CLI::App*) { return true; })) {
+        const Names names = NamesOf(*command);
+        values += names.values;
+        words += "        " + command->get_name() + ")\n" + "            case $word in\n" +
+                 "                -*) _kx_package_words '" + Joined(names.options, " ") + "' ;;\n" +
+                 (names.positional.empty() ? ""
+                                           : "                *) " + names.positional + " ;;\n") +
+                 "            esac\n            ;;\n";
+    }
+    output.out << kHead << Joined(top.commands, " | ")
+               << ")\n                command=${COMP_WORDS[i]}\n                break\n"
+                  "                ;;\n        esac\n    done\n"
+               << "    case \"$command $before\" in\n"
+               << values << "    esac\n    case $command in\n"
+               << "        '') _kx_package_words '" << Joined(top.commands, " ") << ' '
+               << Joined(top.options, " ") << "' ;;\n"
+               << words << "    esac\n}\n\ncomplete -F _kx_package kx-package\n";
+    return ExitCode::kFine;
+}
+
+} // namespace
+
+std::string ChoiceOf(const std::vector<std::string>& words)
+{
+    return "{" + Joined(words, ",") + "}";
+}
+
+void AddCompletion(CLI::App& program, Invocation& invocation)
+{
+    CLI::App* const command = program.add_subcommand(
+        "completion", "Write what lets bash complete the words of a kx-package command line");
+    command->footer("Installed beside the program already. For this shell only:\n"
+                    "  source <(kx-package completion)");
+    command->callback([&program, &invocation] {
+        invocation.run = [&program](const Output& output) { return Complete(program, output); };
+    });
+}
