@@ -73,7 +73,8 @@ std::string Bytes(std::uint64_t number, std::size_t count)
 {
     std::string bytes;
     for (std::size_t i = 0; i < count; ++i) {
-        bytes += static_cast<char>(number >> (8 * i) & 0xffU);
+        bytes += static_cast<char>(number & 0xffU);
+        number >>= 8;
     }
     return bytes;
 }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/Environment.h"
-#include "kx-package/Thrown.h"
+#include "kx-package/common/Environment.h"
+#include "kx-package/common/Thrown.h"
 #include "package/ArchiveWriter.h"
 #include "package/Package.h"
 #include "support/TempDir.h"

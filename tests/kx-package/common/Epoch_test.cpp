@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "common/Epoch.h"
-#include "kx-package/Environment.h"
-#include "kx-package/Thrown.h"
+#include "kx-package/common/Environment.h"
+#include "kx-package/common/Thrown.h"
 
 #include <gtest/gtest.h>
 

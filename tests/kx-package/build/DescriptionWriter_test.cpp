@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "build/DescriptionWriter.h"
 #include "build/Layout.h"
-#include "kx-package/Manifests.h"
+#include "kx-package/manifest/Manifests.h"
 #include "manifest/Manifest.h"
 #include "model/DB_FunctionDatas.h"
 #include "model/DB_Hardware.h"

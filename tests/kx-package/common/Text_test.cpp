@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/Output.h"
 #include "common/Text.h"
-#include "kx-package/Thrown.h"
+#include "kx-package/common/Thrown.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/Program.h"
+#include "kx-package/common/Program.h"
 #include "package/Processor.h"
 
 #include <gtest/gtest.h>

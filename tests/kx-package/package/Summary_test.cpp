@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/Program.h"
-#include "kx-package/Thrown.h"
+#include "kx-package/common/Program.h"
+#include "kx-package/common/Thrown.h"
 #include "package/Summary.h"
 #include "support/ProjectBuilder.h"
 #include "support/TempDir.h"
