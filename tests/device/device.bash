@@ -19,6 +19,7 @@
 ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
 KX_UPDATER=${KX_UPDATER:-$ROOT/build/release/kx_Updater}
 RUN=$ROOT/device/run
+KX_PACKAGE=${KX_PACKAGE:-$ROOT/build/release/kx-package}
 # Inside: the updater and what the tests bring along.
 KIT=/opt/kx_Updater
 UPDATER=$KIT/kx_Updater
@@ -164,11 +165,38 @@ device() {
     finish
 }
 
-# install NAME [OPTION...]: installs a package.
+# install NAME [OPTION...]: installs a package. The commands that run must be those that kx-package
+# plans for it, unless an option makes the panel another than a fresh one.
 install() {
-    local name=$1
+    local name=$1 option fresh=1
     shift
+    for option; do
+        case $option in
+            --keep | --look | --env | --locale | --seconds | --put | --ignore-sigchld) ;;
+            --*) fresh='' ;;
+        esac
+    done
+    [ ! -e "$STATE" ] || fresh=''
+    # Of such names the window would make others.
+    [[ $name != *.temp* && $name != *[\\:/]* ]] || fresh=''
     device "$@" -- "$UPDATER" -unzipedDir "/packages/$name"
+    # Some tests kill the updater; a description that is no object ends it by a signal, too.
+    [ -z "$fresh" ] || [ "$status" -gt 134 ] || expect_plan "$name"
+}
+
+# expect_plan NAME: the last run ran what kx-package plans.
+expect_plan() {
+    local folder=$WORK/plan/$1 code=0
+    mkdir -p "${folder%/*}"
+    rm -rf "$folder"
+    cp -R "$PACKAGES/$1" "$folder"
+    # The packages of these tests are installed by an updater that they do not bring.
+    : >"$folder/kx_Updater"
+    chmod 755 "$folder/kx_Updater"
+    "$KX_PACKAGE" plan --json --at /packages "$folder" >"$WORK/plan.json" || code=$?
+    [ "$code" -le 1 ] || fail "no plan: $(cat "$WORK/plan.json")"
+    "$ROOT/tests/device/compare_plan.py" "$WORK/plan.json" "$TRACE" "/packages/$1.temp" \
+        "/packages/$1" >&2 || fail 'the plan is not what was run'
 }
 
 # install_each NAME...: installs one package after the other on the same panel; standard output has

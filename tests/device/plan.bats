@@ -99,9 +99,9 @@ END
 }
 
 @test "the plan of a package without a description ends at the window" {
-    package_file "$DRIVE/Foo.kx-update" <<'END'
-remove("UserPackage.kx-project")
-END
+    mkdir "$WORK/foo"
+    touch "$WORK/foo/unused"
+    (cd "$WORK/foo" && zip -q -r "$DRIVE/Foo.kx-update" .)
 
     window <<<"$REBOOT"
 

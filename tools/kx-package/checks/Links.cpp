@@ -4,21 +4,8 @@
 
 #include "checks/Targets.h"
 
-#include <filesystem>
-#include <system_error>
-
 namespace
 {
-
-std::string TargetOf(const Package& package, const PackageEntry& entry)
-{
-    constexpr std::uint64_t kLongest = 4096;
-    if (package.IsArchive()) {
-        return package.Read(entry.name, kLongest);
-    }
-    std::error_code error;
-    return std::filesystem::read_symlink(package.Path() + "/" + entry.name, error).string();
-}
 
 /// Returns the name in the package that a link's target stands for; empty when it leads out.
 std::string NameOf(const std::string& link, const std::string& target)
@@ -49,7 +36,7 @@ LinkEnd FollowLink(const Package& package, const PackageEntry& entry)
     LinkEnd end;
     const PackageEntry* present = &entry;
     for (int hop = 0; hop < kMostHops; ++hop) {
-        const std::string target = TargetOf(package, *present);
+        const std::string target = package.LinkTarget(present->name);
         if (hop == 0) {
             end.target = target;
         }

@@ -57,6 +57,7 @@ picojson::value JsonOf(const Plan& plan)
     picojson::object told;
     told["packageFile"] = picojson::value(plan.packageFile);
     told["record"] = picojson::value(plan.record);
+    told["aborted"] = picojson::value(plan.isAborted);
     told["shown"] = picojson::value(plan.isShown);
     told["started"] = picojson::value(plan.isStarted);
     told["installed"] = picojson::value(plan.isInstalled);
@@ -85,6 +86,9 @@ std::string RemarksOn(const PlannedCommand& command)
 /// Tells how it ends, in a sentence.
 std::string EndOf(const Plan& plan)
 {
+    if (plan.isAborted) {
+        return "The window ends by SIGABRT: the description is no JSON object.";
+    }
     if (!plan.isShown) {
         return "The window cannot load the package.";
     }

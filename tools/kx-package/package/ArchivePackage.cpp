@@ -76,6 +76,12 @@ public:
         return bytes;
     }
 
+    [[nodiscard]] std::string LinkTarget(const std::string& name) const override
+    {
+        constexpr std::uint64_t kLongest = 4096;
+        return Read(name, kLongest);
+    }
+
 private:
     /// Returns the place of the last entry of that name: unpacking leaves that one.
     [[nodiscard]] zip_uint64_t IndexOf(const std::string& name) const

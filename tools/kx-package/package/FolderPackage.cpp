@@ -54,6 +54,12 @@ public:
         return bytes;
     }
 
+    [[nodiscard]] std::string LinkTarget(const std::string& name) const override
+    {
+        std::error_code error;
+        return fs::read_symlink(m_path + "/" + name, error).string();
+    }
+
 private:
     [[nodiscard]] PackageEntry EntryOf(const fs::path& path) const
     {

@@ -13,6 +13,7 @@
 
 #include <cstdarg>
 #include <cstdlib>
+#include <stdexcept>
 
 namespace
 {
@@ -112,7 +113,12 @@ Plan Rehearse(const Package& package, const std::string& drive, const std::strin
     q_UpdaterEngine::InitSystem(&logger);
 
     UserPackageInstaller window;
-    plan.isShown = PlayWindow(window, plan);
+    try {
+        plan.isShown = PlayWindow(window, plan);
+    } catch (const std::runtime_error&) {
+        plan.isAborted = true;
+        return plan;
+    }
     plan.isStarted = plan.isShown && HasUpdater(package);
     if (plan.isStarted) {
         stage.SetProcess(Process::kInstaller);

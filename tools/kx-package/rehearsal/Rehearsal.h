@@ -24,6 +24,7 @@ struct PlannedCommand {
 struct Plan {
     std::string packageFile;  ///< where the package lies on the panel
     std::string record;       ///< the folder of the record
+    bool isAborted = false;   ///< the description's root is no JSON object: the window dies of it
     bool isShown = false;     ///< the window gets as far as its question
     bool isStarted = false;   ///< the package brings an updater that can be started
     bool isInstalled = false; ///< the installer ends with 0
@@ -40,7 +41,6 @@ struct Plan {
 ///
 /// @param drive  folder of the panel in which the package lies, "/mnt/usb"
 /// @param root   folder with a panel's files, or empty for a fresh panel
-/// @throws Error when the package has no description, or the files cannot be read;
-///         std::runtime_error when the description's root is no JSON object, as in the updater
+/// @throws Error when the package or the files cannot be read
 [[nodiscard]] Plan Rehearse(const Package& package, const std::string& drive,
                             const std::string& root);

@@ -177,6 +177,10 @@ bool Stage::Unpack(const std::string& folder)
             continue;
         }
         m_panel.MakeFolder(path.substr(0, path.rfind('/')));
+        if (entry.kind == PackageEntry::Kind::kLink) {
+            m_panel.MakeLink(path, m_package.LinkTarget(entry.name));
+            continue;
+        }
         const bool isRead = entry.name == kDescriptionName;
         m_panel.MakeFile(path, isRead ? m_package.Read(entry.name, kLargestDescription)
                                       : std::optional<std::string>());

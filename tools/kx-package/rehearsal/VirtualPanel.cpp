@@ -118,6 +118,41 @@ VirtualPanel::VirtualPanel(std::string root) : m_root(std::move(root))
     }
 }
 
+/// Returns the path of what a path leads to through links, "" when it leads round in circles.
+std::string VirtualPanel::Resolved(const std::string& path) const
+{
+    if (!m_hasLinks) {
+        return PlainPath(path);
+    }
+    constexpr int kMostLinks = 40; // as in Linux
+    std::string rest = path;
+    std::string resolved = "/";
+    for (int links = 0; !rest.empty();) {
+        const std::size_t end = std::min(rest.find('/'), rest.size());
+        const std::string part = rest.substr(0, end);
+        rest.erase(0, end + 1);
+        if (part == "..") {
+            resolved = ParentOf(resolved);
+            continue;
+        }
+        if (part.empty() || part == ".") {
+            continue;
+        }
+        const std::string next = Joined(resolved, part);
+        const auto node = m_nodes.find(next);
+        if (node == m_nodes.end() || !node->second.isLink) {
+            resolved = next;
+            continue;
+        }
+        if (++links > kMostLinks || node->second.content->empty()) {
+            return {};
+        }
+        resolved = node->second.content->front() == '/' ? "/" : resolved;
+        rest.insert(0, *node->second.content + "/");
+    }
+    return resolved;
+}
+
 VirtualPanel::Kind VirtualPanel::GivenKind(const std::string& path) const
 {
     struct stat info {
@@ -131,11 +166,11 @@ VirtualPanel::Kind VirtualPanel::GivenKind(const std::string& path) const
 
 VirtualPanel::Kind VirtualPanel::KindOf(const std::string& path) const
 {
-    const std::string plain = PlainPath(path);
+    const std::string plain = Resolved(path);
     if (const auto node = m_nodes.find(plain); node != m_nodes.end()) {
         return node->second.kind;
     }
-    if (m_root.empty()) {
+    if (m_root.empty() || plain.empty()) {
         return Kind::kNone;
     }
     // What was removed with its folder is gone, too.
@@ -151,7 +186,7 @@ VirtualPanel::Kind VirtualPanel::KindOf(const std::string& path) const
 
 std::optional<std::string> VirtualPanel::Content(const std::string& path) const
 {
-    const std::string plain = PlainPath(path);
+    const std::string plain = Resolved(path);
     if (const auto node = m_nodes.find(plain); node != m_nodes.end()) {
         return node->second.content;
     }
@@ -173,14 +208,16 @@ std::optional<std::string> VirtualPanel::Content(const std::string& path) const
 
 std::vector<std::string> VirtualPanel::Names(const std::string& folder) const
 {
-    const std::string plain = PlainPath(folder);
+    const std::string plain = Resolved(folder);
     std::set<std::string> names;
     if (!m_root.empty() && KindOf(plain) == Kind::kFolder) {
         Descriptor listed = OpenBelow(m_root, plain, O_RDONLY | O_DIRECTORY);
         if (DIR* const dir = listed.Get() < 0 ? nullptr : fdopendir(listed.Release())) {
             for (const dirent* entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
                 const std::string_view name = entry->d_name;
-                if (name != "." && name != ".." && KindOf(Joined(plain, name)) != Kind::kNone) {
+                const auto node = m_nodes.find(Joined(plain, name));
+                const bool isGone = node != m_nodes.end() && node->second.kind == Kind::kNone;
+                if (name != "." && name != ".." && !isGone) {
                     names.emplace(name);
                 }
             }
@@ -191,7 +228,8 @@ std::vector<std::string> VirtualPanel::Names(const std::string& folder) const
     for (auto node = m_nodes.upper_bound(prefix);
          node != m_nodes.end() && node->first.compare(0, prefix.size(), prefix) == 0; ++node) {
         const std::string name = node->first.substr(prefix.size());
-        if (node->second.kind != Kind::kNone && name.find('/') == std::string::npos) {
+        const bool isThere = node->second.kind != Kind::kNone || node->second.isLink;
+        if (isThere && name.find('/') == std::string::npos) {
             names.insert(name);
         }
     }
@@ -200,32 +238,43 @@ std::vector<std::string> VirtualPanel::Names(const std::string& folder) const
 
 bool VirtualPanel::MakeFolder(const std::string& path)
 {
-    const std::string plain = PlainPath(path);
+    const std::string plain = Resolved(path);
     const Kind kind = KindOf(plain);
-    if (kind != Kind::kNone) {
+    if (plain.empty() || kind != Kind::kNone) {
         return kind == Kind::kFolder;
     }
     if (!IsPossible(plain) || !MakeFolder(ParentOf(plain))) {
         return false;
     }
-    m_nodes[plain] = {Kind::kFolder, std::nullopt};
+    m_nodes[plain] = {Kind::kFolder, std::nullopt, false};
     return true;
 }
 
 bool VirtualPanel::MakeFile(const std::string& path, std::optional<std::string> content)
 {
-    const std::string plain = PlainPath(path);
-    if (KindOf(plain) == Kind::kFolder || KindOf(ParentOf(plain)) != Kind::kFolder ||
+    const std::string plain = Resolved(path);
+    if (plain.empty() || KindOf(plain) == Kind::kFolder || KindOf(ParentOf(plain)) != Kind::kFolder ||
         (!path.empty() && path.back() == '/') || !IsPossible(plain)) {
         return false;
     }
-    m_nodes[plain] = {Kind::kFile, std::move(content)};
+    m_nodes[plain] = {Kind::kFile, std::move(content), false};
+    return true;
+}
+
+bool VirtualPanel::MakeLink(const std::string& path, const std::string& target)
+{
+    const std::string plain = PlainPath(path);
+    if (KindOf(ParentOf(plain)) != Kind::kFolder || !IsPossible(plain)) {
+        return false;
+    }
+    m_nodes[plain] = {Kind::kNone, target, true};
+    m_hasLinks = true;
     return true;
 }
 
 bool VirtualPanel::CopyFile(const std::string& source, const std::string& target)
 {
-    const std::string from = PlainPath(source);
+    const std::string from = PlainPath(source); // gives a copy into a folder its name
     if (KindOf(from) != Kind::kFile) {
         return false;
     }
@@ -246,6 +295,6 @@ bool VirtualPanel::Remove(const std::string& path)
          node != m_nodes.end() && node->first.compare(0, prefix.size(), prefix) == 0;) {
         node = m_nodes.erase(node);
     }
-    m_nodes[plain] = {Kind::kNone, std::nullopt};
+    m_nodes[plain] = {Kind::kNone, std::nullopt, false};
     return true;
 }

@@ -10,7 +10,8 @@
 /// The files of a panel as far as an installation looks at them: what is there, and what the
 /// commands so far would have made of it. Nothing outside is ever changed.
 ///
-/// Paths are absolute and read as written, "." and ".." taken out.
+/// Paths are absolute. Links that were made here are followed as Linux does; the given panel's links
+/// never lead out of it.
 class VirtualPanel
 {
 public:
@@ -34,6 +35,9 @@ public:
     /// Makes or replaces a file. False when its folder is not there, or it is a folder.
     bool MakeFile(const std::string& path, std::optional<std::string> content = std::nullopt);
 
+    /// Makes a link to a file or folder, there or not. False when its folder is not there.
+    bool MakeLink(const std::string& path, const std::string& target);
+
     /// Copies a file to a file or into a folder. False when `cp` would fail.
     bool CopyFile(const std::string& source, const std::string& target);
 
@@ -47,12 +51,15 @@ private:
     struct Node {
         Kind kind = Kind::kNone; ///< kNone hides what the given panel has there
         std::optional<std::string> content;
+        bool isLink = false; ///< to the path in `content`
     };
 
+    [[nodiscard]] std::string Resolved(const std::string& path) const;
     [[nodiscard]] Kind GivenKind(const std::string& path) const;
 
     std::string m_root;
     std::map<std::string, Node> m_nodes; ///< by path; what differs from the given panel
+    bool m_hasLinks = false;             ///< in m_nodes
 };
 
 /// Returns an absolute path without ".", "..", doubled and trailing '/'. A relative path counts
