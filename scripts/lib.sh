@@ -30,26 +30,26 @@ sources() {
     git ls-files --cached --others --exclude-standard --deduplicate -- "$@"
 }
 
-# pack_hello FILE: packs the example package, with the updater of the release build, and with one
-# more step that takes a few seconds, so that there is something to look at while it installs. The
-# step lasts as long as the panel has a file /run/look.
-pack_hello() {
-    local folder file
-    file=$(realpath "$1")
-    folder=$(mktemp -d)
-    cp -r examples/hello-package/. "$folder"
-    cp build/release/kx_Updater "$folder"
-    /usr/bin/python3 - "$folder/UserPackage.kx-project" <<'END'
-import copy
-import json
-import sys
+# hello_source FOLDER: makes the sources of one package of the first two examples.
+hello_source() {
+    mkdir -p "$1"
+    cp -r examples/settings/. examples/hello/. "$1"
+    sed -n '/^\[\[steps]]/,$p' examples/settings/package.toml >>"$1/package.toml"
+}
 
-with open(sys.argv[1], encoding="utf-8-sig") as file:
-    project = json.load(file)
-steps = project["DB_StepSets"]["$values"]
-step = copy.deepcopy(next(each for each in steps if "InstallScriptFunctionData" in each))
-step["Comment"] = "look around"
-step["InstallScriptFunctionData"]["ScriptData"] = """\
+# pack_hello FILE: packs them with the updater of the release build, and with one more step that
+# takes a few seconds, so that there is something to look at while it installs. The step lasts as
+# long as the panel has a file /run/look.
+pack_hello() {
+    local folder
+    folder=$(mktemp -d)
+    hello_source "$folder"
+    cat >>"$folder/package.toml" <<'END'
+
+[[steps]]
+kind = "script"
+comment = "look around"
+install = """
 #!/bin/sh
 for part in 1 2 3 4; do
     echo "Checking the panel, part $part of 4"
@@ -59,11 +59,8 @@ while [ -e /run/look ]; do
     sleep 0.1
 done
 """
-steps.append(step)
-with open(sys.argv[1], "w", encoding="utf-8-sig") as file:
-    json.dump(project, file, ensure_ascii=False, indent=2)
 END
-    (cd "$folder" && zip -q -X -r "$file" .)
+    build/release/kx-package build "$folder" -o "$1" --processor "$(uname -m)"
     rm -r "$folder"
 }
 

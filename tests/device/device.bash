@@ -19,7 +19,7 @@
 ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
 KX_UPDATER=${KX_UPDATER:-$ROOT/build/release/kx_Updater}
 RUN=$ROOT/device/run
-KX_PACKAGE=${KX_PACKAGE:-$ROOT/build/release/kx-package}
+export KX_PACKAGE=${KX_PACKAGE:-$ROOT/build/release/kx-package}
 # Inside: the updater and what the tests bring along.
 KIT=/opt/kx_Updater
 UPDATER=$KIT/kx_Updater

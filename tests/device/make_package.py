@@ -1,10 +1,14 @@
 #!/usr/bin/python3
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
-"""Makes packages for the device tests.
+"""Makes packages for the device tests, with kx-package.
 
   make_package.py FOLDER <RECIPE           an unpacked package
-  make_package.py --update FILE <RECIPE    a package file, packed by zip
+  make_package.py --update FILE <RECIPE    a package file
+
+The recipe becomes a manifest and a payload, which kx-package builds. What no manifest can say, as
+these tests are about odd and broken packages, too, is changed afterwards in what was built.
+KX_PACKAGE is the kx-package that builds.
 
 RECIPE is Python; each call adds a step, in order, and lays its payload where the updater looks:
 
@@ -23,12 +27,21 @@ Texts may hold any byte: raw(b"\\xff").
 import json
 import os
 import pathlib
+import platform
+import re
+import shutil
+import stat
 import subprocess
 import sys
 import tempfile
 
 BYTE_ORDER_MARK = b"\xef\xbb\xbf"
 PROJECT = "UserPackage.kx-project"
+UPDATER = "kx_Updater"
+# What a manifest takes as a path, as it stands.
+SAFE_PATH = re.compile(r"[A-Za-z0-9_./ -]*[A-Za-z0-9_-]\Z")
+SAFE_NAME = re.compile(r"[A-Za-z0-9_-][A-Za-z0-9_. -]*\Z")
+MODE = re.compile(r"[0-7]{3,4}\Z")
 
 TYPES = {
     "DB_KxUserProject": "Zt.Plugins.DB_KxUserProject, Plexa",
@@ -61,6 +74,11 @@ SETTINGS = {
     "SStart": "Zt.Plugins.HW_SStartConfigSet,  Plexa",
     "TouchBeep": "Zt.Plugins.HW_TouchBeepConfigSet,  Plexa",
     "User": "Zt.Plugins.HW_UserConfigSet,  Plexa",
+}
+SETTING_WORDS = {
+    "AutoStartupMode": "auto-start", "Backlight": "backlight", "Cursor": "cursor",
+    "Language": "language", "Lan": "lan", "Sound": "sound", "SStart": "s-start",
+    "TouchBeep": "touch-beep", "User": "user",
 }
 
 
@@ -98,6 +116,17 @@ class Link:
         self.target = target
 
 
+def _is_plain(text):
+    """Whether a manifest can have the text."""
+    return isinstance(text, str) and "\0" not in text and "\r" not in text and \
+        text.isprintable() | ("\n" in text or "\t" in text) and \
+        not any("\ud800" <= sign <= "\udfff" for sign in text)
+
+
+def _toml(text):
+    return json.dumps(text, ensure_ascii=False).replace("\x7f", "\\u007f")
+
+
 def _write(path, content):
     path = os.fsencode(path)
     os.makedirs(os.path.dirname(path), exist_ok=True)
@@ -123,6 +152,8 @@ class Package:
                        "Title": "Test package", "Comment": "made by a test",
                        "Date": "2026/01/02"}
         self.steps = []
+        self.tables = []  # for each step: its part of the manifest, or what stands for it
+        self.sources = {}  # path beside the manifest: content
         self.files = {}  # path inside the package: content
         self.changes = []
         self.text = None
@@ -142,9 +173,61 @@ class Package:
 
     # -- steps -------------------------------------------------------------------------------
 
-    def step(self, value):
+    def step(self, value, table='kind = "script"\ninstall = ""'):
         """Adds a step as it is."""
         self.steps.append(value)
+        self.tables.append(table)
+
+    def _source(self, number, index, source, payload):
+        """Lays an item's payload beside the manifest; returns its path there."""
+        names = list(payload or {})
+        plain = source if SAFE_PATH.match(source) and ".." not in source and \
+            not source.startswith("/") and names == [source.rpartition("/")[2]] and \
+            SAFE_NAME.match(names[0]) and not isinstance(payload[names[0]], (dict, Link)) else None
+        if plain is None or self.sources.get(plain, payload[names[0]]) != payload[names[0]]:
+            name = names[0] if plain else "payload"
+            plain = f"{number}-{index}/{name}"
+        self.sources[plain] = next(iter(payload.values())) if payload and len(payload) == 1 and \
+            not isinstance(next(iter(payload.values())), (dict, Link)) else "payload\n"
+        return plain
+
+    def _copy_table(self, kind, number, items, record, skip):
+        lines = [f'comment = "copy"\nskip = {str(skip).lower()}\nrecord = {str(record).lower()}']
+        for index, (source, target, mode, payload) in enumerate(items):
+            target = target if SAFE_PATH.match(target) and target[0] == "/" else "/placeholder"
+            if kind == "CopyFile":
+                source = self._source(number, index, source, payload)
+                mode = mode if MODE.match(mode) else "644"
+                lines.append(f"[[steps.files]]\nsource = {_toml(source)}\n"
+                             f"target = {_toml(target)}\nmode = {_toml(mode)}")
+            else:
+                folder = f"{number}-{index}-folder"
+                programs = self._folder(folder, payload)
+                lines.append(f"[[steps.folders]]\nsource = {_toml(folder)}\n"
+                             f"target = {_toml(target)}\nexecutable = {json.dumps(programs)}")
+        word = {"CopyFile": "copy-files", "CopyFolder": "copy-folder"}[kind]
+        return f'kind = "{word}"\n' + "\n".join(lines)
+
+    def _folder(self, folder, tree):
+        """Lays a tree beside the manifest, as far as a manifest takes it; returns its programs."""
+        programs = []
+        self.sources[folder] = {}
+
+        def add(path, below):
+            for name, entry in below.items():
+                if not isinstance(name, str) or not SAFE_NAME.match(name) or \
+                        isinstance(entry, Link):
+                    continue
+                if isinstance(entry, dict):
+                    self.sources[f"{folder}/{path}{name}"] = {}
+                    add(f"{path}{name}/", entry)
+                    continue
+                self.sources[f"{folder}/{path}{name}"] = entry
+                if isinstance(entry, File) and entry.mode & 0o111:
+                    programs.append(path + name)
+
+        add("", tree or {})
+        return programs
 
     def _copy(self, kind, items, record, skip):
         number = len(self.steps)
@@ -156,7 +239,8 @@ class Package:
             IsRelativePath=True, IsRemove=record,
             PathSetDatas=listed("DB_CopyFunctionDatas", [
                 typed("DB_CopyFunctionData", SourcePath=source, DestinationPath=target,
-                      Permissions=mode) for source, target, mode, _ in items])))
+                      Permissions=mode) for source, target, mode, _ in items])),
+            self._copy_table(kind, number, items, record, skip))
 
     def copy_file(self, *items, record=False, skip=False):
         """Adds a step that copies single files."""
@@ -172,14 +256,37 @@ class Package:
                         CanSkip=skip,
                         InstallScriptFunctionData=typed("DB_ScriptFunctionData", ScriptData=text),
                         UninstallScriptFunctionData=typed("DB_ScriptFunctionData",
-                                                          ScriptData=uninstall)))
+                                                          ScriptData=uninstall)),
+                  f'kind = "script"\ncomment = "script"\nskip = {str(skip).lower()}\n' +
+                  "".join(f"{key} = {_toml(value)}\n" if _is_plain(value) else f'{key} = ""\n'
+                          for key, value in [("install", text), ("uninstall", uninstall)]))
 
     def hardware(self, *configs, skip=False):
         """Adds a step that applies hardware settings."""
         self.step(typed("DB_HardSettingStepSet", SS_StepSetId=STEPS["HardSetting"],
                         Comment="hardware", CanSkip=skip,
                         HardSettingDatas=typed("DB_HardSettingFunctionData", DB_HardwareConfigs=(
-                            listed("DB_HardwareConfigs", configs)))))
+                            listed("DB_HardwareConfigs", configs)))),
+                  "\n".join([f'kind = "settings"\ncomment = "hardware"\n'
+                             f'skip = {str(skip).lower()}', *map(self._setting_table, configs)])
+                  if configs else 'kind = "script"\ninstall = ""')
+
+    @staticmethod
+    def _setting_table(config):
+        """A setting's part of the manifest; another one where a manifest cannot say it."""
+        words = {SETTINGS[name]: word for name, word in SETTING_WORDS.items()}
+        try:
+            word = words[config["ConfigId"]]
+            items = [(item["ItemName"], item["Value"]) for item in
+                     config["HardwareItems"]["$values"]]
+            if len(dict(items)) == len(items) and all(
+                    name and _is_plain(name) and _is_plain(value) for name, value in items):
+                values = ", ".join(f"{_toml(name)} = {_toml(value)}" for name, value in items)
+                return (f'[[steps.settings]]\nkind = "{word}"\n'
+                        f'used = {str(config["IsUsed"]).lower()}\nvalues = {{ {values} }}')
+        except (KeyError, TypeError, AttributeError):
+            pass
+        return '[[steps.settings]]\nkind = "sound"\nvalues = {}'
 
     @staticmethod
     def setting(kind, *items, used=True):
@@ -208,22 +315,112 @@ class Package:
         """Adds a file to the package."""
         self.files[path] = File(data, mode)
 
-    def project(self):
-        """Returns the description file's bytes."""
+    # -- building ----------------------------------------------------------------------------
+
+    def wish(self):
+        """Returns the description that the recipe wants: an object, or the file's bytes."""
         if self.text is not None:
             return self.text
         tree = typed("DB_KxUserProject", **self.fields,
                      DB_StepSets=listed("DB_StepSets", self.steps))
         for function in self.changes:
             function(tree)
-        return BYTE_ORDER_MARK + _bytes(json.dumps(tree, ensure_ascii=False, indent=2))
+        return tree
 
-    def write(self, folder):
-        """Writes the unpacked package."""
-        pathlib.Path(folder).mkdir(parents=True)
-        self.files.setdefault(PROJECT, File(self.project()))
+    def _lay_out(self, folder):
+        """Writes manifest and payload."""
+        keys = {"ModelName": "model", "OsVersion": "os-version", "PackageVersion": "version",
+                "Title": "title", "Comment": "comment", "Date": "date"}
+        lines = ["[package]", 'name = "package"', f'processor = "{platform.machine()}"']
+        for field, key in keys.items():
+            value = self.fields.get(field)
+            lines.append(f"{key} = {_toml(value) if _is_plain(value) and value else _toml('none')}")
+        for table in self.tables:
+            lines += ["[[steps]]", table]
+        _write(f"{folder}/package.toml", "\n".join(lines) + "\n")
+        for path, content in self.sources.items():
+            _write(f"{folder}/{path}", content)
+
+    def _build(self, source, package, updater):
+        environment = {**os.environ, "LC_ALL": "C.UTF-8"}
+        done = subprocess.run([os.environ["KX_PACKAGE"], "build", source, "-o", package,
+                               "--updater", updater], stdout=subprocess.DEVNULL,
+                              stderr=subprocess.PIPE, env=environment, check=False)
+        if done.returncode != 0:
+            manifest = pathlib.Path(source, "package.toml").read_text(encoding="utf-8")
+            sys.exit(f"{done.stderr.decode(errors='replace')}{manifest}")
+
+    def make(self, target, is_archive):
+        """Builds the package, and changes in it what a manifest cannot say."""
+        with tempfile.TemporaryDirectory() as work:
+            source, package, folder = f"{work}/source", f"{work}/package.kx-update", f"{work}/tree"
+            self._lay_out(source)
+            self._build(source, package, "/usr/bin/true")
+            subprocess.run(["unzip", "-q", package, "-d", folder], check=True)
+            is_as_built = self._change(folder)
+            own = self.files.get(UPDATER)
+            if not is_archive:
+                shutil.copytree(folder, target, symlinks=True)
+            elif is_as_built and own is not None and own.data[:4] == b"\x7fELF":
+                self._build(source, target, f"{folder}/{UPDATER}")
+            else:
+                subprocess.run(["zip", "-q", "-X", "-y", "-r", os.path.abspath(target), "."],
+                               cwd=folder, check=True)
+
+    def _change(self, folder):
+        """Makes of what was built what the recipe wants; tells whether only the updater differs."""
+        os.unlink(f"{folder}/{UPDATER}")
+        is_as_built = True
+        wish = self.wish()
+        path = f"{folder}/{PROJECT}"
+        with open(path, "rb") as file:
+            built = json.loads(file.read()[len(BYTE_ORDER_MARK):])
+        if wish != built:
+            is_as_built = False
+            text = wish if isinstance(wish, bytes) else BYTE_ORDER_MARK + _bytes(
+                json.dumps(wish, ensure_ascii=False, indent=2))
+            _write(path, text)
+        for name in sorted(os.listdir(folder)):
+            if name != PROJECT:
+                wanted = {path: content for path, content in self.files.items()
+                          if path == name or path.startswith(name + "/")}
+                if not _is_there(folder, name, wanted):
+                    is_as_built = False
+                    shutil.rmtree(f"{folder}/{name}")
         for path, content in self.files.items():
-            _write(os.path.join(folder, path), content)
+            if not os.path.lexists(os.fsencode(f"{folder}/{path}")):
+                is_as_built = is_as_built and path == UPDATER
+                _write(f"{folder}/{path}", content)
+            elif path == PROJECT:
+                is_as_built = False
+                _write(f"{folder}/{path}", content)
+        return is_as_built
+
+
+def _tree(folder):
+    """What is below a folder: paths with kind, content, and mode."""
+    found = {}
+    for place, folders, names in os.walk(os.fsencode(folder)):
+        for name in folders + names:
+            path = os.path.join(place, name)
+            mode = os.lstat(path).st_mode
+            content = None
+            if stat.S_ISLNK(mode):
+                content = os.readlink(path)
+            elif stat.S_ISREG(mode):
+                with open(path, "rb") as file:
+                    content = file.read()
+            found[os.path.relpath(path, os.fsencode(folder))] = (mode, content)
+    return found
+
+
+def _is_there(folder, name, wanted):
+    """Whether a part of the package is what the recipe wants."""
+    with tempfile.TemporaryDirectory() as other:
+        os.mkdir(f"{other}/{name}")
+        for path, content in wanted.items():
+            _write(f"{other}/{path}", content)
+        return _tree(f"{other}/{name}") == _tree(f"{folder}/{name}")
 
 
 def read_recipe(text):
@@ -241,13 +438,8 @@ def main():
     os.umask(0o022)
     sys.setrecursionlimit(10000)  # for objects nested deep
     package = read_recipe(sys.stdin.read())
-    if sys.argv[1] == "--update":
-        with tempfile.TemporaryDirectory() as folder:
-            package.write(folder + "/package")
-            subprocess.run(["zip", "-q", "-X", "-r", os.path.abspath(sys.argv[2]), "."],
-                           cwd=folder + "/package", check=True)
-    else:
-        package.write(sys.argv[1])
+    is_archive = sys.argv[1] == "--update"
+    package.make(sys.argv[-1], is_archive)
 
 
 main()

@@ -166,10 +166,10 @@ END
     expect_panel </dev/null
 }
 
-@test "the example package is installed from its package file, and its start-up script runs" {
-    cp -r "$ROOT/examples/hello-package" "$WORK/hello"
-    cp "$KX_UPDATER" "$WORK/hello/kx_Updater"
-    (cd "$WORK/hello" && zip -q -X -r "$WORK/drive/Foo.kx-update" .)
+@test "the examples are installed from its package file, and its start-up script runs" {
+    (cd "$ROOT" && . scripts/lib.sh && hello_source "$WORK/hello")
+    "$KX_PACKAGE" build "$WORK/hello" -o "$WORK/drive/Foo.kx-update" --updater "$KX_UPDATER" \
+        --processor "$(uname -m)"
 
     from_drive --keep --look 'kx-setting-cui list'
 

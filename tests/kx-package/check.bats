@@ -16,9 +16,12 @@ KX_UPDATER=${KX_UPDATER:-$ROOT/build/release/kx_Updater}
 setup() {
     cd "$BATS_TEST_TMPDIR" || return 1
     unset NO_COLOR
-    cp -r "$ROOT/examples/hello-package" pkg
-    cp /usr/bin/true pkg/kx_Updater
-    chmod 755 pkg/kx_Updater pkg/0/0/hello
+    local work=$PWD
+    (cd "$ROOT" && . scripts/lib.sh && hello_source "$work/source")
+    "$KX_PACKAGE" build source -o built.kx-update --updater /usr/bin/true \
+        --processor "$(uname -m)" >/dev/null
+    unzip -q built.kx-update -d pkg
+    rm built.kx-update
 }
 
 # pack: packs the folder pkg as hello.kx-update.

@@ -19,8 +19,8 @@ import argparse
 import concurrent.futures
 import json
 import os
+import platform
 import random
-import shutil
 import subprocess
 import sys
 import tempfile
@@ -47,24 +47,26 @@ def arguments():
     return parser.parse_args()
 
 
-def base_package(folder):
-    """The example package, with a small program in the updater's place."""
-    shutil.copytree(os.path.join(ROOT, "examples/hello-package"), folder)
-    shutil.copy("/usr/bin/true", os.path.join(folder, "kx_Updater"))
-    os.chmod(os.path.join(folder, "kx_Updater"), 0o755)
-    os.chmod(os.path.join(folder, "0/0/hello"), 0o755)
+def base_package(folder, tool):
+    """A package of the first two examples, with a small program in the updater's place."""
+    source, package = folder + ".source", folder + ".kx-update"
+    subprocess.run(["bash", "-euc", '. scripts/lib.sh; hello_source "$0"', source], cwd=ROOT,
+                   check=True)
+    subprocess.run([tool, "build", source, "-o", package, "--updater", "/usr/bin/true",
+                    "--processor", platform.machine()], check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["unzip", "-q", package, "-d", folder], check=True)
 
 
 class Corpus:
     """The packages, each with how it was made and whether it is to be installed."""
 
-    def __init__(self, folder, seed):
+    def __init__(self, folder, seed, tool):
         self.folder = os.path.join(folder, "packages")
         self.base = os.path.join(folder, "base")
         self.rng = random.Random(seed)
         self.jobs = []
         os.mkdir(self.folder)
-        base_package(self.base)
+        base_package(self.base, tool)
         with open(os.path.join(self.base, "UserPackage.kx-project"), "rb") as file:
             self.description = file.read()
         self.document = json.loads(self.description[3:])
@@ -192,7 +194,7 @@ def main():
         os.chmod(temporary, 0o755)
         folder = options.keep or temporary
         os.makedirs(folder, exist_ok=True)
-        corpus = Corpus(folder, options.seed)
+        corpus = Corpus(folder, options.seed, options.tool)
         corpus.add_built()
         corpus.add_damaged(options.archives)
         corpus.add_spoiled(options.descriptions)

@@ -18,7 +18,7 @@ import sys
 
 UNPACKED = b"/mnt/user/corpus.temp"
 UPDATER = "/opt/kx/kx_Updater"
-LEFT_OVER = ["/opt/demo", "/mnt/user/bin", "/mnt/user/share", "/mnt/user/startup.sh"]
+KIT = "/opt/kx"
 ENVIRONMENT = {"PATH": os.environ["PATH"], "HOME": "/root"}
 
 
@@ -58,8 +58,12 @@ def tree(folder):
 
 
 def clear():
-    """Takes away what the packages before left."""
-    for path in [UNPACKED, *LEFT_OVER]:
+    """Takes away what the packages before left, wherever their targets were."""
+    left = [os.path.join(folder, name) for folder in ("/opt", "/mnt/user")
+            for name in os.listdir(folder)]
+    for path in left:
+        if path == KIT:
+            continue
         if os.path.isdir(path) and not os.path.islink(path):
             shutil.rmtree(path, ignore_errors=True)
         elif os.path.lexists(path):

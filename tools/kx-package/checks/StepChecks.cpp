@@ -150,7 +150,7 @@ private:
         const Place place = item.At("DestinationPath");
         CheckCommand("cp -f \"" + m_unpacked + entry + "\" \"" + target + "\" ", place, m_failure,
                      m_findings);
-        if (!CheckTarget(target, place)) {
+        if (!CheckTarget(target, "", place)) {
             return;
         }
         if (Targets::Plain(target) == "/") {
@@ -286,7 +286,7 @@ private:
         m_usedFolders.insert(item.folder);
         const std::string& target = item.Text("DestinationPath");
         const Place place = item.At("DestinationPath");
-        const bool isUsable = CheckTarget(target, place);
+        const bool isUsable = CheckTarget(target, "/", place);
         if (isUsable && Targets::Plain(target) == "/") {
             m_findings.Add(RuleId::kTargetWhole, place, "is the root folder");
         }
@@ -347,14 +347,16 @@ private:
 
     // ---- targets of both ----
 
+    /// @param behind  what stands behind the target in the commands
     /// @return false when the target says nothing about where things arrive
-    bool CheckTarget(const std::string& target, const Place& place)
+    bool CheckTarget(const std::string& target, const char* behind, const Place& place)
     {
         if (target.empty()) {
             m_findings.AddAs(m_failure, RuleId::kTargetEmpty, place, "is empty");
             return false;
         }
-        if (const std::string changed = ChangedInDoubleQuotes(target); !changed.empty()) {
+        if (const std::string changed = ChangedInDoubleQuotes(target + behind);
+            !changed.empty()) {
             m_findings.Add(RuleId::kTargetShell, place, "holds " + changed);
         }
         if (target.find_first_of(":\\") != std::string::npos) {

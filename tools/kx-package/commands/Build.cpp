@@ -4,6 +4,7 @@
 #include "build/Layout.h"
 #include "build/UpdaterSearch.h"
 #include "commands/Command.h"
+#include "commands/Values.h"
 #include "common/Epoch.h"
 #include "common/Progress.h"
 #include "common/Text.h"
@@ -31,6 +32,7 @@ struct BuildOptions {
     std::string manifest = ".";
     std::string output;
     std::string updater;
+    std::string processor;
 };
 
 /// What was built, for the report.
@@ -86,7 +88,10 @@ void RefuseTerminal(const BuildOptions& options, const Output& output)
 
 Built BuildPackage(const BuildOptions& options, const Output& output)
 {
-    const Manifest manifest = ReadManifest(options.manifest);
+    Manifest manifest = ReadManifest(options.manifest);
+    if (const Processor* const processor = ReadProcessor(options.processor)) {
+        manifest.processor = processor;
+    }
     Built built;
     built.path = OutputPath(options, manifest);
     Layout layout = MakeLayout(manifest, built.path);
@@ -161,6 +166,10 @@ void AddBuild(CLI::App& program, Invocation& invocation)
                         "The updater to put into the package, instead of the installed one of the "
                         "manifest's processor")
         ->type_name(kFileValue);
+    command
+        ->add_option("--processor", options->processor,
+                     "The panel's processor, instead of the manifest's")
+        ->type_name(ChoiceOf(ProcessorNames()));
     command->add_flag("--json", invocation.isJson, "Tell the result as JSON");
     command->footer("Examples:\n"
                     "  kx-package build\n"

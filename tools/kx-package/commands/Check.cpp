@@ -4,8 +4,7 @@
 
 #include "checks/Checker.h"
 #include "commands/Command.h"
-#include "common/Nearest.h"
-#include "package/Processor.h"
+#include "commands/Values.h"
 
 #include <memory>
 #include <ostream>
@@ -137,16 +136,7 @@ void WriteDocument(const Output& output, const std::string& path, const Findings
 
 ExitCode Check(const Output& output, const CheckArguments& arguments)
 {
-    const Processor* processor = nullptr;
-    if (!arguments.processor.empty()) {
-        processor = FindProcessor(arguments.processor);
-        if (processor == nullptr) {
-            throw Error(ExitCode::kWrongUse, "--processor",
-                        "'" + arguments.processor + "' is no processor that is known",
-                        NearestRemedy(arguments.processor, ProcessorNames()));
-        }
-    }
-    const Findings findings = CheckPackage(arguments.path, processor);
+    const Findings findings = CheckPackage(arguments.path, ReadProcessor(arguments.processor));
     const bool isClean = findings.Count(Severity::kError) == 0 &&
                          (!arguments.isStrict || findings.Count(Severity::kWarning) == 0);
     WriteFindings(output, arguments.path, findings, isClean);

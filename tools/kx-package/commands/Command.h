@@ -5,8 +5,6 @@
 #include "common/Output.h"
 
 #include <functional>
-#include <string>
-#include <vector>
 
 namespace CLI
 {
@@ -19,16 +17,6 @@ struct Invocation {
     std::function<ExitCode(const Output& output)> run;
     bool isJson = false; ///< --json was given
 };
-
-// What the value of an option is, given as its type's name: the help shows it, and the shell completes
-// by it.
-constexpr const char* kFileValue = "FILE";
-constexpr const char* kFolderValue = "DIR";
-constexpr const char* kPackageValue = "PACKAGE";   ///< a package file or the folder of one
-constexpr const char* kManifestValue = "MANIFEST"; ///< a manifest or its folder
-
-/// Returns the type's name of an option whose value is one of these words.
-[[nodiscard]] std::string ChoiceOf(const std::vector<std::string>& words);
 
 // Each adds one command with its options and help to the program. When the command line names it,
 // its callback sets what is to be run.

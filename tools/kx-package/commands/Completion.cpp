@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/Values.h"
 
 #include <algorithm>
 #include <ostream>
@@ -150,11 +151,6 @@ ExitCode Complete(const CLI::App& program, const Output& output)
 }
 
 } // namespace
-
-std::string ChoiceOf(const std::vector<std::string>& words)
-{
-    return "{" + Joined(words, ",") + "}";
-}
 
 void AddCompletion(CLI::App& program, Invocation& invocation)
 {

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/Values.h"
 #include "common/Epoch.h"
 #include "manifest/Manifest.h"
 #include "osa/OSA.h"

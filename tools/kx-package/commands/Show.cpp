@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/Values.h"
 #include "common/Text.h"
 #include "package/Kinds.h"
 #include "package/Summary.h"

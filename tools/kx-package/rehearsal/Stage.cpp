@@ -2,10 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "rehearsal/Stage.h"
 
+#include "checks/ShellText.h"
 #include "package/Description.h"
 
-#include <algorithm>
-#include <cctype>
 #include <string_view>
 
 namespace
@@ -41,43 +40,10 @@ bool SplitQuoted(const std::string& text, std::string_view middle, std::string& 
     return true;
 }
 
-/// Tells whether text between double quotes means something to the shell.
+/// Tells whether the shell makes something else of a text between double quotes.
 bool IsSpecial(const std::string& text)
 {
-    return text.find_first_of("\"$`\\\n") != std::string::npos;
-}
-
-/// Tells whether chmod takes a mode: octal digits, or symbolic clauses.
-bool IsMode(const std::string& mode)
-{
-    constexpr std::size_t kDigits = 4;
-    if (!mode.empty() && mode.find_first_not_of("01234567") == std::string::npos) {
-        const std::size_t first = mode.find_first_not_of('0');
-        return first == std::string::npos || mode.size() - first <= kDigits;
-    }
-    std::size_t i = 0;
-    while (true) {
-        i = std::min(mode.find_first_not_of("ugoa", i), mode.size());
-        if (i == mode.size() || std::string_view("+-=").find(mode[i]) == std::string_view::npos) {
-            return false;
-        }
-        while (i < mode.size() && std::string_view("+-=").find(mode[i]) != std::string_view::npos) {
-            ++i;
-            const std::size_t letters = std::min(mode.find_first_not_of("rwxXst", i), mode.size());
-            i = letters != i ? letters
-                             : i + (i < mode.size() && std::string_view("ugo").find(mode[i]) !=
-                                                           std::string_view::npos
-                                        ? 1
-                                        : 0);
-        }
-        if (i == mode.size()) {
-            return true;
-        }
-        if (mode[i] != ',') {
-            return false;
-        }
-        ++i;
-    }
+    return !ChangedInDoubleQuotes(text).empty();
 }
 
 } // namespace
@@ -156,7 +122,7 @@ bool Stage::Play(PlannedCommand& planned)
                (IsMode(first) && m_panel.KindOf(second) != VirtualPanel::Kind::kNone);
     }
     if (const auto words = Between(command, "echo '", "' | chpasswd")) {
-        planned.isReadDifferently = words->find('\'') != std::string::npos;
+        planned.isReadDifferently = !ChangedInSingleQuotes(*words).empty();
         planned.isUnknown = true;
         return true;
     }

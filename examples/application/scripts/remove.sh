@@ -1,0 +1,2 @@
+#!/bin/sh
+rm -rf /mnt/user/recipe-board

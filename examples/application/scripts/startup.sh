@@ -1,0 +1,2 @@
+#!/bin/sh
+/mnt/user/recipe-board/bin/recipe-board

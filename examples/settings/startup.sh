@@ -1,0 +1,2 @@
+#!/bin/sh
+/mnt/user/bin/hello

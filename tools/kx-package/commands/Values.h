@@ -1,0 +1,23 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "package/Processor.h"
+
+#include <string>
+#include <vector>
+
+// What the values of options are. The name of an option's type says it: the help shows it, and the
+// shell completes by it.
+
+constexpr const char* kFileValue = "FILE";
+constexpr const char* kFolderValue = "DIR";
+constexpr const char* kPackageValue = "PACKAGE";   ///< a package file or the folder of one
+constexpr const char* kManifestValue = "MANIFEST"; ///< a manifest or its folder
+
+/// Returns the type's name of an option whose value is one of these words.
+[[nodiscard]] std::string ChoiceOf(const std::vector<std::string>& words);
+
+/// Returns the processor that the option --processor names, null for no word.
+/// @throws Error when there is none of that name
+[[nodiscard]] const Processor* ReadProcessor(const std::string& word);
