@@ -62,7 +62,9 @@ void AddKind(const Kind& kind, picojson::array& ids, std::string& names)
     names += (names.empty() ? "" : ", ") + std::string(kind.name);
 }
 
-void RestrictKinds(const ClassInfo& info, const ClassInfo& table, const FieldInfo& field,
+/// Restricts a field that names a kind to those that there are.
+/// @return false for every other field
+bool RestrictKinds(const ClassInfo& info, const ClassInfo& table, const FieldInfo& field,
                    Object& schema)
 {
     picojson::array ids;
@@ -78,11 +80,12 @@ void RestrictKinds(const ClassInfo& info, const ClassInfo& table, const FieldInf
             AddKind(*kind, ids, names);
         }
     } else {
-        return;
+        return false;
     }
     schema["enum"] = picojson::value(ids);
     schema["description"] =
         Text(schema["description"].get<std::string>() + " In this order: " + names + ".");
+    return true;
 }
 
 /// @param info   class of the object
@@ -98,9 +101,10 @@ picojson::value FieldSchema(const ClassInfo& info, const ClassInfo& table, const
         schema["$ref"] = Text(ReferenceTo(*field.expected));
         return Made(schema);
     }
-    const bool isFlag = std::holds_alternative<bool IPicoJ::*>(field.member);
-    schema["type"] = Text(isFlag ? "boolean" : "string");
-    RestrictKinds(info, table, field, schema);
+    if (!RestrictKinds(info, table, field, schema)) {
+        const bool isFlag = std::holds_alternative<bool IPicoJ::*>(field.member);
+        schema["type"] = Text(isFlag ? "boolean" : "string");
+    }
     return Made(schema);
 }
 
@@ -126,7 +130,9 @@ picojson::value ElementSchema(const ClassInfo& info)
     for (const ClassInfo* const element : info.elements) {
         types.push_back(Text(element->type));
         choices.push_back(Made({
-            {"if", Made({{"properties", Made(TypeOnly(*element))}, {"required", hasType}})},
+            {"if", Made({{"type", Text("object")},
+                         {"required", hasType},
+                         {"properties", Made(TypeOnly(*element))}})},
             {"then", Made({{"$ref", Text(ReferenceTo(*element))}})},
         }));
     }
