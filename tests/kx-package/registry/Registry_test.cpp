@@ -126,7 +126,7 @@ TEST(ReadRecord, TellsWhatIsWrongWithADescription)
               "description-unreadable: UserPackage.kx-project is no JSON: line 2, column 7 behind "
               "the byte order mark");
     EXPECT_EQ(ProblemWith(std::string(kMark) + "[1]"),
-              "description-unreadable: UserPackage.kx-project is no object, but a array: the "
+              "description-unreadable: UserPackage.kx-project is no JSON object (array): the "
               "updater's window ends when it shows its list");
     EXPECT_EQ(ProblemWith(std::string(kMark) + "{}"),
               "description-unreadable: UserPackage.kx-project is no package description: its "

@@ -93,7 +93,7 @@ b 1.0: T b
   problem:   installedFile.list is empty: it was not written to its end
 c
   recorded:  1 folder, 2 files
-  problem:   UserPackage.kx-project is no object, but a text: the updater's window ends when it shows its list
+  problem:   UserPackage.kx-project is no JSON object (text): the updater's window ends when it shows its list
 z 1.0: T z
   recorded:  1 folder, 2 files
 circle

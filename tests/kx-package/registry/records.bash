@@ -10,6 +10,7 @@ record() {
     local LC_ALL=C name=$1 version=$2 folder=panel/var/lib/KxUserPackages/$1
     shift 2
     mkdir -p "$folder"
+    # shellcheck disable=SC2016 # the $ of JSON keys
     {
         printf '\xef\xbb\xbf{"$type": "Zt.Plugins.DB_KxUserProject, Plexa",\n'
         printf ' "ModelName": "TP", "OsVersion": "2.0", "PackageVersion": "%s",\n' "$version"

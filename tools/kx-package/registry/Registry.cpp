@@ -81,8 +81,8 @@ std::string WhyNotToRead(const std::string& path)
                std::to_string(place.column) + " behind the byte order mark";
     }
     if (!description.root->IsObject()) {
-        return "is no object, but a " + std::string(description.root->KindName()) +
-               ": the updater's window ends when it shows its list";
+        return "is no JSON object (" + std::string(description.root->KindName()) +
+               "): the updater's window ends when it shows its list";
     }
     if (ClassOf(*description.root) != &DB_KxUserProject::kInfo) {
         return "is no package description: its \"$type\" is not '" +
