@@ -88,6 +88,7 @@ TEST(CompareRecord, ListsTenThousandAndCountsTheOthers)
 {
     const Panel panel;
     std::vector<std::string> files;
+    files.reserve(10'005);
     for (int i = 0; i < 10'005; ++i) {
         files.push_back("/gone/" + std::to_string(i));
     }

@@ -109,10 +109,9 @@ TEST(ReadRecord, ReadsTheRootOnlyAsTheUpdatersListDoes)
 {
     const Panel panel;
     panel.Record("demo", {}, {});
-    std::string description = Panel::Description("demo");
-    const std::size_t steps = description.find("{\"$type\": \"Zt.Plugins.DB_StepSets");
-    panel.Write(kRegistry + "/demo/UserPackage.kx-project",
-                description.replace(steps, std::string::npos, "7} and more"));
+    const std::string whole = Panel::Description("demo");
+    const std::string root = whole.substr(0, whole.find(R"({"$type": "Zt.Plugins.DB_StepSets)"));
+    panel.Write(kRegistry + "/demo/UserPackage.kx-project", root + "7} and more");
 
     EXPECT_THAT(ProblemsOf(panel, "demo"), IsEmpty());
 }
@@ -141,9 +140,13 @@ TEST(ReadRecord, TellsWhatIsWrongWithADescription)
 TEST(ReadRecord, IsNotHeldUpByHostileDescriptions)
 {
     // Lists in lists: the updater's reader would take longer than anybody waits.
-    std::string nested = R"({"$type": "Zt.Plugins.DB_StepSets, Plexa", "$values": []})";
-    for (int i = 0; i < 60; ++i) {
-        nested = R"({"$type": "Zt.Plugins.DB_StepSets, Plexa", "$values": [)" + nested + "]}";
+    constexpr int kDepth = 60;
+    std::string nested;
+    for (int i = 0; i < kDepth; ++i) {
+        nested += R"({"$type": "Zt.Plugins.DB_StepSets, Plexa", "$values": [)";
+    }
+    for (int i = 0; i < kDepth; ++i) {
+        nested += "]}";
     }
     EXPECT_EQ(ProblemWith(kMark + nested).substr(0, 70),
               "description-unreadable: UserPackage.kx-project is no package descripti");

@@ -76,7 +76,7 @@ std::vector<FieldText> DataTexts()
         {item, MemberOf(&DB_CopyFunctionData::DestinationPath), "Target",
          "The full path on the panel."},
         {item, MemberOf(&DB_CopyFunctionData::Permissions), "Mode",
-         "The mode of a copied file, for chmod: \"755\", \"u+x\". Empty means 777."},
+         R"(The mode of a copied file, for chmod: "755", "u+x". Empty means 777.)"},
         {script, MemberOf(&DB_ScriptFunctionData::ScriptData), "Text",
          "The text of the script. It begins with the interpreter: #!/bin/sh."},
         {data, MemberOf(&DB_HardSettingFunctionData::DB_HardwareConfigs), "Settings",

@@ -46,12 +46,11 @@ Object TypeOnly(const ClassInfo& info)
     return {{kTypeKey, Made({{"const", Text(info.type)}})}};
 }
 
-/// Tells whether a field of a class is the member.
+/// Tells whether a field, of the table of the class Owner, is the member.
 template <class Owner, class Member>
-bool IsMember(const ClassInfo& owner, const FieldInfo& field, const ClassInfo& table,
-              Member Owner::*member)
+bool IsMember(const FieldInfo& field, Member Owner::*member)
 {
-    return &owner == &table && field.member == FieldMember(static_cast<Member IPicoJ::*>(member));
+    return field.member == FieldMember(static_cast<Member IPicoJ::*>(member));
 }
 
 /// Adds the kinds that a field names, with the words that people use for them.
@@ -69,13 +68,14 @@ bool RestrictKinds(const ClassInfo& info, const ClassInfo& table, const FieldInf
 {
     picojson::array ids;
     std::string names;
-    if (IsMember(table, field, DB_StepSet::kBaseInfo, &DB_StepSet::SS_StepSetId)) {
+    if (&table == &DB_StepSet::kBaseInfo && IsMember(field, &DB_StepSet::SS_StepSetId)) {
         for (const StepKind* const kind : StepKinds()) {
             if (kind->info == &info) {
                 AddKind(*kind, ids, names);
             }
         }
-    } else if (IsMember(table, field, DB_HardwareConfig::kInfo, &DB_HardwareConfig::ConfigId)) {
+    } else if (&table == &DB_HardwareConfig::kInfo &&
+               IsMember(field, &DB_HardwareConfig::ConfigId)) {
         for (const SettingKind* const kind : SettingKinds()) {
             AddKind(*kind, ids, names);
         }
