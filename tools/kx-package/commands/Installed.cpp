@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/Values.h"
 #include "commands/RecordText.h"
 #include "common/Text.h"
 #include "registry/Registry.h"
@@ -120,6 +121,7 @@ void AddInstalled(CLI::App& program, Invocation& invocation)
     command
         ->add_option("--root", options->root,
                      "The folder with the panel's files, or a copy of them; / is this machine")
+        ->type_name(kFolderValue)
         ->capture_default_str();
     command->add_flag("--json", invocation.isJson, "Tell it as JSON");
     command->footer("Exit status: 0 all records are whole, 1 some are damaged or something else "

@@ -3,6 +3,7 @@
 #include "schema/Schema.h"
 
 #include "commands/Command.h"
+#include "commands/Values.h"
 #include "package/AtomicFile.h"
 
 #include <cerrno>
@@ -61,6 +62,7 @@ void AddSchema(CLI::App& program, Invocation& invocation)
     command
         ->add_option("-o,--output", options->output,
                      "The file to write it to, or - for standard output")
+        ->type_name(kFileValue)
         ->capture_default_str();
     command->add_flag("--json", invocation.isJson,
                       "Tell errors as JSON, too, and with a file its name");

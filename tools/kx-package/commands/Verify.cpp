@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/Values.h"
 #include "commands/RecordText.h"
 #include "common/Text.h"
 #include "registry/Comparison.h"
@@ -167,10 +168,11 @@ void AddVerify(CLI::App& program, Invocation& invocation)
     CLI::App* const command = program.add_subcommand(
         "verify", "Compare the record of an installed package with what is there");
     const auto options = std::make_shared<VerifyOptions>();
-    command->add_option("NAME", options->name, "The name of the record")->required();
+    command->add_option("name", options->name, "The name of the record")->required();
     command
         ->add_option("--root", options->root,
                      "The folder with the panel's files, or a copy of them; / is this machine")
+        ->type_name(kFolderValue)
         ->capture_default_str();
     command->add_flag("--json", invocation.isJson, "Tell it as JSON");
     command->footer("A record tells paths and nothing else: not what was in the files, nor their "
