@@ -127,6 +127,10 @@ def _toml(text):
     return json.dumps(text, ensure_ascii=False).replace("\x7f", "\\u007f")
 
 
+def _flag(value):
+    return "true" if value is True else "false"
+
+
 def _write(path, content):
     path = os.fsencode(path)
     os.makedirs(os.path.dirname(path), exist_ok=True)
@@ -192,7 +196,7 @@ class Package:
         return plain
 
     def _copy_table(self, kind, number, items, record, skip):
-        lines = [f'comment = "copy"\nskip = {str(skip).lower()}\nrecord = {str(record).lower()}']
+        lines = [f'comment = "copy"\nskip = {_flag(skip)}\nrecord = {_flag(record)}']
         for index, (source, target, mode, payload) in enumerate(items):
             target = target if SAFE_PATH.match(target) and target[0] == "/" else "/placeholder"
             if kind == "CopyFile":
@@ -257,7 +261,7 @@ class Package:
                         InstallScriptFunctionData=typed("DB_ScriptFunctionData", ScriptData=text),
                         UninstallScriptFunctionData=typed("DB_ScriptFunctionData",
                                                           ScriptData=uninstall)),
-                  f'kind = "script"\ncomment = "script"\nskip = {str(skip).lower()}\n' +
+                  f'kind = "script"\ncomment = "script"\nskip = {_flag(skip)}\n' +
                   "".join(f"{key} = {_toml(value)}\n" if _is_plain(value) else f'{key} = ""\n'
                           for key, value in [("install", text), ("uninstall", uninstall)]))
 
@@ -268,7 +272,7 @@ class Package:
                         HardSettingDatas=typed("DB_HardSettingFunctionData", DB_HardwareConfigs=(
                             listed("DB_HardwareConfigs", configs)))),
                   "\n".join([f'kind = "settings"\ncomment = "hardware"\n'
-                             f'skip = {str(skip).lower()}', *map(self._setting_table, configs)])
+                             f'skip = {_flag(skip)}', *map(self._setting_table, configs)])
                   if configs else 'kind = "script"\ninstall = ""')
 
     @staticmethod
@@ -283,7 +287,7 @@ class Package:
                     name and _is_plain(name) and _is_plain(value) for name, value in items):
                 values = ", ".join(f"{_toml(name)} = {_toml(value)}" for name, value in items)
                 return (f'[[steps.settings]]\nkind = "{word}"\n'
-                        f'used = {str(config["IsUsed"]).lower()}\nvalues = {{ {values} }}')
+                        f'used = {_flag(config["IsUsed"])}\nvalues = {{ {values} }}')
         except (KeyError, TypeError, AttributeError):
             pass
         return '[[steps.settings]]\nkind = "sound"\nvalues = {}'

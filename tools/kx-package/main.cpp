@@ -62,9 +62,12 @@ int main(int argc, char** argv)
     AddBuild(program, invocation);
     AddCheck(program, invocation);
     AddCompletion(program, invocation);
+    AddInstalled(program, invocation);
     AddNew(program, invocation);
     AddPlan(program, invocation);
+    AddSchema(program, invocation);
     AddShow(program, invocation);
+    AddVerify(program, invocation);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -1,0 +1,139 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "commands/Command.h"
+#include "commands/Values.h"
+#include "commands/RecordText.h"
+#include "common/Text.h"
+#include "registry/Registry.h"
+
+#include <algorithm>
+#include <memory>
+#include <ostream>
+
+#include <CLI/CLI.hpp>
+
+namespace
+{
+
+struct InstalledOptions {
+    std::string root = "/";
+};
+
+picojson::value RecordAsJson(const Record& record)
+{
+    picojson::object told = IdentityAsJson(record);
+    told["folders"] = record.has.has_value() ? JsonCount(record.has->folders) : picojson::value();
+    told["files"] = record.has.has_value() ? JsonCount(record.has->files) : picojson::value();
+    told["problems"] = ProblemsAsJson(record);
+    told["omittedProblems"] = JsonCount(record.omittedProblems);
+    return picojson::value(told);
+}
+
+picojson::value ForeignAsJson(const Record& record)
+{
+    return picojson::value(picojson::object{
+        {"name", JsonText(record.name)},
+        {"message", JsonText(record.problems.front().what)},
+    });
+}
+
+void WriteDocument(const Output& output, const PanelRoot& root, const std::vector<Record>& records)
+{
+    picojson::array packages;
+    picojson::array foreign;
+    for (const Record& record : records) {
+        if (record.isRecord) {
+            packages.push_back(RecordAsJson(record));
+        } else {
+            foreign.push_back(ForeignAsJson(record));
+        }
+    }
+    WriteJson(output, picojson::value(picojson::object{
+                          {"root", JsonText(root.Folder())},
+                          {"registry", JsonText(kRegistryPath)},
+                          {"packages", picojson::value(packages)},
+                          {"foreign", picojson::value(foreign)},
+                      }));
+}
+
+void TellRecord(const Output& output, const Record& record)
+{
+    TellHeading(output, record);
+    if (record.identity.has_value()) {
+        const Identity& identity = *record.identity;
+        output.out << "  comment:   " << Printable(identity.comment) << '\n'
+                   << "  for:       " << Printable(identity.model) << ", system "
+                   << Printable(identity.osVersion) << '\n'
+                   << "  date:      " << Printable(identity.date) << '\n';
+    }
+    if (record.has.has_value()) {
+        output.out << "  recorded:  " << CountText(record.has->folders, "folder") << ", "
+                   << CountText(record.has->files, "file") << '\n';
+    }
+    TellProblems(output, record);
+}
+
+void WriteText(const Output& output, const PanelRoot& root, const std::vector<Record>& records)
+{
+    const std::string registry = Printable(root.Shown(kRegistryPath));
+    const auto count = static_cast<std::uint64_t>(
+        std::count_if(records.begin(), records.end(), [](const Record& r) { return r.isRecord; }));
+    for (const Record& record : records) {
+        if (record.isRecord) {
+            TellRecord(output, record);
+        }
+    }
+    for (const Record& record : records) {
+        if (!record.isRecord) {
+            output.out << Printable(record.name) << '\n'
+                       << "  " << Coloured(output, Colour::kYellow, "no record") << ": "
+                       << Printable(record.problems.front().what) << '\n';
+        }
+    }
+    output.out << registry << ": " << (count == 0 ? "no packages" : CountText(count, "package"))
+               << '\n';
+}
+
+ExitCode TellInstalled(const InstalledOptions& options, const Output& output)
+{
+    const PanelRoot root(options.root);
+    std::vector<Record> records;
+    for (const std::string& name : RegistryNames(root)) {
+        records.push_back(ReadRecord(root, name));
+    }
+    if (output.isJson) {
+        WriteDocument(output, root, records);
+    } else {
+        WriteText(output, root, records);
+    }
+    const bool isFine = std::all_of(records.begin(), records.end(),
+                                    [](const Record& record) { return record.problems.empty(); });
+    return isFine ? ExitCode::kFine : ExitCode::kProblems;
+}
+
+} // namespace
+
+void AddInstalled(CLI::App& program, Invocation& invocation)
+{
+    CLI::App* const command =
+        program.add_subcommand("installed", "Tell which packages a panel has recorded");
+    const auto options = std::make_shared<InstalledOptions>();
+    command
+        ->add_option("--root", options->root,
+                     "The folder with the panel's files, or a copy of them; / is this machine")
+        ->type_name(kFolderValue)
+        ->capture_default_str();
+    command->add_flag("--json", invocation.isJson, "Tell it as JSON");
+    command->footer("Exit status: 0 all records are whole, 1 some are damaged or something else "
+                    "lies among them,\n2 wrong use, 3 could not read.\n\n"
+                    "Examples:\n"
+                    "  kx-package installed\n"
+                    "  kx-package installed --root /mnt/panel-copy\n"
+                    "  kx-package installed --json | jq -r '.packages[] | \"\\(.name) "
+                    "\\(.version)\"'");
+    command->callback([options, &invocation] {
+        invocation.run = [options](const Output& output) {
+            return TellInstalled(*options, output);
+        };
+    });
+}

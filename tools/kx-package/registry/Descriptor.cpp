@@ -1,0 +1,27 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "registry/Descriptor.h"
+
+#include <utility>
+
+#include <unistd.h>
+
+Descriptor::Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept
+{
+    std::swap(m_number, other.m_number);
+    return *this;
+}
+
+Descriptor::~Descriptor()
+{
+    if (m_number >= 0) {
+        static_cast<void>(close(m_number)); // only ever read
+    }
+}
+
+std::string Descriptor::Path() const
+{
+    return "/proc/self/fd/" + std::to_string(m_number);
+}
