@@ -64,6 +64,7 @@ int main(int argc, char** argv)
     AddNew(program, invocation);
     AddPlan(program, invocation);
     AddShow(program, invocation);
+    AddTry(program, invocation);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -25,3 +25,4 @@ void AddCheck(CLI::App& program, Invocation& invocation);
 void AddNew(CLI::App& program, Invocation& invocation);
 void AddPlan(CLI::App& program, Invocation& invocation);
 void AddShow(CLI::App& program, Invocation& invocation);
+void AddTry(CLI::App& program, Invocation& invocation);
