@@ -10,6 +10,8 @@
 
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <unistd.h>
 
@@ -51,12 +53,40 @@ void RefuseWrongUse(const TryOptions& options)
     }
 }
 
+/// A package as the trial installs it: whatever updater it has, one is started.
+class StartablePackage final : public Package
+{
+public:
+    explicit StartablePackage(const Package& package) : m_package(package)
+    {
+        PackageEntry updater;
+        updater.name = kUpdaterName;
+        updater.mode = 0755;
+        updater.hasMode = true;
+        std::vector<PackageEntry> entries = package.Entries();
+        entries.push_back(updater);
+        m_entries = Arranged(std::move(entries));
+    }
+
+    [[nodiscard]] const std::string& Path() const override { return m_package.Path(); }
+    [[nodiscard]] bool IsArchive() const override { return m_package.IsArchive(); }
+    [[nodiscard]] const std::vector<PackageEntry>& Entries() const override { return m_entries; }
+    [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override
+    {
+        return m_package.Read(name, limit);
+    }
+
+private:
+    const Package& m_package;
+    std::vector<PackageEntry> m_entries;
+};
+
 /// Chooses the command of the step that is to fail, in the words of the panel that will be.
 ShellFailure ChooseFailure(const std::string& path, std::size_t step)
 {
     const std::unique_ptr<Package> package = OpenPackage(path);
     const std::size_t count = Summarize(*package).steps.size();
-    const Plan plan = Rehearse(*package, "/mnt/usb", "");
+    const Plan plan = Rehearse(StartablePackage(*package), "/mnt/usb", "");
     ShellFailure failure = FailureOfStep(plan, count, step);
     // A folder that is named like an unpacked package already gets no second ending.
     const std::string thought = UnpackedFolder(plan.packageFile, true);
@@ -137,8 +167,10 @@ void AddTry(CLI::App& program, Invocation& invocation)
                         "The updater that installs, instead of this machine's own");
     command->add_option("--device", options->device,
                         "The folder of the sandboxed device, instead of the installed one");
-    command->add_option("--env", options->environment,
-                        "NAME=VALUE for the panel's environment, LANG=ja_JP.UTF-8 for example");
+    command
+        ->add_option("--env", options->environment,
+                     "NAME=VALUE for the panel's environment, LANG=ja_JP.UTF-8 for example")
+        ->allow_extra_args(false);
     AddBounds(*command, options->bounds);
     command->add_flag("--json", invocation.isJson, "Tell it as JSON");
     command->footer(

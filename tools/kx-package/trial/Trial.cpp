@@ -190,6 +190,11 @@ Installation Trial::Install(const std::optional<ShellFailure>& failure)
         installation.log = unpacked.out;
         return installation;
     }
+    if (const std::string character = UnsafeCharacter(m_name); !character.empty()) {
+        installation.remarks.push_back("the panel's shell reads the " + character +
+                                       " in the package's name as more than a letter; see "
+                                       "kx-package check");
+    }
     if (unpacked.status == kNoUpdater) {
         installation.remarks.push_back(std::string("the package has no ") + kUpdaterName +
                                        " that a panel could start; see kx-package check");
@@ -246,9 +251,9 @@ ShellVisit Trial::VisitShell(bool isInstalled)
     terminal.Say(std::string("The package is ") + (isInstalled ? "" : "not ") +
                  "installed. This is a shell on the panel; leave it with 'exit'.");
     m_panel.SetSeconds(kShellSeconds);
-    const PanelResult ended =
-        m_panel.Run({"--summary-json", m_panel.Scratch("changes"), "--env", "PS1=panel:\\w# "},
-                    {"sh", "-c", kShellScript}, &terminal);
+    const PanelResult ended = m_panel.Run({"--summary-json", m_panel.Scratch("changes"), "--env",
+                                           "PS1=panel:\\w# ", "--env", "HISTFILE="},
+                                          {"sh", "-c", kShellScript}, &terminal);
     m_panel.SetSeconds(m_request.bounds.seconds);
     return {ended.status, ended.remarks, ReadChanges()};
 }

@@ -10,9 +10,10 @@
 namespace
 {
 
-/// The command that was to fail, without the password in it.
-std::string WithoutPassword(const std::string& command)
+/// The command that was to fail, without blanks at its end and the password in it.
+std::string ShownCommand(std::string command)
 {
+    command.erase(command.find_last_not_of(' ') + 1);
     const std::string begin = "echo '";
     const std::string end = "' | chpasswd";
     const bool isPassword = command.size() > begin.size() + end.size() &&
@@ -32,8 +33,8 @@ std::vector<std::string> RemarksOn(const Installation& installation, const Trial
     if (subject.failedStep == 0 || !installation.isUnpacked) {
         return remarks;
     }
-    const std::string command = "step " + std::to_string(subject.failedStep) + ", " +
-                                WithoutPassword(subject.failedCommand);
+    const std::string command =
+        "step " + std::to_string(subject.failedStep) + ", " + ShownCommand(subject.failedCommand);
     if (!installation.isRefused) {
         remarks.push_back("the command that was to fail was not reached: " + command);
         return remarks;
