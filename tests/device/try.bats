@@ -6,6 +6,7 @@
 #   KX_PACKAGE   the program (default: build/asan/kx-package)
 #   KX_UPDATER   the updater that installs
 
+# shellcheck disable=SC2154 # stderr is what run sets
 load device
 
 KX_PACKAGE=${KX_PACKAGE:-$ROOT/build/asan/kx-package}
@@ -190,6 +191,7 @@ END
 }
 
 @test "the environment of the panel can be added to" {
+    # shellcheck disable=SC2016 # expanded on the panel
     hello Foo.kx-update 'script("#!/bin/sh\necho $GREETING $LANG\n")'
 
     try --json --env GREETING='good morning' --env LANG=ja_JP.UTF-8 Foo.kx-update
@@ -368,6 +370,7 @@ copy_file(item("b", "/opt/b", "755", "b\n"))'
     hello Foo.kx-update
     prepare_try --json -
 
+    # shellcheck disable=SC2002 # a pipe is what is tried
     cat Foo.kx-update | "${TRY[@]}" >"$OUT"
 
     [ "$(told '.package + " " + .recordName + " " + (.installed | tostring)')" = '- package true' ]
@@ -382,6 +385,7 @@ copy_file(item("b", "/opt/b", "755", "b\n"))'
 }
 
 @test "names and lines from the panel cannot play with the terminal" {
+    # shellcheck disable=SC2016 # expanded on the panel
     hello Foo.kx-update 'script("#!/bin/sh\nprintf \"\\\\033[2Jx\\\\n\"; echo >\"/opt/$(printf \"a\\\\033\\\\377\")\"\n")'
 
     try Foo.kx-update
@@ -581,6 +585,7 @@ END
     expect_status 1
     [ "$(told '.installations[0].remarks[0]')" = "ended because the panel's files take more than 40 MiB; see --disk" ]
 
+    # shellcheck disable=SC2016 # expanded on the panel
     hello Memory.kx-update 'script("#!/bin/sh\nx=$(yes)\n")'
     try --json --memory 300 --seconds 60 Memory.kx-update
     expect_status 1

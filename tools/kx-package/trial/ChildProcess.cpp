@@ -193,18 +193,25 @@ private:
             return;
         }
         // The terminal first: nothing the shell printed may be lost when its end is seen.
-        if ((waits[3].revents & POLLIN) != 0) {
-            m_terminal->ShowPrinted();
-        }
-        if ((waits[3].revents & POLLOUT) != 0) {
-            m_terminal->HandOver();
-        }
-        if (waits[2].revents != 0) {
-            m_hasKeyboard = m_terminal->TakeKeys();
+        if (m_terminal != nullptr) {
+            ServeTerminal(waits[2].revents, waits[3].revents);
         }
         m_isOutOpen = m_isOutOpen && (waits[0].revents == 0 || Take(m_out.Reading(), m_result.out));
         m_isErrOpen = m_isErrOpen && (waits[1].revents == 0 || waits[3].revents != 0 ||
                                       Take(m_err.Reading(), m_result.err));
+    }
+
+    void ServeTerminal(int person, int ourSide)
+    {
+        if ((ourSide & POLLIN) != 0) {
+            m_terminal->ShowPrinted();
+        }
+        if ((ourSide & POLLOUT) != 0) {
+            m_terminal->HandOver();
+        }
+        if (person != 0) {
+            m_hasKeyboard = m_terminal->TakeKeys();
+        }
     }
 
     ShellTerminal* m_terminal;
