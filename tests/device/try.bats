@@ -699,7 +699,8 @@ END
     hello Foo.kx-update 'script("#!/bin/sh\nexit 1\n")'
     prepare_try --shell Foo.kx-update
 
-    type_into $'echo STARTED; sleep 96.25\n' $'echo status $?; exit\n'
+    # Said by the command that gets the key: the terminal is its own by then.
+    type_into $'sh -c "echo STARTED; exec sleep 96.25"\n' $'echo status $?; exit\n'
 
     expect_status 1
     grep -qF 'The package is not installed.' screen
