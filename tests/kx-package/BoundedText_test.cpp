@@ -19,9 +19,9 @@ TEST(BoundedText, KeepsAShortTextAsItIs)
     BoundedText text(8);
 
     text.Append("ab");
-    text.Append("c\n\nd");
+    text.Append("c\n\n4");
 
-    EXPECT_THAT(text.Lines(), ElementsAre("abc", "", "d"));
+    EXPECT_THAT(text.Lines(), ElementsAre("abc", "", "4"));
     EXPECT_EQ(text.Omitted(), 0U);
 }
 
