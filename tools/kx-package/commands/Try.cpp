@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "build/UpdaterSearch.h"
 #include "commands/Command.h"
+#include "commands/Values.h"
 #include "package/Summary.h"
 #include "rehearsal/Rehearsal.h"
 #include "trial/Places.h"
@@ -74,6 +75,10 @@ public:
     [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override
     {
         return m_package.Read(name, limit);
+    }
+    [[nodiscard]] std::string LinkTarget(const std::string& name) const override
+    {
+        return m_package.LinkTarget(name);
     }
 
 private:
@@ -153,8 +158,9 @@ void AddTry(CLI::App& program, Invocation& invocation)
         "try", "Install a package on a sandboxed panel and tell what changed");
     const auto options = std::make_shared<TryOptions>();
     command
-        ->add_option("PACKAGE", options->package,
+        ->add_option("package", options->package,
                      "A package file, the folder of an unpacked one, or - for standard input")
+        ->type_name(kPackageValue)
         ->required();
     command->add_flag("--twice", options->isTwice,
                       "Install it again on the same panel, and tell what that changed");
@@ -164,9 +170,11 @@ void AddTry(CLI::App& program, Invocation& invocation)
     command->add_flag("--shell", options->hasShell,
                       "Open a shell on the panel after the installation");
     command->add_option("--updater", options->updater,
-                        "The updater that installs, instead of this machine's own");
+                        "The updater that installs, instead of this machine's own")
+        ->type_name(kFileValue);
     command->add_option("--device", options->device,
-                        "The folder of the sandboxed device, instead of the installed one");
+                        "The folder of the sandboxed device, instead of the installed one")
+        ->type_name(kFolderValue);
     command
         ->add_option("--env", options->environment,
                      "NAME=VALUE for the panel's environment, LANG=ja_JP.UTF-8 for example")
