@@ -33,6 +33,8 @@ The command
 
 Trouble made to order
   --fail TOOL=STATUS[@N]  TOOL only exits with STATUS; with @N only its Nth call (repeatable)
+  --fail-shell N=TEXT  the Nth time that COMMAND itself hands exactly TEXT to sh -c, no shell
+                       starts, which system() tells as status 127 (repeatable)
   --missing TOOL       the panel has no such tool (repeatable)
   --full PATH          a file system without free space is mounted at PATH (repeatable)
   --read-only PATH     PATH and everything below cannot be changed (repeatable)
@@ -87,6 +89,7 @@ class Options:
     chdir: str = "/"
     ignore_sigchld: bool = False
     fail: list = dataclasses.field(default_factory=list)  # (tool, status, nth or 0)
+    fail_shell: list = dataclasses.field(default_factory=list)  # (nth, text)
     missing: list = dataclasses.field(default_factory=list)
     full: list = dataclasses.field(default_factory=list)
     read_only: list = dataclasses.field(default_factory=list)
@@ -153,6 +156,13 @@ def _failure(text):
     return _tool("fail", match[1]), int(match[2]), int(match[3] or 0)
 
 
+def _shell_failure(text):
+    number, _, command = text.partition("=")
+    if not re.fullmatch(r"[0-9]{1,9}", number) or int(number) < 1 or not command:
+        raise UsageError(f"--fail-shell needs N=TEXT, not '{text}'")
+    return int(number), command
+
+
 def _env(text):
     name, value = _pair("env", text)
     if not re.fullmatch(r"[A-Za-z_][A-Za-z0-9_]*", name):
@@ -172,6 +182,7 @@ _LISTS = {
     "put": lambda text: _host_and_inside("put", text),
     "env": _env,
     "fail": _failure,
+    "fail-shell": _shell_failure,
     "missing": lambda text: _tool("missing", text),
     "full": lambda text: _inside("full", text),
     "read-only": lambda text: _inside("read-only", text),

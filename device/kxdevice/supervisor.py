@@ -104,7 +104,8 @@ class Supervisor:
 
     def start(self, words, chdir="/", startup=False):
         """Starts a program of the panel; returns its process."""
-        wants_listener = bool(self.options.trace_shell
+        refusals = [] if startup else self.options.fail_shell
+        wants_listener = bool(self.options.trace_shell or refusals
                               or self.options.trace and self.options.missing)
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_STREAM)
         process = os.fork()
@@ -116,12 +117,12 @@ class Supervisor:
                 os._exit(125)
         theirs.close()
         try:
-            self._follow(process, ours, wants_listener)
+            self._follow(process, ours, wants_listener, refusals)
         finally:
             ours.close()
         return process
 
-    def _follow(self, process, link, wants_listener):
+    def _follow(self, process, link, wants_listener, refusals):
         """Waits until the child is ready to go, and lets it go."""
         if wants_listener:
             message, descriptors, _, _ = socket.recv_fds(link, 4096, 1)
@@ -139,6 +140,7 @@ class Supervisor:
             listener = trace_module.ExecListener(descriptors[0], self.trace,
                                                  self.options.trace_shell, missing)
             listener.first.add(process)
+            listener.refuse(process, refusals)
             self._watch(descriptors[0], listener.handle)
         link.sendall(b"go")
 

@@ -60,6 +60,12 @@ class ExecListener:
         self.missing = missing  # path as it is called: tool
         self.first = set()  # processes whose first start is the panel's own doing
         self.last_missing = (0, b"")
+        self.refusals = None
+
+    def refuse(self, parent, failures):
+        """Keeps shells that the process starts itself from starting; failures: (nth, text)."""
+        if failures:
+            self.refusals = _Refusals(parent, failures)
 
     def handle(self):
         """Handles one notice; a process that is gone meanwhile is fine."""
@@ -71,24 +77,27 @@ class ExecListener:
                 return
             raise
         identity, process, _, call, _, _, *arguments = _NOTICE.unpack(buffer)
+        is_refused = False
         try:
-            self._look(identity, process, call, arguments)
+            is_refused = self._look(identity, process, call, arguments)
         finally:
+            answer = (-errno.EACCES, 0) if is_refused else (0, _CONTINUE)
             try:
-                fcntl.ioctl(self.descriptor, _SEND, _ANSWER.pack(identity, 0, 0, _CONTINUE))
+                fcntl.ioctl(self.descriptor, _SEND, _ANSWER.pack(identity, 0, *answer))
             except OSError as error:
                 if error.errno != errno.ENOENT:
                     raise
 
     def _look(self, identity, process, call, arguments):
+        """Traces the start; returns whether it is to be refused."""
         if process in self.first:
             self.first.discard(process)
-            return
+            return False
         skip = 1 if call == linux.number("execveat") else 0
         try:
             memory = os.open(f"/proc/{process}/mem", os.O_RDONLY | os.O_CLOEXEC)
         except OSError:
-            return
+            return False
         try:
             path = _string(memory, arguments[skip], PAGE)
             if path in self.missing:
@@ -97,16 +106,25 @@ class ExecListener:
                 if (process, path) != self.last_missing and self._is_there(identity):
                     self.trace.event(*fields)
                 self.last_missing = (process, path)
-            elif self.with_shell and path in SHELLS:
+            elif (self.with_shell or self.refusals) and path in SHELLS:
                 words = _words(memory, arguments[skip + 1], 4)
                 if len(words) > 3 and words[1] == b"-c" and words[2] == b"--":
                     del words[2]
                 if len(words) > 2 and words[1] == b"-c" and self._is_there(identity):
-                    self.trace.event(b"shell", words[2])
+                    return self._shell(process, words[2])
         except OSError:
-            return
+            return False
         finally:
             os.close(memory)
+        return False
+
+    def _shell(self, process, command):
+        if self.with_shell:
+            self.trace.event(b"shell", command)
+        if self.refusals is None or not self.refusals.apply_to(process, command):
+            return False
+        self.trace.event(b"refused", command)
+        return True
 
     def _is_there(self, identity):
         try:
@@ -114,6 +132,36 @@ class ExecListener:
         except OSError:
             return False
         return True
+
+
+class _Refusals:
+    """Which of a process's own shells may not start."""
+
+    def __init__(self, parent, failures):
+        self.parent = parent
+        self.failures = [(nth, os.fsencode(text)) for nth, text in failures]
+        self.counts = {}
+        self.last = (0, False)
+
+    def apply_to(self, process, command):
+        """Counts a start; tells whether it is one of those.
+
+        Only the first start of a process counts: the kernel may show it twice, and what the shell
+        itself becomes is the shell's doing.
+        """
+        if process == self.last[0]:
+            return self.last[1]
+        if _parent(process) != self.parent:
+            return False
+        count = self.counts[command] = self.counts.get(command, 0) + 1
+        self.last = (process, (count, command) in self.failures)
+        return self.last[1]
+
+
+def _parent(process):
+    with open(f"/proc/{process}/stat", "rb") as file:
+        # The name before it may hold anything, brackets included.
+        return int(file.read().rpartition(b")")[2].split()[1])
 
 
 def _string(memory, address, longest):

@@ -196,6 +196,8 @@ class Package:
         return plain
 
     def _copy_table(self, kind, number, items, record, skip):
+        if not items:
+            return 'kind = "script"\ninstall = ""'
         lines = [f'comment = "copy"\nskip = {_flag(skip)}\nrecord = {_flag(record)}']
         for index, (source, target, mode, payload) in enumerate(items):
             target = target if SAFE_PATH.match(target) and target[0] == "/" else "/placeholder"

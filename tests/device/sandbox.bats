@@ -442,7 +442,8 @@ readable() {
     for arguments in "" "--" "--nonsense true" "--state" "--memory x true" "--fail a true" \
         "--fail a=1@0 true" "--full tmp true" "--share tree true" "--share /nowhere=/x true" \
         "--share tree=/proc/x true" "--env 1=2 true" "--erase true" "--trace-shell true" \
-        "--usb /nowhere true" "--chdir x true" "--missing a/b true" "--seconds 0 true"; do
+        "--usb /nowhere true" "--chdir x true" "--missing a/b true" "--seconds 0 true" \
+        "--fail-shell sync true" "--fail-shell 0=sync true" "--fail-shell 1= true"; do
         # shellcheck disable=SC2086
         run device $arguments
         echo "device $arguments: $status $output"
@@ -701,6 +702,31 @@ secret' ]
     [[ "$output" == *127*127*127* ]]
     run device --missing no-such-tool -- true
     [ "$status" -eq 125 ]
+}
+
+@test "a command's own shell can be kept from starting, whatever its scripts call" {
+    cat >calls.py <<'END'
+import os
+for command in ("echo one", "sh -c 'echo one'", "exec sh -c 'echo one'", "echo one", "echo one",
+                "a=b; echo $a"):
+    print(os.system(command), flush=True)
+END
+    run device --share calls.py=/c.py --trace trace --fail-shell '2=echo one' \
+        --fail-shell '1=a=b; echo $a' -- python3 /c.py
+
+    [ "$output" = $'one\n0\none\n0\none\n0\n32512\none\n0\n32512' ]
+    [ "$(cat trace)" = $'refused\techo one\nrefused\ta=b; echo $a' ]
+}
+
+@test "a refused shell is traced as well, and the start-up script is not concerned" {
+    device --state state -- sh -c 'printf "#!/bin/sh\nsh -c true; echo \$?\n" >/mnt/user/startup.sh
+        chmod 755 /mnt/user/startup.sh'
+
+    run device --state state --boot --trace trace --trace-shell --fail-shell 1=true -- \
+        python3 -c 'import os; print(os.system("true"))'
+
+    [ "$output" = $'0\n32512' ]
+    [ "$(cat trace)" = $'shell\ttrue\nshell\ttrue\nrefused\ttrue' ]
 }
 
 @test "trouble of one run is not kept" {

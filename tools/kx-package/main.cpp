@@ -67,6 +67,7 @@ int main(int argc, char** argv)
     AddPlan(program, invocation);
     AddSchema(program, invocation);
     AddShow(program, invocation);
+    AddTry(program, invocation);
     AddVerify(program, invocation);
     try {
         program.parse(argc, argv);

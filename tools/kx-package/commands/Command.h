@@ -28,4 +28,5 @@ void AddNew(CLI::App& program, Invocation& invocation);
 void AddPlan(CLI::App& program, Invocation& invocation);
 void AddSchema(CLI::App& program, Invocation& invocation);
 void AddShow(CLI::App& program, Invocation& invocation);
+void AddTry(CLI::App& program, Invocation& invocation);
 void AddVerify(CLI::App& program, Invocation& invocation);

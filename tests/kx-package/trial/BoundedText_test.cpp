@@ -1,0 +1,60 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "trial/BoundedText.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using testing::ElementsAre;
+
+TEST(BoundedText, IsEmptyAtFirst)
+{
+    EXPECT_THAT(BoundedText().Lines(), ElementsAre());
+}
+
+TEST(BoundedText, KeepsAShortTextAsItIs)
+{
+    BoundedText text(8);
+
+    text.Append("ab");
+    text.Append("c\n\n4");
+
+    EXPECT_THAT(text.Lines(), ElementsAre("abc", "", "4"));
+    EXPECT_EQ(text.Omitted(), 0U);
+}
+
+TEST(BoundedText, JoinsBeginningAndEndWhereNothingIsLeftOut)
+{
+    BoundedText text(8);
+
+    text.Append("abcdefgh1234");
+
+    EXPECT_THAT(text.Lines(), ElementsAre("abcdefgh1234"));
+    EXPECT_EQ(text.Omitted(), 0U);
+}
+
+TEST(BoundedText, KeepsBeginningAndEndOfALongText)
+{
+    BoundedText text(8);
+
+    text.Append("abcd");
+    text.Append("efgh");
+    text.Append("ijkl");
+    text.Append("mnop");
+
+    EXPECT_THAT(text.Lines(), ElementsAre("abcd", "[8 bytes left out]", "mnop"));
+    EXPECT_EQ(text.Omitted(), 8U);
+}
+
+TEST(BoundedText, TakesOneLargePiece)
+{
+    BoundedText text(8);
+
+    text.Append("ab\ncdefghijklmnopqr\nst");
+
+    EXPECT_THAT(text.Lines(), ElementsAre("ab", "c", "[14 bytes left out]", "r", "st"));
+}
+
+} // namespace

@@ -1,0 +1,83 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "kx-package/Thrown.h"
+#include "trial/ShellFailure.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+using Process = PlannedCommand::Process;
+
+void Add(Plan& plan, int step, const std::string& text, Process process = Process::kInstaller)
+{
+    PlannedCommand command;
+    command.process = process;
+    command.step = step;
+    command.command = text;
+    plan.commands.push_back(command);
+}
+
+/// A plan that reaches this many steps.
+Plan PlanOf(int steps)
+{
+    Plan plan;
+    for (int step = 1; step <= steps; ++step) {
+        plan.log.push_back("**** Installation step " + std::to_string(step) + "/9");
+    }
+    Add(plan, 0, "sync", Process::kWindow);
+    Add(plan, 0, "sync");
+    return plan;
+}
+
+TEST(FailureOfStep, IsTheFirstCommandThatMakesNoFolder)
+{
+    Plan plan = PlanOf(1);
+    Add(plan, 1, R"(mkdir -p "/a")");
+    Add(plan, 1, "cp one");
+    Add(plan, 1, "cp two");
+
+    const ShellFailure failure = FailureOfStep(plan, 1, 1);
+
+    EXPECT_EQ(failure.command, "cp one");
+    EXPECT_EQ(failure.number, 1);
+}
+
+TEST(FailureOfStep, IsTheFirstFolderWhereNothingElseIsDone)
+{
+    Plan plan = PlanOf(1);
+    Add(plan, 1, R"(mkdir -p "/a")");
+    Add(plan, 1, R"(mkdir -p "/b")");
+
+    EXPECT_EQ(FailureOfStep(plan, 1, 1).command, R"(mkdir -p "/a")");
+}
+
+TEST(FailureOfStep, CountsTheSameCommandOfEarlierSteps)
+{
+    Plan plan = PlanOf(3);
+    Add(plan, 1, "chmod +x");
+    Add(plan, 2, "chmod +x", Process::kWindow);
+    Add(plan, 2, "chmod +x");
+    Add(plan, 3, "chmod +x");
+
+    EXPECT_EQ(FailureOfStep(plan, 3, 3).number, 3);
+}
+
+TEST(FailureOfStep, RefusesAStepThatCannotFail)
+{
+    const Plan plan = PlanOf(1);
+
+    EXPECT_EQ(Thrown([&plan] { static_cast<void>(FailureOfStep(plan, 2, 3)); }),
+              "2: --fail: there is no step 3, the package has 2 steps");
+    EXPECT_EQ(Thrown([&plan] { static_cast<void>(FailureOfStep(plan, 1, 0)); }),
+              "2: --fail: there is no step 0, the package has 1 step");
+    EXPECT_EQ(Thrown([&plan] { static_cast<void>(FailureOfStep(plan, 2, 2)); }),
+              "2: --fail: the installation ends before step 2; see kx-package plan and kx-package "
+              "check");
+    EXPECT_EQ(Thrown([&plan] { static_cast<void>(FailureOfStep(plan, 2, 1)); }),
+              "2: --fail: step 1 runs no command that could fail; kx-package plan tells the "
+              "commands of every step");
+}
+
+} // namespace

@@ -1,0 +1,56 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "kx-package/Thrown.h"
+#include "support/TempDir.h"
+#include "trial/Trial.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace
+{
+
+TEST(UnpackedFolder, IsThatOfTheWindow)
+{
+    EXPECT_EQ(UnpackedFolder("some/where/Foo.kx-update", true), "/mnt/usb/Foo.temp");
+    EXPECT_EQ(UnpackedFolder("a.b.kx-update", true), "/mnt/usb/a.b.temp");
+    EXPECT_EQ(UnpackedFolder(".kx-update", true), "/mnt/usb/.temp");
+}
+
+TEST(UnpackedFolder, OfAFolderEndsLikeThatOfAnArchive)
+{
+    EXPECT_EQ(UnpackedFolder("some/Foo", false), "/mnt/usb/Foo.temp");
+    EXPECT_EQ(UnpackedFolder("Foo.temp", false), "/mnt/usb/Foo.temp");
+    EXPECT_EQ(UnpackedFolder("a.b", false), "/mnt/usb/a.b.temp");
+}
+
+TEST(NamedPath, EndsInTheNameOfThePackage)
+{
+    const TempDir folder;
+    const std::string root = std::filesystem::canonical(folder.Path()).string();
+    std::filesystem::create_directories(root + "/pkg/0");
+    std::ofstream(root + "/a.kx-update") << "x";
+
+    EXPECT_EQ(NamedPath(root + "/pkg"), root + "/pkg");
+    EXPECT_EQ(NamedPath(root + "/pkg//"), root + "/pkg");
+    EXPECT_EQ(NamedPath(root + "/pkg/."), root + "/pkg");
+    EXPECT_EQ(NamedPath(root + "/pkg/0/.."), root + "/pkg");
+    EXPECT_EQ(NamedPath(root + "/a.kx-update"), root + "/a.kx-update");
+}
+
+TEST(NamedPath, RefusesWhatIsNoPackage)
+{
+    EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("/nowhere")); }),
+              "3: /nowhere: cannot open: No such file or directory");
+    EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("")); }),
+              "3: cannot open: No such file or directory");
+    EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("//")); }),
+              "3: //: is no package; name a package or the folder of an unpacked one");
+    EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("/dev/null")); }),
+              "3: /dev/null: is neither a file nor a folder; name a package or the folder of an "
+              "unpacked one");
+}
+
+} // namespace

@@ -1,0 +1,201 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "build/UpdaterSearch.h"
+#include "commands/Command.h"
+#include "commands/Values.h"
+#include "package/Summary.h"
+#include "rehearsal/Rehearsal.h"
+#include "trial/Places.h"
+#include "trial/ShellTerminal.h"
+#include "trial/TrialReport.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+namespace
+{
+
+constexpr const char* kStandardInput = "-";
+
+struct TryOptions {
+    std::string package;
+    std::string device;
+    std::string updater;
+    std::size_t failedStep = 0;
+    bool hasFailedStep = false;
+    bool isTwice = false;
+    bool hasShell = false;
+    TrialBounds bounds;
+    std::vector<std::string> environment;
+};
+
+void RefuseWrongUse(const TryOptions& options)
+{
+    if (options.hasShell && !ShellTerminal::IsThere()) {
+        throw Error(ExitCode::kWrongUse, "--shell", "needs a terminal, and standard input is none",
+                    "start it from a terminal, or leave --shell out");
+    }
+    if (options.package != kStandardInput) {
+        return;
+    }
+    if (options.hasFailedStep) {
+        throw Error(ExitCode::kWrongUse, "--fail", "needs the package in a file or folder",
+                    "name one instead of -");
+    }
+    if (isatty(STDIN_FILENO) != 0) {
+        throw Error(ExitCode::kWrongUse, "-", "standard input is a terminal",
+                    "name a package, or pipe one in");
+    }
+}
+
+/// A package as the trial installs it: whatever updater it has, one is started.
+class StartablePackage final : public Package
+{
+public:
+    explicit StartablePackage(const Package& package) : m_package(package)
+    {
+        PackageEntry updater;
+        updater.name = kUpdaterName;
+        updater.mode = 0755;
+        updater.hasMode = true;
+        std::vector<PackageEntry> entries = package.Entries();
+        entries.push_back(updater);
+        m_entries = Arranged(std::move(entries));
+    }
+
+    [[nodiscard]] const std::string& Path() const override { return m_package.Path(); }
+    [[nodiscard]] bool IsArchive() const override { return m_package.IsArchive(); }
+    [[nodiscard]] const std::vector<PackageEntry>& Entries() const override { return m_entries; }
+    [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override
+    {
+        return m_package.Read(name, limit);
+    }
+    [[nodiscard]] std::string LinkTarget(const std::string& name) const override
+    {
+        return m_package.LinkTarget(name);
+    }
+
+private:
+    const Package& m_package;
+    std::vector<PackageEntry> m_entries;
+};
+
+/// Chooses the command of the step that is to fail, in the words of the panel that will be.
+ShellFailure ChooseFailure(const std::string& path, std::size_t step)
+{
+    const std::unique_ptr<Package> package = OpenPackage(path);
+    const std::size_t count = Summarize(*package).steps.size();
+    const Plan plan = Rehearse(StartablePackage(*package), "/mnt/usb", "");
+    ShellFailure failure = FailureOfStep(plan, count, step);
+    // A folder that is named like an unpacked package already gets no second ending.
+    const std::string thought = UnpackedFolder(plan.packageFile, true);
+    const std::string real = UnpackedFolder(path, package->IsArchive());
+    for (std::size_t place = failure.command.find(thought); place != std::string::npos;
+         place = failure.command.find(thought, place + real.size())) {
+        failure.command.replace(place, thought.size(), real);
+    }
+    return failure;
+}
+
+ExitCode Try(const TryOptions& options, const Output& output)
+{
+    RefuseWrongUse(options);
+    TrialRequest request;
+    request.package =
+        options.package == kStandardInput ? options.package : NamedPath(options.package);
+    TrialSubject subject;
+    subject.package = options.package;
+    if (options.hasFailedStep) {
+        request.failure = ChooseFailure(request.package, options.failedStep);
+        subject.failedStep = options.failedStep;
+        subject.failedCommand = request.failure->command;
+    }
+    const std::string toolFolder = FindUpdaterPlaces().toolFolder;
+    request.device = FindDevice(options.device, toolFolder);
+    request.updater = FindTrialUpdater(options.updater, toolFolder);
+    request.bounds = options.bounds;
+    request.environment = options.environment;
+    request.isTwice = options.isTwice;
+    request.hasShell = options.hasShell;
+
+    const TrialResult result = RunTrial(request);
+    WriteTrial(output, subject, result);
+    return result.installations.back().isInstalled ? ExitCode::kFine : ExitCode::kProblems;
+}
+
+void AddBounds(CLI::App& command, TrialBounds& bounds)
+{
+    constexpr unsigned kMostSeconds = 1000000;
+    constexpr unsigned kLeastMiB = 16;
+    constexpr unsigned kMostMiB = 1U << 20;
+    constexpr unsigned kLeastProcesses = 4;
+    constexpr unsigned kMostProcesses = 30000;
+    command.add_option("--seconds", bounds.seconds, "The longest time of each installation")
+        ->check(CLI::Range(1U, kMostSeconds))
+        ->capture_default_str();
+    command.add_option("--memory", bounds.memory, "Memory of the panel's processes, in MiB")
+        ->check(CLI::Range(kLeastMiB, kMostMiB))
+        ->capture_default_str();
+    command.add_option("--disk", bounds.disk, "Size of the panel's files, in MiB")
+        ->check(CLI::Range(kLeastMiB, kMostMiB))
+        ->capture_default_str();
+    command.add_option("--processes", bounds.processes, "Number of the panel's processes")
+        ->check(CLI::Range(kLeastProcesses, kMostProcesses))
+        ->capture_default_str();
+}
+
+} // namespace
+
+void AddTry(CLI::App& program, Invocation& invocation)
+{
+    CLI::App* const command = program.add_subcommand(
+        "try", "Install a package on a sandboxed panel and tell what changed");
+    const auto options = std::make_shared<TryOptions>();
+    command
+        ->add_option("package", options->package,
+                     "A package file, the folder of an unpacked one, or - for standard input")
+        ->type_name(kPackageValue)
+        ->required();
+    command->add_flag("--twice", options->isTwice,
+                      "Install it again on the same panel, and tell what that changed");
+    CLI::Option* const fail = command->add_option(
+        "--fail", options->failedStep,
+        "Let this step fail, counted from 1, at its first command; with --twice the first time");
+    command->add_flag("--shell", options->hasShell,
+                      "Open a shell on the panel after the installation");
+    command->add_option("--updater", options->updater,
+                        "The updater that installs, instead of this machine's own")
+        ->type_name(kFileValue);
+    command->add_option("--device", options->device,
+                        "The folder of the sandboxed device, instead of the installed one")
+        ->type_name(kFolderValue);
+    command
+        ->add_option("--env", options->environment,
+                     "NAME=VALUE for the panel's environment, LANG=ja_JP.UTF-8 for example")
+        ->allow_extra_args(false);
+    AddBounds(*command, options->bounds);
+    command->add_flag("--json", invocation.isJson, "Tell it as JSON");
+    command->footer(
+        "Nothing is changed on this machine, and nothing is started outside the sandboxed "
+        "panel.\n\n"
+        "Exit status: 0 installed, 1 not installed, 2 wrong use, 3 no sandboxed panel, "
+        "no updater,\nor something could not be read or written.\n\n"
+        "Examples:\n"
+        "  kx-package try recipes.kx-update\n"
+        "  kx-package try --twice recipes.kx-update\n"
+        "  kx-package try --fail 2 recipes.kx-update\n"
+        "  kx-package try --shell unpacked/recipes\n"
+        "  kx-package build -o - recipes | kx-package try -\n"
+        "  kx-package try --json recipes.kx-update | jq -r "
+        "'.installations[].files[].path'");
+    command->callback([options, fail, &invocation] {
+        options->hasFailedStep = fail->count() > 0;
+        invocation.run = [options](const Output& output) { return Try(*options, output); };
+    });
+}

@@ -1,0 +1,234 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "trial/ChildProcess.h"
+
+#include "common/Error.h"
+#include "trial/ShellTerminal.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <optional>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kTickMs = 100;
+constexpr std::chrono::seconds kPatience(40); ///< for a child that was told to end
+
+/// A pipe whose ends are closed when it goes.
+class Pipe
+{
+public:
+    Pipe()
+    {
+        if (pipe2(m_ends.data(), O_CLOEXEC) != 0) {
+            throw AccessError("", "make a pipe", errno);
+        }
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    ~Pipe()
+    {
+        CloseReading();
+        CloseWriting();
+    }
+
+    [[nodiscard]] int Reading() const { return m_ends[0]; }
+    [[nodiscard]] int Writing() const { return m_ends[1]; }
+    void CloseReading() { Close(m_ends[0]); }
+    void CloseWriting() { Close(m_ends[1]); }
+
+private:
+    static void Close(int& end)
+    {
+        if (end >= 0) {
+            close(end);
+            end = -1;
+        }
+    }
+
+    std::array<int, 2> m_ends{-1, -1};
+};
+
+/// Becomes the program; writes the number of the error to @p failure when that is not possible.
+[[noreturn]] void Become(const std::vector<std::string>& words, std::array<int, 3> streams,
+                         int failure, pid_t parent)
+{
+    setsid();
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
+        std::signal(number, SIG_DFL);
+    }
+    bool isReady = getppid() == parent;
+    for (int number = 0; number < 3; ++number) {
+        isReady = isReady && dup2(streams[static_cast<std::size_t>(number)], number) == number;
+    }
+    if (isReady) {
+        std::vector<char*> arguments;
+        for (const std::string& word : words) {
+            arguments.push_back(const_cast<char*>(word.c_str())); // NOLINT: as execv wants it
+        }
+        arguments.push_back(nullptr);
+        execv(arguments[0], arguments.data());
+    }
+    const int number = errno;
+    static_cast<void>(write(failure, &number, sizeof number));
+    _exit(127);
+}
+
+/// Reads what is there.
+/// @return false at the end
+bool Take(int descriptor, BoundedText& text)
+{
+    std::array<char, 1 << 16> piece{};
+    const ssize_t count = read(descriptor, piece.data(), piece.size());
+    if (count > 0) {
+        text.Append({piece.data(), static_cast<std::size_t>(count)});
+    }
+    return count > 0 || (count < 0 && (errno == EINTR || errno == EAGAIN));
+}
+
+/// A child that runs.
+class Child
+{
+public:
+    Child(const std::vector<std::string>& words, ShellTerminal* terminal) : m_terminal(terminal)
+    {
+        Start(words);
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    /// Leaves no child behind, also when something was thrown.
+    ~Child()
+    {
+        if (m_process > 0) {
+            kill(m_process, SIGKILL);
+            waitpid(m_process, nullptr, 0);
+        }
+    }
+
+    ChildResult Wait(const std::function<bool()>& mayGoOn)
+    {
+        while (m_isOutOpen || m_isErrOpen) {
+            Look(mayGoOn);
+            Serve();
+        }
+        int status = 0;
+        while (waitpid(m_process, &status, WNOHANG) == 0) {
+            Look(mayGoOn);
+            poll(nullptr, 0, kTickMs / 10);
+        }
+        m_process = -1;
+        m_result.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+        return m_result;
+    }
+
+private:
+    void Start(const std::vector<std::string>& words)
+    {
+        Pipe failure;
+        const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        const std::array<int, 3> streams = {
+            m_terminal != nullptr ? m_terminal->PanelSide() : null,
+            m_terminal != nullptr ? m_terminal->PanelSide() : m_out.Writing(), m_err.Writing()};
+        const pid_t parent = getpid();
+        m_process = fork();
+        if (m_process == 0) {
+            Become(words, streams, failure.Writing(), parent);
+        }
+        int number = m_process < 0 ? errno : 0;
+        close(null);
+        failure.CloseWriting();
+        m_out.CloseWriting();
+        m_err.CloseWriting();
+        while (number == 0 && read(failure.Reading(), &number, sizeof number) < 0) {
+            number = errno == EINTR ? 0 : errno;
+        }
+        if (number != 0) {
+            throw AccessError(words[0], "start", number);
+        }
+        m_isOutOpen = m_terminal == nullptr;
+    }
+
+    /// Asks whether to go on, and sees to it that a child that shall end does.
+    void Look(const std::function<bool()>& mayGoOn)
+    {
+        if (m_result.isStopped) {
+            if (Clock::now() > m_deadline) {
+                kill(m_process, SIGKILL);
+            }
+        } else if (!mayGoOn()) {
+            m_result.isStopped = true;
+            m_deadline = Clock::now() + kPatience;
+            kill(m_process, SIGTERM);
+        }
+    }
+
+    /// Waits for something to carry, for a moment, and carries it.
+    void Serve()
+    {
+        std::array<pollfd, 4> waits{};
+        waits[0] = {m_isOutOpen ? m_out.Reading() : -1, POLLIN, 0};
+        waits[1] = {m_isErrOpen ? m_err.Reading() : -1, POLLIN, 0};
+        waits[2] = {-1, POLLIN, 0};
+        waits[3] = {-1, POLLIN, 0};
+        if (m_terminal != nullptr) {
+            m_terminal->CopySize();
+            const bool isFull = m_terminal->HasPending();
+            waits[2].fd = m_hasKeyboard && !isFull ? m_terminal->Keyboard() : -1;
+            waits[3] = {m_terminal->OurSide(),
+                        static_cast<short>(isFull ? POLLIN | POLLOUT : POLLIN), 0};
+        }
+        if (poll(waits.data(), waits.size(), kTickMs) <= 0) {
+            return;
+        }
+        // The terminal first: nothing the shell printed may be lost when its end is seen.
+        if (m_terminal != nullptr) {
+            ServeTerminal(waits[2].revents, waits[3].revents);
+        }
+        m_isOutOpen = m_isOutOpen && (waits[0].revents == 0 || Take(m_out.Reading(), m_result.out));
+        m_isErrOpen = m_isErrOpen && (waits[1].revents == 0 || waits[3].revents != 0 ||
+                                      Take(m_err.Reading(), m_result.err));
+    }
+
+    void ServeTerminal(int person, int ourSide)
+    {
+        if ((ourSide & POLLIN) != 0) {
+            m_terminal->ShowPrinted();
+        }
+        if ((ourSide & POLLOUT) != 0) {
+            m_terminal->HandOver();
+        }
+        if (person != 0) {
+            m_hasKeyboard = m_terminal->TakeKeys();
+        }
+    }
+
+    ShellTerminal* m_terminal;
+    Pipe m_out;
+    Pipe m_err;
+    bool m_isOutOpen = true;
+    bool m_isErrOpen = true;
+    bool m_hasKeyboard = true;
+    pid_t m_process = -1;
+    Clock::time_point m_deadline;
+    ChildResult m_result;
+};
+
+} // namespace
+
+ChildResult RunChild(const std::vector<std::string>& words, const std::function<bool()>& mayGoOn,
+                     ShellTerminal* terminal)
+{
+    return Child(words, terminal).Wait(mayGoOn);
+}

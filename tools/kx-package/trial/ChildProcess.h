@@ -1,0 +1,32 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "trial/BoundedText.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+class ShellTerminal;
+
+/// How a child process ended, and what it printed.
+struct ChildResult {
+    int status = 0;         ///< exit status; 128 plus the signal's number when one ended it
+    bool isStopped = false; ///< it was told to end before it was done
+    BoundedText out;
+    BoundedText err;
+};
+
+/// Starts a program in a session of its own, so that keys of the terminal do not reach it, and
+/// waits for its end. It ends with this process, too. Standard input is empty.
+///
+/// @param words     path of the program, and its arguments
+/// @param mayGoOn   asked several times a second; when it says no, the child is told to end
+/// (SIGTERM)
+///                  and, when it does not in time, killed
+/// @param terminal  serves as standard input and output instead, or null
+/// @throws Error when the program cannot be started
+[[nodiscard]] ChildResult RunChild(const std::vector<std::string>& words,
+                                   const std::function<bool()>& mayGoOn,
+                                   ShellTerminal* terminal = nullptr);

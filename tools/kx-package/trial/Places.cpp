@@ -1,0 +1,107 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "trial/Places.h"
+
+#include "build/UpdaterSearch.h"
+#include "common/Error.h"
+#include "package/Package.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr const char* kRunName = "run";
+
+bool IsProgram(const fs::path& path)
+{
+    std::error_code error;
+    return fs::is_regular_file(path, error) && access(path.c_str(), X_OK) == 0;
+}
+
+/// Tells whether the tool lies where it was built.
+bool IsInBuildFolder(const std::string& toolFolder)
+{
+    std::error_code error;
+    return fs::equivalent(toolFolder, KX_BUILD_FOLDER, error) && !error;
+}
+
+void RefuseOtherProgram(const std::string& path, const Processor* native)
+{
+    struct stat info {
+    };
+    if (stat(path.c_str(), &info) != 0) {
+        throw AccessError(path, "open the updater", errno);
+    }
+    std::array<char, kProgramHeadSize> head{};
+    std::ifstream file(path, std::ios::binary);
+    file.read(head.data(), head.size());
+    const std::optional<ProgramHead> program =
+        ReadProgramHead({head.data(), static_cast<std::size_t>(file.gcount())});
+    if (!S_ISREG(info.st_mode) || !program.has_value() || !IsProgram(path)) {
+        throw Error(ExitCode::kNoAccess, path, "is no program that can be started",
+                    "name an updater with --updater PATH");
+    }
+    if (native != nullptr && !program->IsFor(*native)) {
+        throw Error(ExitCode::kNoAccess, path,
+                    "is a program for " + program->ProcessorName() + ", and this machine is " +
+                        native->name,
+                    "name an updater for this machine with --updater PATH");
+    }
+}
+
+} // namespace
+
+std::string FindDevice(const std::string& named, const std::string& toolFolder)
+{
+    const char* const variable = std::getenv("KX_DEVICE");
+    std::string folder = named;
+    if (folder.empty() && variable != nullptr) {
+        folder = variable;
+    }
+    if (folder.empty()) {
+        folder = (fs::path(toolFolder).parent_path() / "lib" / kUpdaterName / "device").string();
+        if (!IsProgram(fs::path(folder) / kRunName) && IsInBuildFolder(toolFolder)) {
+            folder = KX_DEVICE_SOURCES;
+        }
+    }
+    if (!IsProgram(fs::path(folder) / kRunName)) {
+        throw Error(ExitCode::kNoAccess, (fs::path(folder) / kRunName).string(),
+                    "there is no sandboxed device",
+                    "name the folder that holds its program 'run' with --device DIR or KX_DEVICE");
+    }
+    return fs::absolute(folder).string();
+}
+
+std::string FindTrialUpdater(const std::string& named, const std::string& toolFolder)
+{
+    const UpdaterPlaces places{toolFolder, NativeProcessor()};
+    std::string path = named;
+    const fs::path release = fs::path(toolFolder).parent_path() / "release" / kUpdaterName;
+    if (path.empty() && places.native == nullptr) {
+        throw Error(ExitCode::kNoAccess, "", "this machine's processor is not known",
+                    "name an updater for it with --updater PATH");
+    }
+    if (path.empty()) {
+        try {
+            path = FindUpdater(*places.native, places);
+        } catch (const Error&) {
+            if (!IsInBuildFolder(toolFolder) || !IsProgram(release)) {
+                throw;
+            }
+            path = release.string();
+        }
+    }
+    RefuseOtherProgram(path, places.native);
+    return path;
+}

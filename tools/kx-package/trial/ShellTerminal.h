@@ -1,0 +1,58 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include <termios.h>
+
+/// The person's terminal while a shell on the panel has it. The shell gets a terminal of its own,
+/// and what is typed and printed is carried between the two: keys like Ctrl-C reach the shell's
+/// commands and nothing else, and the panel never holds the person's terminal.
+class ShellTerminal
+{
+public:
+    /// Tells whether standard input is a terminal.
+    [[nodiscard]] static bool IsThere();
+
+    /// Takes the terminal of standard input.
+    /// @throws Error when there is none, or no further one can be made
+    ShellTerminal();
+    ShellTerminal(const ShellTerminal&) = delete;
+    ShellTerminal& operator=(const ShellTerminal&) = delete;
+    /// Gives the terminal back as it was.
+    ~ShellTerminal();
+
+    /// The shell's end of its terminal, for its standard input and output.
+    [[nodiscard]] int PanelSide() const { return m_panelSide; }
+
+    /// The descriptors to wait for, and whether typed keys wait for the shell to take them.
+    [[nodiscard]] int Keyboard() const { return m_person; }
+    [[nodiscard]] int OurSide() const { return m_ourSide; }
+    [[nodiscard]] bool HasPending() const { return !m_pending.empty(); }
+
+    /// Takes what was typed.
+    /// @return false when the terminal is gone
+    bool TakeKeys();
+
+    /// Hands what was typed to the shell, as far as it takes it.
+    void HandOver();
+
+    /// Shows what the shell printed so far.
+    void ShowPrinted();
+
+    /// Tells the shell's terminal the size of the person's.
+    void CopySize() const;
+
+    /// Writes a line for the person.
+    void Say(const std::string& line) const;
+
+private:
+    void Close();
+
+    int m_person = -1;
+    int m_ourSide = -1;
+    int m_panelSide = -1;
+    termios m_before{};
+    std::string m_pending;
+};

@@ -1,0 +1,68 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "trial/BoundedText.h"
+#include "trial/PanelChanges.h"
+#include "trial/ShellFailure.h"
+#include "trial/TrialPanel.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What to try, and with what.
+struct TrialRequest {
+    std::string package; ///< a file, a folder, or "-" for standard input
+    std::string device;  ///< folder of the sandboxed device
+    std::string updater;
+    TrialBounds bounds;
+    std::vector<std::string> environment;
+    bool isTwice = false;
+    bool hasShell = false;
+    std::optional<ShellFailure> failure; ///< of the first installation
+};
+
+/// What a panel recorded of an installation.
+struct TrialRecord {
+    std::vector<std::string> folders;
+    std::vector<std::string> files;
+};
+
+/// One installation of the package.
+struct Installation {
+    std::optional<int> exitCode;      ///< of the updater; absent when it was not started
+    bool isUnpacked = false;          ///< it has been started
+    bool isInstalled = false;         ///< ended with 0
+    bool isRefused = false;           ///< the command that was to fail was reached
+    std::vector<std::string> remarks; ///< what else is to be said
+    BoundedText log;                  ///< of the updater; or of the unpacking, when that failed
+    PanelChanges changes;
+    std::optional<TrialRecord> record;
+};
+
+/// What the person did in the shell.
+struct ShellVisit {
+    int exitStatus = 0;
+    std::vector<std::string> remarks;
+    PanelChanges changes;
+};
+
+struct TrialResult {
+    std::string packageName;                 ///< name on the panel's drive
+    std::string recordName;                  ///< of the record's folder
+    std::vector<Installation> installations; ///< one, or two
+    std::optional<ShellVisit> shell;
+};
+
+/// Returns a path of the package that ends in its name: "." and the like become full paths.
+/// @throws Error when there is nothing, or it cannot be read
+[[nodiscard]] std::string NamedPath(const std::string& path);
+
+/// Returns the folder on the panel's drive to which the package of a path is unpacked.
+[[nodiscard]] std::string UnpackedFolder(const std::string& path, bool isArchive);
+
+/// Installs a package on a panel of the sandboxed device, the way a panel does.
+/// @throws Error when the package cannot be read, there is no device, or the person interrupted;
+///         nothing is left then
+[[nodiscard]] TrialResult RunTrial(const TrialRequest& request);

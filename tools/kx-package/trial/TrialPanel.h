@@ -1,0 +1,73 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "trial/BoundedText.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class ShellTerminal;
+
+/// What a trial may use up.
+struct TrialBounds {
+    unsigned seconds = 600; ///< of each step of the trial
+    unsigned memory = 4096; ///< MiB
+    unsigned processes = 256;
+    unsigned disk = 2048; ///< MiB of the panel's files
+};
+
+/// How a command on the panel ended.
+struct PanelResult {
+    int status = 0;         ///< its exit status
+    bool isStopped = false; ///< a bound was reached
+    BoundedText out;
+    std::vector<std::string> remarks; ///< what the device says about the run
+};
+
+/// A panel of the sandboxed device, for one trial: its files are kept in a temporary folder between
+/// commands, and go with it.
+class TrialPanel
+{
+public:
+    /// @param device       folder of the sandboxed device
+    /// @param environment  NAME=VALUE of what commands on the panel get besides the usual
+    /// @throws Error when the temporary folder cannot be made
+    TrialPanel(std::string device, TrialBounds bounds, std::vector<std::string> environment);
+    TrialPanel(const TrialPanel&) = delete;
+    TrialPanel& operator=(const TrialPanel&) = delete;
+    /// Removes everything.
+    ~TrialPanel();
+
+    /// Returns the path of a file of this machine, for the reports of the device.
+    [[nodiscard]] std::string Scratch(const std::string& name) const
+    {
+        return m_folder + "/" + name;
+    }
+
+    /// Runs a command on the panel.
+    /// @param options   further options for device/run
+    /// @param terminal  for a shell, or null
+    /// @throws Error when the panel cannot be made, or the person ended the trial
+    [[nodiscard]] PanelResult Run(const std::vector<std::string>& options,
+                                  const std::vector<std::string>& command,
+                                  ShellTerminal* terminal = nullptr);
+
+    void SetSeconds(unsigned seconds) { m_bounds.seconds = seconds; }
+
+    /// Removes everything.
+    /// @throws Error when something stays
+    void End();
+
+private:
+    [[nodiscard]] bool IsDiskFull();
+    void RefuseToGoOn(int status, const std::string& remark) const;
+    [[nodiscard]] std::string State() const { return m_folder + "/panel"; }
+
+    std::string m_device;
+    TrialBounds m_bounds;
+    std::vector<std::string> m_environment;
+    std::string m_folder;
+    std::uint64_t m_free = 0; ///< bytes of the disk before the trial
+};
