@@ -3,15 +3,22 @@
 
 # kx_headers compiles every header on its own, twice in one file: it must include what it uses and
 # guard itself.
-file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE "${CMAKE_SOURCE_DIR}/src"
-  "${CMAKE_SOURCE_DIR}/src/*.h")
-set(sources)
-foreach(header ${headers})
-  string(REPLACE "/" "_" name "${header}")
-  set(source "${CMAKE_CURRENT_BINARY_DIR}/headers/${name}.cpp")
-  file(CONFIGURE OUTPUT "${source}"
-    CONTENT "#include \"${header}\"\n#include \"${header}\" // NOLINT\n")
-  list(APPEND sources "${source}")
-endforeach()
-add_library(kx_headers OBJECT ${sources})
-target_link_libraries(kx_headers PRIVATE kx_ui)
+function(kx_check_headers target folder library)
+  file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE "${folder}" "${folder}/*.h")
+  set(sources)
+  foreach(header ${headers})
+    string(REPLACE "/" "_" name "${header}")
+    set(source "${CMAKE_CURRENT_BINARY_DIR}/headers/${target}_${name}.cpp")
+    file(CONFIGURE OUTPUT "${source}"
+      CONTENT "#include \"${header}\"\n#include \"${header}\" // NOLINT\n")
+    list(APPEND sources "${source}")
+  endforeach()
+  add_library(${target} OBJECT ${sources})
+  target_link_libraries(${target} PRIVATE ${library})
+endfunction()
+
+kx_check_headers(kx_headers "${CMAKE_SOURCE_DIR}/src" kx_ui)
+if(KX_TOOLS)
+  kx_check_headers(kx_tool_headers "${CMAKE_SOURCE_DIR}/tools/kx-package" kx_package_tool)
+  add_dependencies(kx_headers kx_tool_headers)
+endif()

@@ -10,6 +10,7 @@
 #include "checks/UpdaterChecks.h"
 #include "common/Error.h"
 #include "package/Package.h"
+#include "package/StandardInput.h"
 
 #include <memory>
 #include <utility>
@@ -95,6 +96,13 @@ void CheckArchivePackage(const std::string& path, const ByteSource& source,
 
 Findings CheckPackage(const std::string& path, const Processor* processor)
 {
+    if (path == kStandardInput) {
+        const StandardInput input;
+        Findings findings;
+        CheckArchivePackage(input.Path(), FileBytes(input.Path()), processor, findings);
+        findings.Sort();
+        return findings;
+    }
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {

@@ -8,6 +8,7 @@
 #include "package/Package.h"
 
 #include <filesystem>
+#include <set>
 #include <system_error>
 
 namespace
@@ -70,14 +71,17 @@ void CheckNeighbours(const std::string& path, Findings& findings)
     const std::string name = LastPart(path);
     const fs::path folder = fs::path(path).parent_path();
     std::error_code error;
+    std::set<std::string> others; // told in the same order wherever the package lies
     int count = 0;
     for (fs::directory_iterator place(folder.empty() ? fs::path(".") : folder, error);
          !error && place != fs::directory_iterator() && ++count < kMostNames;
          place.increment(error)) {
         const std::string other = place->path().filename().string();
-        if (other == name || !IsPackage(other)) {
-            continue;
+        if (other != name && IsPackage(other)) {
+            others.insert(other);
         }
+    }
+    for (const std::string& other : others) {
         findings.Add(other.front() == '.' ? RuleId::kNameTwin : RuleId::kNameNeighbour,
                      Place::Whole(), "beside it stands '" + other + "'");
     }

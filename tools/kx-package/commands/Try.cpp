@@ -3,6 +3,7 @@
 #include "build/UpdaterSearch.h"
 #include "commands/Command.h"
 #include "commands/Values.h"
+#include "package/StandardInput.h"
 #include "package/Summary.h"
 #include "rehearsal/Rehearsal.h"
 #include "trial/Places.h"
@@ -21,7 +22,6 @@
 namespace
 {
 
-constexpr const char* kStandardInput = "-";
 
 struct TryOptions {
     std::string package;

@@ -8,6 +8,7 @@
 #include "osa/OSA.h"
 #include "package/Description.h"
 #include "package/Package.h"
+#include "package/StandardInput.h"
 #include "trial/ShellTerminal.h"
 
 #include <array>
@@ -30,7 +31,6 @@ constexpr const char* kRecords = "/var/lib/KxUserPackages/";
 // Left out of the summary, like everything in /run.
 constexpr const char* kInsidePackage = "/run/kx-package/package";
 constexpr const char* kInsideUpdater = "/run/kx-package/kx_Updater";
-constexpr const char* kStandardInput = "-";
 constexpr std::uint64_t kLargestReport = std::uint64_t{64} << 20;
 
 // Exit statuses of the script below; unzip's own are smaller.
