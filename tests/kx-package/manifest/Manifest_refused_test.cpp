@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "kx-package/common/Environment.h"
-#include "kx-package/manifest/Manifests.h"
 #include "kx-package/common/Thrown.h"
+#include "kx-package/manifest/Manifests.h"
 #include "manifest/Manifest.h"
 #include "support/TempDir.h"
 
@@ -58,8 +58,8 @@ TEST_P(RefusedIdentity, IsToldWithPlaceAndRemedy)
 INSTANTIATE_TEST_SUITE_P(
     Manifests, RefusedIdentity,
     ::testing::Values(
-        IdentityMistake{"MistypedKey", "title =", "titel =",
-                        ":3:1: 'package.titel' is not known here; did you mean 'title'?"},
+        IdentityMistake{"MistypedKey", "title =", "titlee =",
+                        ":3:1: 'package.titlee' is not known here; did you mean 'title'?"},
         IdentityMistake{"MissingTitle", "title = \"Demo\"\n", "",
                         ":1:1: 'package.title' is missing; give it; the panel shows it"},
         IdentityMistake{"MissingVersion", "version = \"1.2\"\n", "",
@@ -102,8 +102,8 @@ INSTANTIATE_TEST_SUITE_P(
         IdentityMistake{"NameWithASlash", "\"demo\"", "\"a/b\"",
                         ":2:8: the package's name 'a/b' holds other characters than letters, "
                         "digits, '-', '_' and '.'; choose another 'package.name'"},
-        IdentityMistake{"NoPackage", "[package]", "[paket]",
-                        ":1:2: 'paket' is not known here; there are package and steps"},
+        IdentityMistake{"NoPackage", "[package]", "[parcel]",
+                        ":1:2: 'parcel' is not known here; there are package and steps"},
         IdentityMistake{"PackageIsNoTable", "[package]\n", "package = 1\n[steps]\n",
                         ":1:11: 'package' must be a table, not a number; write a table"},
         IdentityMistake{"NoToml", "title =", "title",

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "kx-package/common/Environment.h"
-#include "kx-package/manifest/Manifests.h"
 #include "kx-package/common/Thrown.h"
+#include "kx-package/manifest/Manifests.h"
 #include "manifest/Manifest.h"
 #include "support/TempDir.h"
 

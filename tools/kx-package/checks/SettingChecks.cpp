@@ -192,9 +192,9 @@ private:
 void CheckSettings(const JsonNode& step, const std::string& path, Severity failure,
                    Findings& findings)
 {
-    const JsonNode* const datas = step.Member("HardSettingDatas");
+    const JsonNode* const data = step.Member("HardSettingDatas");
     const JsonNode* const configs =
-        datas != nullptr ? datas->Member("DB_HardwareConfigs") : nullptr;
+        data != nullptr ? data->Member("DB_HardwareConfigs") : nullptr;
     const std::string below = path + ".HardSettingDatas.DB_HardwareConfigs.";
     const std::vector<const JsonNode*> elements = ElementsOf(configs);
     if (elements.empty()) {

@@ -355,8 +355,7 @@ private:
             m_findings.AddAs(m_failure, RuleId::kTargetEmpty, place, "is empty");
             return false;
         }
-        if (const std::string changed = ChangedInDoubleQuotes(target + behind);
-            !changed.empty()) {
+        if (const std::string changed = ChangedInDoubleQuotes(target + behind); !changed.empty()) {
             m_findings.Add(RuleId::kTargetShell, place, "holds " + changed);
         }
         if (target.find_first_of(":\\") != std::string::npos) {

@@ -154,17 +154,20 @@ void AddBuild(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand("build", "Make a package from its manifest");
     const auto options = std::make_shared<BuildOptions>();
-    command->add_option("manifest", options->manifest,
-                        "The manifest, or the folder with its package.toml; this folder when "
-                        "nothing is named")
+    command
+        ->add_option("manifest", options->manifest,
+                     "The manifest, or the folder with its package.toml; this folder when "
+                     "nothing is named")
         ->type_name(kManifestValue);
-    command->add_option("-o,--output", options->output,
-                        "The package, the folder for it, or - for standard output; NAME.kx-update "
-                        "in this folder when nothing is named")
+    command
+        ->add_option("-o,--output", options->output,
+                     "The package, the folder for it, or - for standard output; NAME.kx-update "
+                     "in this folder when nothing is named")
         ->type_name(kFileValue);
-    command->add_option("--updater", options->updater,
-                        "The updater to put into the package, instead of the installed one of the "
-                        "manifest's processor")
+    command
+        ->add_option("--updater", options->updater,
+                     "The updater to put into the package, instead of the installed one of the "
+                     "manifest's processor")
         ->type_name(kFileValue);
     command
         ->add_option("--processor", options->processor,

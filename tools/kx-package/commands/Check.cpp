@@ -166,8 +166,9 @@ void AddCheck(CLI::App& program, Invocation& invocation)
         ->required();
     command->add_flag("--json", invocation.isJson, "Tell the findings as JSON");
     command->add_flag("--strict", arguments->isStrict, "Warnings are problems, too");
-    command->add_option("--processor", arguments->processor,
-                        "The panel's processor: is the updater made for it?")
+    command
+        ->add_option("--processor", arguments->processor,
+                     "The panel's processor: is the updater made for it?")
         ->type_name(ChoiceOf(ProcessorNames()));
     command->footer("Exit status: 0 no problems, 1 problems, 2 wrong use, 3 could not read.\n"
                     "Errors are problems; warnings are with --strict; notes never are.\n"

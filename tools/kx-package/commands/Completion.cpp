@@ -75,7 +75,8 @@ struct Names {
 Names NamesOf(const CLI::App& app)
 {
     Names names;
-    for (const CLI::App* const command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    for (const CLI::App* const command :
+         app.get_subcommands([](const CLI::App*) { return true; })) {
         names.commands.push_back(command->get_name());
     }
     for (const CLI::Option* const option : app.get_options()) {
@@ -93,7 +94,8 @@ Names NamesOf(const CLI::App& app)
     return names;
 }
 
-constexpr const char* kHead = R"(# bash completion of kx-package, made by "kx-package completion" from its own commands
+constexpr const char* kHead =
+    R"(# bash completion of kx-package, made by "kx-package completion" from its own commands
 # shellcheck shell=bash
 
 _kx_package_words() {
@@ -133,11 +135,11 @@ ExitCode Complete(const CLI::App& program, const Output& output)
          program.get_subcommands([](const CLI::App*) { return true; })) {
         const Names names = NamesOf(*command);
         values += names.values;
-        words += "        " + command->get_name() + ")\n" + "            case $word in\n" +
-                 "                -*) _kx_package_words '" + Joined(names.options, " ") + "' ;;\n" +
-                 (names.positional.empty() ? ""
-                                           : "                *) " + names.positional + " ;;\n") +
-                 "            esac\n            ;;\n";
+        words +=
+            "        " + command->get_name() + ")\n" + "            case $word in\n" +
+            "                -*) _kx_package_words '" + Joined(names.options, " ") + "' ;;\n" +
+            (names.positional.empty() ? "" : "                *) " + names.positional + " ;;\n") +
+            "            esac\n            ;;\n";
     }
     output.out << kHead << Joined(top.commands, " | ")
                << ")\n                command=${COMP_WORDS[i]}\n                break\n"

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
-#include "commands/Values.h"
 #include "commands/RecordText.h"
+#include "commands/Values.h"
 #include "common/Text.h"
 #include "registry/Registry.h"
 

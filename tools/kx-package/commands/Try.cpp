@@ -22,7 +22,6 @@
 namespace
 {
 
-
 struct TryOptions {
     std::string package;
     std::string device;
@@ -169,11 +168,13 @@ void AddTry(CLI::App& program, Invocation& invocation)
         "Let this step fail, counted from 1, at its first command; with --twice the first time");
     command->add_flag("--shell", options->hasShell,
                       "Open a shell on the panel after the installation");
-    command->add_option("--updater", options->updater,
-                        "The updater that installs, instead of this machine's own")
+    command
+        ->add_option("--updater", options->updater,
+                     "The updater that installs, instead of this machine's own")
         ->type_name(kFileValue);
-    command->add_option("--device", options->device,
-                        "The folder of the sandboxed device, instead of the installed one")
+    command
+        ->add_option("--device", options->device,
+                     "The folder of the sandboxed device, instead of the installed one")
         ->type_name(kFolderValue);
     command
         ->add_option("--env", options->environment,

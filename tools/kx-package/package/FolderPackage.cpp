@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "common/Error.h"
+#include "manifest/Manifest.h"
 #include "package/Package.h"
 
 #include <algorithm>
@@ -88,5 +89,10 @@ private:
 
 std::unique_ptr<Package> OpenFolder(const std::string& path)
 {
-    return std::make_unique<FolderPackage>(path);
+    auto package = std::make_unique<FolderPackage>(path);
+    if (package->Find(kDescriptionName) == nullptr && package->Find(kManifestName) != nullptr) {
+        throw Error(ExitCode::kWrongUse, path, "is the source of a package",
+                    "build it first: kx-package build " + path);
+    }
+    return package;
 }

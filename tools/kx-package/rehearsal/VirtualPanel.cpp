@@ -253,8 +253,9 @@ bool VirtualPanel::MakeFolder(const std::string& path)
 bool VirtualPanel::MakeFile(const std::string& path, std::optional<std::string> content)
 {
     const std::string plain = Resolved(path);
-    if (plain.empty() || KindOf(plain) == Kind::kFolder || KindOf(ParentOf(plain)) != Kind::kFolder ||
-        (!path.empty() && path.back() == '/') || !IsPossible(plain)) {
+    if (plain.empty() || KindOf(plain) == Kind::kFolder ||
+        KindOf(ParentOf(plain)) != Kind::kFolder || (!path.empty() && path.back() == '/') ||
+        !IsPossible(plain)) {
         return false;
     }
     m_nodes[plain] = {Kind::kFile, std::move(content), false};

@@ -10,8 +10,8 @@
 /// The files of a panel as far as an installation looks at them: what is there, and what the
 /// commands so far would have made of it. Nothing outside is ever changed.
 ///
-/// Paths are absolute. Links that were made here are followed as Linux does; the given panel's links
-/// never lead out of it.
+/// Paths are absolute. Links that were made here are followed as Linux does; the given panel's
+/// links never lead out of it.
 class VirtualPanel
 {
 public:
