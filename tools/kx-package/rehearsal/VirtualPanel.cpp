@@ -197,6 +197,8 @@ VirtualPanel::Place VirtualPanel::Walk(const std::string& path, bool isLastFollo
         if (node.content->front() == '/') {
             place.path = "/";
         }
+        constexpr std::uint64_t kLinkEffort = 1024; // chains of links are what makes long work
+        m_effort += kLinkEffort;
         own = std::min(own, rest.size() - end);
         rest.replace(0, end, *node.content);
         at = 0;
