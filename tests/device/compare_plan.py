@@ -17,13 +17,20 @@ import sys
 SIGNS = {b"\\": b"\\", b"t": b"\t", b"n": b"\n"}
 
 
+def letter_for_letter(command):
+    """The bytes of a planned command."""
+    if command["commandHex"]:
+        return bytes.fromhex(command["commandHex"])
+    return command["command"].encode()
+
+
 def planned(plan, folder, installed_from):
     """The planned commands as (whether its result is known, bytes)."""
     if plan["aborted"]:
         return [(True, b"sync")]
     return [
         (not (command["unknownResult"] or command["readDifferently"] or command["afterScript"]),
-         command["command"].replace(folder, installed_from).encode("utf-8", "surrogateescape"))
+         letter_for_letter(command).replace(os.fsencode(folder), os.fsencode(installed_from)))
         for command in plan["commands"] if command["process"] == "installer"]
 
 
@@ -50,7 +57,7 @@ def difference(plan, commands):
 
 def main():
     """Compares."""
-    with open(sys.argv[1], encoding="utf-8", errors="surrogateescape") as file:
+    with open(sys.argv[1], encoding="utf-8") as file:
         plan = json.load(file)
     found = difference(planned(plan, sys.argv[3], sys.argv[4]), run(sys.argv[2]))
     sys.stdout.buffer.write(os.fsencode(found + "\n" if found else ""))

@@ -121,12 +121,6 @@ UnpackedArchive::UnpackedArchive(std::string path, const ByteSource& source,
     m_entries = Arranged(std::move(entries));
 }
 
-std::string UnpackedArchive::LinkTarget(const std::string& name) const
-{
-    constexpr std::uint64_t kLongest = 4096;
-    return Read(name, kLongest);
-}
-
 std::string UnpackedArchive::Read(const std::string& name, std::uint64_t limit) const
 {
     const auto found = m_members.find(name);

@@ -37,7 +37,6 @@ public:
     [[nodiscard]] bool IsArchive() const override { return true; }
     [[nodiscard]] const std::vector<PackageEntry>& Entries() const override { return m_entries; }
     [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override;
-    [[nodiscard]] std::string LinkTarget(const std::string& name) const override;
 
 private:
     std::string m_path;

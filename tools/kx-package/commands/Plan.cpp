@@ -1,13 +1,16 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
+#include "checks/ShellText.h"
 #include "commands/Command.h"
 #include "commands/Values.h"
+#include "common/Text.h"
 #include "package/Package.h"
 #include "rehearsal/Rehearsal.h"
 
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 #include <CLI/CLI.hpp>
 
@@ -31,9 +34,22 @@ picojson::value ListOf(const std::vector<std::string>& texts)
 {
     picojson::array list;
     for (const std::string& text : texts) {
-        list.emplace_back(text);
+        list.push_back(JsonText(text));
     }
     return picojson::value(list);
+}
+
+/// Returns the bytes as pairs of digits: JSON has no text for a command that is no UTF-8.
+std::string Hex(const std::string& bytes)
+{
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string hex;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        hex += kDigits[byte >> 4U];
+        hex += kDigits[byte & 0xfU];
+    }
+    return hex;
 }
 
 picojson::value JsonOf(const PlannedCommand& command)
@@ -42,7 +58,9 @@ picojson::value JsonOf(const PlannedCommand& command)
     told["process"] = picojson::value(NameOf(command.process));
     told["step"] =
         command.step == 0 ? picojson::value() : picojson::value(static_cast<double>(command.step));
-    told["command"] = picojson::value(command.command);
+    told["command"] = JsonText(command.command);
+    told["commandHex"] =
+        IsUtf8(command.command) ? picojson::value() : picojson::value(Hex(command.command));
     told["afterScript"] = picojson::value(command.isAfterScript);
     told["readDifferently"] = picojson::value(command.isReadDifferently);
     told["unknownResult"] = picojson::value(command.isUnknown);
@@ -56,8 +74,9 @@ picojson::value JsonOf(const Plan& plan)
         commands.push_back(JsonOf(command));
     }
     picojson::object told;
-    told["packageFile"] = picojson::value(plan.packageFile);
-    told["record"] = picojson::value(plan.record);
+    told["packageFile"] = JsonText(plan.packageFile);
+    told["record"] = JsonText(plan.record);
+    told["found"] = picojson::value(plan.isFound);
     told["aborted"] = picojson::value(plan.isAborted);
     told["shown"] = picojson::value(plan.isShown);
     told["started"] = picojson::value(plan.isStarted);
@@ -84,21 +103,40 @@ std::string RemarksOn(const PlannedCommand& command)
     return remarks;
 }
 
+/// Returns the end of a sentence that says why.
+std::string WhyOf(const Plan& plan)
+{
+    return plan.log.empty() ? "." : ": " + plan.log.back();
+}
+
 /// Tells how it ends, in a sentence.
 std::string EndOf(const Plan& plan)
 {
+    if (!plan.isFound) {
+        return "The window finds no package: the file's name does not end in " +
+               std::string(kPackageExtension) + ".";
+    }
     if (plan.isAborted) {
         return "The window ends by SIGABRT: the description is no JSON object.";
     }
     if (!plan.isShown) {
-        return "The window cannot load the package.";
+        return "The window cannot load the package" + WhyOf(plan);
+    }
+    if (!plan.isStarted && HasForeignBytes(plan.packageFile)) {
+        return "The package's updater cannot be started: the window does not find it, as the "
+               "package's name is not plain ASCII.";
     }
     if (!plan.isStarted) {
         return "The package's updater cannot be started: " + std::string(kUpdaterName) +
                " is missing or not executable.";
     }
-    return plan.isInstalled ? "The installation succeeds."
-                            : "The installation fails: " + plan.log.back();
+    if (plan.isInstalled) {
+        return "The installation succeeds.";
+    }
+    if (!plan.log.empty() && plan.log.back() == "Installation succeeded.") {
+        return "The steps succeed, but the package cannot be recorded.";
+    }
+    return "The installation fails" + WhyOf(plan);
 }
 
 void WriteText(const Output& output, const Plan& plan)

@@ -4,6 +4,7 @@
 #include "package/Package.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 #include <sys/stat.h>
 #include <zip.h>
@@ -42,7 +43,11 @@ public:
         std::vector<PackageEntry> entries;
         entries.reserve(static_cast<std::size_t>(std::max<zip_int64_t>(count, 0)));
         for (zip_int64_t index = 0; index < count; ++index) {
-            entries.push_back(EntryAt(static_cast<zip_uint64_t>(index)));
+            const auto place = static_cast<zip_uint64_t>(index);
+            entries.push_back(EntryAt(place));
+            if (entries.back().kind != PackageEntry::Kind::kFolder) {
+                m_places[entries.back().name] = place;
+            }
         }
         m_entries = Arranged(std::move(entries));
     }
@@ -76,25 +81,15 @@ public:
         return bytes;
     }
 
-    [[nodiscard]] std::string LinkTarget(const std::string& name) const override
-    {
-        constexpr std::uint64_t kLongest = 4096;
-        return Read(name, kLongest);
-    }
-
 private:
     /// Returns the place of the last entry of that name: unpacking leaves that one.
     [[nodiscard]] zip_uint64_t IndexOf(const std::string& name) const
     {
-        const zip_int64_t count = zip_get_num_entries(m_archive.get(), 0);
-        for (zip_int64_t index = count - 1; index >= 0; --index) {
-            const char* const given =
-                zip_get_name(m_archive.get(), static_cast<zip_uint64_t>(index), ZIP_FL_ENC_RAW);
-            if (given != nullptr && given == name) {
-                return static_cast<zip_uint64_t>(index);
-            }
+        const auto place = m_places.find(name);
+        if (place == m_places.end()) {
+            throw Error(ExitCode::kNoAccess, m_path, "there is no '" + name + "' in the archive");
         }
-        throw Error(ExitCode::kNoAccess, m_path, "there is no '" + name + "' in the archive");
+        return place->second;
     }
 
     [[nodiscard]] PackageEntry EntryAt(zip_uint64_t index) const
@@ -127,6 +122,7 @@ private:
     std::string m_path;
     std::unique_ptr<zip_t, CloseArchive> m_archive;
     std::vector<PackageEntry> m_entries;
+    std::unordered_map<std::string, zip_uint64_t> m_places;
 };
 
 } // namespace

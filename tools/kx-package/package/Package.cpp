@@ -19,6 +19,12 @@ const PackageEntry* Package::Find(const std::string& name) const
     return place != entries.end() && place->name == name ? &*place : nullptr;
 }
 
+std::string Package::LinkTarget(const std::string& name) const
+{
+    constexpr std::uint64_t kLongest = 4096;
+    return Read(name, kLongest);
+}
+
 std::unique_ptr<Package> OpenPackage(const std::string& path)
 {
     struct stat info {

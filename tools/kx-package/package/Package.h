@@ -46,9 +46,9 @@ public:
     /// @throws Error when it cannot be read, or is damaged
     [[nodiscard]] virtual std::string Read(const std::string& name, std::uint64_t limit) const = 0;
 
-    /// Returns what the link @p name leads to, as it is written there; empty when it cannot be
-    /// read.
-    [[nodiscard]] virtual std::string LinkTarget(const std::string& name) const = 0;
+    /// Returns what the link @p name leads to, as written there; empty when it cannot be read. In an
+    /// archive that is its content.
+    [[nodiscard]] virtual std::string LinkTarget(const std::string& name) const;
 
     /// Returns the entry of that name, or null.
     [[nodiscard]] const PackageEntry* Find(const std::string& name) const;

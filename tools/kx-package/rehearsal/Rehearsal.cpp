@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "rehearsal/Rehearsal.h"
 
+#include "common/Error.h"
 #include "engine/ILogger.h"
 #include "engine/UserPackageInstaller.h"
 #include "engine/q_UpdaterEngine.h"
@@ -13,7 +14,10 @@
 
 #include <cstdarg>
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
 
 namespace
 {
@@ -51,6 +55,9 @@ private:
 bool PlayWindow(UserPackageInstaller& package, const Plan& plan)
 {
     OSA_Shell("sync");
+    if (!plan.isFound) {
+        return false;
+    }
     package.packageDir = OSA_TrimExt(plan.packageFile.c_str()) + ".temp";
     package.projectFile = package.packageDir + "/" + kDescriptionName;
     package.removeUnpacked = true;
@@ -82,14 +89,29 @@ int PlayInstaller(const UserPackageInstaller& window, Stage& stage)
     return result;
 }
 
-/// Tells whether the package brings an updater that its user may execute. Without modes in the
-/// archive nothing comes out executable.
-bool HasUpdater(const Package& package)
+/// Returns the name that the package's file has on the drive.
+std::string FileNameOf(const Package& package)
 {
-    constexpr unsigned kExecute = 0111;
-    const PackageEntry* const entry = package.Find(kUpdaterName);
-    return entry != nullptr && entry->kind == PackageEntry::Kind::kFile &&
-           (entry->mode & kExecute) != 0;
+    namespace fs = std::filesystem;
+    constexpr std::string_view kUnpacked = ".temp";
+    fs::path path(package.Path());
+    if (!package.IsArchive()) {
+        // Also of "." and "..".
+        std::error_code error;
+        path = fs::canonical(path, error);
+        if (error) {
+            throw AccessError(package.Path(), "find the name of the folder", error.value());
+        }
+    }
+    std::string name = path.filename().string();
+    if (package.IsArchive()) {
+        return name;
+    }
+    if (name.size() > kUnpacked.size() &&
+        name.compare(name.size() - kUnpacked.size(), kUnpacked.size(), kUnpacked) == 0) {
+        name.resize(name.size() - kUnpacked.size());
+    }
+    return name + kPackageExtension;
 }
 
 } // namespace
@@ -97,12 +119,9 @@ bool HasUpdater(const Package& package)
 Plan Rehearse(const Package& package, const std::string& drive, const std::string& root)
 {
     Plan plan;
-    std::string name = package.Path();
-    while (name.size() > 1 && name.back() == '/') {
-        name.pop_back();
-    }
-    name = name.substr(name.rfind('/') + 1);
-    plan.packageFile = drive + "/" + name + (package.IsArchive() ? "" : kPackageExtension);
+    const std::string name = FileNameOf(package);
+    plan.packageFile = drive + "/" + name;
+    plan.isFound = std::string_view(OSA_GetExt(name.c_str())) == kPackageExtension;
     plan.record = "/var/lib/KxUserPackages/" + RecordName(plan.packageFile);
 
     VirtualPanel panel(root);
@@ -115,11 +134,13 @@ Plan Rehearse(const Package& package, const std::string& drive, const std::strin
     UserPackageInstaller window;
     try {
         plan.isShown = PlayWindow(window, plan);
+    } catch (const Error&) {
+        throw;
     } catch (const std::runtime_error&) {
         plan.isAborted = true;
         return plan;
     }
-    plan.isStarted = plan.isShown && HasUpdater(package);
+    plan.isStarted = plan.isShown && stage.HasUpdater();
     if (plan.isStarted) {
         stage.SetProcess(Process::kInstaller);
         plan.result = PlayInstaller(window, stage);

@@ -24,6 +24,7 @@ struct PlannedCommand {
 struct Plan {
     std::string packageFile;  ///< where the package lies on the panel
     std::string record;       ///< the folder of the record
+    bool isFound = false;     ///< the window takes the file for a package: by its name
     bool isAborted = false;   ///< the description's root is no JSON object: the window dies of it
     bool isShown = false;     ///< the window gets as far as its question
     bool isStarted = false;   ///< the package brings an updater that can be started
@@ -39,8 +40,12 @@ struct Plan {
 /// nothing is run and nothing is changed. Call it once in a process: the updater's tables are the
 /// process's.
 ///
+/// A folder stands for the package file that unpacks to it, Foo.kx-update for Foo and for Foo.temp.
+///
 /// @param drive  folder of the panel in which the package lies, "/mnt/usb"
 /// @param root   folder with a panel's files, or empty for a fresh panel
-/// @throws Error when the package or the files cannot be read
+/// @throws Error when the package or the files cannot be read, and when the commands would have no
+/// end:
+///         links of the payload multiply its folders
 [[nodiscard]] Plan Rehearse(const Package& package, const std::string& drive,
                             const std::string& root);

@@ -3,15 +3,20 @@
 #include "rehearsal/Stage.h"
 
 #include "checks/ShellText.h"
+#include "common/Error.h"
+#include "osa/OSA.h"
 #include "package/Description.h"
 
+#include <optional>
 #include <string_view>
+#include <utility>
 
 namespace
 {
 
 constexpr const char* kScript = "\"/tmp/Zt/temp.sh\"";
-constexpr int kFailed = 256; ///< status word of exit status 1
+constexpr int kFailed = 256;       ///< status word of exit status 1
+constexpr int kNotStarted = 32512; ///< of exit status 127
 
 Stage* current = nullptr;
 
@@ -49,7 +54,8 @@ bool IsSpecial(const std::string& text)
 } // namespace
 
 Stage::Stage(VirtualPanel& panel, const Package& package, Plan& plan)
-    : m_panel(panel), m_package(package), m_plan(plan)
+    : m_panel(panel), m_package(package), m_plan(plan),
+      m_unpacked(OSA_TrimExt(plan.packageFile.c_str()) + ".temp/")
 {
     current = this;
 }
@@ -67,22 +73,93 @@ Stage* Stage::Current()
 VirtualPanel::Kind Stage::LookAt(const std::string& path)
 {
     // What lies in the unpacked package is not a script's business.
-    const std::string drive = m_plan.packageFile.substr(0, m_plan.packageFile.rfind('/') + 1);
-    m_hasLooked = m_hasLooked || path.compare(0, drive.size(), drive) != 0;
-    return m_panel.KindOf(path);
+    m_hasLooked = m_hasLooked || path.compare(0, m_unpacked.size(), m_unpacked) != 0;
+    try {
+        CheckLimits();
+        return m_panel.KindOf(path);
+    } catch (...) {
+        Keep();
+        return VirtualPanel::Kind::kNone;
+    }
+}
+
+std::uint64_t Stage::SizeOf(const std::string& path)
+{
+    try {
+        return m_panel.SizeOf(path);
+    } catch (...) {
+        Keep();
+        return 0;
+    }
+}
+
+VirtualPanel::Bytes Stage::ContentOf(const std::string& path)
+{
+    try {
+        return m_panel.Content(path, kLargestDescription);
+    } catch (...) {
+        Keep();
+        return nullptr;
+    }
+}
+
+std::vector<std::string> Stage::NamesIn(const std::string& folder)
+{
+    try {
+        return m_panel.Names(folder);
+    } catch (...) {
+        Keep();
+        return {};
+    }
+}
+
+bool Stage::MakeFile(const std::string& path)
+{
+    try {
+        return m_panel.MakeFile(path);
+    } catch (...) {
+        Keep();
+        return false;
+    }
+}
+
+void Stage::Keep() noexcept
+{
+    m_failure = m_failure != nullptr ? m_failure : std::current_exception();
+}
+
+void Stage::CheckLimits()
+{
+    constexpr std::uint64_t kMostTold = 256U << 20U;
+    constexpr std::uint64_t kMostEffort = 2U << 30U;
+    if (m_told > kMostTold || m_panel.Effort() > kMostEffort) {
+        throw Error(ExitCode::kProblems, m_package.Path(),
+                    "its installation takes more commands than can be planned",
+                    "look for links that multiply its folders: find . -type l");
+    }
 }
 
 int Stage::Run(const std::string& command)
 {
+    if (m_failure != nullptr) {
+        std::rethrow_exception(m_failure);
+    }
     PlannedCommand planned;
     planned.process = m_process;
     planned.step = m_step;
     planned.command = command;
     planned.isAfterScript = m_hasScriptRun && m_hasLooked;
     m_hasLooked = false;
-    const bool isDone = Play(planned);
-    m_plan.commands.push_back(planned);
-    return isDone ? 0 : kFailed;
+    // A longer command line does not reach the shell.
+    constexpr std::size_t kLongestCommand = (128U << 10U) - 1;
+    int status = kNotStarted;
+    if (command.size() <= kLongestCommand) {
+        status = Play(planned) ? 0 : kFailed;
+    }
+    m_told += sizeof(planned) + command.size();
+    CheckLimits();
+    m_plan.commands.push_back(std::move(planned));
+    return status;
 }
 
 bool Stage::Play(PlannedCommand& planned)
@@ -101,12 +178,12 @@ bool Stage::Play(PlannedCommand& planned)
     }
     if (const auto paths = Between(command, R"(cp -f ")", "\" ");
         paths && SplitQuoted(*paths, "\" \"", first, second)) {
-        planned.isReadDifferently = IsSpecial(first + second);
+        planned.isReadDifferently = IsSpecial(first) || IsSpecial(second);
         return planned.isReadDifferently || m_panel.CopyFile(first, second);
     }
     if (const auto paths = Between(command, R"(unzip -o ")", "\" ");
         paths && SplitQuoted(*paths, "\" -d \"", first, second)) {
-        planned.isReadDifferently = IsSpecial(first + second);
+        planned.isReadDifferently = IsSpecial(first) || IsSpecial(second);
         return planned.isReadDifferently || Unpack(second);
     }
     if (const auto path = Between(command, R"(rm -r ")", "\"")) {
@@ -134,6 +211,16 @@ bool Stage::Play(PlannedCommand& planned)
     return true;
 }
 
+/// Follows the links of the unpacked package.
+/// @return what the name leads to when that is a part of the package, otherwise null
+const PackageEntry* Stage::EntryBehind(const std::string& name) const
+{
+    const std::string folder = m_panel.Resolved(m_unpacked) + "/";
+    const std::string path = m_panel.Resolved(m_unpacked + name);
+    return path.compare(0, folder.size(), folder) == 0 ? m_package.Find(path.substr(folder.size()))
+                                                       : nullptr;
+}
+
 bool Stage::Unpack(const std::string& folder)
 {
     for (const PackageEntry& entry : m_package.Entries()) {
@@ -147,9 +234,28 @@ bool Stage::Unpack(const std::string& folder)
             m_panel.MakeLink(path, m_package.LinkTarget(entry.name));
             continue;
         }
-        const bool isRead = entry.name == kDescriptionName;
-        m_panel.MakeFile(path, isRead ? m_package.Read(entry.name, kLargestDescription)
-                                      : std::optional<std::string>());
+        m_panel.MakeFile(path);
+        CheckLimits();
+    }
+    const PackageEntry* const description = EntryBehind(kDescriptionName);
+    if (description != nullptr && description->kind == PackageEntry::Kind::kFile) {
+        std::string bytes = m_package.Read(description->name, kLargestDescription + 1);
+        if (bytes.size() > kLargestDescription) {
+            throw Error(ExitCode::kNoAccess, m_package.Path() + ":" + kDescriptionName,
+                        "is larger than 256 MiB");
+        }
+        m_panel.MakeFile(m_unpacked + description->name,
+                         std::make_shared<const std::string>(std::move(bytes)));
     }
     return true;
+}
+
+bool Stage::HasUpdater()
+{
+    // The window reads the path as Latin-1, and does not find what has other bytes in it. Without
+    // modes in the archive nothing comes out executable.
+    constexpr unsigned kExecute = 0111;
+    const PackageEntry* const entry = EntryBehind(kUpdaterName);
+    return !HasForeignBytes(m_unpacked) && entry != nullptr &&
+           entry->kind == PackageEntry::Kind::kFile && (entry->mode & kExecute) != 0;
 }

@@ -3,6 +3,7 @@
 
 // The system's functions as the updater's code calls them, replaced at link time: on a stage they
 // work on its files; anywhere else a command is refused, and files are the machine's.
+#include "common/Error.h"
 #include "rehearsal/Stage.h"
 
 #include <cerrno>
@@ -11,6 +12,7 @@
 #include <cstring>
 
 #include <dirent.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 namespace
@@ -18,6 +20,25 @@ namespace
 
 using Filter = int (*)(const dirent*);
 using Order = int (*)(const dirent**, const dirent**);
+
+/// Opens bytes as a file of the memory.
+std::FILE* Opened(const std::string& bytes, Stage& stage)
+{
+    const int fd = memfd_create("file", MFD_CLOEXEC);
+    std::FILE* const file = fd < 0 ? nullptr : fdopen(fd, "w+b");
+    if (file == nullptr || std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size() ||
+        std::fflush(file) != 0) {
+        try {
+            throw AccessError("", "keep the description in memory", errno);
+        } catch (...) {
+            stage.Keep();
+        }
+    }
+    if (file != nullptr) {
+        std::rewind(file);
+    }
+    return file;
+}
 
 } // namespace
 
@@ -52,8 +73,7 @@ int __wrap_stat64(const char* path, struct stat* info)
     }
     *info = {};
     info->st_mode = kind == VirtualPanel::Kind::kFolder ? S_IFDIR | 0755U : S_IFREG | 0644U;
-    const auto content = stage->Panel().Content(path);
-    info->st_size = content ? static_cast<off_t>(content->size()) : 0;
+    info->st_size = static_cast<off_t>(stage->SizeOf(path));
     return 0;
 }
 
@@ -64,19 +84,14 @@ std::FILE* __wrap_fopen64(const char* path, const char* mode)
         return __real_fopen64(path, mode);
     }
     if (*mode == 'w') {
-        return stage->Panel().MakeFile(path) ? __real_fopen64("/dev/null", "w") : nullptr;
+        return stage->MakeFile(path) ? __real_fopen64("/dev/null", "w") : nullptr;
     }
-    const auto content = stage->Panel().Content(path);
-    if (!content) {
+    const VirtualPanel::Bytes content = stage->ContentOf(path);
+    if (content == nullptr) {
         errno = ENOENT;
         return nullptr;
     }
-    std::FILE* const file = std::tmpfile();
-    if (file != nullptr) {
-        std::fwrite(content->data(), 1, content->size(), file);
-        std::rewind(file);
-    }
-    return file;
+    return Opened(*content, *stage);
 }
 
 int __wrap_scandir64(const char* dir, dirent*** entries, Filter filter, Order order)
@@ -85,11 +100,7 @@ int __wrap_scandir64(const char* dir, dirent*** entries, Filter filter, Order or
     if (stage == nullptr) {
         return __real_scandir64(dir, entries, filter, order);
     }
-    if (stage->Panel().KindOf(dir) != VirtualPanel::Kind::kFolder) {
-        errno = ENOENT;
-        return -1;
-    }
-    const std::vector<std::string> names = stage->Panel().Names(dir);
+    const std::vector<std::string> names = stage->NamesIn(dir);
     *entries = static_cast<dirent**>(std::calloc(names.size() + 1, sizeof(dirent*)));
     int count = 0;
     for (const std::string& name : names) {

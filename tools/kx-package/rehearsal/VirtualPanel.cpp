@@ -2,9 +2,14 @@
 // SPDX-License-Identifier: MIT
 #include "rehearsal/VirtualPanel.h"
 
+#include "common/Error.h"
+#include "common/Text.h"
+
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
 #include <set>
-#include <sstream>
 #include <string_view>
 #include <utility>
 
@@ -46,67 +51,26 @@ private:
     int m_fd;
 };
 
-/// Opens a path below a folder that stands for "/": links never lead out of it.
-Descriptor OpenBelow(const std::string& root, const std::string& path, int flags)
-{
-    const Descriptor top(open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    open_how how = {};
-    how.flags = static_cast<unsigned long long>(flags | O_CLOEXEC);
-    how.resolve = RESOLVE_IN_ROOT;
-    return Descriptor(
-        static_cast<int>(syscall(SYS_openat2, top.Get(), path.c_str(), &how, sizeof(how))));
-}
-
 std::string ParentOf(const std::string& path)
 {
     const std::size_t slash = path.rfind('/');
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-/// Tells whether Linux takes the path: neither it nor a part of it is too long.
-bool IsPossible(const std::string& plain)
-{
-    constexpr std::size_t kLongestPath = 4095;
-    constexpr std::size_t kLongestName = 255;
-    if (plain.size() > kLongestPath) {
-        return false;
-    }
-    for (std::size_t start = 0; start != std::string::npos;) {
-        const std::size_t end = plain.find('/', start + 1);
-        if (std::min(end, plain.size()) - start - 1 > kLongestName) {
-            return false;
-        }
-        start = end;
-    }
-    return true;
-}
-
 std::string Joined(const std::string& folder, std::string_view name)
 {
-    return (folder == "/" ? folder : folder + "/") + std::string(name);
+    return (!folder.empty() && folder.back() == '/' ? folder : folder + "/") + std::string(name);
+}
+
+/// Returns the link's target.
+std::string TargetOf(int link)
+{
+    std::array<char, PATH_MAX> target{};
+    const ssize_t size = readlinkat(link, "", target.data(), target.size());
+    return size > 0 ? std::string(target.data(), static_cast<std::size_t>(size)) : std::string();
 }
 
 } // namespace
-
-std::string PlainPath(const std::string& path)
-{
-    std::vector<std::string> parts;
-    std::istringstream stream(path);
-    for (std::string part; std::getline(stream, part, '/');) {
-        if (part == "..") {
-            if (!parts.empty()) {
-                parts.pop_back();
-            }
-        } else if (!part.empty() && part != ".") {
-            parts.push_back(part);
-        }
-    }
-    std::string plain;
-    for (const std::string& part : parts) {
-        plain += "/" + part;
-    }
-    return plain.empty() ? "/" : plain;
-}
 
 VirtualPanel::VirtualPanel(std::string root) : m_root(std::move(root))
 {
@@ -115,187 +79,291 @@ VirtualPanel::VirtualPanel(std::string root) : m_root(std::move(root))
         for (const char* const folder : kUsualFolders) {
             m_nodes[folder].kind = Kind::kFolder;
         }
+        return;
+    }
+    m_rootFd = open(m_root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (m_rootFd < 0) {
+        throw AccessError(m_root, "open", errno);
     }
 }
 
-/// Returns the path of what a path leads to through links, "" when it leads round in circles.
-std::string VirtualPanel::Resolved(const std::string& path) const
+VirtualPanel::~VirtualPanel()
 {
-    if (!m_hasLinks) {
-        return PlainPath(path);
+    if (m_rootFd >= 0) {
+        close(m_rootFd);
     }
-    constexpr int kMostLinks = 40; // as in Linux
-    std::string rest = path;
-    std::string resolved = "/";
-    for (int links = 0; !rest.empty();) {
-        const std::size_t end = std::min(rest.find('/'), rest.size());
-        const std::string part = rest.substr(0, end);
-        rest.erase(0, end + 1);
-        if (part == "..") {
-            resolved = ParentOf(resolved);
-            continue;
-        }
-        if (part.empty() || part == ".") {
-            continue;
-        }
-        const std::string next = Joined(resolved, part);
-        const auto node = m_nodes.find(next);
-        if (node == m_nodes.end() || !node->second.isLink) {
-            resolved = next;
-            continue;
-        }
-        if (++links > kMostLinks || node->second.content->empty()) {
-            return {};
-        }
-        resolved = node->second.content->front() == '/' ? "/" : resolved;
-        rest.insert(0, *node->second.content + "/");
-    }
-    return resolved;
 }
 
-VirtualPanel::Kind VirtualPanel::GivenKind(const std::string& path) const
+/// Opens something of the given panel: links never lead out of it.
+int VirtualPanel::OpenGiven(const std::string& plain, int flags) const
 {
+    open_how how = {};
+    how.flags = static_cast<unsigned long long>(flags | O_CLOEXEC);
+    how.resolve = RESOLVE_IN_ROOT;
+    return static_cast<int>(syscall(SYS_openat2, m_rootFd, plain.c_str(), &how, sizeof(how)));
+}
+
+/// Looks at something of the given panel, once.
+const VirtualPanel::Node& VirtualPanel::Given(const std::string& plain) const
+{
+    if (const auto known = m_given.find(plain); known != m_given.end()) {
+        return known->second;
+    }
+    constexpr std::uint64_t kEffort = 1024; // system calls, and an entry
+    m_effort += kEffort;
+    Node node;
     struct stat info {
     };
-    const Descriptor file = OpenBelow(m_root, path, O_PATH);
+    const Descriptor file(OpenGiven(plain, O_PATH | O_NOFOLLOW));
     if (file.Get() < 0 || fstat(file.Get(), &info) != 0) {
-        return Kind::kNone;
+        if (errno != ENOENT && errno != ENOTDIR) {
+            throw AccessError(m_root + plain, "look at", errno);
+        }
+        return m_given[plain] = node;
     }
-    return S_ISDIR(info.st_mode) ? Kind::kFolder : Kind::kFile;
+    node.isLink = S_ISLNK(info.st_mode);
+    if (node.isLink) {
+        node.content = std::make_shared<const std::string>(TargetOf(file.Get()));
+    } else {
+        node.kind = S_ISDIR(info.st_mode) ? Kind::kFolder : Kind::kFile;
+        node.size = S_ISREG(info.st_mode) ? static_cast<std::uint64_t>(info.st_size) : 0;
+    }
+    return m_given[plain] = node;
+}
+
+/// Tells whether the given panel's is not there any more, as a folder above it was removed.
+bool VirtualPanel::IsGivenHidden(const std::string& plain) const
+{
+    for (std::string above = plain; above != "/"; above = ParentOf(above)) {
+        if (m_nodes.count(above) != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+const VirtualPanel::Node& VirtualPanel::At(const std::string& plain) const
+{
+    static const Node none;
+    if (const auto node = m_nodes.find(plain); node != m_nodes.end()) {
+        return node->second;
+    }
+    return m_root.empty() || IsGivenHidden(plain) ? none : Given(plain);
+}
+
+/// Follows a path.
+/// @param maker  the panel itself to make the folders that are missing, otherwise null; what a link
+///               leads to is not made
+VirtualPanel::Place VirtualPanel::Walk(const std::string& path, bool isLastFollowed,
+                                       VirtualPanel* maker) const
+{
+    constexpr int kMostLinks = 40; // these three as in Linux
+    constexpr std::size_t kLongestPath = PATH_MAX - 1;
+    constexpr std::size_t kLongestName = NAME_MAX;
+    if (path.empty() || path.size() > kLongestPath) {
+        return {};
+    }
+    Place place{"/", Kind::kFolder, false};
+    std::string rest = path;
+    std::size_t own = rest.size(); // so much at the end of it is of the path, and not of a link
+    int links = 0;
+    for (std::size_t at = rest.find_first_not_of('/'); at != std::string::npos;
+         at = rest.find_first_not_of('/', at)) {
+        const std::size_t end = std::min(rest.find('/', at), rest.size());
+        const std::string part = rest.substr(at, end - at);
+        const bool isOwn = rest.size() - at <= own;
+        at = end;
+        if (place.kind != Kind::kFolder || part.size() > kLongestName) {
+            return {};
+        }
+        if (part == "." || part == "..") {
+            place.path = part == "." ? place.path : ParentOf(place.path);
+            continue;
+        }
+        const std::string next = Joined(place.path, part);
+        constexpr std::uint64_t kEffort = 64;
+        m_effort += kEffort + next.size();
+        if (maker != nullptr && isOwn) {
+            maker->MakeMissing(next);
+        }
+        const Node& node = At(next);
+        if (!node.isLink || (end == rest.size() && !isLastFollowed)) {
+            place = {next, node.kind, node.isLink};
+            continue;
+        }
+        if (++links > kMostLinks || node.content->empty()) {
+            return {};
+        }
+        if (node.content->front() == '/') {
+            place.path = "/";
+        }
+        constexpr std::uint64_t kLinkEffort = 1024; // chains of links are what makes long work
+        m_effort += kLinkEffort;
+        own = std::min(own, rest.size() - end);
+        rest.replace(0, end, *node.content);
+        at = 0;
+    }
+    return rest.back() == '/' && place.kind == Kind::kFile ? Place() : place;
+}
+
+void VirtualPanel::MakeMissing(const std::string& plain)
+{
+    const Node& node = At(plain);
+    if (node.kind == Kind::kNone && !node.isLink) {
+        m_nodes[plain].kind = Kind::kFolder;
+    }
 }
 
 VirtualPanel::Kind VirtualPanel::KindOf(const std::string& path) const
 {
-    const std::string plain = Resolved(path);
-    if (const auto node = m_nodes.find(plain); node != m_nodes.end()) {
-        return node->second.kind;
-    }
-    if (m_root.empty() || plain.empty()) {
-        return Kind::kNone;
-    }
-    // What was removed with its folder is gone, too.
-    for (std::string above = plain; above != "/";) {
-        above = ParentOf(above);
-        const auto node = m_nodes.find(above);
-        if (node != m_nodes.end() && node->second.kind == Kind::kNone) {
-            return Kind::kNone;
-        }
-    }
-    return GivenKind(plain);
+    return Walk(path, true).kind;
 }
 
-std::optional<std::string> VirtualPanel::Content(const std::string& path) const
+std::string VirtualPanel::Resolved(const std::string& path) const
 {
-    const std::string plain = Resolved(path);
-    if (const auto node = m_nodes.find(plain); node != m_nodes.end()) {
-        return node->second.content;
+    return Walk(path, true).path;
+}
+
+std::uint64_t VirtualPanel::SizeOf(const std::string& path) const
+{
+    const Place place = Walk(path, true);
+    if (place.kind != Kind::kFile) {
+        return 0;
     }
-    if (KindOf(plain) != Kind::kFile) {
-        return std::nullopt;
+    const Node& node = At(place.path);
+    return node.content != nullptr ? node.content->size() : node.size;
+}
+
+VirtualPanel::Bytes VirtualPanel::Content(const std::string& path, std::uint64_t limit) const
+{
+    const Place place = Walk(path, true);
+    if (place.kind != Kind::kFile || m_nodes.count(place.path) != 0) {
+        return place.kind == Kind::kFile ? At(place.path).content : nullptr;
     }
-    const Descriptor file = OpenBelow(m_root, plain, O_RDONLY | O_NONBLOCK);
+    const std::string given = m_root + place.path;
+    struct stat info {
+    };
+    const Descriptor file(OpenGiven(place.path, O_RDONLY | O_NONBLOCK | O_NOCTTY));
+    if (file.Get() < 0 || fstat(file.Get(), &info) != 0) {
+        throw AccessError(given, "open", errno);
+    }
+    if (!S_ISREG(info.st_mode)) {
+        return nullptr;
+    }
+    const Error tooLarge(ExitCode::kNoAccess, given, "is larger than " + SizeText(limit));
+    if (static_cast<std::uint64_t>(info.st_size) > limit) {
+        throw tooLarge;
+    }
     std::string bytes;
+    bytes.reserve(static_cast<std::size_t>(info.st_size));
     std::string piece(1 << 16, '\0');
     for (ssize_t count = 1; count > 0;) {
         count = read(file.Get(), piece.data(), piece.size());
         if (count < 0) {
-            return std::nullopt;
+            throw AccessError(given, "read", errno);
         }
         bytes.append(piece, 0, static_cast<std::size_t>(count));
+        if (bytes.size() > limit) { // it grows
+            throw tooLarge;
+        }
     }
-    return bytes;
+    return std::make_shared<const std::string>(std::move(bytes));
 }
 
 std::vector<std::string> VirtualPanel::Names(const std::string& folder) const
 {
-    const std::string plain = Resolved(folder);
-    std::set<std::string> names;
-    if (!m_root.empty() && KindOf(plain) == Kind::kFolder) {
-        Descriptor listed = OpenBelow(m_root, plain, O_RDONLY | O_DIRECTORY);
-        if (DIR* const dir = listed.Get() < 0 ? nullptr : fdopendir(listed.Release())) {
-            for (const dirent* entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
-                const std::string_view name = entry->d_name;
-                const auto node = m_nodes.find(Joined(plain, name));
-                const bool isGone = node != m_nodes.end() && node->second.kind == Kind::kNone;
-                if (name != "." && name != ".." && !isGone) {
-                    names.emplace(name);
-                }
-            }
-            closedir(dir);
-        }
+    const Place place = Walk(folder, true);
+    if (place.kind != Kind::kFolder) {
+        return {};
     }
-    const std::string prefix = Joined(plain, "");
+    std::set<std::string> names;
+    if (!m_root.empty() && !IsGivenHidden(place.path)) {
+        Descriptor listed(OpenGiven(place.path, O_RDONLY | O_DIRECTORY));
+        DIR* const dir = listed.Get() < 0 ? nullptr : fdopendir(listed.Release());
+        if (dir == nullptr) {
+            throw AccessError(m_root + place.path, "list", errno);
+        }
+        for (const dirent* entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
+            const std::string_view name = entry->d_name;
+            if (name != "." && name != ".." && m_nodes.count(Joined(place.path, name)) == 0) {
+                names.emplace(name);
+            }
+        }
+        closedir(dir);
+    }
+    const std::string prefix = Joined(place.path, "");
     for (auto node = m_nodes.upper_bound(prefix);
-         node != m_nodes.end() && node->first.compare(0, prefix.size(), prefix) == 0; ++node) {
-        const std::string name = node->first.substr(prefix.size());
-        const bool isThere = node->second.kind != Kind::kNone || node->second.isLink;
-        if (isThere && name.find('/') == std::string::npos) {
+         node != m_nodes.end() && node->first.compare(0, prefix.size(), prefix) == 0;) {
+        const std::string name =
+            node->first.substr(prefix.size(), node->first.find('/', prefix.size()) - prefix.size());
+        if (prefix.size() + name.size() < node->first.size()) {
+            // Below a name that was seen: on to what follows its folder.
+            node = m_nodes.lower_bound(prefix + name + static_cast<char>('/' + 1));
+            continue;
+        }
+        if (node->second.kind != Kind::kNone || node->second.isLink) {
             names.insert(name);
         }
+        ++node;
     }
     return {names.begin(), names.end()};
 }
 
 bool VirtualPanel::MakeFolder(const std::string& path)
 {
-    const std::string plain = Resolved(path);
-    const Kind kind = KindOf(plain);
-    if (plain.empty() || kind != Kind::kNone) {
-        return kind == Kind::kFolder;
-    }
-    if (!IsPossible(plain) || !MakeFolder(ParentOf(plain))) {
-        return false;
-    }
-    m_nodes[plain] = {Kind::kFolder, std::nullopt, false};
-    return true;
+    return Walk(path, true, this).kind == Kind::kFolder;
 }
 
-bool VirtualPanel::MakeFile(const std::string& path, std::optional<std::string> content)
+bool VirtualPanel::MakeFile(const std::string& path, Bytes content)
 {
-    const std::string plain = Resolved(path);
-    if (plain.empty() || KindOf(plain) == Kind::kFolder ||
-        KindOf(ParentOf(plain)) != Kind::kFolder || (!path.empty() && path.back() == '/') ||
-        !IsPossible(plain)) {
+    const Place place = Walk(path, true);
+    if (place.path.empty() || place.kind == Kind::kFolder || path.back() == '/') {
         return false;
     }
-    m_nodes[plain] = {Kind::kFile, std::move(content), false};
+    m_nodes[place.path] = {Kind::kFile, std::move(content), false, 0};
     return true;
 }
 
 bool VirtualPanel::MakeLink(const std::string& path, const std::string& target)
 {
-    const std::string plain = PlainPath(path);
-    if (KindOf(ParentOf(plain)) != Kind::kFolder || !IsPossible(plain)) {
+    const Place place = Walk(path, false);
+    if (place.path.empty() || place.kind == Kind::kFolder) {
         return false;
     }
-    m_nodes[plain] = {Kind::kNone, target, true};
-    m_hasLinks = true;
+    m_nodes[place.path] = {Kind::kNone, std::make_shared<const std::string>(target), true, 0};
     return true;
 }
 
 bool VirtualPanel::CopyFile(const std::string& source, const std::string& target)
 {
-    const std::string from = PlainPath(source); // gives a copy into a folder its name
-    if (KindOf(from) != Kind::kFile) {
+    const Place from = Walk(source, true);
+    if (from.kind != Kind::kFile) {
         return false;
     }
     const bool isInto = KindOf(target) == Kind::kFolder;
-    const std::string to =
-        isInto ? Joined(PlainPath(target), from.substr(from.rfind('/') + 1)) : target;
-    return MakeFile(to, Content(from));
+    const std::string to = isInto ? Joined(target, source.substr(source.rfind('/') + 1)) : target;
+    const Place place = Walk(to, true);
+    // Neither onto itself nor through a link that leads nowhere.
+    if (place.path == from.path || (place.kind == Kind::kNone && Walk(to, false).isLink)) {
+        return false;
+    }
+    return MakeFile(to, m_nodes.count(from.path) != 0 ? At(from.path).content : nullptr);
 }
 
 bool VirtualPanel::Remove(const std::string& path)
 {
-    const std::string plain = PlainPath(path);
-    if (KindOf(plain) == Kind::kNone || plain == "/") {
+    const Place place = Walk(path, false);
+    const std::string bare = path.substr(0, path.find_last_not_of('/') + 1);
+    const std::string last = bare.substr(bare.rfind('/') + 1);
+    const bool isRefused = place.path == "/" || last == "." || last == "..";
+    if (isRefused || (place.kind == Kind::kNone && !place.isLink)) {
         return false;
     }
-    const std::string prefix = plain + "/";
+    const std::string prefix = place.path + "/";
     for (auto node = m_nodes.lower_bound(prefix);
          node != m_nodes.end() && node->first.compare(0, prefix.size(), prefix) == 0;) {
         node = m_nodes.erase(node);
     }
-    m_nodes[plain] = {Kind::kNone, std::nullopt, false};
+    m_nodes[place.path] = {};
     return true;
 }
