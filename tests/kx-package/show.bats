@@ -61,3 +61,30 @@ load package
 
     grep -qF '  comment:   \x1b[31mred\xc2\x9b' out
 }
+
+@test "a package is taken from standard input, too" {
+    demo pkg
+    kx build pkg --updater arm-updater
+
+    for command in 'show --json' 'plan --json --at /media' 'check --json --processor arm'; do
+        # shellcheck disable=SC2086 # words
+        "$KX_PACKAGE" $command - <demo.kx-update >out 2>err
+        [ ! -s err ]
+        # shellcheck disable=SC2086
+        "$KX_PACKAGE" $command demo.kx-update >named
+        diff <(sed 's/"package\.kx-update"/"demo.kx-update"/; s/"-"/"demo.kx-update"/
+            s/package\.\(kx-update\|temp\)/demo.\1/g; s,UserPackages\\/package,UserPackages\\/demo,g
+            s/"recordName": "package"/"recordName": "demo"/' out) named
+    done
+    "$KX_PACKAGE" build pkg --updater arm-updater -o - | "$KX_PACKAGE" check -
+    status=0
+    "$KX_PACKAGE" show - <&- >out 2>err || status=$?
+    [ "$status" -eq 3 ]
+    "$KX_PACKAGE" show - </dev/null >out 2>err || status=$?
+    [ "$status" -eq 3 ]
+    status=0
+    script -qec "$KX_PACKAGE show -" /dev/null </dev/null >out || status=$?
+    [ "$status" -eq 2 ]
+    grep -q 'standard input is a terminal' out
+    [ -z "$(find "${TMPDIR:-/tmp}" -maxdepth 1 -name 'kx-package.*' -newer pkg/package.toml)" ]
+}

@@ -193,8 +193,7 @@ void CheckSettings(const JsonNode& step, const std::string& path, Severity failu
                    Findings& findings)
 {
     const JsonNode* const data = step.Member("HardSettingDatas");
-    const JsonNode* const configs =
-        data != nullptr ? data->Member("DB_HardwareConfigs") : nullptr;
+    const JsonNode* const configs = data != nullptr ? data->Member("DB_HardwareConfigs") : nullptr;
     const std::string below = path + ".HardSettingDatas.DB_HardwareConfigs.";
     const std::vector<const JsonNode*> elements = ElementsOf(configs);
     if (elements.empty()) {

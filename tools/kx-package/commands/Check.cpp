@@ -161,7 +161,8 @@ void AddCheck(CLI::App& program, Invocation& invocation)
         program.add_subcommand("check", "Find what would go wrong with a package on a panel");
     const auto arguments = std::make_shared<CheckArguments>();
     command
-        ->add_option("package", arguments->path, "A package file, or the folder of an unpacked one")
+        ->add_option("package", arguments->path,
+                     "A package file, the folder of an unpacked one, or - for standard input")
         ->type_name(kPackageValue)
         ->required();
     command->add_flag("--json", invocation.isJson, "Tell the findings as JSON");

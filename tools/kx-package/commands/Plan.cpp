@@ -186,7 +186,9 @@ void AddPlan(CLI::App& program, Invocation& invocation)
     CLI::App* const command = program.add_subcommand(
         "plan", "Tell the shell commands that a panel would run, without running anything");
     const auto options = std::make_shared<PlanOptions>();
-    command->add_option("package", options->package, "A package file, or the folder of one")
+    command
+        ->add_option("package", options->package,
+                     "A package file, the folder of an unpacked one, or - for standard input")
         ->type_name(kPackageValue)
         ->required();
     command->add_option("--at", options->drive, "The panel's folder in which the package lies")
@@ -206,7 +208,7 @@ void AddPlan(CLI::App& program, Invocation& invocation)
                     "Examples:\n"
                     "  kx-package plan Hello.kx-update\n"
                     "  kx-package plan --root panel/root Hello.kx-update\n"
-                    "  kx-package plan --json hello-package | jq -r '.commands[].command'");
+                    "  kx-package plan --json hello.kx-update | jq -r '.commands[].command'");
     command->callback([&invocation, options] {
         invocation.run = [options](const Output& output) { return RunPlan(*options, output); };
     });

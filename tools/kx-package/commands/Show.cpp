@@ -240,7 +240,9 @@ void AddShow(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand("show", "Tell what is in a package");
     const auto path = std::make_shared<std::string>();
-    command->add_option("package", *path, "The package, or the folder of an unpacked one")
+    command
+        ->add_option("package", *path,
+                     "A package file, the folder of an unpacked one, or - for standard input")
         ->type_name(kPackageValue)
         ->required();
     command->add_flag("--json", invocation.isJson, "Tell it as JSON");

@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "common/Error.h"
 #include "package/Package.h"
+#include "package/StandardInput.h"
 
 #include <algorithm>
+#include <utility>
 #include <unordered_map>
 
 #include <sys/stat.h>
@@ -32,10 +34,13 @@ std::string Reason(int number)
 class ArchivePackage final : public Package
 {
 public:
-    explicit ArchivePackage(const std::string& path) : m_path(path)
+    /// @param input  holds the archive, when it does not lie at the path
+    explicit ArchivePackage(const std::string& path, std::unique_ptr<StandardInput> input = nullptr)
+        : m_path(path), m_input(std::move(input))
     {
         int number = 0;
-        m_archive.reset(zip_open(path.c_str(), ZIP_RDONLY, &number));
+        m_archive.reset(
+            zip_open(m_input ? m_input->Path().c_str() : path.c_str(), ZIP_RDONLY, &number));
         if (m_archive == nullptr) {
             throw Error(ExitCode::kNoAccess, path, "cannot open the archive: " + Reason(number));
         }
@@ -120,6 +125,7 @@ private:
     }
 
     std::string m_path;
+    std::unique_ptr<StandardInput> m_input;
     std::unique_ptr<zip_t, CloseArchive> m_archive;
     std::vector<PackageEntry> m_entries;
     std::unordered_map<std::string, zip_uint64_t> m_places;
@@ -129,5 +135,9 @@ private:
 
 std::unique_ptr<Package> OpenArchive(const std::string& path)
 {
+    if (path == kStandardInput) {
+        return std::make_unique<ArchivePackage>(kStandardInputName,
+                                                std::make_unique<StandardInput>());
+    }
     return std::make_unique<ArchivePackage>(path);
 }

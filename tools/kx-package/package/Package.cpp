@@ -3,6 +3,7 @@
 #include "package/Package.h"
 
 #include "common/Error.h"
+#include "package/StandardInput.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -27,6 +28,9 @@ std::string Package::LinkTarget(const std::string& name) const
 
 std::unique_ptr<Package> OpenPackage(const std::string& path)
 {
+    if (path == kStandardInput) {
+        return OpenArchive(path);
+    }
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {

@@ -46,15 +46,15 @@ public:
     /// @throws Error when it cannot be read, or is damaged
     [[nodiscard]] virtual std::string Read(const std::string& name, std::uint64_t limit) const = 0;
 
-    /// Returns what the link @p name leads to, as written there; empty when it cannot be read. In an
-    /// archive that is its content.
+    /// Returns what the link @p name leads to, as written there; empty when it cannot be read. In
+    /// an archive that is its content.
     [[nodiscard]] virtual std::string LinkTarget(const std::string& name) const;
 
     /// Returns the entry of that name, or null.
     [[nodiscard]] const PackageEntry* Find(const std::string& name) const;
 };
 
-/// Opens an archive or a folder.
+/// Opens an archive or a folder; "-" is the archive on standard input, read to its end.
 /// @throws Error when it is neither, or cannot be read
 [[nodiscard]] std::unique_ptr<Package> OpenPackage(const std::string& path);
 [[nodiscard]] std::unique_ptr<Package> OpenArchive(const std::string& path);
