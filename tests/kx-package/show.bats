@@ -69,7 +69,7 @@ load package
     for command in 'show --json' 'plan --json --at /media' 'check --json --processor arm'; do
         # shellcheck disable=SC2086 # words
         "$KX_PACKAGE" $command - <demo.kx-update >out 2>err
-        [ ! -s err ]
+        diff err /dev/null
         # shellcheck disable=SC2086
         "$KX_PACKAGE" $command demo.kx-update >named
         diff <(sed 's/"package\.kx-update"/"demo.kx-update"/; s/"-"/"demo.kx-update"/
