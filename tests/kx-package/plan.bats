@@ -683,3 +683,20 @@ END
     [ "$(jq '.recordedFiles | length' out)" -eq 40002 ]
     [ "$SECONDS" -lt 30 ]
 }
+
+@test "names of more folders than there can be take no memory" {
+    /usr/bin/python3 - <<'END'
+import zipfile
+with zipfile.ZipFile("Long.kx-update", "w") as archive:
+    archive.writestr("a/" * 30000 + "f", "x")
+with zipfile.ZipFile("Many.kx-update", "w") as archive:
+    for i in range(300):
+        archive.writestr(f"{i}/" + "a/" * 2000 + "f", "x")
+END
+
+    bounded plan Long.kx-update
+    [ "$status" -eq 1 ]
+    grep -q '^The window cannot load the package' out
+    bounded plan Many.kx-update
+    expect 3 '' $'kx-package: the package\'s names hold more folders than can be listed\n'
+}
