@@ -47,7 +47,7 @@ bounded() {
 # without_rights ARGUMENT...: starts kx-package without root's right to read everything.
 without_rights() {
     local user=()
-    [ "$(id -u)" -ne 0 ] || user=(setpriv --bounding-set=-dac_override,-dac_read_search)
+    [ "$(id -u)" -ne 0 ] || user=(setpriv '--bounding-set=-dac_override,-dac_read_search')
     status=0
     "${user[@]}" "$KX_PACKAGE" "$@" >out 2>err </dev/null || status=$?
 }
@@ -581,6 +581,7 @@ assert bytes.fromhex(sys.stdin.read()) == b"cp -f \"/mnt/usb/Foo.temp/0/0/\xff\x
     kx plan $'F\e[2J$HOME'
 
     [ "$status" -eq 1 ]
+    # shellcheck disable=SC2016 # the name
     grep -qxF '  mkdir -p "/mnt/usb/F\x1b[2J$HOME.temp"  [the shell reads this differently]' out
     [ "$(grep -c $'\e' out)" -eq 0 ]
 }

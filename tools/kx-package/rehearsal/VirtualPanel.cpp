@@ -62,8 +62,18 @@ std::string Joined(const std::string& folder, std::string_view name)
     return (!folder.empty() && folder.back() == '/' ? folder : folder + "/") + std::string(name);
 }
 
+/// Returns the link's target.
+std::string TargetOf(int link)
+{
+    std::array<char, PATH_MAX> target{};
+    const ssize_t size = readlinkat(link, "", target.data(), target.size());
+    return size > 0 ? std::string(target.data(), static_cast<std::size_t>(size)) : std::string();
+}
+
+} // namespace
+
 /// The parts of a path, among them those of the links that are followed.
-class PathParts
+class VirtualPanel::PathParts
 {
 public:
     explicit PathParts(std::string path) : m_rest(std::move(path)), m_own(m_rest.size()) {}
@@ -109,16 +119,6 @@ private:
     int m_links = 0;
     bool m_isOwn = true;
 };
-
-/// Returns the link's target.
-std::string TargetOf(int link)
-{
-    std::array<char, PATH_MAX> target{};
-    const ssize_t size = readlinkat(link, "", target.data(), target.size());
-    return size > 0 ? std::string(target.data(), static_cast<std::size_t>(size)) : std::string();
-}
-
-} // namespace
 
 VirtualPanel::VirtualPanel(std::string root) : m_root(std::move(root))
 {
@@ -216,29 +216,38 @@ VirtualPanel::Place VirtualPanel::Walk(const std::string& path, bool isLastFollo
         if (place.kind != Kind::kFolder || part.size() > kLongestName) {
             return {};
         }
-        if (part == "." || part == "..") {
-            place.path = part == "." ? place.path : ParentOf(place.path);
-            continue;
-        }
-        const std::string next = Joined(place.path, part);
-        constexpr std::uint64_t kEffort = 64;
-        m_effort += kEffort + next.size();
-        if (maker != nullptr && parts.IsOwn()) {
-            maker->MakeMissing(next);
-        }
-        const Node& node = At(next);
-        if (!node.isLink || (parts.IsAtEnd() && !isLastFollowed)) {
-            place = {next, node.kind, node.isLink};
-            continue;
-        }
-        constexpr std::uint64_t kLinkEffort = 1024; // chains of links are what makes long work
-        m_effort += kLinkEffort;
-        if (!parts.Follow(*node.content)) {
+        if (part == "..") {
+            place.path = ParentOf(place.path);
+        } else if (part != "." &&
+                   !Step(Joined(place.path, part), parts, isLastFollowed, maker, place)) {
             return {};
         }
-        place.path = node.content->front() == '/' ? "/" : place.path;
     }
     return parts.EndsInSlash() && place.kind == Kind::kFile ? Place() : place;
+}
+
+/// Goes from a folder to what is in it, or to where a link's way begins.
+/// @return false where there is no way on
+bool VirtualPanel::Step(const std::string& next, PathParts& parts, bool isLastFollowed,
+                        VirtualPanel* maker, Place& place) const
+{
+    constexpr std::uint64_t kEffort = 64;
+    constexpr std::uint64_t kLinkEffort = 1024; // chains of links are what makes long work
+    m_effort += kEffort + next.size();
+    if (maker != nullptr && parts.IsOwn()) {
+        maker->MakeMissing(next);
+    }
+    const Node& node = At(next);
+    if (!node.isLink || (parts.IsAtEnd() && !isLastFollowed)) {
+        place = {next, node.kind, node.isLink};
+        return true;
+    }
+    m_effort += kLinkEffort;
+    if (!parts.Follow(*node.content)) {
+        return false;
+    }
+    place.path = node.content->front() == '/' ? "/" : place.path;
+    return true;
 }
 
 void VirtualPanel::MakeMissing(const std::string& plain)
