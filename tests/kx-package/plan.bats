@@ -47,7 +47,7 @@ bounded() {
 # without_rights ARGUMENT...: starts kx-package without root's right to read everything.
 without_rights() {
     local user=()
-    [ "$(id -u)" -ne 0 ] || user=(setpriv --bounding-set=-dac_override,-dac_read_search)
+    [ "$(id -u)" -ne 0 ] || user=(setpriv '--bounding-set=-dac_override,-dac_read_search')
     status=0
     "${user[@]}" "$KX_PACKAGE" "$@" >out 2>err </dev/null || status=$?
 }
@@ -581,6 +581,7 @@ assert bytes.fromhex(sys.stdin.read()) == b"cp -f \"/mnt/usb/Foo.temp/0/0/\xff\x
     kx plan $'F\e[2J$HOME'
 
     [ "$status" -eq 1 ]
+    # shellcheck disable=SC2016 # the name
     grep -qxF '  mkdir -p "/mnt/usb/F\x1b[2J$HOME.temp"  [the shell reads this differently]' out
     [ "$(grep -c $'\e' out)" -eq 0 ]
 }
@@ -682,4 +683,21 @@ END
     [ "$(commands | grep -c '^.cp -f "/mnt/usb/Foo.temp/0/0/')" -eq 40000 ]
     [ "$(jq '.recordedFiles | length' out)" -eq 40002 ]
     [ "$SECONDS" -lt 30 ]
+}
+
+@test "names of more folders than there can be take no memory" {
+    /usr/bin/python3 - <<'END'
+import zipfile
+with zipfile.ZipFile("Long.kx-update", "w") as archive:
+    archive.writestr("a/" * 30000 + "f", "x")
+with zipfile.ZipFile("Many.kx-update", "w") as archive:
+    for i in range(300):
+        archive.writestr(f"{i}/" + "a/" * 2000 + "f", "x")
+END
+
+    bounded plan Long.kx-update
+    [ "$status" -eq 1 ]
+    grep -q '^The window cannot load the package' out
+    bounded plan Many.kx-update
+    expect 3 '' $'kx-package: the package\'s names hold more folders than can be listed\n'
 }

@@ -75,7 +75,7 @@ protected:
                (last.isUnknown ? "U" : "");
     }
 
-    int Unpack(Stage& stage)
+    static int Unpack(Stage& stage)
     {
         static_cast<void>(stage.Run(R"(mkdir -p "/mnt/usb/Foo.temp")"));
         return stage.Run(R"(unzip -o "/mnt/usb/Foo.kx-update" -d "/mnt/usb/Foo.temp" )");

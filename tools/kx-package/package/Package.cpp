@@ -48,15 +48,27 @@ std::unique_ptr<Package> OpenPackage(const std::string& path)
 
 std::vector<PackageEntry> Arranged(std::vector<PackageEntry> entries)
 {
+    // Beyond these no system makes the folders, and listing them takes all memory.
+    constexpr std::size_t kLongestPath = 4095;
+    constexpr std::size_t kMostBytes = 256U << 20U;
+    std::size_t bytes = 0;
     std::map<std::string, PackageEntry> byName;
     for (PackageEntry& entry : entries) {
-        for (std::size_t slash = entry.name.find('/'); slash != std::string::npos;
+        for (std::size_t slash = entry.name.find('/'); slash <= kLongestPath;
              slash = entry.name.find('/', slash + 1)) {
             PackageEntry folder;
             folder.name = entry.name.substr(0, slash);
             folder.kind = PackageEntry::Kind::kFolder;
-            std::string key = folder.name;
-            byName.emplace(std::move(key), std::move(folder));
+            const auto [place, isNew] = byName.try_emplace(folder.name);
+            if (!isNew) {
+                continue;
+            }
+            bytes += sizeof(*place) + 2 * slash;
+            if (bytes > kMostBytes) {
+                throw Error(ExitCode::kNoAccess, "",
+                            "the package's names hold more folders than can be listed");
+            }
+            place->second = std::move(folder);
         }
         std::string key = entry.name;
         byName.insert_or_assign(std::move(key), std::move(entry));

@@ -61,5 +61,7 @@ public:
 [[nodiscard]] std::unique_ptr<Package> OpenFolder(const std::string& path);
 
 /// Sorts entries by name, adds the folders that only show as parts of names, and drops all but the
-/// last of several entries with one name, which is what unpacking leaves.
+/// last of several entries with one name, which is what unpacking leaves. Folders whose path is too
+/// long for any system are not added.
+/// @throws Error when the names hold more folders than memory should
 [[nodiscard]] std::vector<PackageEntry> Arranged(std::vector<PackageEntry> entries);

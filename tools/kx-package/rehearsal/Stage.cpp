@@ -223,10 +223,18 @@ const PackageEntry* Stage::EntryBehind(const std::string& name) const
 
 bool Stage::Unpack(const std::string& folder)
 {
-    for (const PackageEntry& entry : m_package.Entries()) {
+    const std::vector<PackageEntry>& entries = m_package.Entries();
+    for (std::size_t index = 0; index < entries.size(); ++index) {
+        const PackageEntry& entry = entries[index];
         const std::string path = folder + "/" + entry.name;
         if (entry.kind == PackageEntry::Kind::kFolder) {
-            m_panel.MakeFolder(path);
+            // What follows in it makes it, too.
+            const bool isMadeNext =
+                index + 1 < entries.size() &&
+                entries[index + 1].name.compare(0, entry.name.size() + 1, entry.name + "/") == 0;
+            if (!isMadeNext) {
+                m_panel.MakeFolder(path);
+            }
             continue;
         }
         m_panel.MakeFolder(path.substr(0, path.rfind('/')));

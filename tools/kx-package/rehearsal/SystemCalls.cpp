@@ -101,7 +101,7 @@ int __wrap_scandir64(const char* dir, dirent*** entries, Filter filter, Order or
         return __real_scandir64(dir, entries, filter, order);
     }
     const std::vector<std::string> names = stage->NamesIn(dir);
-    *entries = static_cast<dirent**>(std::calloc(names.size() + 1, sizeof(dirent*)));
+    *entries = static_cast<dirent**>(std::calloc(names.size() + 1, sizeof(void*)));
     int count = 0;
     for (const std::string& name : names) {
         auto* const entry = static_cast<dirent*>(std::calloc(1, sizeof(dirent)));

@@ -72,6 +72,54 @@ std::string TargetOf(int link)
 
 } // namespace
 
+/// The parts of a path, among them those of the links that are followed.
+class VirtualPanel::PathParts
+{
+public:
+    explicit PathParts(std::string path) : m_rest(std::move(path)), m_own(m_rest.size()) {}
+
+    /// Takes the next part. False at the end.
+    bool Take(std::string& part)
+    {
+        const std::size_t start = m_rest.find_first_not_of('/', m_at);
+        if (start == std::string::npos) {
+            return false;
+        }
+        m_isOwn = m_rest.size() - start <= m_own;
+        m_at = std::min(m_rest.find('/', start), m_rest.size());
+        part = m_rest.substr(start, m_at - start);
+        return true;
+    }
+
+    /// Tells whether the part taken is the path's own, and not a link's.
+    [[nodiscard]] bool IsOwn() const { return m_isOwn; }
+
+    /// Tells whether nothing follows, not even a '/'.
+    [[nodiscard]] bool IsAtEnd() const { return m_at == m_rest.size(); }
+
+    [[nodiscard]] bool EndsInSlash() const { return m_rest.back() == '/'; }
+
+    /// Goes on with the target of a link instead of the part taken. False where Linux does not.
+    bool Follow(const std::string& target)
+    {
+        constexpr int kMostLinks = 40;
+        if (++m_links > kMostLinks || target.empty()) {
+            return false;
+        }
+        m_own = std::min(m_own, m_rest.size() - m_at);
+        m_rest.replace(0, m_at, target);
+        m_at = 0;
+        return true;
+    }
+
+private:
+    std::string m_rest;
+    std::size_t m_own; ///< so much at its end is of the path
+    std::size_t m_at = 0;
+    int m_links = 0;
+    bool m_isOwn = true;
+};
+
 VirtualPanel::VirtualPanel(std::string root) : m_root(std::move(root))
 {
     m_nodes["/"].kind = Kind::kFolder;
@@ -157,53 +205,49 @@ const VirtualPanel::Node& VirtualPanel::At(const std::string& plain) const
 VirtualPanel::Place VirtualPanel::Walk(const std::string& path, bool isLastFollowed,
                                        VirtualPanel* maker) const
 {
-    constexpr int kMostLinks = 40; // these three as in Linux
     constexpr std::size_t kLongestPath = PATH_MAX - 1;
     constexpr std::size_t kLongestName = NAME_MAX;
     if (path.empty() || path.size() > kLongestPath) {
         return {};
     }
     Place place{"/", Kind::kFolder, false};
-    std::string rest = path;
-    std::size_t own = rest.size(); // so much at the end of it is of the path, and not of a link
-    int links = 0;
-    for (std::size_t at = rest.find_first_not_of('/'); at != std::string::npos;
-         at = rest.find_first_not_of('/', at)) {
-        const std::size_t end = std::min(rest.find('/', at), rest.size());
-        const std::string part = rest.substr(at, end - at);
-        const bool isOwn = rest.size() - at <= own;
-        at = end;
+    PathParts parts(path);
+    for (std::string part; parts.Take(part);) {
         if (place.kind != Kind::kFolder || part.size() > kLongestName) {
             return {};
         }
-        if (part == "." || part == "..") {
-            place.path = part == "." ? place.path : ParentOf(place.path);
-            continue;
-        }
-        const std::string next = Joined(place.path, part);
-        constexpr std::uint64_t kEffort = 64;
-        m_effort += kEffort + next.size();
-        if (maker != nullptr && isOwn) {
-            maker->MakeMissing(next);
-        }
-        const Node& node = At(next);
-        if (!node.isLink || (end == rest.size() && !isLastFollowed)) {
-            place = {next, node.kind, node.isLink};
-            continue;
-        }
-        if (++links > kMostLinks || node.content->empty()) {
+        if (part == "..") {
+            place.path = ParentOf(place.path);
+        } else if (part != "." &&
+                   !Step(Joined(place.path, part), parts, isLastFollowed, maker, place)) {
             return {};
         }
-        if (node.content->front() == '/') {
-            place.path = "/";
-        }
-        constexpr std::uint64_t kLinkEffort = 1024; // chains of links are what makes long work
-        m_effort += kLinkEffort;
-        own = std::min(own, rest.size() - end);
-        rest.replace(0, end, *node.content);
-        at = 0;
     }
-    return rest.back() == '/' && place.kind == Kind::kFile ? Place() : place;
+    return parts.EndsInSlash() && place.kind == Kind::kFile ? Place() : place;
+}
+
+/// Goes from a folder to what is in it, or to where a link's way begins.
+/// @return false where there is no way on
+bool VirtualPanel::Step(const std::string& next, PathParts& parts, bool isLastFollowed,
+                        VirtualPanel* maker, Place& place) const
+{
+    constexpr std::uint64_t kEffort = 64;
+    constexpr std::uint64_t kLinkEffort = 1024; // chains of links are what makes long work
+    m_effort += kEffort + next.size();
+    if (maker != nullptr && parts.IsOwn()) {
+        maker->MakeMissing(next);
+    }
+    const Node& node = At(next);
+    if (!node.isLink || (parts.IsAtEnd() && !isLastFollowed)) {
+        place = {next, node.kind, node.isLink};
+        return true;
+    }
+    m_effort += kLinkEffort;
+    if (!parts.Follow(*node.content)) {
+        return false;
+    }
+    place.path = node.content->front() == '/' ? "/" : place.path;
+    return true;
 }
 
 void VirtualPanel::MakeMissing(const std::string& plain)
@@ -250,10 +294,12 @@ VirtualPanel::Bytes VirtualPanel::Content(const std::string& path, std::uint64_t
     if (!S_ISREG(info.st_mode)) {
         return nullptr;
     }
-    const Error tooLarge(ExitCode::kNoAccess, given, "is larger than " + SizeText(limit));
-    if (static_cast<std::uint64_t>(info.st_size) > limit) {
-        throw tooLarge;
-    }
+    const auto refuseAbove = [&given, limit](std::uint64_t size) {
+        if (size > limit) {
+            throw Error(ExitCode::kNoAccess, given, "is larger than " + SizeText(limit));
+        }
+    };
+    refuseAbove(static_cast<std::uint64_t>(info.st_size));
     std::string bytes;
     bytes.reserve(static_cast<std::size_t>(info.st_size));
     std::string piece(1 << 16, '\0');
@@ -263,9 +309,7 @@ VirtualPanel::Bytes VirtualPanel::Content(const std::string& path, std::uint64_t
             throw AccessError(given, "read", errno);
         }
         bytes.append(piece, 0, static_cast<std::size_t>(count));
-        if (bytes.size() > limit) { // it grows
-            throw tooLarge;
-        }
+        refuseAbove(bytes.size()); // it may grow
     }
     return std::make_shared<const std::string>(std::move(bytes));
 }

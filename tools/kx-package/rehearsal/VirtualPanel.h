@@ -74,6 +74,7 @@ private:
         bool isLink = false;
         std::uint64_t size = 0; ///< of a regular file of the given panel
     };
+    class PathParts;
     /// What a path leads to.
     struct Place {
         std::string path; ///< without links; empty when its folder is not there
@@ -82,6 +83,8 @@ private:
     };
 
     Place Walk(const std::string& path, bool isLastFollowed, VirtualPanel* maker = nullptr) const;
+    bool Step(const std::string& next, PathParts& parts, bool isLastFollowed, VirtualPanel* maker,
+              Place& place) const;
     void MakeMissing(const std::string& plain);
     [[nodiscard]] const Node& At(const std::string& plain) const;
     [[nodiscard]] const Node& Given(const std::string& plain) const;
