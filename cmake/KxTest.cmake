@@ -13,12 +13,24 @@ set(KX_WRAPPED_CALLS
 set(KX_TEST_ENVIRONMENT
   "LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0")
 
+# kx_compile_together(NAME): the files of a test compile as a few ones where the build asks for it.
+# Names that stand in several of them, or change what another one reads, keep a file apart: it has
+# the property SKIP_UNITY_BUILD_INCLUSION.
+function(kx_compile_together name)
+  if(KX_UNITY)
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+    # A fixture's base in an unnamed namespace is harmless: there is one such file only.
+    target_compile_options(${name} PRIVATE -Wno-subobject-linkage)
+  endif()
+endfunction()
+
 # kx_add_test(NAME [ON_DEVICE] SOURCES file... [LIBRARIES target...]): a GoogleTest binary.
 # ON_DEVICE tests write to the device's fixed paths and start on the sandboxed device.
 function(kx_add_test name)
   cmake_parse_arguments(arg "ON_DEVICE" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE kx_test_support ${arg_LIBRARIES})
+  kx_compile_together(${name})
   if(NOT arg_LIBRARIES)
     # Further libraries bring options of their own, which the shared one was not compiled with.
     target_precompile_headers(${name} REUSE_FROM kx_test_support)
@@ -38,6 +50,7 @@ function(kx_add_qt_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE kx_test_support Qt5::Test ${arg_LIBRARIES})
+  kx_compile_together(${name})
   set_target_properties(${name} PROPERTIES
     AUTOMOC ON
     AUTOGEN_BUILD_DIR "${CMAKE_BINARY_DIR}/autogen/${name}")

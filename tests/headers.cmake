@@ -13,7 +13,7 @@ function(kx_check_headers target folder library)
       CONTENT "#include \"${header}\"\n#include \"${header}\" // NOLINT\n")
     list(APPEND sources "${source}")
   endforeach()
-  add_library(${target} OBJECT ${sources})
+  add_library(${target} OBJECT EXCLUDE_FROM_ALL ${sources})
   target_link_libraries(${target} PRIVATE ${library})
 endfunction()
 

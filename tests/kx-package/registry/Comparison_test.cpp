@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "../Thrown.h"
+#include "kx-package/common/Thrown.h"
 #include "Panel.h"
 #include "registry/Comparison.h"
 

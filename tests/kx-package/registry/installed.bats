@@ -120,7 +120,7 @@ END
 
 @test "installed looks at this machine when no folder is named" {
     kx installed --help
-    grep -q -- '--root TEXT=/ ' out
+    grep -q -- '--root DIR=/ ' out
     kx installed --json
     jq -e '.root == "/"' out
 }

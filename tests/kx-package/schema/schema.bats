@@ -25,13 +25,17 @@ description() {
     description recipes updater new.kx-project
     demo demo
     description demo arm-updater demo.kx-project
+    local example
+    for example in hello settings application; do
+        description "$SOURCES/examples/$example" arm-updater "$example.kx-project"
+    done
     kx schema -o schema.json
 
     # The updater's own classes are abandoned below damaged objects, which is no leak of the test.
     run /usr/bin/python3 "$BATS_TEST_DIRNAME/agreement.py" --schema schema.json \
         --reader "$KX_READER_VERDICT" --corpus "$SOURCES/tests/fuzz/corpus/reader" \
         new.kx-project demo.kx-project "$SOURCES"/tests/kx-package/golden/*.kx-project \
-        "$SOURCES"/examples/*/UserPackage.kx-project
+        hello.kx-project settings.kx-project application.kx-project
 
     echo "$output"
     [ "$status" -eq 0 ]

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/Environment.h"
-#include "kx-package/Program.h"
-#include "kx-package/Thrown.h"
+#include "kx-package/common/Environment.h"
+#include "kx-package/common/Program.h"
+#include "kx-package/common/Thrown.h"
 #include "support/TempDir.h"
 #include "trial/Places.h"
 

@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/Thrown.h"
+#include "kx-package/common/Thrown.h"
 #include "trial/ShellFailure.h"
 
 #include <gtest/gtest.h>

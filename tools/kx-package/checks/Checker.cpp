@@ -15,7 +15,6 @@
 #include <memory>
 #include <utility>
 
-#include <strings.h>
 #include <sys/stat.h>
 
 namespace
@@ -38,18 +37,6 @@ bool HasTooManyNames(const ZipStructure& zip)
     return total > kMostNameBytes;
 }
 
-std::string MissingText(const Package& package)
-{
-    for (const PackageEntry& entry : package.Entries()) {
-        const std::size_t slash = entry.name.rfind('/');
-        const std::string last = entry.name.substr(slash == std::string::npos ? 0 : slash + 1);
-        if (strcasecmp(last.c_str(), kDescriptionName) == 0) {
-            return std::string("there is no '") + kDescriptionName + "', but '" + entry.name + "'";
-        }
-    }
-    return std::string("there is no '") + kDescriptionName + "' at the top level";
-}
-
 /// Checks what stands in a package, whatever it came as.
 void CheckContents(const Package& package, const Processor* processor, Findings& findings)
 {
@@ -60,7 +47,7 @@ void CheckContents(const Package& package, const Processor* processor, Findings&
     }
     const PackageEntry* const entry = package.Find(kDescriptionName);
     if (entry == nullptr || entry->kind != PackageEntry::Kind::kFile) {
-        findings.Add(RuleId::kDescriptionMissing, Place::Whole(), MissingText(package));
+        findings.Add(RuleId::kDescriptionMissing, Place::Whole(), MissingText(package, kDescriptionName));
         return;
     }
     const Description description =

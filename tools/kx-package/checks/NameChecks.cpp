@@ -11,6 +11,8 @@
 #include <set>
 #include <system_error>
 
+#include <strings.h>
+
 namespace
 {
 
@@ -85,4 +87,16 @@ void CheckNeighbours(const std::string& path, Findings& findings)
         findings.Add(other.front() == '.' ? RuleId::kNameTwin : RuleId::kNameNeighbour,
                      Place::Whole(), "beside it stands '" + other + "'");
     }
+}
+
+std::string MissingText(const Package& package, const std::string& name)
+{
+    for (const PackageEntry& entry : package.Entries()) {
+        const std::size_t slash = entry.name.rfind('/');
+        const std::string last = entry.name.substr(slash == std::string::npos ? 0 : slash + 1);
+        if (strcasecmp(last.c_str(), name.c_str()) == 0) {
+            return "there is no '" + name + "', but '" + entry.name + "'";
+        }
+    }
+    return "there is no '" + name + "' at the top level";
 }

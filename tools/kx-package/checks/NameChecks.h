@@ -3,6 +3,7 @@
 #pragma once
 
 #include "checks/Findings.h"
+#include "package/Package.h"
 
 #include <string>
 
@@ -12,3 +13,6 @@ void CheckPackageName(const std::string& path, bool isArchive, Findings& finding
 
 /// Checks what stands beside the package file: twins that desktop systems leave, other packages.
 void CheckNeighbours(const std::string& path, Findings& findings);
+
+/// Says that a package lacks a file at its top level, and where one of nearly that name stands.
+[[nodiscard]] std::string MissingText(const Package& package, const std::string& name);

@@ -116,7 +116,7 @@ private:
         std::size_t passwordAt = 0;
         for (std::size_t i = 0; i < items.size(); ++i) {
             const std::string& name = items[i]->TextOf("ItemName");
-            if (name == kUserItem) {
+            if (name == kUserNameItem) {
                 user = items[i];
                 userAt = i;
             } else if (name == kPasswordItem) {
@@ -138,10 +138,10 @@ private:
                                  std::string("the ") + name + " is missing");
                 return;
             }
-            CheckUserText(item->TextOf("Value"), name == std::string(kUserItem),
+            CheckUserText(item->TextOf("Value"), name == std::string(kUserNameItem),
                           ItemPlace(*item, "Value", place));
         };
-        checkPart(user, userAt, kUserItem);
+        checkPart(user, userAt, kUserNameItem);
         checkPart(password, passwordAt, kPasswordItem);
         if (password != nullptr && !password->TextOf("Value").empty()) {
             m_findings.Add(RuleId::kUserPassword,

@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "checks/UpdaterChecks.h"
 
+#include "checks/NameChecks.h"
 #include <algorithm>
 #include <string>
 
-#include <strings.h>
 
 namespace
 {
@@ -70,18 +70,6 @@ void CheckProgram(const std::string& bytes, std::uint64_t size, const Processor*
     }
 }
 
-std::string MissingText(const Package& package)
-{
-    for (const PackageEntry& entry : package.Entries()) {
-        const std::size_t slash = entry.name.rfind('/');
-        const std::string last = entry.name.substr(slash == std::string::npos ? 0 : slash + 1);
-        if (strcasecmp(last.c_str(), kUpdaterName) == 0) {
-            return std::string("there is no '") + kUpdaterName + "', but '" + entry.name + "'";
-        }
-    }
-    return std::string("there is no '") + kUpdaterName + "' at the top level";
-}
-
 } // namespace
 
 void CheckUpdater(const Package& package, const Processor* processor, Findings& findings)
@@ -93,7 +81,7 @@ void CheckUpdater(const Package& package, const Processor* processor, Findings& 
     if (entry == nullptr || entry->kind == PackageEntry::Kind::kFolder) {
         // A folder is installed by whoever starts an updater on it.
         findings.AddAs(package.IsArchive() ? Severity::kError : Severity::kWarning,
-                       RuleId::kUpdaterMissing, Place::Whole(), MissingText(package));
+                       RuleId::kUpdaterMissing, Place::Whole(), MissingText(package, kUpdaterName));
         return;
     }
     constexpr unsigned kExecute = 0100;

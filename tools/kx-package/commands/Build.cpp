@@ -122,9 +122,9 @@ void TellAsJson(const Built& built, const Output& output)
     }
     picojson::object told;
     told["file"] = JsonText(built.path);
-    told["size"] = picojson::value(static_cast<double>(built.archive.size));
-    told["unpackedSize"] = picojson::value(static_cast<double>(built.archive.unpacked));
-    told["payloadFiles"] = picojson::value(static_cast<double>(built.files));
+    told["size"] = JsonNumber(built.archive.size);
+    told["unpackedSize"] = JsonNumber(built.archive.unpacked);
+    told["payloadFiles"] = JsonNumber(built.files);
     told["updater"] = JsonText(built.updater);
     told["remarks"] = picojson::value(remarks);
     WriteJson(output, picojson::value(told));

@@ -83,11 +83,6 @@ picojson::value Text(const std::string& text)
     return picojson::value(Printable(text));
 }
 
-picojson::value Number(std::size_t number)
-{
-    return picojson::value(static_cast<double>(number));
-}
-
 picojson::value JsonOf(const Finding& finding)
 {
     const Rule& rule = RuleOf(finding.rule);
@@ -99,8 +94,8 @@ picojson::value JsonOf(const Finding& finding)
         place["path"] = Text(finding.place.path);
     }
     if (finding.place.at.line != 0) {
-        place["line"] = Number(finding.place.at.line);
-        place["column"] = Number(finding.place.at.column);
+        place["line"] = JsonNumber(finding.place.at.line);
+        place["column"] = JsonNumber(finding.place.at.column);
     }
     picojson::object told;
     told["id"] = Text(rule.id);
@@ -120,15 +115,15 @@ void WriteDocument(const Output& output, const std::string& path, const Findings
     for (const Finding& finding : findings.All()) {
         list.push_back(JsonOf(finding));
         if (const std::size_t more = findings.Omitted(finding.rule); more != 0) {
-            omitted[RuleOf(finding.rule).id] = Number(more);
+            omitted[RuleOf(finding.rule).id] = JsonNumber(more);
         }
     }
     picojson::object document;
     document["package"] = Text(path);
     document["clean"] = picojson::value(isClean);
-    document["errors"] = Number(findings.Count(Severity::kError));
-    document["warnings"] = Number(findings.Count(Severity::kWarning));
-    document["notes"] = Number(findings.Count(Severity::kNote));
+    document["errors"] = JsonNumber(findings.Count(Severity::kError));
+    document["warnings"] = JsonNumber(findings.Count(Severity::kWarning));
+    document["notes"] = JsonNumber(findings.Count(Severity::kNote));
     document["findings"] = picojson::value(list);
     document["omitted"] = picojson::value(omitted);
     WriteJson(output, picojson::value(document));

@@ -32,7 +32,7 @@ picojson::value ProblemsAsJson(const Record& record)
 
 picojson::value JsonCount(std::uint64_t count)
 {
-    return picojson::value(static_cast<double>(count));
+    return JsonNumber(count);
 }
 
 void TellHeading(const Output& output, const Record& record)

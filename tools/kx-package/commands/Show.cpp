@@ -27,11 +27,6 @@ picojson::value ArrayOf(const Things& things, Teller tell)
     return picojson::value(array);
 }
 
-picojson::value Number(std::uint64_t number)
-{
-    return picojson::value(static_cast<double>(number));
-}
-
 picojson::value ItemAsJson(const SummaryItem& item)
 {
     return picojson::value(picojson::object{
@@ -39,8 +34,8 @@ picojson::value ItemAsJson(const SummaryItem& item)
         {"target", JsonText(item.target)},
         {"mode", JsonText(item.mode)},
         {"isMissing", picojson::value(item.isMissing)},
-        {"files", Number(item.files)},
-        {"size", Number(item.size)},
+        {"files", JsonNumber(item.files)},
+        {"size", JsonNumber(item.size)},
     });
 }
 
@@ -81,7 +76,7 @@ picojson::value UpdaterAsJson(const std::optional<SummaryUpdater>& updater)
         return {};
     }
     return picojson::value(picojson::object{
-        {"size", Number(updater->size)},
+        {"size", JsonNumber(updater->size)},
         {"isExecutable", picojson::value(updater->isExecutable)},
         {"processor", updater->program.has_value() ? JsonText(updater->program->ProcessorName())
                                                    : picojson::value()},
@@ -102,8 +97,8 @@ picojson::value SummaryAsJson(const Package& package, const Summary& summary)
         {"date", JsonText(summary.date)},
         {"updater", UpdaterAsJson(summary.updater)},
         {"payload", picojson::value(picojson::object{
-                        {"files", Number(summary.files)},
-                        {"size", Number(summary.size)},
+                        {"files", JsonNumber(summary.files)},
+                        {"size", JsonNumber(summary.size)},
                     })},
         {"steps", ArrayOf(summary.steps, StepAsJson)},
         {"recorded", picojson::value(picojson::object{

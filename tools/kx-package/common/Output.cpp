@@ -58,6 +58,11 @@ picojson::value JsonText(const std::string& text)
     return picojson::value(IsUtf8(text) ? text : Printable(text));
 }
 
+picojson::value JsonNumber(std::uint64_t number)
+{
+    return picojson::value(static_cast<double>(number));
+}
+
 void WriteError(const Output& output, const Error& error)
 {
     if (!output.isJson) {

@@ -6,6 +6,7 @@
 
 #include <picojson.h>
 
+#include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -28,6 +29,9 @@ void WriteJson(const Output& output, const picojson::value& document);
 
 /// Makes a JSON text; bytes that are no UTF-8 make it a printable one.
 [[nodiscard]] picojson::value JsonText(const std::string& text);
+
+/// Makes a JSON number; beyond 2^53 the nearest that JSON readers know.
+[[nodiscard]] picojson::value JsonNumber(std::uint64_t number);
 
 /// Tells the error: as a line "kx-package: …" on `err`, or as {"error": {…}} on `out` with isJson.
 void WriteError(const Output& output, const Error& error);

@@ -35,7 +35,7 @@ extern const SettingKind kUserKind;      ///< changes a password
 constexpr const char* kCustomScriptItem = "CustomScript";
 
 /// Items of a user setting.
-constexpr const char* kUserItem = "User";
+constexpr const char* kUserNameItem = "User";
 constexpr const char* kPasswordItem = "Password";
 
 /// All kinds, in the updater's order.

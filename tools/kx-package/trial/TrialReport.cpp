@@ -58,11 +58,6 @@ picojson::value Texts(const std::vector<std::string>& texts)
     return picojson::value(list);
 }
 
-picojson::value Number(std::uint64_t number)
-{
-    return picojson::value(static_cast<double>(number));
-}
-
 picojson::value Maybe(const std::optional<std::string>& text)
 {
     return text.has_value() ? JsonText(*text) : picojson::value();
@@ -90,7 +85,7 @@ picojson::value JsonOf(const FileChange& file)
         told["group"] = JsonText(file.group);
     }
     if (file.size.has_value()) {
-        told["size"] = Number(*file.size);
+        told["size"] = JsonNumber(*file.size);
     }
     if (!file.target.empty()) {
         told["target"] = JsonText(file.target);
@@ -128,7 +123,7 @@ picojson::value JsonOf(const Installation& installation, const TrialSubject& sub
                            : picojson::value();
     told["remarks"] = Texts(RemarksOn(installation, subject));
     told["log"] = Texts(installation.log.Lines());
-    told["logOmitted"] = Number(installation.log.Omitted());
+    told["logOmitted"] = JsonNumber(installation.log.Omitted());
     told["record"] = !installation.record.has_value()
                          ? picojson::value()
                          : picojson::value(picojson::object{
