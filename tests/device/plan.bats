@@ -6,7 +6,6 @@
 
 load window
 
-KX_PACKAGE=${KX_PACKAGE:-$ROOT/build/asan/kx-package}
 
 # plan: plans the package on the drive.
 plan() {

@@ -6,7 +6,6 @@
 
 load device
 
-KX_PACKAGE=${KX_PACKAGE:-$ROOT/build/asan/kx-package}
 TOOL=/opt/kx-package
 
 # tool ARGUMENT...: starts kx-package on a copy of the panel's files; leaves $status and $OUT.

@@ -9,7 +9,6 @@
 # shellcheck disable=SC2154 # stderr is what run sets
 load device
 
-KX_PACKAGE=${KX_PACKAGE:-$ROOT/build/asan/kx-package}
 HELLO='copy_file(item("app", "/opt/demo/app", "755", "program\n"), record=True)'
 
 setup() {

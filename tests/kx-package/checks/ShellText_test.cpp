@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "checks/ShellText.h"
+#include "common/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -48,11 +49,11 @@ TEST(ShellText, KnowsTheModesOfChmod)
 TEST(ShellText, TellsUtf8FromOtherBytes)
 {
     for (const char* const text : {"", "a", "\xc3\xa4", "\xe3\x81\x82", "\xf0\x9f\x98\x80"}) {
-        EXPECT_TRUE(IsUtf8Text(text)) << text;
+        EXPECT_TRUE(IsUtf8(text)) << text;
     }
     for (const char* const text : {"\xe4", "\xc3", "\xc0\xaf", "\xe0\x80\xaf", "\xed\xa0\x80",
                                    "\xf4\x90\x80\x80", "\x80", "\xf0\x9f\x98", "\xff"}) {
-        EXPECT_FALSE(IsUtf8Text(text)) << text;
+        EXPECT_FALSE(IsUtf8(text)) << text;
     }
     EXPECT_TRUE(HasForeignBytes("\xe4"));
     EXPECT_FALSE(HasForeignBytes("a"));

@@ -5,6 +5,7 @@
 #include "checks/ShellText.h"
 #include "checks/UnpackedArchive.h"
 #include "checks/ZipContent.h"
+#include "common/Text.h"
 
 #include <algorithm>
 #include <string>
@@ -171,7 +172,7 @@ private:
         if (isOther) {
             m_findings.AddAs(Severity::kError, RuleId::kPathLocale, PlaceOf(member),
                              "has a second name, " + Quote(member.unicodeName));
-        } else if (isUtf8 && !IsUtf8Text(member.name)) {
+        } else if (isUtf8 && !IsUtf8(member.name)) {
             m_findings.AddAs(Severity::kError, RuleId::kPathLocale, PlaceOf(member),
                              "is said to be UTF-8, which it is not");
         } else if (!isUtf8 && member.madeOn == kDos) {

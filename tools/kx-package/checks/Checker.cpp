@@ -47,7 +47,8 @@ void CheckContents(const Package& package, const Processor* processor, Findings&
     }
     const PackageEntry* const entry = package.Find(kDescriptionName);
     if (entry == nullptr || entry->kind != PackageEntry::Kind::kFile) {
-        findings.Add(RuleId::kDescriptionMissing, Place::Whole(), MissingText(package, kDescriptionName));
+        findings.Add(RuleId::kDescriptionMissing, Place::Whole(),
+                     MissingText(package, kDescriptionName));
         return;
     }
     const Description description =

@@ -4,6 +4,7 @@
 
 #include "checks/ClassChecks.h"
 #include "checks/ShellText.h"
+#include "common/Text.h"
 #include "package/Package.h"
 
 #include <picojson.h>
@@ -99,7 +100,7 @@ void CheckText(const Description& description, Findings& findings)
                      FilePlace(PlaceOfOffset(description.text, description.text.size())),
                      "holds a zero byte");
     }
-    if (!IsUtf8Text(description.text)) {
+    if (!IsUtf8(description.text)) {
         findings.Add(RuleId::kDescriptionUtf8, FilePlace(), "is not UTF-8 throughout");
     }
 }

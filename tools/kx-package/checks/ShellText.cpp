@@ -123,32 +123,6 @@ bool IsMode(std::string_view text)
     }
 }
 
-bool IsUtf8Text(std::string_view text)
-{
-    std::size_t at = 0;
-    while (at < text.size()) {
-        const auto byte = [text](std::size_t i) -> unsigned {
-            return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
-        };
-        const unsigned first = byte(at);
-        const std::size_t more = first < 0x80 ? 0 : first < 0xe0 ? 1 : first < 0xf0 ? 2 : 3;
-        // The second byte's range rules out overlong forms, halves of pairs, and what lies beyond.
-        const unsigned low = first == 0xe0 ? 0xa0 : first == 0xf0 ? 0x90 : 0x80;
-        const unsigned high = first == 0xed ? 0x9f : first == 0xf4 ? 0x8f : 0xbf;
-        const bool isStart = first < 0x80 || (first >= 0xc2 && first <= 0xf4);
-        if (!isStart || (more > 0 && (byte(at + 1) < low || byte(at + 1) > high))) {
-            return false;
-        }
-        for (std::size_t i = 2; i <= more; ++i) {
-            if ((byte(at + i) & 0xc0U) != 0x80) {
-                return false;
-            }
-        }
-        at += more + 1;
-    }
-    return true;
-}
-
 bool HasForeignBytes(std::string_view text)
 {
     return std::any_of(text.begin(), text.end(),

@@ -24,8 +24,5 @@
 /// Tells whether chmod takes the text as a mode.
 [[nodiscard]] bool IsMode(std::string_view text);
 
-/// Tells whether all bytes are UTF-8.
-[[nodiscard]] bool IsUtf8Text(std::string_view text);
-
 /// Tells whether the text holds bytes beyond ASCII.
 [[nodiscard]] bool HasForeignBytes(std::string_view text);

@@ -124,8 +124,9 @@ private:
         }
         for (std::size_t j = 0; j < items.size(); ++j) {
             const std::string index = std::to_string(j);
-            const CopyItem item = {*items[j], path + ".PathSetDatas.$values[" + index + "].",
-                                   number + "/" + index};
+            CopyItem item = {*items[j], path, number};
+            item.path.append(".PathSetDatas.$values[").append(index).append("].");
+            item.folder.append("/").append(index);
             if (isFiles) {
                 CheckFileItem(item);
             } else {

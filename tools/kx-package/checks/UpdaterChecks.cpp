@@ -3,9 +3,9 @@
 #include "checks/UpdaterChecks.h"
 
 #include "checks/NameChecks.h"
+
 #include <algorithm>
 #include <string>
-
 
 namespace
 {
@@ -34,8 +34,8 @@ std::uint64_t NeededSize(std::string_view bytes, const ProgramHead& head)
     };
     const std::size_t word = is64 ? 8 : 4;
     const std::uint64_t table = number(is64 ? 32 : 28, word);
-    const std::size_t entrySize = static_cast<std::size_t>(number(is64 ? 54 : 42, 2));
-    const std::size_t count = static_cast<std::size_t>(number(is64 ? 56 : 44, 2));
+    const auto entrySize = static_cast<std::size_t>(number(is64 ? 54 : 42, 2));
+    const auto count = static_cast<std::size_t>(number(is64 ? 56 : 44, 2));
     std::uint64_t needed = table + entrySize * count;
     for (std::size_t i = 0; i < count && table < kHeadSize; ++i) {
         const std::size_t at = static_cast<std::size_t>(table) + i * entrySize;

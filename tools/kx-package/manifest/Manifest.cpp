@@ -80,7 +80,7 @@ std::string ReadName(const TomlTable& table, const std::string& folder)
         return *name;
     }
     std::error_code error;
-    const std::string path = fs::canonical(folder, error).filename().string();
+    std::string path = fs::canonical(folder, error).filename().string();
     RefuseBadPackageName(path, ExitCode::kProblems, table.Place(), "give 'package.name'");
     return path;
 }

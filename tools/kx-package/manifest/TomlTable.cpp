@@ -57,6 +57,7 @@ std::vector<std::string> KeysAsWritten(const toml::table& table)
     }
     std::sort(found.begin(), found.end());
     std::vector<std::string> keys;
+    keys.reserve(found.size());
     for (auto& [place, key] : found) {
         keys.push_back(std::move(key));
     }

@@ -5,8 +5,8 @@
 #include "package/StandardInput.h"
 
 #include <algorithm>
-#include <utility>
 #include <unordered_map>
+#include <utility>
 
 #include <sys/stat.h>
 #include <zip.h>

@@ -47,6 +47,7 @@ template <class Kind>
 [[nodiscard]] std::vector<std::string> NamesOf(const std::vector<const Kind*>& kinds)
 {
     std::vector<std::string> names;
+    names.reserve(kinds.size());
     for (const Kind* const kind : kinds) {
         names.emplace_back(kind->name);
     }
