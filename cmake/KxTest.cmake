@@ -20,7 +20,7 @@ function(kx_compile_together name)
   if(KX_UNITY)
     set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
     # A fixture's base in an unnamed namespace is harmless: there is one such file only.
-    target_compile_options(${name} PRIVATE -Wno-subobject-linkage)
+    target_compile_options(${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
   endif()
 endfunction()
 

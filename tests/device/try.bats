@@ -78,7 +78,7 @@ What the installation changed
   added    -rwxr-xr-x  root:root    69  /tmp/Zt/temp.sh
   added    drwxr-xr-x  root:root        /var/lib/KxUserPackages
   added    drwxr-xr-x  root:root        /var/lib/KxUserPackages/Foo
-  added    -rw-r--r--  root:root  2432  /var/lib/KxUserPackages/Foo/UserPackage.kx-project
+  added    -rw-r--r--  root:root  2433  /var/lib/KxUserPackages/Foo/UserPackage.kx-project
   added    -rw-r--r--  root:root   164  /var/lib/KxUserPackages/Foo/installedFile.list
 settings
   Level=8
@@ -228,7 +228,7 @@ END
     same second 'the second part' <<'END'
 What the second installation changed
   removed  drwxr-xr-x  root:root       /var/lib/KxUserPackages/Foo
-  removed  -rw-r--r--  root:root  813  /var/lib/KxUserPackages/Foo/UserPackage.kx-project
+  removed  -rw-r--r--  root:root  814  /var/lib/KxUserPackages/Foo/UserPackage.kx-project
   removed  -rw-r--r--  root:root  139  /var/lib/KxUserPackages/Foo/installedFile.list
 settings
 END

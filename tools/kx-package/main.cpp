@@ -6,6 +6,7 @@
 #include "common/Output.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <iostream>
@@ -34,10 +35,10 @@ Error WrongUse(const CLI::App& program, int argc, char** argv, const std::string
     const char* const* const word =
         std::find_if(argv + 1, argv + argc, [](const char* each) { return *each != '-'; });
     if (word == argv + argc || std::find(names.begin(), names.end(), *word) != names.end()) {
-        return Error(ExitCode::kWrongUse, "", what, "see kx-package --help");
+        return {ExitCode::kWrongUse, "", what, "see kx-package --help"};
     }
-    return Error(ExitCode::kWrongUse, "", std::string("'") + *word + "' is no command",
-                 NearestRemedy(*word, names));
+    return {ExitCode::kWrongUse, "", std::string("'") + *word + "' is no command",
+            NearestRemedy(*word, names)};
 }
 
 int Fail(const Output& output, const Error& error)
@@ -65,9 +66,7 @@ int Run(const Invocation& invocation)
     }
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int Start(int argc, char** argv)
 {
     CLI::App program("Makes, checks, looks into and rehearses update packages.", "kx-package");
     program.set_version_flag("--version", std::string("kx-package ") + KX_PACKAGE_VERSION);
@@ -97,4 +96,16 @@ int main(int argc, char** argv)
                     WrongUse(program, argc, argv, error.what()));
     }
     return Run(invocation);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return Start(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "kx-package: %s\n", error.what());
+        return static_cast<int>(ExitCode::kNoAccess);
+    }
 }

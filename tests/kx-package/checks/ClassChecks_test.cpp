@@ -132,7 +132,7 @@ TEST_F(DescriptionAgreement, HoldsForOddTexts)
 TEST(DescriptionChecks, TellTheLineAndColumn)
 {
     Recipe recipe;
-    recipe.Replace("\"Date\": \"d\"", "\"Date\": 1");
+    recipe.Replace(R"("Date": "d")", R"("Date": 1)");
 
     Findings findings;
     static_cast<void>(CheckDescription(recipe.description, findings));
@@ -147,7 +147,7 @@ TEST(DescriptionChecks, DoNotReadWhatIsNestedToDoHarm)
 {
     std::string list = "[]";
     for (int i = 0; i < 40; ++i) {
-        list = R"([{"$type": "Zt.Plugins.DB_StepSets, Plexa", "$values": )" + list + "}]";
+        list.insert(0, R"([{"$type": "Zt.Plugins.DB_StepSets, Plexa", "$values": )").append("}]");
     }
     Recipe recipe;
     recipe.Replace(R"("ScriptData": "gone"})", R"("ScriptData": "gone"},

@@ -39,6 +39,7 @@ constexpr const char* kScript = "DB_StepSets.$values[2].InstallScriptFunctionDat
     "DB_StepSets.$values[3].HardSettingDatas.DB_HardwareConfigs.$values[" number "]"
 #define ITEM(config, item, key) CONFIG(config) ".HardwareItems.$values[" item "]." key
 
+// NOLINTBEGIN(modernize-raw-string-literal): what is replaced reads as it does in the recipe
 const RuleCase kCases[] = {
     {"name-extension", "error", "", [](Recipe& r) { r.fileName = "hello.zip"; }},
     {"name-empty", "error", "", [](Recipe& r) { r.fileName = ".kx-update"; }},
@@ -82,7 +83,7 @@ const RuleCase kCases[] = {
     {"archive-bomb", "error", "", [](Recipe& r) {
          r.damage = [](std::string& zip) {
              // 20 MB of which each byte says that it becomes a thousand.
-             ZipPart part{"0/0/zeros", std::string(20000000, '\0')};
+             ZipPart part{"0/0/zeros", std::string(20000000, '\0')}; // NOLINT(bugprone-string-constructor)
              part.method = 8;
              zip = ZipOf({part});
              Patch(zip, kLocal, 22, Bytes(0xfffffffe, 4));
@@ -230,6 +231,7 @@ const RuleCase kCases[] = {
     {"user-item", "warning", ITEM("1", "0", "ItemName"), [](Recipe& r) { r.Replace(R"({"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "User", "Value": "user"},)", R"({"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "Group", "Value": "x"}, {"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "User", "Value": "user"},)"); }},
     {"user-password", "note", ITEM("1", "1", "Value"), [](Recipe&) {}},
 };
+// NOLINTEND(modernize-raw-string-literal)
 
 class EveryRule : public testing::TestWithParam<RuleCase>
 {

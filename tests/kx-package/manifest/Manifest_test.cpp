@@ -79,6 +79,7 @@ TEST(Manifest, KeepsTheOrderOfSettingsAndOfTheirValues)
     const std::vector<ManifestSetting> settings = ReadManifest(dir.Path()).steps[4].settings;
 
     std::vector<std::string> kinds;
+    kinds.reserve(settings.size());
     for (const ManifestSetting& setting : settings) {
         kinds.emplace_back(setting.kind->name);
     }

@@ -32,7 +32,7 @@ void Write(const AtomicFile& file, const std::string& text)
 
 } // namespace
 
-// The names that the linker gives to wrapped calls.
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for a wrapped call
 extern "C" int __real_open64(const char* path, int flags, ...);
 extern "C" int __wrap_open64(const char* path, int flags, ...)
 {
@@ -49,6 +49,7 @@ extern "C" int __wrap_open64(const char* path, int flags, ...)
     }
     return __real_open64(path, flags, mode);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 class AtomicFiles : public ::testing::TestWithParam<bool>
 {

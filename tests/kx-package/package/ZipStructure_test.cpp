@@ -159,7 +159,7 @@ TEST(ZipStructure, TellsFlawsOfZip64)
          [](std::string& zip) { Patch(zip, "PK\6\6", 0, "x"); },
          {ZipFlaw::kZip64End}},
         {"record too long",
-         [](std::string& zip) { Patch(zip, "PK\6\6", 4, "\x2d"); },
+         [](std::string& zip) { Patch(zip, "PK\6\6", 4, "-"); },
          {ZipFlaw::kZip64End}},
         {"other count",
          [](std::string& zip) { Patch(zip, kEndRecord, 10, Bytes(7, 2)); },

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/common/Thrown.h"
 #include "Panel.h"
+#include "kx-package/common/Thrown.h"
 #include "registry/PanelRoot.h"
 
 #include <gmock/gmock.h>

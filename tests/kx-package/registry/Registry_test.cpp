@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/common/Thrown.h"
 #include "Panel.h"
 #include "engine/q_UpdaterEngine.h"
+#include "kx-package/common/Thrown.h"
 #include "registry/Registry.h"
 
 #include <gmock/gmock.h>

@@ -19,7 +19,7 @@ protected:
     Places() : m_variable("KX_DEVICE", nullptr) {}
 
     /// Makes the folder of a device.
-    std::string MakeDevice(const std::string& folder) const
+    [[nodiscard]] std::string MakeDevice(const std::string& folder) const
     {
         m_dir.Write(folder + "/run", "#!/bin/sh\n", kExecutable);
         return m_dir / folder;
@@ -53,7 +53,7 @@ TEST_F(Places, TheNamedDeviceGoesBeforeAllOthers)
 
 TEST_F(Places, ANamedPlaceWithoutADeviceIsNotReplacedByAnother)
 {
-    MakeDevice("lib/kx_Updater/device");
+    static_cast<void>(MakeDevice("lib/kx_Updater/device"));
     m_dir.Write("plain/run", "#!/bin/sh\n");
 
     EXPECT_EQ(Thrown([&] { static_cast<void>(FindDevice(m_dir / "no", m_tool)); }),
