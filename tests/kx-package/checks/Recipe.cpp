@@ -90,7 +90,7 @@ std::string ZipOf(const std::vector<ZipPart>& parts)
                      Bytes(part.extra.size(), 2) + Bytes(0, 6) +
                      Bytes(std::uint64_t{part.mode} << 16, 4) + Bytes(zip.size(), 4) + part.name +
                      part.extra;
-        zip += kLocal + fields + Bytes(0, 2) + part.name + packed;
+        zip.append(kLocal).append(fields).append(2, '\0').append(part.name).append(packed);
     }
     return zip + directory + kEndRecord + Bytes(0, 4) + Bytes(parts.size(), 2) +
            Bytes(parts.size(), 2) + Bytes(directory.size(), 4) + Bytes(zip.size(), 4) + Bytes(0, 2);
