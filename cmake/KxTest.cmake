@@ -13,10 +13,19 @@ set(KX_WRAPPED_CALLS
 set(KX_TEST_ENVIRONMENT
   "LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0")
 
+# kx_compile_tests(TARGET): what sanitizers watch is the product; optimizing the tests themselves
+# would take most of the build's time.
+function(kx_compile_tests target)
+  if(KX_SANITIZE)
+    target_compile_options(${target} PRIVATE -O0)
+  endif()
+endfunction()
+
 # kx_compile_together(NAME): the files of a test compile as a few ones where the build asks for it.
 # Names that stand in several of them, or change what another one reads, keep a file apart: it has
 # the property SKIP_UNITY_BUILD_INCLUSION.
 function(kx_compile_together name)
+  kx_compile_tests(${name})
   if(KX_UNITY)
     set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
     # A fixture's base in an unnamed namespace is harmless: there is one such file only.

@@ -35,6 +35,8 @@ hello_source() {
     mkdir -p "$1"
     cp -r examples/settings/. examples/hello/. "$1"
     sed -n '/^\[\[steps]]/,$p' examples/settings/package.toml >>"$1/package.toml"
+    sed -i 's/^comment = "Installs a greeting and its texts"$/comment = "Installs a greeting, its texts and a start-up script"/' \
+        "$1/package.toml"
 }
 
 # pack_hello FILE: packs them with the updater of the release build, and with one more step that

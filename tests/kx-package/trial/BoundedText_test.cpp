@@ -48,6 +48,19 @@ TEST(BoundedText, KeepsBeginningAndEndOfALongText)
     EXPECT_EQ(text.Omitted(), 8U);
 }
 
+TEST(BoundedText, KeepsTheSameWhateverThePieces)
+{
+    const std::string all = "abcdefghijklmnopqrstuvwxyz";
+    for (std::size_t size = 1; size <= all.size(); ++size) {
+        BoundedText text(8);
+        for (std::size_t i = 0; i < all.size(); i += size) {
+            text.Append(std::string_view(all).substr(i, size));
+        }
+        EXPECT_THAT(text.Lines(), ElementsAre("abcd", "[18 bytes left out]", "wxyz")) << size;
+        EXPECT_EQ(text.Omitted(), 18U) << size;
+    }
+}
+
 TEST(BoundedText, TakesOneLargePiece)
 {
     BoundedText text(8);

@@ -41,7 +41,7 @@ std::vector<std::string> BoundedText::Lines() const
         return lines;
     }
     AppendLines(m_begin, lines);
-    lines.push_back("[" + CountText(m_omitted, "byte") + " left out]");
-    AppendLines(m_end, lines);
+    lines.push_back("[" + CountText(Omitted(), "byte") + " left out]");
+    AppendLines(std::string_view(m_end).substr(Surplus()), lines);
     return lines;
 }
