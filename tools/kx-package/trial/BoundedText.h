@@ -27,10 +27,7 @@ public:
 
 private:
     /// How much of m_end is not of the text's end any more.
-    [[nodiscard]] std::size_t Surplus() const
-    {
-        return m_omitted > 0 ? m_end.size() - m_half : 0;
-    }
+    [[nodiscard]] std::size_t Surplus() const { return m_omitted > 0 ? m_end.size() - m_half : 0; }
 
     std::size_t m_half;
     std::string m_begin;
