@@ -166,7 +166,7 @@ END
     expect_panel </dev/null
 }
 
-@test "the examples are installed from its package file, and its start-up script runs" {
+@test "the examples are installed from their package file, and the start-up script runs" {
     (cd "$ROOT" && . scripts/lib.sh && hello_source "$WORK/hello")
     "$KX_PACKAGE" build "$WORK/hello" -o "$WORK/drive/Foo.kx-update" --updater "$KX_UPDATER" \
         --processor "$(uname -m)"

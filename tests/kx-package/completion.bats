@@ -112,11 +112,11 @@ END
 }
 
 @test "a mistyped command is told with the nearest one, also as JSON" {
-    kx chek some.kx-update
-    expect 2 '' $'kx-package: \'chek\' is no command; did you mean \'check\'?\n'
-    kx --json chek
+    kx buildd some
+    expect 2 '' $'kx-package: \'buildd\' is no command; did you mean \'build\'?\n'
+    kx --json buildd
     [ "$status" -eq 2 ]
-    [ "$(jq -r .error.remedy out)" = "did you mean 'check'?" ]
+    [ "$(jq -r .error.remedy out)" = "did you mean 'build'?" ]
     kx
     expect 2 '' $'kx-package: A subcommand is required; see kx-package --help\n'
     kx check
