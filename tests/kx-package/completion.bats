@@ -112,9 +112,9 @@ END
 }
 
 @test "a mistyped command is told with the nearest one, also as JSON" {
-    kx buildd some
-    expect 2 '' $'kx-package: \'buildd\' is no command; did you mean \'build\'?\n'
-    kx --json buildd
+    kx builx some
+    expect 2 '' $'kx-package: \'builx\' is no command; did you mean \'build\'?\n'
+    kx --json builx
     [ "$status" -eq 2 ]
     [ "$(jq -r .error.remedy out)" = "did you mean 'build'?" ]
     kx
