@@ -314,7 +314,7 @@ class ProbePlugin final : public QGenericPlugin
     Q_PLUGIN_METADATA(IID QGenericPluginFactoryInterface_iid FILE "probe.json")
 
 public:
-    QObject* create(const QString& /*name*/, const QString& /*specification*/) override
+    QObject* create(const QString& /*name*/, const QString& /*options*/) override
     {
         const char* const path = std::getenv("KX_PROBE");
         const int link = path != nullptr ? Connect(path) : -1;
