@@ -26,6 +26,7 @@
 #include <QTableWidget>
 #include <QTextCursor>
 #include <QTimer>
+#include <QWindow>
 
 #include <cerrno>
 #include <cstdlib>
@@ -152,10 +153,18 @@ void TellRows(const QTableWidget& table, QJsonObject& state)
     state[QStringLiteral("rows")] = rows;
 }
 
+/// Tells whether the screen shows a widget. A window that asked to be shown takes no press before the
+/// window manager has placed it.
+bool IsOnScreen(const QWidget& widget)
+{
+    const QWindow* const window = widget.window()->windowHandle();
+    return widget.isVisible() && window != nullptr && window->isExposed();
+}
+
 QJsonObject StateOf(const QWidget& widget)
 {
     QJsonObject state;
-    state[QStringLiteral("shown")] = widget.isVisible();
+    state[QStringLiteral("shown")] = IsOnScreen(widget);
     state[QStringLiteral("hidden")] = widget.isHidden();
     state[QStringLiteral("at")] = Place(widget, widget.rect());
     state[QStringLiteral("points")] = widget.font().pointSize();
@@ -236,6 +245,7 @@ public:
     bool eventFilter(QObject* object, QEvent* event) override
     {
         switch (event->type()) {
+        case QEvent::Expose:
         case QEvent::Paint:
         case QEvent::Show:
         case QEvent::Hide:
