@@ -34,9 +34,28 @@ if(KX_COVERAGE)
   target_link_options(kx_options INTERFACE --coverage)
 endif()
 
+# kx_compile_folders_together(TARGET): the files of each of a target's folders compile as one where
+# the build asks for it.
+function(kx_compile_folders_together target)
+  if(NOT KX_UNITY)
+    return()
+  endif()
+  get_target_property(sources ${target} SOURCES)
+  get_target_property(base ${target} SOURCE_DIR)
+  foreach(source IN LISTS sources)
+    get_filename_component(path "${source}" ABSOLUTE BASE_DIR "${base}")
+    get_filename_component(folder "${path}" DIRECTORY)
+    get_filename_component(group "${folder}" NAME)
+    set_source_files_properties("${path}" TARGET_DIRECTORY ${target}
+      PROPERTIES UNITY_GROUP "${group}")
+  endforeach()
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+endfunction()
+
 # kx_add_layer(NAME SOURCE...): one layer of the updater, as object files without Qt.
 function(kx_add_layer name)
   add_library(${name} OBJECT ${ARGN})
   target_link_libraries(${name} PUBLIC kx_options)
   target_include_directories(${name} SYSTEM PUBLIC "${PICOJSON_INCLUDE_DIR}")
+  kx_compile_folders_together(${name})
 endfunction()

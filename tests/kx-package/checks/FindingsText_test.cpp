@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "commands/Check.h"
+#include "checks/FindingsText.h"
 
 #include <gtest/gtest.h>
 
