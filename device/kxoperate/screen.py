@@ -15,6 +15,13 @@ WINDOW_MANAGER = """\
 </openbox_config>
 """
 
+# Full-screen windows have no titles: the manager need not read every font of the machine.
+WINDOW_MANAGER_FONTS = """\
+<?xml version="1.0"?>
+<!DOCTYPE fontconfig SYSTEM "fonts.dtd">
+<fontconfig><dir>/usr/share/fonts/truetype/dejavu</dir></fontconfig>
+"""
+
 
 class ScreenError(Exception):
     """The screen could not be made; the text says why."""
@@ -53,12 +60,16 @@ class Screen:
         configuration = os.path.join(self._folder, "openbox.xml")
         with open(configuration, "w", encoding="utf-8") as file:
             file.write(WINDOW_MANAGER)
+        fonts = os.path.join(self._folder, "fonts.conf")
+        with open(fonts, "w", encoding="utf-8") as file:
+            file.write(WINDOW_MANAGER_FONTS)
         ready = os.path.join(self._folder, "ready")
         os.mkfifo(ready)
         reader = os.open(ready, os.O_RDONLY | os.O_NONBLOCK)
         keeper = os.open(ready, os.O_WRONLY)  # so that only what is written counts
         # Its caches and menus go where nobody looks for them.
-        home = {"HOME": self._folder, "DISPLAY": self.display, "XDG_CONFIG_DIRS": self._folder}
+        home = {"HOME": self._folder, "DISPLAY": self.display, "XDG_CONFIG_DIRS": self._folder,
+                "FONTCONFIG_FILE": fonts}
         manager = self._start(["openbox", "--sm-disable", "--config-file", configuration,
                                "--startup", f"cp {configuration} {ready}"], environment=home)
         told = _read(reader, PATIENCE, manager)
