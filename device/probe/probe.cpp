@@ -153,8 +153,8 @@ void TellRows(const QTableWidget& table, QJsonObject& state)
     state[QStringLiteral("rows")] = rows;
 }
 
-/// Tells whether the screen shows a widget. A window that asked to be shown takes no press before the
-/// window manager has placed it.
+/// Tells whether the screen shows a widget. A window that asked to be shown takes no press before
+/// the window manager has placed it.
 bool IsOnScreen(const QWidget& widget)
 {
     const QWindow* const window = widget.window()->windowHandle();

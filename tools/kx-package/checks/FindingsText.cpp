@@ -4,11 +4,11 @@
 
 #include "checks/Rules.h"
 
+#include <picojson.h>
+
 #include <cstddef>
 #include <ostream>
 #include <set>
-
-#include <picojson.h>
 
 namespace
 {
