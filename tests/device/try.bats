@@ -547,6 +547,9 @@ END
     hello "$PUBLIC/Foo.kx-update"
     cp "$KX_PACKAGE" "$KX_UPDATER" "$PUBLIC/"
     chmod -R a+rX "$PUBLIC"
+    # A program built for coverage leaves its counts there.
+    mkdir -m 777 "$PUBLIC/counts"
+    export GCOV_PREFIX=$PUBLIC/counts
     cd "$PUBLIC/open"
 
     TMPDIR=$PUBLIC/open run --separate-stderr as_ordinary_user "$PUBLIC/kx-package" try --json \
