@@ -133,12 +133,11 @@ class Player:
         return self._probe.state
 
     def _press(self, name, tab=None):
-        if name == "tab":
-            state = self._settle()
-            place = _widget(state, "tabsCenter").get("tabs", {})[tab]
-        else:
-            self._wait("button", name)
-            place = _widget(self._settle(), name)["at"]
+        # A window takes no press before it is on the screen.
+        widget = "tabsCenter" if name == "tab" else name
+        self._wait("button", widget)
+        shown = _widget(self._settle(), widget)
+        place = shown["tabs"][tab] if name == "tab" else shown["at"]
         self._screen.click((place[0] + place[2] // 2, place[1] + place[3] // 2))
 
     def _state(self):

@@ -262,3 +262,20 @@ END
     grep -q 'could not connect to display :77' "$ERR" || fail 'no word of the display'
     expect_commands </dev/null
 }
+
+@test "a press waits for a window manager that takes its time" {
+    package_file "$DRIVE/Foo.kx-update" </dev/null # without an updater
+
+    window -- /bin/sh -c 'pkill -STOP -x openbox; exec "$0" -upDir /mnt/usb' "$UPDATER" <<'END'
+wait message Install the software on this device.\nAre you sure?
+wait no-button InstallButton
+run pkill -CONT -x openbox
+press InstallButton
+wait button OkButton
+state
+END
+
+    expect_transcript <<'END'
+The installation failed. | error | OkButton | Install | package
+END
+}
