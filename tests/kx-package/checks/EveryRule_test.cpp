@@ -99,7 +99,7 @@ const RuleCase kCases[] = {
          };
      }, false},
     {"entry-crc", "error", "0/0/hello", [](Recipe& r) { r.damage = [](std::string& zip) { zip[zip.find("0/0/hello") + 9] = 'j'; }; }},
-    {"entry-header", "warning", "0/0/hello", [](Recipe& r) { r.damage = [](std::string& zip) { Patch(zip, kCentral, 16, "XXXX", 2); }; }},
+    {"entry-header", "warning", "0/0/hello", [](Recipe& r) { r.damage = [](std::string& zip) { Patch(zip, kCentral, 16, "none", 2); }; }},
     {"entry-header", "error", "0/0/hello", [](Recipe& r) { r.damage = [](std::string& zip) { Patch(zip, kLocal, 22, "\7", 2); Patch(zip, kCentral, 24, "\7", 2); }; }},
     {"entry-name-differs", "error", "0/0/hello", [](Recipe& r) { r.damage = [](std::string& zip) { Patch(zip, kLocal, 30, "9", 2); }; }},
     {"entry-extra", "warning", "0/0/hello", [](Recipe& r) { r.Part("0/0/hello").extra = "abc"; }},

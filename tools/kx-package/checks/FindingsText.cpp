@@ -3,6 +3,7 @@
 #include "checks/FindingsText.h"
 
 #include "checks/Rules.h"
+#include "common/Text.h"
 
 #include <picojson.h>
 
@@ -24,12 +25,6 @@ Colour ColourOf(Severity severity)
         break;
     }
     return Colour::kGrey;
-}
-
-/// "1 error", "2 errors"
-std::string Counted(std::size_t count, const char* thing)
-{
-    return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
 }
 
 /// "UserPackage.kx-project:12:5 DB_StepSets.$values[0]", or the package itself.
@@ -59,9 +54,9 @@ void WriteText(const Output& output, const std::string& path, const Findings& fi
             }
         }
     }
-    const std::string sum = Counted(findings.Count(Severity::kError), "error") + ", " +
-                            Counted(findings.Count(Severity::kWarning), "warning") + ", " +
-                            Counted(findings.Count(Severity::kNote), "note");
+    const std::string sum = CountText(findings.Count(Severity::kError), "error") + ", " +
+                            CountText(findings.Count(Severity::kWarning), "warning") + ", " +
+                            CountText(findings.Count(Severity::kNote), "note");
     const Colour colour = findings.Count(Severity::kError) != 0     ? Colour::kRed
                           : findings.Count(Severity::kWarning) != 0 ? Colour::kYellow
                                                                     : Colour::kGreen;
@@ -70,7 +65,7 @@ void WriteText(const Output& output, const std::string& path, const Findings& fi
 
 picojson::value Text(const std::string& text)
 {
-    // JSON is UTF-8; what is not is told as text that can be read.
+    // The same words as for people: what comes from a package may hold anything.
     return picojson::value(Printable(text));
 }
 

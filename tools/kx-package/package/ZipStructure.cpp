@@ -2,17 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "package/ZipStructure.h"
 
-#include "common/Error.h"
+#include "package/ZipFields.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <numeric>
 #include <optional>
 #include <utility>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace
 {
@@ -39,52 +34,11 @@ std::uint64_t SearchedTail(std::uint64_t fileSize)
     return std::min(fileSize, last + (kLeast - last + kBlock - 1) / kBlock * kBlock);
 }
 
-constexpr std::uint32_t kMax32 = 0xffffffff;
 constexpr std::uint16_t kMax16 = 0xffff;
-
-/// Reads numbers from bytes, least significant byte first; behind the end all bytes are 0.
-class Fields
-{
-public:
-    explicit Fields(std::string_view bytes, std::size_t at = 0) : m_bytes(bytes), m_at(at) {}
-
-    std::uint16_t Two() { return static_cast<std::uint16_t>(Number(2)); }
-    std::uint32_t Four() { return static_cast<std::uint32_t>(Number(4)); }
-    std::uint64_t Eight() { return Number(8); }
-    void Skip(std::size_t count) { m_at += count; }
-    [[nodiscard]] std::size_t At() const { return m_at; }
-    [[nodiscard]] std::size_t Left() const
-    {
-        return m_bytes.size() - std::min(m_at, m_bytes.size());
-    }
-
-    std::string_view Text(std::size_t count)
-    {
-        const std::string_view text = m_bytes.substr(std::min(m_at, m_bytes.size()), count);
-        m_at += count;
-        return text;
-    }
-
-private:
-    std::uint64_t Number(std::size_t count)
-    {
-        std::uint64_t number = 0;
-        for (std::size_t i = count; i-- > 0;) {
-            const std::size_t at = m_at + i;
-            number =
-                number << 8 | (at < m_bytes.size() ? static_cast<unsigned char>(m_bytes[at]) : 0U);
-        }
-        m_at += count;
-        return number;
-    }
-
-    std::string_view m_bytes;
-    std::size_t m_at;
-};
 
 std::uint32_t MarkAt(std::string_view bytes, std::size_t at)
 {
-    return Fields(bytes, at).Four();
+    return ZipFields(bytes, at).Four();
 }
 
 bool IsFolderName(std::string_view name)
@@ -102,55 +56,6 @@ struct EndRecord {
     std::uint64_t directorySize = 0;
     std::uint64_t directoryOffset = 0; ///< as told, which is wrong when bytes stand in front
 };
-
-/// The extra fields of a header that say something about names and sizes.
-struct Extra {
-    std::optional<std::string_view> zip64;
-    std::string unicodeName;
-    bool isDamaged = false;
-};
-
-Extra ReadExtra(std::string_view bytes)
-{
-    constexpr std::uint16_t kZip64 = 0x0001;
-    constexpr std::uint16_t kUnicodePath = 0x7075;
-    constexpr std::size_t kUnicodeHead = 5; // version and the CRC of the other name
-    Extra extra;
-    Fields fields(bytes);
-    while (fields.Left() >= 4) {
-        const std::uint16_t kind = fields.Two();
-        const std::uint16_t size = fields.Two();
-        if (size > fields.Left()) {
-            extra.isDamaged = true;
-            return extra;
-        }
-        const std::string_view content = fields.Text(size);
-        if (kind == kZip64) {
-            extra.zip64 = content;
-        } else if (kind == kUnicodePath && size > kUnicodeHead) {
-            extra.unicodeName = content.substr(kUnicodeHead);
-        }
-    }
-    extra.isDamaged = fields.Left() != 0;
-    return extra;
-}
-
-/// Puts the numbers of the zip64 field in the place of those that do not fit 32 bits.
-/// @return false when the field is too short for them
-/// @param hasDisk  the number of the disk stands there, too
-bool TakeZip64(const Extra& extra, std::initializer_list<std::uint64_t*> numbers, bool hasDisk)
-{
-    Fields fields(extra.zip64.value_or(std::string_view()));
-    bool isComplete = true;
-    for (std::uint64_t* const number : numbers) {
-        if (*number == kMax32) {
-            isComplete = isComplete && fields.Left() >= 8;
-            *number = fields.Left() >= 8 ? fields.Eight() : *number;
-        }
-    }
-    isComplete = isComplete && (!hasDisk || fields.Left() >= 4);
-    return isComplete || !extra.zip64.has_value();
-}
 
 /// Reads one archive's structure, one part after the other.
 class Reader
@@ -192,7 +97,7 @@ private:
     EndRecord ReadEnd(std::string_view tail, std::size_t at, std::uint64_t tailAt)
     {
         EndRecord end;
-        Fields fields(tail, at + 4);
+        ZipFields fields(tail, at + 4);
         end.at = tailAt + at;
         end.disk = fields.Two();
         end.directoryDisk = fields.Two();
@@ -229,7 +134,7 @@ private:
             return;
         }
         m_zip.isZip64 = true;
-        Fields place(locator, 4);
+        ZipFields place(locator, 4);
         const std::uint32_t disk = place.Four();
         const std::uint64_t recordAt = place.Eight();
         const std::uint32_t disks = place.Four();
@@ -240,7 +145,7 @@ private:
             Report(ZipFlaw::kZip64End);
             return;
         }
-        Fields fields(record, 4);
+        ZipFields fields(record, 4);
         const std::uint64_t rest = fields.Eight(); // behind this number
         if (rest > locatorAt || recordAt > locatorAt || recordAt + 12 + rest != locatorAt) {
             Report(ZipFlaw::kZip64End);
@@ -248,7 +153,7 @@ private:
         TakeZip64End(fields, end, recordAt);
     }
 
-    void TakeZip64End(Fields& fields, EndRecord& end, std::uint64_t recordAt)
+    void TakeZip64End(ZipFields& fields, EndRecord& end, std::uint64_t recordAt)
     {
         fields.Skip(4); // versions
         const auto take = [this](std::uint64_t& number, std::uint64_t most, std::uint64_t large) {
@@ -262,8 +167,8 @@ private:
         take(end.directoryDisk, kMax16, fields.Four());
         take(end.countHere, kMax16, fields.Eight());
         take(end.count, kMax16, fields.Eight());
-        take(end.directorySize, kMax32, fields.Eight());
-        take(end.directoryOffset, kMax32, fields.Eight());
+        take(end.directorySize, kZipMax32, fields.Eight());
+        take(end.directoryOffset, kZipMax32, fields.Eight());
         end.at = recordAt;
     }
 
@@ -324,7 +229,7 @@ private:
     {
         const std::size_t index = m_zip.members.size();
         ZipMember member;
-        Fields fields(bytes, at + 4);
+        ZipFields fields(bytes, at + 4);
         member.madeOn = static_cast<std::uint8_t>(fields.Two() >> 8);
         member.neededVersion = fields.Two();
         member.flags = fields.Two();
@@ -341,7 +246,7 @@ private:
         member.attributes = fields.Four();
         member.headerAt = fields.Four();
         member.name = fields.Text(nameSize);
-        Extra extra = ReadExtra(fields.Text(extraSize));
+        ZipExtra extra = ReadZipExtra(fields.Text(extraSize));
         member.unicodeName = std::move(extra.unicodeName);
         if (!TakeZip64(extra, {&member.size, &member.packedSize, &member.headerAt}, hasDisk)) {
             Report(ZipFlaw::kZip64Extra, 0, index);
@@ -377,7 +282,7 @@ private:
         }
         member.hasLocal = true;
         ZipHeader& local = member.local;
-        Fields fields(bytes, 4);
+        ZipFields fields(bytes, 4);
         local.neededVersion = fields.Two();
         local.flags = fields.Two();
         local.method = fields.Two();
@@ -391,9 +296,9 @@ private:
         if (kLocalSize + nameSize + extraSize > bytes.size()) {
             bytes = m_source.Read(member.headerAt, kLocalSize + nameSize + extraSize);
         }
-        Fields rest(bytes, kLocalSize);
+        ZipFields rest(bytes, kLocalSize);
         local.name = rest.Text(nameSize);
-        Extra extra = ReadExtra(rest.Text(extraSize));
+        ZipExtra extra = ReadZipExtra(rest.Text(extraSize));
         local.unicodeName = std::move(extra.unicodeName);
         if (!TakeZip64(extra, {&local.size, &local.packedSize}, false)) {
             Report(ZipFlaw::kZip64Extra, 0, index);
@@ -432,7 +337,7 @@ private:
                 continue;
             }
             for (const bool isLong : {false, true}) {
-                Fields fields(bytes, mark);
+                ZipFields fields(bytes, mark);
                 const std::uint32_t crc = fields.Four();
                 const std::uint64_t packedSize = isLong ? fields.Eight() : fields.Four();
                 const std::uint64_t size = isLong ? fields.Eight() : fields.Four();
@@ -489,63 +394,6 @@ private:
 };
 
 } // namespace
-
-FileBytes::FileBytes(std::string path)
-    : m_path(std::move(path)), m_file(open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
-{
-    struct stat info {
-    };
-    if (m_file < 0 || fstat(m_file, &info) != 0) {
-        const int number = errno;
-        if (m_file >= 0) {
-            close(m_file);
-        }
-        throw AccessError(m_path, "open", number);
-    }
-    if (!S_ISREG(info.st_mode)) {
-        close(m_file);
-        throw Error(ExitCode::kNoAccess, m_path, "is no file");
-    }
-    m_size = static_cast<std::uint64_t>(info.st_size);
-}
-
-FileBytes::~FileBytes()
-{
-    close(m_file);
-}
-
-std::string FileBytes::Read(std::uint64_t offset, std::size_t count) const
-{
-    if (offset >= m_size) {
-        return {};
-    }
-    std::string bytes(static_cast<std::size_t>(std::min<std::uint64_t>(count, m_size - offset)),
-                      '\0');
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t got = pread(m_file, bytes.data() + done, bytes.size() - done,
-                                  static_cast<off_t>(offset + done));
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got < 0) {
-            throw AccessError(m_path, "read", errno);
-        }
-        if (got == 0) {
-            break; // the file became shorter
-        }
-        done += static_cast<std::size_t>(got);
-    }
-    bytes.resize(done);
-    return bytes;
-}
-
-std::string MemoryBytes::Read(std::uint64_t offset, std::size_t count) const
-{
-    return offset >= m_bytes.size()
-               ? std::string()
-               : std::string(m_bytes.substr(static_cast<std::size_t>(offset), count));
-}
 
 bool ZipStructure::Has(ZipFlaw flaw) const
 {
