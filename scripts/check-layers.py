@@ -1,63 +1,98 @@
 #!/usr/bin/python3
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
-"""Checks that every layer of src/ includes only what it may.
+"""Checks that every layer of src/, every shared room of lib/ and every folder of a companion program
+includes only what it may.
 
-The table is the one of docs/architecture.md; a new arrow is a change of one line here.
+    scripts/check-layers.py [ROOT]      the project's folder; this one by default
+
+The tables are those of docs/architecture.md; a new arrow is a change of one line here.
 """
 import pathlib
 import re
 import sys
 
 CONTRACTS = {"engine/ILogger.h", "engine/q_UpdaterEngine.h"}
-ALLOWED = {
+JSON = {"picojson.h"}
+SRC = {
     # layer: (layers and single headers it may include, libraries it may include)
-    "osa": ({"osa", "engine/q_UpdaterEngine.h"}, set()),
-    "model": ({"model", "osa"} | CONTRACTS, {"picojson.h"}),
-    "steps": ({"steps", "osa", "model"} | CONTRACTS, {"picojson.h"}),
-    "engine": ({"engine", "osa", "model", "steps"}, {"picojson.h"}),
-    "gui": ({"gui", "osa", "model", "engine", "app/Globals.h", "app/Options.h"}, {"Q"}),
-    "app": ({"app", "osa", "model", "engine", "steps"}, {"Q", "picojson.h"}),
+    "osa": ({"engine/q_UpdaterEngine.h"}, set()),
+    "model": ({"osa"} | CONTRACTS, JSON),
+    "steps": ({"osa", "model"} | CONTRACTS, JSON),
+    "engine": ({"osa", "model", "steps"}, JSON),
+    "gui": ({"osa", "model", "engine", "app/Globals.h", "app/Options.h"}, {"Qt"}),
+    "app": ({"osa", "model", "engine", "steps"}, {"Qt"} | JSON),
 }
+# A shared room never looks up into a program's folders, nor sideways but along these arrows.
+LIB = {
+    "io": (set(), set()),
+    "archive": ({"io"}, {"zip.h", "zlib.h", "bzlib.h"}),
+    "format": ({"io", "archive", "osa", "model", "steps"}, JSON),
+    "checks": ({"io", "archive", "format", "osa", "model"}, JSON),
+    "rehearsal": ({"io", "archive", "format", "osa", "model", "engine"}, set()),
+    "registry": ({"io", "archive", "format", "osa", "model", "engine"}, set()),
+}
+TOOL = {
+    "common": ({"io"}, JSON),
+    "manifest": ({"io", "archive", "format", "osa", "common"}, {"toml++"}),
+    "compose": ({"io", "archive", "format", "model", "manifest"}, JSON),
+    "schema": ({"format", "model"}, JSON),
+    "trial": ({"io", "archive", "format", "osa", "rehearsal", "common", "compose"}, JSON),
+    "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "osa", "common",
+                  "manifest", "compose", "schema", "trial"}, JSON | {"CLI"}),
+    "": ({"io", "common", "commands"}, JSON | {"CLI"}),  # main.cpp
+}
+TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL}
 # Leaf headers: nothing but the standard library.
-LEAVES = CONTRACTS
+LEAVES = {f"src/{name}" for name in CONTRACTS}
 # The only file of src/app that may include the window.
-GUI_USER = "app/RunModes.cpp"
+GUI_USER = "src/app/RunModes.cpp"
+GUARDED = {"picojson.h", "zip.h", "zlib.h", "bzlib.h"}  # libraries that a layer must be allowed
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.M)
 
 
-def problems_of(root, path):
+def library_of(target):
+    """Returns the guarded library of an include in angle brackets, or None."""
+    if re.fullmatch(r"(Qt\w+/)?Q\w+", target):
+        return "Qt"
+    first = target.split("/")[0]
+    return first if first in GUARDED | {"CLI", "toml++"} else None
+
+
+def problems_of(root, top, table, path):
     name = path.relative_to(root).as_posix()
-    layer = name.split("/")[0]
-    if layer not in ALLOWED:
-        yield f"src/{name}: the folder '{layer}' is no known layer"
+    inner = path.relative_to(root / top)
+    layer = inner.parts[0] if len(inner.parts) > 1 else ""
+    if layer not in table:
+        yield f"{name}: the folder '{layer}' is no known layer"
         return
-    headers, libraries = ALLOWED[layer]
+    allowed, libraries = table[layer]
     for mark, target in INCLUDE.findall(path.read_text(encoding="utf-8")):
         if mark == "<":
-            is_qt = re.fullmatch(r"(Qt\w+/)?Q\w+", target) is not None
-            if is_qt and "Q" not in libraries:
-                yield f"src/{name}: the layer {layer} is free of Qt, but includes <{target}>"
-            elif target == "picojson.h" and target not in libraries:
-                yield f"src/{name}: the layer {layer} must not see JSON, but includes <{target}>"
-            continue
-        if name in LEAVES:
-            yield f'src/{name}: a contract header includes only the standard library, not "{target}"'
+            library = library_of(target)
+            if library is not None and library not in libraries:
+                yield f"{name}: the layer {layer} is free of {library}, but includes <{target}>"
+        elif name in LEAVES:
+            yield f'{name}: a contract header includes only the standard library, not "{target}"'
         elif "/" not in target:
-            yield f'src/{name}: write "{target}" with its layer'
+            yield f'{name}: write "{target}" with its layer'
         elif target.startswith("gui/") and name == GUI_USER:
             continue
-        elif target not in headers and target.split("/")[0] not in headers:
-            yield f'src/{name}: the layer {layer} must not include "{target}"'
+        elif target not in allowed and target.split("/")[0] not in allowed | {layer}:
+            yield f'{name}: the layer {layer} must not include "{target}"'
 
 
 def main():
-    root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else "src")
-    files = sorted(p for p in root.rglob("*") if p.suffix in {".h", ".cpp"})
-    if not files:
-        sys.exit(f"check-layers: no sources below {root}")
-    problems = [problem for path in files for problem in problems_of(root, path)]
-    print("\n".join(problems) if problems else f"{len(files)} files keep to their layers")
+    root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent.parent)
+    count = 0
+    problems = []
+    for top, table in TABLES.items():
+        files = sorted(p for p in (root / top).rglob("*") if p.suffix in {".h", ".cpp"})
+        if not files:
+            sys.exit(f"check-layers: no sources below {root / top}")
+        count += len(files)
+        problems += [problem for path in files for problem in problems_of(root, top, table, path)]
+    print("\n".join(problems) if problems else f"{count} files keep to their layers")
     sys.exit(1 if problems else 0)
 
 

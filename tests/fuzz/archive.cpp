@@ -11,16 +11,17 @@ namespace
 {
 
 /// What holds for every structure that was read.
-void Require(const ZipStructure& zip, std::uint64_t size)
+void Require(const kx::archive::ZipStructure& zip, std::uint64_t size)
 {
-    for (const ZipMember& member : zip.members) {
+    for (const kx::archive::ZipMember& member : zip.members) {
         if (member.hasLocal && (member.contentAt < member.headerAt || member.headerAt > size ||
                                 member.name.size() > size)) {
             std::abort();
         }
     }
-    for (const ZipFault& fault : zip.faults) {
-        if (fault.member != ZipFault::kNoMember && fault.member >= zip.members.size()) {
+    for (const kx::archive::ZipFault& fault : zip.faults) {
+        if (fault.member != kx::archive::ZipFault::kNoMember &&
+            fault.member >= zip.members.size()) {
             std::abort();
         }
     }
@@ -31,11 +32,12 @@ void Require(const ZipStructure& zip, std::uint64_t size)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const std::string text(reinterpret_cast<const char*>(data), size);
-    const MemoryBytes bytes(text);
-    Require(ReadZipStructure(bytes), size);
+    const kx::archive::MemoryBytes bytes(text);
+    Require(kx::archive::ReadZipStructure(bytes), size);
 
-    Findings findings;
-    CheckArchivePackage("/mnt/usb/fuzz.kx-update", bytes, FindProcessor("arm"), findings);
+    kx::checks::Findings findings;
+    kx::checks::CheckArchivePackage("/mnt/usb/fuzz.kx-update", bytes,
+                                    kx::format::FindProcessor("arm"), findings);
     findings.Sort();
     return 0;
 }

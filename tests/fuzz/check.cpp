@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 
 // Checks the input as the description of a package with some payload.
+#include "archive/Package.h"
 #include "checks/DescriptionChecks.h"
 #include "checks/StepChecks.h"
-#include "package/Package.h"
 
 #include <string>
 #include <utility>
@@ -13,23 +13,26 @@ namespace
 {
 
 /// A package that holds a file for the first items of the first steps.
-class SmallPackage final : public Package
+class SmallPackage final : public kx::archive::Package
 {
 public:
     SmallPackage()
     {
-        std::vector<PackageEntry> entries;
+        std::vector<kx::archive::PackageEntry> entries;
         for (const char* const name : {"0/0/hello", "1/0/a", "1/0/b/c", "2/1/x", "9/9/unused"}) {
-            PackageEntry entry;
+            kx::archive::PackageEntry entry;
             entry.name = name;
             entries.push_back(std::move(entry));
         }
-        m_entries = Arranged(std::move(entries));
+        m_entries = kx::archive::Arranged(std::move(entries));
     }
 
     [[nodiscard]] const std::string& Path() const override { return m_path; }
     [[nodiscard]] bool IsArchive() const override { return true; }
-    [[nodiscard]] const std::vector<PackageEntry>& Entries() const override { return m_entries; }
+    [[nodiscard]] const std::vector<kx::archive::PackageEntry>& Entries() const override
+    {
+        return m_entries;
+    }
     [[nodiscard]] std::string Read(const std::string& /*name*/,
                                    std::uint64_t /*limit*/) const override
     {
@@ -38,7 +41,7 @@ public:
 
 private:
     std::string m_path = "/mnt/usb/fuzz.kx-update";
-    std::vector<PackageEntry> m_entries;
+    std::vector<kx::archive::PackageEntry> m_entries;
 };
 
 } // namespace
@@ -46,11 +49,11 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static const SmallPackage kPackage;
-    Findings findings;
-    const Description description =
-        CheckDescription(std::string(reinterpret_cast<const char*>(data), size), findings);
+    kx::checks::Findings findings;
+    const kx::format::Description description = kx::checks::CheckDescription(
+        std::string(reinterpret_cast<const char*>(data), size), findings);
     if (description.root.has_value()) {
-        CheckSteps(*description.root, kPackage, "fuzz", findings);
+        kx::checks::CheckSteps(*description.root, kPackage, "fuzz", findings);
     }
     return 0;
 }

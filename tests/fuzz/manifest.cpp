@@ -5,11 +5,11 @@
 #include "manifest/Manifest.h"
 
 #include "Input.h"
-#include "build/DescriptionWriter.h"
-#include "build/Model.h"
-#include "common/Error.h"
+#include "compose/DescriptionWriter.h"
+#include "compose/Model.h"
+#include "format/Description.h"
+#include "io/Error.h"
 #include "manifest/Glob.h"
-#include "package/Description.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -24,14 +24,14 @@ void Require(bool condition)
     }
 }
 
-void CheckPatterns(const Manifest& manifest)
+void CheckPatterns(const kx::tool::Manifest& manifest)
 {
-    for (const ManifestStep& step : manifest.steps) {
-        for (const ManifestFiles& files : step.files) {
-            const std::string fixed = FixedFolder(files.source);
+    for (const kx::tool::ManifestStep& step : manifest.steps) {
+        for (const kx::tool::ManifestFiles& files : step.files) {
+            const std::string fixed = kx::tool::FixedFolder(files.source);
             Require(files.source.compare(0, fixed.size(), fixed) == 0);
-            Require(!HasWildcard(fixed));
-            static_cast<void>(MatchesPath(files.source, files.target));
+            Require(!kx::tool::HasWildcard(fixed));
+            static_cast<void>(kx::tool::MatchesPath(files.source, files.target));
         }
     }
 }
@@ -42,14 +42,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     const MemoryFile file(data, size);
     try {
-        const Manifest manifest = ReadManifest(file.Path());
+        const kx::tool::Manifest manifest = kx::tool::ReadManifest(file.Path());
         CheckPatterns(manifest);
-        const std::vector<std::vector<CopyItem>> items(manifest.steps.size());
-        const Description description =
-            ParseDescription(WriteDescription(MakeModel(manifest, items)->root));
+        const std::vector<std::vector<kx::tool::CopyItem>> items(manifest.steps.size());
+        const kx::format::Description description = kx::format::ParseDescription(
+            kx::tool::WriteDescription(kx::tool::MakeModel(manifest, items)->root));
         Require(description.HasByteOrderMark() && description.root.has_value());
         Require(description.root->TextOf("Title") == manifest.title);
-    } catch (const Error& error) {
+    } catch (const kx::io::Error& error) {
         Require(!error.Line().empty());
     }
     return 0;

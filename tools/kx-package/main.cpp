@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
-#include "common/Error.h"
-#include "common/Nearest.h"
 #include "common/Output.h"
+#include "io/Error.h"
+#include "io/Nearest.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -25,7 +25,7 @@ bool WantsJson(int argc, char** argv)
 }
 
 /// Tells what is wrong with a command line that CLI11 refuses, a mistyped command by its name.
-Error WrongUse(const CLI::App& program, int argc, char** argv, const std::string& what)
+kx::io::Error WrongUse(const CLI::App& program, int argc, char** argv, const std::string& what)
 {
     std::vector<std::string> names;
     for (const CLI::App* const command :
@@ -35,34 +35,36 @@ Error WrongUse(const CLI::App& program, int argc, char** argv, const std::string
     const char* const* const word =
         std::find_if(argv + 1, argv + argc, [](const char* each) { return *each != '-'; });
     if (word == argv + argc || std::find(names.begin(), names.end(), *word) != names.end()) {
-        return {ExitCode::kWrongUse, "", what, "see kx-package --help"};
+        return {kx::io::ExitCode::kWrongUse, "", what, "see kx-package --help"};
     }
-    return {ExitCode::kWrongUse, "", std::string("'") + *word + "' is no command",
-            NearestRemedy(*word, names)};
+    return {kx::io::ExitCode::kWrongUse, "", std::string("'") + *word + "' is no command",
+            kx::io::NearestRemedy(*word, names)};
 }
 
-int Fail(const Output& output, const Error& error)
+int Fail(const kx::tool::Output& output, const kx::io::Error& error)
 {
-    WriteError(output, error);
+    kx::tool::WriteError(output, error);
     return static_cast<int>(error.Code());
 }
 
-int Run(const Invocation& invocation)
+int Run(const kx::tool::Invocation& invocation)
 {
-    const Output output = StandardOutput(invocation.isJson);
+    const kx::tool::Output output = kx::tool::StandardOutput(invocation.isJson);
     try {
-        const ExitCode code = invocation.run(output);
+        const kx::io::ExitCode code = invocation.run(output);
         output.out.flush();
         if (!output.out) {
-            return Fail(output, Error(ExitCode::kNoAccess, "standard output", "cannot be written"));
+            return Fail(output, kx::io::Error(kx::io::ExitCode::kNoAccess, "standard output",
+                                              "cannot be written"));
         }
         return static_cast<int>(code);
-    } catch (const Error& error) {
+    } catch (const kx::io::Error& error) {
         return Fail(output, error);
     } catch (const std::bad_alloc&) {
-        return Fail(output, Error(ExitCode::kNoAccess, "", "there is not enough memory"));
+        return Fail(output,
+                    kx::io::Error(kx::io::ExitCode::kNoAccess, "", "there is not enough memory"));
     } catch (const std::exception& error) {
-        return Fail(output, Error(ExitCode::kNoAccess, "", error.what()));
+        return Fail(output, kx::io::Error(kx::io::ExitCode::kNoAccess, "", error.what()));
     }
 }
 
@@ -75,24 +77,24 @@ int Start(int argc, char** argv)
     program.footer(
         "Exit status: 0 fine, 1 problems found, 2 wrong use, 3 could not read or write.");
 
-    Invocation invocation;
-    AddBuild(program, invocation);
-    AddCheck(program, invocation);
-    AddCompletion(program, invocation);
-    AddInstalled(program, invocation);
-    AddNew(program, invocation);
-    AddPlan(program, invocation);
-    AddSchema(program, invocation);
-    AddShow(program, invocation);
-    AddTry(program, invocation);
-    AddVerify(program, invocation);
+    kx::tool::Invocation invocation;
+    kx::tool::AddBuild(program, invocation);
+    kx::tool::AddCheck(program, invocation);
+    kx::tool::AddCompletion(program, invocation);
+    kx::tool::AddInstalled(program, invocation);
+    kx::tool::AddNew(program, invocation);
+    kx::tool::AddPlan(program, invocation);
+    kx::tool::AddSchema(program, invocation);
+    kx::tool::AddShow(program, invocation);
+    kx::tool::AddTry(program, invocation);
+    kx::tool::AddVerify(program, invocation);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
             return program.exit(error); // help or version
         }
-        return Fail(StandardOutput(WantsJson(argc, argv)),
+        return Fail(kx::tool::StandardOutput(WantsJson(argc, argv)),
                     WrongUse(program, argc, argv, error.what()));
     }
     return Run(invocation);
@@ -106,6 +108,6 @@ int main(int argc, char** argv)
         return Start(argc, argv);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "kx-package: %s\n", error.what());
-        return static_cast<int>(ExitCode::kNoAccess);
+        return static_cast<int>(kx::io::ExitCode::kNoAccess);
     }
 }

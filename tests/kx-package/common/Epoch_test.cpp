@@ -1,10 +1,13 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "common/Epoch.h"
-#include "kx-package/common/Environment.h"
-#include "kx-package/common/Thrown.h"
+#include "support/Environment.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
+
+namespace kx::tool
+{
 
 TEST(SourceDateEpoch, IsNothingWhenItIsNotSetOrEmpty)
 {
@@ -42,3 +45,5 @@ TEST(DateText, IsTheDayInUniversalTimeWhateverTheTimeZone)
     EXPECT_EQ(DateText(1700000000), "2023/11/14");
     EXPECT_EQ(DateText(0), "1970/01/01");
 }
+
+} // namespace kx::tool

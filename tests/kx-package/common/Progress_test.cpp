@@ -8,6 +8,9 @@
 #include <sstream>
 #include <thread>
 
+namespace kx::tool
+{
+
 namespace
 {
 
@@ -51,3 +54,5 @@ TEST(Progress, ShowsNothingOfShortWork)
 
     EXPECT_EQ(err.str(), "");
 }
+
+} // namespace kx::tool

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/common/Thrown.h"
 #include "manifest/Glob.h"
 #include "support/TempDir.h"
+#include "support/Thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,6 +11,9 @@
 #include <filesystem>
 
 #include <sys/stat.h>
+
+namespace kx::tool
+{
 
 using ::testing::ElementsAre;
 
@@ -166,3 +169,5 @@ TEST(ListTree, SaysWhichFolderCannotBeListed)
     EXPECT_EQ(Thrown([] { static_cast<void>(ListTree("/nowhere/x", FilterWithout({}))); }),
               "3: /nowhere/x: cannot list all of the folder: No such file or directory");
 }
+
+} // namespace kx::tool

@@ -1,12 +1,15 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/common/Environment.h"
-#include "kx-package/common/Thrown.h"
 #include "kx-package/manifest/Manifests.h"
 #include "manifest/Manifest.h"
+#include "support/Environment.h"
 #include "support/TempDir.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
+
+namespace kx::tool
+{
 
 // What is wrong with a manifest: each case is one mistake, and the one line that is said about it.
 
@@ -235,3 +238,5 @@ TEST(RefusedManifest, NeedsAPackage)
     EXPECT_EQ(AnswerTo(""), "1: DIR/package.toml: there is no [package]; begin with [package] and "
                             "its title");
 }
+
+} // namespace kx::tool

@@ -1,15 +1,18 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/common/Environment.h"
-#include "kx-package/common/Thrown.h"
 #include "kx-package/manifest/Manifests.h"
 #include "manifest/Manifest.h"
+#include "support/Environment.h"
 #include "support/TempDir.h"
+#include "support/Thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
+
+namespace kx::tool
+{
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -35,7 +38,7 @@ TEST(Manifest, IsReadWithAllItsKeys)
     ASSERT_EQ(manifest.steps.size(), 5U);
 
     const ManifestStep& files = manifest.steps[0];
-    EXPECT_EQ(files.kind, &kCopyFilesKind);
+    EXPECT_EQ(files.kind, &format::kCopyFilesKind);
     EXPECT_EQ(files.comment, "programs");
     EXPECT_TRUE(files.canSkip);
     EXPECT_FALSE(files.isRecorded);
@@ -47,7 +50,7 @@ TEST(Manifest, IsReadWithAllItsKeys)
     EXPECT_EQ(files.files[1].mode, "644");
 
     const ManifestStep& folders = manifest.steps[1];
-    EXPECT_EQ(folders.kind, &kCopyFolderKind);
+    EXPECT_EQ(folders.kind, &format::kCopyFolderKind);
     EXPECT_EQ(folders.comment, "");
     EXPECT_FALSE(folders.canSkip);
     EXPECT_TRUE(folders.isRecorded);
@@ -152,3 +155,5 @@ TEST(Manifest, SaysWhatToDoWhereThereIsNone)
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadManifest(dir / "x.toml")); }),
               "3: " + (dir / "x.toml") + ": cannot open: No such file or directory");
 }
+
+} // namespace kx::tool

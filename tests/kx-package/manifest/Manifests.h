@@ -4,6 +4,9 @@
 
 #include <string>
 
+namespace kx::tool
+{
+
 /// The least that a manifest must say about a package; steps are added behind it. It has nine
 /// lines.
 constexpr const char* kIdentity = "[package]\n"
@@ -103,3 +106,5 @@ void WriteEverything(const Folder& dir)
     dir.Write("scripts/install.sh", "#!/bin/sh\r\necho 2\r\n");
     dir.Write("scripts/uninstall.sh", "#!/bin/sh\necho 3\n");
 }
+
+} // namespace kx::tool

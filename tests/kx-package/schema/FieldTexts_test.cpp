@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "checks/ClassChecks.h"
+#include "format/Classes.h"
 #include "model/DB_Hardware.h"
 #include "schema/FieldTexts.h"
 
@@ -9,6 +9,9 @@
 
 #include <set>
 #include <string>
+
+namespace kx::tool
+{
 
 using ::testing::IsEmpty;
 
@@ -19,7 +22,7 @@ namespace
 std::set<const ClassInfo*> AllTables()
 {
     std::set<const ClassInfo*> tables;
-    for (const ClassInfo* const info : AllClasses()) {
+    for (const ClassInfo* const info : format::AllClasses()) {
         tables.insert(info);
         if (info->base != nullptr) {
             tables.insert(info->base);
@@ -31,14 +34,14 @@ std::set<const ClassInfo*> AllTables()
 TEST(FieldTexts, TellEveryClassOnce)
 {
     std::vector<std::string> without;
-    for (const ClassInfo* const info : AllClasses()) {
+    for (const ClassInfo* const info : format::AllClasses()) {
         if (TextOf(*info) == nullptr) {
             without.emplace_back(info->type);
         }
     }
 
     EXPECT_THAT(without, IsEmpty());
-    EXPECT_EQ(ClassTexts().size(), AllClasses().size());
+    EXPECT_EQ(ClassTexts().size(), format::AllClasses().size());
 }
 
 TEST(FieldTexts, TellEveryFieldOnce)
@@ -80,3 +83,5 @@ TEST(FieldTexts, AreFoundByClassAndMember)
 }
 
 } // namespace
+
+} // namespace kx::tool

@@ -8,6 +8,9 @@
 #include <string>
 #include <vector>
 
+namespace kx::tool
+{
+
 using ::testing::ElementsAre;
 
 namespace
@@ -89,3 +92,5 @@ TEST(MakeSchema, NamesTheKindsOfAStepsClassAndTheirWords)
 }
 
 } // namespace
+
+} // namespace kx::tool

@@ -4,6 +4,9 @@
 
 #include <gmock/gmock.h>
 
+namespace kx::tool
+{
+
 namespace
 {
 
@@ -71,3 +74,5 @@ TEST(BoundedText, TakesOneLargePiece)
 }
 
 } // namespace
+
+} // namespace kx::tool

@@ -1,11 +1,14 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/common/Thrown.h"
+#include "support/Thrown.h"
 #include "trial/ChildProcess.h"
 
 #include <gmock/gmock.h>
 
 #include <chrono>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -62,3 +65,5 @@ TEST(RunChild, SaysWhyAProgramCannotBeStarted)
 }
 
 } // namespace
+
+} // namespace kx::tool

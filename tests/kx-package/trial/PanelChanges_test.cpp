@@ -6,6 +6,9 @@
 
 #include <stdexcept>
 
+namespace kx::tool
+{
+
 namespace
 {
 
@@ -80,3 +83,5 @@ INSTANTIATE_TEST_SUITE_P(
                     R"({"files": [], "settings": [], "users": []})", R"({"files": [)"));
 
 } // namespace
+
+} // namespace kx::tool

@@ -1,12 +1,15 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/common/Environment.h"
-#include "kx-package/common/Program.h"
-#include "kx-package/common/Thrown.h"
+#include "support/Environment.h"
+#include "support/Program.h"
 #include "support/TempDir.h"
+#include "support/Thrown.h"
 #include "trial/Places.h"
 
 #include <gtest/gtest.h>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -33,7 +36,7 @@ protected:
                "with --device DIR or KX_DEVICE";
     }
 
-    const Processor& m_native = *NativeProcessor();
+    const format::Processor& m_native = *format::NativeProcessor();
     TempDir m_dir;
     Environment m_variable;
     std::string m_tool = m_dir / "bin";
@@ -84,7 +87,7 @@ TEST_F(Places, AnUpdaterThatThisMachineCannotStartIsRefused)
 {
     const std::string other = m_native.name == std::string("arm") ? "aarch64" : "arm";
     const std::string foreign =
-        m_dir.Write("foreign", ProgramFor(*FindProcessor(other)), kExecutable);
+        m_dir.Write("foreign", ProgramFor(*format::FindProcessor(other)), kExecutable);
     const std::string plain = m_dir.Write("plain", ProgramFor(m_native));
     const std::string text = m_dir.Write("text", "#!/bin/sh\n", kExecutable);
     const std::string remedy = "is no program that can be started; name an updater with --updater "
@@ -105,3 +108,5 @@ TEST_F(Places, AnUpdaterThatThisMachineCannotStartIsRefused)
 }
 
 } // namespace
+
+} // namespace kx::tool

@@ -1,18 +1,22 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/common/Thrown.h"
+#include "support/Thrown.h"
 #include "trial/ShellFailure.h"
 
 #include <gtest/gtest.h>
 
+namespace kx::tool
+{
+
 namespace
 {
 
-using Process = PlannedCommand::Process;
+using Process = rehearsal::PlannedCommand::Process;
 
-void Add(Plan& plan, int step, const std::string& text, Process process = Process::kInstaller)
+void Add(rehearsal::Plan& plan, int step, const std::string& text,
+         Process process = Process::kInstaller)
 {
-    PlannedCommand command;
+    rehearsal::PlannedCommand command;
     command.process = process;
     command.step = step;
     command.command = text;
@@ -20,9 +24,9 @@ void Add(Plan& plan, int step, const std::string& text, Process process = Proces
 }
 
 /// A plan that reaches this many steps.
-Plan PlanOf(int steps)
+rehearsal::Plan PlanOf(int steps)
 {
-    Plan plan;
+    rehearsal::Plan plan;
     for (int step = 1; step <= steps; ++step) {
         plan.log.push_back("**** Installation step " + std::to_string(step) + "/9");
     }
@@ -33,7 +37,7 @@ Plan PlanOf(int steps)
 
 TEST(FailureOfStep, IsTheFirstCommandThatMakesNoFolder)
 {
-    Plan plan = PlanOf(1);
+    rehearsal::Plan plan = PlanOf(1);
     Add(plan, 1, R"(mkdir -p "/a")");
     Add(plan, 1, "cp one");
     Add(plan, 1, "cp two");
@@ -46,7 +50,7 @@ TEST(FailureOfStep, IsTheFirstCommandThatMakesNoFolder)
 
 TEST(FailureOfStep, IsTheFirstFolderWhereNothingElseIsDone)
 {
-    Plan plan = PlanOf(1);
+    rehearsal::Plan plan = PlanOf(1);
     Add(plan, 1, R"(mkdir -p "/a")");
     Add(plan, 1, R"(mkdir -p "/b")");
 
@@ -55,7 +59,7 @@ TEST(FailureOfStep, IsTheFirstFolderWhereNothingElseIsDone)
 
 TEST(FailureOfStep, CountsTheSameCommandOfEarlierSteps)
 {
-    Plan plan = PlanOf(3);
+    rehearsal::Plan plan = PlanOf(3);
     Add(plan, 1, "chmod +x");
     Add(plan, 2, "chmod +x", Process::kWindow);
     Add(plan, 2, "chmod +x");
@@ -66,7 +70,7 @@ TEST(FailureOfStep, CountsTheSameCommandOfEarlierSteps)
 
 TEST(FailureOfStep, RefusesAStepThatCannotFail)
 {
-    const Plan plan = PlanOf(1);
+    const rehearsal::Plan plan = PlanOf(1);
 
     EXPECT_EQ(Thrown([&plan] { static_cast<void>(FailureOfStep(plan, 2, 3)); }),
               "2: --fail: there is no step 3, the package has 2 steps");
@@ -81,3 +85,5 @@ TEST(FailureOfStep, RefusesAStepThatCannotFail)
 }
 
 } // namespace
+
+} // namespace kx::tool

@@ -6,6 +6,9 @@
 
 #include <sstream>
 
+namespace kx::tool
+{
+
 namespace
 {
 
@@ -160,3 +163,5 @@ TEST(WriteTrial, TellsWhatAFailureDidNotDo)
 }
 
 } // namespace
+
+} // namespace kx::tool

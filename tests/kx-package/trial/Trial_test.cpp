@@ -1,13 +1,16 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "kx-package/common/Thrown.h"
 #include "support/TempDir.h"
+#include "support/Thrown.h"
 #include "trial/Trial.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -54,3 +57,5 @@ TEST(NamedPath, RefusesWhatIsNoPackage)
 }
 
 } // namespace
+
+} // namespace kx::tool

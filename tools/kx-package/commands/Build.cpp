@@ -1,17 +1,17 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "build/DescriptionWriter.h"
-#include "build/Layout.h"
-#include "build/UpdaterSearch.h"
+#include "archive/ArchiveWriter.h"
+#include "archive/Package.h"
 #include "commands/Command.h"
 #include "commands/Values.h"
 #include "common/Epoch.h"
 #include "common/Progress.h"
-#include "common/Text.h"
+#include "compose/DescriptionWriter.h"
+#include "compose/Layout.h"
+#include "compose/UpdaterSearch.h"
+#include "io/AtomicFile.h"
+#include "io/Text.h"
 #include "manifest/Manifest.h"
-#include "package/ArchiveWriter.h"
-#include "package/AtomicFile.h"
-#include "package/Package.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -22,6 +22,9 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -40,19 +43,19 @@ struct Built {
     std::string path;
     std::string updater;
     std::size_t files = 0; ///< of the payload
-    WrittenArchive archive;
+    archive::WrittenArchive archive;
     std::vector<std::string> remarks;
 };
 
 bool IsStandardOutput(const std::string& path)
 {
-    return path == AtomicFile::kStandardOutput;
+    return path == io::AtomicFile::kStandardOutput;
 }
 
 /// Returns the path of the package: the one that was asked for, or one named after the manifest.
 std::string OutputPath(const BuildOptions& options, const Manifest& manifest)
 {
-    const std::string name = manifest.name + kPackageExtension;
+    const std::string name = manifest.name + archive::kPackageExtension;
     if (options.output.empty() || IsStandardOutput(options.output)) {
         return options.output.empty() ? name : options.output;
     }
@@ -61,12 +64,12 @@ std::string OutputPath(const BuildOptions& options, const Manifest& manifest)
         return (fs::path(options.output) / name).string();
     }
     const fs::path path(options.output);
-    if (path.extension() != kPackageExtension) {
-        throw Error(ExitCode::kWrongUse, options.output,
-                    std::string("the name does not end in ") + kPackageExtension,
-                    "the panel finds no other packages");
+    if (path.extension() != archive::kPackageExtension) {
+        throw io::Error(io::ExitCode::kWrongUse, options.output,
+                        std::string("the name does not end in ") + archive::kPackageExtension,
+                        "the panel finds no other packages");
     }
-    RefuseBadPackageName(path.stem().string(), ExitCode::kWrongUse, options.output,
+    RefuseBadPackageName(path.stem().string(), io::ExitCode::kWrongUse, options.output,
                          "choose another one");
     return options.output;
 }
@@ -77,19 +80,20 @@ void RefuseTerminal(const BuildOptions& options, const Output& output)
         return;
     }
     if (output.isJson) {
-        throw Error(ExitCode::kWrongUse, "", "--json and the package cannot share standard output",
-                    "write the package to a file");
+        throw io::Error(io::ExitCode::kWrongUse, "",
+                        "--json and the package cannot share standard output",
+                        "write the package to a file");
     }
     if (isatty(STDOUT_FILENO) != 0) {
-        throw Error(ExitCode::kWrongUse, "", "a package is nothing for a terminal",
-                    "redirect standard output");
+        throw io::Error(io::ExitCode::kWrongUse, "", "a package is nothing for a terminal",
+                        "redirect standard output");
     }
 }
 
 Built BuildPackage(const BuildOptions& options, const Output& output)
 {
     Manifest manifest = ReadManifest(options.manifest);
-    if (const Processor* const processor = ReadProcessor(options.processor)) {
+    if (const format::Processor* const processor = ReadProcessor(options.processor)) {
         manifest.processor = processor;
     }
     Built built;
@@ -97,20 +101,21 @@ Built BuildPackage(const BuildOptions& options, const Output& output)
     Layout layout = MakeLayout(manifest, built.path);
     built.files = static_cast<std::size_t>(
         std::count_if(layout.payload.begin(), layout.payload.end(),
-                      [](const ArchiveItem& item) { return !item.isFolder; }));
+                      [](const archive::ArchiveItem& item) { return !item.isFolder; }));
     built.remarks = std::move(layout.remarks);
     built.updater = options.updater.empty() ? FindUpdater(*manifest.processor, FindUpdaterPlaces())
                                             : options.updater;
     RefuseOtherUpdater(built.updater, *manifest.processor);
 
-    std::vector<ArchiveItem> items = std::move(layout.payload);
-    items.push_back({kDescriptionName, "", WriteDescription(layout.model->root), false, false});
-    items.push_back({kUpdaterName, built.updater, std::nullopt, false, true});
+    std::vector<archive::ArchiveItem> items = std::move(layout.payload);
+    items.push_back(
+        {archive::kDescriptionName, "", WriteDescription(layout.model->root), false, false});
+    items.push_back({archive::kUpdaterName, built.updater, std::nullopt, false, true});
     Progress progress(output, "packing");
-    ArchiveOptions archive;
+    archive::ArchiveOptions archive;
     archive.moment = SourceDateEpoch().value_or(0);
     archive.onProgress = [&progress](double fraction) { progress.Show(fraction); };
-    built.archive = WriteArchive(built.path, std::move(items), archive);
+    built.archive = archive::WriteArchive(built.path, std::move(items), archive);
     return built;
 }
 
@@ -130,22 +135,22 @@ void TellAsJson(const Built& built, const Output& output)
     WriteJson(output, picojson::value(told));
 }
 
-ExitCode Build(const BuildOptions& options, const Output& output)
+io::ExitCode Build(const BuildOptions& options, const Output& output)
 {
     RefuseTerminal(options, output);
     const Built built = BuildPackage(options, output);
     if (output.isJson) {
         TellAsJson(built, output);
-        return ExitCode::kFine;
+        return io::ExitCode::kFine;
     }
     for (const std::string& remark : built.remarks) {
-        output.err << "kx-package: " << Printable(remark) << '\n';
+        output.err << "kx-package: " << io::Printable(remark) << '\n';
     }
     if (!IsStandardOutput(built.path)) {
-        output.out << Printable(built.path) << ": " << SizeText(built.archive.size) << ", "
-                   << CountText(built.files, "payload file") << '\n';
+        output.out << io::Printable(built.path) << ": " << io::SizeText(built.archive.size) << ", "
+                   << io::CountText(built.files, "payload file") << '\n';
     }
-    return ExitCode::kFine;
+    return io::ExitCode::kFine;
 }
 
 } // namespace
@@ -172,7 +177,7 @@ void AddBuild(CLI::App& program, Invocation& invocation)
     command
         ->add_option("--processor", options->processor,
                      "The panel's processor, instead of the manifest's")
-        ->type_name(ChoiceOf(ProcessorNames()));
+        ->type_name(ChoiceOf(format::ProcessorNames()));
     command->add_flag("--json", invocation.isJson, "Tell the result as JSON");
     command->footer("Examples:\n"
                     "  kx-package build\n"
@@ -183,3 +188,5 @@ void AddBuild(CLI::App& program, Invocation& invocation)
         invocation.run = [options](const Output& output) { return Build(*options, output); };
     });
 }
+
+} // namespace kx::tool

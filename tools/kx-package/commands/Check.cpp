@@ -1,13 +1,16 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "checks/Checker.h"
-#include "checks/FindingsText.h"
 #include "commands/Command.h"
+#include "commands/FindingsText.h"
 #include "commands/Values.h"
 
 #include <memory>
 
 #include <CLI/CLI.hpp>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -18,13 +21,14 @@ struct CheckArguments {
     bool isStrict = false;
 };
 
-ExitCode Check(const Output& output, const CheckArguments& arguments)
+io::ExitCode Check(const Output& output, const CheckArguments& arguments)
 {
-    const Findings findings = CheckPackage(arguments.path, ReadProcessor(arguments.processor));
-    const bool isClean = findings.Count(Severity::kError) == 0 &&
-                         (!arguments.isStrict || findings.Count(Severity::kWarning) == 0);
+    const checks::Findings findings =
+        checks::CheckPackage(arguments.path, ReadProcessor(arguments.processor));
+    const bool isClean = findings.Count(checks::Severity::kError) == 0 &&
+                         (!arguments.isStrict || findings.Count(checks::Severity::kWarning) == 0);
     WriteFindings(output, arguments.path, findings, isClean);
-    return isClean ? ExitCode::kFine : ExitCode::kProblems;
+    return isClean ? io::ExitCode::kFine : io::ExitCode::kProblems;
 }
 
 } // namespace
@@ -44,7 +48,7 @@ void AddCheck(CLI::App& program, Invocation& invocation)
     command
         ->add_option("--processor", arguments->processor,
                      "The panel's processor: is the updater made for it?")
-        ->type_name(ChoiceOf(ProcessorNames()));
+        ->type_name(ChoiceOf(format::ProcessorNames()));
     command->footer("Exit status: 0 no problems, 1 problems, 2 wrong use, 3 could not read.\n"
                     "Errors are problems; warnings are with --strict; notes never are.\n"
                     "\n"
@@ -56,3 +60,5 @@ void AddCheck(CLI::App& program, Invocation& invocation)
         invocation.run = [arguments](const Output& output) { return Check(output, *arguments); };
     });
 }
+
+} // namespace kx::tool

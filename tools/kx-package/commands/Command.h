@@ -11,10 +11,13 @@ namespace CLI
 class App;
 } // namespace CLI
 
+namespace kx::tool
+{
+
 /// What the command line asks for; filled by the callback of the command that was named.
 struct Invocation {
     /// Does the work. Throws Error when it cannot.
-    std::function<ExitCode(const Output& output)> run;
+    std::function<io::ExitCode(const Output& output)> run;
     bool isJson = false; ///< --json was given
 };
 
@@ -30,3 +33,5 @@ void AddSchema(CLI::App& program, Invocation& invocation);
 void AddShow(CLI::App& program, Invocation& invocation);
 void AddTry(CLI::App& program, Invocation& invocation);
 void AddVerify(CLI::App& program, Invocation& invocation);
+
+} // namespace kx::tool

@@ -11,6 +11,9 @@
 
 #include <CLI/CLI.hpp>
 
+namespace kx::tool
+{
+
 namespace
 {
 
@@ -126,7 +129,7 @@ _kx_package() {
         case ${COMP_WORDS[i]} in
             )";
 
-ExitCode Complete(const CLI::App& program, const Output& output)
+io::ExitCode Complete(const CLI::App& program, const Output& output)
 {
     const Names top = NamesOf(program);
     std::string values;
@@ -149,7 +152,7 @@ ExitCode Complete(const CLI::App& program, const Output& output)
                << "        '') _kx_package_words '" << Joined(top.commands, " ") << ' '
                << Joined(top.options, " ") << "' ;;\n"
                << words << "    esac\n}\n\ncomplete -F _kx_package kx-package\n";
-    return ExitCode::kFine;
+    return io::ExitCode::kFine;
 }
 
 } // namespace
@@ -164,3 +167,5 @@ void AddCompletion(CLI::App& program, Invocation& invocation)
         invocation.run = [&program](const Output& output) { return Complete(program, output); };
     });
 }
+
+} // namespace kx::tool

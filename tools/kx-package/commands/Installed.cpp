@@ -3,7 +3,7 @@
 #include "commands/Command.h"
 #include "commands/RecordText.h"
 #include "commands/Values.h"
-#include "common/Text.h"
+#include "io/Text.h"
 #include "registry/Registry.h"
 
 #include <algorithm>
@@ -12,6 +12,9 @@
 
 #include <CLI/CLI.hpp>
 
+namespace kx::tool
+{
+
 namespace
 {
 
@@ -19,7 +22,7 @@ struct InstalledOptions {
     std::string root = "/";
 };
 
-picojson::value RecordAsJson(const Record& record)
+picojson::value RecordAsJson(const registry::Record& record)
 {
     picojson::object told = IdentityAsJson(record);
     told["folders"] = record.has.has_value() ? JsonCount(record.has->folders) : picojson::value();
@@ -29,7 +32,7 @@ picojson::value RecordAsJson(const Record& record)
     return picojson::value(told);
 }
 
-picojson::value ForeignAsJson(const Record& record)
+picojson::value ForeignAsJson(const registry::Record& record)
 {
     return picojson::value(picojson::object{
         {"name", JsonText(record.name)},
@@ -37,11 +40,12 @@ picojson::value ForeignAsJson(const Record& record)
     });
 }
 
-void WriteDocument(const Output& output, const PanelRoot& root, const std::vector<Record>& records)
+void WriteDocument(const Output& output, const io::PanelRoot& root,
+                   const std::vector<registry::Record>& records)
 {
     picojson::array packages;
     picojson::array foreign;
-    for (const Record& record : records) {
+    for (const registry::Record& record : records) {
         if (record.isRecord) {
             packages.push_back(RecordAsJson(record));
         } else {
@@ -50,65 +54,67 @@ void WriteDocument(const Output& output, const PanelRoot& root, const std::vecto
     }
     WriteJson(output, picojson::value(picojson::object{
                           {"root", JsonText(root.Folder())},
-                          {"registry", JsonText(kRegistryPath)},
+                          {"registry", JsonText(registry::kRegistryPath)},
                           {"packages", picojson::value(packages)},
                           {"foreign", picojson::value(foreign)},
                       }));
 }
 
-void TellRecord(const Output& output, const Record& record)
+void TellRecord(const Output& output, const registry::Record& record)
 {
     TellHeading(output, record);
     if (record.identity.has_value()) {
-        const Identity& identity = *record.identity;
-        output.out << "  comment:   " << Printable(identity.comment) << '\n'
-                   << "  for:       " << Printable(identity.model) << ", system "
-                   << Printable(identity.osVersion) << '\n'
-                   << "  date:      " << Printable(identity.date) << '\n';
+        const registry::Identity& identity = *record.identity;
+        output.out << "  comment:   " << io::Printable(identity.comment) << '\n'
+                   << "  for:       " << io::Printable(identity.model) << ", system "
+                   << io::Printable(identity.osVersion) << '\n'
+                   << "  date:      " << io::Printable(identity.date) << '\n';
     }
     if (record.has.has_value()) {
-        output.out << "  recorded:  " << CountText(record.has->folders, "folder") << ", "
-                   << CountText(record.has->files, "file") << '\n';
+        output.out << "  recorded:  " << io::CountText(record.has->folders, "folder") << ", "
+                   << io::CountText(record.has->files, "file") << '\n';
     }
     TellProblems(output, record);
 }
 
-void WriteText(const Output& output, const PanelRoot& root, const std::vector<Record>& records)
+void WriteText(const Output& output, const io::PanelRoot& root,
+               const std::vector<registry::Record>& records)
 {
-    const std::string registry = Printable(root.Shown(kRegistryPath));
-    const auto count = static_cast<std::uint64_t>(
-        std::count_if(records.begin(), records.end(), [](const Record& r) { return r.isRecord; }));
-    for (const Record& record : records) {
+    const std::string registry = io::Printable(root.Shown(registry::kRegistryPath));
+    const auto count = static_cast<std::uint64_t>(std::count_if(
+        records.begin(), records.end(), [](const registry::Record& r) { return r.isRecord; }));
+    for (const registry::Record& record : records) {
         if (record.isRecord) {
             TellRecord(output, record);
         }
     }
-    for (const Record& record : records) {
+    for (const registry::Record& record : records) {
         if (!record.isRecord) {
-            output.out << Printable(record.name) << '\n'
+            output.out << io::Printable(record.name) << '\n'
                        << "  " << Coloured(output, Colour::kYellow, "no record") << ": "
-                       << Printable(record.problems.front().what) << '\n';
+                       << io::Printable(record.problems.front().what) << '\n';
         }
     }
-    output.out << registry << ": " << (count == 0 ? "no packages" : CountText(count, "package"))
+    output.out << registry << ": " << (count == 0 ? "no packages" : io::CountText(count, "package"))
                << '\n';
 }
 
-ExitCode TellInstalled(const InstalledOptions& options, const Output& output)
+io::ExitCode TellInstalled(const InstalledOptions& options, const Output& output)
 {
-    const PanelRoot root(options.root);
-    std::vector<Record> records;
-    for (const std::string& name : RegistryNames(root)) {
-        records.push_back(ReadRecord(root, name));
+    const io::PanelRoot root(options.root);
+    std::vector<registry::Record> records;
+    for (const std::string& name : registry::RegistryNames(root)) {
+        records.push_back(registry::ReadRecord(root, name));
     }
     if (output.isJson) {
         WriteDocument(output, root, records);
     } else {
         WriteText(output, root, records);
     }
-    const bool isFine = std::all_of(records.begin(), records.end(),
-                                    [](const Record& record) { return record.problems.empty(); });
-    return isFine ? ExitCode::kFine : ExitCode::kProblems;
+    const bool isFine =
+        std::all_of(records.begin(), records.end(),
+                    [](const registry::Record& record) { return record.problems.empty(); });
+    return isFine ? io::ExitCode::kFine : io::ExitCode::kProblems;
 }
 
 } // namespace
@@ -137,3 +143,5 @@ void AddInstalled(CLI::App& program, Invocation& invocation)
         };
     });
 }
+
+} // namespace kx::tool

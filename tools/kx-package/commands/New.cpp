@@ -3,9 +3,10 @@
 #include "commands/Command.h"
 #include "commands/Values.h"
 #include "common/Epoch.h"
+#include "format/Processor.h"
+#include "io/Text.h"
 #include "manifest/Manifest.h"
 #include "osa/OSA.h"
-#include "package/Processor.h"
 
 #include <algorithm>
 #include <cctype>
@@ -18,6 +19,9 @@
 #include <system_error>
 
 #include <CLI/CLI.hpp>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -165,15 +169,15 @@ void PrepareFolder(const std::string& folder)
     std::error_code error;
     fs::create_directories(folder, error);
     if (error) {
-        throw AccessError(folder, "make the folder", error.value());
+        throw io::AccessError(folder, "make the folder", error.value());
     }
     const bool isEmpty = fs::is_empty(folder, error);
     if (error) {
-        throw AccessError(folder, "look into the folder", error.value());
+        throw io::AccessError(folder, "look into the folder", error.value());
     }
     if (!isEmpty) {
-        throw Error(ExitCode::kWrongUse, folder, "is not empty",
-                    "name a folder that is not there yet");
+        throw io::Error(io::ExitCode::kWrongUse, folder, "is not empty",
+                        "name a folder that is not there yet");
     }
 }
 
@@ -182,23 +186,23 @@ void WriteFile(const fs::path& path, const std::string& text)
     std::error_code error;
     fs::create_directories(path.parent_path(), error);
     if (error) {
-        throw AccessError(path.parent_path().string(), "make the folder", error.value());
+        throw io::AccessError(path.parent_path().string(), "make the folder", error.value());
     }
     std::ofstream file(path, std::ios::binary);
     file << text;
     file.close();
     if (!file) {
-        throw AccessError(path.string(), "write", errno);
+        throw io::AccessError(path.string(), "write", errno);
     }
 }
 
-ExitCode MakeNew(const std::string& folder, const Output& output)
+io::ExitCode MakeNew(const std::string& folder, const Output& output)
 {
     const std::time_t moment = SourceDateEpoch().value_or(std::time(nullptr));
     PrepareFolder(folder);
     std::error_code error;
     const std::string name = NameFor(fs::canonical(folder, error));
-    const Processor* const native = NativeProcessor();
+    const format::Processor* const native = format::NativeProcessor();
     const std::string processor = native != nullptr ? native->name : "aarch64";
     const std::string date = ReplaceStringAll(DateText(moment), "/", "-");
     picojson::array made;
@@ -215,11 +219,11 @@ ExitCode MakeNew(const std::string& folder, const Output& output)
                               {"folder", JsonText(folder)},
                               {"files", picojson::value(made)},
                           }));
-        return ExitCode::kFine;
+        return io::ExitCode::kFine;
     }
-    output.out << "Made " << Printable(manifest) << ". Change it, then make the package:\n"
-               << "  kx-package build " << Printable(folder) << '\n';
-    return ExitCode::kFine;
+    output.out << "Made " << io::Printable(manifest) << ". Change it, then make the package:\n"
+               << "  kx-package build " << io::Printable(folder) << '\n';
+    return io::ExitCode::kFine;
 }
 
 } // namespace
@@ -240,3 +244,5 @@ void AddNew(CLI::App& program, Invocation& invocation)
         invocation.run = [folder](const Output& output) { return MakeNew(*folder, output); };
     });
 }
+
+} // namespace kx::tool

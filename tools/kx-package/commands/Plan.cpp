@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "checks/ShellText.h"
+#include "archive/Package.h"
 #include "commands/Command.h"
 #include "commands/Values.h"
-#include "common/Text.h"
-#include "package/Package.h"
+#include "format/ShellText.h"
+#include "io/Text.h"
 #include "rehearsal/Rehearsal.h"
 
 #include <memory>
@@ -14,10 +14,13 @@
 
 #include <CLI/CLI.hpp>
 
+namespace kx::tool
+{
+
 namespace
 {
 
-using Process = PlannedCommand::Process;
+using Process = rehearsal::PlannedCommand::Process;
 
 struct PlanOptions {
     std::string package;
@@ -52,7 +55,7 @@ std::string Hex(const std::string& bytes)
     return hex;
 }
 
-picojson::value JsonOf(const PlannedCommand& command)
+picojson::value JsonOf(const rehearsal::PlannedCommand& command)
 {
     picojson::object told;
     told["process"] = picojson::value(NameOf(command.process));
@@ -60,17 +63,17 @@ picojson::value JsonOf(const PlannedCommand& command)
         command.step == 0 ? picojson::value() : picojson::value(static_cast<double>(command.step));
     told["command"] = JsonText(command.command);
     told["commandHex"] =
-        IsUtf8(command.command) ? picojson::value() : picojson::value(Hex(command.command));
+        io::IsUtf8(command.command) ? picojson::value() : picojson::value(Hex(command.command));
     told["afterScript"] = picojson::value(command.isAfterScript);
     told["readDifferently"] = picojson::value(command.isReadDifferently);
     told["unknownResult"] = picojson::value(command.isUnknown);
     return picojson::value(told);
 }
 
-picojson::value JsonOf(const Plan& plan)
+picojson::value JsonOf(const rehearsal::Plan& plan)
 {
     picojson::array commands;
-    for (const PlannedCommand& command : plan.commands) {
+    for (const rehearsal::PlannedCommand& command : plan.commands) {
         commands.push_back(JsonOf(command));
     }
     picojson::object told;
@@ -88,7 +91,7 @@ picojson::value JsonOf(const Plan& plan)
     return picojson::value(told);
 }
 
-std::string RemarksOn(const PlannedCommand& command)
+std::string RemarksOn(const rehearsal::PlannedCommand& command)
 {
     std::string remarks;
     if (command.isAfterScript) {
@@ -104,17 +107,17 @@ std::string RemarksOn(const PlannedCommand& command)
 }
 
 /// Returns the end of a sentence that says why.
-std::string WhyOf(const Plan& plan)
+std::string WhyOf(const rehearsal::Plan& plan)
 {
     return plan.log.empty() ? "." : ": " + plan.log.back();
 }
 
 /// Tells how it ends, in a sentence.
-std::string EndOf(const Plan& plan)
+std::string EndOf(const rehearsal::Plan& plan)
 {
     if (!plan.isFound) {
         return "The window finds no package: the file's name does not end in " +
-               std::string(kPackageExtension) + ".";
+               std::string(archive::kPackageExtension) + ".";
     }
     if (plan.isAborted) {
         return "The window ends by SIGABRT: the description is no JSON object.";
@@ -122,12 +125,12 @@ std::string EndOf(const Plan& plan)
     if (!plan.isShown) {
         return "The window cannot load the package" + WhyOf(plan);
     }
-    if (!plan.isStarted && HasForeignBytes(plan.packageFile)) {
+    if (!plan.isStarted && format::HasForeignBytes(plan.packageFile)) {
         return "The package's updater cannot be started: the window does not find it, as the "
                "package's name is not plain ASCII.";
     }
     if (!plan.isStarted) {
-        return "The package's updater cannot be started: " + std::string(kUpdaterName) +
+        return "The package's updater cannot be started: " + std::string(archive::kUpdaterName) +
                " is missing or not executable.";
     }
     if (plan.isInstalled) {
@@ -139,10 +142,10 @@ std::string EndOf(const Plan& plan)
     return "The installation fails" + WhyOf(plan);
 }
 
-void WriteText(const Output& output, const Plan& plan)
+void WriteText(const Output& output, const rehearsal::Plan& plan)
 {
-    const PlannedCommand* before = nullptr;
-    for (const PlannedCommand& command : plan.commands) {
+    const rehearsal::PlannedCommand* before = nullptr;
+    for (const rehearsal::PlannedCommand& command : plan.commands) {
         if (before == nullptr || before->process != command.process ||
             before->step != command.step) {
             std::string title = NameOf(command.process);
@@ -151,32 +154,32 @@ void WriteText(const Output& output, const Plan& plan)
             }
             output.out << Coloured(output, Colour::kBold, title) << '\n';
         }
-        output.out << "  " << Printable(command.command)
+        output.out << "  " << io::Printable(command.command)
                    << Coloured(output, Colour::kYellow, RemarksOn(command)) << '\n';
         before = &command;
     }
-    output.out << '\n' << Printable(EndOf(plan)) << '\n';
+    output.out << '\n' << io::Printable(EndOf(plan)) << '\n';
     if (plan.isInstalled) {
-        output.out << "Recorded in " << Printable(plan.record) << ":\n";
+        output.out << "Recorded in " << io::Printable(plan.record) << ":\n";
         for (const auto* const list : {&plan.folders, &plan.files}) {
             for (const std::string& path : *list) {
-                output.out << "  " << Printable(path) << (list == &plan.folders ? "  (folder)" : "")
-                           << '\n';
+                output.out << "  " << io::Printable(path)
+                           << (list == &plan.folders ? "  (folder)" : "") << '\n';
             }
         }
     }
 }
 
-ExitCode RunPlan(const PlanOptions& options, const Output& output)
+io::ExitCode RunPlan(const PlanOptions& options, const Output& output)
 {
-    const std::unique_ptr<Package> package = OpenPackage(options.package);
-    const Plan plan = Rehearse(*package, options.drive, options.root);
+    const std::unique_ptr<archive::Package> package = archive::OpenPackage(options.package);
+    const rehearsal::Plan plan = rehearsal::Rehearse(*package, options.drive, options.root);
     if (output.isJson) {
         WriteJson(output, JsonOf(plan));
     } else {
         WriteText(output, plan);
     }
-    return plan.isInstalled ? ExitCode::kFine : ExitCode::kProblems;
+    return plan.isInstalled ? io::ExitCode::kFine : io::ExitCode::kProblems;
 }
 
 } // namespace
@@ -213,3 +216,5 @@ void AddPlan(CLI::App& program, Invocation& invocation)
         invocation.run = [options](const Output& output) { return RunPlan(*options, output); };
     });
 }
+
+} // namespace kx::tool

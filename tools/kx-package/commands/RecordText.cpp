@@ -2,26 +2,34 @@
 // SPDX-License-Identifier: MIT
 #include "commands/RecordText.h"
 
+#include "io/Text.h"
+
 #include <ostream>
 
-picojson::object IdentityAsJson(const Record& record)
+namespace kx::tool
 {
-    const auto text = [&record](std::string Identity::*member) {
+
+picojson::object IdentityAsJson(const registry::Record& record)
+{
+    const auto text = [&record](std::string registry::Identity::*member) {
         return record.identity.has_value() ? JsonText((*record.identity).*member)
                                            : picojson::value();
     };
     return {
-        {"name", JsonText(record.name)},       {"title", text(&Identity::title)},
-        {"version", text(&Identity::version)}, {"comment", text(&Identity::comment)},
-        {"model", text(&Identity::model)},     {"osVersion", text(&Identity::osVersion)},
-        {"date", text(&Identity::date)},
+        {"name", JsonText(record.name)},
+        {"title", text(&registry::Identity::title)},
+        {"version", text(&registry::Identity::version)},
+        {"comment", text(&registry::Identity::comment)},
+        {"model", text(&registry::Identity::model)},
+        {"osVersion", text(&registry::Identity::osVersion)},
+        {"date", text(&registry::Identity::date)},
     };
 }
 
-picojson::value ProblemsAsJson(const Record& record)
+picojson::value ProblemsAsJson(const registry::Record& record)
 {
     picojson::array list;
-    for (const RecordProblem& problem : record.problems) {
+    for (const registry::RecordProblem& problem : record.problems) {
         list.emplace_back(picojson::object{
             {"id", JsonText(problem.id)},
             {"message", JsonText(problem.what)},
@@ -35,22 +43,24 @@ picojson::value JsonCount(std::uint64_t count)
     return JsonNumber(count);
 }
 
-void TellHeading(const Output& output, const Record& record)
+void TellHeading(const Output& output, const registry::Record& record)
 {
     std::string heading = record.name;
     if (record.identity.has_value()) {
         heading += " " + record.identity->version + ": " + record.identity->title;
     }
-    output.out << Coloured(output, Colour::kBold, Printable(heading)) << '\n';
+    output.out << Coloured(output, Colour::kBold, io::Printable(heading)) << '\n';
 }
 
-void TellProblems(const Output& output, const Record& record)
+void TellProblems(const Output& output, const registry::Record& record)
 {
-    for (const RecordProblem& problem : record.problems) {
+    for (const registry::RecordProblem& problem : record.problems) {
         output.out << "  " << Coloured(output, Colour::kRed, "problem") << ":   "
-                   << Printable(problem.what) << '\n';
+                   << io::Printable(problem.what) << '\n';
     }
     if (record.omittedProblems != 0) {
         output.out << "  (" << record.omittedProblems << " more lines of the list are damaged)\n";
     }
 }
+
+} // namespace kx::tool

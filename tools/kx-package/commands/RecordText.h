@@ -7,18 +7,23 @@
 
 #include <picojson.h>
 
+namespace kx::tool
+{
+
 // What the commands about records tell alike.
 
 /// Makes the JSON object that a record begins with: its name, and null for what is not known.
-[[nodiscard]] picojson::object IdentityAsJson(const Record& record);
+[[nodiscard]] picojson::object IdentityAsJson(const registry::Record& record);
 
 /// Makes the JSON list of what is wrong with a record.
-[[nodiscard]] picojson::value ProblemsAsJson(const Record& record);
+[[nodiscard]] picojson::value ProblemsAsJson(const registry::Record& record);
 
 [[nodiscard]] picojson::value JsonCount(std::uint64_t count);
 
 /// Writes "name version: title", as far as it is known.
-void TellHeading(const Output& output, const Record& record);
+void TellHeading(const Output& output, const registry::Record& record);
 
 /// Writes a line for everything that is wrong with a record.
-void TellProblems(const Output& output, const Record& record);
+void TellProblems(const Output& output, const registry::Record& record);
+
+} // namespace kx::tool

@@ -4,7 +4,7 @@
 
 #include "commands/Command.h"
 #include "commands/Values.h"
-#include "package/AtomicFile.h"
+#include "io/AtomicFile.h"
 
 #include <cerrno>
 #include <memory>
@@ -15,11 +15,14 @@
 
 #include <CLI/CLI.hpp>
 
+namespace kx::tool
+{
+
 namespace
 {
 
 struct SchemaOptions {
-    std::string output = AtomicFile::kStandardOutput;
+    std::string output = io::AtomicFile::kStandardOutput;
 };
 
 void WriteAll(int descriptor, const std::string& path, std::string_view text)
@@ -27,29 +30,29 @@ void WriteAll(int descriptor, const std::string& path, std::string_view text)
     while (!text.empty()) {
         const ssize_t written = write(descriptor, text.data(), text.size());
         if (written < 0 && errno != EINTR) {
-            throw AccessError(path, "write", errno);
+            throw io::AccessError(path, "write", errno);
         }
         text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
     }
 }
 
-ExitCode TellSchema(const SchemaOptions& options, const Output& output)
+io::ExitCode TellSchema(const SchemaOptions& options, const Output& output)
 {
     if (options.output.empty()) {
-        throw Error(ExitCode::kWrongUse, "--output", "names no file",
-                    "name one, or - for standard output");
+        throw io::Error(io::ExitCode::kWrongUse, "--output", "names no file",
+                        "name one, or - for standard output");
     }
-    if (options.output == AtomicFile::kStandardOutput) {
+    if (options.output == io::AtomicFile::kStandardOutput) {
         WriteJson(output, MakeSchema());
-        return ExitCode::kFine;
+        return io::ExitCode::kFine;
     }
-    AtomicFile file(options.output);
+    io::AtomicFile file(options.output);
     WriteAll(file.Descriptor(), options.output, MakeSchema().serialize(true));
     file.Commit();
     if (output.isJson) {
         WriteJson(output, picojson::value(picojson::object{{"file", JsonText(options.output)}}));
     }
-    return ExitCode::kFine;
+    return io::ExitCode::kFine;
 }
 
 } // namespace
@@ -78,3 +81,5 @@ void AddSchema(CLI::App& program, Invocation& invocation)
         invocation.run = [options](const Output& output) { return TellSchema(*options, output); };
     });
 }
+
+} // namespace kx::tool

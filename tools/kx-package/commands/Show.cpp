@@ -2,15 +2,18 @@
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
 #include "commands/Values.h"
-#include "common/Text.h"
-#include "package/Kinds.h"
-#include "package/Summary.h"
+#include "format/Kinds.h"
+#include "format/Summary.h"
+#include "io/Text.h"
 
 #include <memory>
 #include <ostream>
 #include <string_view>
 
 #include <CLI/CLI.hpp>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -27,7 +30,7 @@ picojson::value ArrayOf(const Things& things, Teller tell)
     return picojson::value(array);
 }
 
-picojson::value ItemAsJson(const SummaryItem& item)
+picojson::value ItemAsJson(const format::SummaryItem& item)
 {
     return picojson::value(picojson::object{
         {"source", JsonText(item.source)},
@@ -39,7 +42,7 @@ picojson::value ItemAsJson(const SummaryItem& item)
     });
 }
 
-picojson::value SettingAsJson(const SummarySetting& setting)
+picojson::value SettingAsJson(const format::SummarySetting& setting)
 {
     return picojson::value(picojson::object{
         {"kind", JsonText(setting.kind)},
@@ -55,7 +58,7 @@ picojson::value SettingAsJson(const SummarySetting& setting)
     });
 }
 
-picojson::value StepAsJson(const SummaryStep& step)
+picojson::value StepAsJson(const format::SummaryStep& step)
 {
     return picojson::value(picojson::object{
         {"kind", JsonText(step.kind)},
@@ -70,7 +73,7 @@ picojson::value StepAsJson(const SummaryStep& step)
     });
 }
 
-picojson::value UpdaterAsJson(const std::optional<SummaryUpdater>& updater)
+picojson::value UpdaterAsJson(const std::optional<format::SummaryUpdater>& updater)
 {
     if (!updater.has_value()) {
         return {};
@@ -83,7 +86,7 @@ picojson::value UpdaterAsJson(const std::optional<SummaryUpdater>& updater)
     });
 }
 
-picojson::value SummaryAsJson(const Package& package, const Summary& summary)
+picojson::value SummaryAsJson(const archive::Package& package, const format::Summary& summary)
 {
     return picojson::value(picojson::object{
         {"package", JsonText(package.Path())},
@@ -110,7 +113,7 @@ picojson::value SummaryAsJson(const Package& package, const Summary& summary)
 
 // ---- text ----
 
-void TellUpdater(const Output& output, const std::optional<SummaryUpdater>& updater)
+void TellUpdater(const Output& output, const std::optional<format::SummaryUpdater>& updater)
 {
     output.out << "  updater:   ";
     if (!updater.has_value()) {
@@ -119,41 +122,43 @@ void TellUpdater(const Output& output, const std::optional<SummaryUpdater>& upda
     }
     output.out << (updater->program.has_value() ? "for " + updater->program->ProcessorName()
                                                 : "no program")
-               << ", " << SizeText(updater->size);
+               << ", " << io::SizeText(updater->size);
     if (!updater->isExecutable) {
         output.out << ", " << Coloured(output, Colour::kYellow, "not executable");
     }
     output.out << '\n';
 }
 
-void TellIdentity(const Output& output, const Package& package, const Summary& summary)
+void TellIdentity(const Output& output, const archive::Package& package,
+                  const format::Summary& summary)
 {
-    output.out << Coloured(output, Colour::kBold, Printable(package.Path())) << '\n'
-               << "  title:     " << Printable(summary.title) << '\n'
-               << "  version:   " << Printable(summary.version) << '\n'
-               << "  comment:   " << Printable(summary.comment) << '\n'
-               << "  for:       " << Printable(summary.model) << ", system "
-               << Printable(summary.osVersion) << '\n'
-               << "  date:      " << Printable(summary.date) << '\n'
-               << "  record:    " << Printable(summary.recordName) << '\n';
+    output.out << Coloured(output, Colour::kBold, io::Printable(package.Path())) << '\n'
+               << "  title:     " << io::Printable(summary.title) << '\n'
+               << "  version:   " << io::Printable(summary.version) << '\n'
+               << "  comment:   " << io::Printable(summary.comment) << '\n'
+               << "  for:       " << io::Printable(summary.model) << ", system "
+               << io::Printable(summary.osVersion) << '\n'
+               << "  date:      " << io::Printable(summary.date) << '\n'
+               << "  record:    " << io::Printable(summary.recordName) << '\n';
     TellUpdater(output, summary.updater);
-    output.out << "  payload:   " << CountText(summary.files, "file") << ", "
-               << SizeText(summary.size) << '\n';
+    output.out << "  payload:   " << io::CountText(summary.files, "file") << ", "
+               << io::SizeText(summary.size) << '\n';
 }
 
-void TellItem(const Output& output, const SummaryStep& step, const SummaryItem& item)
+void TellItem(const Output& output, const format::SummaryStep& step,
+              const format::SummaryItem& item)
 {
-    output.out << "  " << Printable(item.source) << " -> " << Printable(item.target);
-    if (step.kind == kCopyFilesKind.name) {
-        output.out << ", mode " << (item.mode.empty() ? "777" : Printable(item.mode));
+    output.out << "  " << io::Printable(item.source) << " -> " << io::Printable(item.target);
+    if (step.kind == format::kCopyFilesKind.name) {
+        output.out << ", mode " << (item.mode.empty() ? "777" : io::Printable(item.mode));
     } else {
-        output.out << ", " << CountText(item.files, "file");
+        output.out << ", " << io::CountText(item.files, "file");
     }
     if (item.isMissing) {
         output.out << ", " << Coloured(output, Colour::kRed, "no payload") << '\n';
         return;
     }
-    output.out << ", " << SizeText(item.size) << '\n';
+    output.out << ", " << io::SizeText(item.size) << '\n';
 }
 
 void TellScript(const Output& output, const char* label, const std::string& text)
@@ -162,43 +167,43 @@ void TellScript(const Output& output, const char* label, const std::string& text
     std::string_view rest = text;
     while (!rest.empty()) {
         const std::size_t end = std::min(rest.find('\n'), rest.size());
-        output.out << "    | " << Printable(std::string(rest.substr(0, end))) << '\n';
+        output.out << "    | " << io::Printable(std::string(rest.substr(0, end))) << '\n';
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
 }
 
-void TellSetting(const Output& output, const SummarySetting& setting)
+void TellSetting(const Output& output, const format::SummarySetting& setting)
 {
-    output.out << "  " << Printable(setting.kind.empty() ? setting.id : setting.kind)
+    output.out << "  " << io::Printable(setting.kind.empty() ? setting.id : setting.kind)
                << (setting.kind.empty() ? " (unknown kind)" : "")
                << (setting.isUsed ? "" : " (not used)") << ":";
     for (const auto& [name, value] : setting.items) {
-        output.out << ' ' << Printable(name) << '=' << Printable(value);
+        output.out << ' ' << io::Printable(name) << '=' << io::Printable(value);
     }
     output.out << '\n';
 }
 
-void TellStep(const Output& output, const Summary& summary, std::size_t index)
+void TellStep(const Output& output, const format::Summary& summary, std::size_t index)
 {
-    const SummaryStep& step = summary.steps[index];
+    const format::SummaryStep& step = summary.steps[index];
     const std::string heading =
         "step " + std::to_string(index + 1) + " of " + std::to_string(summary.steps.size()) + ": " +
-        (step.kind.empty() ? "unknown kind " + Printable(step.id) : step.kind);
+        (step.kind.empty() ? "unknown kind " + io::Printable(step.id) : step.kind);
     output.out << '\n'
                << Coloured(output, Colour::kBold, heading) << (step.isRecorded ? ", recorded" : "")
                << (step.canSkip ? ", may fail" : "");
     if (!step.comment.empty()) {
-        output.out << " (" << Printable(step.comment) << ")";
+        output.out << " (" << io::Printable(step.comment) << ")";
     }
     output.out << '\n';
-    for (const SummaryItem& item : step.items) {
+    for (const format::SummaryItem& item : step.items) {
         TellItem(output, step, item);
     }
-    if (step.kind == kScriptKind.name) {
+    if (step.kind == format::kScriptKind.name) {
         TellScript(output, "install", step.install);
         TellScript(output, "uninstall", step.uninstall);
     }
-    for (const SummarySetting& setting : step.settings) {
+    for (const format::SummarySetting& setting : step.settings) {
         TellSetting(output, setting);
     }
 }
@@ -207,17 +212,17 @@ void TellList(const Output& output, const char* heading, const std::vector<std::
 {
     output.out << "  " << heading << ":\n";
     for (const std::string& path : paths) {
-        output.out << "    " << Printable(path) << '\n';
+        output.out << "    " << io::Printable(path) << '\n';
     }
 }
 
-ExitCode Show(const std::string& path, const Output& output)
+io::ExitCode Show(const std::string& path, const Output& output)
 {
-    const std::unique_ptr<Package> package = OpenPackage(path);
-    const Summary summary = Summarize(*package);
+    const std::unique_ptr<archive::Package> package = archive::OpenPackage(path);
+    const format::Summary summary = format::Summarize(*package);
     if (output.isJson) {
         WriteJson(output, SummaryAsJson(*package, summary));
-        return ExitCode::kFine;
+        return io::ExitCode::kFine;
     }
     TellIdentity(output, *package, summary);
     for (std::size_t i = 0; i < summary.steps.size(); ++i) {
@@ -226,7 +231,7 @@ ExitCode Show(const std::string& path, const Output& output)
     output.out << '\n' << Coloured(output, Colour::kBold, "recorded on the panel") << '\n';
     TellList(output, "folders, where they have to be made", summary.recordedFolders);
     TellList(output, "files", summary.recordedFiles);
-    return ExitCode::kFine;
+    return io::ExitCode::kFine;
 }
 
 } // namespace
@@ -249,3 +254,5 @@ void AddShow(CLI::App& program, Invocation& invocation)
         invocation.run = [path](const Output& output) { return Show(*path, output); };
     });
 }
+
+} // namespace kx::tool

@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "build/UpdaterSearch.h"
 #include "commands/Command.h"
 #include "commands/Values.h"
-#include "package/StandardInput.h"
-#include "package/Summary.h"
+#include "compose/UpdaterSearch.h"
+#include "format/Summary.h"
+#include "io/StandardInput.h"
 #include "rehearsal/Rehearsal.h"
 #include "trial/Places.h"
 #include "trial/ShellTerminal.h"
@@ -18,6 +18,9 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -37,40 +40,44 @@ struct TryOptions {
 void RefuseWrongUse(const TryOptions& options)
 {
     if (options.hasShell && !ShellTerminal::IsThere()) {
-        throw Error(ExitCode::kWrongUse, "--shell", "needs a terminal, and standard input is none",
-                    "start it from a terminal, or leave --shell out");
+        throw io::Error(io::ExitCode::kWrongUse, "--shell",
+                        "needs a terminal, and standard input is none",
+                        "start it from a terminal, or leave --shell out");
     }
-    if (options.package != kStandardInput) {
+    if (options.package != io::kStandardInput) {
         return;
     }
     if (options.hasFailedStep) {
-        throw Error(ExitCode::kWrongUse, "--fail", "needs the package in a file or folder",
-                    "name one instead of -");
+        throw io::Error(io::ExitCode::kWrongUse, "--fail", "needs the package in a file or folder",
+                        "name one instead of -");
     }
     if (isatty(STDIN_FILENO) != 0) {
-        throw Error(ExitCode::kWrongUse, "-", "standard input is a terminal",
-                    "name a package, or pipe one in");
+        throw io::Error(io::ExitCode::kWrongUse, "-", "standard input is a terminal",
+                        "name a package, or pipe one in");
     }
 }
 
 /// A package as the trial installs it: whatever updater it has, one is started.
-class StartablePackage final : public Package
+class StartablePackage final : public archive::Package
 {
 public:
-    explicit StartablePackage(const Package& package) : m_package(package)
+    explicit StartablePackage(const archive::Package& package) : m_package(package)
     {
-        PackageEntry updater;
-        updater.name = kUpdaterName;
+        archive::PackageEntry updater;
+        updater.name = archive::kUpdaterName;
         updater.mode = 0755;
         updater.hasMode = true;
-        std::vector<PackageEntry> entries = package.Entries();
+        std::vector<archive::PackageEntry> entries = package.Entries();
         entries.push_back(updater);
-        m_entries = Arranged(std::move(entries));
+        m_entries = archive::Arranged(std::move(entries));
     }
 
     [[nodiscard]] const std::string& Path() const override { return m_package.Path(); }
     [[nodiscard]] bool IsArchive() const override { return m_package.IsArchive(); }
-    [[nodiscard]] const std::vector<PackageEntry>& Entries() const override { return m_entries; }
+    [[nodiscard]] const std::vector<archive::PackageEntry>& Entries() const override
+    {
+        return m_entries;
+    }
     [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override
     {
         return m_package.Read(name, limit);
@@ -81,16 +88,16 @@ public:
     }
 
 private:
-    const Package& m_package;
-    std::vector<PackageEntry> m_entries;
+    const archive::Package& m_package;
+    std::vector<archive::PackageEntry> m_entries;
 };
 
 /// Chooses the command of the step that is to fail, in the words of the panel that will be.
 ShellFailure ChooseFailure(const std::string& path, std::size_t step)
 {
-    const std::unique_ptr<Package> package = OpenPackage(path);
-    const std::size_t count = Summarize(*package).steps.size();
-    const Plan plan = Rehearse(StartablePackage(*package), "/mnt/usb", "");
+    const std::unique_ptr<archive::Package> package = archive::OpenPackage(path);
+    const std::size_t count = format::Summarize(*package).steps.size();
+    const rehearsal::Plan plan = rehearsal::Rehearse(StartablePackage(*package), "/mnt/usb", "");
     ShellFailure failure = FailureOfStep(plan, count, step);
     // A folder that is named like an unpacked package already gets no second ending.
     const std::string thought = UnpackedFolder(plan.packageFile, true);
@@ -102,12 +109,12 @@ ShellFailure ChooseFailure(const std::string& path, std::size_t step)
     return failure;
 }
 
-ExitCode Try(const TryOptions& options, const Output& output)
+io::ExitCode Try(const TryOptions& options, const Output& output)
 {
     RefuseWrongUse(options);
     TrialRequest request;
     request.package =
-        options.package == kStandardInput ? options.package : NamedPath(options.package);
+        options.package == io::kStandardInput ? options.package : NamedPath(options.package);
     TrialSubject subject;
     subject.package = options.package;
     if (options.hasFailedStep) {
@@ -125,7 +132,7 @@ ExitCode Try(const TryOptions& options, const Output& output)
 
     const TrialResult result = RunTrial(request);
     WriteTrial(output, subject, result);
-    return result.installations.back().isInstalled ? ExitCode::kFine : ExitCode::kProblems;
+    return result.installations.back().isInstalled ? io::ExitCode::kFine : io::ExitCode::kProblems;
 }
 
 void AddBounds(CLI::App& command, TrialBounds& bounds)
@@ -200,3 +207,5 @@ void AddTry(CLI::App& program, Invocation& invocation)
         invocation.run = [options](const Output& output) { return Try(*options, output); };
     });
 }
+
+} // namespace kx::tool

@@ -2,8 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "commands/Values.h"
 
-#include "common/Error.h"
-#include "common/Nearest.h"
+#include "io/Error.h"
+#include "io/Nearest.h"
+
+namespace kx::tool
+{
 
 std::string ChoiceOf(const std::vector<std::string>& words)
 {
@@ -14,13 +17,15 @@ std::string ChoiceOf(const std::vector<std::string>& words)
     return choice + "}";
 }
 
-const Processor* ReadProcessor(const std::string& word)
+const format::Processor* ReadProcessor(const std::string& word)
 {
-    const Processor* const processor = FindProcessor(word);
+    const format::Processor* const processor = format::FindProcessor(word);
     if (processor == nullptr && !word.empty()) {
-        throw Error(ExitCode::kWrongUse, "--processor",
-                    "'" + word + "' is no processor that is known",
-                    NearestRemedy(word, ProcessorNames()));
+        throw io::Error(io::ExitCode::kWrongUse, "--processor",
+                        "'" + word + "' is no processor that is known",
+                        io::NearestRemedy(word, format::ProcessorNames()));
     }
     return processor;
 }
+
+} // namespace kx::tool

@@ -2,10 +2,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "package/Processor.h"
+#include "format/Processor.h"
 
 #include <string>
 #include <vector>
+
+namespace kx::tool
+{
 
 // What the values of options are. The name of an option's type says it: the help shows it, and the
 // shell completes by it.
@@ -20,4 +23,6 @@ constexpr const char* kManifestValue = "MANIFEST"; ///< a manifest or its folder
 
 /// Returns the processor that the option --processor names, null for no word.
 /// @throws Error when there is none of that name
-[[nodiscard]] const Processor* ReadProcessor(const std::string& word);
+[[nodiscard]] const format::Processor* ReadProcessor(const std::string& word);
+
+} // namespace kx::tool

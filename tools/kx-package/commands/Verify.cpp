@@ -3,7 +3,7 @@
 #include "commands/Command.h"
 #include "commands/RecordText.h"
 #include "commands/Values.h"
-#include "common/Text.h"
+#include "io/Text.h"
 #include "registry/Comparison.h"
 
 #include <memory>
@@ -12,10 +12,13 @@
 
 #include <CLI/CLI.hpp>
 
+namespace kx::tool
+{
+
 namespace
 {
 
-using Kind = PanelRoot::Kind;
+using Kind = io::PanelRoot::Kind;
 
 struct VerifyOptions {
     std::string name;
@@ -23,13 +26,13 @@ struct VerifyOptions {
 };
 
 /// The word for what was recorded.
-const char* RecordedAs(const ListEntry& entry)
+const char* RecordedAs(const registry::ListEntry& entry)
 {
     return entry.isFolder ? "folder" : "file";
 }
 
 /// The word for the state of an entry that is not as recorded.
-const char* StateOf(const Deviation& deviation)
+const char* StateOf(const registry::Deviation& deviation)
 {
     switch (deviation.place.kind) {
     case Kind::kMissing:
@@ -45,7 +48,7 @@ const char* StateOf(const Deviation& deviation)
 }
 
 /// What is there instead, or why that is not known.
-std::string FoundAt(const Deviation& deviation)
+std::string FoundAt(const registry::Deviation& deviation)
 {
     switch (deviation.place.kind) {
     case Kind::kFile:
@@ -61,7 +64,7 @@ std::string FoundAt(const Deviation& deviation)
     return std::generic_category().message(deviation.place.error);
 }
 
-picojson::value TallyAsJson(const Tally& tally)
+picojson::value TallyAsJson(const registry::Tally& tally)
 {
     return picojson::value(picojson::object{
         {"recorded", JsonCount(tally.Sum())},
@@ -72,7 +75,7 @@ picojson::value TallyAsJson(const Tally& tally)
     });
 }
 
-picojson::value DeviationAsJson(const Deviation& deviation)
+picojson::value DeviationAsJson(const registry::Deviation& deviation)
 {
     return picojson::value(picojson::object{
         {"path", JsonText(deviation.entry.path)},
@@ -83,15 +86,16 @@ picojson::value DeviationAsJson(const Deviation& deviation)
     });
 }
 
-void WriteDocument(const Output& output, const PanelRoot& root, const Comparison& comparison)
+void WriteDocument(const Output& output, const io::PanelRoot& root,
+                   const registry::Comparison& comparison)
 {
     picojson::array deviations;
-    for (const Deviation& deviation : comparison.deviations) {
+    for (const registry::Deviation& deviation : comparison.deviations) {
         deviations.push_back(DeviationAsJson(deviation));
     }
     picojson::object told = IdentityAsJson(comparison.record);
     told["root"] = JsonText(root.Folder());
-    told["record"] = JsonText(RecordPath(comparison.record.name));
+    told["record"] = JsonText(registry::RecordPath(comparison.record.name));
     told["folders"] = TallyAsJson(comparison.folders);
     told["files"] = TallyAsJson(comparison.files);
     told["deviations"] = picojson::value(deviations);
@@ -101,10 +105,10 @@ void WriteDocument(const Output& output, const PanelRoot& root, const Comparison
     WriteJson(output, picojson::value(told));
 }
 
-void TellDeviation(const Output& output, const Deviation& deviation)
+void TellDeviation(const Output& output, const registry::Deviation& deviation)
 {
-    const ListEntry& entry = deviation.entry;
-    const std::string path = Printable(entry.path);
+    const registry::ListEntry& entry = deviation.entry;
+    const std::string path = io::Printable(entry.path);
     const std::string line = ", line " + std::to_string(entry.line);
     output.out << "  ";
     switch (deviation.place.kind) {
@@ -126,39 +130,39 @@ void TellDeviation(const Output& output, const Deviation& deviation)
 }
 
 /// "5 of 6 folders", "2 of 2 files"
-std::string PresentOf(const Tally& tally, const char* thing)
+std::string PresentOf(const registry::Tally& tally, const char* thing)
 {
-    return std::to_string(tally.present) + " of " + CountText(tally.Sum(), thing);
+    return std::to_string(tally.present) + " of " + io::CountText(tally.Sum(), thing);
 }
 
-void WriteText(const Output& output, const Comparison& comparison)
+void WriteText(const Output& output, const registry::Comparison& comparison)
 {
-    const Record& record = comparison.record;
+    const registry::Record& record = comparison.record;
     TellHeading(output, record);
     TellProblems(output, record);
-    for (const Deviation& deviation : comparison.deviations) {
+    for (const registry::Deviation& deviation : comparison.deviations) {
         TellDeviation(output, deviation);
     }
     if (comparison.omitted != 0) {
         output.out << "  (" << comparison.omitted << " more are not listed)\n";
     }
-    output.out << Printable(record.name) << ": " << PresentOf(comparison.folders, "folder")
+    output.out << io::Printable(record.name) << ": " << PresentOf(comparison.folders, "folder")
                << " and " << PresentOf(comparison.files, "file") << " are there\n";
 }
 
-ExitCode Verify(const VerifyOptions& options, const Output& output)
+io::ExitCode Verify(const VerifyOptions& options, const Output& output)
 {
-    const PanelRoot root(options.root);
-    const Comparison comparison = CompareRecord(root, options.name);
+    const io::PanelRoot root(options.root);
+    const registry::Comparison comparison = registry::CompareRecord(root, options.name);
     if (output.isJson) {
         WriteDocument(output, root, comparison);
     } else {
         WriteText(output, comparison);
     }
     if (comparison.HasProblems()) {
-        return ExitCode::kProblems;
+        return io::ExitCode::kProblems;
     }
-    return comparison.Unknown() != 0 ? ExitCode::kNoAccess : ExitCode::kFine;
+    return comparison.Unknown() != 0 ? io::ExitCode::kNoAccess : io::ExitCode::kFine;
 }
 
 } // namespace
@@ -188,3 +192,5 @@ void AddVerify(CLI::App& program, Invocation& invocation)
         invocation.run = [options](const Output& output) { return Verify(*options, output); };
     });
 }
+
+} // namespace kx::tool

@@ -2,13 +2,16 @@
 // SPDX-License-Identifier: MIT
 #include "common/Epoch.h"
 
-#include "common/Error.h"
+#include "io/Error.h"
 
 #include <array>
 #include <charconv>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+
+namespace kx::tool
+{
 
 std::optional<std::time_t> SourceDateEpoch()
 {
@@ -21,9 +24,9 @@ std::optional<std::time_t> SourceDateEpoch()
     const char* const end = text + std::strlen(text);
     const auto [rest, error] = std::from_chars(text, end, seconds);
     if (error != std::errc() || rest != end || seconds < 0 || seconds >= kFirstOf2108) {
-        throw Error(ExitCode::kWrongUse, "SOURCE_DATE_EPOCH",
-                    "is '" + std::string(text) + "', which is no moment from 1970 to 2107",
-                    "set it to seconds since 1970, or unset it");
+        throw io::Error(io::ExitCode::kWrongUse, "SOURCE_DATE_EPOCH",
+                        "is '" + std::string(text) + "', which is no moment from 1970 to 2107",
+                        "set it to seconds since 1970, or unset it");
     }
     return seconds;
 }
@@ -36,3 +39,5 @@ std::string DateText(std::time_t moment)
     const std::size_t length = std::strftime(text.data(), text.size(), "%Y/%m/%d", &day);
     return {text.data(), length};
 }
+
+} // namespace kx::tool

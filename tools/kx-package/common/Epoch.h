@@ -6,6 +6,9 @@
 #include <optional>
 #include <string>
 
+namespace kx::tool
+{
+
 /// Returns the moment that the environment variable SOURCE_DATE_EPOCH names, or nothing when it is
 /// not set or empty.
 /// @throws Error when it is no number of seconds that a package can hold, 1970 to 2107
@@ -13,3 +16,5 @@
 
 /// Returns the day of a moment, in UTC, as "2026/11/21".
 [[nodiscard]] std::string DateText(std::time_t moment);
+
+} // namespace kx::tool

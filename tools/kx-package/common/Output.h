@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "common/Error.h"
+#include "io/Error.h"
 
 #include <picojson.h>
 
@@ -10,6 +10,9 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+
+namespace kx::tool
+{
 
 /// Where and how a command tells its results.
 struct Output {
@@ -34,7 +37,7 @@ void WriteJson(const Output& output, const picojson::value& document);
 [[nodiscard]] picojson::value JsonNumber(std::uint64_t number);
 
 /// Tells the error: as a line "kx-package: …" on `err`, or as {"error": {…}} on `out` with isJson.
-void WriteError(const Output& output, const Error& error);
+void WriteError(const Output& output, const io::Error& error);
 
 /// The colours of the terminal.
 enum class Colour { kBold, kRed, kYellow, kGreen, kGrey };
@@ -42,9 +45,4 @@ enum class Colour { kBold, kRed, kYellow, kGreen, kGrey };
 /// Returns the text in colour where the output has it, else as it is.
 [[nodiscard]] std::string Coloured(const Output& output, Colour colour, const std::string& text);
 
-/// Returns the length of the UTF-8 character that @p text begins with, 0 for bytes that are none.
-[[nodiscard]] std::size_t Utf8Length(std::string_view text);
-
-/// Returns a text fit for one line of a terminal: control characters and bytes that are no UTF-8
-/// become \xHH, line breaks \n, so that nothing that was read can play with the terminal.
-[[nodiscard]] std::string Printable(const std::string& text);
+} // namespace kx::tool

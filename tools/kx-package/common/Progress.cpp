@@ -6,6 +6,9 @@
 #include <ostream>
 #include <utility>
 
+namespace kx::tool
+{
+
 Progress::Progress(const Output& output, std::string label)
     : m_err(output.err), m_isWatched(output.isWatched), m_label(std::move(label)),
       m_start(std::chrono::steady_clock::now())
@@ -35,3 +38,5 @@ void Progress::Show(double fraction)
         m_err << '\r' << m_shown << std::flush;
     }
 }
+
+} // namespace kx::tool

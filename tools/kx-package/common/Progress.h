@@ -7,6 +7,9 @@
 #include <chrono>
 #include <string>
 
+namespace kx::tool
+{
+
 /// A bar that shows a person how far a long work has come; nobody else sees it. It appears when the
 /// work takes longer than a moment, and is gone at its end.
 class Progress
@@ -27,3 +30,5 @@ private:
     std::chrono::steady_clock::time_point m_start;
     std::string m_shown; ///< the line on the terminal
 };
+
+} // namespace kx::tool

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "manifest/Glob.h"
 
-#include "common/Error.h"
+#include "io/Error.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,6 +11,9 @@
 #include <system_error>
 
 #include <sys/stat.h>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -99,14 +102,14 @@ void RefuseUnlessFileOrFolder(const std::string& path, struct stat info)
     constexpr const char* kRemedy = "remove it, or leave it out by 'exclude'";
     const bool isLink = S_ISLNK(info.st_mode);
     if (isLink && stat(path.c_str(), &info) != 0) {
-        throw Error(ExitCode::kNoAccess, path, "is a link that leads nowhere", kRemedy);
+        throw io::Error(io::ExitCode::kNoAccess, path, "is a link that leads nowhere", kRemedy);
     }
     if (isLink && S_ISDIR(info.st_mode)) {
-        throw Error(ExitCode::kNoAccess, path, "is a link to a folder",
-                    "put the folder itself there, or leave the link out by 'exclude'");
+        throw io::Error(io::ExitCode::kNoAccess, path, "is a link to a folder",
+                        "put the folder itself there, or leave the link out by 'exclude'");
     }
     if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
-        throw Error(ExitCode::kNoAccess, path, "is neither a file nor a folder", kRemedy);
+        throw io::Error(io::ExitCode::kNoAccess, path, "is neither a file nor a folder", kRemedy);
     }
 }
 
@@ -159,7 +162,7 @@ std::vector<FoundFile> ListTree(const std::string& folder, const TreeFilter& fil
         struct stat info {
         };
         if (lstat(path.c_str(), &info) != 0) {
-            throw AccessError(path, "look at", errno);
+            throw io::AccessError(path, "look at", errno);
         }
         const bool isFolder = S_ISDIR(info.st_mode);
         if (isFolder && !filter.isEntered(name)) {
@@ -171,9 +174,11 @@ std::vector<FoundFile> ListTree(const std::string& folder, const TreeFilter& fil
         }
     }
     if (error) {
-        throw AccessError(folder, "list all of the folder", error.value());
+        throw io::AccessError(folder, "list all of the folder", error.value());
     }
     std::sort(found.begin(), found.end(),
               [](const FoundFile& one, const FoundFile& other) { return one.name < other.name; });
     return found;
 }
+
+} // namespace kx::tool

@@ -7,6 +7,9 @@
 #include <string_view>
 #include <vector>
 
+namespace kx::tool
+{
+
 // Patterns for paths. `*` stands for any characters of a name, `?` for one, and a part that is
 // `**` for any number of folders, none included. `*`, `?` and `**` do not match names that begin
 // with a dot unless the pattern's part does, too.
@@ -47,3 +50,5 @@ struct TreeFilter {
 /// @throws Error for what cannot be listed, and for wanted links to folders, links to nothing, and
 ///         things that are neither file nor folder
 [[nodiscard]] std::vector<FoundFile> ListTree(const std::string& folder, const TreeFilter& filter);
+
+} // namespace kx::tool

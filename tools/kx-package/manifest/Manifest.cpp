@@ -3,14 +3,17 @@
 #include "manifest/Manifest.h"
 
 #include "common/Epoch.h"
-#include "common/Nearest.h"
-#include "common/Text.h"
+#include "io/Nearest.h"
+#include "io/Text.h"
 #include "manifest/ManifestSteps.h"
 #include "manifest/TomlTable.h"
 
 #include <cctype>
 #include <filesystem>
 #include <system_error>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -28,9 +31,9 @@ std::string FindManifest(const std::string& path)
     }
     std::string manifest = path + (path.back() == '/' ? "" : "/") + kManifestName;
     if (!fs::exists(manifest, error)) {
-        throw Error(ExitCode::kNoAccess, path,
-                    std::string("there is no ") + kManifestName + " in the folder",
-                    "make one with kx-package new");
+        throw io::Error(io::ExitCode::kNoAccess, path,
+                        std::string("there is no ") + kManifestName + " in the folder",
+                        "make one with kx-package new");
     }
     return manifest;
 }
@@ -40,8 +43,8 @@ toml::table Parse(const std::string& text, const std::string& path)
     try {
         return toml::parse(text);
     } catch (const toml::parse_error& error) {
-        throw Error(ExitCode::kProblems, PlaceOf(path, error.source().begin),
-                    "is no TOML: " + std::string(error.description()));
+        throw io::Error(io::ExitCode::kProblems, PlaceOf(path, error.source().begin),
+                        "is no TOML: " + std::string(error.description()));
     }
 }
 
@@ -55,19 +58,19 @@ std::string ReadDate(const TomlTable& table)
     if (const std::optional<std::time_t> epoch = SourceDateEpoch()) {
         return DateText(*epoch);
     }
-    throw Error(ExitCode::kProblems, table.Place(), "'package.date' is missing",
-                "give it, like 2026-11-21, or set SOURCE_DATE_EPOCH");
+    throw io::Error(io::ExitCode::kProblems, table.Place(), "'package.date' is missing",
+                    "give it, like 2026-11-21, or set SOURCE_DATE_EPOCH");
 }
 
-const Processor* ReadProcessor(const TomlTable& table)
+const format::Processor* ReadProcessor(const TomlTable& table)
 {
-    const std::vector<std::string> names = ProcessorNames();
+    const std::vector<std::string> names = format::ProcessorNames();
     const std::string word =
-        table.Text("processor", "name the panel's; " + NearestRemedy("", names));
-    const Processor* const processor = FindProcessor(word);
+        table.Text("processor", "name the panel's; " + io::NearestRemedy("", names));
+    const format::Processor* const processor = format::FindProcessor(word);
     if (processor == nullptr) {
         throw table.Wrong("processor", "is '" + word + "', which is not known",
-                          NearestRemedy(word, names));
+                          io::NearestRemedy(word, names));
     }
     return processor;
 }
@@ -75,13 +78,13 @@ const Processor* ReadProcessor(const TomlTable& table)
 std::string ReadName(const TomlTable& table, const std::string& folder)
 {
     if (const std::optional<std::string> name = table.OptionalText("name")) {
-        RefuseBadPackageName(*name, ExitCode::kProblems, table.Place("name"),
+        RefuseBadPackageName(*name, io::ExitCode::kProblems, table.Place("name"),
                              "choose another 'package.name'");
         return *name;
     }
     std::error_code error;
     std::string path = fs::canonical(folder, error).filename().string();
-    RefuseBadPackageName(path, ExitCode::kProblems, table.Place(), "give 'package.name'");
+    RefuseBadPackageName(path, io::ExitCode::kProblems, table.Place(), "give 'package.name'");
     return path;
 }
 
@@ -101,11 +104,11 @@ void ReadIdentity(const TomlTable& table, Manifest& manifest)
 
 } // namespace
 
-void RefuseBadPackageName(const std::string& name, ExitCode code, const std::string& place,
+void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std::string& place,
                           const std::string& remedy)
 {
     const auto refuse = [&](const std::string& why) {
-        throw Error(code, place, "the package's name '" + name + "' " + why, remedy);
+        throw io::Error(code, place, "the package's name '" + name + "' " + why, remedy);
     };
     if (name.empty()) {
         refuse("is empty");
@@ -131,14 +134,14 @@ Manifest ReadManifest(const std::string& path)
     const fs::path folder = fs::path(manifest.path).parent_path();
     manifest.folder = folder.empty() ? "." : folder.string();
     const toml::table document =
-        Parse(ReadWholeFile(manifest.path, kLargestManifest), manifest.path);
+        Parse(io::ReadWholeFile(manifest.path, kLargestManifest), manifest.path);
 
     const TomlTable root(document, manifest.path, "");
     root.RefuseOtherKeysThan({"package", "steps"});
     const toml::table* const identity = root.Table("package");
     if (identity == nullptr) {
-        throw Error(ExitCode::kProblems, manifest.path, "there is no [package]",
-                    "begin with [package] and its title");
+        throw io::Error(io::ExitCode::kProblems, manifest.path, "there is no [package]",
+                        "begin with [package] and its title");
     }
     ReadIdentity(TomlTable(*identity, manifest.path, "package"), manifest);
     for (const TomlTable& step : root.Tables("steps")) {
@@ -146,3 +149,5 @@ Manifest ReadManifest(const std::string& path)
     }
     return manifest;
 }
+
+} // namespace kx::tool

@@ -2,16 +2,20 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "common/Error.h"
-#include "package/Kinds.h"
-#include "package/Processor.h"
+#include "archive/Package.h"
+#include "format/Kinds.h"
+#include "format/Processor.h"
+#include "io/Error.h"
 
 #include <string>
 #include <utility>
 #include <vector>
 
+namespace kx::tool
+{
+
 /// The name of the manifest in its folder.
-constexpr const char* kManifestName = "package.toml";
+using archive::kManifestName;
 
 /// Files to copy: one, or all that a pattern fits.
 struct ManifestFiles {
@@ -32,14 +36,14 @@ struct ManifestFolder {
 
 /// One hardware setting.
 struct ManifestSetting {
-    const SettingKind* kind = nullptr;
+    const format::SettingKind* kind = nullptr;
     bool isUsed = true;
     std::vector<std::pair<std::string, std::string>> values; ///< as written
 };
 
 /// One step; which members are used depends on its kind.
 struct ManifestStep {
-    const StepKind* kind = nullptr;
+    const format::StepKind* kind = nullptr;
     std::string comment;
     bool canSkip = false;
     bool isRecorded = true;
@@ -62,7 +66,7 @@ struct Manifest {
     std::string model;
     std::string osVersion;
     std::string date;
-    const Processor* processor = nullptr;
+    const format::Processor* processor = nullptr;
     std::vector<ManifestStep> steps;
 };
 
@@ -74,5 +78,7 @@ struct Manifest {
 /// Refuses a name for a package's file that the panel would not take well.
 /// @param name  without the extension
 /// @throws Error at @p place
-void RefuseBadPackageName(const std::string& name, ExitCode code, const std::string& place,
+void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std::string& place,
                           const std::string& remedy);
+
+} // namespace kx::tool

@@ -2,11 +2,14 @@
 // SPDX-License-Identifier: MIT
 #include "manifest/ManifestSteps.h"
 
-#include "common/Nearest.h"
-#include "common/Text.h"
+#include "io/Nearest.h"
+#include "io/Text.h"
 #include "osa/OSA.h"
 
 #include <algorithm>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -19,12 +22,12 @@ constexpr const char* kDefaultUninstall = "#!/bin/sh\n";
 template <class Kind>
 const Kind* ReadKind(const TomlTable& table, const std::vector<const Kind*>& kinds)
 {
-    const std::vector<std::string> names = NamesOf(kinds);
-    const std::string name = table.Text("kind", "give it; " + NearestRemedy("", names));
-    const Kind* const kind = FindKind(kinds, &Kind::name, name);
+    const std::vector<std::string> names = format::NamesOf(kinds);
+    const std::string name = table.Text("kind", "give it; " + io::NearestRemedy("", names));
+    const Kind* const kind = format::FindKind(kinds, &Kind::name, name);
     if (kind == nullptr) {
         throw table.Wrong("kind", "is '" + name + "', which is no kind",
-                          NearestRemedy(name, names));
+                          io::NearestRemedy(name, names));
     }
     return kind;
 }
@@ -36,7 +39,7 @@ std::string ReadTarget(const TomlTable& table)
     if (target.empty() || target[0] != '/') {
         throw table.Wrong("target", "does not begin with '/'", "write the full path on the panel");
     }
-    if (const std::string sign = UnsafeCharacter(target); !sign.empty()) {
+    if (const std::string sign = io::UnsafeCharacter(target); !sign.empty()) {
         throw table.Wrong("target", "holds " + sign + ", which the panel's shell reads as its own",
                           "use another name");
     }
@@ -83,11 +86,11 @@ std::string ReadScriptFile(const TomlTable& table, const char* key, const std::s
 {
     std::string text;
     try {
-        text = ReadWholeFile(PathFrom(folder, named), kLargestScript);
-    } catch (const Error& error) {
-        throw Error(error.Code(), table.Place(key), error.Line());
+        text = io::ReadWholeFile(PathFrom(folder, named), kLargestScript);
+    } catch (const io::Error& error) {
+        throw io::Error(error.Code(), table.Place(key), error.Line());
     }
-    if (!IsUtf8(text) || text.find('\0') != std::string::npos) {
+    if (!io::IsUtf8(text) || text.find('\0') != std::string::npos) {
         throw table.Wrong(key, "names '" + named + "', which is no UTF-8 text",
                           "only texts can be scripts");
     }
@@ -115,8 +118,9 @@ void ReadScripts(const TomlTable& table, const std::string& folder, ManifestStep
 {
     std::optional<std::string> install = ReadScript(table, "install", folder);
     if (!install.has_value()) {
-        throw Error(ExitCode::kProblems, table.Place(), "'" + table.Name() + "' has no script",
-                    "give its text as 'install', or its file as 'install-file'");
+        throw io::Error(io::ExitCode::kProblems, table.Place(),
+                        "'" + table.Name() + "' has no script",
+                        "give its text as 'install', or its file as 'install-file'");
     }
     step.install = *std::move(install);
     step.uninstall = ReadScript(table, "uninstall", folder).value_or(kDefaultUninstall);
@@ -127,9 +131,9 @@ void ReadScripts(const TomlTable& table, const std::string& folder, ManifestStep
 ManifestSetting ReadSetting(const TomlTable& table, const std::string& folder)
 {
     ManifestSetting setting;
-    setting.kind = ReadKind(table, SettingKinds());
+    setting.kind = ReadKind(table, format::SettingKinds());
     std::vector<std::string> keys = {"kind", "used", "values"};
-    const bool isAutoStart = setting.kind == &kAutoStartKind;
+    const bool isAutoStart = setting.kind == &format::kAutoStartKind;
     if (isAutoStart) {
         keys.insert(keys.end(), {"script", "script-file"});
     }
@@ -147,11 +151,11 @@ ManifestSetting ReadSetting(const TomlTable& table, const std::string& folder)
     if (std::optional<std::string> script = ReadScript(table, "script", folder)) {
         const bool isGiven =
             std::any_of(setting.values.begin(), setting.values.end(),
-                        [](const auto& value) { return value.first == kCustomScriptItem; });
+                        [](const auto& value) { return value.first == format::kCustomScriptItem; });
         if (isGiven) {
             throw table.Wrong("values", "holds CustomScript beside the script", "keep one of them");
         }
-        setting.values.emplace_back(kCustomScriptItem, *std::move(script));
+        setting.values.emplace_back(format::kCustomScriptItem, *std::move(script));
     }
     return setting;
 }
@@ -161,22 +165,22 @@ template <class Things>
 Things NotEmpty(const TomlTable& table, const char* key, Things things)
 {
     if (things.empty()) {
-        throw Error(ExitCode::kProblems, table.Place(),
-                    "'" + table.Name() + "' has no '" + key + "'",
-                    std::string("add [[steps.") + key + "]] below it");
+        throw io::Error(io::ExitCode::kProblems, table.Place(),
+                        "'" + table.Name() + "' has no '" + key + "'",
+                        std::string("add [[steps.") + key + "]] below it");
     }
     return things;
 }
 
 /// Returns the keys that a step of the kind may have.
-std::vector<std::string> KeysOf(const StepKind& kind)
+std::vector<std::string> KeysOf(const format::StepKind& kind)
 {
     std::vector<std::string> keys = {"kind", "comment", "skip"};
-    if (&kind == &kCopyFilesKind) {
+    if (&kind == &format::kCopyFilesKind) {
         keys.insert(keys.end(), {"record", "files"});
-    } else if (&kind == &kCopyFolderKind) {
+    } else if (&kind == &format::kCopyFolderKind) {
         keys.insert(keys.end(), {"record", "folders"});
-    } else if (&kind == &kScriptKind) {
+    } else if (&kind == &format::kScriptKind) {
         keys.insert(keys.end(), {"install", "install-file", "uninstall", "uninstall-file"});
     } else {
         keys.emplace_back("settings");
@@ -194,20 +198,20 @@ std::string PathFrom(const std::string& folder, const std::string& named)
 ManifestStep ReadStep(const TomlTable& table, const std::string& folder)
 {
     ManifestStep step;
-    step.kind = ReadKind(table, StepKinds());
+    step.kind = ReadKind(table, format::StepKinds());
     table.RefuseOtherKeysThan(KeysOf(*step.kind));
     step.comment = table.OptionalText("comment").value_or("");
     step.canSkip = table.Flag("skip", false);
     step.isRecorded = table.Flag("record", true);
-    if (step.kind == &kCopyFilesKind) {
+    if (step.kind == &format::kCopyFilesKind) {
         for (const TomlTable& files : NotEmpty(table, "files", table.Tables("files"))) {
             step.files.push_back(ReadFiles(files));
         }
-    } else if (step.kind == &kCopyFolderKind) {
+    } else if (step.kind == &format::kCopyFolderKind) {
         for (const TomlTable& item : NotEmpty(table, "folders", table.Tables("folders"))) {
             step.folders.push_back(ReadFolder(item));
         }
-    } else if (step.kind == &kScriptKind) {
+    } else if (step.kind == &format::kScriptKind) {
         ReadScripts(table, folder, step);
     } else {
         for (const TomlTable& setting : NotEmpty(table, "settings", table.Tables("settings"))) {
@@ -216,3 +220,5 @@ ManifestStep ReadStep(const TomlTable& table, const std::string& folder)
     }
     return step;
 }
+
+} // namespace kx::tool

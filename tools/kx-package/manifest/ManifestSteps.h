@@ -5,6 +5,9 @@
 #include "manifest/Manifest.h"
 #include "manifest/TomlTable.h"
 
+namespace kx::tool
+{
+
 /// Reads one step of a manifest.
 /// @param folder  the manifest's folder, for scripts in files of their own
 /// @throws Error for the first thing that is wrong
@@ -12,3 +15,5 @@
 
 /// Returns the path by which a file that a manifest names is opened.
 [[nodiscard]] std::string PathFrom(const std::string& folder, const std::string& named);
+
+} // namespace kx::tool

@@ -2,12 +2,15 @@
 // SPDX-License-Identifier: MIT
 #include "manifest/TomlTable.h"
 
-#include "common/Nearest.h"
+#include "io/Nearest.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <utility>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -75,15 +78,17 @@ std::string TomlTable::Place(const char* key) const
     return node == nullptr ? Place() : PlaceOf(m_file, node->source().begin);
 }
 
-Error TomlTable::Wrong(const char* key, const std::string& what, const std::string& remedy) const
+io::Error TomlTable::Wrong(const char* key, const std::string& what,
+                           const std::string& remedy) const
 {
-    return {ExitCode::kProblems, Place(key), QuotedKey(m_name, key) + " " + what, remedy};
+    return {io::ExitCode::kProblems, Place(key), QuotedKey(m_name, key) + " " + what, remedy};
 }
 
-Error TomlTable::WrongType(const toml::node& node, const std::string& key, const char* wanted) const
+io::Error TomlTable::WrongType(const toml::node& node, const std::string& key,
+                               const char* wanted) const
 {
     const bool isQuotable = std::string_view(wanted) == "a text" && node.is_value();
-    return {ExitCode::kProblems, PlaceOf(m_file, node.source().begin),
+    return {io::ExitCode::kProblems, PlaceOf(m_file, node.source().begin),
             QuotedKey(m_name, key) + " must be " + wanted + ", not " + WordFor(node),
             isQuotable ? "put it in quotes" : std::string("write ") + wanted};
 }
@@ -95,9 +100,9 @@ std::string TomlTable::CheckedText(const toml::node& node, const std::string& ke
         throw WrongType(node, key, "a text");
     }
     if (text->get().find('\0') != std::string::npos) {
-        throw Error(ExitCode::kProblems, PlaceOf(m_file, node.source().begin),
-                    QuotedKey(m_name, key) + " holds a zero character",
-                    "the panel would read the text up to it; remove it");
+        throw io::Error(io::ExitCode::kProblems, PlaceOf(m_file, node.source().begin),
+                        QuotedKey(m_name, key) + " holds a zero character",
+                        "the panel would read the text up to it; remove it");
     }
     return text->get();
 }
@@ -107,7 +112,8 @@ std::string TomlTable::Text(const char* key, const std::string& remedy) const
     if (std::optional<std::string> text = OptionalText(key)) {
         return *std::move(text);
     }
-    throw Error(ExitCode::kProblems, Place(), QuotedKey(m_name, key) + " is missing", remedy);
+    throw io::Error(io::ExitCode::kProblems, Place(), QuotedKey(m_name, key) + " is missing",
+                    remedy);
 }
 
 std::optional<std::string> TomlTable::OptionalText(const char* key) const
@@ -194,8 +200,11 @@ void TomlTable::RefuseOtherKeysThan(const std::vector<std::string>& known) const
     for (const std::string& key : KeysAsWritten(m_table)) {
         if (std::find(known.begin(), known.end(), key) == known.end()) {
             const auto place = m_table.find(key)->first.source().begin;
-            throw Error(ExitCode::kProblems, PlaceOf(m_file, place),
-                        QuotedKey(m_name, key) + " is not known here", NearestRemedy(key, known));
+            throw io::Error(io::ExitCode::kProblems, PlaceOf(m_file, place),
+                            QuotedKey(m_name, key) + " is not known here",
+                            io::NearestRemedy(key, known));
         }
     }
 }
+
+} // namespace kx::tool

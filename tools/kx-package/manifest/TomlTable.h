@@ -2,13 +2,16 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "common/Error.h"
+#include "io/Error.h"
 
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <toml++/toml.h>
+
+namespace kx::tool
+{
 
 /// A table of a manifest: hands out the values of keys as the types that are wanted. Everything
 /// that is wrong is an Error with file, line and column.
@@ -54,15 +57,15 @@ public:
     [[nodiscard]] std::string Place() const;
 
     /// Makes the error of a value.
-    [[nodiscard]] Error Wrong(const char* key, const std::string& what,
-                              const std::string& remedy) const;
+    [[nodiscard]] io::Error Wrong(const char* key, const std::string& what,
+                                  const std::string& remedy) const;
 
     [[nodiscard]] const std::string& Name() const { return m_name; }
     [[nodiscard]] const std::string& File() const { return m_file; }
 
 private:
-    [[nodiscard]] Error WrongType(const toml::node& node, const std::string& key,
-                                  const char* wanted) const;
+    [[nodiscard]] io::Error WrongType(const toml::node& node, const std::string& key,
+                                      const char* wanted) const;
     [[nodiscard]] std::string CheckedText(const toml::node& node, const std::string& key) const;
 
     const toml::table& m_table;
@@ -75,3 +78,5 @@ private:
 
 /// Returns the keys of a table in the order in which they are written.
 [[nodiscard]] std::vector<std::string> KeysAsWritten(const toml::table& table);
+
+} // namespace kx::tool

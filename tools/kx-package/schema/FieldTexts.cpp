@@ -9,6 +9,9 @@
 
 #include <algorithm>
 
+namespace kx::tool
+{
+
 namespace
 {
 
@@ -143,3 +146,5 @@ const FieldText* TextOf(const ClassInfo& info, const FieldInfo& field)
         });
     return found == texts.end() ? nullptr : &*found;
 }
+
+} // namespace kx::tool

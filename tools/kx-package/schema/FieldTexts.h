@@ -6,6 +6,9 @@
 
 #include <vector>
 
+namespace kx::tool
+{
+
 // What the classes and fields of the package description mean, for people. The tables of the
 // classes know their names; these texts are found by class and member.
 
@@ -33,3 +36,5 @@ struct FieldText {
 
 /// Finds the text of a field that stands in the own table of @p info; null when there is none.
 [[nodiscard]] const FieldText* TextOf(const ClassInfo& info, const FieldInfo& field);
+
+} // namespace kx::tool

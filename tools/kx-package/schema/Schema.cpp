@@ -2,21 +2,22 @@
 // SPDX-License-Identifier: MIT
 #include "schema/Schema.h"
 
-#include "checks/ClassChecks.h"
+#include "format/Classes.h"
+#include "format/Kinds.h"
 #include "model/DB_Hardware.h"
 #include "model/DB_KxUserProject.h"
 #include "model/DB_StepSets.h"
-#include "package/Kinds.h"
 #include "schema/FieldTexts.h"
 
 #include <string>
+
+namespace kx::tool
+{
 
 namespace
 {
 
 using Object = picojson::object;
-
-constexpr const char* kTypeKey = "$type";
 
 picojson::value Text(const std::string& text)
 {
@@ -43,7 +44,7 @@ std::string ReferenceTo(const ClassInfo& info)
 
 Object TypeOnly(const ClassInfo& info)
 {
-    return {{kTypeKey, Made({{"const", Text(info.type)}})}};
+    return {{format::kTypeKey, Made({{"const", Text(info.type)}})}};
 }
 
 /// Tells whether a field, of the table of the class Owner, is the member.
@@ -69,14 +70,14 @@ bool RestrictKinds(const ClassInfo& info, const ClassInfo& table, const FieldInf
     picojson::array ids;
     std::string names;
     if (&table == &DB_StepSet::kBaseInfo && IsMember(field, &DB_StepSet::SS_StepSetId)) {
-        for (const StepKind* const kind : StepKinds()) {
+        for (const format::StepKind* const kind : format::StepKinds()) {
             if (kind->info == &info) {
                 AddKind(*kind, ids, names);
             }
         }
     } else if (&table == &DB_HardwareConfig::kInfo &&
                IsMember(field, &DB_HardwareConfig::ConfigId)) {
-        for (const SettingKind* const kind : SettingKinds()) {
+        for (const format::SettingKind* const kind : format::SettingKinds()) {
             AddKind(*kind, ids, names);
         }
     } else {
@@ -124,7 +125,7 @@ picojson::value ElementSchema(const ClassInfo& info)
     if (info.elements.size == 1) {
         return Made({{"$ref", Text(ReferenceTo(**info.elements.begin()))}});
     }
-    const picojson::value hasType(picojson::array{Text(kTypeKey)});
+    const picojson::value hasType(picojson::array{Text(format::kTypeKey)});
     picojson::array types;
     picojson::array choices;
     for (const ClassInfo* const element : info.elements) {
@@ -139,7 +140,7 @@ picojson::value ElementSchema(const ClassInfo& info)
     return Made({
         {"type", Text("object")},
         {"required", hasType},
-        {"properties", Made({{kTypeKey, Made({{"enum", picojson::value(types)}})}})},
+        {"properties", Made({{format::kTypeKey, Made({{"enum", picojson::value(types)}})}})},
         {"allOf", picojson::value(choices)},
     });
 }
@@ -147,7 +148,7 @@ picojson::value ElementSchema(const ClassInfo& info)
 picojson::value ClassSchema(const ClassInfo& info)
 {
     Object properties = TypeOnly(info);
-    picojson::array required = {Text(kTypeKey)};
+    picojson::array required = {Text(format::kTypeKey)};
     if (info.base != nullptr) {
         AddFields(info, *info.base, properties, required);
     }
@@ -176,7 +177,7 @@ picojson::value ClassSchema(const ClassInfo& info)
 picojson::value MakeSchema()
 {
     Object classes;
-    for (const ClassInfo* const info : AllClasses()) {
+    for (const ClassInfo* const info : format::AllClasses()) {
         classes[ShortName(*info)] = ClassSchema(*info);
     }
     return Made({
@@ -189,3 +190,5 @@ picojson::value MakeSchema()
         {"$defs", Made(classes)},
     });
 }
+
+} // namespace kx::tool

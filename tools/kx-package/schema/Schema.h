@@ -4,6 +4,9 @@
 
 #include <picojson.h>
 
+namespace kx::tool
+{
+
 /// Makes the JSON Schema (draft 2020-12) of the package description from the tables that the
 /// reader uses.
 ///
@@ -11,3 +14,5 @@
 /// of steps and settings that there are. Fields that no table has are allowed, as the reader
 /// ignores them.
 [[nodiscard]] picojson::value MakeSchema();
+
+} // namespace kx::tool

@@ -2,9 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "trial/BoundedText.h"
 
-#include "common/Text.h"
+#include "io/Text.h"
 
 #include <algorithm>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -41,7 +44,9 @@ std::vector<std::string> BoundedText::Lines() const
         return lines;
     }
     AppendLines(m_begin, lines);
-    lines.push_back("[" + CountText(Omitted(), "byte") + " left out]");
+    lines.push_back("[" + io::CountText(Omitted(), "byte") + " left out]");
     AppendLines(std::string_view(m_end).substr(Surplus()), lines);
     return lines;
 }
+
+} // namespace kx::tool

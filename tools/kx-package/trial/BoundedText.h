@@ -7,6 +7,9 @@
 #include <string_view>
 #include <vector>
 
+namespace kx::tool
+{
+
 /// The beginning and the end of a text that may be endless. What is kept does not depend on the
 /// pieces that the text came in.
 class BoundedText
@@ -34,3 +37,5 @@ private:
     std::string m_end;
     std::uint64_t m_omitted = 0;
 };
+
+} // namespace kx::tool

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "trial/ChildProcess.h"
 
-#include "common/Error.h"
+#include "io/Error.h"
 #include "trial/ShellTerminal.h"
 
 #include <array>
@@ -16,6 +16,9 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -32,7 +35,7 @@ public:
     Pipe()
     {
         if (pipe2(m_ends.data(), O_CLOEXEC) != 0) {
-            throw AccessError("", "make a pipe", errno);
+            throw io::AccessError("", "make a pipe", errno);
         }
     }
     Pipe(const Pipe&) = delete;
@@ -155,7 +158,7 @@ private:
             number = errno == EINTR ? 0 : errno;
         }
         if (number != 0) {
-            throw AccessError(words[0], "start", number);
+            throw io::AccessError(words[0], "start", number);
         }
         m_isOutOpen = m_terminal == nullptr;
     }
@@ -232,3 +235,5 @@ ChildResult RunChild(const std::vector<std::string>& words, const std::function<
 {
     return Child(words, terminal).Wait(mayGoOn);
 }
+
+} // namespace kx::tool

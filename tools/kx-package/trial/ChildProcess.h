@@ -8,6 +8,9 @@
 #include <string>
 #include <vector>
 
+namespace kx::tool
+{
+
 class ShellTerminal;
 
 /// How a child process ended, and what it printed.
@@ -30,3 +33,5 @@ struct ChildResult {
 [[nodiscard]] ChildResult RunChild(const std::vector<std::string>& words,
                                    const std::function<bool()>& mayGoOn,
                                    ShellTerminal* terminal = nullptr);
+
+} // namespace kx::tool

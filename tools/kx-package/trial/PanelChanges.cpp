@@ -8,6 +8,9 @@
 #include <stdexcept>
 #include <string_view>
 
+namespace kx::tool
+{
+
 namespace
 {
 
@@ -132,3 +135,5 @@ PanelChanges ReadPanelChanges(const std::string& json)
     changes.isRebootAsked = reboot.is<bool>() && reboot.get<bool>();
     return changes;
 }
+
+} // namespace kx::tool

@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+namespace kx::tool
+{
+
 /// A file, folder or link that a run changed.
 struct FileChange {
     std::string change; ///< "added", "changed", "removed"
@@ -44,3 +47,5 @@ struct PanelChanges {
 /// Reads the device's summary of a run (--summary-json). Names may hold any bytes.
 /// @throws std::runtime_error when it is none
 [[nodiscard]] PanelChanges ReadPanelChanges(const std::string& json);
+
+} // namespace kx::tool

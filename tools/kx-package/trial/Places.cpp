@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "trial/Places.h"
 
-#include "build/UpdaterSearch.h"
-#include "common/Error.h"
-#include "package/Package.h"
+#include "archive/Package.h"
+#include "compose/UpdaterSearch.h"
+#include "io/Error.h"
 
 #include <array>
 #include <cerrno>
@@ -15,6 +15,9 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -36,27 +39,27 @@ bool IsInBuildFolder(const std::string& toolFolder)
     return fs::equivalent(toolFolder, KX_BUILD_FOLDER, error) && !error;
 }
 
-void RefuseOtherProgram(const std::string& path, const Processor* native)
+void RefuseOtherProgram(const std::string& path, const format::Processor* native)
 {
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {
-        throw AccessError(path, "open the updater", errno);
+        throw io::AccessError(path, "open the updater", errno);
     }
-    std::array<char, kProgramHeadSize> head{};
+    std::array<char, format::kProgramHeadSize> head{};
     std::ifstream file(path, std::ios::binary);
     file.read(head.data(), head.size());
-    const std::optional<ProgramHead> program =
-        ReadProgramHead({head.data(), static_cast<std::size_t>(file.gcount())});
+    const std::optional<format::ProgramHead> program =
+        format::ReadProgramHead({head.data(), static_cast<std::size_t>(file.gcount())});
     if (!S_ISREG(info.st_mode) || !program.has_value() || !IsProgram(path)) {
-        throw Error(ExitCode::kNoAccess, path, "is no program that can be started",
-                    "name an updater with --updater PATH");
+        throw io::Error(io::ExitCode::kNoAccess, path, "is no program that can be started",
+                        "name an updater with --updater PATH");
     }
     if (native != nullptr && !program->IsFor(*native)) {
-        throw Error(ExitCode::kNoAccess, path,
-                    "is a program for " + program->ProcessorName() + ", and this machine is " +
-                        native->name,
-                    "name an updater for this machine with --updater PATH");
+        throw io::Error(io::ExitCode::kNoAccess, path,
+                        "is a program for " + program->ProcessorName() + ", and this machine is " +
+                            native->name,
+                        "name an updater for this machine with --updater PATH");
     }
 }
 
@@ -70,32 +73,34 @@ std::string FindDevice(const std::string& named, const std::string& toolFolder)
         folder = variable;
     }
     if (folder.empty()) {
-        folder = (fs::path(toolFolder).parent_path() / "lib" / kUpdaterName / "device").string();
+        folder = (fs::path(toolFolder).parent_path() / "lib" / archive::kUpdaterName / "device")
+                     .string();
         if (!IsProgram(fs::path(folder) / kRunName) && IsInBuildFolder(toolFolder)) {
             folder = KX_DEVICE_SOURCES;
         }
     }
     if (!IsProgram(fs::path(folder) / kRunName)) {
-        throw Error(ExitCode::kNoAccess, (fs::path(folder) / kRunName).string(),
-                    "there is no sandboxed device",
-                    "name the folder that holds its program 'run' with --device DIR or KX_DEVICE");
+        throw io::Error(
+            io::ExitCode::kNoAccess, (fs::path(folder) / kRunName).string(),
+            "there is no sandboxed device",
+            "name the folder that holds its program 'run' with --device DIR or KX_DEVICE");
     }
     return fs::absolute(folder).string();
 }
 
 std::string FindTrialUpdater(const std::string& named, const std::string& toolFolder)
 {
-    const UpdaterPlaces places{toolFolder, NativeProcessor()};
+    const UpdaterPlaces places{toolFolder, format::NativeProcessor()};
     std::string path = named;
-    const fs::path release = fs::path(toolFolder).parent_path() / "release" / kUpdaterName;
+    const fs::path release = fs::path(toolFolder).parent_path() / "release" / archive::kUpdaterName;
     if (path.empty() && places.native == nullptr) {
-        throw Error(ExitCode::kNoAccess, "", "this machine's processor is not known",
-                    "name an updater for it with --updater PATH");
+        throw io::Error(io::ExitCode::kNoAccess, "", "this machine's processor is not known",
+                        "name an updater for it with --updater PATH");
     }
     if (path.empty()) {
         try {
             path = FindUpdater(*places.native, places);
-        } catch (const Error&) {
+        } catch (const io::Error&) {
             if (!IsInBuildFolder(toolFolder) || !IsProgram(release)) {
                 throw;
             }
@@ -105,3 +110,5 @@ std::string FindTrialUpdater(const std::string& named, const std::string& toolFo
     RefuseOtherProgram(path, places.native);
     return path;
 }
+
+} // namespace kx::tool

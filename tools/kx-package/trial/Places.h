@@ -4,6 +4,9 @@
 
 #include <string>
 
+namespace kx::tool
+{
+
 // Where a trial finds what it needs. The tool's folder is the one in which this program lies.
 
 /// Returns the folder of the sandboxed device, which holds the program run: the named one, the one
@@ -19,3 +22,5 @@
 /// @param named  empty when none was named
 /// @throws Error when there is none, or it is for another processor
 [[nodiscard]] std::string FindTrialUpdater(const std::string& named, const std::string& toolFolder);
+
+} // namespace kx::tool

@@ -2,10 +2,13 @@
 // SPDX-License-Identifier: MIT
 #include "trial/ShellFailure.h"
 
-#include "common/Error.h"
-#include "common/Text.h"
+#include "io/Error.h"
+#include "io/Text.h"
 
 #include <algorithm>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -16,7 +19,7 @@ bool MakesFolder(const std::string& command)
     return command.compare(0, kMake.size(), kMake) == 0;
 }
 
-bool IsReached(const Plan& plan, const std::string& step)
+bool IsReached(const rehearsal::Plan& plan, const std::string& step)
 {
     const std::string line = "**** Installation step " + step + "/";
     return std::any_of(plan.log.begin(), plan.log.end(), [&line](const std::string& told) {
@@ -26,20 +29,21 @@ bool IsReached(const Plan& plan, const std::string& step)
 
 } // namespace
 
-ShellFailure FailureOfStep(const Plan& plan, std::size_t stepCount, std::size_t step)
+ShellFailure FailureOfStep(const rehearsal::Plan& plan, std::size_t stepCount, std::size_t step)
 {
     const std::string name = "step " + std::to_string(step);
     if (step < 1 || step > stepCount) {
-        throw Error(ExitCode::kWrongUse, "--fail",
-                    "there is no " + name + ", the package has " + CountText(stepCount, "step"));
+        throw io::Error(io::ExitCode::kWrongUse, "--fail",
+                        "there is no " + name + ", the package has " +
+                            io::CountText(stepCount, "step"));
     }
     if (!IsReached(plan, std::to_string(step))) {
-        throw Error(ExitCode::kWrongUse, "--fail", "the installation ends before " + name,
-                    "see kx-package plan and kx-package check");
+        throw io::Error(io::ExitCode::kWrongUse, "--fail", "the installation ends before " + name,
+                        "see kx-package plan and kx-package check");
     }
-    const PlannedCommand* chosen = nullptr;
-    for (const PlannedCommand& command : plan.commands) {
-        const bool isOfStep = command.process == PlannedCommand::Process::kInstaller &&
+    const rehearsal::PlannedCommand* chosen = nullptr;
+    for (const rehearsal::PlannedCommand& command : plan.commands) {
+        const bool isOfStep = command.process == rehearsal::PlannedCommand::Process::kInstaller &&
                               command.step == static_cast<int>(step);
         if (isOfStep && (chosen == nullptr ||
                          (MakesFolder(chosen->command) && !MakesFolder(command.command)))) {
@@ -47,14 +51,18 @@ ShellFailure FailureOfStep(const Plan& plan, std::size_t stepCount, std::size_t 
         }
     }
     if (chosen == nullptr) {
-        throw Error(ExitCode::kWrongUse, "--fail", name + " runs no command that could fail",
-                    "kx-package plan tells the commands of every step");
+        throw io::Error(io::ExitCode::kWrongUse, "--fail",
+                        name + " runs no command that could fail",
+                        "kx-package plan tells the commands of every step");
     }
     ShellFailure failure{chosen->command, 1};
-    for (const PlannedCommand* before = plan.commands.data(); before != chosen; ++before) {
+    for (const rehearsal::PlannedCommand* before = plan.commands.data(); before != chosen;
+         ++before) {
         const bool isSame =
             before->process == chosen->process && before->command == chosen->command;
         failure.number += isSame ? 1 : 0;
     }
     return failure;
 }
+
+} // namespace kx::tool

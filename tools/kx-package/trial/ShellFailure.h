@@ -6,6 +6,9 @@
 
 #include <string>
 
+namespace kx::tool
+{
+
 /// A shell command of the updater that is to fail.
 struct ShellFailure {
     std::string command; ///< letter for letter
@@ -19,4 +22,7 @@ struct ShellFailure {
 /// @param stepCount  steps of the package
 /// @param step       counted from 1
 /// @throws Error when there is no such step, it is not reached, or runs no command
-[[nodiscard]] ShellFailure FailureOfStep(const Plan& plan, std::size_t stepCount, std::size_t step);
+[[nodiscard]] ShellFailure FailureOfStep(const rehearsal::Plan& plan, std::size_t stepCount,
+                                         std::size_t step);
+
+} // namespace kx::tool

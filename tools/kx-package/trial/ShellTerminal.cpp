@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "trial/ShellTerminal.h"
 
-#include "common/Error.h"
+#include "io/Error.h"
 
 #include <array>
 #include <cerrno>
@@ -12,6 +12,9 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -52,7 +55,7 @@ ShellTerminal::ShellTerminal()
     }
     if (error != 0) {
         Close();
-        throw AccessError("--shell", "use the terminal of standard input", error);
+        throw io::AccessError("--shell", "use the terminal of standard input", error);
     }
     CopySize();
     static_cast<void>(tcsetattr(m_panelSide, TCSANOW, &m_before));
@@ -117,3 +120,5 @@ void ShellTerminal::Say(const std::string& line) const
 {
     WriteAll(m_person, line + "\r\n");
 }
+
+} // namespace kx::tool

@@ -6,6 +6,9 @@
 
 #include <termios.h>
 
+namespace kx::tool
+{
+
 /// The person's terminal while a shell on the panel has it. The shell gets a terminal of its own,
 /// and what is typed and printed is carried between the two: keys like Ctrl-C reach the shell's
 /// commands and nothing else, and the panel never holds the person's terminal.
@@ -56,3 +59,5 @@ private:
     termios m_before{};
     std::string m_pending;
 };
+
+} // namespace kx::tool

@@ -2,13 +2,13 @@
 // SPDX-License-Identifier: MIT
 #include "trial/Trial.h"
 
-#include "common/Error.h"
-#include "common/Interruption.h"
-#include "common/Text.h"
+#include "archive/Package.h"
+#include "format/Description.h"
+#include "io/Error.h"
+#include "io/Interruption.h"
+#include "io/StandardInput.h"
+#include "io/Text.h"
 #include "osa/OSA.h"
-#include "package/Description.h"
-#include "package/Package.h"
-#include "package/StandardInput.h"
 #include "trial/ShellTerminal.h"
 
 #include <array>
@@ -20,6 +20,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -73,14 +76,14 @@ public:
     {
         std::error_code error;
         m_path = request.package;
-        if (m_path == kStandardInput) {
-            m_path = m_panel.Scratch(std::string("package") + kPackageExtension);
+        if (m_path == io::kStandardInput) {
+            m_path = m_panel.Scratch(std::string("package") + archive::kPackageExtension);
             TakeStandardInput();
         }
         m_isArchive = !fs::is_directory(m_path, error);
         m_name = fs::path(m_path).filename().string();
         m_folder = UnpackedFolder(m_path, m_isArchive);
-        m_recordName = RecordName(m_folder);
+        m_recordName = format::RecordName(m_folder);
         fs::create_directory(m_panel.Scratch("drive"), error);
     }
 
@@ -122,7 +125,7 @@ void Trial::TakeStandardInput()
 {
     const int file = open(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (file < 0) {
-        throw AccessError(m_path, "write", errno);
+        throw io::AccessError(m_path, "write", errno);
     }
     const auto close = [](const int* descriptor) { ::close(*descriptor); };
     const std::unique_ptr<const int, decltype(close)> guard(&file, close);
@@ -131,22 +134,22 @@ void Trial::TakeStandardInput()
     std::array<char, 1 << 16> piece{};
     while (true) {
         const ssize_t count = read(STDIN_FILENO, piece.data(), piece.size());
-        if (Interruption::IsAsked()) {
-            throw Error(ExitCode::kNoAccess, "", "the trial was interrupted");
+        if (io::Interruption::IsAsked()) {
+            throw io::Error(io::ExitCode::kNoAccess, "", "the trial was interrupted");
         }
         if (count < 0) {
-            throw AccessError("standard input", "read", errno);
+            throw io::AccessError("standard input", "read", errno);
         }
         total += static_cast<std::uint64_t>(count);
         if (count == 0) {
             return;
         }
         if (total > limit) {
-            throw Error(ExitCode::kNoAccess, "standard input", "is larger than " + SizeText(limit),
-                        "see --disk");
+            throw io::Error(io::ExitCode::kNoAccess, "standard input",
+                            "is larger than " + io::SizeText(limit), "see --disk");
         }
         if (write(file, piece.data(), static_cast<std::size_t>(count)) != count) {
-            throw AccessError(m_path, "write", errno);
+            throw io::AccessError(m_path, "write", errno);
         }
     }
 }
@@ -169,7 +172,7 @@ std::string WhyNotUnpacked(const PanelResult& unpacked)
         return "the package could not be unpacked in the given bounds";
     }
     if (unpacked.status == kNoDescription) {
-        return std::string("the package has no ") + kDescriptionName +
+        return std::string("the package has no ") + archive::kDescriptionName +
                " at its top level; see kx-package check";
     }
     if (unpacked.status == kNotLaidDown) {
@@ -190,13 +193,13 @@ Installation Trial::Install(const std::optional<ShellFailure>& failure)
         installation.log = unpacked.out;
         return installation;
     }
-    if (const std::string character = UnsafeCharacter(m_name); !character.empty()) {
+    if (const std::string character = io::UnsafeCharacter(m_name); !character.empty()) {
         installation.remarks.push_back("the panel's shell reads the " + character +
                                        " in the package's name as more than a letter; see "
                                        "kx-package check");
     }
     if (unpacked.status == kNoUpdater) {
-        installation.remarks.push_back(std::string("the package has no ") + kUpdaterName +
+        installation.remarks.push_back(std::string("the package has no ") + archive::kUpdaterName +
                                        " that a panel could start; see kx-package check");
     }
 
@@ -215,7 +218,7 @@ Installation Trial::Install(const std::optional<ShellFailure>& failure)
     installation.isInstalled = ended.status == 0 && !ended.isStopped;
     installation.log = ended.out;
     installation.changes = ReadChanges();
-    const std::string trace = ReadWholeFile(m_panel.Scratch("trace"), kLargestReport * 8);
+    const std::string trace = io::ReadWholeFile(m_panel.Scratch("trace"), kLargestReport * 8);
     installation.isRefused = ("\n" + trace).find("\nrefused\t") != std::string::npos;
     installation.record = ReadRecord();
     return installation;
@@ -262,12 +265,12 @@ PanelChanges Trial::ReadChanges() const
 {
     const std::string path = m_panel.Scratch("changes");
     try {
-        return ReadPanelChanges(ReadWholeFile(path, kLargestReport));
-    } catch (const Error&) {
+        return ReadPanelChanges(io::ReadWholeFile(path, kLargestReport));
+    } catch (const io::Error&) {
         throw;
     } catch (const std::runtime_error& error) {
-        throw Error(ExitCode::kNoAccess, m_request.device + "/run",
-                    std::string("the device did not tell what changed: ") + error.what());
+        throw io::Error(io::ExitCode::kNoAccess, m_request.device + "/run",
+                        std::string("the device did not tell what changed: ") + error.what());
     }
 }
 
@@ -278,14 +281,14 @@ std::string NamedPath(const std::string& path)
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {
-        throw AccessError(path, "open", errno);
+        throw io::AccessError(path, "open", errno);
     }
     if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
-        throw Error(ExitCode::kNoAccess, path, "is neither a file nor a folder",
-                    "name a package or the folder of an unpacked one");
+        throw io::Error(io::ExitCode::kNoAccess, path, "is neither a file nor a folder",
+                        "name a package or the folder of an unpacked one");
     }
     if (access(path.c_str(), R_OK) != 0) {
-        throw AccessError(path, "open", errno);
+        throw io::AccessError(path, "open", errno);
     }
     std::string named = path;
     while (named.size() > 1 && named.back() == '/') {
@@ -296,8 +299,8 @@ std::string NamedPath(const std::string& path)
         named = fs::canonical(named).string();
     }
     if (named == "/") {
-        throw Error(ExitCode::kNoAccess, path, "is no package",
-                    "name a package or the folder of an unpacked one");
+        throw io::Error(io::ExitCode::kNoAccess, path, "is no package",
+                        "name a package or the folder of an unpacked one");
     }
     return named;
 }
@@ -318,6 +321,8 @@ std::string UnpackedFolder(const std::string& path, bool isArchive)
 TrialResult RunTrial(const TrialRequest& request)
 {
     // Outlives the trial: what was made is removed before the signal does its work.
-    const Interruption interruption;
+    const io::Interruption interruption;
     return Trial(request).Run();
 }
+
+} // namespace kx::tool

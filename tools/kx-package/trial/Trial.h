@@ -11,6 +11,9 @@
 #include <string>
 #include <vector>
 
+namespace kx::tool
+{
+
 /// What to try, and with what.
 struct TrialRequest {
     std::string package; ///< a file, a folder, or "-" for standard input
@@ -66,3 +69,5 @@ struct TrialResult {
 /// @throws Error when the package cannot be read, there is no device, or the person interrupted;
 ///         nothing is left then
 [[nodiscard]] TrialResult RunTrial(const TrialRequest& request);
+
+} // namespace kx::tool

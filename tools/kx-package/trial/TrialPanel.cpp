@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "trial/TrialPanel.h"
 
-#include "common/Error.h"
-#include "common/Interruption.h"
-#include "common/Text.h"
+#include "io/Error.h"
+#include "io/Interruption.h"
+#include "io/Text.h"
 #include "trial/ChildProcess.h"
 
 #include <cerrno>
@@ -16,6 +16,9 @@
 
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -35,7 +38,7 @@ std::string MakeFolder()
     const std::string parent = variable != nullptr && *variable != '\0' ? variable : "/tmp";
     std::string folder = fs::absolute(parent) / "kx-package-try-XXXXXX";
     if (mkdtemp(folder.data()) == nullptr) {
-        throw AccessError(parent, "make a folder for the trial", errno);
+        throw io::AccessError(parent, "make a folder for the trial", errno);
     }
     return folder;
 }
@@ -84,12 +87,12 @@ void TrialPanel::RefuseToGoOn(int status, const std::string& remark) const
 {
     const std::size_t help = remark.rfind("; see device/run --help");
     if (status == kDeviceUsage && help != std::string::npos) {
-        throw Error(ExitCode::kWrongUse, m_device + "/run", remark.substr(0, help),
-                    "see kx-package try --help");
+        throw io::Error(io::ExitCode::kWrongUse, m_device + "/run", remark.substr(0, help),
+                        "see kx-package try --help");
     }
     if (status == kDeviceNotMade) {
-        throw Error(ExitCode::kNoAccess, m_device + "/run", remark,
-                    "without a sandboxed device nothing is installed");
+        throw io::Error(io::ExitCode::kNoAccess, m_device + "/run", remark,
+                        "without a sandboxed device nothing is installed");
     }
 }
 
@@ -123,15 +126,15 @@ void TrialPanel::End()
         for (const std::string& line : Said(erased.err)) {
             why += why.empty() ? line : " " + line;
         }
-    } catch (const Error& error) {
+    } catch (const io::Error& error) {
         why = error.what();
     }
     std::error_code error;
     fs::remove_all(folder, error);
     if (error) {
-        throw Error(ExitCode::kNoAccess, folder,
-                    "cannot remove the files of the trial: " +
-                        (why.empty() ? error.message() : why));
+        throw io::Error(io::ExitCode::kNoAccess, folder,
+                        "cannot remove the files of the trial: " +
+                            (why.empty() ? error.message() : why));
     }
 }
 
@@ -181,11 +184,11 @@ PanelResult TrialPanel::Run(const std::vector<std::string>& options,
                 next = Clock::now() + kLook;
                 isFull = isFull || IsDiskFull();
             }
-            return !isFull && !Interruption::IsAsked();
+            return !isFull && !io::Interruption::IsAsked();
         },
         terminal);
-    if (Interruption::IsAsked()) {
-        throw Error(ExitCode::kNoAccess, "", "the trial was interrupted");
+    if (io::Interruption::IsAsked()) {
+        throw io::Error(io::ExitCode::kNoAccess, "", "the trial was interrupted");
     }
 
     PanelResult result;
@@ -203,3 +206,5 @@ PanelResult TrialPanel::Run(const std::vector<std::string>& options,
     result.isStopped = isFull || (hasSaid && ended.status == kDeviceTimeOver);
     return result;
 }
+
+} // namespace kx::tool

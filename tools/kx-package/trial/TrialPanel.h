@@ -8,6 +8,9 @@
 #include <string>
 #include <vector>
 
+namespace kx::tool
+{
+
 class ShellTerminal;
 
 /// What a trial may use up.
@@ -71,3 +74,5 @@ private:
     std::string m_folder;
     std::uint64_t m_free = 0; ///< bytes of the disk before the trial
 };
+
+} // namespace kx::tool

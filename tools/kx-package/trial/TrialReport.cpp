@@ -2,10 +2,14 @@
 // SPDX-License-Identifier: MIT
 #include "trial/TrialReport.h"
 
-#include "package/Summary.h"
+#include "format/Summary.h"
+#include "io/Text.h"
 
 #include <algorithm>
 #include <ostream>
+
+namespace kx::tool
+{
 
 namespace
 {
@@ -23,7 +27,7 @@ std::string ShownCommand(std::string command)
         return command;
     }
     const std::size_t colon = std::min(command.find(':'), command.size() - end.size());
-    return command.substr(0, colon) + ":" + kMasked + end;
+    return command.substr(0, colon) + ":" + format::kMasked + end;
 }
 
 /// Returns the remarks on an installation, with that on the step that was to fail.
@@ -172,7 +176,7 @@ struct Widths {
 
 std::string OwnerOf(const FileChange& file)
 {
-    return file.mode.empty() ? "" : Printable(file.owner + ":" + file.group);
+    return file.mode.empty() ? "" : io::Printable(file.owner + ":" + file.group);
 }
 
 std::string SizeOf(const FileChange& file)
@@ -193,8 +197,8 @@ void TellFile(const Output& output, const FileChange& file, const Widths& widths
     constexpr std::size_t kModeWidth = 10;
     output.out << "  " << Padded(file.change, kChangeWidth) << "  " << Padded(file.mode, kModeWidth)
                << "  " << Padded(OwnerOf(file), widths.owner) << "  "
-               << Padded(SizeOf(file), widths.size, true) << "  " << Printable(file.path)
-               << (file.target.empty() ? "" : " -> " + Printable(file.target)) << '\n';
+               << Padded(SizeOf(file), widths.size, true) << "  " << io::Printable(file.path)
+               << (file.target.empty() ? "" : " -> " + io::Printable(file.target)) << '\n';
 }
 
 void TellFiles(const Output& output, const std::vector<FileChange>& files)
@@ -216,10 +220,10 @@ void TellSettings(const Output& output, const std::vector<SettingChange>& settin
 {
     output.out << "settings\n";
     for (const SettingChange& setting : settings) {
-        output.out << "  " << Printable(setting.name) << '='
-                   << Printable(setting.after.value_or(""));
+        output.out << "  " << io::Printable(setting.name) << '='
+                   << io::Printable(setting.after.value_or(""));
         if (setting.before.has_value()) {
-            output.out << "  (was " << Printable(*setting.before) << ")";
+            output.out << "  (was " << io::Printable(*setting.before) << ")";
         }
         output.out << '\n';
     }
@@ -232,7 +236,7 @@ void TellNamed(const Output& output, const char* heading, const std::vector<Name
 {
     output.out << heading << '\n';
     for (const NamedChange& change : changes) {
-        output.out << "  " << Printable(change.name) << ": " << change.change << '\n';
+        output.out << "  " << io::Printable(change.name) << ": " << change.change << '\n';
     }
     if (changes.empty()) {
         output.out << "  none\n";
@@ -259,11 +263,11 @@ void TellRecord(const Output& output, const std::string& name,
         output.out << Coloured(output, Colour::kBold, "There is no record of it") << '\n';
         return;
     }
-    output.out << Coloured(output, Colour::kBold, "Recorded as " + Printable(name)) << '\n';
+    output.out << Coloured(output, Colour::kBold, "Recorded as " + io::Printable(name)) << '\n';
     for (const auto* const list : {&record->folders, &record->files}) {
         for (const std::string& path : *list) {
-            output.out << "  " << Printable(path) << (list == &record->folders ? "  (folder)" : "")
-                       << '\n';
+            output.out << "  " << io::Printable(path)
+                       << (list == &record->folders ? "  (folder)" : "") << '\n';
         }
     }
 }
@@ -276,7 +280,7 @@ void TellLog(const Output& output, const Installation& installation)
                                                    : "What the unpacking printed")
                << '\n';
     for (const std::string& line : installation.log.Lines()) {
-        output.out << "  | " << Printable(line) << '\n';
+        output.out << "  | " << io::Printable(line) << '\n';
     }
 }
 
@@ -294,7 +298,7 @@ std::string Outcome(const Output& output, const Installation& installation)
 void TellRemarks(const Output& output, const std::vector<std::string>& remarks)
 {
     for (const std::string& remark : remarks) {
-        output.out << "  " << Coloured(output, Colour::kYellow, Printable(remark)) << '\n';
+        output.out << "  " << Coloured(output, Colour::kYellow, io::Printable(remark)) << '\n';
     }
 }
 
@@ -307,8 +311,8 @@ void TellInstallation(const Output& output, const TrialSubject& subject, const T
     if (index != 0) {
         output.out << '\n';
     }
-    output.out << Printable(subject.package) << (isOnly ? "" : ", the " + ordinal + "time") << ": "
-               << Outcome(output, installation) << '\n';
+    output.out << io::Printable(subject.package) << (isOnly ? "" : ", the " + ordinal + "time")
+               << ": " << Outcome(output, installation) << '\n';
     TellRemarks(output, RemarksOn(installation, index == 0 ? subject : TrialSubject()));
     if (installation.isUnpacked) {
         TellChanges(output, "What the " + ordinal + "installation changed", installation.changes);
@@ -333,3 +337,5 @@ void WriteTrial(const Output& output, const TrialSubject& subject, const TrialRe
         TellRemarks(output, result.shell->remarks);
     }
 }
+
+} // namespace kx::tool

@@ -5,6 +5,9 @@
 #include "common/Output.h"
 #include "trial/Trial.h"
 
+namespace kx::tool
+{
+
 /// What the report says besides the result.
 struct TrialSubject {
     std::string package;        ///< as it was named
@@ -14,3 +17,5 @@ struct TrialSubject {
 
 /// Tells the result of a trial: as text, or as one JSON document.
 void WriteTrial(const Output& output, const TrialSubject& subject, const TrialResult& result);
+
+} // namespace kx::tool

@@ -1,0 +1,102 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "archive/Package.h"
+#include "io/Error.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include <sys/stat.h>
+
+namespace kx::archive
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+class FolderPackage final : public Package
+{
+public:
+    explicit FolderPackage(const std::string& path) : m_path(path)
+    {
+        std::vector<PackageEntry> entries;
+        std::error_code error;
+        fs::recursive_directory_iterator place(path, error);
+        for (; !error && place != fs::recursive_directory_iterator(); place.increment(error)) {
+            entries.push_back(EntryOf(place->path()));
+        }
+        if (error) {
+            throw io::AccessError(path, "list all of the folder", error.value());
+        }
+        m_entries = Arranged(std::move(entries));
+    }
+
+    [[nodiscard]] const std::string& Path() const override { return m_path; }
+    [[nodiscard]] bool IsArchive() const override { return false; }
+    [[nodiscard]] const std::vector<PackageEntry>& Entries() const override { return m_entries; }
+
+    [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override
+    {
+        const std::string path = m_path + "/" + name;
+        std::ifstream file(path, std::ios::binary);
+        std::string bytes;
+        std::string piece(1 << 16, '\0');
+        while (file && bytes.size() < limit) {
+            file.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+            bytes.append(piece, 0, static_cast<std::size_t>(file.gcount()));
+        }
+        if (!file.is_open() || file.bad()) {
+            throw io::AccessError(path, "read", errno);
+        }
+        bytes.resize(std::min<std::uint64_t>(bytes.size(), limit));
+        return bytes;
+    }
+
+    [[nodiscard]] std::string LinkTarget(const std::string& name) const override
+    {
+        std::error_code error;
+        return fs::read_symlink(m_path + "/" + name, error).string();
+    }
+
+private:
+    [[nodiscard]] PackageEntry EntryOf(const fs::path& path) const
+    {
+        struct stat info {
+        };
+        if (lstat(path.c_str(), &info) != 0) {
+            throw io::AccessError(path.string(), "look at", errno);
+        }
+        PackageEntry entry;
+        entry.name = path.lexically_relative(m_path).string();
+        entry.kind = S_ISREG(info.st_mode)   ? PackageEntry::Kind::kFile
+                     : S_ISDIR(info.st_mode) ? PackageEntry::Kind::kFolder
+                     : S_ISLNK(info.st_mode) ? PackageEntry::Kind::kLink
+                                             : PackageEntry::Kind::kOther;
+        entry.size = S_ISDIR(info.st_mode) ? 0 : static_cast<std::uint64_t>(info.st_size);
+        entry.mode = info.st_mode & 07777U;
+        entry.hasMode = true;
+        return entry;
+    }
+
+    std::string m_path;
+    std::vector<PackageEntry> m_entries;
+};
+
+} // namespace
+
+std::unique_ptr<Package> OpenFolder(const std::string& path)
+{
+    auto package = std::make_unique<FolderPackage>(path);
+    if (package->Find(kDescriptionName) == nullptr && package->Find(kManifestName) != nullptr) {
+        throw io::Error(io::ExitCode::kWrongUse, path, "is the source of a package",
+                        "build it first: kx-package build " + path);
+    }
+    return package;
+}
+
+} // namespace kx::archive

@@ -1,0 +1,75 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kx::archive
+{
+
+/// The names that the updater gives to what a package holds.
+constexpr const char* kDescriptionName = "UserPackage.kx-project";
+constexpr const char* kUpdaterName = "kx_Updater";
+constexpr const char* kPackageExtension = ".kx-update";
+
+/// The file from which a package is built; a folder with it is the source of one, and no package.
+constexpr const char* kManifestName = "package.toml";
+
+/// One thing in a package.
+struct PackageEntry {
+    enum class Kind { kFile, kFolder, kLink, kOther };
+
+    std::string name; ///< path inside the package, parts split by '/', none at the end
+    Kind kind = Kind::kFile;
+    std::uint64_t size = 0; ///< bytes of a file's content, or of a link's target
+    unsigned mode = 0;      ///< permission bits, 0 to 07777; 0 where the package tells none
+    bool hasMode = false;
+};
+
+/// A package to look into: an archive, or the folder that it would be unpacked to. Only reads.
+class Package
+{
+public:
+    Package() = default;
+    Package(const Package&) = delete;
+    Package& operator=(const Package&) = delete;
+    virtual ~Package() = default;
+
+    /// The path under which the package was opened.
+    [[nodiscard]] virtual const std::string& Path() const = 0;
+
+    /// Tells whether the package is an archive.
+    [[nodiscard]] virtual bool IsArchive() const = 0;
+
+    /// Everything in the package, sorted by name, byte by byte. Folders that only show as parts of
+    /// other names are listed, too.
+    [[nodiscard]] virtual const std::vector<PackageEntry>& Entries() const = 0;
+
+    /// Returns the content of the file @p name, or its first @p limit bytes.
+    /// @throws Error when it cannot be read, or is damaged
+    [[nodiscard]] virtual std::string Read(const std::string& name, std::uint64_t limit) const = 0;
+
+    /// Returns what the link @p name leads to, as written there; empty when it cannot be read. In
+    /// an archive that is its content.
+    [[nodiscard]] virtual std::string LinkTarget(const std::string& name) const;
+
+    /// Returns the entry of that name, or null.
+    [[nodiscard]] const PackageEntry* Find(const std::string& name) const;
+};
+
+/// Opens an archive or a folder; "-" is the archive on standard input, read to its end.
+/// @throws Error when it is neither, or cannot be read
+[[nodiscard]] std::unique_ptr<Package> OpenPackage(const std::string& path);
+[[nodiscard]] std::unique_ptr<Package> OpenArchive(const std::string& path);
+[[nodiscard]] std::unique_ptr<Package> OpenFolder(const std::string& path);
+
+/// Sorts entries by name, adds the folders that only show as parts of names, and drops all but the
+/// last of several entries with one name, which is what unpacking leaves. Folders whose path is too
+/// long for any system are not added.
+/// @throws Error when the names hold more folders than memory should
+[[nodiscard]] std::vector<PackageEntry> Arranged(std::vector<PackageEntry> entries);
+
+} // namespace kx::archive

@@ -1,0 +1,207 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "archive/ZipContent.h"
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <bzlib.h>
+#include <zlib.h>
+
+namespace kx::archive
+{
+
+namespace
+{
+
+constexpr unsigned kStored = 0;
+constexpr unsigned kDeflated = 8;
+constexpr unsigned kBzip2 = 12;
+
+constexpr std::size_t kPiece = std::size_t{1} << 18;
+
+/// Unpacks bytes piece by piece.
+class Unpacker
+{
+public:
+    enum class Step { kMore, kEnd, kDamaged };
+
+    Unpacker() = default;
+    Unpacker(const Unpacker&) = delete;
+    Unpacker& operator=(const Unpacker&) = delete;
+    virtual ~Unpacker() = default;
+
+    /// Unpacks from @p in, which it shortens, to @p out, whose size it sets.
+    /// @return kMore when it wants more bytes or more room
+    virtual Step Go(std::string_view& in, std::string& out) = 0;
+};
+
+class Copier final : public Unpacker
+{
+public:
+    Step Go(std::string_view& in, std::string& out) override
+    {
+        out.assign(in.substr(0, kPiece));
+        in.remove_prefix(out.size());
+        return Step::kMore; // the end is where the bytes end
+    }
+};
+
+class Inflater final : public Unpacker
+{
+public:
+    Inflater() { m_isReady = inflateInit2(&m_stream, -MAX_WBITS) == Z_OK; }
+    ~Inflater() override { inflateEnd(&m_stream); }
+
+    Step Go(std::string_view& in, std::string& out) override
+    {
+        out.resize(kPiece);
+        m_stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(in.data()));
+        m_stream.avail_in = static_cast<uInt>(in.size());
+        m_stream.next_out = reinterpret_cast<Bytef*>(out.data());
+        m_stream.avail_out = static_cast<uInt>(out.size());
+        const int result = m_isReady ? inflate(&m_stream, Z_NO_FLUSH) : Z_MEM_ERROR;
+        in.remove_prefix(in.size() - m_stream.avail_in);
+        out.resize(out.size() - m_stream.avail_out);
+        const bool isFine = result == Z_OK || result == Z_BUF_ERROR;
+        return result == Z_STREAM_END ? Step::kEnd : isFine ? Step::kMore : Step::kDamaged;
+    }
+
+private:
+    z_stream m_stream{};
+    bool m_isReady = false;
+};
+
+class Bunzipper final : public Unpacker
+{
+public:
+    Bunzipper() { m_isReady = BZ2_bzDecompressInit(&m_stream, 0, 0) == BZ_OK; }
+    ~Bunzipper() override { BZ2_bzDecompressEnd(&m_stream); }
+
+    Step Go(std::string_view& in, std::string& out) override
+    {
+        out.resize(kPiece);
+        m_stream.next_in = const_cast<char*>(in.data());
+        m_stream.avail_in = static_cast<unsigned>(in.size());
+        m_stream.next_out = out.data();
+        m_stream.avail_out = static_cast<unsigned>(out.size());
+        const int result = m_isReady ? BZ2_bzDecompress(&m_stream) : BZ_MEM_ERROR;
+        in.remove_prefix(in.size() - m_stream.avail_in);
+        out.resize(out.size() - m_stream.avail_out);
+        return result == BZ_STREAM_END ? Step::kEnd
+               : result == BZ_OK       ? Step::kMore
+                                       : Step::kDamaged;
+    }
+
+private:
+    bz_stream m_stream{};
+    bool m_isReady = false;
+};
+
+std::unique_ptr<Unpacker> UnpackerFor(unsigned method)
+{
+    switch (method) {
+    case kStored:
+        return std::make_unique<Copier>();
+    case kDeflated:
+        return std::make_unique<Inflater>();
+    case kBzip2:
+        return std::make_unique<Bunzipper>();
+    default:
+        return nullptr;
+    }
+}
+
+/// Feeds an entry's packed bytes to an unpacker and counts what comes out.
+class Reading
+{
+public:
+    Reading(const ByteSource& source, const ZipMember& member, std::uint64_t limit,
+            const ContentSink& sink)
+        : m_source(source), m_header(ContentHeader(member)), m_at(member.contentAt),
+          m_left(m_header.packedSize), m_limit(limit), m_sink(sink)
+    {
+    }
+
+    ContentResult Run(Unpacker& unpacker)
+    {
+        std::optional<ContentState> state;
+        while (!state.has_value()) {
+            state = Advance(unpacker);
+        }
+        return {*state, m_size};
+    }
+
+private:
+    /// Does one piece; returns the state when it was the last.
+    std::optional<ContentState> Advance(Unpacker& unpacker)
+    {
+        if (m_in.empty() && m_left != 0) {
+            m_bytes = m_source.Read(
+                m_at, static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, m_left)));
+            m_in = m_bytes;
+            m_at += m_bytes.size();
+            m_left = m_bytes.empty() ? 0 : m_left - m_bytes.size();
+        }
+        const bool isLast = m_in.empty();
+        const Unpacker::Step step = unpacker.Go(m_in, m_out);
+        if (step == Unpacker::Step::kDamaged) {
+            return ContentState::kDamaged;
+        }
+        m_size += m_out.size();
+        m_crc = crc32_z(m_crc, reinterpret_cast<const Bytef*>(m_out.data()), m_out.size());
+        if (!m_sink(m_out) || m_size > m_limit) {
+            return ContentState::kTooLarge;
+        }
+        if (step == Unpacker::Step::kEnd) {
+            return Judge();
+        }
+        if (isLast && m_out.empty()) {
+            // Stored bytes end where the file says; everything else knows its own end.
+            return m_header.method == kStored ? Judge() : ContentState::kDamaged;
+        }
+        return {};
+    }
+
+    [[nodiscard]] ContentState Judge() const
+    {
+        if (m_crc != m_header.crc) {
+            return ContentState::kWrongCrc;
+        }
+        return m_size == m_header.size ? ContentState::kFine : ContentState::kWrongSize;
+    }
+
+    const ByteSource& m_source;
+    ZipHeader m_header;
+    std::uint64_t m_at;
+    std::uint64_t m_left;
+    std::uint64_t m_limit;
+    const ContentSink& m_sink;
+    std::string m_bytes;
+    std::string_view m_in;
+    std::string m_out;
+    std::uint64_t m_size = 0;
+    uLong m_crc = 0;
+};
+
+} // namespace
+
+bool IsReadableMethod(unsigned method)
+{
+    return method == kStored || method == kDeflated || method == kBzip2;
+}
+
+ContentResult ReadContent(const ByteSource& source, const ZipMember& member, std::uint64_t limit,
+                          const ContentSink& sink)
+{
+    const std::unique_ptr<Unpacker> unpacker = UnpackerFor(member.local.method);
+    if (unpacker == nullptr) {
+        return {ContentState::kUnsupported, 0};
+    }
+    return Reading(source, member, limit, sink).Run(*unpacker);
+}
+
+} // namespace kx::archive

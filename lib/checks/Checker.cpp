@@ -1,0 +1,117 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "checks/Checker.h"
+
+#include "archive/Package.h"
+#include "archive/UnpackedArchive.h"
+#include "checks/ArchiveChecks.h"
+#include "checks/DescriptionChecks.h"
+#include "checks/NameChecks.h"
+#include "checks/StepChecks.h"
+#include "checks/UpdaterChecks.h"
+#include "io/Error.h"
+#include "io/StandardInput.h"
+
+#include <memory>
+#include <utility>
+
+#include <sys/stat.h>
+
+namespace kx::checks
+{
+
+namespace
+{
+
+/// How many bytes the names of a package may have together, with those of all folders above them.
+constexpr std::uint64_t kMostNameBytes = std::uint64_t{256} << 20;
+
+/// Tells whether the names of an archive would take too much memory.
+bool HasTooManyNames(const archive::ZipStructure& zip)
+{
+    std::uint64_t total = 0;
+    for (const archive::ZipMember& member : zip.members) {
+        for (std::size_t slash = member.name.find('/'); slash != std::string::npos;
+             slash = member.name.find('/', slash + 1)) {
+            total += slash;
+        }
+        total += member.name.size();
+    }
+    return total > kMostNameBytes;
+}
+
+/// Checks what stands in a package, whatever it came as.
+void CheckContents(const archive::Package& package, const format::Processor* processor,
+                   Findings& findings)
+{
+    CheckEntries(package, findings);
+    CheckUpdater(package, processor, findings);
+    if (findings.HasErrorAt(archive::kDescriptionName)) {
+        return; // it does not even arrive
+    }
+    const archive::PackageEntry* const entry = package.Find(archive::kDescriptionName);
+    if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
+        findings.Add(RuleId::kDescriptionMissing, Place::Whole(),
+                     MissingText(package, archive::kDescriptionName));
+        return;
+    }
+    const format::Description description =
+        CheckDescription(package.Read(archive::kDescriptionName, kLargestChecked + 1), findings);
+    if (description.root.has_value()) {
+        CheckSteps(*description.root, package, format::RecordName(package.Path()), findings);
+    }
+}
+
+std::string WithoutMark(std::string path)
+{
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    return path;
+}
+
+} // namespace
+
+void CheckArchivePackage(const std::string& path, const archive::ByteSource& source,
+                         const format::Processor* processor, Findings& findings)
+{
+    const archive::ZipStructure zip = archive::ReadZipStructure(source);
+    CheckArchive(source, zip, findings);
+    if (HasTooManyNames(zip)) {
+        findings.Add(RuleId::kArchiveTooMany, Place::Whole(), "its names are too many or too long");
+        return;
+    }
+    if (!zip.members.empty()) {
+        CheckContents(archive::UnpackedArchive(path, source, zip), processor, findings);
+    }
+}
+
+Findings CheckPackage(const std::string& path, const format::Processor* processor)
+{
+    if (path == io::kStandardInput) {
+        const io::StandardInput input;
+        Findings findings;
+        CheckArchivePackage(input.Path(), archive::FileBytes(input.Path()), processor, findings);
+        findings.Sort();
+        return findings;
+    }
+    struct stat info {
+    };
+    if (stat(path.c_str(), &info) != 0) {
+        throw io::AccessError(path, "look at", errno);
+    }
+    Findings findings;
+    const bool isArchive = !S_ISDIR(info.st_mode);
+    CheckPackageName(path, isArchive, findings);
+    if (isArchive) {
+        const archive::FileBytes source(path);
+        CheckNeighbours(path, findings);
+        CheckArchivePackage(path, source, processor, findings);
+    } else {
+        CheckContents(*archive::OpenFolder(WithoutMark(path)), processor, findings);
+    }
+    findings.Sort();
+    return findings;
+}
+
+} // namespace kx::checks

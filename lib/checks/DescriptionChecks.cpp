@@ -1,0 +1,181 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "checks/DescriptionChecks.h"
+
+#include "archive/Package.h"
+#include "checks/ClassChecks.h"
+#include "format/ShellText.h"
+#include "io/Text.h"
+
+#include <picojson.h>
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace kx::checks
+{
+
+namespace
+{
+
+/// How many values a description may hold; real ones have some hundreds.
+constexpr std::size_t kMostValues = 1000000;
+/// How deep arrays may stand in each other for the updater's JSON library.
+constexpr std::size_t kDeepestArrays = 100;
+
+/// What a text holds, counted without reading it as JSON.
+struct Shape {
+    std::size_t values = 1;
+    std::size_t deepestArrays = 0; ///< how many '[' stand in each other, at most
+};
+
+Shape ShapeOf(std::string_view text)
+{
+    Shape shape;
+    std::size_t arrays = 0;
+    bool isString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (isString) {
+            i += c == '\\' ? 1 : 0;
+            isString = c != '"';
+            continue;
+        }
+        isString = c == '"';
+        shape.values += c == ',' || c == '[' || c == '{' ? 1 : 0;
+        if (c == '[') {
+            shape.deepestArrays = std::max(shape.deepestArrays, ++arrays);
+        } else if (c == ']' && arrays > 0) {
+            --arrays;
+        }
+    }
+    return shape;
+}
+
+Place FilePlace(format::TextPlace at = {0, 0})
+{
+    return {archive::kDescriptionName, "", at};
+}
+
+format::TextPlace PlaceOfOffset(std::string_view text, std::size_t offset)
+{
+    format::TextPlace place;
+    for (const char c : text.substr(0, offset)) {
+        place.line += c == '\n' ? 1 : 0;
+        place.column = c == '\n' ? 1 : place.column + 1;
+    }
+    return place;
+}
+
+/// Tells whether the updater's JSON library takes the text, which ours has read: it refuses
+/// numbers that are out of range, and arrays nested too deep.
+bool IsTakenByReader(const std::string& text)
+{
+    try {
+        picojson::value root;
+        std::string error;
+        picojson::parse(root, text.begin(), text.end(), &error);
+        return error.empty();
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+bool IsUtf16(const std::string& bytes)
+{
+    const std::string_view head = std::string_view(bytes).substr(0, 2);
+    return head == "\xff\xfe" || head == "\xfe\xff";
+}
+
+void CheckText(const format::Description& description, Findings& findings)
+{
+    const std::string_view rest = std::string_view(description.text).substr(description.end);
+    if (const std::size_t more = rest.find_first_not_of(" \t\r\n");
+        more != std::string_view::npos) {
+        findings.Add(RuleId::kDescriptionTrailing,
+                     FilePlace(PlaceOfOffset(description.text, description.end + more)),
+                     "something follows the JSON document");
+    }
+    constexpr std::size_t kMark = 3;
+    if (description.text.size() + kMark < description.bytes.size()) {
+        findings.Add(RuleId::kDescriptionZero,
+                     FilePlace(PlaceOfOffset(description.text, description.text.size())),
+                     "holds a zero byte");
+    }
+    if (!io::IsUtf8(description.text)) {
+        findings.Add(RuleId::kDescriptionUtf8, FilePlace(), "is not UTF-8 throughout");
+    }
+}
+
+/// Reports why there is no JSON to look into.
+void ReportUnreadable(const format::Description& description, Findings& findings)
+{
+    if (!description.HasByteOrderMark() &&
+        format::ParseDescription("\xef\xbb\xbf" + description.bytes).root.has_value()) {
+        findings.Add(RuleId::kDescriptionMark, FilePlace({1, 1}), "does not begin with the mark");
+        return;
+    }
+    findings.Add(RuleId::kDescriptionJson, FilePlace(description.error.place),
+                 description.error.what);
+}
+
+void CheckWindowTexts(const format::JsonNode& root, Findings& findings)
+{
+    for (const char* const key : {"Title", "PackageVersion", "Comment"}) {
+        const format::JsonNode* const value = root.Member(key);
+        if (value != nullptr && format::HasForeignBytes(value->text)) {
+            findings.Add(RuleId::kDescriptionLatin1, PlaceIn(*value, key),
+                         "holds characters beyond ASCII");
+        }
+    }
+}
+
+} // namespace
+
+format::Description CheckDescription(std::string bytes, Findings& findings)
+{
+    constexpr std::size_t kMark = 3;
+    format::Description nothing;
+    if (bytes.size() <= kMark) {
+        findings.Add(RuleId::kDescriptionSize, FilePlace(), "is empty");
+        return nothing;
+    }
+    if (IsUtf16(bytes)) {
+        findings.Add(RuleId::kDescriptionEncoding, FilePlace({1, 1}), "is UTF-16");
+        return nothing;
+    }
+    const Shape shape = ShapeOf(bytes);
+    if (bytes.size() > kLargestChecked || shape.values > kMostValues) {
+        findings.Add(RuleId::kDescriptionSize, FilePlace(), "is too large to check");
+        return nothing;
+    }
+    format::Description description = format::ParseDescription(std::move(bytes));
+    if (!description.root.has_value()) {
+        ReportUnreadable(description, findings);
+        return description;
+    }
+    if (!description.HasByteOrderMark()) {
+        findings.AddAs(Severity::kWarning, RuleId::kDescriptionMark, FilePlace({1, 1}),
+                       "begins with three other bytes, which are skipped");
+    }
+    if (!IsTakenByReader(description.text)) {
+        findings.Add(RuleId::kDescriptionJson, FilePlace(),
+                     shape.deepestArrays > kDeepestArrays ? "has more than 100 arrays in each other"
+                                                          : "holds a number that is out of range");
+        description.root.reset();
+        return description;
+    }
+    CheckText(description, findings);
+    if (!description.root->IsObject()) {
+        findings.Add(RuleId::kDescriptionRoot, FilePlace(description.root->place),
+                     std::string("is a ") + description.root->KindName() + ", not an object");
+        description.root.reset();
+        return description;
+    }
+    CheckClasses(*description.root, findings);
+    CheckWindowTexts(*description.root, findings);
+    return description;
+}
+
+} // namespace kx::checks

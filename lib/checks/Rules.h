@@ -1,0 +1,163 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+
+namespace kx::checks
+{
+
+/// How bad a finding is.
+enum class Severity {
+    kNote,    ///< good to know
+    kWarning, ///< works, but surprises somebody
+    kError,   ///< the package cannot be installed, or the panel does something else than written
+};
+
+/// Every rule, in the order of docs/checks.md.
+enum class RuleId : std::size_t {
+    // the package's own name
+    kNameExtension,
+    kNameEmpty,
+    kNameShell,
+    kNameAscii,
+    kNameSeparator,
+    kNameTemp,
+    kNameWildcard,
+    kNameTwin,
+    kNameNeighbour,
+    // the archive
+    kArchiveEnd,
+    kArchiveEmpty,
+    kArchiveParts,
+    kArchiveZip64,
+    kArchiveDirectory,
+    kArchiveCount,
+    kArchiveLeading,
+    kArchiveTrailing,
+    kArchiveComment,
+    kArchiveTooMany,
+    kArchiveGap,
+    kArchiveBomb,
+    kEntryLocal,
+    kEntryContent,
+    kEntryOverlap,
+    kEntryCrc,
+    kEntryHeader,
+    kEntryNameDiffers,
+    kEntryExtra,
+    kEntryEncrypted,
+    kEntryMethod,
+    kEntryBzip2,
+    kEntryVersion,
+    kEntryLink,
+    // names in the package
+    kPathEmpty,
+    kPathAbsolute,
+    kPathUp,
+    kPathBackslash,
+    kPathControl,
+    kPathVersion,
+    kPathLong,
+    kPathConflict,
+    kPathTwice,
+    kPathLocale,
+    kPathDesktop,
+    // the updater
+    kUpdaterMissing,
+    kUpdaterMode,
+    kUpdaterProgram,
+    kUpdaterScript,
+    kUpdaterCut,
+    kUpdaterProcessor,
+    // the description file
+    kDescriptionMissing,
+    kDescriptionSize,
+    kDescriptionEncoding,
+    kDescriptionMark,
+    kDescriptionJson,
+    kDescriptionRoot,
+    kDescriptionZero,
+    kDescriptionTrailing,
+    kDescriptionUtf8,
+    kDescriptionLatin1,
+    kListsNested,
+    // objects and fields
+    kTypeMissing,
+    kTypeUnknown,
+    kTypePlace,
+    kFieldMissing,
+    kFieldType,
+    kFieldTwice,
+    kFieldUnknown,
+    // steps
+    kStepKind,
+    kStepClass,
+    kStepEmpty,
+    kPayloadMissing,
+    kPayloadName,
+    kPayloadFolder,
+    kPayloadEmpty,
+    kPayloadLink,
+    kPayloadUnused,
+    kTargetEmpty,
+    kTargetRelative,
+    kTargetRoot,
+    kTargetWhole,
+    kTargetFolder,
+    kTargetFolderMode,
+    kTargetBelowFile,
+    kTargetTwice,
+    kTargetSeparator,
+    kTargetShell,
+    kTargetLine,
+    kTargetLong,
+    kTargetLost,
+    kTargetRegistry,
+    kSourceShell,
+    kPermissions,
+    kPermissionsMask,
+    kPermissionsOpen,
+    kCommandLong,
+    kCommandTooLong,
+    // scripts
+    kScriptEmpty,
+    kScriptInterpreter,
+    kScriptMark,
+    kScriptReturn,
+    kScriptCarriage,
+    kScriptZero,
+    // settings
+    kSettingKind,
+    kSettingShell,
+    kSettingBlank,
+    kSettingPattern,
+    kSettingName,
+    kUserQuote,
+    kUserEscape,
+    kUserLine,
+    kUserMissing,
+    kUserName,
+    kUserItem,
+    kUserPassword,
+
+    kEnd, ///< how many there are
+};
+
+/// What is known about a rule.
+struct Rule {
+    RuleId rule;
+    const char* id;      ///< the name in all output; never changes
+    Severity severity;   ///< unless a finding says otherwise
+    const char* meaning; ///< what is wrong
+    const char* happens; ///< what happens on the panel
+    const char* remedy;  ///< what to do about it
+};
+
+/// Returns what is known about a rule.
+[[nodiscard]] const Rule& RuleOf(RuleId rule);
+
+/// Returns "error", "warning" or "note".
+[[nodiscard]] const char* SeverityName(Severity severity);
+
+} // namespace kx::checks

@@ -1,0 +1,220 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "checks/SettingChecks.h"
+
+#include "checks/ClassChecks.h"
+#include "checks/Commands.h"
+#include "checks/ScriptChecks.h"
+#include "format/Kinds.h"
+#include "format/ShellText.h"
+#include "io/Nearest.h"
+#include "io/Text.h"
+
+#include <vector>
+
+namespace kx::checks
+{
+
+namespace
+{
+
+std::vector<std::string> ConfigIds()
+{
+    std::vector<std::string> ids;
+    for (const format::SettingKind* const kind : format::SettingKinds()) {
+        ids.emplace_back(kind->id);
+    }
+    return ids;
+}
+
+class SettingCheck
+{
+public:
+    SettingCheck(Severity failure, Findings& findings) : m_failure(failure), m_findings(findings) {}
+
+    void Check(const format::JsonNode& config, const std::string& path)
+    {
+        const format::JsonNode* const used = config.Member("IsUsed");
+        const bool isUsed = used != nullptr && used->flag;
+        const format::JsonNode* const id = config.Member("ConfigId");
+        if (id == nullptr || !id->IsString()) {
+            return;
+        }
+        const format::SettingKind* const kind = format::FindKind(
+            format::SettingKinds(), &format::SettingKind::id, std::string_view(id->text.c_str()));
+        if (kind == nullptr) {
+            m_findings.AddAs(isUsed ? m_failure : Severity::kWarning, RuleId::kSettingKind,
+                             PlaceIn(*id, path + ".ConfigId"),
+                             "'" + id->text + "' is no kind of setting: " +
+                                 io::NearestRemedy(id->text, ConfigIds()));
+            return;
+        }
+        if (isUsed) {
+            CheckItems(config, *kind, path + ".HardwareItems.");
+        }
+    }
+
+    [[nodiscard]] const std::string& Words() const { return m_words; }
+
+private:
+    void CheckItems(const format::JsonNode& config, const format::SettingKind& kind,
+                    const std::string& path)
+    {
+        const std::vector<const format::JsonNode*> items =
+            ElementsOf(config.Member("HardwareItems"));
+        if (kind.id == format::kUserKind.id) {
+            CheckUser(config, items, path);
+            return;
+        }
+        if (items.empty()) {
+            m_findings.Add(RuleId::kStepEmpty, PlaceIn(config, path + kValuesKey),
+                           "the setting has no items");
+        }
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            const std::string at = path + kValuesKey + "[" + std::to_string(i) + "].";
+            const std::string& name = items[i]->TextOf("ItemName");
+            if (kind.id == format::kAutoStartKind.id && name == format::kCustomScriptItem) {
+                CheckScript(items[i]->TextOf("Value"), ScriptUse::kStartup,
+                            ItemPlace(*items[i], "Value", at), Severity::kError, m_findings);
+            } else {
+                CheckCollected(*items[i], at);
+            }
+        }
+    }
+
+    static Place ItemPlace(const format::JsonNode& item, const char* key, const std::string& path)
+    {
+        const format::JsonNode* const member = item.Member(key);
+        return PlaceIn(member != nullptr ? *member : item, path + key);
+    }
+
+    void CheckCollected(const format::JsonNode& item, const std::string& path)
+    {
+        const std::string& name = item.TextOf("ItemName");
+        const std::string& value = item.TextOf("Value");
+        m_words += name + "=" + value + " ";
+        if (name.empty() || !format::ChangedBare(name).empty() || name[0] == '#' ||
+            name.find_first_of(" \t=") != std::string::npos) {
+            m_findings.Add(RuleId::kSettingName, ItemPlace(item, "ItemName", path),
+                           "'" + name + "' cannot be the name of a setting");
+        }
+        const Place place = ItemPlace(item, "Value", path);
+        if (name.find_first_of("*?[{~") != std::string::npos) {
+            m_findings.Add(RuleId::kSettingPattern, ItemPlace(item, "ItemName", path),
+                           "holds a character of patterns");
+        }
+        if (const std::string changed = format::ChangedBare(value); !changed.empty()) {
+            m_findings.Add(RuleId::kSettingShell, place, "holds " + changed);
+        } else if (value.find_first_of(" \t") != std::string::npos) {
+            m_findings.Add(RuleId::kSettingBlank, place, "holds blanks");
+        } else if (value.find_first_of("*?[{~") != std::string::npos) {
+            m_findings.Add(RuleId::kSettingPattern, place, "holds a character of patterns");
+        }
+    }
+
+    void CheckUser(const format::JsonNode& config,
+                   const std::vector<const format::JsonNode*>& items, const std::string& path)
+    {
+        const format::JsonNode* user = nullptr;
+        const format::JsonNode* password = nullptr;
+        std::size_t userAt = 0;
+        std::size_t passwordAt = 0;
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            const std::string& name = items[i]->TextOf("ItemName");
+            if (name == format::kUserNameItem) {
+                user = items[i];
+                userAt = i;
+            } else if (name == format::kPasswordItem) {
+                password = items[i];
+                passwordAt = i;
+            } else {
+                m_findings.Add(RuleId::kUserItem,
+                               ItemPlace(*items[i], "ItemName",
+                                         path + kValuesKey + "[" + std::to_string(i) + "]."),
+                               "'" + name + "' is ignored");
+            }
+        }
+        const auto checkPart = [&](const format::JsonNode* item, std::size_t at, const char* name) {
+            const std::string place = path + kValuesKey + "[" + std::to_string(at) + "].";
+            if (item == nullptr || item->TextOf("Value").empty()) {
+                m_findings.AddAs(m_failure, RuleId::kUserMissing,
+                                 item == nullptr ? PlaceIn(config, path + kValuesKey)
+                                                 : ItemPlace(*item, "Value", place),
+                                 std::string("the ") + name + " is missing");
+                return;
+            }
+            CheckUserText(item->TextOf("Value"), name == std::string(format::kUserNameItem),
+                          ItemPlace(*item, "Value", place));
+        };
+        checkPart(user, userAt, format::kUserNameItem);
+        checkPart(password, passwordAt, format::kPasswordItem);
+        if (password != nullptr && !password->TextOf("Value").empty()) {
+            m_findings.Add(RuleId::kUserPassword,
+                           ItemPlace(*password, "Value",
+                                     path + kValuesKey + "[" + std::to_string(passwordAt) + "]."),
+                           "is a password");
+        }
+    }
+
+    static bool IsUserName(const std::string& text)
+    {
+        constexpr std::size_t kLongest = 32;
+        const std::string_view start = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_";
+        return text.size() <= kLongest && start.find(text[0]) != std::string_view::npos &&
+               text.find_first_not_of(std::string(start) + "0123456789.-") == std::string::npos;
+    }
+
+    void CheckUserText(const std::string& text, bool isUser, const Place& place)
+    {
+        // What is wrong is told without the text: it may be a password.
+        if (!format::ChangedInSingleQuotes(text).empty()) {
+            m_findings.Add(RuleId::kUserQuote, place, "holds a single quote");
+        } else if (isUser && text.find(':') != std::string::npos) {
+            m_findings.Add(RuleId::kUserQuote, place, "holds ':'");
+        }
+        if (isUser && !IsUserName(text)) {
+            m_findings.AddAs(m_failure, RuleId::kUserName, place,
+                             "is no name that a user can have");
+        }
+        if (!format::ChangedByEcho(text).empty()) {
+            m_findings.Add(RuleId::kUserEscape, place, "holds a backslash that is read");
+        } else if (text.find('\\') != std::string::npos) {
+            m_findings.AddAs(Severity::kWarning, RuleId::kUserEscape, place, "holds a backslash");
+        }
+        if (text.find_first_of("\r\n") != std::string::npos ||
+            text.find('\0') != std::string::npos) {
+            m_findings.Add(RuleId::kUserLine, place, "holds a line break or a zero byte");
+        }
+    }
+
+    Severity m_failure;
+    Findings& m_findings;
+    std::string m_words;
+};
+
+} // namespace
+
+void CheckSettings(const format::JsonNode& step, const std::string& path, Severity failure,
+                   Findings& findings)
+{
+    const format::JsonNode* const data = step.Member("HardSettingDatas");
+    const format::JsonNode* const configs =
+        data != nullptr ? data->Member("DB_HardwareConfigs") : nullptr;
+    const std::string below = path + ".HardSettingDatas.DB_HardwareConfigs.";
+    const std::vector<const format::JsonNode*> elements = ElementsOf(configs);
+    if (elements.empty()) {
+        findings.Add(RuleId::kStepEmpty, PlaceIn(step, below + kValuesKey),
+                     "the step has no settings");
+    }
+    SettingCheck check(failure, findings);
+    for (std::size_t i = 0; i < elements.size(); ++i) {
+        check.Check(*elements[i], below + kValuesKey + "[" + std::to_string(i) + "]");
+    }
+    if (!check.Words().empty()) {
+        // The tool's failure does not show, so the settings are lost without a word.
+        CheckCommand("kx-setting-cui set " + check.Words(), PlaceIn(step, path), Severity::kError,
+                     findings);
+    }
+}
+
+} // namespace kx::checks

@@ -1,0 +1,480 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "checks/StepChecks.h"
+
+#include "archive/Links.h"
+#include "checks/ClassChecks.h"
+#include "checks/Commands.h"
+#include "checks/ScriptChecks.h"
+#include "checks/SettingChecks.h"
+#include "checks/Targets.h"
+#include "format/Classes.h"
+#include "format/Kinds.h"
+#include "format/ShellText.h"
+#include "io/Nearest.h"
+#include "io/Path.h"
+#include "osa/OSA.h"
+
+#include <algorithm>
+#include <set>
+#include <vector>
+
+namespace kx::checks
+{
+
+namespace
+{
+
+constexpr const char* kRegistry = "/var/lib/KxUserPackages";
+
+std::vector<std::string> StepIds()
+{
+    std::vector<std::string> ids;
+    for (const format::StepKind* const kind : format::StepKinds()) {
+        ids.emplace_back(kind->id);
+    }
+    return ids;
+}
+
+/// One item of a copy step.
+struct CopyItem {
+    const format::JsonNode& node;
+    std::string path;   ///< in the description, with a dot at its end
+    std::string folder; ///< of its payload: "2/0"
+
+    [[nodiscard]] const std::string& Text(const char* key) const { return node.TextOf(key); }
+
+    [[nodiscard]] Place At(const char* key) const
+    {
+        const format::JsonNode* const member = node.Member(key);
+        return PlaceIn(member != nullptr ? *member : node, path + key);
+    }
+};
+
+class StepCheck
+{
+public:
+    StepCheck(const archive::Package& package, const std::string& recordName, Findings& findings)
+        : m_package(package), m_unpacked("/mnt/usb/" + recordName + ".temp/"), m_findings(findings)
+    {
+    }
+
+    void Check(const format::JsonNode& root)
+    {
+        const std::vector<const format::JsonNode*> steps = ElementsOf(root.Member("DB_StepSets"));
+        if (steps.empty()) {
+            m_findings.Add(RuleId::kStepEmpty, PlaceIn(root, "DB_StepSets"),
+                           "the package has no steps");
+        }
+        for (std::size_t i = 0; i < steps.size(); ++i) {
+            CheckStep(*steps[i], "DB_StepSets.$values[" + std::to_string(i) + "]",
+                      std::to_string(i));
+        }
+        ReportUnused();
+    }
+
+private:
+    void CheckStep(const format::JsonNode& step, const std::string& path, const std::string& number)
+    {
+        const format::JsonNode* const skip = step.Member("CanSkip");
+        m_failure = skip != nullptr && skip->flag ? Severity::kWarning : Severity::kError;
+        const format::JsonNode* const id = step.Member("SS_StepSetId");
+        if (id == nullptr || !id->IsString()) {
+            m_unclear.insert(number);
+            return;
+        }
+        const format::StepKind* const kind = format::FindKind(
+            format::StepKinds(), &format::StepKind::id, std::string_view(id->text.c_str()));
+        if (kind == nullptr) {
+            m_unclear.insert(number);
+            m_findings.Add(RuleId::kStepKind, PlaceIn(*id, path + ".SS_StepSetId"),
+                           "'" + id->text +
+                               "' is no kind of step: " + io::NearestRemedy(id->text, StepIds()));
+            return;
+        }
+        if (format::ClassOf(step) != kind->info) {
+            m_unclear.insert(number);
+            m_findings.Add(RuleId::kStepClass, PlaceIn(*id, path + ".SS_StepSetId"),
+                           std::string("needs a '") + kind->info->type + "', not a '" +
+                               step.TextOf("$type") + "'");
+            return;
+        }
+        if (kind == &format::kScriptKind) {
+            CheckScriptStep(step, path);
+        } else if (kind == &format::kSettingsKind) {
+            CheckSettings(step, path, m_failure, m_findings);
+        } else {
+            CheckCopyStep(step, path, number, kind == &format::kCopyFilesKind);
+        }
+    }
+
+    void CheckScriptStep(const format::JsonNode& step, const std::string& path)
+    {
+        const format::JsonNode* const data = step.Member("InstallScriptFunctionData");
+        const format::JsonNode* const script =
+            data != nullptr ? data->Member("ScriptData") : nullptr;
+        if (script != nullptr && script->IsString()) {
+            CheckScript(script->text, ScriptUse::kStep,
+                        PlaceIn(*script, path + ".InstallScriptFunctionData.ScriptData"), m_failure,
+                        m_findings);
+        }
+    }
+
+    void CheckCopyStep(const format::JsonNode& step, const std::string& path,
+                       const std::string& number, bool isFiles)
+    {
+        const std::vector<const format::JsonNode*> items = ElementsOf(step.Member("PathSetDatas"));
+        if (items.empty()) {
+            m_findings.Add(RuleId::kStepEmpty, PlaceIn(step, path + ".PathSetDatas"),
+                           "the step has no items");
+        }
+        for (std::size_t j = 0; j < items.size(); ++j) {
+            const std::string index = std::to_string(j);
+            CopyItem item = {*items[j], path, number};
+            item.path.append(".PathSetDatas.$values[").append(index).append("].");
+            item.folder.append("/").append(index);
+            if (isFiles) {
+                CheckFileItem(item);
+            } else {
+                CheckFolderItem(item);
+            }
+        }
+    }
+
+    // ---- copy file ----
+
+    void CheckFileItem(const CopyItem& item)
+    {
+        const std::string name = OSA_GetFilenameExt(item.Text("SourcePath").c_str());
+        const std::string& target = item.Text("DestinationPath");
+        const std::string entry = item.folder + "/" + name;
+        m_usedFiles.insert(entry);
+        CheckPayloadFile(item, name, entry);
+        CheckPermissions(item);
+        if (const std::string changed = format::ChangedInDoubleQuotes(name); !changed.empty()) {
+            m_findings.Add(RuleId::kSourceShell, item.At("SourcePath"), "holds " + changed);
+        }
+        const Place place = item.At("DestinationPath");
+        CheckCommand("cp -f \"" + m_unpacked + entry + "\" \"" + target + "\" ", place, m_failure,
+                     m_findings);
+        if (!CheckTarget(target, "", place)) {
+            return;
+        }
+        if (io::PlainPath(target) == "/") {
+            m_findings.Add(RuleId::kTargetRoot, place, "is the root folder");
+        } else {
+            CheckFileTarget(item, target, name);
+        }
+    }
+
+    void CheckPayloadFile(const CopyItem& item, const std::string& name, const std::string& entry)
+    {
+        if (name.empty()) {
+            m_findings.AddAs(m_failure, RuleId::kPayloadMissing, item.At("SourcePath"),
+                             "names no file");
+            return;
+        }
+        const archive::PackageEntry* found = m_package.Find(entry);
+        if (found != nullptr && found->kind == archive::PackageEntry::Kind::kLink) {
+            found = archive::FollowLink(m_package, *found).entry;
+            if (found == nullptr) {
+                m_findings.AddAs(m_failure, RuleId::kPayloadLink, Place::Entry(entry),
+                                 "is a link that leads to nothing in the package");
+                return;
+            }
+        }
+        if (found != nullptr && found->kind == archive::PackageEntry::Kind::kFile) {
+            return;
+        }
+        const std::vector<std::string> others = FilesIn(item.folder);
+        if (found != nullptr || others.empty()) {
+            m_findings.AddAs(m_failure, RuleId::kPayloadMissing, item.At("SourcePath"),
+                             found != nullptr ? "'" + entry + "' is no file"
+                                              : "there is no '" + entry + "' in the package");
+            return;
+        }
+        const std::string nearest = io::Nearest(name, others);
+        m_findings.AddAs(m_failure, RuleId::kPayloadName, item.At("SourcePath"),
+                         "there is no '" + entry + "', but '" + item.folder + "/" +
+                             (nearest.empty() ? others.front() : nearest) + "'");
+        // They are what the item means, so they are not unused besides.
+        m_usedFolders.insert(item.folder);
+    }
+
+    /// The names of the files that lie in a folder of the package itself, not below.
+    [[nodiscard]] std::vector<std::string> FilesIn(const std::string& folder) const
+    {
+        constexpr std::size_t kMost = 1000;
+        std::vector<std::string> names;
+        const std::string prefix = folder + "/";
+        for (auto entry = FirstIn(prefix);
+             entry != m_package.Entries().end() && names.size() < kMost &&
+             entry->name.compare(0, prefix.size(), prefix) == 0;
+             ++entry) {
+            if (entry->kind != archive::PackageEntry::Kind::kFolder &&
+                entry->name.find('/', prefix.size()) == std::string::npos) {
+                names.push_back(entry->name.substr(prefix.size()));
+            }
+        }
+        return names;
+    }
+
+    [[nodiscard]] std::vector<archive::PackageEntry>::const_iterator
+    FirstIn(const std::string& prefix) const
+    {
+        const std::vector<archive::PackageEntry>& entries = m_package.Entries();
+        return std::lower_bound(entries.begin(), entries.end(), prefix,
+                                [](const archive::PackageEntry& entry, const std::string& name) {
+                                    return entry.name < name;
+                                });
+    }
+
+    void CheckPermissions(const CopyItem& item)
+    {
+        const std::string& mode = item.Text("Permissions");
+        const Place place = item.At("Permissions");
+        if (mode.empty()) {
+            m_findings.Add(RuleId::kPermissionsOpen, place, "is empty");
+        } else if (!format::IsMode(mode)) {
+            m_findings.AddAs(m_failure, RuleId::kPermissions, place, "'" + mode + "' is no mode");
+        } else if (mode.find_first_of("+-=") == 0 || mode.find(",+") != std::string::npos ||
+                   mode.find(",-") != std::string::npos || mode.find(",=") != std::string::npos) {
+            m_findings.Add(RuleId::kPermissionsMask, place, "does not say for whom");
+        }
+    }
+
+    void CheckFileTarget(const CopyItem& item, const std::string& target, const std::string& name)
+    {
+        const Place place = item.At("DestinationPath");
+        std::string file = target;
+        bool isFolder = target.back() == '/';
+        if (isFolder) {
+            file += name;
+        }
+        TargetState state = m_targets.AddFile(file);
+        if (!isFolder && state == TargetState::kFolder) {
+            isFolder = true;
+            state = m_targets.AddFile(target + "/" + name);
+        }
+        if (isFolder) {
+            // Without a mark at its end the target is the name of a file, which is not made.
+            m_findings.AddAs(target.back() == '/' ? Severity::kWarning : Severity::kError,
+                             RuleId::kTargetFolder, place, "'" + target + "' is a folder");
+            CheckFolderMode(item, target);
+        }
+        ReportTarget(state, file, place);
+    }
+
+    /// The folder gets the mode that was meant for the file.
+    void CheckFolderMode(const CopyItem& item, const std::string& target)
+    {
+        const std::string& mode = item.Text("Permissions");
+        const bool isOctal =
+            format::IsMode(mode) && mode.find_first_not_of("01234567 \t") == std::string::npos;
+        constexpr unsigned long kEnter = 0111;
+        if (isOctal && (std::stoul(mode, nullptr, 8) & kEnter) != kEnter) {
+            m_findings.Add(RuleId::kTargetFolderMode, item.At("Permissions"),
+                           "'" + target + "' gets mode " + mode);
+        }
+    }
+
+    void ReportTarget(TargetState state, const std::string& target, const Place& place)
+    {
+        if (state == TargetState::kBelowFile || state == TargetState::kFolder) {
+            m_findings.AddAs(m_failure, RuleId::kTargetBelowFile, place,
+                             "'" + target + "' is, or lies below, what is something else by then");
+        } else if (state == TargetState::kTwice) {
+            m_findings.Add(RuleId::kTargetTwice, place, "'" + target + "' is written twice");
+        }
+    }
+
+    // ---- copy folder ----
+
+    void CheckFolderItem(const CopyItem& item)
+    {
+        m_usedFolders.insert(item.folder);
+        const std::string& target = item.Text("DestinationPath");
+        const Place place = item.At("DestinationPath");
+        const bool isUsable = CheckTarget(target, "/", place);
+        if (isUsable && io::PlainPath(target) == "/") {
+            m_findings.Add(RuleId::kTargetWhole, place, "is the root folder");
+        }
+        const archive::PackageEntry* found = m_package.Find(item.folder);
+        if (found != nullptr && found->kind == archive::PackageEntry::Kind::kLink) {
+            found = archive::FollowLink(m_package, *found).entry;
+        }
+        if (found == nullptr || found->kind != archive::PackageEntry::Kind::kFolder) {
+            m_findings.Add(RuleId::kPayloadFolder, item.At("SourcePath"),
+                           "there is no folder '" + item.folder + "' in the package");
+            return;
+        }
+        if (isUsable && !m_targets.AddFolder(target)) {
+            ReportTarget(TargetState::kBelowFile, target, place);
+            return;
+        }
+        const std::string prefix = item.folder + "/";
+        std::size_t count = 0;
+        for (auto entry = FirstIn(prefix); entry != m_package.Entries().end() &&
+                                           entry->name.compare(0, prefix.size(), prefix) == 0;
+             ++entry) {
+            ++count;
+            CheckFolderEntry(
+                *entry, isUsable ? target + "/" + entry->name.substr(prefix.size()) : "", place);
+        }
+        if (count == 0) {
+            m_findings.Add(RuleId::kPayloadEmpty, item.At("SourcePath"),
+                           "the folder '" + item.folder + "' is empty");
+        }
+    }
+
+    void CheckFolderEntry(const archive::PackageEntry& entry, const std::string& target,
+                          const Place& place)
+    {
+        if (const std::string changed = format::ChangedInDoubleQuotes(entry.name);
+            !changed.empty()) {
+            m_findings.Add(RuleId::kSourceShell, Place::Entry(entry.name), "holds " + changed);
+        }
+        if (entry.kind == archive::PackageEntry::Kind::kFolder) {
+            if (!target.empty() && !m_targets.AddFolder(target)) {
+                ReportTarget(TargetState::kBelowFile, io::PlainPath(target), place);
+            }
+            return;
+        }
+        if (entry.kind == archive::PackageEntry::Kind::kLink) {
+            const archive::PackageEntry* const end = archive::FollowLink(m_package, entry).entry;
+            if (end == nullptr || io::IsIn(entry.name, end->name)) {
+                m_findings.AddAs(m_failure, RuleId::kPayloadLink, Place::Entry(entry.name),
+                                 end == nullptr ? "is a link that leads to nothing in the package"
+                                                : "is a link to a folder that it lies in");
+                return;
+            }
+        }
+        CheckCommand("cp -f \"" + m_unpacked + entry.name + "\" \"" + target + "\" ",
+                     Place::Entry(entry.name), m_failure, m_findings);
+        if (!target.empty()) {
+            ReportTarget(m_targets.AddFile(target), io::PlainPath(target), place);
+        }
+    }
+
+    // ---- targets of both ----
+
+    /// @param behind  what stands behind the target in the commands
+    /// @return false when the target says nothing about where things arrive
+    bool CheckTarget(const std::string& target, const char* behind, const Place& place)
+    {
+        if (target.empty()) {
+            m_findings.AddAs(m_failure, RuleId::kTargetEmpty, place, "is empty");
+            return false;
+        }
+        if (const std::string changed = format::ChangedInDoubleQuotes(target + behind);
+            !changed.empty()) {
+            m_findings.Add(RuleId::kTargetShell, place, "holds " + changed);
+        }
+        if (target.find_first_of(":\\") != std::string::npos) {
+            m_findings.Add(RuleId::kTargetSeparator, place, "holds ':' or '\\'");
+        }
+        if (target.find_first_of("\r\n") != std::string::npos ||
+            target.find('\0') != std::string::npos) {
+            m_findings.AddAs(target.find('\0') != std::string::npos ? Severity::kError
+                                                                    : Severity::kWarning,
+                             RuleId::kTargetLine, place, "holds a line break or a zero byte");
+        }
+        if (target.front() != '/') {
+            m_findings.Add(RuleId::kTargetRelative, place, "'" + target + "' is no full path");
+            return false;
+        }
+        CheckTargetFolder(target, place);
+        return true;
+    }
+
+    void CheckTargetFolder(const std::string& target, const Place& place)
+    {
+        constexpr std::size_t kLongestPart = 255;
+        constexpr std::size_t kLongestPath = 4000;
+        const std::string plain = io::PlainPath(target);
+        std::size_t begin = 1;
+        bool isLong = target.size() > kLongestPath;
+        while (begin <= plain.size()) {
+            const std::size_t end = std::min(plain.find('/', begin), plain.size());
+            isLong = isLong || end - begin > kLongestPart;
+            begin = end + 1;
+        }
+        if (isLong) {
+            m_findings.AddAs(m_failure, RuleId::kTargetLong, place,
+                             "is longer than a name on the panel may be");
+        }
+        if (io::IsIn(plain, kRegistry)) {
+            m_findings.Add(RuleId::kTargetRegistry, place, "lies in the registry of packages");
+        }
+        for (const char* const folder : {"/dev", "/mnt/usb", "/proc", "/run", "/sys", "/tmp"}) {
+            if (io::IsIn(plain, folder)) {
+                m_findings.Add(RuleId::kTargetLost, place, std::string("lies in '") + folder + "'");
+            }
+        }
+    }
+
+    // ---- what no step uses ----
+
+    void ReportUnused()
+    {
+        for (const archive::PackageEntry& entry : m_package.Entries()) {
+            if (entry.kind == archive::PackageEntry::Kind::kFolder ||
+                entry.name == archive::kDescriptionName || entry.name == archive::kUpdaterName ||
+                IsUsed(entry.name)) {
+                continue;
+            }
+            m_findings.Add(RuleId::kPayloadUnused, Place::Entry(entry.name), "no step uses it");
+        }
+    }
+
+    [[nodiscard]] bool IsUsed(const std::string& name) const
+    {
+        const std::size_t first = name.find('/');
+        const std::size_t second = first == std::string::npos ? first : name.find('/', first + 1);
+        return m_usedFiles.count(name) != 0 || m_unclear.count(name.substr(0, first)) != 0 ||
+               (second != std::string::npos && m_usedFolders.count(name.substr(0, second)) != 0);
+    }
+
+    const archive::Package& m_package;
+    std::string m_unpacked; ///< where the package lies when its commands run, as a rule
+    Findings& m_findings;
+    Severity m_failure = Severity::kError; ///< of what makes the present step fail
+    Targets m_targets;
+    std::set<std::string> m_usedFiles;
+    std::set<std::string> m_usedFolders; ///< "2/0"
+    std::set<std::string> m_unclear;     ///< steps that cannot be understood
+};
+
+bool IsDesktopFile(const std::string& name)
+{
+    const std::size_t slash = name.rfind('/');
+    const std::string last = name.substr(slash == std::string::npos ? 0 : slash + 1);
+    return last == ".DS_Store" || last == "Thumbs.db" || last == "desktop.ini" ||
+           last.compare(0, 2, "._") == 0 || io::IsIn(name, "__MACOSX");
+}
+
+} // namespace
+
+void CheckSteps(const format::JsonNode& root, const archive::Package& package,
+                const std::string& recordName, Findings& findings)
+{
+    StepCheck(package, recordName, findings).Check(root);
+}
+
+void CheckEntries(const archive::Package& package, Findings& findings)
+{
+    for (const archive::PackageEntry& entry : package.Entries()) {
+        if (entry.kind == archive::PackageEntry::Kind::kLink) {
+            findings.Add(RuleId::kEntryLink, Place::Entry(entry.name),
+                         "is a link to '" + archive::FollowLink(package, entry).target + "'");
+        } else if (entry.kind == archive::PackageEntry::Kind::kFile && IsDesktopFile(entry.name)) {
+            findings.Add(RuleId::kPathDesktop, Place::Entry(entry.name),
+                         "is a file of a desktop system");
+        } else if (entry.kind == archive::PackageEntry::Kind::kOther) {
+            findings.Add(RuleId::kEntryLink, Place::Entry(entry.name),
+                         "is neither file nor folder");
+        }
+    }
+}
+
+} // namespace kx::checks

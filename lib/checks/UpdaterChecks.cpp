@@ -1,0 +1,101 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "checks/UpdaterChecks.h"
+
+#include "checks/NameChecks.h"
+
+#include <algorithm>
+#include <string>
+
+namespace kx::checks
+{
+
+namespace
+{
+
+/// The head of a program and as much of its table of segments as usual programs have.
+constexpr std::uint64_t kHeadSize = 4096;
+
+/// Returns the number of @p count bytes at @p at.
+std::uint64_t NumberAt(std::string_view bytes, std::size_t at, std::size_t count, bool isBigEndian)
+{
+    std::uint64_t number = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t place = at + (isBigEndian ? i : count - 1 - i);
+        number =
+            number << 8 | (place < bytes.size() ? static_cast<unsigned char>(bytes[place]) : 0U);
+    }
+    return number;
+}
+
+/// Returns how large a program's file must be to hold all that is loaded of it.
+std::uint64_t NeededSize(std::string_view bytes, const format::ProgramHead& head)
+{
+    const bool is64 = head.is64Bit;
+    const auto number = [&](std::size_t at, std::size_t count) {
+        return NumberAt(bytes, at, count, head.isBigEndian);
+    };
+    const std::size_t word = is64 ? 8 : 4;
+    const std::uint64_t table = number(is64 ? 32 : 28, word);
+    const auto entrySize = static_cast<std::size_t>(number(is64 ? 54 : 42, 2));
+    const auto count = static_cast<std::size_t>(number(is64 ? 56 : 44, 2));
+    std::uint64_t needed = table + entrySize * count;
+    for (std::size_t i = 0; i < count && table < kHeadSize; ++i) {
+        const std::size_t at = static_cast<std::size_t>(table) + i * entrySize;
+        constexpr std::uint64_t kLoaded = 1;
+        constexpr std::uint64_t kLargest = std::uint64_t{1} << 60;
+        if (at + entrySize <= bytes.size() && number(at, 4) == kLoaded) {
+            const std::uint64_t offset = number(at + (is64 ? 8 : 4), word);
+            const std::uint64_t size = number(at + (is64 ? 32 : 16), word);
+            needed = std::max(needed, std::min(offset, kLargest) + std::min(size, kLargest));
+        }
+    }
+    return needed;
+}
+
+void CheckProgram(const std::string& bytes, std::uint64_t size, const format::Processor* processor,
+                  Findings& findings)
+{
+    const Place place = Place::Entry(archive::kUpdaterName);
+    const std::optional<format::ProgramHead> head = format::ReadProgramHead(bytes);
+    if (!head.has_value()) {
+        const bool isScript = bytes.compare(0, 2, "#!") == 0;
+        findings.Add(isScript ? RuleId::kUpdaterScript : RuleId::kUpdaterProgram, place,
+                     isScript ? "is a script" : "is no program");
+        return;
+    }
+    if (NeededSize(bytes, *head) > size) {
+        findings.Add(RuleId::kUpdaterCut, place, "ends before the program does");
+    }
+    if (processor != nullptr && !head->IsFor(*processor)) {
+        findings.Add(RuleId::kUpdaterProcessor, place,
+                     "is for " + head->ProcessorName() + ", not for " + processor->name);
+    }
+}
+
+} // namespace
+
+void CheckUpdater(const archive::Package& package, const format::Processor* processor,
+                  Findings& findings)
+{
+    if (findings.HasErrorAt(archive::kUpdaterName)) {
+        return; // it does not even arrive; what follows from that is not told besides
+    }
+    const archive::PackageEntry* const entry = package.Find(archive::kUpdaterName);
+    if (entry == nullptr || entry->kind == archive::PackageEntry::Kind::kFolder) {
+        // A folder is installed by whoever starts an updater on it.
+        findings.AddAs(package.IsArchive() ? Severity::kError : Severity::kWarning,
+                       RuleId::kUpdaterMissing, Place::Whole(),
+                       MissingText(package, archive::kUpdaterName));
+        return;
+    }
+    constexpr unsigned kExecute = 0100;
+    if (entry->kind == archive::PackageEntry::Kind::kFile && (entry->mode & kExecute) == 0) {
+        findings.AddAs(package.IsArchive() ? Severity::kError : Severity::kWarning,
+                       RuleId::kUpdaterMode, Place::Entry(archive::kUpdaterName),
+                       "is not executable");
+    }
+    CheckProgram(package.Read(archive::kUpdaterName, kHeadSize), entry->size, processor, findings);
+}
+
+} // namespace kx::checks

@@ -1,0 +1,75 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "format/Description.h"
+
+#include "io/Error.h"
+#include "osa/OSA.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace kx::format
+{
+
+namespace
+{
+
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
+
+} // namespace
+
+bool Description::HasByteOrderMark() const
+{
+    return std::string_view(bytes).substr(0, kByteOrderMark.size()) == kByteOrderMark;
+}
+
+Description ReadDescription(const archive::Package& package)
+{
+    const archive::PackageEntry* const entry = package.Find(archive::kDescriptionName);
+    if (entry == nullptr || entry->kind == archive::PackageEntry::Kind::kFolder) {
+        throw io::Error(io::ExitCode::kNoAccess, package.Path(),
+                        std::string("there is no ") + archive::kDescriptionName +
+                            " at its top level",
+                        "a package is packed from inside its folder");
+    }
+    Description description =
+        ParseDescription(package.Read(archive::kDescriptionName, kLargestDescription + 1));
+    if (description.bytes.size() > kLargestDescription) {
+        throw io::Error(io::ExitCode::kNoAccess, package.Path() + ":" + archive::kDescriptionName,
+                        "is larger than 256 MiB");
+    }
+    return description;
+}
+
+Description ParseDescription(std::string bytes)
+{
+    Description description;
+    description.bytes = std::move(bytes);
+    // The updater skips the first three bytes, whatever they are, and stops at a zero byte.
+    if (description.bytes.size() > kByteOrderMark.size()) {
+        description.text = description.bytes.substr(kByteOrderMark.size());
+        description.text.resize(std::min(description.text.find('\0'), description.text.size()));
+    }
+    try {
+        description.root = ParseJson(description.text, description.end);
+    } catch (const JsonError& error) {
+        description.error = error;
+    }
+    return description;
+}
+
+std::string RecordName(const std::string& path)
+{
+    // What the window unpacks Foo.kx-update to is Foo.temp, and the record is named after that.
+    const std::string extension = OSA_GetExt(path.c_str());
+    const std::string folder =
+        extension == archive::kPackageExtension ? OSA_TrimExt(path.c_str()) + ".temp" : path;
+    std::string name = OSA_GetFilenameExt(folder.c_str());
+    constexpr std::size_t kSuffixLength = 5;
+    if (name.find(".temp") != std::string::npos) {
+        name.resize(name.size() - kSuffixLength);
+    }
+    return name;
+}
+
+} // namespace kx::format

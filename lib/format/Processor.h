@@ -1,0 +1,53 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kx::format
+{
+
+/// A kind of processor that programs are made for.
+struct Processor {
+    const char* name;                 ///< "aarch64"
+    unsigned machine;                 ///< e_machine in the head of a program
+    bool is64Bit;                     ///< class in the head of a program
+    std::vector<std::string> aliases; ///< other words for it, those of `uname -m` among them
+};
+
+/// All processors that are known.
+[[nodiscard]] const std::vector<Processor>& Processors();
+
+/// Returns their names.
+[[nodiscard]] std::vector<std::string> ProcessorNames();
+
+/// Finds a processor by its name or another word for it; null when there is none.
+[[nodiscard]] const Processor* FindProcessor(std::string_view word);
+
+/// Returns this machine's processor, or null when it is none of them.
+[[nodiscard]] const Processor* NativeProcessor();
+
+/// What the head of a program tells.
+struct ProgramHead {
+    unsigned machine = 0;
+    bool is64Bit = false;
+    bool isBigEndian = false;
+
+    /// Tells whether the processor can run the program.
+    [[nodiscard]] bool IsFor(const Processor& processor) const;
+
+    /// Returns the name of the processor that the program is for, "another processor" when it is
+    /// none of the known ones.
+    [[nodiscard]] std::string ProcessorName() const;
+};
+
+/// How many bytes ReadProgramHead needs.
+constexpr std::size_t kProgramHeadSize = 20;
+
+/// Reads the first bytes of a program; nothing when they are none of an ELF program.
+[[nodiscard]] std::optional<ProgramHead> ReadProgramHead(std::string_view bytes);
+
+} // namespace kx::format

@@ -1,0 +1,264 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "format/Summary.h"
+
+#include "format/Description.h"
+#include "format/Kinds.h"
+#include "io/Error.h"
+#include "model/DB_Fields.h"
+#include "osa/OSA.h"
+
+#include <algorithm>
+#include <set>
+
+namespace kx::format
+{
+
+namespace
+{
+
+constexpr const char* kRegistryRoot = "/var/lib/KxUserPackages/";
+
+bool FlagOf(const JsonNode& node, const char* key)
+{
+    const JsonNode* const member = node.Member(key);
+    return member != nullptr && member->flag;
+}
+
+/// Returns an object that stands in an object; one without members when there is none.
+const JsonNode& ChildOf(const JsonNode& node, const char* key)
+{
+    static const JsonNode kNone;
+    const JsonNode* const member = node.Member(key);
+    return member != nullptr ? *member : kNone;
+}
+
+const std::vector<JsonNode>& ElementsOf(const JsonNode& node, const char* key)
+{
+    return ChildOf(ChildOf(node, key), kValuesKey).elements;
+}
+
+/// Texts, each once, in the order in which they came.
+class OnceList
+{
+public:
+    void Append(const std::string& text)
+    {
+        if (m_known.insert(text).second) {
+            m_texts.push_back(text);
+        }
+    }
+
+    [[nodiscard]] std::vector<std::string> Take() { return std::move(m_texts); }
+
+private:
+    std::set<std::string> m_known;
+    std::vector<std::string> m_texts;
+};
+
+/// The order in which the updater meets the files of a folder in the C locale: by name in every
+/// folder, what is in a folder right behind it.
+bool IsMetBefore(const archive::PackageEntry* one, const archive::PackageEntry* other)
+{
+    const auto rank = [](char c) {
+        return c == '/' ? 0U : static_cast<unsigned>(static_cast<unsigned char>(c));
+    };
+    return std::lexicographical_compare(
+        one->name.begin(), one->name.end(), other->name.begin(), other->name.end(),
+        [rank](char first, char second) { return rank(first) < rank(second); });
+}
+
+/// Returns everything below a folder of the package, in that order.
+std::vector<const archive::PackageEntry*> EntriesBelow(const archive::Package& package,
+                                                       const std::string& prefix)
+{
+    const std::vector<archive::PackageEntry>& entries = package.Entries();
+    auto place = std::lower_bound(entries.begin(), entries.end(), prefix,
+                                  [](const archive::PackageEntry& entry,
+                                     const std::string& wanted) { return entry.name < wanted; });
+    std::vector<const archive::PackageEntry*> below;
+    for (; place != entries.end() && place->name.compare(0, prefix.size(), prefix) == 0; ++place) {
+        below.push_back(&*place);
+    }
+    std::sort(below.begin(), below.end(), IsMetBefore);
+    return below;
+}
+
+class Summarizer
+{
+public:
+    explicit Summarizer(const archive::Package& package) : m_package(package) {}
+
+    Summary Run(const JsonNode& root)
+    {
+        m_summary.recordName = RecordName(m_package.Path());
+        m_summary.title = root.TextOf("Title");
+        m_summary.version = root.TextOf("PackageVersion");
+        m_summary.comment = root.TextOf("Comment");
+        m_summary.model = root.TextOf("ModelName");
+        m_summary.osVersion = root.TextOf("OsVersion");
+        m_summary.date = root.TextOf("Date");
+        LookAtUpdater();
+        for (const JsonNode& step : ElementsOf(root, "DB_StepSets")) {
+            AddStep(step);
+        }
+        RecordThePackage();
+        m_summary.recordedFolders = m_folders.Take();
+        m_summary.recordedFiles = m_files.Take();
+        return std::move(m_summary);
+    }
+
+private:
+    void LookAtUpdater()
+    {
+        const archive::PackageEntry* const entry = m_package.Find(archive::kUpdaterName);
+        if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
+            return;
+        }
+        constexpr unsigned kOwnerExecutes = 0100;
+        m_summary.updater = {
+            entry->size, (entry->mode & kOwnerExecutes) != 0,
+            ReadProgramHead(m_package.Read(archive::kUpdaterName, kProgramHeadSize))};
+    }
+
+    void AddStep(const JsonNode& node)
+    {
+        SummaryStep step;
+        step.id = node.TextOf("SS_StepSetId");
+        step.comment = node.TextOf("Comment");
+        step.canSkip = FlagOf(node, "CanSkip");
+        const StepKind* const kind = FindKind(StepKinds(), &StepKind::id, step.id);
+        if (kind != nullptr) {
+            step.kind = kind->name;
+        }
+        if (kind == &kCopyFilesKind || kind == &kCopyFolderKind) {
+            step.isRecorded = FlagOf(node, "IsRemove");
+            AddItems(ElementsOf(node, "PathSetDatas"), *kind, step);
+        } else if (kind == &kScriptKind) {
+            step.install = ChildOf(node, "InstallScriptFunctionData").TextOf("ScriptData");
+            step.uninstall = ChildOf(node, "UninstallScriptFunctionData").TextOf("ScriptData");
+        } else if (kind == &kSettingsKind) {
+            const JsonNode& data = ChildOf(node, "HardSettingDatas");
+            for (const JsonNode& config : ElementsOf(data, "DB_HardwareConfigs")) {
+                step.settings.push_back(SettingOf(config));
+            }
+        }
+        m_summary.steps.push_back(std::move(step));
+    }
+
+    void AddItems(const std::vector<JsonNode>& nodes, const StepKind& kind, SummaryStep& step)
+    {
+        for (std::size_t i = 0; i < nodes.size(); ++i) {
+            SummaryItem item;
+            item.source = nodes[i].TextOf("SourcePath");
+            item.target = nodes[i].TextOf("DestinationPath");
+            const std::string prefix =
+                std::to_string(m_summary.steps.size()) + "/" + std::to_string(i) + "/";
+            if (&kind == &kCopyFilesKind) {
+                item.mode = nodes[i].TextOf("Permissions");
+                AddFile(prefix + OSA_GetFilenameExt(item.source.c_str()), step.isRecorded, item);
+            } else {
+                AddFolder(prefix, step.isRecorded, item);
+            }
+            m_summary.files += item.files;
+            m_summary.size += item.size;
+            step.items.push_back(std::move(item));
+        }
+    }
+
+    void AddFile(const std::string& name, bool isRecorded, SummaryItem& item)
+    {
+        const archive::PackageEntry* const entry = m_package.Find(name);
+        item.isMissing = entry == nullptr || entry->kind == archive::PackageEntry::Kind::kFolder;
+        if (!item.isMissing) {
+            item.files = 1;
+            item.size = entry->size;
+        }
+        if (!isRecorded) {
+            return;
+        }
+        const std::string& target = item.target;
+        const std::string folder = target.substr(
+            0, target.size() - std::string(OSA_GetFilenameExt(target.c_str())).size());
+        if (!folder.empty() && folder != "/") {
+            m_folders.Append(folder);
+        }
+        const bool isIntoFolder = !target.empty() && target.back() == '/';
+        m_files.Append(isIntoFolder ? target + OSA_GetFilenameExt(name.c_str()) : target);
+    }
+
+    void AddFolder(const std::string& prefix, bool isRecorded, SummaryItem& item)
+    {
+        item.isMissing = m_package.Find(prefix.substr(0, prefix.size() - 1)) == nullptr;
+        const std::string target = item.target == "/" ? "" : item.target;
+        if (isRecorded && !target.empty()) {
+            m_folders.Append(target);
+        }
+        const std::string below = OSA_AddDirMark(target.empty() ? "/" : target.c_str());
+        for (const archive::PackageEntry* const entry : EntriesBelow(m_package, prefix)) {
+            const bool isFolder = entry->kind == archive::PackageEntry::Kind::kFolder;
+            if (!isFolder) {
+                ++item.files;
+                item.size += entry->size;
+            }
+            if (isRecorded) {
+                (isFolder ? m_folders : m_files).Append(below + entry->name.substr(prefix.size()));
+            }
+        }
+    }
+
+    static SummarySetting SettingOf(const JsonNode& node)
+    {
+        SummarySetting setting;
+        setting.id = node.TextOf("ConfigId");
+        setting.isUsed = FlagOf(node, "IsUsed");
+        const SettingKind* const kind = FindKind(SettingKinds(), &SettingKind::id, setting.id);
+        if (kind != nullptr) {
+            setting.kind = kind->name;
+        }
+        for (const JsonNode& item : ElementsOf(node, "HardwareItems")) {
+            const std::string& name = item.TextOf("ItemName");
+            setting.items.emplace_back(name, IsSecret(name) ? kMasked : item.TextOf("Value"));
+        }
+        return setting;
+    }
+
+    void RecordThePackage()
+    {
+        const std::string folder = kRegistryRoot + m_summary.recordName;
+        m_folders.Append(folder);
+        m_files.Append(folder + "/" + archive::kDescriptionName);
+        m_files.Append(folder + "/installedFile.list");
+    }
+
+    const archive::Package& m_package;
+    Summary m_summary;
+    OnceList m_folders;
+    OnceList m_files;
+};
+
+} // namespace
+
+Summary Summarize(const archive::Package& package)
+{
+    const Description description = ReadDescription(package);
+    const auto place = [&package](const TextPlace& at) {
+        return package.Path() + ":" + archive::kDescriptionName + ":" + std::to_string(at.line) +
+               ":" + std::to_string(at.column);
+    };
+    if (!description.root.has_value()) {
+        throw io::Error(
+            io::ExitCode::kProblems, place(description.error.place), description.error.what,
+            description.HasByteOrderMark() ? ""
+                                           : "the description must begin with a UTF-8 byte "
+                                             "order mark");
+    }
+    if (!description.root->IsObject()) {
+        throw io::Error(io::ExitCode::kProblems, place(description.root->place),
+                        std::string("is no object but ") + description.root->KindName(),
+                        "begin with { and the \"$type\" of the project");
+    }
+    return Summarizer(package).Run(*description.root);
+}
+
+} // namespace kx::format

@@ -1,0 +1,31 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "io/Error.h"
+
+#include <system_error>
+#include <utility>
+
+namespace kx::io
+{
+
+Error::Error(ExitCode code, std::string place, const std::string& what, std::string remedy)
+    : std::runtime_error(what), m_code(code), m_place(std::move(place)), m_remedy(std::move(remedy))
+{
+}
+
+std::string Error::Line() const
+{
+    std::string line = m_place.empty() ? what() : m_place + ": " + what();
+    if (!m_remedy.empty()) {
+        line += "; " + m_remedy;
+    }
+    return line;
+}
+
+Error AccessError(const std::string& path, const std::string& doing, int number)
+{
+    const std::string why = std::generic_category().message(number);
+    return {ExitCode::kNoAccess, path, "cannot " + doing + ": " + why};
+}
+
+} // namespace kx::io

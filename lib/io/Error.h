@@ -1,0 +1,44 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace kx::io
+{
+
+/// The exit codes of every command.
+enum class ExitCode : int {
+    kFine = 0,     ///< done, and nothing is wrong
+    kProblems = 1, ///< done, and something is wrong with what was looked at
+    kWrongUse = 2, ///< the command line cannot be followed
+    kNoAccess = 3, ///< something could not be read or written
+};
+
+/// Why a command could not do its work: what, where, and what to do about it.
+class Error : public std::runtime_error
+{
+public:
+    /// @param place   a file, with line and column where known ("package.toml:3:1"), or empty
+    /// @param what    what is wrong, a sentence's beginning without capital and full stop
+    /// @param remedy  what to do about it, likewise, or empty
+    Error(ExitCode code, std::string place, const std::string& what, std::string remedy = {});
+
+    [[nodiscard]] ExitCode Code() const { return m_code; }
+    [[nodiscard]] const std::string& Place() const { return m_place; }
+    [[nodiscard]] const std::string& Remedy() const { return m_remedy; }
+
+    /// Returns "place: what; remedy", without the parts that are empty.
+    [[nodiscard]] std::string Line() const;
+
+private:
+    ExitCode m_code;
+    std::string m_place;
+    std::string m_remedy;
+};
+
+/// Makes the error of a system call that failed: its text is that of @p number (an errno).
+[[nodiscard]] Error AccessError(const std::string& path, const std::string& doing, int number);
+
+} // namespace kx::io

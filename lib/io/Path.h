@@ -1,0 +1,18 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+namespace kx::io
+{
+
+// Paths as texts; nothing is looked at.
+
+/// Returns a full path without doubled marks, "." and "..", and without a mark at its end.
+[[nodiscard]] std::string PlainPath(const std::string& path);
+
+/// Tells whether a path is @p folder or lies below it; both plain.
+[[nodiscard]] bool IsIn(const std::string& path, const std::string& folder);
+
+} // namespace kx::io

@@ -1,0 +1,96 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "registry/Comparison.h"
+
+#include "io/Error.h"
+#include "io/Nearest.h"
+
+#include <algorithm>
+
+namespace kx::registry
+{
+
+namespace
+{
+
+using Kind = io::PanelRoot::Kind;
+
+/// How many names an error lists.
+constexpr std::size_t kMostListedNames = 20;
+
+/// Says why no folder in the registry can have the name, or nothing.
+const char* WhyNoName(const std::string& name)
+{
+    if (name.empty()) {
+        return "the name is empty";
+    }
+    if (name == "." || name == "..") {
+        return "is no name of a record";
+    }
+    if (name.find('/') != std::string::npos) {
+        return "is no name of a record: it has a '/'";
+    }
+    return nullptr;
+}
+
+std::string RemedyFor(const std::string& name, const std::vector<std::string>& known)
+{
+    if (known.empty()) {
+        return "no packages are recorded";
+    }
+    if (known.size() > kMostListedNames && io::Nearest(name, known).empty()) {
+        return "kx-package installed tells what there is";
+    }
+    return io::NearestRemedy(name, known);
+}
+
+void RefuseUnknownName(const io::PanelRoot& root, const std::string& name)
+{
+    if (const char* const why = WhyNoName(name); why != nullptr) {
+        throw io::Error(io::ExitCode::kWrongUse, name, why,
+                        "kx-package installed tells what there is");
+    }
+    const std::vector<std::string> known = RegistryNames(root);
+    if (std::find(known.begin(), known.end(), name) == known.end()) {
+        throw io::Error(io::ExitCode::kWrongUse, name,
+                        "there is no record of that name in " + root.Shown(kRegistryPath),
+                        RemedyFor(name, known));
+    }
+}
+
+/// Adds one entry to what is known of its kind.
+void Count(const ListEntry& entry, const io::PanelRoot::Place& place, Comparison& comparison)
+{
+    Tally& tally = entry.isFolder ? comparison.folders : comparison.files;
+    if (place.kind == (entry.isFolder ? Kind::kFolder : Kind::kFile)) {
+        ++tally.present;
+        return;
+    }
+    ++(place.kind == Kind::kMissing   ? tally.missing
+       : place.kind == Kind::kUnknown ? tally.unknown
+                                      : tally.otherKind);
+    if (comparison.deviations.size() == kMostDeviations) {
+        ++comparison.omitted;
+        return;
+    }
+    comparison.deviations.push_back({entry, place});
+}
+
+} // namespace
+
+bool Comparison::HasProblems() const
+{
+    return !record.problems.empty() || Missing() != 0 || OtherKind() != 0;
+}
+
+Comparison CompareRecord(const io::PanelRoot& root, const std::string& name)
+{
+    RefuseUnknownName(root, name);
+    Comparison comparison;
+    comparison.record = ReadRecord(root, name, [&](const ListEntry& entry) {
+        Count(entry, root.Look(entry.path), comparison);
+    });
+    return comparison;
+}
+
+} // namespace kx::registry

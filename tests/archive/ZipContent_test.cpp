@@ -1,0 +1,119 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "archive/ZipContent.h"
+#include "archive/ZipOf.h"
+
+#include <gtest/gtest.h>
+
+#include <zlib.h>
+
+namespace kx::archive
+{
+
+namespace
+{
+
+std::string Deflated(const std::string& text)
+{
+    z_stream stream{};
+    EXPECT_EQ(deflateInit2(&stream, 9, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY), Z_OK);
+    std::string packed(deflateBound(&stream, text.size()), '\0');
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+    stream.avail_in = static_cast<uInt>(text.size());
+    stream.next_out = reinterpret_cast<Bytef*>(packed.data());
+    stream.avail_out = static_cast<uInt>(packed.size());
+    EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+    packed.resize(stream.total_out);
+    deflateEnd(&stream);
+    return packed;
+}
+
+/// Reads the one entry of an archive.
+ContentResult Read(const std::string& zip, std::string* text = nullptr,
+                   std::uint64_t limit = 1 << 30)
+{
+    const MemoryBytes bytes(zip);
+    const ZipStructure structure = ReadZipStructure(bytes);
+    return ReadContent(bytes, structure.members.at(0), limit, [text](std::string_view piece) {
+        if (text != nullptr) {
+            text->append(piece);
+        }
+        return true;
+    });
+}
+
+ZipPart DeflatedPart(const std::string& text)
+{
+    ZipPart part{"a", text};
+    part.method = 8;
+    part.packed = Deflated(text);
+    return part;
+}
+
+TEST(ReadContent, GivesWhatWasPacked)
+{
+    const std::string text = std::string(1000000, 'x') + "end";
+    std::string read;
+
+    EXPECT_EQ(Read(ZipOf({DeflatedPart(text)}), &read).state, ContentState::kFine);
+    EXPECT_EQ(read, text);
+
+    read.clear();
+    EXPECT_EQ(Read(ZipOf({{"a", text}}), &read).state, ContentState::kFine);
+    EXPECT_EQ(read, text);
+    EXPECT_EQ(Read(ZipOf({{"a", ""}})).state, ContentState::kFine);
+}
+
+TEST(ReadContent, FindsDamagedBytes)
+{
+    std::string zip = ZipOf({DeflatedPart(std::string(1000, 'x') + "end")});
+    zip[31] = '\x07';
+    EXPECT_EQ(Read(zip).state, ContentState::kDamaged);
+
+    ZipPart cut = DeflatedPart("some text that is long enough");
+    cut.packed.resize(cut.packed.size() - 3);
+    EXPECT_EQ(Read(ZipOf({cut})).state, ContentState::kDamaged);
+}
+
+TEST(ReadContent, FindsAWrongSumAndAWrongSize)
+{
+    std::string zip = ZipOf({{"a", "text"}});
+    Patch(zip, kLocal, 14, "none");
+    EXPECT_EQ(Read(zip).state, ContentState::kWrongCrc);
+
+    zip = ZipOf({DeflatedPart("text")});
+    Patch(zip, kLocal, 22, "\5");
+    EXPECT_EQ(Read(zip).state, ContentState::kWrongSize);
+}
+
+TEST(ReadContent, StopsAtItsLimit)
+{
+    // NOLINTNEXTLINE(bugprone-string-constructor): as large as meant
+    const std::string zeros(10000000, '\0');
+    const ContentResult result = Read(ZipOf({DeflatedPart(zeros)}), nullptr, 1000000);
+
+    EXPECT_EQ(result.state, ContentState::kTooLarge);
+    EXPECT_LT(result.size, 1000000U + (1U << 18) + 1);
+}
+
+TEST(ReadContent, DoesNotGuessAtUnknownMethods)
+{
+    ZipPart part{"a", "text"};
+    part.method = 14;
+
+    EXPECT_EQ(Read(ZipOf({part})).state, ContentState::kUnsupported);
+    EXPECT_FALSE(IsReadableMethod(14));
+}
+
+TEST(ReadContent, BelievesTheDirectoryWhenTheSizesFollowTheContent)
+{
+    std::string zip = ZipOf({{"a", "text"}});
+    Patch(zip, kLocal, 6, Bytes(kZipDescriptor, 2));
+    Patch(zip, kLocal, 14, Bytes(0, 12));
+
+    EXPECT_EQ(Read(zip).state, ContentState::kFine);
+}
+
+} // namespace
+
+} // namespace kx::archive

@@ -1,0 +1,154 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "checks/Recipe.h"
+
+#include "checks/Checker.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include <unistd.h>
+
+namespace kx::checks
+{
+
+namespace
+{
+
+constexpr const char* kDescription = R"({
+"$type": "Zt.Plugins.DB_KxUserProject, Plexa",
+"ModelName": "TP", "OsVersion": "2", "PackageVersion": "1", "Title": "Hello", "Comment": "c",
+"Date": "d",
+"DB_StepSets": {"$type": "Zt.Plugins.DB_StepSets, Plexa", "$values": [
+ {"$type": "Zt.Plugins.DB_CopyStepSet, Plexa",
+  "SS_StepSetId": "Zt.Plugins.SS_CopyFileStepSet,  Plexa", "Comment": "", "CanSkip": false,
+  "IsRelativePath": true, "IsRemove": true,
+  "PathSetDatas": {"$type": "Zt.Plugins.DB_CopyFunctionDatas, Plexa", "$values": [
+   {"$type": "Zt.Plugins.DB_CopyFunctionData, Plexa",
+    "SourcePath": "bin/hello", "DestinationPath": "/opt/hello", "Permissions": "755"}]}},
+ {"$type": "Zt.Plugins.DB_CopyStepSet, Plexa",
+  "SS_StepSetId": "Zt.Plugins.SS_CopyFolderStepSet,  Plexa", "Comment": "", "CanSkip": false,
+  "IsRelativePath": true, "IsRemove": true,
+  "PathSetDatas": {"$type": "Zt.Plugins.DB_CopyFunctionDatas, Plexa", "$values": [
+   {"$type": "Zt.Plugins.DB_CopyFunctionData, Plexa",
+    "SourcePath": "share", "DestinationPath": "/opt/share", "Permissions": ""}]}},
+ {"$type": "Zt.Plugins.DB_ScriptStepSet, Plexa",
+  "SS_StepSetId": "Zt.Plugins.SS_ScriptStepSet,  Plexa", "Comment": "", "CanSkip": false,
+  "InstallScriptFunctionData": {"$type": "Zt.Plugins.DB_ScriptFunctionData, Plexa",
+   "ScriptData": "#!/bin/sh\ntrue\n"},
+  "UninstallScriptFunctionData": {"$type": "Zt.Plugins.DB_ScriptFunctionData, Plexa",
+   "ScriptData": "gone"}},
+ {"$type": "Zt.Plugins.DB_HardSettingStepSet, Plexa",
+  "SS_StepSetId": "Zt.Plugins.SS_HardSettingStepSet,  Plexa", "Comment": "", "CanSkip": false,
+  "HardSettingDatas": {"$type": "Zt.Plugins.DB_HardSettingFunctionData, Plexa",
+   "DB_HardwareConfigs": {"$type": "Zt.DB_HardwareConfigs, Ruvelo", "$values": [
+    {"$type": "Zt.DB_HardwareConfig, Ruvelo",
+     "ConfigId": "Zt.Plugins.HW_SoundConfigSet,  Plexa", "IsUsed": true,
+     "HardwareItems": {"$type": "Zt.DB_HardwareItems, Drovic", "$values": [
+      {"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "Volume", "Value": "5"}]}},
+    {"$type": "Zt.DB_HardwareConfig, Ruvelo",
+     "ConfigId": "Zt.Plugins.HW_UserConfigSet,  Plexa", "IsUsed": true,
+     "HardwareItems": {"$type": "Zt.DB_HardwareItems, Drovic", "$values": [
+      {"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "User", "Value": "user"},
+      {"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "Password", "Value": "pass"}]}},
+    {"$type": "Zt.DB_HardwareConfig, Ruvelo",
+     "ConfigId": "Zt.Plugins.HW_AutoStartupModeConfigSet,  Plexa", "IsUsed": true,
+     "HardwareItems": {"$type": "Zt.DB_HardwareItems, Drovic", "$values": [
+      {"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "CustomScript",
+       "Value": "#!/bin/sh\nstart\n"}]}}]}}}]}}
+)";
+
+} // namespace
+
+std::string ProgramBytes(unsigned machine)
+{
+    std::string head = "\x7f"
+                       "ELF\2\1\1" +
+                       std::string(9, '\0') + archive::Bytes(2, 2) + archive::Bytes(machine, 2);
+    head.resize(32, '\0');
+    // One segment, which is all of the file.
+    head += archive::Bytes(64, 8) + archive::Bytes(0, 8) + archive::Bytes(0, 4) +
+            archive::Bytes(64, 2) + archive::Bytes(56, 2) + archive::Bytes(1, 2);
+    head.resize(64, '\0');
+    head += archive::Bytes(1, 4) + archive::Bytes(5, 4) + archive::Bytes(0, 24) +
+            archive::Bytes(200, 8) + archive::Bytes(200, 8) + archive::Bytes(0, 8);
+    head.resize(200, '\0');
+    return head;
+}
+
+Recipe::Recipe()
+    : description(std::string("\xef\xbb\xbf") + kDescription), parts{{"kx_Updater",
+                                                                      ProgramBytes(62), 0100755},
+                                                                     {"0/0/hello", "hello"},
+                                                                     {"1/0/a", "a"}}
+{
+}
+
+void Recipe::Replace(const std::string& from, const std::string& to)
+{
+    const std::size_t at = description.find(from);
+    ASSERT_NE(at, std::string::npos) << from;
+    description.replace(at, from.size(), to);
+}
+
+archive::ZipPart& Recipe::Part(const std::string& name)
+{
+    return *std::find_if(parts.begin(), parts.end(),
+                         [&name](const archive::ZipPart& part) { return part.name == name; });
+}
+
+std::string Recipe::Archive() const
+{
+    std::vector<archive::ZipPart> all = parts;
+    if (!description.empty()) {
+        all.insert(all.begin(), {"UserPackage.kx-project", description});
+    }
+    std::string zip = archive::ZipOf(all);
+    if (damage != nullptr) {
+        damage(zip);
+    }
+    return zip;
+}
+
+Findings Recipe::Check() const
+{
+    const TempDir folder;
+    folder.Write(fileName, Archive());
+    if (!neighbour.empty()) {
+        folder.Write(neighbour, "");
+    }
+    return CheckPackage(folder / fileName, format::FindProcessor(processor));
+}
+
+Findings Recipe::CheckFolder() const
+{
+    const TempDir folder;
+    folder.Write("hello/UserPackage.kx-project", description);
+    for (const archive::ZipPart& part : parts) {
+        if ((part.mode & 0170000U) == 0120000U) {
+            folder.MakeDir("hello/" + part.name.substr(0, part.name.rfind('/')));
+            EXPECT_EQ(symlink(part.content.c_str(), (folder / ("hello/" + part.name)).c_str()), 0);
+        } else {
+            folder.Write("hello/" + part.name, part.content, part.mode & 0777U);
+        }
+    }
+    return CheckPackage(folder / "hello/", format::FindProcessor(processor));
+}
+
+std::vector<std::string> Problems(const Findings& findings)
+{
+    std::vector<std::string> problems;
+    for (const Finding& finding : findings.All()) {
+        if (finding.severity != Severity::kNote) {
+            const std::string where =
+                finding.place.path.empty() ? finding.place.file : finding.place.path;
+            problems.push_back(std::string(SeverityName(finding.severity)) + " " +
+                               RuleOf(finding.rule).id + " " + where);
+        }
+    }
+    return problems;
+}
+
+} // namespace kx::checks

@@ -1,0 +1,132 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "format/Summary.h"
+#include "support/Program.h"
+#include "support/ProjectBuilder.h"
+#include "support/TempDir.h"
+#include "support/Thrown.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace kx::format
+{
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+
+class Summaries : public ::testing::Test
+{
+protected:
+    [[nodiscard]] Summary Of(const std::vector<ProjectBuilder::Object>& steps) const
+    {
+        return OfDescription(ProjectBuilder::File(ProjectBuilder::Root(steps)));
+    }
+
+    [[nodiscard]] Summary OfDescription(const std::string& description) const
+    {
+        m_dir.Write("Foo.temp/UserPackage.kx-project", description);
+        return Summarize(*archive::OpenPackage(m_dir / "Foo.temp"));
+    }
+
+    void Payload(const std::string& name, const std::string& content = "12345") const
+    {
+        m_dir.Write("Foo.temp/" + name, content);
+    }
+
+    TempDir m_dir;
+};
+
+TEST_F(Summaries, TellWhatTheCopyStepsHaveAndRecord)
+{
+    Payload("0/0/hello");
+    Payload("1/0/a/x");
+    Payload("1/0/a-b", "1");
+    using namespace ProjectBuilder;
+
+    const Summary summary = Of({
+        CopyFileStep({CopyItem("C:\\work\\hello", "/mnt/bin/greet", "755"),
+                      CopyItem("bin/none", "/mnt/bin/")}),
+        CopyFolderStep({CopyItem("x", "/mnt/share"), CopyItem("x", "/")}),
+        CopyFileStep({CopyItem("y", "/unrecorded/y")}, false, false),
+    });
+
+    EXPECT_EQ(summary.recordName, "Foo");
+    EXPECT_EQ(summary.files, 3U);
+    EXPECT_EQ(summary.size, 11U);
+    const std::vector<SummaryItem>& files = summary.steps[0].items;
+    EXPECT_EQ(files[0].mode, "755");
+    EXPECT_FALSE(files[0].isMissing);
+    EXPECT_EQ(files[0].size, 5U);
+    EXPECT_TRUE(files[1].isMissing);
+    EXPECT_EQ(summary.steps[1].items[0].files, 2U);
+    EXPECT_TRUE(summary.steps[1].items[1].isMissing);
+    EXPECT_THAT(summary.recordedFolders, ElementsAre("/mnt/bin/", "/mnt/share", "/mnt/share/a",
+                                                     "/var/lib/KxUserPackages/Foo"));
+    EXPECT_THAT(summary.recordedFiles,
+                ElementsAre("/mnt/bin/greet", "/mnt/bin/none", "/mnt/share/a/x", "/mnt/share/a-b",
+                            "/var/lib/KxUserPackages/Foo/UserPackage.kx-project",
+                            "/var/lib/KxUserPackages/Foo/installedFile.list"));
+}
+
+TEST_F(Summaries, MaskPasswords)
+{
+    using namespace ProjectBuilder;
+
+    const Summary summary = Of({HardwareStep({
+        HardwareConfig("User", {{"User", "u"}, {"Password", "secret"}}),
+        HardwareConfig("Lan", {{"PASSWORD", "secret"}}, false),
+    })});
+
+    EXPECT_EQ(summary.steps[0].kind, "settings");
+    EXPECT_EQ(summary.steps[0].settings[0].kind, "user");
+    EXPECT_THAT(summary.steps[0].settings[0].items,
+                ElementsAre(Pair("User", "u"), Pair("Password", "********")));
+    EXPECT_FALSE(summary.steps[0].settings[1].isUsed);
+    EXPECT_THAT(summary.steps[0].settings[1].items, ElementsAre(Pair("PASSWORD", "********")));
+}
+
+TEST_F(Summaries, TellOfTheUpdater)
+{
+    EXPECT_FALSE(Of({}).updater.has_value());
+
+    m_dir.Write("Foo.temp/kx_Updater", ProgramFor(*FindProcessor("arm")), 0755);
+    const Summary good = Of({});
+    EXPECT_TRUE(good.updater->isExecutable);
+    EXPECT_EQ(good.updater->program->ProcessorName(), "arm");
+    EXPECT_EQ(good.updater->size, 64U);
+
+    m_dir.Write("Foo.temp/kx_Updater", "no program at all, whatever it says", 0644);
+    const Summary bad = Of({});
+    EXPECT_FALSE(bad.updater->program.has_value());
+}
+
+TEST_F(Summaries, GoOnWhereADescriptionIsWrong)
+{
+    const Summary summary = OfDescription(
+        "\xef\xbb\xbf{\"Title\": 5, \"DB_StepSets\": {\"$values\": [[], 1, {\"SS_StepSetId\": "
+        "\"Zt.Plugins.SS_ScriptStepSet, Plexa\"}, {\"SS_StepSetId\": "
+        "\"Zt.Plugins.SS_HardSettingStepSet,  Plexa\", \"HardSettingDatas\": 7}]}}");
+
+    EXPECT_EQ(summary.title, "");
+    ASSERT_EQ(summary.steps.size(), 4U);
+    EXPECT_EQ(summary.steps[2].kind, "");
+    EXPECT_EQ(summary.steps[2].id, "Zt.Plugins.SS_ScriptStepSet, Plexa");
+    EXPECT_EQ(summary.steps[3].kind, "settings");
+    EXPECT_THAT(summary.steps[3].settings, IsEmpty());
+}
+
+TEST_F(Summaries, SayWhereADescriptionCannotBeRead)
+{
+    const std::string place = (m_dir / "Foo.temp") + ":UserPackage.kx-project";
+    EXPECT_EQ(Thrown([&] { static_cast<void>(OfDescription("{\"a\": 1}")); }),
+              "1: " + place +
+                  ":1:6: is no JSON from here on; the description must begin with a UTF-8 byte "
+                  "order mark");
+    EXPECT_EQ(Thrown([&] { static_cast<void>(OfDescription("\xef\xbb\xbf[]")); }),
+              "1: " + place +
+                  ":1:1: is no object but array; begin with { and the \"$type\" of the project");
+}
+
+} // namespace kx::format

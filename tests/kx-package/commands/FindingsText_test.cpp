@@ -1,0 +1,95 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "commands/FindingsText.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace kx::tool
+{
+
+namespace
+{
+
+checks::Findings SomeFindings()
+{
+    checks::Findings findings;
+    findings.Add(checks::RuleId::kPayloadMissing, {"UserPackage.kx-project", "DB_StepSets", {3, 7}},
+                 "there is no '0/0/\x1b[2J' in the package");
+    findings.Add(checks::RuleId::kPayloadUnused, checks::Place::Entry("9\xff"), "no step uses it");
+    findings.Add(checks::RuleId::kPayloadUnused, checks::Place::Entry("8"), "no step uses it");
+    findings.Add(checks::RuleId::kNameNeighbour, checks::Place::Whole(),
+                 "beside it stands 'b.kx-update'");
+    return findings;
+}
+
+std::string Told(bool isJson, bool hasColour = false)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    const Output output{out, err, isJson, hasColour};
+    WriteFindings(output, "a.kx-update", SomeFindings(), false);
+    EXPECT_EQ(err.str(), "");
+    return out.str();
+}
+
+TEST(WriteFindings, TellsPeopleEverythingOnce)
+{
+    EXPECT_EQ(Told(false), R"(error: payload-missing: UserPackage.kx-project:3:7 DB_StepSets
+  there is no '0/0/\x1b[2J' in the package
+  On the panel: `cp` fails, and with it the installation.
+  Remedy: Put the file into the folder named by step and item; both numbers start at 0.
+warning: payload-unused: 9\xff
+  no step uses it
+  On the panel: It is unpacked and deleted again.
+  Remedy: Remove it, or correct the number of its folder.
+warning: payload-unused: 8
+  no step uses it
+note: name-neighbour: a.kx-update
+  beside it stands 'b.kx-update'
+  On the panel: When both are on one drive, the window refuses to choose.
+  Remedy: Copy only one of them to the drive.
+a.kx-update: 1 error, 2 warnings, 1 note
+)");
+}
+
+TEST(WriteFindings, ColoursBySeverity)
+{
+    const std::string text = Told(false, true);
+
+    EXPECT_NE(text.find("\x1b[31merror: payload-missing\x1b[0m: "), std::string::npos);
+    EXPECT_NE(text.find("\x1b[33mwarning: payload-unused\x1b[0m: "), std::string::npos);
+    EXPECT_NE(text.find("\x1b[90mnote: name-neighbour\x1b[0m: "), std::string::npos);
+    EXPECT_NE(text.find("a.kx-update: \x1b[31m1 error, 2 warnings, 1 note\x1b[0m\n"),
+              std::string::npos);
+}
+
+TEST(WriteFindings, TellsProgramsTheSame)
+{
+    picojson::value told;
+    ASSERT_EQ(picojson::parse(told, Told(true)), "");
+
+    const picojson::object& document = told.get<picojson::object>();
+    EXPECT_EQ(document.at("package").get<std::string>(), "a.kx-update");
+    EXPECT_FALSE(document.at("clean").get<bool>());
+    EXPECT_EQ(document.at("errors").get<double>(), 1);
+    EXPECT_EQ(document.at("warnings").get<double>(), 2);
+    EXPECT_EQ(document.at("notes").get<double>(), 1);
+    EXPECT_EQ(document.at("omitted").get<picojson::object>().size(), 0U);
+    const picojson::array& findings = document.at("findings").get<picojson::array>();
+    ASSERT_EQ(findings.size(), 4U);
+    EXPECT_EQ(
+        findings[0].serialize(),
+        R"({"happens":"`cp` fails, and with it the installation.","id":"payload-missing",)"
+        R"("message":"there is no '0\/0\/\\x1b[2J' in the package",)"
+        R"("place":{"column":7,"file":"UserPackage.kx-project","line":3,"path":"DB_StepSets"},)"
+        R"("remedy":"Put the file into the folder named by step and item; both numbers start )"
+        R"(at 0.","severity":"error"})");
+    EXPECT_EQ(findings[1].get("place").serialize(), R"({"file":"9\\xff"})");
+    EXPECT_EQ(findings[3].get("place").serialize(), "{}");
+}
+
+} // namespace
+
+} // namespace kx::tool

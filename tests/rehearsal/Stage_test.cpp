@@ -1,0 +1,348 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "rehearsal/Stage.h"
+#include "support/TempDir.h"
+#include "support/Thrown.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <stdexcept>
+#include <string>
+
+namespace kx::rehearsal
+{
+
+using Kind = VirtualPanel::Kind;
+using testing::ElementsAre;
+
+namespace
+{
+
+constexpr int kFailed = 256;
+constexpr int kNotStarted = 32512;
+
+/// A package that exists in memory only.
+class MadePackage final : public archive::Package
+{
+public:
+    void Add(archive::PackageEntry::Kind kind, const std::string& name,
+             const std::string& content = {}, unsigned mode = 0644)
+    {
+        archive::PackageEntry entry;
+        entry.name = name;
+        entry.kind = kind;
+        entry.size = content.size();
+        entry.mode = mode;
+        m_entries.push_back(entry);
+        m_entries = archive::Arranged(std::move(m_entries));
+        m_contents[name] = content;
+    }
+
+    [[nodiscard]] const std::string& Path() const override { return m_path; }
+    [[nodiscard]] bool IsArchive() const override { return true; }
+    [[nodiscard]] const std::vector<archive::PackageEntry>& Entries() const override
+    {
+        return m_entries;
+    }
+    [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override
+    {
+        if (m_contents.at(name) == "damaged") {
+            throw io::Error(io::ExitCode::kNoAccess, name, "is damaged");
+        }
+        return m_contents.at(name).substr(0, limit);
+    }
+    [[nodiscard]] std::string LinkTarget(const std::string& name) const override
+    {
+        return m_contents.at(name);
+    }
+
+private:
+    std::string m_path = "Foo.kx-update";
+    std::vector<archive::PackageEntry> m_entries;
+    std::map<std::string, std::string> m_contents;
+};
+
+constexpr auto kFile = archive::PackageEntry::Kind::kFile;
+constexpr auto kFolder = archive::PackageEntry::Kind::kFolder;
+constexpr auto kLink = archive::PackageEntry::Kind::kLink;
+
+class StageTest : public testing::Test
+{
+protected:
+    StageTest() { plan.packageFile = "/mnt/usb/Foo.kx-update"; }
+
+    /// What the marks of the last command are: A after a script, D read differently, U unknown.
+    [[nodiscard]] std::string Marks() const
+    {
+        const PlannedCommand& last = plan.commands.back();
+        return std::string(last.isAfterScript ? "A" : "") + (last.isReadDifferently ? "D" : "") +
+               (last.isUnknown ? "U" : "");
+    }
+
+    static int Unpack(Stage& stage)
+    {
+        static_cast<void>(stage.Run(R"(mkdir -p "/mnt/usb/Foo.temp")"));
+        return stage.Run(R"(unzip -o "/mnt/usb/Foo.kx-update" -d "/mnt/usb/Foo.temp" )");
+    }
+
+    VirtualPanel panel{""};
+    MadePackage package;
+    Plan plan;
+};
+
+TEST_F(StageTest, IsUpAsLongAsItLives)
+{
+    EXPECT_EQ(Stage::Current(), nullptr);
+    {
+        const Stage stage(panel, package, plan);
+        EXPECT_EQ(Stage::Current(), &stage);
+    }
+    EXPECT_EQ(Stage::Current(), nullptr);
+}
+
+struct CommandCase {
+    const char* name;
+    const char* command;
+    int status;
+    const char* marks;
+};
+
+class StageCommand : public StageTest, public testing::WithParamInterface<CommandCase>
+{
+};
+
+TEST_P(StageCommand, IsPlayedAndKept)
+{
+    ASSERT_TRUE(panel.MakeFile("/opt/file"));
+    Stage stage(panel, package, plan);
+    stage.SetStep(3);
+    stage.SetProcess(PlannedCommand::Process::kInstaller);
+
+    EXPECT_EQ(stage.Run(GetParam().command), GetParam().status);
+
+    ASSERT_EQ(plan.commands.size(), 1U);
+    EXPECT_EQ(plan.commands[0].command, GetParam().command);
+    EXPECT_EQ(plan.commands[0].step, 3);
+    EXPECT_EQ(plan.commands[0].process, PlannedCommand::Process::kInstaller);
+    EXPECT_EQ(Marks(), GetParam().marks);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Commands, StageCommand,
+    testing::Values(
+        CommandCase{"Sync", "sync", 0, ""},
+        CommandCase{"Wprotect", "/usr/bin/kxsystem/wprotect_off", 0, ""},
+        CommandCase{"Mkdir", R"(mkdir -p "/opt/new")", 0, ""},
+        CommandCase{"MkdirOverAFile", R"(mkdir -p "/opt/file")", kFailed, ""},
+        CommandCase{"MkdirVariable", R"(mkdir -p "/opt/$HOME")", 0, "D"},
+        CommandCase{"MkdirLoneDollar", R"(mkdir -p "/opt/file/$")", kFailed, ""},
+        CommandCase{"Copy", R"(cp -f "/opt/file" "/opt/new" )", 0, ""},
+        CommandCase{"CopyNothing", R"(cp -f "/opt/gone" "/opt/new" )", kFailed, ""},
+        CommandCase{"CopyToNoName", R"(cp -f "/opt/file" "" )", kFailed, ""},
+        CommandCase{"CopyQuotedSource", R"(cp -f "/opt/a"b" "/opt/new" )", 0, "D"},
+        CommandCase{"CopyBackquotedTarget", R"(cp -f "/opt/gone" "/opt/`x`" )", 0, "D"},
+        CommandCase{"CopyBackslashAtTheSourcesEnd", R"(cp -f "/opt/a\" "/opt/b" )", 0, "D"},
+        CommandCase{"CopyBackslashInside", R"(cp -f "/opt/a\b" "/opt/b" )", kFailed, ""},
+        CommandCase{"Remove", R"(rm -r "/opt/file")", 0, ""},
+        CommandCase{"RemoveNothing", R"(rm -r "/opt/gone")", kFailed, ""},
+        CommandCase{"RemoveVariable", R"(rm -r "/opt/${X}")", 0, "D"},
+        CommandCase{"Chmod", R"(chmod 755 "/opt/file" )", 0, ""},
+        CommandCase{"ChmodSymbolic", R"(chmod u+x,go-w "/opt/file" )", 0, ""},
+        CommandCase{"ChmodFolder", R"(chmod 777 "/opt/" )", 0, ""},
+        CommandCase{"ChmodNoMode", R"(chmod 99 "/opt/file" )", kFailed, ""},
+        CommandCase{"ChmodNothing", R"(chmod 755 "/opt/gone" )", kFailed, ""},
+        CommandCase{"ChmodNoName", R"(chmod 755 "" )", kFailed, ""},
+        CommandCase{"ChmodMore", R"(chmod 755 "/x" "/opt/gone" )", 0, "D"},
+        CommandCase{"ChmodTwoModes", R"(chmod 755 644 "/opt/gone" )", 0, "D"},
+        CommandCase{"ChmodSemicolon", R"(chmod 755; "/opt/gone" )", 0, "D"},
+        CommandCase{"ChmodPattern", R"(chmod * "/opt/gone" )", 0, "D"},
+        CommandCase{"Script", "\"/tmp/Zt/temp.sh\"", 0, "U"},
+        CommandCase{"Password", "echo 'user:pass word$' | chpasswd", 0, "U"},
+        CommandCase{"PasswordQuote", "echo 'user:it's' | chpasswd", 0, "DU"},
+        CommandCase{"Settings", "kx-setting-cui set Level=8 Mute=off ", 0, "U"},
+        CommandCase{"SettingsVariable", "kx-setting-cui set Level=$X ", 0, "DU"},
+        CommandCase{"SettingsPattern", "kx-setting-cui set Level=* ", 0, "DU"},
+        CommandCase{"SettingsComment", "kx-setting-cui set Level=1 #=2 ", 0, "DU"},
+        CommandCase{"Umount", "/usr/bin/kxsystem/usb_umount", 0, ""},
+        CommandCase{"Reboot", "/sbin/reboot", 0, ""}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(StageTest, ALineLongerThanTheKernelTakesIsNotStarted)
+{
+    Stage stage(panel, package, plan);
+    const std::string begin = "kx-setting-cui set ";
+
+    EXPECT_EQ(stage.Run(begin + std::string(131071 - begin.size(), 'x')), 0);
+    EXPECT_EQ(stage.Run(begin + std::string(131072 - begin.size(), 'x')), kNotStarted);
+    EXPECT_EQ(plan.commands.size(), 2U);
+}
+
+TEST_F(StageTest, ALineThatIsNotStartedDoesNothing)
+{
+    Stage stage(panel, package, plan);
+    ASSERT_TRUE(panel.MakeFile("/opt/file"));
+    const std::string dots = "/" + std::string(131072, '/');
+
+    EXPECT_EQ(stage.Run("rm -r \"/opt" + dots + "/../file\""), kNotStarted);
+
+    EXPECT_EQ(panel.KindOf("/opt/file"), Kind::kFile);
+}
+
+// ---- what a script may have changed ----
+
+TEST_F(StageTest, MarksTheCommandWhoseTurnALookDecidedAfterAScript)
+{
+    Stage stage(panel, package, plan);
+    static_cast<void>(stage.LookAt("/opt/before"));
+    static_cast<void>(stage.Run(R"(mkdir -p "/opt/before")"));
+    EXPECT_EQ(Marks(), "");
+
+    static_cast<void>(stage.Run("\"/tmp/Zt/temp.sh\""));
+    static_cast<void>(stage.Run("sync"));
+    EXPECT_EQ(Marks(), "") << "no look decided it";
+    static_cast<void>(stage.LookAt("/opt/after"));
+    static_cast<void>(stage.Run(R"(mkdir -p "/opt/after")"));
+    EXPECT_EQ(Marks(), "A");
+    static_cast<void>(stage.Run("sync"));
+    EXPECT_EQ(Marks(), "") << "its own look is long past";
+}
+
+TEST_F(StageTest, TheUnpackedPackageIsNoScriptsBusinessTheDriveIs)
+{
+    Stage stage(panel, package, plan);
+    static_cast<void>(stage.Run("\"/tmp/Zt/temp.sh\""));
+
+    static_cast<void>(stage.LookAt("/mnt/usb/Foo.temp/0/0/a"));
+    static_cast<void>(stage.Run("sync"));
+    EXPECT_EQ(Marks(), "");
+    static_cast<void>(stage.LookAt("/mnt/usb/other"));
+    static_cast<void>(stage.Run("sync"));
+    EXPECT_EQ(Marks(), "A");
+}
+
+// ---- unpacking ----
+
+TEST_F(StageTest, UnpacksFilesFoldersAndLinks)
+{
+    package.Add(kFile, "0/0/app", "a");
+    package.Add(kFolder, "1/0/empty");
+    package.Add(kLink, "1/0/link", "../../0/0");
+    package.Add(kFile, "UserPackage.kx-project", "description");
+    Stage stage(panel, package, plan);
+
+    EXPECT_EQ(Unpack(stage), 0);
+
+    EXPECT_THAT(panel.Names("/mnt/usb/Foo.temp"), ElementsAre("0", "1", "UserPackage.kx-project"));
+    EXPECT_EQ(panel.KindOf("/mnt/usb/Foo.temp/1/0/link/app"), Kind::kFile);
+    EXPECT_EQ(panel.KindOf("/mnt/usb/Foo.temp/1/0/empty"), Kind::kFolder);
+    EXPECT_EQ(*stage.ContentOf("/mnt/usb/Foo.temp/UserPackage.kx-project"), "description");
+    EXPECT_EQ(stage.ContentOf("/mnt/usb/Foo.temp/0/0/app"), nullptr) << "nobody reads it";
+}
+
+TEST_F(StageTest, ReadsTheDescriptionThatALinkLeadsTo)
+{
+    package.Add(kFile, "sub/real", "description");
+    package.Add(kLink, "second", "sub/real");
+    package.Add(kLink, "UserPackage.kx-project", "second");
+    Stage stage(panel, package, plan);
+
+    EXPECT_EQ(Unpack(stage), 0);
+
+    const VirtualPanel::Bytes bytes = stage.ContentOf("/mnt/usb/Foo.temp/UserPackage.kx-project");
+    ASSERT_NE(bytes, nullptr);
+    EXPECT_EQ(*bytes, "description");
+}
+
+TEST_F(StageTest, ADamagedDescriptionIsAnError)
+{
+    package.Add(kFile, "UserPackage.kx-project", "damaged");
+    Stage stage(panel, package, plan);
+
+    EXPECT_EQ(Thrown([&] { static_cast<void>(Unpack(stage)); }),
+              "3: UserPackage.kx-project: is damaged");
+}
+
+TEST_F(StageTest, FindsTheUpdaterAsTheWindowDoes)
+{
+    package.Add(kFile, "program", "", 0755);
+    package.Add(kLink, "kx_Updater", "program");
+    Stage stage(panel, package, plan);
+    static_cast<void>(Unpack(stage));
+
+    EXPECT_TRUE(stage.HasUpdater());
+}
+
+TEST_F(StageTest, FindsNoUpdaterThatCannotBeExecuted)
+{
+    package.Add(kFile, "kx_Updater", "", 0644);
+    Stage stage(panel, package, plan);
+    static_cast<void>(Unpack(stage));
+
+    EXPECT_FALSE(stage.HasUpdater());
+}
+
+TEST_F(StageTest, FindsNoUpdaterInAFolderOfForeignLetters)
+{
+    package.Add(kFile, "kx_Updater", "", 0755);
+    plan.packageFile = "/mnt/usb/F\xc3\xb6\xc3\xb6.kx-update";
+    Stage stage(panel, package, plan);
+    static_cast<void>(stage.Run("mkdir -p \"/mnt/usb/F\xc3\xb6\xc3\xb6.temp\""));
+    static_cast<void>(
+        stage.Run("unzip -o \"" + plan.packageFile + "\" -d \"/mnt/usb/F\xc3\xb6\xc3\xb6.temp\" "));
+
+    EXPECT_FALSE(stage.HasUpdater());
+}
+
+// ---- what goes wrong ----
+
+TEST_F(StageTest, TheNextCommandThrowsWhatALookCouldNot)
+{
+    Stage stage(panel, package, plan);
+    for (const char* const text : {"first", "second"}) {
+        try {
+            throw io::Error(io::ExitCode::kNoAccess, "/x", text);
+        } catch (...) {
+            stage.Keep();
+        }
+    }
+
+    EXPECT_EQ(Thrown([&stage] { static_cast<void>(stage.Run("sync")); }), "3: /x: first");
+    EXPECT_TRUE(plan.commands.empty());
+}
+
+TEST_F(StageTest, ALookThatIsTooMuchIsToldByTheNextCommand)
+{
+    const TempDir root;
+    root.Write("huge", "x");
+    ASSERT_EQ(truncate((root / "huge").c_str(), off_t{1} << 40), 0);
+    VirtualPanel given(root.Path());
+    Stage stage(given, package, plan);
+
+    EXPECT_EQ(stage.SizeOf("/huge"), std::uint64_t{1} << 40U);
+    EXPECT_EQ(stage.ContentOf("/huge"), nullptr);
+
+    EXPECT_EQ(Thrown([&stage] { static_cast<void>(stage.Run("sync")); }),
+              "3: " + root / "huge" + ": is larger than 256.0 MiB");
+}
+
+TEST_F(StageTest, APlanWithoutEndEnds)
+{
+    Stage stage(panel, package, plan);
+    const std::string text(1U << 20U, 'x');
+
+    const std::string thrown = Thrown([&] {
+        for (int i = 0; i < 300; ++i) {
+            static_cast<void>(stage.Run(text));
+        }
+    });
+
+    EXPECT_EQ(thrown, "1: Foo.kx-update: its installation takes more commands than can be planned; "
+                      "look for links that multiply its folders: find . -type l");
+    EXPECT_EQ(plan.commands.size(), 255U);
+}
+
+} // namespace
+
+} // namespace kx::rehearsal

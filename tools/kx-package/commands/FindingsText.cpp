@@ -1,0 +1,135 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "commands/FindingsText.h"
+
+#include "checks/Rules.h"
+#include "io/Text.h"
+
+#include <picojson.h>
+
+#include <cstddef>
+#include <ostream>
+#include <set>
+
+namespace kx::tool
+{
+
+namespace
+{
+
+Colour ColourOf(checks::Severity severity)
+{
+    switch (severity) {
+    case checks::Severity::kError:
+        return Colour::kRed;
+    case checks::Severity::kWarning:
+        return Colour::kYellow;
+    case checks::Severity::kNote:
+        break;
+    }
+    return Colour::kGrey;
+}
+
+/// "UserPackage.kx-project:12:5 DB_StepSets.$values[0]", or the package itself.
+std::string PlaceText(const checks::Place& place, const std::string& package)
+{
+    std::string text = place.file.empty() ? package : place.file;
+    if (place.at.line != 0) {
+        text += ":" + std::to_string(place.at.line) + ":" + std::to_string(place.at.column);
+    }
+    return place.path.empty() ? text : text + " " + place.path;
+}
+
+void WriteText(const Output& output, const std::string& path, const checks::Findings& findings)
+{
+    std::set<checks::RuleId> told;
+    for (const checks::Finding& finding : findings.All()) {
+        const checks::Rule& rule = checks::RuleOf(finding.rule);
+        const std::string head =
+            std::string(checks::SeverityName(finding.severity)) + ": " + rule.id;
+        output.out << Coloured(output, ColourOf(finding.severity), head) << ": "
+                   << io::Printable(PlaceText(finding.place, path)) << '\n'
+                   << "  " << io::Printable(finding.what) << '\n';
+        if (told.insert(finding.rule).second) {
+            output.out << "  On the panel: " << rule.happens << '\n'
+                       << "  Remedy: " << rule.remedy << '\n';
+            if (const std::size_t more = findings.Omitted(finding.rule); more != 0) {
+                output.out << "  (" << more << " more of this kind are not listed)\n";
+            }
+        }
+    }
+    const std::string sum = io::CountText(findings.Count(checks::Severity::kError), "error") +
+                            ", " +
+                            io::CountText(findings.Count(checks::Severity::kWarning), "warning") +
+                            ", " + io::CountText(findings.Count(checks::Severity::kNote), "note");
+    const Colour colour = findings.Count(checks::Severity::kError) != 0     ? Colour::kRed
+                          : findings.Count(checks::Severity::kWarning) != 0 ? Colour::kYellow
+                                                                            : Colour::kGreen;
+    output.out << io::Printable(path) << ": " << Coloured(output, colour, sum) << '\n';
+}
+
+picojson::value Text(const std::string& text)
+{
+    // The same words as for people: what comes from a package may hold anything.
+    return picojson::value(io::Printable(text));
+}
+
+picojson::value JsonOf(const checks::Finding& finding)
+{
+    const checks::Rule& rule = checks::RuleOf(finding.rule);
+    picojson::object place;
+    if (!finding.place.file.empty()) {
+        place["file"] = Text(finding.place.file);
+    }
+    if (!finding.place.path.empty()) {
+        place["path"] = Text(finding.place.path);
+    }
+    if (finding.place.at.line != 0) {
+        place["line"] = JsonNumber(finding.place.at.line);
+        place["column"] = JsonNumber(finding.place.at.column);
+    }
+    picojson::object told;
+    told["id"] = Text(rule.id);
+    told["severity"] = Text(checks::SeverityName(finding.severity));
+    told["place"] = picojson::value(place);
+    told["message"] = Text(finding.what);
+    told["happens"] = Text(rule.happens);
+    told["remedy"] = Text(rule.remedy);
+    return picojson::value(told);
+}
+
+void WriteDocument(const Output& output, const std::string& path, const checks::Findings& findings,
+                   bool isClean)
+{
+    picojson::array list;
+    picojson::object omitted;
+    for (const checks::Finding& finding : findings.All()) {
+        list.push_back(JsonOf(finding));
+        if (const std::size_t more = findings.Omitted(finding.rule); more != 0) {
+            omitted[checks::RuleOf(finding.rule).id] = JsonNumber(more);
+        }
+    }
+    picojson::object document;
+    document["package"] = Text(path);
+    document["clean"] = picojson::value(isClean);
+    document["errors"] = JsonNumber(findings.Count(checks::Severity::kError));
+    document["warnings"] = JsonNumber(findings.Count(checks::Severity::kWarning));
+    document["notes"] = JsonNumber(findings.Count(checks::Severity::kNote));
+    document["findings"] = picojson::value(list);
+    document["omitted"] = picojson::value(omitted);
+    WriteJson(output, picojson::value(document));
+}
+
+} // namespace
+
+void WriteFindings(const Output& output, const std::string& path, const checks::Findings& findings,
+                   bool isClean)
+{
+    if (output.isJson) {
+        WriteDocument(output, path, findings, isClean);
+    } else {
+        WriteText(output, path, findings);
+    }
+}
+
+} // namespace kx::tool

@@ -1,0 +1,268 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "compose/Layout.h"
+
+#include "io/Text.h"
+#include "manifest/Glob.h"
+#include "manifest/ManifestSteps.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+
+#include <sys/stat.h>
+
+namespace kx::tool
+{
+
+namespace
+{
+
+bool IsFolder(const std::string& path)
+{
+    struct stat info {
+    };
+    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool IsSameFile(const std::string& one, const std::string& other)
+{
+    struct stat first {
+    };
+    struct stat second {
+    };
+    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+/// Refuses names that would not arrive on the panel as they are.
+/// @param isItem  the name stands in the description, where ':' and '\' end a folder part
+void RefuseBadName(const FoundFile& file, bool isItem, const std::string& place)
+{
+    const std::string where = place + ": " + file.path;
+    if (!io::IsUtf8(file.name)) {
+        throw io::Error(io::ExitCode::kProblems, where, "the name is no UTF-8", "rename it");
+    }
+    if (const std::string sign = io::UnsafeCharacter(file.name); !sign.empty()) {
+        throw io::Error(io::ExitCode::kProblems, where,
+                        "the name holds " + sign + ", which the panel's shell reads as its own",
+                        "rename it");
+    }
+    if (isItem && file.name.find(':') != std::string::npos) {
+        throw io::Error(io::ExitCode::kProblems, where,
+                        "the name holds ':', where the panel takes a new name to begin",
+                        "rename it, or copy its folder in a step of kind copy-folder");
+    }
+}
+
+bool IsProgram(const std::string& mode)
+{
+    return std::any_of(mode.end() - 3, mode.end(), [](char digit) { return (digit - '0') & 1; });
+}
+
+/// Tells whether a file begins like something to run.
+bool LooksExecutable(const std::string& path)
+{
+    std::array<char, 4> head{};
+    std::ifstream file(path, std::ios::binary);
+    file.read(head.data(), head.size());
+    const std::string_view read(head.data(), static_cast<std::size_t>(file.gcount()));
+    return read.substr(0, 2) == "#!" || read == "\x7f"
+                                                "ELF";
+}
+
+std::string NumberPath(std::size_t step, std::size_t item)
+{
+    return std::to_string(step) + "/" + std::to_string(item) + "/";
+}
+
+class Builder
+{
+public:
+    Builder(const Manifest& manifest, const std::string& output)
+        : m_manifest(manifest), m_output(output)
+    {
+    }
+
+    Layout Build()
+    {
+        std::vector<std::vector<CopyItem>> items(m_manifest.steps.size());
+        for (std::size_t i = 0; i < m_manifest.steps.size(); ++i) {
+            for (const ManifestFiles& files : m_manifest.steps[i].files) {
+                AddFiles(files, i, items[i]);
+            }
+            for (const ManifestFolder& folder : m_manifest.steps[i].folders) {
+                AddFolder(folder, i, items[i]);
+            }
+        }
+        m_layout.model = MakeModel(m_manifest, items);
+        return std::move(m_layout);
+    }
+
+private:
+    /// Finds what a pattern or path stands for; names are below the fixed part of it.
+    [[nodiscard]] std::vector<FoundFile> Find(const ManifestFiles& files) const
+    {
+        const std::string fixed = FixedFolder(files.source);
+        const std::string folder =
+            fixed.empty() ? m_manifest.folder : PathFrom(m_manifest.folder, fixed);
+        const std::string rest =
+            files.source.substr(fixed.empty() ? 0 : fixed.size() + (fixed == "/" ? 0 : 1));
+        if (!HasWildcard(files.source)) {
+            const std::string path = PathFrom(m_manifest.folder, files.source);
+            struct stat info {
+            };
+            if (stat(path.c_str(), &info) != 0) {
+                throw io::Error(io::ExitCode::kProblems, files.place,
+                                "there is no file '" + files.source + "'");
+            }
+            if (!S_ISREG(info.st_mode)) {
+                throw io::Error(io::ExitCode::kProblems, files.place,
+                                "'" + files.source + "' is no file",
+                                "copy a folder in a step of kind copy-folder");
+            }
+            return {{rest, path, false}};
+        }
+        if (!IsFolder(folder)) {
+            throw io::Error(io::ExitCode::kProblems, files.place,
+                            "there is no folder '" + fixed + "'");
+        }
+        std::vector<FoundFile> found = ListTree(folder, FilterOf(rest));
+        const auto isLeftOut = [this](const FoundFile& file) {
+            return file.isFolder || IsSameFile(file.path, m_output);
+        };
+        found.erase(std::remove_if(found.begin(), found.end(), isLeftOut), found.end());
+        return found;
+    }
+
+    void AddFiles(const ManifestFiles& files, std::size_t step, std::vector<CopyItem>& items)
+    {
+        const bool isIntoFolder = files.target.back() == '/';
+        if (HasWildcard(files.source) && !isIntoFolder) {
+            throw io::Error(io::ExitCode::kProblems, files.place,
+                            "the target of a pattern must be a folder",
+                            "write \"" + files.target + "/\"");
+        }
+        const std::vector<FoundFile> found = Find(files);
+        if (found.empty()) {
+            throw io::Error(io::ExitCode::kProblems, files.place,
+                            "no file fits '" + files.source + "'",
+                            "folders do not count, nor names with a leading dot; '**' goes deeper");
+        }
+        const std::string fixed = FixedFolder(files.source);
+        for (const FoundFile& file : found) {
+            RefuseBadName(file, true, files.place);
+            const std::string base = file.name.substr(file.name.rfind('/') + 1);
+            const std::string below = fixed.empty() ? "" : fixed == "/" ? fixed : fixed + "/";
+            m_layout.payload.push_back({NumberPath(step, items.size()) + base, file.path,
+                                        std::nullopt, false, IsProgram(files.mode)});
+            items.push_back({below + file.name,
+                             isIntoFolder ? files.target + file.name : files.target, files.mode});
+        }
+    }
+
+    void AddFolder(const ManifestFolder& item, std::size_t step, std::vector<CopyItem>& items)
+    {
+        const std::string folder = PathFrom(m_manifest.folder, item.source);
+        if (!IsFolder(folder)) {
+            throw io::Error(io::ExitCode::kProblems, item.place,
+                            "there is no folder '" + item.source + "'");
+        }
+        const std::string number = NumberPath(step, items.size());
+        const std::vector<FoundFile> found = ListTree(folder, FilterWithout(item.exclude));
+        RefuseIdlePatterns(item, found);
+        AddTree(item, found, number);
+        items.push_back({item.source, TrimmedTarget(item.target), ""});
+    }
+
+    void AddTree(const ManifestFolder& item, const std::vector<FoundFile>& found,
+                 const std::string& number)
+    {
+        bool isEmpty = true;
+        for (std::size_t i = 0; i < found.size(); ++i) {
+            const FoundFile& file = found[i];
+            if (IsSameFile(file.path, m_output)) {
+                continue;
+            }
+            RefuseBadName(file, false, item.place);
+            isEmpty = false;
+            if (file.isFolder) {
+                AddFolderIfEmpty(found, i, number);
+                continue;
+            }
+            const bool isProgram = FitsAny(item.executable, file.name);
+            if (!isProgram && LooksExecutable(file.path)) {
+                m_layout.remarks.push_back(item.place + ": " + file.name +
+                                           " begins like a program, but no pattern of "
+                                           "'executable' fits it; it will not be executable");
+            }
+            m_layout.payload.push_back(
+                {number + file.name, file.path, std::nullopt, false, isProgram});
+        }
+        if (isEmpty) {
+            m_layout.payload.push_back({number, "", std::nullopt, true, false});
+        }
+    }
+
+    /// Folders with something in them show in the names of that.
+    void AddFolderIfEmpty(const std::vector<FoundFile>& found, std::size_t index,
+                          const std::string& number)
+    {
+        const std::string prefix = found[index].name + "/";
+        // Names between "a" and "a/…" in the order of bytes, like "a-b", are few.
+        const auto inside = std::lower_bound(
+            found.begin(), found.end(), prefix,
+            [](const FoundFile& file, const std::string& wanted) { return file.name < wanted; });
+        const bool isEmpty =
+            inside == found.end() || inside->name.compare(0, prefix.size(), prefix) != 0;
+        if (isEmpty) {
+            m_layout.payload.push_back({number + prefix, "", std::nullopt, true, false});
+        }
+    }
+
+    static bool FitsAny(const std::vector<std::string>& patterns, const std::string& name)
+    {
+        return std::any_of(patterns.begin(), patterns.end(), [&name](const std::string& pattern) {
+            return MatchesPath(pattern, name);
+        });
+    }
+
+    /// A pattern for programs that fits nothing is a mistake in writing it.
+    static void RefuseIdlePatterns(const ManifestFolder& item, const std::vector<FoundFile>& found)
+    {
+        for (const std::string& pattern : item.executable) {
+            const bool fits =
+                std::any_of(found.begin(), found.end(), [&pattern](const FoundFile& file) {
+                    return !file.isFolder && MatchesPath(pattern, file.name);
+                });
+            if (!fits) {
+                throw io::Error(io::ExitCode::kProblems, item.place,
+                                "no file in '" + item.source + "' fits '" + pattern +
+                                    "' of 'executable'",
+                                "patterns begin below the folder; '**' goes deeper");
+            }
+        }
+    }
+
+    /// The panel's record holds a folder's name as it is given, so one form is kept.
+    static std::string TrimmedTarget(std::string target)
+    {
+        while (target.size() > 1 && target.back() == '/') {
+            target.pop_back();
+        }
+        return target;
+    }
+
+    const Manifest& m_manifest;
+    const std::string& m_output;
+    Layout m_layout;
+};
+
+} // namespace
+
+Layout MakeLayout(const Manifest& manifest, const std::string& output)
+{
+    return Builder(manifest, output).Build();
+}
+
+} // namespace kx::tool

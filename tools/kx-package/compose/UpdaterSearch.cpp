@@ -1,0 +1,85 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "compose/UpdaterSearch.h"
+
+#include "archive/Package.h"
+#include "io/Error.h"
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <system_error>
+
+#include <sys/stat.h>
+
+namespace kx::tool
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+bool IsFile(const fs::path& path)
+{
+    std::error_code error;
+    return fs::is_regular_file(path, error);
+}
+
+} // namespace
+
+UpdaterPlaces FindUpdaterPlaces()
+{
+    std::error_code error;
+    return {fs::read_symlink("/proc/self/exe", error).parent_path().string(),
+            format::NativeProcessor()};
+}
+
+std::string FindUpdater(const format::Processor& processor, const UpdaterPlaces& places)
+{
+    const fs::path folder(places.toolFolder);
+    const fs::path installed =
+        (folder.parent_path() / "lib" / archive::kUpdaterName / processor.name) /
+        archive::kUpdaterName;
+    if (IsFile(installed)) {
+        return installed.string();
+    }
+    const fs::path own = folder / archive::kUpdaterName;
+    if (places.native == &processor && IsFile(own)) {
+        return own.string();
+    }
+    throw io::Error(io::ExitCode::kNoAccess, installed.string(),
+                    std::string("there is no updater for ") + processor.name,
+                    "put one there, or name one with --updater PATH");
+}
+
+void RefuseOtherUpdater(const std::string& path, const format::Processor& processor)
+{
+    struct stat info {
+    };
+    std::array<char, format::kProgramHeadSize> head{};
+    if (stat(path.c_str(), &info) != 0) {
+        throw io::AccessError(path, "open the updater", errno);
+    }
+    std::ifstream file(path, std::ios::binary);
+    if (!file && !S_ISDIR(info.st_mode)) {
+        throw io::AccessError(path, "open the updater", errno);
+    }
+    file.read(head.data(), head.size());
+    const std::optional<format::ProgramHead> program =
+        format::ReadProgramHead({head.data(), static_cast<std::size_t>(file.gcount())});
+    if (!S_ISREG(info.st_mode) || !program.has_value()) {
+        throw io::Error(io::ExitCode::kProblems, path, "is no program that a panel could start",
+                        "name an updater with --updater PATH");
+    }
+    if (!program->IsFor(processor)) {
+        throw io::Error(io::ExitCode::kProblems, path,
+                        "is a program for " + program->ProcessorName() + ", not for " +
+                            processor.name,
+                        "name another one with --updater PATH, or correct 'package.processor'");
+    }
+}
+
+} // namespace kx::tool

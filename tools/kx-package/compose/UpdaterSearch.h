@@ -1,0 +1,31 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "format/Processor.h"
+
+#include <string>
+
+namespace kx::tool
+{
+
+/// Where updaters may be found on this machine.
+struct UpdaterPlaces {
+    std::string toolFolder;                    ///< folder in which this program lies
+    const format::Processor* native = nullptr; ///< this machine's processor, if known
+};
+
+/// Returns the places of the running program.
+[[nodiscard]] UpdaterPlaces FindUpdaterPlaces();
+
+/// Returns the path of the installed updater for a processor: that in
+/// ../lib/kx_Updater/PROCESSOR/ of the tool's folder, or the machine's own beside the tool.
+/// @throws Error when there is none
+[[nodiscard]] std::string FindUpdater(const format::Processor& processor,
+                                      const UpdaterPlaces& places);
+
+/// Refuses a file that is no program for the processor.
+/// @throws Error
+void RefuseOtherUpdater(const std::string& path, const format::Processor& processor);
+
+} // namespace kx::tool
