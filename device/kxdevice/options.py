@@ -243,6 +243,11 @@ def parse(arguments):
     return options
 
 
+def needs_value(word):
+    """Tells whether an option, given as --name, must be followed by a value; so must an unknown."""
+    return word[2:] not in _FLAGS and word != "--summary"
+
+
 def _check(options):
     if options.help:
         return
