@@ -42,6 +42,12 @@ if(KX_COVERAGE)
   target_link_options(kx_options INTERFACE --coverage)
 endif()
 
+if(KX_LTO)
+  # The only moment at which all files of a program are seen together.
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+  target_link_options(kx_options INTERFACE -Werror=odr -Werror=lto-type-mismatch)
+endif()
+
 # kx_compile_folders_together(TARGET): the files of each of a target's folders compile as one where
 # the build asks for it.
 function(kx_compile_folders_together target)
