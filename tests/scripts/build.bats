@@ -147,3 +147,33 @@ output_lacks() {
     output_has 'check-reproducible: kx-package cannot be built alone'
     output_lacks 'check-reproducible: kx_Updater'
 }
+
+@test "a header that includes too little is found in every folder of headers" {
+    local folder
+    rm -r ./*
+    mkdir -p src/osa lib/io tools/kx-package/common
+    cat >CMakeLists.txt <<END
+cmake_minimum_required(VERSION 3.25)
+project(small LANGUAGES CXX)
+set(KX_TOOLS ON)
+add_library(kx_ui INTERFACE)
+add_library(kx_package_tool INTERFACE)
+target_include_directories(kx_ui INTERFACE src)
+target_include_directories(kx_package_tool INTERFACE lib tools/kx-package)
+include("$ROOT/tests/headers.cmake")
+END
+    for folder in src/osa lib/io tools/kx-package/common; do
+        printf '#pragma once\n#include <string>\nstd::string Text();\n' >"$folder/Text.h"
+    done
+    cmake -G Ninja -S . -B build
+    cmake --build build --target kx_headers
+
+    for folder in src/osa lib/io tools/kx-package/common; do
+        printf 'std::string Text();\n' >"$folder/Bad.h"
+        run cmake --build build --target kx_headers
+        echo "$output"
+        [ "$status" -ne 0 ]
+        output_has "$folder/Bad.h:1:"
+        rm "$folder/Bad.h"
+    done
+}
