@@ -73,8 +73,8 @@ def lay(machine, tools, owner, as_machine_root):
     try:
         linux.mount("overlay", "merged", "overlay", linux.MS_NODEV, data)
     except OSError as error:
-        raise SandboxError(f"/usr cannot be laid over ({error.strerror}); the kernel needs "
-                           "overlay mounts, and the state a plain local file system") from None
+        raise SandboxError(f"the layers of /usr cannot be mounted ({error.strerror}); the kernel "
+                           "needs overlay mounts, and --state a plain local file system") from None
     return Layers(lower_fd, os.open("mid", trees.DIR_FLAGS), os.open("usr", trees.DIR_FLAGS),
                   linux.open_tree("merged"), stubbed)
 
@@ -164,7 +164,7 @@ def _install_tools(tools, lower, machine_path, middle):
     for tool in changed:
         if _places("usr", tool):
             raise SandboxError(f"{tool} was installed or changed by an earlier run on this "
-                               "panel; only its first tools can fail or be missing")
+                               "panel; only tools that no run has touched can fail or be missing")
         places = _places(lower, tool)
         own = STAND_INS.get(tool)
         if not places and not own:

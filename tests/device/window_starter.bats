@@ -109,3 +109,15 @@ END
     [ -z "$(ls -A "$WORK/temporary")" ]
     [ -e "$WORK/seen/updater.out" ]
 }
+
+@test "without a screen nothing is started, and a line says why" {
+    show --display :77 -- /bin/echo started
+
+    [ "$status" -eq 4 ]
+    [[ $output == 'operate: openbox did not start: '*'Failed to open the display'* ]]
+
+    show --missing Xvfb -- /bin/echo started
+
+    [ "$status" -eq 4 ]
+    [ "$output" = 'operate: Xvfb: No such file or directory; scripts/setup demo installs it' ]
+}
