@@ -57,6 +57,9 @@ public:
     {
         return m_contents.at(name);
     }
+    [[nodiscard]] int UnpackStatus() const override { return unpackStatus; }
+
+    int unpackStatus = 0; ///< of the panel's unzip
 
 private:
     std::string m_path = "Foo.kx-update";
@@ -100,6 +103,17 @@ TEST_F(StageTest, IsUpAsLongAsItLives)
         EXPECT_EQ(Stage::Current(), &stage);
     }
     EXPECT_EQ(Stage::Current(), nullptr);
+}
+
+TEST_F(StageTest, UnpacksNothingWhereUnzipDoesNot)
+{
+    package.Add(kFile, archive::kUpdaterName, "", 0755);
+    package.unpackStatus = 1;
+    Stage stage(panel, package, plan);
+
+    EXPECT_EQ(Unpack(stage), kFailed);
+
+    EXPECT_EQ(panel.KindOf("/mnt/usb/Foo.temp/kx_Updater"), Kind::kNone);
 }
 
 struct CommandCase {

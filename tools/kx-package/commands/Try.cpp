@@ -86,6 +86,7 @@ public:
     {
         return m_package.LinkTarget(name);
     }
+    [[nodiscard]] int UnpackStatus() const override { return m_package.UnpackStatus(); }
 
 private:
     const archive::Package& m_package;
