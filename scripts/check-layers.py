@@ -44,7 +44,9 @@ TOOL = {
 }
 TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL}
 # Leaf headers: nothing but the standard library.
-LEAVES = {f"src/{name}" for name in CONTRACTS}
+LEAVES = {f"src/{name}" for name in CONTRACTS | {"osa/PanelNames.h"}}
+# The names of the panel stand in this header and in no other string of src/.
+NAMES = "src/osa/PanelNames.h"
 # The only file of src/app that may include the window.
 GUI_USER = "src/app/RunModes.cpp"
 GUARDED = {"picojson.h", "zip.h", "zlib.h", "bzlib.h"}  # libraries that a layer must be allowed
@@ -73,13 +75,33 @@ def problems_of(root, top, table, path):
             if library is not None and library not in libraries:
                 yield f"{name}: the layer {layer} is free of {library}, but includes <{target}>"
         elif name in LEAVES:
-            yield f'{name}: a contract header includes only the standard library, not "{target}"'
+            yield f'{name}: a leaf header includes only the standard library, not "{target}"'
         elif "/" not in target:
             yield f'{name}: write "{target}" with its layer'
         elif target.startswith("gui/") and name == GUI_USER:
             continue
         elif target not in allowed and target.split("/")[0] not in allowed | {layer}:
             yield f'{name}: the layer {layer} must not include "{target}"'
+
+
+def literals_of(path):
+    """The texts between quotes, as they stand in the source."""
+    code = re.sub(r"//.*", "", path.read_text(encoding="utf-8"))
+    includes = re.sub(r"(?m)^\s*#.*$", "", code)
+    return re.findall(r'"((?:[^"\\\n]|\\.)*)"', includes)
+
+
+def repeated_names(root, files):
+    """Names of the panel that stand in another file, alone or as the last part of a path."""
+    names = literals_of(root / NAMES)
+    if not names:
+        yield f"{NAMES}: no name found"
+    for path in files:
+        if path == root / NAMES:
+            continue
+        for text in literals_of(path):
+            if any(text == name or text.endswith("/" + name) for name in names):
+                yield f'{path.relative_to(root).as_posix()}: "{text}" stands in {NAMES}'
 
 
 def main():
@@ -92,6 +114,8 @@ def main():
             sys.exit(f"check-layers: no sources below {root / top}")
         count += len(files)
         problems += [problem for path in files for problem in problems_of(root, top, table, path)]
+    problems += repeated_names(root, sorted(
+        p for p in (root / "src").rglob("*") if p.suffix in {".h", ".cpp"}))
     print("\n".join(problems) if problems else f"{count} files keep to their layers")
     sys.exit(1 if problems else 0)
 

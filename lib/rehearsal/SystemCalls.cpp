@@ -1,9 +1,11 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 
-// The system's functions as the updater's code calls them, replaced at link time: on a stage they
-// work on its files; anywhere else a command is refused, and files are the machine's.
+// What the updater's code asks of the system (osa/OSA_System.h), as this program answers it: on a
+// stage from the stage's files. Anywhere else files are the machine's, to be read only, and no
+// command is run.
 #include "io/Error.h"
+#include "osa/OSA_System.h"
 #include "rehearsal/Stage.h"
 
 #include <cerrno>
@@ -11,15 +13,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <dirent.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 
 namespace
 {
-
-using Filter = int (*)(const dirent*);
-using Order = int (*)(const dirent**, const dirent**);
 
 /// Opens bytes as a file of the memory.
 std::FILE* Opened(const std::string& bytes, kx::rehearsal::Stage& stage)
@@ -42,29 +39,17 @@ std::FILE* Opened(const std::string& bytes, kx::rehearsal::Stage& stage)
 
 } // namespace
 
-extern "C" {
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for a wrapped function
-int __wrap_system(const char* command);
-int __real_stat64(const char* path, struct stat* info);
-int __wrap_stat64(const char* path, struct stat* info);
-std::FILE* __real_fopen64(const char* path, const char* mode);
-std::FILE* __wrap_fopen64(const char* path, const char* mode);
-int __real_scandir64(const char* dir, dirent*** entries, Filter filter, Order order);
-int __wrap_scandir64(const char* dir, dirent*** entries, Filter filter, Order order);
-// NOLINTEND(bugprone-reserved-identifier)
-}
-
-int __wrap_system(const char* command)
+int OSA_SystemRun(const char* command)
 {
     kx::rehearsal::Stage* const stage = kx::rehearsal::Stage::Current();
     return stage != nullptr ? stage->Run(command) : -1;
 }
 
-int __wrap_stat64(const char* path, struct stat* info)
+int OSA_SystemStat(const char* path, struct stat* info)
 {
     kx::rehearsal::Stage* const stage = kx::rehearsal::Stage::Current();
     if (stage == nullptr) {
-        return __real_stat64(path, info);
+        return stat(path, info);
     }
     const kx::rehearsal::VirtualPanel::Kind kind = stage->LookAt(path);
     if (*path == '\0' || kind == kx::rehearsal::VirtualPanel::Kind::kNone) {
@@ -78,14 +63,15 @@ int __wrap_stat64(const char* path, struct stat* info)
     return 0;
 }
 
-std::FILE* __wrap_fopen64(const char* path, const char* mode)
+std::FILE* OSA_SystemOpen(const char* path, const char* mode)
 {
     kx::rehearsal::Stage* const stage = kx::rehearsal::Stage::Current();
     if (stage == nullptr) {
-        return __real_fopen64(path, mode);
+        // Only descriptions of records are read through the updater's code.
+        return *mode == 'r' ? std::fopen(path, mode) : nullptr;
     }
     if (*mode == 'w') {
-        return stage->MakeFile(path) ? __real_fopen64("/dev/null", "w") : nullptr;
+        return stage->MakeFile(path) ? std::fopen("/dev/null", "w") : nullptr;
     }
     const kx::rehearsal::VirtualPanel::Bytes content = stage->ContentOf(path);
     if (content == nullptr) {
@@ -95,11 +81,11 @@ std::FILE* __wrap_fopen64(const char* path, const char* mode)
     return Opened(*content, *stage);
 }
 
-int __wrap_scandir64(const char* dir, dirent*** entries, Filter filter, Order order)
+int OSA_SystemList(const char* dir, dirent*** entries)
 {
     kx::rehearsal::Stage* const stage = kx::rehearsal::Stage::Current();
     if (stage == nullptr) {
-        return __real_scandir64(dir, entries, filter, order);
+        return scandir(dir, entries, nullptr, alphasort);
     }
     const std::vector<std::string> names = stage->NamesIn(dir);
     *entries = static_cast<dirent**>(std::calloc(names.size() + 1, sizeof(void*)));
@@ -111,3 +97,8 @@ int __wrap_scandir64(const char* dir, dirent*** entries, Filter filter, Order or
     }
     return count;
 }
+
+// What is only thought takes no time.
+void OSA_SystemSleep(unsigned /*seconds*/) {}
+
+void OSA_SystemPause(unsigned /*microseconds*/) {}

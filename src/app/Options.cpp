@@ -3,6 +3,7 @@
 #include "app/Options.h"
 
 #include "osa/OSA.h"
+#include "osa/PanelNames.h"
 #include "osa/ResultCodes.h"
 
 #include <QObject>
@@ -17,8 +18,7 @@
 namespace
 {
 
-constexpr const char* kProgramName = "kx_Updater";
-constexpr const char* kPackageExtension = ".kx-update";
+constexpr const char* kProgramName = PanelNames::kUpdater;
 
 /// Returns the field that takes the value of the option @p word, or null for an unknown word.
 std::string* FieldOf(std::string_view word, Options& options)
@@ -87,7 +87,7 @@ int Options::ComformUpPath(QString& message)
     OSA_FindFile listing;
     for (const char* name = listing.FindFirst(upDir.c_str()); name != nullptr;
          name = listing.Next()) {
-        if (std::string_view(OSA_GetExt(name)) != kPackageExtension) {
+        if (std::string_view(OSA_GetExt(name)) != PanelNames::kPackageExtension) {
             continue;
         }
         if (!upFile.empty()) {

@@ -7,6 +7,7 @@
 #include "engine/q_UpdaterEngine.h"
 #include "gui/mainwindow.h"
 #include "osa/OSA.h"
+#include "osa/PanelNames.h"
 
 #include <QApplication>
 
@@ -54,14 +55,14 @@ int CuiMode(QApplication* /*app*/)
 
     UserPackageInstaller& package = G::TargetUP;
     package.packageDir = G::Opts.unzipedDir;
-    package.projectFile = package.packageDir + "/UserPackage.kx-project";
+    package.projectFile = package.packageDir + "/" + PanelNames::kDescription;
     package.removeUnpacked = true;
 
     if (const int result = package.ReadKxProjectFile(); result != 0) {
         return result;
     }
     // A device without write protection has no such tool.
-    static_cast<void>(OSA_Shell("/usr/bin/kxsystem/wprotect_off"));
+    static_cast<void>(OSA_Shell("%s", PanelNames::kWriteProtectOff));
     if (const int result = package.ClearInstalledLog(); result != 0) {
         return result;
     }

@@ -5,6 +5,7 @@
 #include "app/ProcessSetUp.h"
 #include "app/RunModes.h"
 #include "osa/OSA.h"
+#include "osa/PanelNames.h"
 #include "osa/ResultCodes.h"
 
 #include <QApplication>
@@ -60,8 +61,8 @@ int main(int argc, char** argv)
 
     // A drive pulled out or a power cut later on finds what was there before written; a device
     // without the tool goes on.
-    static_cast<void>(OSA_Shell("sync"));
+    static_cast<void>(OSA_Shell("%s", PanelNames::kSync));
     const int result = hasWindow ? GuiMode(G::App) : CuiMode(G::App);
-    static_cast<void>(OSA_Shell("sync"));
+    static_cast<void>(OSA_Shell("%s", PanelNames::kSync));
     return ExitCodeOf(result);
 }

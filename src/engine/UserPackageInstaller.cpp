@@ -8,17 +8,17 @@
 #include "model/DB_StepSets.h"
 #include "model/UserPackageProjectReader.h"
 #include "osa/OSA.h"
+#include "osa/PanelNames.h"
 #include "osa/PathList.h"
 #include "osa/ResultCodes.h"
 #include "steps/SS.h"
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace
 {
-
-constexpr const char* kRegistryRoot = "/var/lib/KxUserPackages";
 
 /// Points q_UpdaterEngine::CurrentPackage at a package and puts the old value back at its end.
 class CurrentPackageScope
@@ -40,12 +40,12 @@ private:
 /// Returns the registry folder of the package unpacked in @p packageDir.
 std::string RecordDirOf(const std::string& packageDir)
 {
-    constexpr std::size_t kSuffixLength = 5;
+    constexpr std::string_view kSuffix = PanelNames::kUnpackedSuffix;
     std::string recordDir =
-        std::string(kRegistryRoot) + "/" + OSA_GetFilenameExt(packageDir.c_str());
-    // Wherever ".temp" stands, it is the last five characters that go.
-    if (recordDir.find(".temp") != std::string::npos) {
-        recordDir.resize(recordDir.size() - kSuffixLength);
+        std::string(PanelNames::kRegistry) + "/" + OSA_GetFilenameExt(packageDir.c_str());
+    // Wherever the suffix stands, it is the last characters, as many as it has, that go.
+    if (recordDir.find(kSuffix) != std::string::npos) {
+        recordDir.resize(recordDir.size() - kSuffix.size());
     }
     return recordDir;
 }
@@ -190,12 +190,12 @@ int UserPackageInstaller::RegistInstalledLog()
     static_cast<void>(OSA_mkdir(recordDir.c_str()));
     q_UpdaterEngine::CopyFolderList->AppendOnce(recordDir);
 
-    const std::string description = recordDir + "/UserPackage.kx-project";
+    const std::string description = recordDir + "/" + PanelNames::kDescription;
     if (const int status = OSA_CopyFile(projectFile.c_str(), description.c_str(), true, nullptr);
         status != 0) {
         return status;
     }
-    const std::string listFile = recordDir + "/installedFile.list";
+    const std::string listFile = recordDir + "/" + PanelNames::kInstalledList;
     q_UpdaterEngine::CopyFileList->AppendOnce(listFile);
     std::string text = InstallationList();
     return OSA_WriteStringToFile(text, listFile.c_str());

@@ -7,6 +7,7 @@
 #include "gui/ui_InstalledListDialog.h"
 #include "model/DB_KxUserProject.h"
 #include "osa/OSA.h"
+#include "osa/PanelNames.h"
 
 #include <QFont>
 #include <QString>
@@ -16,7 +17,6 @@
 namespace
 {
 
-constexpr const char* kRegistryRoot = "/var/lib/KxUserPackages";
 constexpr int kVersionColumn = 1;
 constexpr int kVersionWidth = 120; // pixels
 
@@ -63,10 +63,11 @@ InstalledListDialog::~InstalledListDialog() = default;
 void InstalledListDialog::Onloaded()
 {
     OSA_FindFile listing;
-    for (const char* name = listing.FindFirst(kRegistryRoot); name != nullptr;
+    for (const char* name = listing.FindFirst(PanelNames::kRegistry); name != nullptr;
          name = listing.Next()) {
         UserPackageInstaller package;
-        package.projectFile = std::string(kRegistryRoot) + "/" + name + "/UserPackage.kx-project";
+        package.projectFile =
+            std::string(PanelNames::kRegistry) + "/" + name + "/" + PanelNames::kDescription;
         if (package.ReadRootOnlyKxProjectFile() == 0) {
             AppendRow(*ui->tableWidget, *package.Project());
         }

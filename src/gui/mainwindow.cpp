@@ -12,6 +12,7 @@
 #include "gui/ui_mainwindow.h"
 #include "model/DB_KxUserProject.h"
 #include "osa/OSA.h"
+#include "osa/PanelNames.h"
 
 #include <QTextCursor>
 #include <QTimer>
@@ -26,7 +27,6 @@ enum Tab : int { kMainTab, kLogTab };
 
 constexpr const char* kMessageStyle = "* {background-color : rgb(199, 253, 255)}";
 constexpr const char* kErrorStyle = "* {background-color : rgb(255, 85, 127)}";
-constexpr const char* kDrive = "/dev/sda1";
 constexpr int kDrivePollMs = 1500;
 
 /// Makes the log area cheap to append to. What it shows stays the same.
@@ -48,9 +48,9 @@ void PrepareLogArea(QPlainTextEdit& area)
 bool LoadPackage()
 {
     UserPackageInstaller& package = G::TargetUP;
-    G::Opts.unzipedDir = OSA_TrimExt(G::Opts.upFile.c_str()) + ".temp";
+    G::Opts.unzipedDir = OSA_TrimExt(G::Opts.upFile.c_str()) + PanelNames::kUnpackedSuffix;
     package.packageDir = G::Opts.unzipedDir;
-    package.projectFile = package.packageDir + "/UserPackage.kx-project";
+    package.projectFile = package.packageDir + "/" + PanelNames::kDescription;
     package.removeUnpacked = true;
     return package.Unpack(G::Opts.upFile.c_str()) == 0 && package.ReadRootOnlyKxProjectFile() == 0;
 }
@@ -160,8 +160,9 @@ void MainWindow::on_InstallButton_clicked()
 
     m_installProcess = std::make_unique<InstallProcss>(nullptr);
     m_installProcess->owner = this;
-    const std::string program =
-        !G::Opts.updaterPath.empty() ? G::Opts.updaterPath : G::Opts.unzipedDir + "/kx_Updater";
+    const std::string program = !G::Opts.updaterPath.empty()
+                                    ? G::Opts.updaterPath
+                                    : G::Opts.unzipedDir + "/" + PanelNames::kUpdater;
     std::array<const char*, 2> arguments = {"-unzipedDir", G::Opts.unzipedDir.c_str()};
     if (!m_installProcess->Start(program.c_str(), static_cast<int>(arguments.size()),
                                  arguments.data())) {
@@ -195,12 +196,12 @@ void MainWindow::on_RebootButton_clicked()
 {
     HidePanel();
     setMessage(QObject::tr("ER_MSG92_REBOOTING"));
-    OSA_Shell("/sbin/reboot");
+    OSA_Shell("%s", PanelNames::kReboot);
 }
 
 void MainWindow::onCheckUSBTimeout()
 {
-    ui->RebootButton->setVisible(!OSA_IsFileExist(kDrive));
+    ui->RebootButton->setVisible(!OSA_IsFileExist(PanelNames::kDrive));
     QTimer::singleShot(kDrivePollMs, this, SLOT(onCheckUSBTimeout()));
 }
 
@@ -241,7 +242,7 @@ void MainWindow::Cleanup()
 {
     if (m_isCleanupPending) {
         G::TargetUP.Cleanup();
-        OSA_Shell("/usr/bin/kxsystem/usb_umount");
+        OSA_Shell("%s", PanelNames::kUnmountDrive);
         m_isCleanupPending = false;
     }
 }

@@ -2,13 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "osa/OSA.h"
 
+#include "osa/OSA_System.h"
 #include "osa/ResultCodes.h"
 
 #include <climits>
 #include <cstdlib>
 #include <utility>
-
-#include <sys/stat.h>
 
 int OSA_errno = 0;
 
@@ -26,21 +25,21 @@ bool OSA_IsFileExist(const char* path)
 {
     struct stat info {
     };
-    return stat(path, &info) == 0;
+    return OSA_SystemStat(path, &info) == 0;
 }
 
 bool OSA_IsDir(const char* path)
 {
     struct stat info {
     };
-    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+    return OSA_SystemStat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 int OSA_FileSize(const char* path)
 {
     struct stat info {
     };
-    if (stat(path, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > INT_MAX) {
+    if (OSA_SystemStat(path, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > INT_MAX) {
         return -1;
     }
     return static_cast<int>(info.st_size);
@@ -56,7 +55,7 @@ int OSA_ReadTextFile(const char* path, SefetyTextBuffer& buf)
     buf.size = static_cast<std::uint32_t>(length + 1);
     buf.data = static_cast<char*>(std::malloc(length + 1));
 
-    const File file(std::fopen(path, "rb"));
+    const File file(OSA_SystemOpen(path, "rb"));
     if (file == nullptr || buf.data == nullptr) {
         return kReadError;
     }
@@ -69,7 +68,7 @@ int OSA_ReadTextFile(const char* path, SefetyTextBuffer& buf)
 
 int OSA_WriteStringToFile(std::string& text, const char* path)
 {
-    const File file(std::fopen(path, "w"));
+    const File file(OSA_SystemOpen(path, "w"));
     if (file == nullptr) {
         return kWriteError;
     }

@@ -4,13 +4,12 @@
 // The folder search and the recursive copy of OSA.h.
 #include "engine/q_UpdaterEngine.h"
 #include "osa/OSA.h"
+#include "osa/OSA_System.h"
 #include "osa/PathList.h"
 
 #include <cstdlib>
 #include <string_view>
 #include <utility>
-
-#include <dirent.h>
 
 namespace
 {
@@ -26,7 +25,7 @@ public:
     const char* FindFirst(const char* dir) override
     {
         Release();
-        count = scandir(dir, &entries, nullptr, alphasort);
+        count = OSA_SystemList(dir, &entries);
         return Next();
     }
 
@@ -52,7 +51,7 @@ private:
         index = 0;
     }
 
-    dirent** entries = nullptr; ///< from scandir; null when there is no listing
+    dirent** entries = nullptr; ///< from OSA_SystemList; null when there is no listing
     int count = 0;              ///< number of entries; -1 after a failed listing
     int index = 0;              ///< next entry to look at
 };

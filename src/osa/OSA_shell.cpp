@@ -4,14 +4,13 @@
 // The shell commands of OSA.h, and what else waits or reads a stream there.
 #include "engine/q_UpdaterEngine.h"
 #include "osa/OSA.h"
+#include "osa/OSA_System.h"
 #include "osa/PathList.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace
 {
@@ -68,7 +67,7 @@ int OSA_Shell(const char* fmt, ...)
     const bool isFormatted = Format(command, fmt, args);
     va_end(args);
 
-    const int status = isFormatted ? std::system(command.c_str()) : -1;
+    const int status = isFormatted ? OSA_SystemRun(command.c_str()) : -1;
     // A reader that is gone must not keep the installation from going on.
     static_cast<void>(OSA_stdfflash());
     return status;
@@ -134,14 +133,14 @@ int OSA_stdfflash()
 void OSA_Sleep(int ms)
 {
     if (ms < 2) {
-        usleep(100);
+        OSA_SystemPause(100);
         return;
     }
     if (const int seconds = ms / 1000; seconds != 0) {
-        sleep(static_cast<unsigned>(seconds));
+        OSA_SystemSleep(static_cast<unsigned>(seconds));
     }
     if (const int rest = ms % 1000; rest != 0) {
-        usleep(static_cast<useconds_t>(rest) * 1000);
+        OSA_SystemPause(static_cast<unsigned>(rest) * 1000);
     }
 }
 
@@ -151,7 +150,7 @@ OSA_PipeInStream::OSA_PipeInStream(const char* path)
     // file is used as it is, so the result does not matter.
     constexpr mode_t kFifoMode = 0x101040;
     static_cast<void>(mkfifo(path, kFifoMode));
-    stream = std::fopen(path, "r");
+    stream = OSA_SystemOpen(path, "r");
 }
 
 OSA_PipeInStream::~OSA_PipeInStream()

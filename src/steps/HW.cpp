@@ -4,14 +4,13 @@
 
 #include "model/DB_Hardware.h"
 #include "osa/OSA.h"
+#include "osa/PanelNames.h"
 #include "osa/ResultCodes.h"
 
 #include <string>
 
 namespace
 {
-
-constexpr const char* kStartupScript = "/mnt/user/startup.sh";
 
 void Collect(const DB_HardwareItem& item, std::string& args)
 {
@@ -37,10 +36,10 @@ int ForEachItem(const DB_HardwareConfig& config, const Visit& visit)
 /// Writes the start-up script and makes it executable for everybody.
 int InstallStartupScript(std::string script)
 {
-    if (const int result = OSA_WriteStringToFile(script, kStartupScript); result != 0) {
+    if (const int result = OSA_WriteStringToFile(script, PanelNames::kStartupScript); result != 0) {
         return result;
     }
-    return OSA_Attr(kStartupScript, "777");
+    return OSA_Attr(PanelNames::kStartupScript, "777");
 }
 
 } // namespace

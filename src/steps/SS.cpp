@@ -8,6 +8,7 @@
 #include "model/DB_Hardware.h"
 #include "model/DB_StepSets.h"
 #include "osa/OSA.h"
+#include "osa/PanelNames.h"
 #include "osa/ResultCodes.h"
 #include "steps/HW.h"
 
@@ -15,10 +16,6 @@
 
 namespace
 {
-
-constexpr const char* kScriptFolder = "/tmp/Zt/";
-constexpr const char* kScriptFile = "/tmp/Zt/temp.sh";
-constexpr const char* kSettingTool = "kx-setting-cui";
 
 /// Returns the payload folder of an item: the package folder, the step's and the item's number.
 std::string PayloadFolder(int stepIndex, int itemIndex)
@@ -61,12 +58,12 @@ int RunInstallScript(const std::string& script, int stepIndex)
     ILogger* const log = q_UpdaterEngine::SysLogger;
     std::string text = Replace_CRLF_to_LF(script);
     // A failure shows in the write that follows.
-    static_cast<void>(OSA_mkdir(kScriptFolder));
-    if (const int result = OSA_WriteStringToFile(text, kScriptFile); result != 0) {
-        log->OutLine("File write is corrupted. file=%s", kScriptFile);
+    static_cast<void>(OSA_mkdir(PanelNames::kStepScriptFolder));
+    if (const int result = OSA_WriteStringToFile(text, PanelNames::kStepScript); result != 0) {
+        log->OutLine("File write is corrupted. file=%s", PanelNames::kStepScript);
         return result;
     }
-    const int status = OSA_RunScript(kScriptFile);
+    const int status = OSA_RunScript(PanelNames::kStepScript);
     if (status != 0) {
         log->OutLine("Script execution returned an error(=%d) in step no %d", status,
                      stepIndex + 1);
@@ -203,7 +200,7 @@ int SS_HardSettingStepSet::ExecuteInstallStep(int stepIndex)
     }
     if (!args.empty()) {
         // The tool reports its own failures; the step ends well all the same.
-        static_cast<void>(OSA_Shell("%s set %s", kSettingTool, args.c_str()));
+        static_cast<void>(OSA_Shell("%s set %s", PanelNames::kSettingTool, args.c_str()));
     }
     return 0;
 }

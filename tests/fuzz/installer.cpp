@@ -6,9 +6,9 @@
 #include "Input.h"
 #include "engine/UserPackageInstaller.h"
 #include "engine/q_UpdaterEngine.h"
+#include "osa/OSA_System.h"
 #include "osa/PathList.h"
 
-#include <cstdio>
 #include <stdexcept>
 #include <string_view>
 
@@ -19,26 +19,11 @@ unsigned answers = 0;
 
 } // namespace
 
-extern "C" {
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for a wrapped function
-int __wrap_system(const char* command);
-std::FILE* __real_fopen(const char* path, const char* mode);
-std::FILE* __wrap_fopen(const char* path, const char* mode);
-// NOLINTEND(bugprone-reserved-identifier)
-
-int __wrap_system(const char* command)
+int OSA_SystemRun(const char* command)
 {
     constexpr int kExitStatusOne = 256;
     answers = (answers >> 1U) | ((answers & 1U) << 7U);
     return std::string_view(command).empty() || (answers & 1U) != 0 ? kExitStatusOne : 0;
-}
-
-std::FILE* __wrap_fopen(const char* path, const char* mode)
-{
-    // The updater writes with "w"; the fuzzer itself, with other modes, keeps its findings.
-    const bool isUpdatersWrite = std::string_view(mode) == "w";
-    return __real_fopen(isUpdatersWrite ? "/dev/null" : path, mode);
-}
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)

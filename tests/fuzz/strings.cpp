@@ -3,6 +3,7 @@
 
 // Checks the path and string functions against what must hold for every input.
 #include "osa/OSA.h"
+#include "osa/OSA_System.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -63,15 +64,10 @@ void CheckReplacements(const std::string& text, const std::string& from, const s
 
 } // namespace
 
-extern "C" {
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the linker's name for a wrapped function
-int __wrap_system(const char* command);
-
-int __wrap_system(const char* command)
+int OSA_SystemRun(const char* command)
 {
     lastCommand = command;
     return 0;
-}
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "support/SystemFiles.h"
 #include "support/TempDir.h"
 
 #include <string>
@@ -9,13 +10,10 @@
 /// Stands in for the panel's fixed paths while it lives: the drive /dev/sda1, which is plugged in
 /// at first, and the folder of records /var/lib/KxUserPackages, which is empty at first. One lives
 /// at a time.
-class PanelFiles
+class PanelFiles final : public SystemFiles
 {
 public:
     PanelFiles();
-    PanelFiles(const PanelFiles&) = delete;
-    PanelFiles& operator=(const PanelFiles&) = delete;
-    ~PanelFiles();
 
     void PlugDrive() { m_isDrivePlugged = true; }
     void PullDrive() { m_isDrivePlugged = false; }
@@ -35,13 +33,15 @@ public:
     /// Removes the whole folder of records.
     void RemoveRecords();
 
-    /// Returns where a path that the code under test uses really is.
-    [[nodiscard]] std::string Real(const std::string& path) const;
-
-    /// Plays `stat` on the drive; called by the replacement.
-    [[nodiscard]] int LookForDrive();
+    [[nodiscard]] int Stat(const char* path, struct stat* info) override;
+    [[nodiscard]] std::FILE* Open(const char* path, const char* mode) override;
+    [[nodiscard]] int List(const char* dir, dirent*** entries) override;
 
 private:
+    /// Returns where a path that the code under test uses really is.
+    [[nodiscard]] std::string Real(const std::string& path) const;
+    [[nodiscard]] int LookForDrive();
+
     TempDir m_dir;
     bool m_isDrivePlugged = true;
     int m_driveLooks = 0;

@@ -325,17 +325,17 @@ struct SleepRow {
 };
 
 const SleepRow kSleeps[] = {
-    {"Smallest", INT_MIN, {"usleep 100"}},
-    {"Negative", -1000, {"usleep 100"}},
-    {"Zero", 0, {"usleep 100"}},
-    {"One", 1, {"usleep 100"}},
-    {"Two", 2, {"usleep 2000"}},
-    {"BelowASecond", 999, {"usleep 999000"}},
+    {"Smallest", INT_MIN, {"pause 100"}},
+    {"Negative", -1000, {"pause 100"}},
+    {"Zero", 0, {"pause 100"}},
+    {"One", 1, {"pause 100"}},
+    {"Two", 2, {"pause 2000"}},
+    {"BelowASecond", 999, {"pause 999000"}},
     {"OneSecond", 1000, {"sleep 1"}},
-    {"AboveASecond", 1001, {"sleep 1", "usleep 1000"}},
-    {"SecondsAndRest", 2500, {"sleep 2", "usleep 500000"}},
+    {"AboveASecond", 1001, {"sleep 1", "pause 1000"}},
+    {"SecondsAndRest", 2500, {"sleep 2", "pause 500000"}},
     {"WholeSeconds", 3000, {"sleep 3"}},
-    {"Largest", INT_MAX, {"sleep 2147483", "usleep 647000"}},
+    {"Largest", INT_MAX, {"sleep 2147483", "pause 647000"}},
 };
 
 class OsaSleep : public ::testing::TestWithParam<SleepRow>

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/ShellRecorder.h"
 
+#include "osa/OSA_System.h"
 #include "support/DeviceFixture.h"
 #include "support/TempDir.h"
 
@@ -62,6 +63,11 @@ bool IsHarmless(const std::string& command)
 } // namespace
 
 int __wrap_system(const char* command)
+{
+    Refuse("a command past the recorder", command);
+}
+
+int OSA_SystemRun(const char* command)
 {
     if (current == nullptr) {
         Refuse("a command outside the life of a recorder", command);

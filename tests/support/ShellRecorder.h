@@ -8,10 +8,10 @@
 #include <vector>
 
 /// Takes the place of the shell while it lives: records every command that the code under test
-/// hands to `system`, and answers it.
+/// hands to the shell, and answers it.
 ///
-/// One recorder lives at a time. A command outside the life of a recorder ends the test binary,
-/// so no test can reach the machine's shell by accident.
+/// One recorder lives at a time. A command outside the life of a recorder ends the test binary, and
+/// so does a call of `system` anywhere, so no test can reach the machine's shell by accident.
 class ShellRecorder
 {
 public:
@@ -37,7 +37,7 @@ public:
     /// The commands so far, oldest first.
     [[nodiscard]] const std::vector<std::string>& Commands() const { return m_commands; }
 
-    /// Plays `system`; called by its replacement.
+    /// Plays OSA_SystemRun, which calls it.
     int Run(const char* command);
 
 private:

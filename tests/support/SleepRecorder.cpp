@@ -2,40 +2,36 @@
 // SPDX-License-Identifier: MIT
 #include "support/SleepRecorder.h"
 
-#include <unistd.h>
+#include "osa/OSA_System.h"
 
-extern "C" {
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for a wrapped function
-unsigned __real_sleep(unsigned seconds);
-unsigned __wrap_sleep(unsigned seconds);
-int __real_usleep(useconds_t microseconds);
-int __wrap_usleep(useconds_t microseconds);
-// NOLINTEND(bugprone-reserved-identifier)
-}
+#include <cstdio>
+#include <cstdlib>
 
 namespace
 {
 
 SleepRecorder* current = nullptr;
 
-} // namespace
-
-unsigned __wrap_sleep(unsigned seconds)
+void Note(const char* function, unsigned argument)
 {
     if (current == nullptr) {
-        return __real_sleep(seconds);
+        std::fprintf(stderr, "SleepRecorder: outside the life of a recorder: %s %u\n", function,
+                     argument);
+        std::abort();
     }
-    current->Note("sleep", seconds);
-    return 0;
+    current->Note(function, argument);
 }
 
-int __wrap_usleep(useconds_t microseconds)
+} // namespace
+
+void OSA_SystemSleep(unsigned seconds)
 {
-    if (current == nullptr) {
-        return __real_usleep(microseconds);
-    }
-    current->Note("usleep", microseconds);
-    return 0;
+    Note("sleep", seconds);
+}
+
+void OSA_SystemPause(unsigned microseconds)
+{
+    Note("pause", microseconds);
 }
 
 SleepRecorder::SleepRecorder()

@@ -5,8 +5,9 @@
 #include <string>
 #include <vector>
 
-/// Takes the place of the clock while it lives: records calls of `sleep` and `usleep` as
-/// "sleep 2" and "usleep 500000", and returns at once. Without one the calls sleep for real.
+/// Takes the place of the clock while it lives: records what the code under test
+/// sleeps as "sleep 2" (seconds) and "pause 500000" (microseconds), and returns at once. Without
+/// one nobody may sleep: it ends the test binary.
 class SleepRecorder
 {
 public:
@@ -17,7 +18,7 @@ public:
 
     [[nodiscard]] const std::vector<std::string>& Calls() const { return m_calls; }
 
-    /// Notes one call; used by the replacements.
+    /// Notes one call of OSA_SystemSleep or OSA_SystemPause, which call it.
     void Note(const char* function, unsigned argument);
 
 private:
