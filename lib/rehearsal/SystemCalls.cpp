@@ -15,11 +15,14 @@
 
 #include <sys/mman.h>
 
+using kx::rehearsal::Stage;
+using kx::rehearsal::VirtualPanel;
+
 namespace
 {
 
 /// Opens bytes as a file of the memory.
-std::FILE* Opened(const std::string& bytes, kx::rehearsal::Stage& stage)
+std::FILE* Opened(const std::string& bytes, Stage& stage)
 {
     const int fd = memfd_create("file", MFD_CLOEXEC);
     std::FILE* const file = fd < 0 ? nullptr : fdopen(fd, "w+b");
@@ -41,31 +44,30 @@ std::FILE* Opened(const std::string& bytes, kx::rehearsal::Stage& stage)
 
 int OSA_SystemRun(const char* command)
 {
-    kx::rehearsal::Stage* const stage = kx::rehearsal::Stage::Current();
+    Stage* const stage = Stage::Current();
     return stage != nullptr ? stage->Run(command) : -1;
 }
 
 int OSA_SystemStat(const char* path, struct stat* info)
 {
-    kx::rehearsal::Stage* const stage = kx::rehearsal::Stage::Current();
+    Stage* const stage = Stage::Current();
     if (stage == nullptr) {
         return stat(path, info);
     }
-    const kx::rehearsal::VirtualPanel::Kind kind = stage->LookAt(path);
-    if (*path == '\0' || kind == kx::rehearsal::VirtualPanel::Kind::kNone) {
+    const VirtualPanel::Kind kind = stage->LookAt(path);
+    if (*path == '\0' || kind == VirtualPanel::Kind::kNone) {
         errno = ENOENT;
         return -1;
     }
     *info = {};
-    info->st_mode =
-        kind == kx::rehearsal::VirtualPanel::Kind::kFolder ? S_IFDIR | 0755U : S_IFREG | 0644U;
+    info->st_mode = kind == VirtualPanel::Kind::kFolder ? S_IFDIR | 0755U : S_IFREG | 0644U;
     info->st_size = static_cast<off_t>(stage->SizeOf(path));
     return 0;
 }
 
 std::FILE* OSA_SystemOpen(const char* path, const char* mode)
 {
-    kx::rehearsal::Stage* const stage = kx::rehearsal::Stage::Current();
+    Stage* const stage = Stage::Current();
     if (stage == nullptr) {
         // Only descriptions of records are read through the updater's code.
         return *mode == 'r' ? std::fopen(path, mode) : nullptr;
@@ -73,7 +75,7 @@ std::FILE* OSA_SystemOpen(const char* path, const char* mode)
     if (*mode == 'w') {
         return stage->MakeFile(path) ? std::fopen("/dev/null", "w") : nullptr;
     }
-    const kx::rehearsal::VirtualPanel::Bytes content = stage->ContentOf(path);
+    const VirtualPanel::Bytes content = stage->ContentOf(path);
     if (content == nullptr) {
         errno = ENOENT;
         return nullptr;
@@ -83,7 +85,7 @@ std::FILE* OSA_SystemOpen(const char* path, const char* mode)
 
 int OSA_SystemList(const char* dir, dirent*** entries)
 {
-    kx::rehearsal::Stage* const stage = kx::rehearsal::Stage::Current();
+    Stage* const stage = Stage::Current();
     if (stage == nullptr) {
         return scandir(dir, entries, nullptr, alphasort);
     }
