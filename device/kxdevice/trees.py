@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: MIT
 """File trees by directory descriptor: no symbolic link inside a tree is ever followed."""
 
+import errno
 import os
 import stat
 
@@ -31,7 +32,8 @@ def _remove(directory, name, is_dir):
         else:
             os.unlink(name, dir_fd=directory)
     except OSError as error:
-        if error.errno not in (16, 39):  # EBUSY: a mount point, ENOTEMPTY: one further down
+        # A mount point, or one further down.
+        if error.errno not in (errno.EBUSY, errno.ENOTEMPTY):
             raise
 
 
@@ -124,7 +126,7 @@ def open_or_make(directory, name):
     except NotADirectoryError:
         os.unlink(name, dir_fd=directory)
     except OSError as error:
-        if error.errno != 40:  # ELOOP: a symbolic link
+        if error.errno != errno.ELOOP:  # what a symbolic link gives
             raise
         os.unlink(name, dir_fd=directory)
     os.mkdir(name, 0o755, dir_fd=directory)
