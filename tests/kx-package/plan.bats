@@ -310,6 +310,7 @@ END
     [ "$(grep -c /opt/c out)" -eq 0 ]
     [ "$(grep -c '^Recorded' out)" -eq 0 ]
     kx plan --json Foo
+    jq -e '.failedStep == 2 and .unpacked and (.recordedFolders + .recordedFiles | length) == 0' out
     [ "$(jq -r '.log[2]' out)" = 'File copy error(= 256) is corrupted. From /mnt/usb/Foo.temp/1/0/b to /opt/b  (Permissions=99)' ]
 }
 
@@ -354,6 +355,23 @@ END
 END
     [ "$(jq -c .recordedFolders out)" = '["/var/lib/KxUserPackages/Foo"]' ]
     find root | sort | diff before -
+}
+
+@test "a root: another package on the drive, and the window refuses both" {
+    make Foo </dev/null
+    mkdir -p root/mnt/usb
+    : >root/mnt/usb/Foo.kx-update
+    kx plan --root root Foo
+    [ "$status" -eq 0 ]
+
+    : >root/mnt/usb/Other.kx-update
+    kx plan --root root Foo
+
+    [ "$status" -eq 1 ]
+    [ "$(tail -n 1 out)" = 'The window finds another package beside this one, and refuses both.' ]
+    kx plan --json --root root Foo
+    [ "$(commands | tr -d '\n')" = '[sync][/usr/bin/kxsystem/usb_umount][/sbin/reboot]' ]
+    jq -e '.found or .unpacked | not' out
 }
 
 @test "a root: files in the way of folders, and folders in the way of files" {
@@ -640,7 +658,7 @@ assert bytes.fromhex(sys.stdin.read()) == b"cp -f \"/mnt/usb/Foo.temp/0/0/\xff\x
     make Foo <<'END'
 copy_folder(folder("/opt/one", {"a": "a", "file": link("a"), "gone": link("nowhere")}), skip=True)
 copy_folder(folder("/opt/two", {"d": {"x": "x"}, "folder": link("d"), "other": link("../../0/0/a")}))
-copy_folder(folder("/opt/three", {"etc": link("/etc")}))
+copy_folder(folder("/opt/three", {"home": link("/home")}))
 END
     (cd Foo && zip -q -r -y ../Foo.kx-update .)
 
@@ -661,7 +679,8 @@ END
 [cp -f "/mnt/usb/Foo.temp/1/0/folder/x" "/opt/two/folder/x" ]
 [cp -f "/mnt/usb/Foo.temp/1/0/other" "/opt/two/other" ]
 [mkdir -p "/opt/three"]
-[mkdir -p "/opt/three/etc"]
+[mkdir -p "/opt/three/home"]
+[mkdir -p "/opt/three/home/user"]
 END
 }
 
@@ -686,6 +705,23 @@ two_ways() {
         ln -s "../$((level + 1))" "$1/$level/b"
     done
     mkdir "$1/$2"
+}
+
+@test "lists in lists that double what is read: no plan, at once, and show still tells the rest" {
+    mkdir Foo
+    /usr/bin/python3 - >Foo/UserPackage.kx-project <<'END'
+TYPE = '"$type": "Zt.Plugins.DB_StepSets, Plexa", "$values": ['
+print("\ufeff" + '{"$type": "Zt.Plugins.DB_KxUserProject, Plexa", "Title": "t", "DB_StepSets": ' +
+      ("{" + TYPE) * 30 + "]}" * 30 + "}")
+END
+
+    bounded plan Foo
+    [ "$status" -eq 1 ]
+    [ "$(cat err)" = 'kx-package: Foo:UserPackage.kx-project: takes too long to read: there are too many objects in it, and each list doubles what stands in it; look for lists in lists' ]
+    bounded show Foo
+    [ "$status" -eq 0 ]
+    grep -qxF '  title:     t' out
+    grep -qF '  nothing. Foo:UserPackage.kx-project: takes too long to read' out
 }
 
 @test "links that multiply folders: no plan, in bounded time and memory" {
