@@ -246,7 +246,7 @@ WrittenArchive WriteArchive(const std::string& path, std::vector<ArchiveItem> it
     });
     const io::Interruption interruption;
     io::AtomicFile file(path);
-    Target target(file.Descriptor());
+    Target target(file.File().Number());
     Archive archive = Open(target, path);
     const DosTime when(options.moment);
     WrittenArchive written;
@@ -265,7 +265,7 @@ WrittenArchive WriteArchive(const std::string& path, std::vector<ArchiveItem> it
     static_cast<void>(archive.release()); // closing has freed it
     struct stat info {
     };
-    if (fstat(file.Descriptor(), &info) != 0) {
+    if (fstat(file.File().Number(), &info) != 0) {
         throw io::AccessError(path, "look at", errno);
     }
     written.size = static_cast<std::uint64_t>(info.st_size);
