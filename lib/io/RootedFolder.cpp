@@ -33,7 +33,6 @@ Kind KindOf(const struct stat& info)
 {
     return S_ISREG(info.st_mode)   ? Kind::kFile
            : S_ISDIR(info.st_mode) ? Kind::kFolder
-           : S_ISLNK(info.st_mode) ? Kind::kLink
                                    : Kind::kOther;
 }
 
@@ -62,7 +61,7 @@ RootedFolder::Standing StandingOf(const FoundPath& found)
     standing.kind = KindOf(found.info);
     if (standing.kind == Kind::kFile) {
         standing.size = static_cast<std::uint64_t>(found.info.st_size);
-    } else if (standing.kind == Kind::kLink) {
+    } else if (S_ISLNK(found.info.st_mode)) {
         standing.target = TargetOf(found.at);
     }
     return standing;

@@ -24,8 +24,7 @@ public:
         kMissing, ///< nothing, or a link that leads nowhere
         kFile,    ///< a regular one
         kFolder,
-        kLink,    ///< where links are not followed
-        kOther,   ///< a device, a pipe, a socket
+        kOther,   ///< a device, a pipe, a socket; a link that was not followed
         kUnknown, ///< it cannot be looked at
     };
 
@@ -33,7 +32,7 @@ public:
         Kind kind = Kind::kMissing;
         std::uint64_t size = 0; ///< bytes of a file
         int error = 0;          ///< errno that says why it is missing or unknown
-        std::string target;     ///< of a link: where it leads
+        std::string target;     ///< of a link that was not followed: where it leads
     };
 
     /// How paths are followed. What is found is the same; but what /proc has as links of running

@@ -35,10 +35,8 @@ std::string Told(const RootedFolder::Standing& standing)
         return "file " + std::to_string(standing.size);
     case Kind::kFolder:
         return "folder";
-    case Kind::kLink:
-        return "link to " + standing.target;
     case Kind::kOther:
-        return "other";
+        return standing.target.empty() ? "other" : "link to " + standing.target;
     case Kind::kMissing:
         return "missing " + std::to_string(standing.error);
     case Kind::kUnknown:
