@@ -48,12 +48,12 @@ std::string Descriptor::Path() const
     return "/proc/self/fd/" + std::to_string(m_number);
 }
 
-Descriptor OpenFile(const std::string& path)
+Descriptor OpenFile(const std::string& path, const std::string& doing)
 {
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {
-        throw AccessError(path, "open", errno);
+        throw AccessError(path, doing, errno);
     }
     const Error noFile(ExitCode::kNoAccess, path, "is no file");
     if (!S_ISREG(info.st_mode)) {
@@ -62,7 +62,7 @@ Descriptor OpenFile(const std::string& path)
     // The name may have come to stand for something else since: it must not be waited for.
     Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file.IsOpen() || fstat(file.Number(), &info) != 0) {
-        throw AccessError(path, "open", errno);
+        throw AccessError(path, doing, errno);
     }
     if (!S_ISREG(info.st_mode)) {
         throw noFile;

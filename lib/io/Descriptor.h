@@ -50,8 +50,9 @@ private:
 
 /// Opens a regular file for reading. Nothing else is opened, not even for a moment: that of a
 /// device can do something, that of a pipe can wait for ever.
-/// @throws Error "cannot open: …" or "is no file"
-[[nodiscard]] Descriptor OpenFile(const std::string& path);
+/// @param doing  what the file is opened for, in an error's words
+/// @throws Error "cannot open: …", with the words of @p doing, or "is no file"
+[[nodiscard]] Descriptor OpenFile(const std::string& path, const std::string& doing = "open");
 
 /// Opens a folder, links to it followed, to look at what is in it.
 /// @throws Error "cannot open: …", also when it is no folder

@@ -150,8 +150,8 @@ TEST(OpenFile, TellsWhyItCannotBeOpened)
     const std::string path = dir.Write("x", "bytes");
     const Faults faults(Call::kOpen, {{EACCES}});
 
-    EXPECT_EQ(Thrown([&] { OpenFile(path).Close(); }),
-              "3: " + path + ": cannot open: Permission denied");
+    EXPECT_EQ(Thrown([&] { OpenFile(path, "read the words").Close(); }),
+              "3: " + path + ": cannot read the words: Permission denied");
 }
 
 TEST(OpenFolder, OpensFoldersOnly)
