@@ -57,47 +57,15 @@ void RefuseWrongUse(const TryOptions& options)
     }
 }
 
-/// A package as the trial installs it: whatever updater it has, one is started.
-class StartablePackage final : public archive::Package
-{
-public:
-    explicit StartablePackage(const archive::Package& package) : m_package(package)
-    {
-        archive::PackageEntry updater;
-        updater.name = archive::kUpdaterName;
-        updater.mode = 0755;
-        updater.hasMode = true;
-        std::vector<archive::PackageEntry> entries = package.Entries();
-        entries.push_back(updater);
-        m_entries = archive::Arranged(std::move(entries));
-    }
-
-    [[nodiscard]] const std::string& Path() const override { return m_package.Path(); }
-    [[nodiscard]] bool IsArchive() const override { return m_package.IsArchive(); }
-    [[nodiscard]] const std::vector<archive::PackageEntry>& Entries() const override
-    {
-        return m_entries;
-    }
-    [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override
-    {
-        return m_package.Read(name, limit);
-    }
-    [[nodiscard]] std::string LinkTarget(const std::string& name) const override
-    {
-        return m_package.LinkTarget(name);
-    }
-
-private:
-    const archive::Package& m_package;
-    std::vector<archive::PackageEntry> m_entries;
-};
-
 /// Chooses the command of the step that is to fail, in the words of the panel that will be.
 ShellFailure ChooseFailure(const std::string& path, std::size_t step)
 {
     const std::unique_ptr<archive::Package> package = archive::OpenPackage(path);
     const std::size_t count = format::Summarize(*package).steps.size();
-    const rehearsal::Plan plan = rehearsal::Rehearse(StartablePackage(*package), "/mnt/usb", "");
+    // Whatever updater the package has, the trial starts one.
+    rehearsal::Circumstances where;
+    where.hasOtherUpdater = true;
+    const rehearsal::Plan plan = rehearsal::Rehearse(*package, where);
     ShellFailure failure = FailureOfStep(plan, count, step);
     // A folder that is named like an unpacked package already gets no second ending.
     const std::string thought = UnpackedFolder(plan.packageFile, true);
