@@ -112,8 +112,18 @@ std::string WhyOf(const rehearsal::Plan& plan)
     return plan.log.empty() ? "." : ": " + plan.log.back();
 }
 
+/// Returns a sentence that says where the description leads to when it is a link.
+std::string LinkRemark(const archive::Package& package)
+{
+    const archive::PackageEntry* const entry = package.Find(archive::kDescriptionName);
+    if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kLink) {
+        return {};
+    }
+    return " " + entry->name + " is a link to '" + package.LinkTarget(entry->name) + "'.";
+}
+
 /// Tells how it ends, in a sentence.
-std::string EndOf(const rehearsal::Plan& plan)
+std::string EndOf(const rehearsal::Plan& plan, const archive::Package& package)
 {
     if (!plan.isFound) {
         return "The window finds no package: the file's name does not end in " +
@@ -123,7 +133,7 @@ std::string EndOf(const rehearsal::Plan& plan)
         return "The window ends by SIGABRT: the description is no JSON object.";
     }
     if (!plan.isShown) {
-        return "The window cannot load the package" + WhyOf(plan);
+        return "The window cannot load the package" + WhyOf(plan) + LinkRemark(package);
     }
     if (!plan.isStarted && format::HasForeignBytes(plan.packageFile)) {
         return "The package's updater cannot be started: the window does not find it, as the "
@@ -142,7 +152,7 @@ std::string EndOf(const rehearsal::Plan& plan)
     return "The installation fails" + WhyOf(plan);
 }
 
-void WriteText(const Output& output, const rehearsal::Plan& plan)
+void WriteText(const Output& output, const rehearsal::Plan& plan, const archive::Package& package)
 {
     const rehearsal::PlannedCommand* before = nullptr;
     for (const rehearsal::PlannedCommand& command : plan.commands) {
@@ -158,7 +168,7 @@ void WriteText(const Output& output, const rehearsal::Plan& plan)
                    << Coloured(output, Colour::kYellow, RemarksOn(command)) << '\n';
         before = &command;
     }
-    output.out << '\n' << io::Printable(EndOf(plan)) << '\n';
+    output.out << '\n' << io::Printable(EndOf(plan, package)) << '\n';
     if (plan.isInstalled) {
         output.out << "Recorded in " << io::Printable(plan.record) << ":\n";
         for (const auto* const list : {&plan.folders, &plan.files}) {
@@ -177,7 +187,7 @@ io::ExitCode RunPlan(const PlanOptions& options, const Output& output)
     if (output.isJson) {
         WriteJson(output, JsonOf(plan));
     } else {
-        WriteText(output, plan);
+        WriteText(output, plan, *package);
     }
     return plan.isInstalled ? io::ExitCode::kFine : io::ExitCode::kProblems;
 }
