@@ -279,9 +279,13 @@ private:
 
     void CheckHeaders(const archive::ZipMember& member)
     {
+        constexpr unsigned kDeflate64 = 9;
         constexpr unsigned kBzip2 = 12;
         if (member.local.method == kBzip2) {
             m_findings.Add(RuleId::kEntryBzip2, PlaceOf(member), "is packed by bzip2");
+        }
+        if (member.local.method == kDeflate64) {
+            m_findings.Add(RuleId::kEntryDeflate64, PlaceOf(member), "is packed by deflate64");
         }
         if (const std::string difference = Difference(member); !difference.empty()) {
             m_findings.Add(RuleId::kEntryHeader, PlaceOf(member),

@@ -131,6 +131,11 @@ constexpr Rule kRules[] = {
     {RuleId::kEntryBzip2, "entry-bzip2", Severity::kWarning, "An entry is packed by bzip2.",
      "Not every `unzip` is built with it; without it the package shows as damaged.",
      "Pack by the method \"deflate\" (`7z`: `-mm=Deflate`)."},
+    {RuleId::kEntryDeflate64, "entry-deflate64", Severity::kWarning,
+     "An entry is packed by deflate64, which some desktop systems choose for large files.",
+     "Debian's `unzip` unpacks it, but not every `unzip` is built with it; without it the package "
+     "shows as damaged.",
+     "Pack by the method \"deflate\" (`7z`: `-mm=Deflate`)."},
     {RuleId::kEntryVersion, "entry-version", Severity::kError,
      "An entry wants a newer version of the zip format than the panel's `unzip` knows, which is "
      "4.6.",
