@@ -6,6 +6,7 @@
 #include "archive/UnpackedArchive.h"
 #include "checks/ArchiveChecks.h"
 #include "checks/DescriptionChecks.h"
+#include "checks/InstallationChecks.h"
 #include "checks/NameChecks.h"
 #include "checks/StepChecks.h"
 #include "checks/UpdaterChecks.h"
@@ -57,9 +58,12 @@ void CheckContents(const archive::Package& package, const format::Processor* pro
     }
     const format::Description description =
         CheckDescription(package.Read(archive::kDescriptionName, kLargestChecked + 1), findings);
-    if (description.root.has_value()) {
-        CheckSteps(*description.root, package, format::RecordName(package.Path()), findings);
+    const format::JsonNode* const root =
+        description.root.has_value() ? &*description.root : nullptr;
+    if (root != nullptr) {
+        CheckSteps(*root, package, format::RecordName(package.Path()), findings);
     }
+    CheckInstallation(package, root, findings);
 }
 
 std::string WithoutMark(std::string path)
