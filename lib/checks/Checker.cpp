@@ -14,6 +14,7 @@
 #include "io/StandardInput.h"
 
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include <sys/stat.h>
@@ -41,6 +42,28 @@ bool HasTooManyNames(const archive::ZipStructure& zip)
     return total > kMostNameBytes;
 }
 
+/// Returns the description's bytes, through links; nothing when that was told to be impossible.
+std::optional<std::string> DescriptionBytes(const archive::Package& package, Findings& findings)
+{
+    const archive::PackageEntry* entry = package.Find(archive::kDescriptionName);
+    if (entry != nullptr && entry->kind == archive::PackageEntry::Kind::kLink) {
+        entry = CheckLink(package, *entry, RuleId::kDescriptionLink, findings);
+        if (entry == nullptr) {
+            return {};
+        }
+    }
+    if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
+        findings.Add(RuleId::kDescriptionMissing, Place::Whole(),
+                     MissingText(package, archive::kDescriptionName));
+        return {};
+    }
+    try {
+        return package.Read(entry->name, kLargestChecked + 1);
+    } catch (const archive::ContentError&) {
+        return {}; // found when the archive was looked at
+    }
+}
+
 /// Checks what stands in a package, whatever it came as.
 void CheckContents(const archive::Package& package, const format::Processor* processor,
                    Findings& findings)
@@ -50,14 +73,11 @@ void CheckContents(const archive::Package& package, const format::Processor* pro
     if (findings.HasErrorAt(archive::kDescriptionName)) {
         return; // it does not even arrive
     }
-    const archive::PackageEntry* const entry = package.Find(archive::kDescriptionName);
-    if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
-        findings.Add(RuleId::kDescriptionMissing, Place::Whole(),
-                     MissingText(package, archive::kDescriptionName));
+    std::optional<std::string> bytes = DescriptionBytes(package, findings);
+    if (!bytes.has_value()) {
         return;
     }
-    const format::Description description =
-        CheckDescription(package.Read(archive::kDescriptionName, kLargestChecked + 1), findings);
+    const format::Description description = CheckDescription(std::move(*bytes), findings);
     const format::JsonNode* const root =
         description.root.has_value() ? &*description.root : nullptr;
     if (root != nullptr) {
@@ -80,13 +100,15 @@ void CheckArchivePackage(const std::string& path, const archive::ByteSource& sou
                          const format::Processor* processor, Findings& findings)
 {
     const archive::ZipStructure zip = archive::ReadZipStructure(source);
-    CheckArchive(source, zip, findings);
+    const archive::UnpackVerdict verdict = archive::JudgeUnpacking(source, zip);
+    CheckArchive(zip, verdict, findings);
     if (HasTooManyNames(zip)) {
         findings.Add(RuleId::kArchiveTooMany, Place::Whole(), "its names are too many or too long");
         return;
     }
     if (!zip.members.empty()) {
-        CheckContents(archive::UnpackedArchive(path, source, zip), processor, findings);
+        CheckContents(archive::UnpackedArchive(path, source, zip, verdict.status), processor,
+                      findings);
     }
 }
 

@@ -185,6 +185,11 @@ Plan Rehearse(const archive::Package& package, const Circumstances& where)
     plan.packageFile = where.drive + "/" + FileNameOf(package);
     plan.record = std::string(panel::kRegistry) + "/" + format::RecordName(plan.packageFile);
 
+    const archive::PackageEntry* const description = package.Find(panel::kDescription);
+    if (description != nullptr && description->kind == archive::PackageEntry::Kind::kLink) {
+        plan.descriptionLink = package.LinkTarget(description->name);
+    }
+
     VirtualPanel panel(where.root);
     panel.MakeFolder(where.drive);
     panel.MakeFile(plan.packageFile);

@@ -318,6 +318,9 @@ void Stage::RefuseEndless(const std::string& description) const
 
 bool Stage::Unpack(const std::string& folder)
 {
+    if (m_package.UnpackStatus() != 0) {
+        return false; // what was unpacked by then plays no part: the window only takes it away
+    }
     const std::vector<archive::PackageEntry>& entries = m_package.Entries();
     for (std::size_t index = 0; index < entries.size(); ++index) {
         const archive::PackageEntry& entry = entries[index];

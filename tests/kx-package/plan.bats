@@ -464,7 +464,7 @@ END
     bounded plan --root root Foo
     # The updater takes no file whose size an int cannot tell.
     [ "$status" -eq 1 ]
-    [ "$(tail -n 1 out)" = 'The window cannot load the package: Unable to access /mnt/usb/Foo.temp/UserPackage.kx-project file.' ]
+    [ "$(tail -n 1 out)" = 'The window cannot load the package: Unable to access /mnt/usb/Foo.temp/UserPackage.kx-project file. UserPackage.kx-project is a link to '"'/opt/huge'." ]
     truncate -s 300M root/opt/huge
     bounded plan --root root Foo
     expect 3 '' $'kx-package: root/opt/huge: is larger than 256.0 MiB\n'
@@ -507,20 +507,70 @@ END
     expect 3 '' $'kx-package: /dev/null: is neither a file nor a folder; name a package or the folder of an unpacked one\n'
 }
 
-@test "a description that cannot be read, or is damaged, is no plan" {
+@test "a description that cannot be read is no plan" {
     make Foo </dev/null
     chmod 000 Foo/UserPackage.kx-project
 
     without_rights plan Foo
     expect 3 '' $'kx-package: Foo/UserPackage.kx-project: cannot read: Permission denied\n'
+}
 
-    chmod 644 Foo/UserPackage.kx-project
-    (cd Foo && zip -q -0 -r ../Bar.kx-update .)
-    sed -i 's/Test package/Best package/' Bar.kx-update
-    kx plan Bar.kx-update
-    [ "$status" -eq 3 ]
-    [ ! -s out ]
-    [ "$(cat err)" = 'kx-package: Bar.kx-update:UserPackage.kx-project: cannot read: CRC error' ]
+# refused FILE: expects the plan of an archive that unzip itself does not unpack without complaint.
+refused() {
+    local unzipped=0
+    mkdir -p unzipped
+    unzip -o "$1" -d unzipped >/dev/null 2>&1 </dev/null || unzipped=$?
+    [ "$unzipped" -ne 0 ]
+    kx plan --json "$1"
+    expect_commands true <<END
+[sync]
+[rm -r "/mnt/usb/${1%.kx-update}.temp"]
+[mkdir -p "/mnt/usb/${1%.kx-update}.temp"]
+[unzip -o "/mnt/usb/$1" -d "/mnt/usb/${1%.kx-update}.temp" ]
+[rm -r "/mnt/usb/${1%.kx-update}.temp"]
+[/usr/bin/kxsystem/usb_umount]
+[/sbin/reboot]
+END
+    [ "$(jq -r '.log[-1]' out)" = "Unable to unpack /mnt/usb/$1 file to /mnt/usb/${1%.kx-update}.temp." ]
+    [ "$(jq '.shown' out)" = false ]
+    rm -r unzipped
+}
+
+@test "what unzip refuses or warns of is not installed by the plan either" {
+    make Foo <<'END'
+copy_folder(folder("/opt/f", {"d": {"x": "x"}}))
+END
+    (cd Foo && zip -q -0 -r ../Good.kx-update .)
+    kx plan Good.kx-update
+    grep -qx 'The installation succeeds.' out
+
+    sed 's/Test package/Best package/' Good.kx-update >Sum.kx-update
+    (echo '#!/bin/sh' && cat Good.kx-update) >Leading.kx-update
+    (cd Foo && zip -q -P secret -r ../Encrypted.kx-update .)
+    (cd Foo && 7z a -tzip -bd -mm=LZMA ../Method.kx-update . >/dev/null)
+    /usr/bin/python3 - <<'END'
+import zipfile
+
+def copy(name, rename=lambda name: name, system=3, more=()):
+    with zipfile.ZipFile("Good.kx-update") as good, zipfile.ZipFile(name, "w") as archive:
+        for old in good.infolist():
+            info = zipfile.ZipInfo("x", (2026, 11, 21, 0, 0, 0))
+            info.filename, info.create_system = rename(old.filename), system
+            info.external_attr = old.external_attr
+            archive.writestr(info, good.read(old))
+        for path in more:
+            archive.writestr(path, "more")
+
+copy("Backslash.kx-update", lambda name: name.replace("/", "\\"), system=0)
+copy("Absolute.kx-update", lambda name: "/" + name)
+copy("Up.kx-update", lambda name: "../" + name)
+copy("Conflict.kx-update", more=["a", "a-b", "a/c"])
+END
+
+    for name in Sum Leading Encrypted Method Backslash Absolute Up Conflict; do
+        refused "$name.kx-update"
+        [ "$status" -eq 1 ]
+    done
 }
 
 @test "a description beyond all measure is no plan" {
@@ -632,6 +682,34 @@ END
 [mkdir -p "/opt/three/home"]
 [mkdir -p "/opt/three/home/user"]
 END
+}
+
+@test "a description and an updater that are links are followed, and told where they lead to nothing" {
+    make Foo <<'END'
+copy_folder(folder("/opt/f", {"x": "x"}))
+END
+    kx plan Foo
+    mv out files.plan
+    mkdir Foo/real
+    mv Foo/UserPackage.kx-project Foo/kx_Updater Foo/real
+    ln -s real/UserPackage.kx-project real/kx_Updater Foo
+    (cd Foo && zip -q -r -y ../Foo.kx-update .)
+
+    for package in Foo Foo.kx-update; do
+        kx plan "$package"
+        diff files.plan out
+        kx show "$package"
+        [ "$status" -eq 0 ]
+        grep -q '^  updater:   .*[KM]iB$\|^  updater:   .* bytes$' out
+    done
+
+    rm -r Foo/real
+    (cd Foo && rm -f ../Foo.kx-update && zip -q -r -y ../Foo.kx-update .)
+    kx plan Foo.kx-update
+    [ "$status" -eq 1 ]
+    grep -qxF "The window cannot load the package: Unable to access /mnt/usb/Foo.temp/UserPackage.kx-project file. UserPackage.kx-project is a link to 'real/UserPackage.kx-project'." out
+    kx show Foo.kx-update
+    expect 3 '' $'kx-package: Foo.kx-update:UserPackage.kx-project: is a link to \'real/UserPackage.kx-project\', which is no file of the package; pack the file itself (zip without -y)\n'
 }
 
 @test "a link that leads round is followed until Linux refuses" {

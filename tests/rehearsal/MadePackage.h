@@ -50,6 +50,9 @@ public:
     {
         return m_contents.at(name);
     }
+    [[nodiscard]] int UnpackStatus() const override { return unpackStatus; }
+
+    int unpackStatus = 0; ///< of the panel's unzip
 
 private:
     std::vector<archive::PackageEntry> m_entries;

@@ -61,6 +61,17 @@ TEST_F(StageTest, IsUpAsLongAsItLives)
     EXPECT_EQ(Stage::Current(), nullptr);
 }
 
+TEST_F(StageTest, UnpacksNothingWhereUnzipDoesNot)
+{
+    package.Add(kFile, archive::kUpdaterName, "", 0755);
+    package.unpackStatus = 1;
+    Stage stage(panel, package, plan);
+
+    EXPECT_EQ(Unpack(stage), kFailed);
+
+    EXPECT_EQ(panel.KindOf("/mnt/usb/Foo.temp/kx_Updater"), Kind::kNone);
+}
+
 struct CommandCase {
     const char* name;
     const char* command;
