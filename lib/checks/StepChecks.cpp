@@ -384,11 +384,11 @@ private:
             m_findings.Add(RuleId::kTargetRelative, place, "'" + target + "' is no full path");
             return false;
         }
-        CheckTargetFolder(target, place);
-        return true;
+        return CheckTargetFolder(target, place);
     }
 
-    void CheckTargetFolder(const std::string& target, const Place& place)
+    /// @return false when the target is longer than can be
+    bool CheckTargetFolder(const std::string& target, const Place& place)
     {
         constexpr std::size_t kLongestPart = 255;
         constexpr std::size_t kLongestPath = 4000;
@@ -413,6 +413,7 @@ private:
                 m_findings.Add(RuleId::kTargetLost, place, std::string("lies in '") + folder + "'");
             }
         }
+        return !isLong;
     }
 
     // ---- what no step uses ----
