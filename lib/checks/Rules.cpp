@@ -448,6 +448,10 @@ constexpr Rule kRules[] = {
     {RuleId::kUserPassword, "user-password", Severity::kNote, "The package holds a password.",
      "Everybody can read it: in the package, and in its record on the panel.",
      "Have it changed after the installation."},
+    {RuleId::kInstallationFails, "installation-fails", Severity::kError,
+     "The rehearsal of the installation (`kx-package plan`) fails, and no other finding says why.",
+     "The window refuses the package, or the installation ends at the step that the finding names.",
+     "See where `kx-package plan` ends; what stands before it tells what is in the way."},
 };
 
 constexpr bool IsInOrder()

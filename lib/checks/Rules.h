@@ -144,6 +144,8 @@ enum class RuleId : std::size_t {
     kUserName,
     kUserItem,
     kUserPassword,
+    // the installation as a whole
+    kInstallationFails,
 
     kEnd, ///< how many there are
 };
