@@ -1,6 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/TrialJson.h"
+#include "commands/TrialText.h"
 #include "commands/Values.h"
 #include "compose/UpdaterSearch.h"
 #include "format/Summary.h"
@@ -8,7 +10,6 @@
 #include "rehearsal/Rehearsal.h"
 #include "trial/Places.h"
 #include "trial/ShellTerminal.h"
-#include "trial/TrialReport.h"
 
 #include <memory>
 #include <string>
@@ -128,10 +129,16 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
     request.bounds = options.bounds;
     request.environment = options.environment;
     request.isTwice = options.isTwice;
-    request.hasShell = options.hasShell;
+    if (options.hasShell) {
+        request.shellGreeting = ShellGreeting;
+    }
 
     const TrialResult result = RunTrial(request);
-    WriteTrial(output, subject, result);
+    if (output.isJson) {
+        WriteTrialJson(output, subject, result);
+    } else {
+        WriteTrialText(output, subject, result);
+    }
     return result.installations.back().isInstalled ? io::ExitCode::kFine : io::ExitCode::kProblems;
 }
 

@@ -96,7 +96,7 @@ public:
         if (m_request.isTwice && result.installations.front().isUnpacked) {
             result.installations.push_back(Install(std::nullopt));
         }
-        if (m_request.hasShell) {
+        if (m_request.shellGreeting) {
             result.shell = VisitShell(result.installations.back().isInstalled);
         }
         m_panel.End();
@@ -251,8 +251,7 @@ std::optional<TrialRecord> Trial::ReadRecord()
 ShellVisit Trial::VisitShell(bool isInstalled)
 {
     ShellTerminal terminal;
-    terminal.Say(std::string("The package is ") + (isInstalled ? "" : "not ") +
-                 "installed. This is a shell on the panel; leave it with 'exit'.");
+    terminal.Say(m_request.shellGreeting(isInstalled));
     m_panel.SetSeconds(kShellSeconds);
     const PanelResult ended = m_panel.Run({"--summary-json", m_panel.Scratch("changes"), "--env",
                                            "PS1=panel:\\w# ", "--env", "HISTFILE="},

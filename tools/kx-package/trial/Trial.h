@@ -7,6 +7,7 @@
 #include "trial/ShellFailure.h"
 #include "trial/TrialPanel.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,7 +23,8 @@ struct TrialRequest {
     TrialBounds bounds;
     std::vector<std::string> environment;
     bool isTwice = false;
-    bool hasShell = false;
+    /// Returns the line that a shell on the panel begins with; without it there is no shell.
+    std::function<std::string(bool isInstalled)> shellGreeting;
     std::optional<ShellFailure> failure; ///< of the first installation
 };
 
