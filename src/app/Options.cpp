@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "app/Options.h"
 
-#include "osa/OSA.h"
+#include "engine/Installation.h"
 #include "osa/PanelNames.h"
 #include "osa/ResultCodes.h"
 
@@ -30,6 +30,25 @@ std::string* FieldOf(std::string_view word, Options& options)
         return &options.upDir;
     }
     return word == "-q_Updater" ? &options.updaterPath : nullptr;
+}
+
+/// Returns the identifier of the message that the window shows after a search, or null after one
+/// that found its package.
+const char* MessageIdOf(Installation::Search search)
+{
+    switch (search) {
+    case Installation::Search::kFound:
+        break;
+    case Installation::Search::kNoFolderGiven:
+        return "KX_BUG01";
+    case Installation::Search::kNoFolder:
+        return "ER_MSG05";
+    case Installation::Search::kNoPackage:
+        return "ER_MSG03";
+    case Installation::Search::kSeveralPackages:
+        return "ER_MSG02";
+    }
+    return nullptr;
 }
 
 } // namespace
@@ -76,31 +95,12 @@ int Options::ComformUpPath(QString& message)
     if (!unzipedDir.empty()) {
         return 1;
     }
-    if (upDir.empty()) {
-        message = QObject::tr("KX_BUG01");
-        return 0;
+    const char* const id = MessageIdOf(Installation::FindPackage(upDir, upFile));
+    if (id == nullptr) {
+        return 1;
     }
-    if (!OSA_IsFileExist(upDir.c_str())) {
-        message = QObject::tr("ER_MSG05");
-        return 0;
-    }
-    OSA_FindFile listing;
-    for (const char* name = listing.FindFirst(upDir.c_str()); name != nullptr;
-         name = listing.Next()) {
-        if (std::string_view(OSA_GetExt(name)) != PanelNames::kPackageExtension) {
-            continue;
-        }
-        if (!upFile.empty()) {
-            message = QObject::tr("ER_MSG02");
-            return 0;
-        }
-        upFile = upDir + "/" + name;
-    }
-    if (upFile.empty()) {
-        message = QObject::tr("ER_MSG03");
-        return 0;
-    }
-    return 1;
+    message = QObject::tr(id);
+    return 0;
 }
 
 int StrToInt10(const char* text, int* value, int min, int max)

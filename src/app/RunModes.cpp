@@ -4,10 +4,10 @@
 
 #include "app/Globals.h"
 #include "engine/ILogger.h"
+#include "engine/Installation.h"
 #include "engine/q_UpdaterEngine.h"
 #include "gui/mainwindow.h"
 #include "osa/OSA.h"
-#include "osa/PanelNames.h"
 
 #include <QApplication>
 
@@ -53,23 +53,7 @@ int CuiMode(QApplication* /*app*/)
     CuiLogger logger;
     q_UpdaterEngine::InitSystem(&logger);
 
-    UserPackageInstaller& package = G::TargetUP;
-    package.packageDir = G::Opts.unzipedDir;
-    package.projectFile = package.packageDir + "/" + PanelNames::kDescription;
-    package.removeUnpacked = true;
-
-    if (const int result = package.ReadKxProjectFile(); result != 0) {
-        return result;
-    }
-    // A device without write protection has no such tool.
-    static_cast<void>(OSA_Shell("%s", PanelNames::kWriteProtectOff));
-    if (const int result = package.ClearInstalledLog(); result != 0) {
-        return result;
-    }
-    if (const int result = package.ExecuteInstallStep(); result != 0) {
-        return result;
-    }
-    return package.RegistInstalledLog();
+    return Installation::InstallUnpacked(G::TargetUP, G::Opts.unzipedDir);
 }
 
 int GuiMode(QApplication* /*app*/)

@@ -4,8 +4,7 @@
 #include "app/Globals.h"
 #include "app/ProcessSetUp.h"
 #include "app/RunModes.h"
-#include "osa/OSA.h"
-#include "osa/PanelNames.h"
+#include "engine/Installation.h"
 #include "osa/ResultCodes.h"
 
 #include <QApplication>
@@ -59,10 +58,6 @@ int main(int argc, char** argv)
     QTranslator translator;
     InstallTranslation(translator);
 
-    // A drive pulled out or a power cut later on finds what was there before written; a device
-    // without the tool goes on.
-    static_cast<void>(OSA_Shell("%s", PanelNames::kSync));
-    const int result = hasWindow ? GuiMode(G::App) : CuiMode(G::App);
-    static_cast<void>(OSA_Shell("%s", PanelNames::kSync));
-    return ExitCodeOf(result);
+    return ExitCodeOf(Installation::BetweenSyncs(
+        [hasWindow] { return hasWindow ? GuiMode(G::App) : CuiMode(G::App); }));
 }

@@ -3,6 +3,7 @@
 #include "engine/UserPackageInstaller.h"
 
 #include "engine/ILogger.h"
+#include "engine/IStepObserver.h"
 #include "engine/q_UpdaterEngine.h"
 #include "model/DB_KxUserProject.h"
 #include "model/DB_StepSets.h"
@@ -146,7 +147,7 @@ int UserPackageInstaller::ReadRootOnlyKxProjectFile()
     return Read(q_UpdaterEngine::kReadRootOnly);
 }
 
-int UserPackageInstaller::ExecuteInstallStep()
+int UserPackageInstaller::ExecuteInstallStep(IStepObserver* observer)
 {
     const CurrentPackageScope scope(packageDir);
     IPicoJ* const list = project != nullptr ? project->DB_StepSets : nullptr;
@@ -158,7 +159,14 @@ int UserPackageInstaller::ExecuteInstallStep()
         return FailStep(0, SS_ReportUnexpected(list, 0));
     }
     for (int index = 0; index < steps->count; ++index) {
-        if (const int result = ExecuteStep(*steps, index); result != 0) {
+        if (observer != nullptr) {
+            observer->OnStep(index, steps->count);
+        }
+        const int result = ExecuteStep(*steps, index);
+        if (observer != nullptr) {
+            observer->OnStepEnd(index, result);
+        }
+        if (result != 0) {
             return result;
         }
     }

@@ -5,11 +5,12 @@
 #include <string>
 
 class DB_KxUserProject;
+class IStepObserver;
 
 /// One package: where it is unpacked, its description once read, and what is done with it.
 ///
-/// The run modes set the three public fields before the first call. All messages go through
-/// q_UpdaterEngine::SysLogger.
+/// The road of an installation (Installation.h) sets the three public fields before the first call.
+/// All messages go through q_UpdaterEngine::SysLogger.
 class UserPackageInstaller
 {
 public:
@@ -39,9 +40,10 @@ public:
     [[nodiscard]] int ReadRootOnlyKxProjectFile();
 
     /// Executes the install steps in order; the first that fails ends the installation.
+    /// @param observer  is told where the loop stands; null: nobody
     /// @return 0; kGeneralError for a step of unknown kind or without a description; kFieldError
     ///         for a record that is no step; else the failed step's result
-    [[nodiscard]] int ExecuteInstallStep();
+    [[nodiscard]] int ExecuteInstallStep(IStepObserver* observer = nullptr);
 
     /// Deletes packageDir when removeUnpacked is set.
     void Cleanup();

@@ -4,6 +4,7 @@
 
 #include "app/Globals.h"
 #include "engine/ILogger.h"
+#include "engine/Installation.h"
 #include "engine/q_UpdaterEngine.h"
 #include "gui/AutoResize.h"
 #include "gui/InstallProcss.h"
@@ -11,8 +12,6 @@
 #include "gui/LogLayout.h"
 #include "gui/ui_mainwindow.h"
 #include "model/DB_KxUserProject.h"
-#include "osa/OSA.h"
-#include "osa/PanelNames.h"
 
 #include <QTextCursor>
 #include <QTimer>
@@ -47,12 +46,8 @@ void PrepareLogArea(QPlainTextEdit& area)
 /// @return false when one of them failed
 bool LoadPackage()
 {
-    UserPackageInstaller& package = G::TargetUP;
-    G::Opts.unzipedDir = OSA_TrimExt(G::Opts.upFile.c_str()) + PanelNames::kUnpackedSuffix;
-    package.packageDir = G::Opts.unzipedDir;
-    package.projectFile = package.packageDir + "/" + PanelNames::kDescription;
-    package.removeUnpacked = true;
-    return package.Unpack(G::Opts.upFile.c_str()) == 0 && package.ReadRootOnlyKxProjectFile() == 0;
+    G::Opts.unzipedDir = Installation::UnpackedFolder(G::Opts.upFile); // the child's, too
+    return Installation::OpenPackage(G::TargetUP, G::Opts.upFile) == 0;
 }
 
 } // namespace
@@ -162,7 +157,7 @@ void MainWindow::on_InstallButton_clicked()
     m_installProcess->owner = this;
     const std::string program = !G::Opts.updaterPath.empty()
                                     ? G::Opts.updaterPath
-                                    : G::Opts.unzipedDir + "/" + PanelNames::kUpdater;
+                                    : Installation::PackagedUpdater(G::Opts.unzipedDir);
     std::array<const char*, 2> arguments = {"-unzipedDir", G::Opts.unzipedDir.c_str()};
     if (!m_installProcess->Start(program.c_str(), static_cast<int>(arguments.size()),
                                  arguments.data())) {
@@ -196,12 +191,12 @@ void MainWindow::on_RebootButton_clicked()
 {
     HidePanel();
     setMessage(QObject::tr("ER_MSG92_REBOOTING"));
-    OSA_Shell("%s", PanelNames::kReboot);
+    Installation::Reboot();
 }
 
 void MainWindow::onCheckUSBTimeout()
 {
-    ui->RebootButton->setVisible(!OSA_IsFileExist(PanelNames::kDrive));
+    ui->RebootButton->setVisible(!Installation::IsDrivePluggedIn());
     QTimer::singleShot(kDrivePollMs, this, SLOT(onCheckUSBTimeout()));
 }
 
@@ -241,8 +236,7 @@ void MainWindow::HidePanel()
 void MainWindow::Cleanup()
 {
     if (m_isCleanupPending) {
-        G::TargetUP.Cleanup();
-        OSA_Shell("%s", PanelNames::kUnmountDrive);
+        Installation::LeaveDrive(G::TargetUP);
         m_isCleanupPending = false;
     }
 }

@@ -24,13 +24,6 @@ int EndWell(const std::string& /*name*/, int /*index*/)
     return 0;
 }
 
-ProjectBuilder::Object UnknownStep()
-{
-    ProjectBuilder::Object step = ScriptedStep::Json("unknown");
-    step["SS_StepSetId"] = ProjectBuilder::Text("Test.Unknown");
-    return step;
-}
-
 } // namespace
 
 using ConsoleMode = T_CuiMode<EngineFixture>;
@@ -93,7 +86,7 @@ TEST_F(ConsoleMode, StopsWhenStepTwoOfThreeFailsWithFive)
 
 TEST_F(ConsoleMode, StopsAtAStepOfUnknownKind)
 {
-    WriteSteps({UnknownStep()});
+    WriteSteps({ScriptedStep::UnknownJson()});
     const ShellRecorder shell;
 
     const CuiRun run = Run();
@@ -270,7 +263,7 @@ TEST_F(ConsoleMode, RunsThousandsOfSteps)
 {
     const ScriptedStepTable table(EndWell);
     std::vector<ProjectBuilder::Object> steps(1000, ScriptedStep::Json("s"));
-    steps.push_back(UnknownStep());
+    steps.push_back(ScriptedStep::UnknownJson());
     WriteSteps(steps);
     const ShellRecorder shell;
 

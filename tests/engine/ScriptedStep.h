@@ -58,6 +58,14 @@ public:
         return step;
     }
 
+    /// The JSON of a step of a kind that nobody knows, "Test.Unknown".
+    [[nodiscard]] static ProjectBuilder::Object UnknownJson()
+    {
+        ProjectBuilder::Object step = Json("unknown");
+        step["SS_StepSetId"] = ProjectBuilder::Text("Test.Unknown");
+        return step;
+    }
+
 private:
     void Note(const char* what) const { m_events->push_back(what + (" " + m_record->Comment)); }
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "engine/ILogger.h"
-#include "gui/PanelFiles.h"
+#include "support/PanelFiles.h"
 #include "gui/mainwindow.h"
 #include "support/ProjectBuilder.h"
 #include "support/ShellRecorder.h"

@@ -37,9 +37,10 @@ public:
     [[nodiscard]] std::FILE* Open(const char* path, const char* mode) override;
     [[nodiscard]] int List(const char* dir, dirent*** entries) override;
 
-private:
     /// Returns where a path that the code under test uses really is.
     [[nodiscard]] std::string Real(const std::string& path) const;
+
+private:
     [[nodiscard]] int LookForDrive();
 
     TempDir m_dir;

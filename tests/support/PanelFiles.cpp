@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "gui/PanelFiles.h"
+#include "support/PanelFiles.h"
 
 #include <cerrno>
 #include <cstring>
