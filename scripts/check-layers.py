@@ -37,7 +37,8 @@ TOOL = {
     "manifest": ({"io", "archive", "format", "osa", "common"}, {"toml++"}),
     "compose": ({"io", "archive", "format", "model", "manifest"}, JSON),
     "schema": ({"format", "model"}, JSON),
-    "trial": ({"io", "archive", "format", "osa", "rehearsal", "common", "compose"}, JSON),
+    "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "common", "compose"},
+              JSON),
     "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "osa", "common",
                   "manifest", "compose", "schema", "trial"}, JSON | {"CLI"}),
     "": ({"io", "common", "commands"}, JSON | {"CLI"}),  # main.cpp

@@ -417,11 +417,36 @@ copy_file(item("b", "/opt/b", "755", "b\n"))'
             'a panel cannot unpack the package: unzip ends with 9; see kx-package check' ]
     done
     try text.kx-update
-    [ "$(head -n 5 "$OUT")" = 'text.kx-update: not installed
+    # The panel removes what an earlier attempt may have left, whether there is anything or not.
+    [ "$(head -n 6 "$OUT")" = "text.kx-update: not installed
   a panel cannot unpack the package: unzip ends with 9; see kx-package check
 
 What the unpacking printed
-  | Archive:  /mnt/usb/text.kx-update' ]
+  | rm: cannot remove '/mnt/usb/text.temp': No such file or directory
+  | Archive:  /mnt/usb/text.kx-update" ]
+}
+
+@test "a file that a panel does not take for a package is not installed" {
+    hello Foo.zip
+
+    try Foo.zip
+
+    expect_status 1
+    expect_out <<'END'
+Foo.zip: not installed
+  a panel finds no package: the file's name does not end in .kx-update
+END
+}
+
+@test "the panel is left as the window leaves it" {
+    hello Foo.kx-update
+    prepare_try --shell Foo.kx-update
+
+    type_into $'ls -A /mnt/usb | sed s/^/left:/; echo seen $?; exit\n'
+
+    expect_status 0
+    grep -qx 'seen 0' screen
+    [ "$(grep -c '^left:' screen)" -eq 0 ]
 }
 
 @test "a package without its description, or its updater, is told so" {

@@ -15,20 +15,6 @@ namespace kx::tool
 namespace
 {
 
-TEST(UnpackedFolder, IsThatOfTheWindow)
-{
-    EXPECT_EQ(UnpackedFolder("some/where/Foo.kx-update", true), "/mnt/usb/Foo.temp");
-    EXPECT_EQ(UnpackedFolder("a.b.kx-update", true), "/mnt/usb/a.b.temp");
-    EXPECT_EQ(UnpackedFolder(".kx-update", true), "/mnt/usb/.temp");
-}
-
-TEST(UnpackedFolder, OfAFolderEndsLikeThatOfAnArchive)
-{
-    EXPECT_EQ(UnpackedFolder("some/Foo", false), "/mnt/usb/Foo.temp");
-    EXPECT_EQ(UnpackedFolder("Foo.temp", false), "/mnt/usb/Foo.temp");
-    EXPECT_EQ(UnpackedFolder("a.b", false), "/mnt/usb/a.b.temp");
-}
-
 TEST(NamedPath, EndsInTheNameOfThePackage)
 {
     const TempDir folder;

@@ -119,12 +119,16 @@ void TellRecord(const Output& output, const std::string& name,
 
 void TellLog(const Output& output, const Installation& installation)
 {
+    const std::vector<std::string> lines = installation.log.Lines();
+    if (!installation.isUnpacked && lines.empty()) {
+        return;
+    }
     output.out << '\n'
                << Coloured(output, Colour::kBold,
                            installation.isUnpacked ? "What the updater printed"
                                                    : "What the unpacking printed")
                << '\n';
-    for (const std::string& line : installation.log.Lines()) {
+    for (const std::string& line : lines) {
         output.out << "  | " << io::Printable(line) << '\n';
     }
 }

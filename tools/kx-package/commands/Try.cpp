@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/PlannedPackages.h"
 #include "commands/TrialJson.h"
 #include "commands/TrialText.h"
 #include "commands/Values.h"
@@ -11,9 +12,10 @@
 #include "trial/Places.h"
 #include "trial/ShellTerminal.h"
 
+#include <filesystem>
 #include <memory>
 #include <string>
-#include <utility>
+#include <system_error>
 #include <vector>
 
 #include <unistd.h>
@@ -58,56 +60,25 @@ void RefuseWrongUse(const TryOptions& options)
     }
 }
 
-/// A package as the trial installs it: whatever updater it has, one is started.
-class StartablePackage final : public archive::Package
+// The panel's folder on which drives show.
+constexpr const char* kDrive = "/mnt/usb";
+
+/// Plans what the panel does with the package; with a step that is to fail, the steps, too.
+void PlanTrial(const TryOptions& options, TrialRequest& request)
 {
-public:
-    explicit StartablePackage(const archive::Package& package) : m_package(package)
-    {
-        archive::PackageEntry updater;
-        updater.name = archive::kUpdaterName;
-        updater.mode = 0755;
-        updater.hasMode = true;
-        std::vector<archive::PackageEntry> entries = package.Entries();
-        entries.push_back(updater);
-        m_entries = archive::Arranged(std::move(entries));
+    if (!options.hasFailedStep) {
+        const bool isInput = request.package == io::kStandardInput;
+        const std::string path = isInput ? io::kStandardInputName : request.package;
+        std::error_code error;
+        const EmptyPackage package(path, isInput || !std::filesystem::is_directory(path, error));
+        request.road = RoadOf(rehearsal::Rehearse(package, kDrive, ""));
+        return;
     }
-
-    [[nodiscard]] const std::string& Path() const override { return m_package.Path(); }
-    [[nodiscard]] bool IsArchive() const override { return m_package.IsArchive(); }
-    [[nodiscard]] const std::vector<archive::PackageEntry>& Entries() const override
-    {
-        return m_entries;
-    }
-    [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override
-    {
-        return m_package.Read(name, limit);
-    }
-    [[nodiscard]] std::string LinkTarget(const std::string& name) const override
-    {
-        return m_package.LinkTarget(name);
-    }
-
-private:
-    const archive::Package& m_package;
-    std::vector<archive::PackageEntry> m_entries;
-};
-
-/// Chooses the command of the step that is to fail, in the words of the panel that will be.
-ShellFailure ChooseFailure(const std::string& path, std::size_t step)
-{
-    const std::unique_ptr<archive::Package> package = archive::OpenPackage(path);
+    const std::unique_ptr<archive::Package> package = archive::OpenPackage(request.package);
     const std::size_t count = format::Summarize(*package).steps.size();
-    const rehearsal::Plan plan = rehearsal::Rehearse(StartablePackage(*package), "/mnt/usb", "");
-    ShellFailure failure = FailureOfStep(plan, count, step);
-    // A folder that is named like an unpacked package already gets no second ending.
-    const std::string thought = UnpackedFolder(plan.packageFile, true);
-    const std::string real = UnpackedFolder(path, package->IsArchive());
-    for (std::size_t place = failure.command.find(thought); place != std::string::npos;
-         place = failure.command.find(thought, place + real.size())) {
-        failure.command.replace(place, thought.size(), real);
-    }
-    return failure;
+    const rehearsal::Plan plan = rehearsal::Rehearse(StartablePackage(*package), kDrive, "");
+    request.failure = FailureOfStep(plan, count, options.failedStep);
+    request.road = RoadOf(plan);
 }
 
 io::ExitCode Try(const TryOptions& options, const Output& output)
@@ -118,8 +89,8 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
         options.package == io::kStandardInput ? options.package : NamedPath(options.package);
     TrialSubject subject;
     subject.package = options.package;
-    if (options.hasFailedStep) {
-        request.failure = ChooseFailure(request.package, options.failedStep);
+    PlanTrial(options, request);
+    if (request.failure.has_value()) {
         subject.failedStep = options.failedStep;
         subject.failedCommand = request.failure->command;
     }
