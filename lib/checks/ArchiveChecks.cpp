@@ -34,17 +34,18 @@ struct FlawRule {
 constexpr FlawRule kFlawRules[] = {
     {archive::ZipFlaw::kNoEnd, RuleId::kArchiveEnd, "has no end record"},
     {archive::ZipFlaw::kManyDisks, RuleId::kArchiveParts, "says that it is one part of several"},
-    {archive::ZipFlaw::kOtherParts, RuleId::kArchiveParts, "tells of other parts"},
+    {archive::ZipFlaw::kOtherParts, RuleId::kArchiveParts, "mentions other parts"},
     {archive::ZipFlaw::kZip64End, RuleId::kArchiveZip64,
      "its zip64 end record contradicts the others"},
     {archive::ZipFlaw::kMissingBytes, RuleId::kArchiveDirectory, "its beginning is missing"},
     {archive::ZipFlaw::kLeading, RuleId::kArchiveLeading,
-     "does not begin at the file's beginning, or has bytes before its directory"},
-    {archive::ZipFlaw::kTrailing, RuleId::kArchiveTrailing, "is followed by other bytes"},
-    {archive::ZipFlaw::kCutComment, RuleId::kArchiveComment, "its comment is cut"},
-    {archive::ZipFlaw::kDirectory, RuleId::kArchiveDirectory, "its directory is cut or damaged"},
+     "does not begin where the file does, or has extra bytes before its directory"},
+    {archive::ZipFlaw::kTrailing, RuleId::kArchiveTrailing, "is followed by extra bytes"},
+    {archive::ZipFlaw::kCutComment, RuleId::kArchiveComment, "its comment is truncated"},
+    {archive::ZipFlaw::kDirectory, RuleId::kArchiveDirectory,
+     "its directory is truncated or damaged"},
     {archive::ZipFlaw::kCount, RuleId::kArchiveCount,
-     "has another number of entries than its end record tells"},
+     "has a different number of entries than its end record says"},
     {archive::ZipFlaw::kTooMany, RuleId::kArchiveTooMany, "has too many entries to check"},
     {archive::ZipFlaw::kZip64Extra, RuleId::kArchiveZip64, "its zip64 field is too short"},
     {archive::ZipFlaw::kExtraField, RuleId::kEntryExtra,
@@ -107,7 +108,7 @@ private:
                 what += " (" + std::to_string(fault.amount) +
                         (fault.flaw == archive::ZipFlaw::kCount ||
                                  fault.flaw == archive::ZipFlaw::kTooMany
-                             ? " told)"
+                             ? " stated)"
                              : " bytes)");
             }
             m_findings.AddAs(
@@ -131,7 +132,7 @@ private:
             m_findings.Add(RuleId::kPathAbsolute, PlaceOf(member), "begins with '/'");
         }
         if (name.wentUp) {
-            m_findings.Add(RuleId::kPathUp, PlaceOf(member), "holds '..'; " + becomes);
+            m_findings.Add(RuleId::kPathUp, PlaceOf(member), "contains '..'; " + becomes);
         }
         if (name.hadBackslashes) {
             m_findings.Add(RuleId::kPathBackslash, PlaceOf(member), "has '\\' between folders");
@@ -141,7 +142,7 @@ private:
         }
         if (name.hadControl || member.name.find('\0') != std::string::npos) {
             m_findings.Add(RuleId::kPathControl, PlaceOf(member),
-                           "holds control characters; " + becomes);
+                           "contains control characters; " + becomes);
         }
         if (name.hadVersion) {
             m_findings.Add(RuleId::kPathVersion, PlaceOf(member), becomes);
@@ -181,7 +182,7 @@ private:
                              "has a second name, " + Quote(member.unicodeName));
         } else if (isUtf8 && !io::IsUtf8(member.name)) {
             m_findings.AddAs(Severity::kError, RuleId::kPathLocale, PlaceOf(member),
-                             "is said to be UTF-8, which it is not");
+                             "is marked as UTF-8, which it is not");
         } else if (!isUtf8 && member.madeOn == kDos) {
             m_findings.AddAs(Severity::kError, RuleId::kPathLocale, PlaceOf(member),
                              "is in the character set of another system and is converted");
@@ -199,7 +200,7 @@ private:
         }
         if ((member.neededVersion & 0xffU) > kNewestVersion) {
             m_findings.Add(RuleId::kEntryVersion, PlaceOf(member),
-                           "wants version " + std::to_string((member.neededVersion & 0xffU) / 10) +
+                           "needs version " + std::to_string((member.neededVersion & 0xffU) / 10) +
                                "." + std::to_string((member.neededVersion & 0xffU) % 10) +
                                " of the zip format");
         }
@@ -211,11 +212,11 @@ private:
         const bool isTaken = IsTakenMethod(member.method);
         if (!isTaken || (!isFolder && !archive::IsReadableMethod(member.local.method))) {
             m_findings.Add(RuleId::kEntryMethod, PlaceOf(member),
-                           "is packed by method " +
+                           "is packed with method " +
                                std::to_string(isTaken ? member.local.method : member.method));
         }
         if (member.local.method == kBzip2) {
-            m_findings.Add(RuleId::kEntryBzip2, PlaceOf(member), "is packed by bzip2");
+            m_findings.Add(RuleId::kEntryBzip2, PlaceOf(member), "is packed with bzip2");
         }
         if (member.local.name != member.name) {
             m_findings.Add(RuleId::kEntryNameDiffers, PlaceOf(member),
@@ -223,7 +224,7 @@ private:
         }
         if (((member.flags ^ member.local.flags) & archive::kZipUtf8) != 0) {
             m_findings.Add(RuleId::kEntryNameDiffers, PlaceOf(member),
-                           "is UTF-8 by one of its headers only");
+                           "is marked as UTF-8 in only one of its headers");
         }
         const archive::ZipHeader told = archive::ContentHeader(member);
         if (told.method == 0 && told.packedSize != told.size) {

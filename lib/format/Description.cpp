@@ -30,7 +30,7 @@ Description ReadDescription(const archive::Package& package)
         throw io::Error(io::ExitCode::kNoAccess, package.Path(),
                         std::string("there is no ") + archive::kDescriptionName +
                             " at its top level",
-                        "a package is packed from inside its folder");
+                        "pack it from inside its folder");
     }
     Description description =
         ParseDescription(package.Read(archive::kDescriptionName, kLargestDescription + 1));

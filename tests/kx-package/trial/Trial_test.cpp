@@ -36,7 +36,7 @@ TEST(NamedPath, RefusesWhatIsNoPackage)
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("")); }),
               "3: cannot open: No such file or directory");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("//")); }),
-              "3: //: is no package; name a package or the folder of an unpacked one");
+              "3: //: is not a package; name a package or the folder of an unpacked one");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("/dev/null")); }),
               "3: /dev/null: is neither a file nor a folder; name a package or the folder of an "
               "unpacked one");

@@ -139,7 +139,7 @@ void AddBounds(CLI::App& command, TrialBounds& bounds)
 void AddTry(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand(
-        "try", "Install a package on a sandboxed panel and tell what changed");
+        "try", "Install a package on a sandboxed panel and show what that changes");
     const auto options = std::make_shared<TryOptions>();
     command
         ->add_option("package", options->package,
@@ -147,7 +147,7 @@ void AddTry(CLI::App& program, Invocation& invocation)
         ->type_name(kPackageValue)
         ->required();
     command->add_flag("--twice", options->isTwice,
-                      "Install it again on the same panel, and tell what that changed");
+                      "Install it again on the same panel, and show what that changes");
     CLI::Option* const fail = command->add_option(
         "--fail", options->failedStep,
         "Let this step fail, counted from 1, at its first command; with --twice the first time");
@@ -166,7 +166,7 @@ void AddTry(CLI::App& program, Invocation& invocation)
                      "NAME=VALUE for the panel's environment, LANG=ja_JP.UTF-8 for example")
         ->allow_extra_args(false);
     AddBounds(*command, options->bounds);
-    command->add_flag("--json", invocation.isJson, "Tell it as JSON");
+    command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer(
         "Nothing is changed on this machine, and nothing is started outside the sandboxed "
         "panel.\n\n"

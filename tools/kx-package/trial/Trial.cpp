@@ -204,8 +204,8 @@ std::vector<std::string> RemarksOnName(const Road& road)
 {
     const std::string name = fs::path(road.archive).filename().string();
     if (const std::string character = io::UnsafeCharacter(name); !character.empty()) {
-        return {"the panel's shell reads the " + character +
-                " in the package's name as more than a letter; see kx-package check"};
+        return {"the panel's shell interprets the " + character +
+                " in the package's name; see kx-package check"};
     }
     if (format::HasForeignBytes(name)) {
         return {"a panel would not start the installation: the package's name is not plain ASCII; "
@@ -341,7 +341,7 @@ std::string NamedPath(const std::string& path)
         named = fs::canonical(named).string();
     }
     if (named == "/") {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is no package",
+        throw io::Error(io::ExitCode::kNoAccess, path, "is not a package",
                         "name a package or the folder of an unpacked one");
     }
     return named;
