@@ -26,21 +26,22 @@ SRC = {
 # A shared room never looks up into a program's folders, nor sideways but along these arrows.
 LIB = {
     "io": (set(), set()),
-    "archive": ({"io"}, {"zip.h", "zlib.h", "bzlib.h"}),
-    "format": ({"io", "archive", "osa", "model", "steps"}, JSON),
-    "checks": ({"io", "archive", "format", "osa", "model"}, JSON),
-    "rehearsal": ({"io", "archive", "format", "osa", "model", "engine"}, set()),
-    "registry": ({"io", "archive", "format", "osa", "model", "engine"}, set()),
+    "panel": ({"osa/PanelNames.h"}, set()),
+    "archive": ({"io", "panel"}, {"zip.h", "zlib.h", "bzlib.h"}),
+    "format": ({"io", "panel", "archive", "osa", "model", "steps"}, JSON),
+    "rehearsal": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
+    "checks": ({"io", "panel", "archive", "format", "rehearsal", "osa", "model"}, JSON),
+    "registry": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
 }
 TOOL = {
     "common": ({"io"}, JSON),
-    "manifest": ({"io", "archive", "format", "osa", "common"}, {"toml++"}),
+    "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, {"toml++"}),
     "compose": ({"io", "archive", "format", "model", "manifest"}, JSON),
     "schema": ({"format", "model"}, JSON),
-    "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "common", "compose"},
-              JSON),
-    "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "osa", "common",
-                  "manifest", "compose", "schema", "trial"}, JSON | {"CLI"}),
+    "trial": ({"io", "panel", "archive", "format", "osa", "engine", "rehearsal", "common",
+               "compose"}, JSON),
+    "commands": ({"io", "panel", "archive", "format", "checks", "rehearsal", "registry", "osa",
+                  "common", "manifest", "compose", "schema", "trial"}, JSON | {"CLI"}),
     "": ({"io", "common", "commands"}, JSON | {"CLI"}),  # main.cpp
 }
 TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL}

@@ -77,8 +77,8 @@ class Groups:
 
     def open_members(self):
         """Returns descriptors through which a process joins the groups."""
-        return [os.open(f"{path}/cgroup.procs", os.O_WRONLY | os.O_CLOEXEC)
-                for path in self.paths]
+        return tuple(os.open(f"{path}/cgroup.procs", os.O_WRONLY | os.O_CLOEXEC)
+                     for path in self.paths)
 
     def killed_for_memory(self):
         """Tells whether a process was ended because the memory limit was reached."""

@@ -2,21 +2,20 @@
 # SPDX-License-Identifier: MIT
 """The files a new panel starts with."""
 
+from kxdevice import names
+
 USER_HASH = ("$6$kxpaneluser$8iqr4o8lsYNajRisktLoESbwbI4QHRvs.6Y/6IYxdtGifYwdsIfPQdFujVLbkbO29"
              ".DEihuZXHReneSCsbKlA1")  # the password is "user"
 
 FROM_HOST = ("alternatives", "fonts", "ld.so.cache", "ld.so.conf", "ld.so.conf.d", "xdg",
              "mime.types", "python3", "terminfo")
 
-FOLDERS = [  # path, mode, inside owner, inside group
-    ("/etc", 0o755, 0, 0), ("/etc/pam.d", 0o755, 0, 0), ("/etc/security", 0o755, 0, 0),
-    ("/dev", 0o755, 0, 0), ("/proc", 0o555, 0, 0), ("/usr", 0o755, 0, 0),
-    ("/var", 0o755, 0, 0), ("/var/lib", 0o755, 0, 0), ("/var/log", 0o755, 0, 0),
-    ("/var/cache", 0o755, 0, 0), ("/var/tmp", 0o1777, 0, 0), ("/tmp", 0o1777, 0, 0),
-    ("/run", 0o755, 0, 0), ("/mnt", 0o755, 0, 0), ("/mnt/user", 0o755, 0, 0),
-    ("/mnt/usb", 0o755, 0, 0), ("/root", 0o700, 0, 0), ("/home", 0o755, 0, 0),
-    ("/home/user", 0o755, 1000, 1000), ("/opt", 0o755, 0, 0),
-]
+_USUAL = (0o755, 0, 0)
+_UNUSUAL = {"/proc": (0o555, 0, 0), "/tmp": (0o1777, 0, 0), "/var/tmp": (0o1777, 0, 0),
+            "/root": (0o700, 0, 0), "/home/user": (0o755, 1000, 1000)}
+# Path, mode, owner and group inside. The rest of the folders comes with /usr and /dev.
+FOLDERS = [(path, *_UNUSUAL.get(path, _USUAL)) for path in names.FOLDERS
+           if path not in ("/bin", "/lib", "/sbin") and not path.startswith(("/usr/", "/dev/"))]
 
 LINKS = [("/var/run", "/run"), ("/etc/os-release", "../usr/lib/os-release"),
          ("/etc/mtab", "/proc/mounts")]
@@ -96,7 +95,7 @@ ENCRYPT_METHOD SHA512
     ("/etc/hosts", "127.0.0.1 localhost panel\n::1 localhost panel\n", 0o644, 0),
     ("/etc/host.conf", "multi on\n", 0o644, 0),
     ("/etc/machine-id", "70616e656c70616e656c70616e656c70\n", 0o444, 0),
-    ("/etc/fstab", "/dev/sda1 /mnt/usb auto defaults,nofail 0 0\n", 0o644, 0),
+    ("/etc/fstab", f"{names.DRIVE_DEVICE} {names.DRIVE_FOLDER} auto defaults,nofail 0 0\n", 0o644, 0),
     ("/etc/profile", "umask 022\n", 0o644, 0),
     ("/etc/shells", "/bin/sh\n/bin/bash\n", 0o644, 0),
 ]

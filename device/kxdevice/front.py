@@ -14,8 +14,9 @@ import socket
 import stat
 import time
 
-from kxdevice import cgroups, ids as ids_module, keeper, linux, options as options_module
+from kxdevice import cgroups, ids as ids_module, keeper, launch, linux, options as options_module
 from kxdevice import state as state_module, summary, supervisor, trees
+from kxdevice.link import Link
 from kxdevice.linux import SandboxError
 
 USAGE, TIME_OVER, NO_SANDBOX = 2, 124, 125
@@ -37,7 +38,7 @@ def run(arguments, home):
     try:
         if options.erase:
             return _erase(options)
-        return Front(options, home, closed).run()
+        return _run_command(options, home, closed)
     except (SandboxError, OSError) as error:
         options_module.complain("device/run: cannot make the sandboxed device: "
                                 + linux.reason(error))
@@ -75,96 +76,97 @@ def _refuse_folders_as_streams(closed):
                 f"standard stream {number} is a folder, which would be a way out of the panel")
 
 
-class Front:
-    """One run of a command."""
+def _run_command(options, home, closed):
+    """Runs the command on a panel; returns the exit status."""
+    ids = ids_module.for_caller()
+    outputs = {field: _open_output(getattr(options, field))
+               for field in ("trace", "summary", "summary_json")
+               if getattr(options, field) not in ("", "-")}
+    lock = -1
+    if options.state:
+        state = state_module.make_state(options.state, ids)
+        ids = state.ids
+        if not state.try_lock():
+            raise SandboxError(f"another panel is running in {options.state}; "
+                               "wait for its end, or use another folder")
+        lock = state.lock
+    with open(os.path.join(home, "bin", "stand-in"), "rb") as file:
+        stand_in = file.read()
+    groups = cgroups.Groups()
+    front = Front(options, outputs, groups)
+    try:
+        groups.make(f"kx-device-{os.getpid()}", options.memory << 20, options.processes)
+        terms = launch.Terms(options_module.environment(options), options.processes,
+                             options.ignore_sigchld, closed, groups.open_members())
+        front.start(supervisor.Order(options, ids, stand_in, terms, outputs.get("trace", -1),
+                                     not groups.has_memory), lock)
+        status = front.wait()
+    finally:
+        front.clean_up()
+    if front.ended_by:
+        signal.signal(front.ended_by, signal.SIG_DFL)
+        os.kill(os.getpid(), front.ended_by)
+    return status
 
-    def __init__(self, options, home, closed):
+
+def _open_output(name):
+    try:
+        return os.open(name, os.O_WRONLY | os.O_CREAT | os.O_TRUNC | os.O_CLOEXEC, 0o644)
+    except OSError as error:
+        raise SandboxError(f"{name} cannot be written ({error.strerror})") from None
+
+
+class Front:
+    """The side of one running panel that is not on the panel."""
+
+    def __init__(self, options, outputs, groups):
+        """outputs are descriptors of the files to write, by field of the options; groups are
+        removed at the end."""
         self.options = options
-        self.home = home
-        self.closed = closed
-        self.groups = cgroups.Groups()
-        self.state = None
+        self.outputs = outputs
+        self.groups = groups
         self.keeper = 0
+        self.life = -1  # its end ends the keeper, and it the panel
+        self.wake = -1
         self.control = None
-        self.pending = b""
-        self.ended_by = 0
+        self.ended_by = 0  # the signal that ended this process
         self.drive_socket = None
         self.drive_client = None
-        self.outputs = {}
-
-    def run(self):
-        """Runs the command; returns the exit status."""
-        options = self.options
-        ids = ids_module.for_caller()
-        for field in ("trace", "summary", "summary_json"):
-            name = getattr(options, field)
-            if name and name != "-":
-                self.outputs[field] = self._open_output(name)
-        if options.state:
-            self.state = state_module.make_state(options.state, ids)
-            ids = self.state.ids
-            if not self.state.try_lock():
-                raise SandboxError(f"another panel is running in {options.state}; "
-                                   "wait for its end, or use another folder")
-        job = supervisor.Job(options, ids)
-        job.environment = options_module.environment(options)
-        job.closed = self.closed
-        job.trace = self.outputs.get("trace", -1)
-        with open(os.path.join(self.home, "bin", "stand-in"), "rb") as file:
-            job.stand_in = file.read()
-        try:
-            self.groups.make(f"kx-device-{os.getpid()}", options.memory << 20,
-                             options.processes)
-            job.groups = self.groups.open_members()
-            job.watch_memory = not self.groups.has_memory
-            self._start(job)
-            status = self._wait()
-        finally:
-            self._clean_up()
-        if self.ended_by:
-            signal.signal(self.ended_by, signal.SIG_DFL)
-            os.kill(os.getpid(), self.ended_by)
-        return status
-
-    @staticmethod
-    def _open_output(name):
-        try:
-            return os.open(name, os.O_WRONLY | os.O_CREAT | os.O_TRUNC | os.O_CLOEXEC, 0o644)
-        except OSError as error:
-            raise SandboxError(f"{name} cannot be written ({error.strerror})") from None
 
     # -- starting ----------------------------------------------------------------------------
 
-    def _start(self, job):
+    def start(self, order, lock):
+        """Starts the keeper with an order for process 1; lock is a descriptor, or -1."""
         for number in keeper.ENDING_SIGNALS:
             if signal.getsignal(number) != signal.SIG_IGN:
                 signal.signal(number, self._note_signal)
-        wake_reader, wake_writer = os.pipe2(os.O_NONBLOCK | os.O_CLOEXEC)
+        self.wake, wake_writer = os.pipe2(os.O_NONBLOCK | os.O_CLOEXEC)
         signal.set_wakeup_fd(wake_writer, warn_on_full_buffer=False)
-        self.wake = wake_reader
-        self.control, job.control = socket.socketpair(socket.AF_UNIX, socket.SOCK_STREAM)
-        self.life, life_reader = os.pipe2(os.O_CLOEXEC)[::-1]
+        control, control_inside = socket.socketpair(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.control = Link(control)
+        life_reader, self.life = os.pipe2(os.O_CLOEXEC)
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_STREAM)
+        ends = keeper.Ends(life_reader, theirs, Link(control_inside))
         self.keeper = os.fork()
         if self.keeper == 0:
             try:
                 signal.set_wakeup_fd(-1)
-                keeper.keep(job, self.groups, life_reader, theirs, self.state)
+                keeper.keep(order, ends, self.groups, lock)
             finally:
                 os._exit(1)
-        job.control.close()
+        control_inside.close()
         theirs.close()
         os.close(life_reader)
-        for descriptor in job.groups:
+        for descriptor in order.terms.groups:
             os.close(descriptor)
-        self._give_ids(job, ours)
+        self._give_ids(order.ids, ours)
         ours.close()
 
-    def _give_ids(self, job, link):
+    def _give_ids(self, ids, link):
         """Writes the id map of an ordinary user's keeper, which cannot do that itself."""
         message = link.recv(4096)
         if message == b"map":
-            ids_module.write_map(self.keeper, job.ids)
+            ids_module.write_map(self.keeper, ids)
             link.sendall(b"go")
             message = link.recv(4096)
         if message != b"started":
@@ -176,7 +178,7 @@ class Front:
 
     # -- waiting -----------------------------------------------------------------------------
 
-    def _wait(self):
+    def wait(self):
         """Serves the panel from outside until it has ended; returns the exit status."""
         poll = select.poll()
         poll.register(self.control.fileno(), select.POLLIN)
@@ -199,23 +201,31 @@ class Front:
                     return NO_SANDBOX
                 self._tell(stop="signal")
                 deadline = time.monotonic() + GRACE
-            for descriptor, _ in poll.poll(left * 1000 + 1):
-                if descriptor == self.wake:
-                    self._drain(self.wake)
-                elif descriptor == self.control.fileno():
-                    for message in self._messages():
-                        if "fail" in message:
-                            raise SandboxError(message["fail"])
-                        if "ready" in message:
-                            ready = True
-                            deadline = time.monotonic() + self.options.seconds
-                            self._listen_for_drive(poll)
-                        elif "drive" in message:
-                            self._answer_drive(message["drive"])
-                        elif "end" in message:
-                            return self._report(message, time_over)
-                elif self.drive_socket and descriptor == self.drive_socket.fileno():
-                    self._hear_drive()
+            for message in self._next_messages(poll, left):
+                if "fail" in message:
+                    raise SandboxError(message["fail"])
+                if "ready" in message:
+                    ready = True
+                    deadline = time.monotonic() + self.options.seconds
+                    self._listen_for_drive(poll)
+                elif "drive" in message:
+                    self._answer_drive(message["drive"])
+                elif "end" in message:
+                    return self._report(message, time_over)
+
+    def _next_messages(self, poll, seconds):
+        """Waits for something to happen; returns what the panel told, if that is it."""
+        messages = []
+        for descriptor, _ in poll.poll(seconds * 1000 + 1):
+            if descriptor == self.wake:
+                self._drain(self.wake)
+            elif descriptor == self.control.fileno():
+                messages = self.control.receive()
+                if messages is None:
+                    raise SandboxError("the panel's supervisor was ended from outside")
+            elif self.drive_socket and descriptor == self.drive_socket.fileno():
+                self._hear_drive()
+        return messages
 
     @staticmethod
     def _drain(descriptor):
@@ -227,17 +237,9 @@ class Front:
 
     def _tell(self, **message):
         try:
-            self.control.sendall(json.dumps(message).encode() + b"\n")
+            self.control.send(**message)
         except OSError:
             pass  # its end is seen when reading
-
-    def _messages(self):
-        data = self.control.recv(1 << 20)
-        if not data:
-            raise SandboxError("the panel's supervisor was ended from outside")
-        self.pending += data
-        *lines, self.pending = self.pending.split(b"\n")
-        return [json.loads(line) for line in lines]
 
     def _listen_for_drive(self, poll):
         if not self.options.state:
@@ -313,9 +315,10 @@ class Front:
             return 128 + os.WTERMSIG(message["end"])
         return os.WEXITSTATUS(message["end"]) or status
 
-    def _clean_up(self):
+    def clean_up(self):
+        """Ends the panel, if it has not ended, and removes what it needed outside."""
         if self.keeper:
-            os.close(self.life)  # ends the keeper, and it the panel
+            os.close(self.life)
             while True:
                 try:
                     os.waitpid(self.keeper, 0)

@@ -40,6 +40,30 @@ class Ids:
         return {"users": self.users, "groups": self.groups}
 
 
+class Owners:
+    """Who owns what is made for a panel, seen from where it is made.
+
+    Real root of the machine makes it with the ids outside, before entering the panel's ids.
+    """
+
+    def __init__(self, ids, is_outside):
+        self._ids = ids
+        self._is_outside = is_outside
+        self.root = ids.root() if is_outside else (0, 0)  # user and group
+
+    def give(self, path, uid, gid):
+        """Gives a path to a user and a group inside, or to root where the panel lacks them."""
+        if not self._ids.has(uid, gid):
+            uid = gid = 0
+        if self._is_outside:
+            uid, gid = _outside(self._ids.users, uid), _outside(self._ids.groups, gid)
+        os.chown(path, uid, gid, follow_symlinks=False)
+
+
+def _outside(spans, number):
+    return next(o + number - i for i, o, n in spans if i <= number < i + n)
+
+
 def _available(kind):
     with open(f"/proc/self/{kind}_map", encoding="ascii") as file:
         return [tuple(map(int, line.split())) for line in file]

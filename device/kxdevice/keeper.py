@@ -5,60 +5,79 @@
 It outlives a killed front just long enough to end the panel and to remove its control groups.
 """
 
+import dataclasses
 import errno
 import os
 import select
 import signal
 import socket
 
-from kxdevice import ids as ids_module, linux, supervisor
+from kxdevice import host, ids as ids_module, linux, supervisor
 from kxdevice.linux import SandboxError
 
 NAMESPACES = linux.CLONE_NEWPID | linux.CLONE_NEWNET | linux.CLONE_NEWIPC | linux.CLONE_NEWUTS
 ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
 
-def keep(job, groups, life, link, state):
-    """The life of the keeper: namespaces, process 1, then waiting for the end of either side."""
+@dataclasses.dataclass(frozen=True)
+class Ends:
+    """The keeper's ends of what connects it with the front."""
+
+    life: int  # descriptor to read; its end is that of the front
+    start: socket.socket  # tells whether the panel could be started
+    control: object  # link.Link for process 1
+
+
+def keep(order, ends, groups, lock):
+    """The life of the keeper: namespaces, process 1, then waiting for the end of either side.
+
+    order is the supervisor's; groups are removed at the end; lock is a descriptor that holds the
+    state for that long, or -1. Never returns.
+    """
     os.setsid()
     for number in (*ENDING_SIGNALS, signal.SIGQUIT, signal.SIGPIPE, signal.SIGTSTP):
         signal.signal(number, signal.SIG_IGN)
-    lock = state.lock if state else -1
-    kept = {life, link.fileno(), job.control.fileno(), job.trace, lock, *job.groups}
-    _close_others(kept)
+    _close_others({ends.life, ends.start.fileno(), ends.control.fileno(), lock,
+                   *order.descriptors()})
     try:
-        if os.geteuid() == 0:
-            job.first_namespace = linux.is_first_user_namespace()
-            job.user_namespace = _make_user_namespace(job.ids)
-        else:
-            _namespaces(linux.CLONE_NEWUSER)
-            link.sendall(b"map")
-            if link.recv(2) != b"go":
-                os._exit(1)
-        _namespaces(NAMESPACES)
-        try:
-            linux.unshare(linux.CLONE_NEWCGROUP)
-        except OSError as error:
-            if error.errno != errno.EINVAL:  # a kernel without such namespaces
-                raise
+        standing = _enter_namespaces(order.ids, ends.start)
         socket.sethostname("panel")
         process = os.fork()
         if process == 0:
             try:
-                os.close(life)
-                link.close()
-                supervisor.main(job)
+                os.close(ends.life)
+                ends.start.close()
+                supervisor.main(order, standing, ends.control)
             finally:
                 os._exit(1)
-        link.sendall(b"started")
+        ends.start.sendall(b"started")
     except (SandboxError, OSError) as error:
-        link.sendall(linux.reason(error).encode(errors="replace"))
+        ends.start.sendall(linux.reason(error).encode(errors="replace"))
         os._exit(1)
-    link.close()
-    job.control.close()
-    _wait_for_end(process, life)
+    ends.start.close()
+    ends.control.close()
+    _wait_for_end(process, ends.life)
     groups.remove()
     os._exit(0)
+
+
+def _enter_namespaces(ids, start):
+    """Enters the namespaces that process 1 is to be born in; returns its host.Standing."""
+    standing = host.Standing()
+    if os.geteuid() == 0:
+        standing = host.Standing(_make_user_namespace(ids), linux.is_first_user_namespace())
+    else:
+        _namespaces(linux.CLONE_NEWUSER)
+        start.sendall(b"map")
+        if start.recv(2) != b"go":
+            os._exit(1)
+    _namespaces(NAMESPACES)
+    try:
+        linux.unshare(linux.CLONE_NEWCGROUP)
+    except OSError as error:
+        if error.errno != errno.EINVAL:  # a kernel without such namespaces
+            raise
+    return standing
 
 
 def _wait_for_end(process, life):

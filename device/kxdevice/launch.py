@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: MIT
 """Turns a forked child of process 1 into a command of the panel."""
 
+import dataclasses
 import errno
 import os
 import resource
@@ -15,16 +16,30 @@ CAPABILITIES = (0, 1, 3, 4, 5, 6, 7)  # CHOWN DAC_OVERRIDE FOWNER FSETID KILL SE
 SH = "/bin/sh"
 
 
-def become(job, words, chdir, startup, link, wants_listener):
-    """Turns the forked child into the command: gives up all rights step by step."""
+@dataclasses.dataclass(frozen=True)
+class Terms:
+    """The terms on which programs run on a panel."""
+
+    environment: dict
+    processes: int  # the most at one time
+    ignore_sigchld: bool  # the command does from its start
+    closed: tuple  # standard streams that the caller had closed
+    groups: tuple  # descriptors of the control groups to join
+
+
+def become(terms, words, chdir, startup, link, wants_listener):
+    """Turns the forked child into a program: gives up all rights step by step; never returns.
+
+    startup says that it is the start-up script. link takes one message, "ready" or what went wrong,
+    with the descriptor of the exec listener when one is wanted, and gives the word to go.
+    """
     try:
         signal.set_wakeup_fd(-1)
         os.setsid()
         linux.join_own_keyring()
-        for group in job.groups:
+        for group in terms.groups:
             os.write(group, b"0")
-        limit = job.options.processes
-        resource.setrlimit(resource.RLIMIT_NPROC, (limit, limit))
+        resource.setrlimit(resource.RLIMIT_NPROC, (terms.processes, terms.processes))
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
         os.umask(0o022)
         # What process 1 holds open leads out of the panel: it is let go of before any path is used
@@ -36,7 +51,7 @@ def become(job, words, chdir, startup, link, wants_listener):
         place = linux.open_inside(chdir)
         os.fchdir(place)
         os.close(place)
-        program = _find(words[0], job.environment["PATH"])
+        program = _find(words[0], terms.environment["PATH"])
         if wants_listener:
             descriptor = linux.install_exec_listener()
             socket.send_fds(link, [b"ready"], [descriptor])
@@ -48,16 +63,16 @@ def become(job, words, chdir, startup, link, wants_listener):
         link.sendall(f"the command cannot be started safely "
                      f"({linux.reason(error)})".encode(errors="replace"))
         os._exit(125)
-    _standard_signals(job.options.ignore_sigchld and not startup)
+    _standard_signals(terms.ignore_sigchld and not startup)
     if startup:
-        _streams_of_startup(job.closed)
+        _streams_of_startup(terms.closed)
     os.closerange(3, 65536)
-    complaint = os.dup(2) if 2 not in job.closed else -1
+    complaint = os.dup(2) if 2 not in terms.closed else -1
     if complaint >= 0:
         os.set_inheritable(complaint, False)
-    for descriptor in job.closed:
+    for descriptor in terms.closed:
         os.close(descriptor)
-    os._exit(_execute(program, words, job.environment, complaint))
+    os._exit(_execute(program, words, terms.environment, complaint))
 
 
 def _find(word, path):

@@ -7,7 +7,9 @@ import os
 import re
 import sys
 
-HELP = """\
+from kxdevice import names
+
+HELP = f"""\
 usage: device/run [options] [--] COMMAND [ARG...]
        device/run --erase --state DIR
 
@@ -17,12 +19,12 @@ network, as root inside, without rights outside. Never runs COMMAND anywhere els
 The panel
   --state DIR          keep the panel's files in DIR and start from them the next time
                        (without it everything is gone at the end)
-  --boot               play a reboot first: empty /tmp and /run, run /mnt/user/startup.sh
+  --boot               play a reboot first: empty /tmp and /run, run {names.STARTUP_SCRIPT}
   --erase              remove the folder of --state and end
   --share HOST=INSIDE  show a file or folder of the host inside, read-only (repeatable)
   --put HOST=INSIDE    copy a file or folder into the panel's own files: owner root, modes
                        kept; INSIDE is the full name of the copy, or ends in / (repeatable)
-  --usb DIR            plug in a USB drive holding a copy of DIR: /mnt/usb and /dev/sda1
+  --usb DIR            plug in a USB drive holding a copy of DIR: {names.DRIVE_FOLDER} and {names.DRIVE_DEVICE}
                        (see also device/drive --help)
 
 The command
@@ -62,10 +64,10 @@ such ranges only root exists inside and chown to others fails.
 
 Examples
   device/run -- sh -c 'id; ls /'
-  device/run --put build/dev/kx_Updater=/usr/bin/kx_Updater --share pkg=/mnt/user/pkg \\
-      --trace calls.tsv --trace-shell --summary -- kx_Updater -unzipedDir /mnt/user/pkg
-  device/run --state panel --usb stick -- sh -c 'ls /mnt/usb'
-  device/run --state panel --boot --fail usb_umount=1 --full /mnt/user -- sleep 5
+  device/run --put build/dev/{names.UPDATER}=/usr/bin/{names.UPDATER} --share pkg=/mnt/user/pkg \\
+      --trace calls.tsv --trace-shell --summary -- {names.UPDATER} -unzipedDir /mnt/user/pkg
+  device/run --state panel --usb stick -- sh -c 'ls {names.DRIVE_FOLDER}'
+  device/run --state panel --boot --fail {os.path.basename(names.USB_UMOUNT)}=1 --full /mnt/user -- sleep 5
   device/run --erase --state panel
 """
 
@@ -74,7 +76,7 @@ class UsageError(Exception):
     """The command line is wrong; the text says what."""
 
 
-@dataclasses.dataclass
+@dataclasses.dataclass(frozen=True)
 class Options:
     """What the command line asks for."""
 
@@ -82,17 +84,17 @@ class Options:
     boot: bool = False
     erase: bool = False
     help: bool = False
-    share: list = dataclasses.field(default_factory=list)  # (host, inside)
-    put: list = dataclasses.field(default_factory=list)  # (host, inside)
+    share: tuple = ()  # (host, inside)
+    put: tuple = ()  # (host, inside)
     usb: str = ""
-    env: list = dataclasses.field(default_factory=list)  # (name, value)
+    env: tuple = ()  # (name, value)
     chdir: str = "/"
     ignore_sigchld: bool = False
-    fail: list = dataclasses.field(default_factory=list)  # (tool, status, nth or 0)
-    fail_shell: list = dataclasses.field(default_factory=list)  # (nth, text)
-    missing: list = dataclasses.field(default_factory=list)
-    full: list = dataclasses.field(default_factory=list)
-    read_only: list = dataclasses.field(default_factory=list)
+    fail: tuple = ()  # (tool, status, nth or 0)
+    fail_shell: tuple = ()  # (nth, text)
+    missing: tuple = ()
+    full: tuple = ()
+    read_only: tuple = ()
     trace: str = ""
     trace_shell: bool = False
     summary: str = ""  # "-" is stderr
@@ -101,7 +103,7 @@ class Options:
     processes: int = 256
     seconds: float = 600
     disk: int = 2048
-    command: list = dataclasses.field(default_factory=list)
+    command: tuple = ()
 
 
 def _pair(name, text):
@@ -123,7 +125,7 @@ def _host_and_inside(name, text):
         if name == "share":
             raise UsageError(f"--{name} {text}: INSIDE must not end in /")
         inside = os.path.join(inside, os.path.basename(os.path.abspath(host)))
-    if inside == "/" or inside.split("/")[1] in ("proc", "dev", ".kx-device"):
+    if inside == "/" or inside.split("/")[1] in ("proc", "dev", names.MARKER[1:]):
         raise UsageError(f"--{name} {text}: {inside} belongs to the panel itself")
     if not os.path.exists(host):
         raise UsageError(f"--{name} {text}: there is no {host}")
@@ -202,7 +204,7 @@ _VALUES = {
 
 def parse(arguments):
     """Turns the arguments behind the program name into Options; raises UsageError."""
-    options = Options()
+    asked = {}
     rest = list(arguments)
     while rest and rest[0].startswith("-"):
         word = rest.pop(0)
@@ -217,12 +219,12 @@ def parse(arguments):
         if name in _FLAGS:
             if equals:
                 raise UsageError(f"--{name} takes no value")
-            setattr(options, field, True)
+            asked[field] = True
             continue
         if name == "summary":
             if equals and not value:
                 raise UsageError("--summary= needs the name of a file")
-            options.summary = value or "-"
+            asked[field] = value or "-"
             continue
         if name not in _LISTS and name not in _VALUES:
             raise UsageError(f"unknown option {word}")
@@ -233,12 +235,17 @@ def parse(arguments):
         if not value:
             raise UsageError(f"--{name} needs a value")
         if name in _LISTS:
-            getattr(options, field).append(_LISTS[name](value))
+            asked[field] = (*asked.get(field, ()), _LISTS[name](value))
         else:
-            setattr(options, field, _VALUES[name](value))
-    options.command = rest
+            asked[field] = _VALUES[name](value)
+    options = Options(**asked, command=tuple(rest))
     _check(options)
     return options
+
+
+def needs_value(word):
+    """Tells whether an option, given as --name, must be followed by a value; so must an unknown."""
+    return word[2:] not in _FLAGS and word != "--summary"
 
 
 def _check(options):

@@ -6,11 +6,10 @@ import hashlib
 import os
 import stat
 
-from kxdevice import trees
+from kxdevice import names, trees
 
-RECORDS = "var/lib/KxUserPackages"
 # Not the panel's files, or noise of every run.
-LEFT_OUT = ("proc", "dev", "run", "usr", "mnt/usb", ".kx-device")
+LEFT_OUT = ("proc", "dev", "run", "usr", names.DRIVE_FOLDER[1:], names.MARKER[1:])
 KINDS = {stat.S_IFREG: "-", stat.S_IFDIR: "d", stat.S_IFLNK: "l", stat.S_IFIFO: "p",
          stat.S_IFSOCK: "s", stat.S_IFCHR: "c", stat.S_IFBLK: "b"}
 
@@ -86,9 +85,9 @@ class Picture:
         self.files = {}
         _walk(panel.root, "", self.files, LEFT_OUT)
         self.changes = {}  # the layer of changes below /usr
-        _walk(panel.usr, "", self.changes, ())
+        _walk(panel.layers.upper, "", self.changes, ())
         self.usr = _usr(panel, self.changes)
-        self.layers = [panel.middle, panel.lower]
+        self.layers = [panel.layers.middle, panel.layers.lower]
         self.drive = {}
         self.take_drive(panel)
         self.settings = dict(settings)
@@ -109,13 +108,13 @@ class Picture:
         """Returns everything by its full path on the panel."""
         result = {f"/{path}": entry for path, entry in self.files.items()}
         result.update((f"/usr/{path}", entry) for path, entry in self.usr.items())
-        result.update((f"/mnt/usb/{path}", entry) for path, entry in self.drive.items())
+        result.update((f"{names.DRIVE_FOLDER}/{path}", entry) for path, entry in self.drive.items())
         return result
 
 
 def _usr(panel, changes):
     """Returns what differs from the machine's /usr: entries, or None for a removed path."""
-    layers = [panel.middle, panel.lower]
+    layers = [panel.layers.middle, panel.layers.lower]
     result = {}
     for path, entry in changes.items():
         first = _first(layers, path)
@@ -280,9 +279,9 @@ def _packages(files):
     result = {}
     for item in files:
         path = item["path"]
-        if not path.startswith(f"/{RECORDS}/"):
+        if not path.startswith(names.REGISTRY + "/"):
             continue
-        name, _, below = path[len(RECORDS) + 2:].partition("/")
+        name, _, below = path[len(names.REGISTRY) + 1:].partition("/")
         if not below:
             result[name] = item["change"]
         else:

@@ -4,7 +4,7 @@
 
 import array  # the socket module asks for it late, when nothing can be imported any more
 import codecs
-import json
+import dataclasses
 import os
 import resource
 import select
@@ -13,11 +13,10 @@ import socket
 import sys
 import time
 
-from kxdevice import launch, linux, panel as panel_module
+from kxdevice import launch, linux, names, panel as panel_module
 from kxdevice import summary, tools, trace as trace_module, usr
 from kxdevice.linux import SandboxError
 
-ADDRESS = b"\0kx-device"
 LONGEST_CALL = 1 << 22
 MOST_CLIENTS = 64
 PATIENCE = 10  # seconds for a client to send its call
@@ -25,66 +24,55 @@ MEMORY_PERIOD = 0.1
 LATE = (array, [codecs.lookup(name) for name in ("ascii", "utf-8", "latin-1")])
 
 
-class Job:
-    """What process 1 gets from outside."""
+@dataclasses.dataclass(frozen=True)
+class Order:
+    """What process 1 is to do, as the front knows it."""
 
-    def __init__(self, options, ids):
-        self.options = options
-        self.ids = ids
-        self.state = options.state
-        self.stand_in = b""
-        self.environment = {}
-        self.control = None  # socket to the front
-        self.trace = -1
-        self.closed = ()  # standard streams that the caller had closed
-        self.user_namespace = -1  # descriptor, or -1 when already inside
-        self.groups = []  # descriptors of control groups to join
-        self.watch_memory = False
-        self.first_namespace = False  # real root of the machine started it
+    options: object  # options.Options
+    ids: object  # ids.Ids
+    stand_in: bytes  # the program that stands for the panel's own tools
+    terms: launch.Terms
+    trace: int  # descriptor of the open file, or -1
+    watch_memory: bool  # no control group does
+
+    def descriptors(self):
+        """Returns the descriptors that process 1 needs of the front's."""
+        return {self.trace, *self.terms.groups}
 
 
 class Supervisor:
     """Serves one panel until its command has ended."""
 
-    def __init__(self, job):
-        self.job = job
-        self.options = job.options
-        self.trace = trace_module.Trace(job.trace)
+    def __init__(self, order, control, panel):
+        """Takes the picture to compare with at the end; control is the link to the front."""
+        self.options = order.options
+        self.terms = order.terms
+        self.watch_memory = order.watch_memory
+        self.control = control
+        self.panel = panel
+        self.trace = trace_module.Trace(order.trace)
+        self.drive = tools.Drive(panel, self.trace)
+        self.tools = tools.Tools(self.options, panel, self.drive, self.trace)
+        self.drive.start(self.options.boot)
+        _refuse_missing(self.options.chdir)
+        self.before = None
+        if self.options.summary or self.options.summary_json:
+            self.before = summary.Picture(panel, self.tools.settings)
+            self.drive.on_new_drive = lambda: self.before.take_drive(panel)
         self.poll = select.poll()
         self.handlers = {}
         self.clients = {}
-        self.pending = b""
         self.command = 0
         self.status = None  # wait status of the command
         self.reason = ""
-
-    def prepare(self):
-        """Builds the panel and takes the picture to compare with at the end."""
-        self.panel = panel_module.build(self.job)
-        # Nothing below the panel's own /usr may become part of this process from here on.
-        sys.path[:] = []
-        sys.meta_path[:] = []
-        self.drive = tools.Drive(self.panel, self.trace)
-        self.tools = tools.Tools(self.options, self.panel, self.drive, self.trace)
-        self.drive.start(self.options.boot)
-        try:
-            os.close(linux.open_inside(self.options.chdir))
-        except OSError:
-            raise SandboxError(
-                f"the panel has no folder {self.options.chdir} to start in") from None
-        self.wants_summary = bool(self.options.summary or self.options.summary_json)
-        if self.wants_summary:
-            self.before = summary.Picture(self.panel, self.tools.settings)
-            self.drive.on_new_drive = lambda: self.before.take_drive(self.panel)
         self.server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM | socket.SOCK_NONBLOCK)
-        self.server.bind(ADDRESS)
+        self.server.bind(names.ADDRESS.encode())
         self.server.listen(MOST_CLIENTS)
-        reader, writer = os.pipe2(os.O_NONBLOCK | os.O_CLOEXEC)
+        self.wake, writer = os.pipe2(os.O_NONBLOCK | os.O_CLOEXEC)
         signal.signal(signal.SIGCHLD, lambda *_: None)
         signal.set_wakeup_fd(writer, warn_on_full_buffer=False)
-        self.wake = reader
-        self._watch(reader, self._reap)
-        self._watch(self.job.control.fileno(), self._control)
+        self._watch(self.wake, self._reap)
+        self._watch(control.fileno(), self._obey)
         self._watch(self.server.fileno(), self._accept)
 
     def _watch(self, descriptor, handler, events=select.POLLIN):
@@ -94,11 +82,6 @@ class Supervisor:
     def _unwatch(self, descriptor):
         self.poll.unregister(descriptor)
         del self.handlers[descriptor]
-
-    def send(self, **message):
-        """Tells the front something."""
-        self.job.control.setblocking(True)
-        self.job.control.sendall(json.dumps(message).encode() + b"\n")
 
     # -- starting ----------------------------------------------------------------------------
 
@@ -112,7 +95,7 @@ class Supervisor:
         if process == 0:
             try:
                 ours.close()
-                launch.become(self.job, words, chdir, startup, theirs, wants_listener)
+                launch.become(self.terms, words, chdir, startup, theirs, wants_listener)
             finally:
                 os._exit(125)
         theirs.close()
@@ -132,11 +115,9 @@ class Supervisor:
             raise SandboxError(message.decode(errors="replace")
                                or "the command's process ended before it could start")
         if wants_listener:
-            missing = {}
-            for tool in self.options.missing:
-                for folder in usr.TOOL_FOLDERS:
-                    for base in ("/usr/", "/"):
-                        missing[f"{base}{folder}/{tool}".encode()] = tool.encode()
+            missing = {f"{base}{folder}/{tool}".encode(): tool.encode()
+                       for tool in self.options.missing for folder in usr.TOOL_FOLDERS
+                       for base in ("/usr/", "/")}
             listener = trace_module.ExecListener(descriptors[0], self.trace,
                                                  self.options.trace_shell, missing)
             listener.first.add(process)
@@ -149,7 +130,7 @@ class Supervisor:
     def run(self):
         """Plays the reboot, starts the command and serves until it has ended."""
         if self.options.boot:
-            startup = "/mnt/user/startup.sh"
+            startup = names.STARTUP_SCRIPT
             if os.path.isfile(startup) and os.stat(startup).st_mode & 0o111:
                 self.serve_until(self.start([startup], startup=True))
         self.status = None
@@ -164,7 +145,7 @@ class Supervisor:
         next_look = time.monotonic()
         while self.status is None and not self.reason:
             timeout = None
-            if self.job.watch_memory:
+            if self.watch_memory:
                 if time.monotonic() >= next_look:
                     next_look = time.monotonic() + MEMORY_PERIOD
                     self._look_at_memory()
@@ -207,20 +188,18 @@ class Supervisor:
             if process == self.command:
                 self.status = status
 
-    def _control(self):
-        data = self.job.control.recv(65536)
-        if not data:
+    def _obey(self):
+        messages = self.control.receive()
+        if messages is None:
             os._exit(1)  # the front is gone, and with this process everything on the panel
-        self.pending += data
-        while b"\n" in self.pending:
-            line, _, self.pending = self.pending.partition(b"\n")
-            message = json.loads(line)
+        for message in messages:
             if "stop" in message:
                 self.reason = message["stop"]
             elif message.get("drive") == "plug":
-                self.send(drive=self._safely(lambda new=message["new"]: self.drive.plug(new)))
+                problem = self._safely(lambda new=message["new"]: self.drive.plug(new))
+                self.control.send(drive=problem)
             elif message.get("drive") == "pull":
-                self.send(drive=self._safely(self.drive.pull))
+                self.control.send(drive=self._safely(self.drive.pull))
 
     @staticmethod
     def _safely(action):
@@ -297,15 +276,25 @@ class Supervisor:
             if process == self.command and self.status is None:
                 self.status = status
         result = None
-        if self.wants_summary:
+        if self.before:
             after = summary.Picture(self.panel, self.tools.settings)
             result = summary.compare(self.before, after, self.tools.reboot_asked)
-        self.send(end=self.status, reason=self.reason, summary=result,
-                  trace_failed=self.trace.failed)
+        self.control.send(end=self.status, reason=self.reason, summary=result,
+                          trace_failed=self.trace.failed)
 
 
-def main(job):
-    """The life of process 1; never returns."""
+def _refuse_missing(folder):
+    try:
+        os.close(linux.open_inside(folder))
+    except OSError:
+        raise SandboxError(f"the panel has no folder {folder} to start in") from None
+
+
+def main(order, standing, control):
+    """The life of process 1; never returns.
+
+    standing is the host.Standing that the process was born with, control its link to the front.
+    """
     status = 1
     try:
         linux.prctl(linux.PR_SET_PDEATHSIG, signal.SIGKILL)
@@ -314,23 +303,25 @@ def main(job):
                        signal.SIGPIPE, signal.SIGUSR1, signal.SIGUSR2, signal.SIGALRM):
             signal.signal(number, signal.SIG_IGN)
         linux.forget_command_line("kx-device")
-        supervisor = Supervisor(job)
         try:
-            supervisor.prepare()
+            panel = panel_module.build(order.options, order.ids, standing, order.stand_in)
+            # Nothing below the panel's own /usr may become part of this process from here on.
+            sys.path[:] = []
+            sys.meta_path[:] = []
+            supervisor = Supervisor(order, control, panel)
             # Changing the ids may have cleared it.
             linux.prctl(linux.PR_SET_PDEATHSIG, signal.SIGKILL)
-            supervisor.send(ready=True)
+            control.send(ready=True)
             supervisor.run()
             status = 0
         except SandboxError as error:
-            supervisor.send(fail=str(error))
+            control.send(fail=str(error))
         except OSError as error:
-            supervisor.send(fail=f"{linux.reason(error)}; it needs Linux 5.14 or later with "
-                                 "overlay mounts, and rights to mount in namespaces")
+            control.send(fail=f"{linux.reason(error)}; it needs Linux 5.14 or later with "
+                              "overlay mounts, and rights to mount in namespaces")
     except BaseException as error:  # pylint: disable=broad-except
         try:
-            job.control.sendall(json.dumps({"fail": f"{type(error).__name__}: {error}"}).encode()
-                                + b"\n")
+            control.send(fail=f"{type(error).__name__}: {error}")
         except OSError:
             pass
     finally:

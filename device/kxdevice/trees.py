@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: MIT
 """File trees by directory descriptor: no symbolic link inside a tree is ever followed."""
 
+import errno
 import os
 import stat
 
@@ -31,7 +32,8 @@ def _remove(directory, name, is_dir):
         else:
             os.unlink(name, dir_fd=directory)
     except OSError as error:
-        if error.errno not in (16, 39):  # EBUSY: a mount point, ENOTEMPTY: one further down
+        # A mount point, or one further down.
+        if error.errno not in (errno.EBUSY, errno.ENOTEMPTY):
             raise
 
 
@@ -85,6 +87,16 @@ def copy_dir(source, target, uid, gid, path):
     """Copies the content and the mode of one open directory into another, all with one owner."""
     facts = os.fstat(source)
     os.fchown(target, uid, gid)
+    copy_content(source, target, uid, gid, path)
+    os.fchmod(target, stat.S_IMODE(facts.st_mode))
+    os.utime(target, ns=(facts.st_atime_ns, facts.st_mtime_ns))
+
+
+def copy_content(source, target, uid, gid, path):
+    """Copies the content of one open directory into another, whose own mode and owner stay.
+
+    path is the name of the source in messages.
+    """
     with os.scandir(source) as entries:
         found = sorted(entries, key=lambda entry: entry.name)
     for entry in found:
@@ -111,8 +123,6 @@ def copy_dir(source, target, uid, gid, path):
                 os.close(inner)
         else:
             raise SandboxError(f"{where} is neither a file, a folder nor a link")
-    os.fchmod(target, stat.S_IMODE(facts.st_mode))
-    os.utime(target, ns=(facts.st_atime_ns, facts.st_mtime_ns))
 
 
 def open_or_make(directory, name):
@@ -124,7 +134,7 @@ def open_or_make(directory, name):
     except NotADirectoryError:
         os.unlink(name, dir_fd=directory)
     except OSError as error:
-        if error.errno != 40:  # ELOOP: a symbolic link
+        if error.errno != errno.ELOOP:  # what a symbolic link gives
             raise
         os.unlink(name, dir_fd=directory)
     os.mkdir(name, 0o755, dir_fd=directory)

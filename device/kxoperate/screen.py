@@ -52,7 +52,7 @@ class Screen:
         os.close(writer)
         number = _read(reader, PATIENCE)
         if not number.strip().isdigit():
-            raise ScreenError(f"{command[0]} did not start; see {self._folder}/screen.err")
+            raise ScreenError(f"{command[0]} did not start{self._remark()}")
         return ":" + number.strip()
 
     def start_window_manager(self):
@@ -75,7 +75,15 @@ class Screen:
         told = _read(reader, PATIENCE, manager)
         os.close(keeper)
         if not told:
-            raise ScreenError(f"openbox did not start; see {self._folder}/screen.err")
+            raise ScreenError(f"openbox did not start{self._remark()}")
+
+    def _remark(self):
+        """Returns what the servers said last, which nobody can look up after the panel's end."""
+        with open(os.path.join(self._folder, "screen.err"), encoding="utf-8",
+                  errors="replace") as file:
+            # X servers put (EE) before errors, and before nothing.
+            said = [text for line in file if (text := line.replace("(EE)", "").strip())]
+        return f": {said[-1]}" if said else ""
 
     def _start(self, command, pass_fds=(), environment=None):
         with open(os.path.join(self._folder, "screen.err"), "ab") as remarks:

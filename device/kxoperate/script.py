@@ -22,7 +22,7 @@
   quit                 lets the program end as it does when its event loop ends
 
 Blank lines and lines that begin with # do nothing. An action that is not possible in time ends
-everything. Words are split as by a shell.
+everything. Words are split as by a shell: a TEXT of several words stands in quotes.
 """
 
 import os
@@ -34,6 +34,10 @@ COLOURS = {"* {background-color : rgb(199, 253, 255)}": "normal",
 BUTTONS = ("InstallButton", "CancelButton", "OkButton", "RebootButton")
 PACKAGE_LABELS = ("labelTitle", "textTitle", "labelVersion", "textVersion", "labelComment",
                   "textComment")
+
+
+# How many words an action takes, the fewest and the most; those not named take none.
+WORDS_BEHIND = {"wait": (1, 2), "press": (1, 2), "picture": (1, 1), "run": (1, 1 << 16)}
 
 
 class ScriptError(Exception):
@@ -102,42 +106,52 @@ class Player:
     def play(self, script):
         """Plays all lines of a text; raises ScriptError at the first that is not possible."""
         for number, line in enumerate(script.splitlines(), 1):
-            words = shlex.split(line, comments=True)
+            try:
+                words = shlex.split(line, comments=True)
+            except ValueError as error:
+                raise ScriptError(f"line {number}: {line}: {error}") from error
             if not words:
                 continue
+            fewest, most = WORDS_BEHIND.get(words[0], (0, 0))
+            if words[0] not in self._actions or not fewest <= len(words) - 1 <= most:
+                raise ScriptError(f"line {number}: {line}: there is no such action; a text of "
+                                  "several words needs quotes; see device/operate --help")
             try:
                 self._actions[words[0]](*words[1:])
-            except (KeyError, TypeError) as error:
-                raise ScriptError(f"line {number}: cannot read '{line}' ({error!r})") from error
             except ScriptError as error:
                 raise ScriptError(f"line {number}: {line}: {error}; shown: "
                                   f"{describe(self._probe.state)}") from error
 
     def _wait(self, what, *text):
-        if what == "end":
-            if text:
-                raise TypeError(text)
-            if not self._probe.wait_for_end(self._patience):
-                raise ScriptError("the program goes on")
+        if [what, *text] == ["end"]:
+            self._wait_for_end()
             return
-        condition = CONDITIONS[what]
-        (wanted,) = text
-        wanted = wanted.replace("\\n", "\n")
+        if what not in CONDITIONS or not text:
+            raise ScriptError("there is nothing like that to wait for")
+        condition, wanted = CONDITIONS[what], text[0].replace("\\n", "\n")
         if not self._probe.wait_for(lambda state: condition(state, wanted), self._patience):
-            ended = "the program has ended" if self._probe.ended else "it did not come"
-            raise ScriptError(ended)
+            raise ScriptError("the program has ended" if self._probe.ended
+                              else f"still not so after {self._patience:g} seconds")
+
+    def _wait_for_end(self):
+        if not self._probe.wait_for_end(self._patience):
+            raise ScriptError(f"the program has not ended after {self._patience:g} seconds")
 
     def _settle(self):
         if not self._probe.sync(self._patience):
-            raise ScriptError("the program does not answer")
+            raise ScriptError(f"the program gave no answer within {self._patience:g} seconds")
         return self._probe.state
 
     def _press(self, name, tab=None):
+        if (name == "tab") != (tab is not None):
+            raise ScriptError("a button is pressed by its NAME, a tab by 'tab' and its name")
         # A window takes no press before it is on the screen.
         widget = "tabsCenter" if name == "tab" else name
         self._wait("button", widget)
         shown = _widget(self._settle(), widget)
-        place = shown["tabs"][tab] if name == "tab" else shown["at"]
+        place = shown["at"] if tab is None else shown.get("tabs", {}).get(tab)
+        if place is None:
+            raise ScriptError("there is no such tab")
         self._screen.click((place[0] + place[2] // 2, place[1] + place[3] // 2))
 
     def _state(self):
@@ -193,8 +207,9 @@ class Player:
         if output:
             self._note(output)
         if result.returncode != 0:
-            raise ScriptError(f"it ended with {result.returncode}")
+            raise ScriptError(f"the command ended with {result.returncode}")
 
     def _quit(self):
-        if not self._probe.ask("quit") or not self._probe.wait_for_end(self._patience):
-            raise ScriptError("the program goes on")
+        if not self._probe.ask("quit"):
+            raise ScriptError("the program cannot be asked to end")
+        self._wait_for_end()

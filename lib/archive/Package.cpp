@@ -26,7 +26,16 @@ const PackageEntry* Package::Find(const std::string& name) const
 std::string Package::LinkTarget(const std::string& name) const
 {
     constexpr std::uint64_t kLongest = 4096;
-    return Read(name, kLongest);
+    try {
+        return Read(name, kLongest);
+    } catch (const ContentError&) {
+        return {};
+    }
+}
+
+int Package::UnpackStatus() const
+{
+    return 0;
 }
 
 std::unique_ptr<Package> OpenPackage(const std::string& path)

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "io/Error.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,6 +31,13 @@ struct PackageEntry {
     bool hasMode = false;
 };
 
+/// Tells that something in a package is damaged, or packed in a way that cannot be read here.
+class ContentError final : public io::Error
+{
+public:
+    using io::Error::Error;
+};
+
 /// A package to look into: an archive, or the folder that it would be unpacked to. Only reads.
 class Package
 {
@@ -49,12 +58,19 @@ public:
     [[nodiscard]] virtual const std::vector<PackageEntry>& Entries() const = 0;
 
     /// Returns the content of the file @p name, or its first @p limit bytes.
-    /// @throws Error when it cannot be read, or is damaged
+    /// @throws ContentError when it is damaged, or packed in a way that cannot be read here
+    /// @throws Error when it cannot be read
     [[nodiscard]] virtual std::string Read(const std::string& name, std::uint64_t limit) const = 0;
 
-    /// Returns what the link @p name leads to, as written there; empty when it cannot be read. In
-    /// an archive that is its content.
+    /// Returns what the link @p name leads to, as written there; empty when that is damaged. In an
+    /// archive it is the link's content.
     [[nodiscard]] virtual std::string LinkTarget(const std::string& name) const;
+
+    /// Returns the exit status with which the device's unzip unpacks the package; the updater takes
+    /// every one but 0 for a failure. 0 for a folder, which is what unpacking made. Of an archive
+    /// all contents are read.
+    /// @throws Error when it cannot be read
+    [[nodiscard]] virtual int UnpackStatus() const;
 
     /// Returns the entry of that name, or null.
     [[nodiscard]] const PackageEntry* Find(const std::string& name) const;

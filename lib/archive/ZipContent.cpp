@@ -34,17 +34,19 @@ public:
     Unpacker& operator=(const Unpacker&) = delete;
     virtual ~Unpacker() = default;
 
-    /// Unpacks from @p in, which it shortens, to @p out, whose size it sets.
+    /// Unpacks from @p in, which it shortens; when that is empty at the call, nothing follows.
+    /// @param room  a place for what is unpacked
+    /// @param out   set to what was unpacked: it lies in the room, or in what was read
     /// @return kMore when it wants more bytes or more room
-    virtual Step Go(std::string_view& in, std::string& out) = 0;
+    virtual Step Go(std::string_view& in, std::string& room, std::string_view& out) = 0;
 };
 
 class Copier final : public Unpacker
 {
 public:
-    Step Go(std::string_view& in, std::string& out) override
+    Step Go(std::string_view& in, std::string& /*room*/, std::string_view& out) override
     {
-        out.assign(in.substr(0, kPiece));
+        out = in.substr(0, kPiece);
         in.remove_prefix(out.size());
         return Step::kMore; // the end is where the bytes end
     }
@@ -56,16 +58,15 @@ public:
     Inflater() { m_isReady = inflateInit2(&m_stream, -MAX_WBITS) == Z_OK; }
     ~Inflater() override { inflateEnd(&m_stream); }
 
-    Step Go(std::string_view& in, std::string& out) override
+    Step Go(std::string_view& in, std::string& room, std::string_view& out) override
     {
-        out.resize(kPiece);
         m_stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(in.data()));
         m_stream.avail_in = static_cast<uInt>(in.size());
-        m_stream.next_out = reinterpret_cast<Bytef*>(out.data());
-        m_stream.avail_out = static_cast<uInt>(out.size());
+        m_stream.next_out = reinterpret_cast<Bytef*>(room.data());
+        m_stream.avail_out = static_cast<uInt>(room.size());
         const int result = m_isReady ? inflate(&m_stream, Z_NO_FLUSH) : Z_MEM_ERROR;
         in.remove_prefix(in.size() - m_stream.avail_in);
-        out.resize(out.size() - m_stream.avail_out);
+        out = std::string_view(room).substr(0, room.size() - m_stream.avail_out);
         const bool isFine = result == Z_OK || result == Z_BUF_ERROR;
         return result == Z_STREAM_END ? Step::kEnd : isFine ? Step::kMore : Step::kDamaged;
     }
@@ -81,16 +82,15 @@ public:
     Bunzipper() { m_isReady = BZ2_bzDecompressInit(&m_stream, 0, 0) == BZ_OK; }
     ~Bunzipper() override { BZ2_bzDecompressEnd(&m_stream); }
 
-    Step Go(std::string_view& in, std::string& out) override
+    Step Go(std::string_view& in, std::string& room, std::string_view& out) override
     {
-        out.resize(kPiece);
         m_stream.next_in = const_cast<char*>(in.data());
         m_stream.avail_in = static_cast<unsigned>(in.size());
-        m_stream.next_out = out.data();
-        m_stream.avail_out = static_cast<unsigned>(out.size());
+        m_stream.next_out = room.data();
+        m_stream.avail_out = static_cast<unsigned>(room.size());
         const int result = m_isReady ? BZ2_bzDecompress(&m_stream) : BZ_MEM_ERROR;
         in.remove_prefix(in.size() - m_stream.avail_in);
-        out.resize(out.size() - m_stream.avail_out);
+        out = std::string_view(room).substr(0, room.size() - m_stream.avail_out);
         return result == BZ_STREAM_END ? Step::kEnd
                : result == BZ_OK       ? Step::kMore
                                        : Step::kDamaged;
@@ -119,9 +119,9 @@ std::unique_ptr<Unpacker> UnpackerFor(unsigned method)
 class Reading
 {
 public:
-    Reading(const ByteSource& source, const ZipMember& member, std::uint64_t limit,
-            const ContentSink& sink)
-        : m_source(source), m_header(ContentHeader(member)), m_at(member.contentAt),
+    Reading(const ByteSource& source, const ZipMember& member, std::string& room,
+            std::uint64_t limit, const ContentSink& sink)
+        : m_source(source), m_header(ContentHeader(member)), m_room(room), m_at(member.contentAt),
           m_left(m_header.packedSize), m_limit(limit), m_sink(sink)
     {
     }
@@ -147,19 +147,20 @@ private:
             m_left = m_bytes.empty() ? 0 : m_left - m_bytes.size();
         }
         const bool isLast = m_in.empty();
-        const Unpacker::Step step = unpacker.Go(m_in, m_out);
+        std::string_view out;
+        const Unpacker::Step step = unpacker.Go(m_in, m_room, out);
         if (step == Unpacker::Step::kDamaged) {
             return ContentState::kDamaged;
         }
-        m_size += m_out.size();
-        m_crc = crc32_z(m_crc, reinterpret_cast<const Bytef*>(m_out.data()), m_out.size());
-        if (!m_sink(m_out) || m_size > m_limit) {
+        m_size += out.size();
+        m_crc = crc32_z(m_crc, reinterpret_cast<const Bytef*>(out.data()), out.size());
+        if (!m_sink(out) || m_size > m_limit) {
             return ContentState::kTooLarge;
         }
         if (step == Unpacker::Step::kEnd) {
             return Judge();
         }
-        if (isLast && m_out.empty()) {
+        if (isLast && out.empty()) {
             // Stored bytes end where the file says; everything else knows its own end.
             return m_header.method == kStored ? Judge() : ContentState::kDamaged;
         }
@@ -176,13 +177,13 @@ private:
 
     const ByteSource& m_source;
     ZipHeader m_header;
+    std::string& m_room;
     std::uint64_t m_at;
     std::uint64_t m_left;
     std::uint64_t m_limit;
     const ContentSink& m_sink;
     std::string m_bytes;
     std::string_view m_in;
-    std::string m_out;
     std::uint64_t m_size = 0;
     uLong m_crc = 0;
 };
@@ -194,14 +195,16 @@ bool IsReadableMethod(unsigned method)
     return method == kStored || method == kDeflated || method == kBzip2;
 }
 
-ContentResult ReadContent(const ByteSource& source, const ZipMember& member, std::uint64_t limit,
-                          const ContentSink& sink)
+ContentReader::ContentReader(const ByteSource& source) : m_source(source), m_room(kPiece, '\0') {}
+
+ContentResult ContentReader::Read(const ZipMember& member, std::uint64_t limit,
+                                  const ContentSink& sink)
 {
     const std::unique_ptr<Unpacker> unpacker = UnpackerFor(member.local.method);
     if (unpacker == nullptr) {
         return {ContentState::kUnsupported, 0};
     }
-    return Reading(source, member, limit, sink).Run(*unpacker);
+    return Reading(m_source, member, m_room, limit, sink).Run(*unpacker);
 }
 
 } // namespace kx::archive

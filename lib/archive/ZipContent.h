@@ -30,10 +30,21 @@ using ContentSink = std::function<bool(std::string_view piece)>;
 /// Tells whether contents of the method can be unpacked here.
 [[nodiscard]] bool IsReadableMethod(unsigned method);
 
-/// Unpacks the content of an entry as the device's unzip does: with the numbers of ContentHeader,
-/// in pieces, never more than @p limit bytes and a piece.
-/// @throws Error when the source cannot be read
-[[nodiscard]] ContentResult ReadContent(const ByteSource& source, const ZipMember& member,
-                                        std::uint64_t limit, const ContentSink& sink);
+/// Unpacks contents as the device's unzip does: with the numbers of ContentHeader, in pieces.
+class ContentReader
+{
+public:
+    /// @param source  not owned; must live as long as the object
+    explicit ContentReader(const ByteSource& source);
+
+    /// Unpacks the content of an entry, never more than @p limit bytes and a piece.
+    /// @throws Error when the source cannot be read
+    [[nodiscard]] ContentResult Read(const ZipMember& member, std::uint64_t limit,
+                                     const ContentSink& sink);
+
+private:
+    const ByteSource& m_source;
+    std::string m_room; ///< for what is unpacked; kept, as many entries are small
+};
 
 } // namespace kx::archive

@@ -2,18 +2,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "archive/ZipStructure.h"
+#include "archive/UnpackVerdict.h"
 #include "checks/Findings.h"
 
 namespace kx::checks
 {
 
-/// How many bytes a package may unpack to.
-constexpr std::uint64_t kMostUnpacked = std::uint64_t{8} << 30;
-
-/// Checks what the device's unzip makes of an archive. Reads all contents, in pieces.
-/// @throws Error when the source cannot be read
-void CheckArchive(const archive::ByteSource& source, const archive::ZipStructure& zip,
+/// Tells what the device's unzip makes of an archive, by its verdict and its entries' names.
+/// @param verdict  JudgeUnpacking of the structure
+void CheckArchive(const archive::ZipStructure& zip, const archive::UnpackVerdict& verdict,
                   Findings& findings);
 
 } // namespace kx::checks

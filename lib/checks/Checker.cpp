@@ -13,6 +13,7 @@
 #include "io/StandardInput.h"
 
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include <sys/stat.h>
@@ -40,6 +41,28 @@ bool HasTooManyNames(const archive::ZipStructure& zip)
     return total > kMostNameBytes;
 }
 
+/// Returns the description's bytes, through links; nothing when that was told to be impossible.
+std::optional<std::string> DescriptionBytes(const archive::Package& package, Findings& findings)
+{
+    const archive::PackageEntry* entry = package.Find(archive::kDescriptionName);
+    if (entry != nullptr && entry->kind == archive::PackageEntry::Kind::kLink) {
+        entry = CheckLink(package, *entry, RuleId::kDescriptionLink, findings);
+        if (entry == nullptr) {
+            return {};
+        }
+    }
+    if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
+        findings.Add(RuleId::kDescriptionMissing, Place::Whole(),
+                     MissingText(package, archive::kDescriptionName));
+        return {};
+    }
+    try {
+        return package.Read(entry->name, kLargestChecked + 1);
+    } catch (const archive::ContentError&) {
+        return {}; // found when the archive was looked at
+    }
+}
+
 /// Checks what stands in a package, whatever it came as.
 void CheckContents(const archive::Package& package, const format::Processor* processor,
                    Findings& findings)
@@ -49,14 +72,11 @@ void CheckContents(const archive::Package& package, const format::Processor* pro
     if (findings.HasErrorAt(archive::kDescriptionName)) {
         return; // it does not even arrive
     }
-    const archive::PackageEntry* const entry = package.Find(archive::kDescriptionName);
-    if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
-        findings.Add(RuleId::kDescriptionMissing, Place::Whole(),
-                     MissingText(package, archive::kDescriptionName));
+    std::optional<std::string> bytes = DescriptionBytes(package, findings);
+    if (!bytes.has_value()) {
         return;
     }
-    const format::Description description =
-        CheckDescription(package.Read(archive::kDescriptionName, kLargestChecked + 1), findings);
+    const format::Description description = CheckDescription(std::move(*bytes), findings);
     if (description.root.has_value()) {
         CheckSteps(*description.root, package, format::RecordName(package.Path()), findings);
     }
@@ -76,7 +96,7 @@ void CheckArchivePackage(const std::string& path, const archive::ByteSource& sou
                          const format::Processor* processor, Findings& findings)
 {
     const archive::ZipStructure zip = archive::ReadZipStructure(source);
-    CheckArchive(source, zip, findings);
+    CheckArchive(zip, archive::JudgeUnpacking(source, zip), findings);
     if (HasTooManyNames(zip)) {
         findings.Add(RuleId::kArchiveTooMany, Place::Whole(), "its names are too many or too long");
         return;

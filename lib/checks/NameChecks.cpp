@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "checks/NameChecks.h"
 
+#include "archive/Links.h"
 #include "archive/Package.h"
 #include "format/Description.h"
 #include "format/ShellText.h"
@@ -90,6 +91,19 @@ void CheckNeighbours(const std::string& path, Findings& findings)
         findings.Add(other.front() == '.' ? RuleId::kNameTwin : RuleId::kNameNeighbour,
                      Place::Whole(), "in the same folder there is '" + other + "'");
     }
+}
+
+const archive::PackageEntry* CheckLink(const archive::Package& package,
+                                       const archive::PackageEntry& link, RuleId rule,
+                                       Findings& findings)
+{
+    const archive::LinkEnd end = archive::FollowLink(package, link);
+    const bool isFile =
+        end.entry != nullptr && end.entry->kind == archive::PackageEntry::Kind::kFile;
+    findings.AddAs(isFile ? Severity::kWarning : Severity::kError, rule, Place::Entry(link.name),
+                   "is a link to '" + end.target +
+                       (isFile ? "'" : "', which is no file of the package"));
+    return isFile ? end.entry : nullptr;
 }
 
 std::string MissingText(const archive::Package& package, const std::string& name)

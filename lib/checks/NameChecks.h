@@ -17,6 +17,14 @@ void CheckPackageName(const std::string& path, bool isArchive, Findings& finding
 /// Checks what stands beside the package file: twins that desktop systems leave, other packages.
 void CheckNeighbours(const std::string& path, Findings& findings);
 
+/// Tells of a link in the place of a file that every package needs: an error when it leads to no
+/// file of the package, otherwise a warning.
+/// @param rule  the one about links of that file
+/// @return what the link leads to; null when that is no file of the package
+const archive::PackageEntry* CheckLink(const archive::Package& package,
+                                       const archive::PackageEntry& link, RuleId rule,
+                                       Findings& findings);
+
 /// Says that a package lacks a file at its top level, and where one of nearly that name stands.
 [[nodiscard]] std::string MissingText(const archive::Package& package, const std::string& name);
 

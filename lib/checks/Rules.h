@@ -51,6 +51,7 @@ enum class RuleId : std::size_t {
     kEntryBzip2,
     kEntryVersion,
     kEntryLink,
+    kEntryLabel,
     // names in the package
     kPathEmpty,
     kPathAbsolute,
@@ -65,6 +66,7 @@ enum class RuleId : std::size_t {
     kPathDesktop,
     // the updater
     kUpdaterMissing,
+    kUpdaterLink,
     kUpdaterMode,
     kUpdaterProgram,
     kUpdaterScript,
@@ -72,6 +74,7 @@ enum class RuleId : std::size_t {
     kUpdaterProcessor,
     // the description file
     kDescriptionMissing,
+    kDescriptionLink,
     kDescriptionSize,
     kDescriptionEncoding,
     kDescriptionMark,

@@ -467,6 +467,9 @@ void CheckEntries(const archive::Package& package, Findings& findings)
 {
     for (const archive::PackageEntry& entry : package.Entries()) {
         if (entry.kind == archive::PackageEntry::Kind::kLink) {
+            if (entry.name == archive::kDescriptionName || entry.name == archive::kUpdaterName) {
+                continue; // these have rules of their own
+            }
             findings.Add(RuleId::kEntryLink, Place::Entry(entry.name),
                          "is a link to '" + archive::FollowLink(package, entry).target + "'");
         } else if (entry.kind == archive::PackageEntry::Kind::kFile && IsDesktopFile(entry.name)) {

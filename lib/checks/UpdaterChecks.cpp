@@ -81,7 +81,7 @@ void CheckUpdater(const archive::Package& package, const format::Processor* proc
     if (findings.HasErrorAt(archive::kUpdaterName)) {
         return; // it does not even arrive; what follows from that is not told besides
     }
-    const archive::PackageEntry* const entry = package.Find(archive::kUpdaterName);
+    const archive::PackageEntry* entry = package.Find(archive::kUpdaterName);
     if (entry == nullptr || entry->kind == archive::PackageEntry::Kind::kFolder) {
         // A folder is installed by whoever starts an updater on it.
         findings.AddAs(package.IsArchive() ? Severity::kError : Severity::kWarning,
@@ -89,13 +89,22 @@ void CheckUpdater(const archive::Package& package, const format::Processor* proc
                        MissingText(package, archive::kUpdaterName));
         return;
     }
-    constexpr unsigned kExecute = 0100;
-    if (entry->kind == archive::PackageEntry::Kind::kFile && (entry->mode & kExecute) == 0) {
-        findings.AddAs(package.IsArchive() ? Severity::kError : Severity::kWarning,
-                       RuleId::kUpdaterMode, Place::Entry(archive::kUpdaterName),
-                       "is not executable");
+    if (entry->kind == archive::PackageEntry::Kind::kLink) {
+        entry = CheckLink(package, *entry, RuleId::kUpdaterLink, findings);
     }
-    CheckProgram(package.Read(archive::kUpdaterName, kHeadSize), entry->size, processor, findings);
+    if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
+        return;
+    }
+    constexpr unsigned kExecute = 0100;
+    if ((entry->mode & kExecute) == 0) {
+        findings.AddAs(package.IsArchive() ? Severity::kError : Severity::kWarning,
+                       RuleId::kUpdaterMode, Place::Entry(entry->name), "is not executable");
+    }
+    try {
+        CheckProgram(package.Read(entry->name, kHeadSize), entry->size, processor, findings);
+    } catch (const archive::ContentError&) {
+        return; // found when the archive was looked at
+    }
 }
 
 } // namespace kx::checks

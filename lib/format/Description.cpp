@@ -58,6 +58,40 @@ Description ParseDescription(std::string bytes)
     return description;
 }
 
+std::uint64_t FilledObjects(std::string_view text, std::uint64_t most)
+{
+    constexpr unsigned kEnough = 40; // lists in lists that no description needs
+    std::string around;              // what is open; '(' for a list
+    unsigned lists = 0;
+    std::uint64_t count = 0;
+    for (std::size_t i = 0; i < text.size() && count < most; ++i) {
+        switch (text[i]) {
+        case '"':
+            for (++i; i < text.size() && text[i] != '"'; ++i) {
+                i += text[i] == '\\' ? 1 : 0;
+            }
+            break;
+        case '{':
+            count += std::uint64_t{1} << std::min(lists, kEnough);
+            around += '{';
+            break;
+        case '[':
+            // An array that stands in an array is read by nobody.
+            around += !around.empty() && around.back() == '{' ? '(' : '[';
+            lists += around.back() == '(' ? 1 : 0;
+            break;
+        case '}':
+        case ']':
+            lists -= !around.empty() && around.back() == '(' ? 1 : 0;
+            around.resize(around.empty() ? 0 : around.size() - 1);
+            break;
+        default:
+            break;
+        }
+    }
+    return std::min(count, most);
+}
+
 std::string RecordName(const std::string& path)
 {
     // What the window unpacks Foo.kx-update to is Foo.temp, and the record is named after that.

@@ -5,8 +5,10 @@
 #include "archive/Package.h"
 #include "format/Json.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace kx::format
 {
@@ -32,6 +34,12 @@ struct Description {
 
 /// Takes the bytes of a description apart; what is wrong with them stands in the result.
 [[nodiscard]] Description ParseDescription(std::string bytes);
+
+/// Tells how many objects the updater fills when it reads a description: it fills each element of a
+/// list twice, so that each list doubles what stands in it.
+/// @param text  JSON, or anything else
+/// @param most  the largest answer: there may be more
+[[nodiscard]] std::uint64_t FilledObjects(std::string_view text, std::uint64_t most);
 
 /// Returns the name under which the panel records a package that comes as the file or folder
 /// @p path, by the updater's own rule; empty when none is left.

@@ -9,15 +9,12 @@
 #include "osa/OSA.h"
 
 #include <algorithm>
-#include <set>
 
 namespace kx::format
 {
 
 namespace
 {
-
-constexpr const char* kRegistryRoot = "/var/lib/KxUserPackages/";
 
 bool FlagOf(const JsonNode& node, const char* key)
 {
@@ -38,37 +35,7 @@ const std::vector<JsonNode>& ElementsOf(const JsonNode& node, const char* key)
     return ChildOf(ChildOf(node, key), kValuesKey).elements;
 }
 
-/// Texts, each once, in the order in which they came.
-class OnceList
-{
-public:
-    void Append(const std::string& text)
-    {
-        if (m_known.insert(text).second) {
-            m_texts.push_back(text);
-        }
-    }
-
-    [[nodiscard]] std::vector<std::string> Take() { return std::move(m_texts); }
-
-private:
-    std::set<std::string> m_known;
-    std::vector<std::string> m_texts;
-};
-
-/// The order in which the updater meets the files of a folder in the C locale: by name in every
-/// folder, what is in a folder right behind it.
-bool IsMetBefore(const archive::PackageEntry* one, const archive::PackageEntry* other)
-{
-    const auto rank = [](char c) {
-        return c == '/' ? 0U : static_cast<unsigned>(static_cast<unsigned char>(c));
-    };
-    return std::lexicographical_compare(
-        one->name.begin(), one->name.end(), other->name.begin(), other->name.end(),
-        [rank](char first, char second) { return rank(first) < rank(second); });
-}
-
-/// Returns everything below a folder of the package, in that order.
+/// Returns everything below a folder of the package.
 std::vector<const archive::PackageEntry*> EntriesBelow(const archive::Package& package,
                                                        const std::string& prefix)
 {
@@ -80,7 +47,6 @@ std::vector<const archive::PackageEntry*> EntriesBelow(const archive::Package& p
     for (; place != entries.end() && place->name.compare(0, prefix.size(), prefix) == 0; ++place) {
         below.push_back(&*place);
     }
-    std::sort(below.begin(), below.end(), IsMetBefore);
     return below;
 }
 
@@ -102,9 +68,6 @@ public:
         for (const JsonNode& step : ElementsOf(root, "DB_StepSets")) {
             AddStep(step);
         }
-        RecordThePackage();
-        m_summary.recordedFolders = m_folders.Take();
-        m_summary.recordedFiles = m_files.Take();
         return std::move(m_summary);
     }
 
@@ -156,9 +119,9 @@ private:
                 std::to_string(m_summary.steps.size()) + "/" + std::to_string(i) + "/";
             if (&kind == &kCopyFilesKind) {
                 item.mode = nodes[i].TextOf("Permissions");
-                AddFile(prefix + OSA_GetFilenameExt(item.source.c_str()), step.isRecorded, item);
+                AddFile(prefix + OSA_GetFilenameExt(item.source.c_str()), item);
             } else {
-                AddFolder(prefix, step.isRecorded, item);
+                AddFolder(prefix, item);
             }
             m_summary.files += item.files;
             m_summary.size += item.size;
@@ -166,7 +129,7 @@ private:
         }
     }
 
-    void AddFile(const std::string& name, bool isRecorded, SummaryItem& item)
+    void AddFile(const std::string& name, SummaryItem& item)
     {
         const archive::PackageEntry* const entry = m_package.Find(name);
         item.isMissing = entry == nullptr || entry->kind == archive::PackageEntry::Kind::kFolder;
@@ -174,35 +137,15 @@ private:
             item.files = 1;
             item.size = entry->size;
         }
-        if (!isRecorded) {
-            return;
-        }
-        const std::string& target = item.target;
-        const std::string folder = target.substr(
-            0, target.size() - std::string(OSA_GetFilenameExt(target.c_str())).size());
-        if (!folder.empty() && folder != "/") {
-            m_folders.Append(folder);
-        }
-        const bool isIntoFolder = !target.empty() && target.back() == '/';
-        m_files.Append(isIntoFolder ? target + OSA_GetFilenameExt(name.c_str()) : target);
     }
 
-    void AddFolder(const std::string& prefix, bool isRecorded, SummaryItem& item)
+    void AddFolder(const std::string& prefix, SummaryItem& item)
     {
         item.isMissing = m_package.Find(prefix.substr(0, prefix.size() - 1)) == nullptr;
-        const std::string target = item.target == "/" ? "" : item.target;
-        if (isRecorded && !target.empty()) {
-            m_folders.Append(target);
-        }
-        const std::string below = OSA_AddDirMark(target.empty() ? "/" : target.c_str());
         for (const archive::PackageEntry* const entry : EntriesBelow(m_package, prefix)) {
-            const bool isFolder = entry->kind == archive::PackageEntry::Kind::kFolder;
-            if (!isFolder) {
+            if (entry->kind != archive::PackageEntry::Kind::kFolder) {
                 ++item.files;
                 item.size += entry->size;
-            }
-            if (isRecorded) {
-                (isFolder ? m_folders : m_files).Append(below + entry->name.substr(prefix.size()));
             }
         }
     }
@@ -223,18 +166,8 @@ private:
         return setting;
     }
 
-    void RecordThePackage()
-    {
-        const std::string folder = kRegistryRoot + m_summary.recordName;
-        m_folders.Append(folder);
-        m_files.Append(folder + "/" + archive::kDescriptionName);
-        m_files.Append(folder + "/installedFile.list");
-    }
-
     const archive::Package& m_package;
     Summary m_summary;
-    OnceList m_folders;
-    OnceList m_files;
 };
 
 } // namespace

@@ -54,7 +54,8 @@ struct SummaryUpdater {
     std::optional<ProgramHead> program; ///< absent when it is no program
 };
 
-/// What is in a package. Fields that a description lacks, or has as something else, are empty.
+/// What is in a package; not what a panel does with it, which the rehearsal tells. Fields that a
+/// description lacks, or has as something else, are empty.
 struct Summary {
     std::string recordName;
     std::string title;
@@ -67,10 +68,6 @@ struct Summary {
     std::vector<SummaryStep> steps;
     std::uint64_t files = 0; ///< of the payload
     std::uint64_t size = 0;  ///< bytes of these
-    /// What a panel records that had none of it before, in its order, for the C locale. Folders are
-    /// recorded only where they have to be made.
-    std::vector<std::string> recordedFolders;
-    std::vector<std::string> recordedFiles;
 };
 
 /// Looks into a package.

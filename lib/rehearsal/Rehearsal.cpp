@@ -3,17 +3,20 @@
 #include "rehearsal/Rehearsal.h"
 
 #include "engine/ILogger.h"
+#include "engine/IStepObserver.h"
+#include "engine/Installation.h"
 #include "engine/UserPackageInstaller.h"
 #include "engine/q_UpdaterEngine.h"
 #include "format/Description.h"
 #include "io/Error.h"
+#include "model/DB_KxUserProject.h"
+#include "model/DB_StepSets.h"
 #include "osa/OSA.h"
 #include "osa/PathList.h"
 #include "rehearsal/Stage.h"
 #include "rehearsal/VirtualPanel.h"
 
 #include <cstdarg>
-#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <string_view>
@@ -27,76 +30,118 @@ namespace
 
 using Process = PlannedCommand::Process;
 
-/// Keeps the lines, and tells the stage which step begins.
-class PlanLogger final : public ILogger
+/// Keeps what the updater says, and follows its steps.
+class Listener final : public ILogger, public IStepObserver
 {
 public:
-    PlanLogger(Stage& stage, Plan& plan) : m_stage(stage), m_plan(plan) {}
+    Listener(Stage& stage, Plan& plan) : m_stage(stage), m_plan(plan) {}
 
     [[gnu::format(printf, 2, 3)]] void OutLine(const char* format, ...) override
     {
         va_list args;
         va_start(args, format);
-        const std::string line = OSA_Format(format, args);
+        m_plan.log.push_back(OSA_Format(format, args));
         va_end(args);
-        constexpr const char* kStep = "**** Installation step ";
-        if (line.compare(0, std::char_traits<char>::length(kStep), kStep) == 0) {
-            m_stage.SetStep(std::atoi(line.c_str() + std::char_traits<char>::length(kStep)));
-        }
-        m_plan.log.push_back(line);
     }
 
     void OutMsg(const char* text) override { m_plan.log.emplace_back(text); }
+
+    void OnStep(int index, int /*count*/) override
+    {
+        m_plan.lastStep = index + 1;
+        m_stage.SetStep(index + 1);
+    }
+
+    void OnStepEnd(int index, int result) override
+    {
+        m_stage.SetStep(0);
+        m_plan.failedStep = result == 0 ? 0 : index + 1;
+    }
 
 private:
     Stage& m_stage;
     Plan& m_plan;
 };
 
-/// What the window does up to its question.
-/// @return whether it asks
-bool PlayWindow(UserPackageInstaller& package, const Plan& plan)
+/// The updater's tables for as long as one rehearsal takes: its records of an earlier one are gone,
+/// and its messages come here.
+class EngineScope
 {
-    OSA_Shell("sync");
-    if (!plan.isFound) {
-        return false;
+public:
+    explicit EngineScope(ILogger& logger)
+    {
+        static bool areClassesKnown = false;
+        if (areClassesKnown) {
+            q_UpdaterEngine::SysLogger = &logger;
+        } else {
+            q_UpdaterEngine::InitSystem(&logger);
+            areClassesKnown = true;
+        }
+        Clear();
     }
-    package.packageDir = OSA_TrimExt(plan.packageFile.c_str()) + ".temp";
-    package.projectFile = package.packageDir + "/" + archive::kDescriptionName;
-    package.removeUnpacked = true;
-    return package.Unpack(plan.packageFile.c_str()) == 0 &&
-           package.ReadRootOnlyKxProjectFile() == 0;
+    EngineScope(const EngineScope&) = delete;
+    EngineScope& operator=(const EngineScope&) = delete;
+    ~EngineScope()
+    {
+        Clear();
+        q_UpdaterEngine::SysLogger = nullptr;
+    }
+
+private:
+    static void Clear()
+    {
+        q_UpdaterEngine::CopyFolderList->clear();
+        q_UpdaterEngine::CopyFileList->clear();
+    }
+};
+
+/// What the window does up to its question.
+/// @return kNotStarted when it asks, else why it does not
+Outcome PlayWindow(UserPackageInstaller& package, const std::string& drive, const Stage& stage)
+{
+    Installation::SyncDisks();
+    std::string file;
+    const Installation::Search found = Installation::FindPackage(drive, file);
+    if (found != Installation::Search::kFound) {
+        return found == Installation::Search::kSeveralPackages ? Outcome::kNotAlone
+                                                               : Outcome::kNotFound;
+    }
+    try {
+        if (Installation::OpenPackage(package, file) == 0) {
+            return Outcome::kNotStarted;
+        }
+    } catch (const io::Error&) {
+        throw;
+    } catch (const std::runtime_error&) {
+        return Outcome::kAborted;
+    }
+    return stage.IsUnpacked() ? Outcome::kNotShown : Outcome::kNotUnpacked;
 }
 
 /// What the installer does.
-/// @return its result
-int PlayInstaller(const UserPackageInstaller& window, Stage& stage)
+Outcome PlayInstaller(const std::string& folder, Listener& listener, Plan& plan)
 {
-    OSA_Shell("sync");
     UserPackageInstaller package;
-    package.packageDir = window.packageDir;
-    package.projectFile = window.projectFile;
-    int result = package.ReadKxProjectFile();
-    if (result == 0) {
-        OSA_Shell("/usr/bin/kxsystem/wprotect_off");
-        result = package.ClearInstalledLog();
+    const int result = Installation::BetweenSyncs(
+        [&] { return Installation::InstallUnpacked(package, folder, &listener); });
+    const DB_KxUserProject* const project = package.Project();
+    const auto* const steps =
+        project != nullptr ? ObjectAs<DB_StepSets>(project->DB_StepSets) : nullptr;
+    if (steps == nullptr) {
+        return Outcome::kNotRead;
     }
+    plan.steps = steps->count;
     if (result == 0) {
-        result = package.ExecuteInstallStep();
+        return Outcome::kInstalled;
     }
-    stage.SetStep(0);
-    if (result == 0) {
-        result = package.RegistInstalledLog();
-    }
-    OSA_Shell("sync");
-    return result;
+    return plan.failedStep != 0 ? Outcome::kStepFailed : Outcome::kNotRecorded;
 }
 
 /// Returns the name that the package's file has on the drive.
 std::string FileNameOf(const archive::Package& package)
 {
     namespace fs = std::filesystem;
-    constexpr std::string_view kUnpacked = ".temp";
+    constexpr std::string_view kUnpacked = panel::kUnpackedSuffix;
     fs::path path(package.Path());
     if (!package.IsArchive()) {
         // Also of "." and "..".
@@ -114,48 +159,47 @@ std::string FileNameOf(const archive::Package& package)
         name.compare(name.size() - kUnpacked.size(), kUnpacked.size(), kUnpacked) == 0) {
         name.resize(name.size() - kUnpacked.size());
     }
-    return name + archive::kPackageExtension;
+    return name + panel::kPackageExtension;
+}
+
+/// Plays both processes; the road is the updater's own.
+void Play(const Circumstances& where, Stage& stage, Listener& listener, Plan& plan)
+{
+    UserPackageInstaller window;
+    plan.outcome = PlayWindow(window, where.drive, stage);
+    if (plan.outcome == Outcome::kAborted) {
+        return;
+    }
+    if (plan.outcome == Outcome::kNotStarted && stage.CanStartUpdater(where.hasOtherUpdater)) {
+        stage.SetProcess(Process::kInstaller);
+        plan.outcome = PlayInstaller(window.packageDir, listener, plan);
+        stage.SetProcess(Process::kWindow);
+    }
+    Installation::LeaveDrive(window);
+    Installation::Reboot();
 }
 
 } // namespace
 
-Plan Rehearse(const archive::Package& package, const std::string& drive, const std::string& root)
+Plan Rehearse(const archive::Package& package, const Circumstances& where)
 {
     Plan plan;
-    const std::string name = FileNameOf(package);
-    plan.packageFile = drive + "/" + name;
-    plan.isFound = std::string_view(OSA_GetExt(name.c_str())) == archive::kPackageExtension;
-    plan.record = "/var/lib/KxUserPackages/" + format::RecordName(plan.packageFile);
+    plan.packageFile = where.drive + "/" + FileNameOf(package);
+    plan.record = std::string(panel::kRegistry) + "/" + format::RecordName(plan.packageFile);
 
-    VirtualPanel panel(root);
-    panel.MakeFolder(drive);
+    VirtualPanel panel(where.root);
+    panel.MakeFolder(where.drive);
     panel.MakeFile(plan.packageFile);
     Stage stage(panel, package, plan);
-    PlanLogger logger(stage, plan);
-    q_UpdaterEngine::InitSystem(&logger);
-
-    UserPackageInstaller window;
-    try {
-        plan.isShown = PlayWindow(window, plan);
-    } catch (const io::Error&) {
-        throw;
-    } catch (const std::runtime_error&) {
-        plan.isAborted = true;
-        return plan;
+    Listener listener(stage, plan);
+    const EngineScope engine(listener);
+    Play(where, stage, listener, plan);
+    if (plan.IsInstalled()) {
+        plan.folders.assign(q_UpdaterEngine::CopyFolderList->begin(),
+                            q_UpdaterEngine::CopyFolderList->end());
+        plan.files.assign(q_UpdaterEngine::CopyFileList->begin(),
+                          q_UpdaterEngine::CopyFileList->end());
     }
-    plan.isStarted = plan.isShown && stage.HasUpdater();
-    if (plan.isStarted) {
-        stage.SetProcess(Process::kInstaller);
-        plan.result = PlayInstaller(window, stage);
-        plan.isInstalled = plan.result == 0;
-        stage.SetProcess(Process::kWindow);
-    }
-    window.Cleanup();
-    OSA_Shell("/usr/bin/kxsystem/usb_umount");
-    OSA_Shell("/sbin/reboot");
-    plan.folders.assign(q_UpdaterEngine::CopyFolderList->begin(),
-                        q_UpdaterEngine::CopyFolderList->end());
-    plan.files.assign(q_UpdaterEngine::CopyFileList->begin(), q_UpdaterEngine::CopyFileList->end());
     return plan;
 }
 

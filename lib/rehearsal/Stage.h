@@ -43,22 +43,35 @@ public:
     /// Plays one shell command.
     /// @return the status word that `system` would return
     /// @throws Error when something cannot be read, and when the plan becomes too large
+    /// @throws UnknownCommand
     [[nodiscard]] int Run(const std::string& command);
 
-    /// Tells whether the window finds an updater in the unpacked package that its user may execute.
-    [[nodiscard]] bool HasUpdater();
+    /// Tells whether the package has been unpacked.
+    [[nodiscard]] bool IsUnpacked() const { return m_isUnpacked; }
+
+    /// Tells whether the window can start an installer: it finds the unpacked folder by its name,
+    /// and has another updater or finds one there that its user may execute.
+    [[nodiscard]] bool CanStartUpdater(bool hasOther);
 
 private:
+    struct Known;
+    static bool Fits(const Known& known, const std::string& command, std::string& first,
+                     std::string& second);
+    static const std::vector<Known>& FileCommands();
+    static const std::vector<Known>& ToolCommands();
     [[nodiscard]] bool Play(PlannedCommand& planned);
+    [[nodiscard]] bool CopyFolder(const std::string& from, const std::string& to);
     [[nodiscard]] bool Unpack(const std::string& folder);
     [[nodiscard]] const archive::PackageEntry* EntryBehind(const std::string& name) const;
     void CheckLimits();
+    void RefuseEndless(const std::string& description) const;
 
     VirtualPanel& m_panel;
     const archive::Package& m_package;
     Plan& m_plan;
     PlannedCommand::Process m_process = PlannedCommand::Process::kWindow;
     int m_step = 0;
+    bool m_isUnpacked = false;
     bool m_hasScriptRun = false;
     bool m_hasLooked = false; ///< at the panel's files, since the last command
     std::string m_unpacked;   ///< the folder of the unpacked package, with a '/' at its end

@@ -4,6 +4,7 @@
 
 #include "io/Error.h"
 #include "io/Text.h"
+#include "panel/FreshPanel.h"
 
 #include <algorithm>
 #include <array>
@@ -25,14 +26,6 @@ namespace kx::rehearsal
 
 namespace
 {
-
-/// What every panel has, besides its programs.
-constexpr const char* kUsualFolders[] = {
-    "/bin",       "/dev",           "/dev/shm",       "/etc",      "/home",      "/lib",
-    "/mnt",       "/mnt/usb",       "/mnt/user",      "/opt",      "/proc",      "/root",
-    "/run",       "/sbin",          "/tmp",           "/usr",      "/usr/bin",   "/usr/lib",
-    "/usr/local", "/usr/local/bin", "/usr/local/lib", "/usr/sbin", "/usr/share", "/var",
-    "/var/cache", "/var/lib",       "/var/log",       "/var/tmp"};
 
 /// Closes a descriptor at its end.
 class Descriptor
@@ -127,14 +120,26 @@ VirtualPanel::VirtualPanel(std::string root) : m_root(std::move(root))
 {
     m_nodes["/"].kind = Kind::kFolder;
     if (m_root.empty()) {
-        for (const char* const folder : kUsualFolders) {
-            m_nodes[folder].kind = Kind::kFolder;
-        }
+        PutFreshPanel();
         return;
     }
     m_rootFd = open(m_root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     if (m_rootFd < 0) {
         throw io::AccessError(m_root, "open", errno);
+    }
+}
+
+void VirtualPanel::PutFreshPanel()
+{
+    const panel::FreshPanel& fresh = panel::TheFreshPanel();
+    for (const std::string& folder : fresh.folders) {
+        m_nodes[folder].kind = Kind::kFolder;
+    }
+    for (const auto& [path, target] : fresh.links) {
+        MakeLink(path, target);
+    }
+    for (const std::string& file : fresh.files) {
+        MakeFile(file);
     }
 }
 

@@ -25,8 +25,8 @@ public:
     enum class Kind { kNone, kFile, kFolder };
     using Bytes = std::shared_ptr<const std::string>;
 
-    /// @param root  folder with the files of a panel to begin with; empty: a fresh panel, which has
-    ///              just the usual folders
+    /// @param root  folder with the files of a panel to begin with; empty: a fresh panel
+    ///              (panel/FreshPanel.h)
     /// @throws Error when the folder cannot be opened
     explicit VirtualPanel(std::string root);
     VirtualPanel(const VirtualPanel&) = delete;
@@ -88,6 +88,7 @@ private:
     Place Walk(const std::string& path, bool isLastFollowed, VirtualPanel* maker = nullptr) const;
     bool Step(const std::string& next, PathParts& parts, bool isLastFollowed, VirtualPanel* maker,
               Place& place) const;
+    void PutFreshPanel();
     void MakeMissing(const std::string& plain);
     [[nodiscard]] const Node& At(const std::string& plain) const;
     [[nodiscard]] const Node& Given(const std::string& plain) const;

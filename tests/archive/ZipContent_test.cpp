@@ -5,28 +5,11 @@
 
 #include <gtest/gtest.h>
 
-#include <zlib.h>
-
 namespace kx::archive
 {
 
 namespace
 {
-
-std::string Deflated(const std::string& text)
-{
-    z_stream stream{};
-    EXPECT_EQ(deflateInit2(&stream, 9, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY), Z_OK);
-    std::string packed(deflateBound(&stream, text.size()), '\0');
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
-    stream.avail_in = static_cast<uInt>(text.size());
-    stream.next_out = reinterpret_cast<Bytef*>(packed.data());
-    stream.avail_out = static_cast<uInt>(packed.size());
-    EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
-    packed.resize(stream.total_out);
-    deflateEnd(&stream);
-    return packed;
-}
 
 /// Reads the one entry of an archive.
 ContentResult Read(const std::string& zip, std::string* text = nullptr,
@@ -34,23 +17,16 @@ ContentResult Read(const std::string& zip, std::string* text = nullptr,
 {
     const MemoryBytes bytes(zip);
     const ZipStructure structure = ReadZipStructure(bytes);
-    return ReadContent(bytes, structure.members.at(0), limit, [text](std::string_view piece) {
-        if (text != nullptr) {
-            text->append(piece);
-        }
-        return true;
-    });
+    return ContentReader(bytes).Read(structure.members.at(0), limit,
+                                     [text](std::string_view piece) {
+                                         if (text != nullptr) {
+                                             text->append(piece);
+                                         }
+                                         return true;
+                                     });
 }
 
-ZipPart DeflatedPart(const std::string& text)
-{
-    ZipPart part{"a", text};
-    part.method = 8;
-    part.packed = Deflated(text);
-    return part;
-}
-
-TEST(ReadContent, GivesWhatWasPacked)
+TEST(ContentReader, GivesWhatWasPacked)
 {
     const std::string text = std::string(1000000, 'x') + "end";
     std::string read;
@@ -64,7 +40,7 @@ TEST(ReadContent, GivesWhatWasPacked)
     EXPECT_EQ(Read(ZipOf({{"a", ""}})).state, ContentState::kFine);
 }
 
-TEST(ReadContent, FindsDamagedBytes)
+TEST(ContentReader, FindsDamagedBytes)
 {
     std::string zip = ZipOf({DeflatedPart(std::string(1000, 'x') + "end")});
     zip[31] = '\x07';
@@ -75,7 +51,7 @@ TEST(ReadContent, FindsDamagedBytes)
     EXPECT_EQ(Read(ZipOf({cut})).state, ContentState::kDamaged);
 }
 
-TEST(ReadContent, FindsAWrongSumAndAWrongSize)
+TEST(ContentReader, FindsAWrongSumAndAWrongSize)
 {
     std::string zip = ZipOf({{"a", "text"}});
     Patch(zip, kLocal, 14, "none");
@@ -86,7 +62,7 @@ TEST(ReadContent, FindsAWrongSumAndAWrongSize)
     EXPECT_EQ(Read(zip).state, ContentState::kWrongSize);
 }
 
-TEST(ReadContent, StopsAtItsLimit)
+TEST(ContentReader, StopsAtItsLimit)
 {
     // NOLINTNEXTLINE(bugprone-string-constructor): as large as meant
     const std::string zeros(10000000, '\0');
@@ -96,7 +72,7 @@ TEST(ReadContent, StopsAtItsLimit)
     EXPECT_LT(result.size, 1000000U + (1U << 18) + 1);
 }
 
-TEST(ReadContent, DoesNotGuessAtUnknownMethods)
+TEST(ContentReader, DoesNotGuessAtUnknownMethods)
 {
     ZipPart part{"a", "text"};
     part.method = 14;
@@ -105,7 +81,7 @@ TEST(ReadContent, DoesNotGuessAtUnknownMethods)
     EXPECT_FALSE(IsReadableMethod(14));
 }
 
-TEST(ReadContent, BelievesTheDirectoryWhenTheSizesFollowTheContent)
+TEST(ContentReader, BelievesTheDirectoryWhenTheSizesFollowTheContent)
 {
     std::string zip = ZipOf({{"a", "text"}});
     Patch(zip, kLocal, 6, Bytes(kZipDescriptor, 2));

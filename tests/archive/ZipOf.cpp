@@ -50,6 +50,29 @@ std::string ZipOf(const std::vector<ZipPart>& parts)
            Bytes(parts.size(), 2) + Bytes(directory.size(), 4) + Bytes(zip.size(), 4) + Bytes(0, 2);
 }
 
+std::string Deflated(const std::string& text)
+{
+    z_stream stream{};
+    EXPECT_EQ(deflateInit2(&stream, 9, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY), Z_OK);
+    std::string packed(deflateBound(&stream, text.size()), '\0');
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+    stream.avail_in = static_cast<uInt>(text.size());
+    stream.next_out = reinterpret_cast<Bytef*>(packed.data());
+    stream.avail_out = static_cast<uInt>(packed.size());
+    EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+    packed.resize(stream.total_out);
+    deflateEnd(&stream);
+    return packed;
+}
+
+ZipPart DeflatedPart(const std::string& text)
+{
+    ZipPart part{"a", text};
+    part.method = 8;
+    part.packed = Deflated(text);
+    return part;
+}
+
 void Patch(std::string& zip, const char* mark, std::size_t offset, const std::string& bytes,
            std::size_t nth)
 {

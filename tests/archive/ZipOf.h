@@ -29,6 +29,12 @@ std::string Bytes(std::uint64_t number, std::size_t count);
 /// Returns an archive of these entries.
 std::string ZipOf(const std::vector<ZipPart>& parts);
 
+/// Returns a text as packed by the method "deflate".
+std::string Deflated(const std::string& text);
+
+/// Returns a file called "a", packed by that method.
+ZipPart DeflatedPart(const std::string& text);
+
 /// Replaces the bytes at a place that counts from the @p nth record that begins with @p mark.
 void Patch(std::string& zip, const char* mark, std::size_t offset, const std::string& bytes,
            std::size_t nth = 0);

@@ -115,6 +115,12 @@ const RuleCase kCases[] = {
     {"entry-version", "error", "0/0/hello", [](Recipe& r) { r.Part("0/0/hello").version = 63; }},
     {"entry-link", "warning", "1/0/b", [](Recipe& r) { r.parts.push_back({"1/0/b", "a", 0120777}); }},
 
+    {"entry-label", "warning", "1/0/b", [](Recipe& r) {
+         r.parts.push_back({"1/0/b", ""});
+         r.parts.back().madeOn = 0;
+         r.damage = [](std::string& zip) { archive::Patch(zip, archive::kCentral, 38, "\x08", 4); };
+     }},
+
     {"path-empty", "error", "", [](Recipe& r) { r.parts.push_back({"", ""}); }},
     {"path-absolute", "error", "/1/0/a", [](Recipe& r) { r.Part("1/0/a").name = "/1/0/a"; }},
     {"path-up", "error", "../1/0/a", [](Recipe& r) { r.Part("1/0/a").name = "../1/0/a"; }},
@@ -132,6 +138,11 @@ const RuleCase kCases[] = {
     {"path-desktop", "warning", "1/0/.DS_Store", [](Recipe& r) { r.parts.push_back({"1/0/.DS_Store", ""}); }},
 
     {"updater-missing", "error", "", [](Recipe& r) { r.parts.erase(r.parts.begin()); }},
+    {"updater-link", "warning", "kx_Updater", [](Recipe& r) {
+         r.Part("kx_Updater").name = "1/0/a2";
+         r.parts.push_back({"kx_Updater", "1/0/a2", 0120777});
+     }},
+    {"updater-link", "error", "kx_Updater", [](Recipe& r) { r.Part("kx_Updater").content = "/usr/bin/kx_Updater"; r.Part("kx_Updater").mode = 0120777; }},
     {"updater-mode", "error", "kx_Updater", [](Recipe& r) { r.Part("kx_Updater").mode = 0100644; }},
     {"updater-program", "error", "kx_Updater", [](Recipe& r) { r.Part("kx_Updater").content = "no program"; }},
     {"updater-script", "warning", "kx_Updater", [](Recipe& r) { r.Part("kx_Updater").content = "#!/bin/sh\n"; }},
@@ -139,6 +150,15 @@ const RuleCase kCases[] = {
     {"updater-processor", "error", "kx_Updater", [](Recipe& r) { r.processor = "arm"; }},
 
     {"description-missing", "error", "", [](Recipe& r) { r.description.clear(); }},
+    {"description-link", "warning", "UserPackage.kx-project", [](Recipe& r) {
+         r.parts.push_back({"1/0/d", r.description});
+         r.description = "1/0/d";
+         r.damage = [](std::string& zip) { archive::Patch(zip, archive::kCentral, 38, archive::Bytes(0120777U << 16, 4)); };
+     }},
+    {"description-link", "error", "UserPackage.kx-project", [](Recipe& r) {
+         r.description = "gone";
+         r.damage = [](std::string& zip) { archive::Patch(zip, archive::kCentral, 38, archive::Bytes(0120777U << 16, 4)); };
+     }},
     {"description-size", "error", "UserPackage.kx-project", [](Recipe& r) { r.description.resize(3); }},
     {"description-encoding", "error", "UserPackage.kx-project", [](Recipe& r) { r.description = "\xff\xfe{}"; }},
     {"description-mark", "error", "UserPackage.kx-project", [](Recipe& r) { r.description.erase(0, 3); }},

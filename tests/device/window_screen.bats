@@ -263,13 +263,21 @@ END
     expect_commands </dev/null
 }
 
-@test "a press waits for a window manager that takes its time" {
+# late_manager <SCRIPT: shows the window to a window manager that does nothing at all until half a
+# second after the script has begun.
+late_manager() {
     package_file "$DRIVE/Foo.kx-update" </dev/null # without an updater
-
-    window -- /bin/sh -c 'pkill -STOP -x openbox; exec "$0" -upDir /mnt/usb' "$UPDATER" <<'END'
-wait message Install the software on this device.\nAre you sure?
+    # shellcheck disable=SC2016 # expanded on the panel
+    { cat <<'END' && cat; } |
+wait message "Install the software on this device.\nAre you sure?"
 wait no-button InstallButton
-run pkill -CONT -x openbox
+run sh -c '(sleep 0.5; pkill -CONT -x openbox) >/dev/null 2>&1 &'
+END
+        window -- /bin/sh -c 'pkill -STOP -x openbox; exec "$0" -upDir /mnt/usb' "$UPDATER"
+}
+
+@test "a press waits for a window manager that takes its time" {
+    late_manager <<'END'
 press InstallButton
 wait button OkButton
 state
@@ -277,5 +285,17 @@ END
 
     expect_transcript <<'END'
 The installation failed. | error | OkButton | Install | package
+END
+}
+
+@test "so does a press on a tab" {
+    late_manager <<'END'
+press tab Log
+wait tab Log
+state
+END
+
+    expect_transcript <<END
+${ASKING/Install | package/Log | package}
 END
 }

@@ -310,6 +310,7 @@ END
     [ "$(grep -c /opt/c out)" -eq 0 ]
     [ "$(grep -c '^Recorded' out)" -eq 0 ]
     kx plan --json Foo
+    jq -e '.failedStep == 2 and .unpacked and (.recordedFolders + .recordedFiles | length) == 0' out
     [ "$(jq -r '.log[2]' out)" = 'File copy error(= 256) is corrupted. From /mnt/usb/Foo.temp/1/0/b to /opt/b  (Permissions=99)' ]
 }
 
@@ -354,6 +355,23 @@ END
 END
     [ "$(jq -c .recordedFolders out)" = '["/var/lib/KxUserPackages/Foo"]' ]
     find root | sort | diff before -
+}
+
+@test "a root: another package on the drive, and the window refuses both" {
+    make Foo </dev/null
+    mkdir -p root/mnt/usb
+    : >root/mnt/usb/Foo.kx-update
+    kx plan --root root Foo
+    [ "$status" -eq 0 ]
+
+    : >root/mnt/usb/Other.kx-update
+    kx plan --root root Foo
+
+    [ "$status" -eq 1 ]
+    [ "$(tail -n 1 out)" = 'The window finds another package beside this one, and refuses both.' ]
+    kx plan --json --root root Foo
+    [ "$(commands | tr -d '\n')" = '[sync][/usr/bin/kxsystem/usb_umount][/sbin/reboot]' ]
+    jq -e '.found or .unpacked | not' out
 }
 
 @test "a root: files in the way of folders, and folders in the way of files" {
@@ -489,20 +507,70 @@ END
     expect 3 '' $'kx-package: /dev/null: is neither a file nor a folder; name a package or the folder of an unpacked one\n'
 }
 
-@test "a description that cannot be read, or is damaged, is no plan" {
+@test "a description that cannot be read is no plan" {
     make Foo </dev/null
     chmod 000 Foo/UserPackage.kx-project
 
     without_rights plan Foo
     expect 3 '' $'kx-package: Foo/UserPackage.kx-project: cannot read: Permission denied\n'
+}
 
-    chmod 644 Foo/UserPackage.kx-project
-    (cd Foo && zip -q -0 -r ../Bar.kx-update .)
-    sed -i 's/Test package/Best package/' Bar.kx-update
-    kx plan Bar.kx-update
-    [ "$status" -eq 3 ]
-    [ ! -s out ]
-    [ "$(cat err)" = 'kx-package: Bar.kx-update:UserPackage.kx-project: cannot read: CRC error' ]
+# refused FILE: expects the plan of an archive that unzip itself does not unpack without complaint.
+refused() {
+    local unzipped=0
+    mkdir -p unzipped
+    unzip -o "$1" -d unzipped >/dev/null 2>&1 </dev/null || unzipped=$?
+    [ "$unzipped" -ne 0 ]
+    kx plan --json "$1"
+    [ "$status" -eq 1 ]
+    expect_commands true <<END
+[sync]
+[rm -r "/mnt/usb/${1%.kx-update}.temp"]
+[mkdir -p "/mnt/usb/${1%.kx-update}.temp"]
+[unzip -o "/mnt/usb/$1" -d "/mnt/usb/${1%.kx-update}.temp" ]
+[rm -r "/mnt/usb/${1%.kx-update}.temp"]
+[/usr/bin/kxsystem/usb_umount]
+[/sbin/reboot]
+END
+    [ "$(jq -r '.log[-1]' out)" = "Unable to unpack /mnt/usb/$1 file to /mnt/usb/${1%.kx-update}.temp." ]
+    [ "$(jq '.shown' out)" = false ]
+    rm -r unzipped
+}
+
+@test "what unzip refuses or warns of is not installed by the plan either" {
+    make Foo <<'END'
+copy_folder(folder("/opt/f", {"d": {"x": "x"}}))
+END
+    (cd Foo && zip -q -0 -r ../Good.kx-update .)
+    kx plan Good.kx-update
+    grep -qx 'The installation succeeds.' out
+
+    sed 's/Test package/Best package/' Good.kx-update >Sum.kx-update
+    (echo '#!/bin/sh' && cat Good.kx-update) >Leading.kx-update
+    (cd Foo && zip -q -P secret -r ../Encrypted.kx-update .)
+    (cd Foo && 7z a -tzip -bd -mm=LZMA ../Method.kx-update . >/dev/null)
+    /usr/bin/python3 - <<'END'
+import zipfile
+
+def copy(name, rename=lambda name: name, system=3, more=()):
+    with zipfile.ZipFile("Good.kx-update") as good, zipfile.ZipFile(name, "w") as archive:
+        for old in good.infolist():
+            info = zipfile.ZipInfo("x", (2026, 11, 21, 0, 0, 0))
+            info.filename, info.create_system = rename(old.filename), system
+            info.external_attr = old.external_attr
+            archive.writestr(info, good.read(old))
+        for path in more:
+            archive.writestr(path, "more")
+
+copy("Backslash.kx-update", lambda name: name.replace("/", "\\"), system=0)
+copy("Absolute.kx-update", lambda name: "/" + name)
+copy("Up.kx-update", lambda name: "../" + name)
+copy("Conflict.kx-update", more=["a", "a-b", "a/c"])
+END
+
+    for name in Sum Leading Encrypted Method Backslash Absolute Up Conflict; do
+        refused "$name.kx-update"
+    done
 }
 
 @test "a description beyond all measure is no plan" {
@@ -590,7 +658,7 @@ assert bytes.fromhex(sys.stdin.read()) == b"cp -f \"/mnt/usb/Foo.temp/0/0/\xff\x
     make Foo <<'END'
 copy_folder(folder("/opt/one", {"a": "a", "file": link("a"), "gone": link("nowhere")}), skip=True)
 copy_folder(folder("/opt/two", {"d": {"x": "x"}, "folder": link("d"), "other": link("../../0/0/a")}))
-copy_folder(folder("/opt/three", {"etc": link("/etc")}))
+copy_folder(folder("/opt/three", {"home": link("/home")}))
 END
     (cd Foo && zip -q -r -y ../Foo.kx-update .)
 
@@ -611,7 +679,8 @@ END
 [cp -f "/mnt/usb/Foo.temp/1/0/folder/x" "/opt/two/folder/x" ]
 [cp -f "/mnt/usb/Foo.temp/1/0/other" "/opt/two/other" ]
 [mkdir -p "/opt/three"]
-[mkdir -p "/opt/three/etc"]
+[mkdir -p "/opt/three/home"]
+[mkdir -p "/opt/three/home/user"]
 END
 }
 
@@ -636,6 +705,23 @@ two_ways() {
         ln -s "../$((level + 1))" "$1/$level/b"
     done
     mkdir "$1/$2"
+}
+
+@test "lists in lists that double what is read: no plan, at once, and show still tells the rest" {
+    mkdir Foo
+    /usr/bin/python3 - >Foo/UserPackage.kx-project <<'END'
+TYPE = '"$type": "Zt.Plugins.DB_StepSets, Plexa", "$values": ['
+print("\ufeff" + '{"$type": "Zt.Plugins.DB_KxUserProject, Plexa", "Title": "t", "DB_StepSets": ' +
+      ("{" + TYPE) * 30 + "]}" * 30 + "}")
+END
+
+    bounded plan Foo
+    [ "$status" -eq 1 ]
+    [ "$(cat err)" = 'kx-package: Foo:UserPackage.kx-project: takes too long to read: there are too many objects in it, and each list doubles what stands in it; look for lists in lists' ]
+    bounded show Foo
+    [ "$status" -eq 0 ]
+    grep -qxF '  title:     t' out
+    grep -qF '  nothing. Foo:UserPackage.kx-project: takes too long to read' out
 }
 
 @test "links that multiply folders: no plan, in bounded time and memory" {

@@ -39,6 +39,57 @@ load package
     [ "$(grep -c secret out)" -eq 0 ]
 }
 
+@test "show tells as recorded what plan does, and what a panel would" {
+    mkdir -p pkg/tree/etc
+    : >pkg/app.bin
+    : >pkg/tree/etc/conf
+    cat >pkg/package.toml <<'END'
+[package]
+name = "app"
+title = "App"
+version = "1.0"
+comment = ""
+model = "TP-0700"
+os-version = "2.1.0"
+date = 2026-11-21
+processor = "arm"
+
+[[steps]]
+kind = "copy-files"
+files = [{ source = "app.bin", target = "/opt/app.bin", mode = "755" },
+         { source = "app.bin", target = "/opt/new/app.bin", mode = "755" }]
+
+[[steps]]
+kind = "copy-folder"
+folders = [{ source = "tree", target = "/" }]
+END
+    kx build pkg --updater arm-updater
+    kx plan --json app.kx-update
+    jq '[.recordedFolders, .recordedFiles]' out >plan.json
+
+    kx show --json app.kx-update
+
+    jq '[.recorded.folders, .recorded.files]' out | diff plan.json -
+    # Only what has to be made: /opt and /etc are there.
+    [ "$(jq -c .recorded.folders out)" = '["/opt/new/","/var/lib/KxUserPackages/app"]' ]
+}
+
+@test "show tells why nothing is recorded of a package that fails" {
+    demo pkg
+    kx build pkg --updater arm-updater
+    unzip -q demo.kx-update -d demo.temp
+    rm demo.temp/0/0/hello
+
+    kx show demo.temp
+
+    [ "$status" -eq 0 ]
+    [ "$(tail -n 2 out)" = 'recorded on the panel
+  nothing. The installation fails: Installation failed in step 1.' ]
+    kx show --json demo.temp
+    jq -e '.recorded == {"files": [], "folders": [],
+        "why": "The installation fails: Installation failed in step 1."}' out
+}
+
 @test "show says what it cannot read" {
     kx show none.kx-update
     expect 3 '' $'kx-package: none.kx-update: cannot open: No such file or directory\n'

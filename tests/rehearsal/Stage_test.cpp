@@ -57,6 +57,9 @@ public:
     {
         return m_contents.at(name);
     }
+    [[nodiscard]] int UnpackStatus() const override { return unpackStatus; }
+
+    int unpackStatus = 0; ///< of the panel's unzip
 
 private:
     std::string m_path = "Foo.kx-update";
@@ -102,6 +105,17 @@ TEST_F(StageTest, IsUpAsLongAsItLives)
     EXPECT_EQ(Stage::Current(), nullptr);
 }
 
+TEST_F(StageTest, UnpacksNothingWhereUnzipDoesNot)
+{
+    package.Add(kFile, archive::kUpdaterName, "", 0755);
+    package.unpackStatus = 1;
+    Stage stage(panel, package, plan);
+
+    EXPECT_EQ(Unpack(stage), kFailed);
+
+    EXPECT_EQ(panel.KindOf("/mnt/usb/Foo.temp/kx_Updater"), Kind::kNone);
+}
+
 struct CommandCase {
     const char* name;
     const char* command;
@@ -145,12 +159,20 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{"CopyBackquotedTarget", R"(cp -f "/opt/gone" "/opt/`x`" )", 0, "D"},
         CommandCase{"CopyBackslashAtTheSourcesEnd", R"(cp -f "/opt/a\" "/opt/b" )", 0, "D"},
         CommandCase{"CopyBackslashInside", R"(cp -f "/opt/a\b" "/opt/b" )", kFailed, ""},
+        CommandCase{"CopyTree", R"(cp -f -r "/mnt" "/opt/new" )", 0, ""},
+        CommandCase{"CopyTreeInto", R"(cp -f -r "/mnt" "/opt" )", 0, ""},
+        CommandCase{"CopyTreeOfOneFile", R"(cp -f -r "/opt/file" "/opt/new" )", 0, ""},
+        CommandCase{"CopyTreeBelowNothing", R"(cp -f -r "/mnt" "/opt/x/y" )", kFailed, ""},
+        CommandCase{"CopyTreeOverAFile", R"(cp -f -r "/mnt" "/opt/file" )", kFailed, ""},
+        CommandCase{"CopyTreeVariable", R"(cp -f -r "/mnt" "/opt/$X" )", 0, "D"},
         CommandCase{"Remove", R"(rm -r "/opt/file")", 0, ""},
         CommandCase{"RemoveNothing", R"(rm -r "/opt/gone")", kFailed, ""},
         CommandCase{"RemoveVariable", R"(rm -r "/opt/${X}")", 0, "D"},
         CommandCase{"Chmod", R"(chmod 755 "/opt/file" )", 0, ""},
         CommandCase{"ChmodSymbolic", R"(chmod u+x,go-w "/opt/file" )", 0, ""},
         CommandCase{"ChmodFolder", R"(chmod 777 "/opt/" )", 0, ""},
+        CommandCase{"ChmodOfTheScript", R"(chmod +x "/opt/file")", 0, ""},
+        CommandCase{"ChmodOfNoScript", R"(chmod +x "/opt/gone")", kFailed, ""},
         CommandCase{"ChmodNoMode", R"(chmod 99 "/opt/file" )", kFailed, ""},
         CommandCase{"ChmodNothing", R"(chmod 755 "/opt/gone" )", kFailed, ""},
         CommandCase{"ChmodNoName", R"(chmod 755 "" )", kFailed, ""},
@@ -168,6 +190,33 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{"Umount", "/usr/bin/kxsystem/usb_umount", 0, ""},
         CommandCase{"Reboot", "/sbin/reboot", 0, ""}),
     [](const auto& row) { return row.param.name; });
+
+class StageUnknownCommand : public StageTest, public testing::WithParamInterface<const char*>
+{
+};
+
+TEST_P(StageUnknownCommand, IsAFaultOfTheProgramAndNoSuccess)
+{
+    Stage stage(panel, package, plan);
+    std::string thrown;
+
+    try {
+        static_cast<void>(stage.Run(GetParam()));
+    } catch (const UnknownCommand& error) {
+        thrown = error.what();
+    }
+
+    EXPECT_EQ(thrown, std::string("the updater runs a command that the rehearsal does not know, "
+                                  "which is a fault of this program and not of the package: ") +
+                          GetParam());
+    EXPECT_TRUE(plan.commands.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, StageUnknownCommand,
+                         testing::Values("ls /", "", "sync now", "/sbin/reboot -f", "rm \"/opt\"",
+                                         "cp \"/opt/a\" \"/opt/b\" ", "\"/tmp/Zt/other.sh\"",
+                                         "mv \"/opt/a\" \"/opt/b\"", "cp -f \"/opt/a\"",
+                                         "kx-setting-cui get Level"));
 
 TEST_F(StageTest, ALineLongerThanTheKernelTakesIsNotStarted)
 {
@@ -188,6 +237,21 @@ TEST_F(StageTest, ALineThatIsNotStartedDoesNothing)
     EXPECT_EQ(stage.Run("rm -r \"/opt" + dots + "/../file\""), kNotStarted);
 
     EXPECT_EQ(panel.KindOf("/opt/file"), Kind::kFile);
+}
+
+TEST_F(StageTest, CopiesATreeWithAllThatIsInIt)
+{
+    ASSERT_TRUE(panel.MakeFolder("/opt/from/empty"));
+    ASSERT_TRUE(panel.MakeFolder("/opt/from/deep/er"));
+    ASSERT_TRUE(panel.MakeFile("/opt/from/deep/er/file"));
+    Stage stage(panel, package, plan);
+
+    EXPECT_EQ(stage.Run(R"(cp -f -r "/opt/from" "/opt/new" )"), 0);
+    EXPECT_EQ(stage.Run(R"(cp -f -r "/opt/from" "/opt/new" )"), 0);
+
+    EXPECT_EQ(panel.KindOf("/opt/new/empty"), Kind::kFolder);
+    EXPECT_EQ(panel.KindOf("/opt/new/deep/er/file"), Kind::kFile);
+    EXPECT_EQ(panel.KindOf("/opt/new/from/deep/er/file"), Kind::kFile);
 }
 
 // ---- what a script may have changed ----
@@ -255,6 +319,20 @@ TEST_F(StageTest, ReadsTheDescriptionThatALinkLeadsTo)
     EXPECT_EQ(*bytes, "description");
 }
 
+TEST_F(StageTest, ADescriptionWithoutEndIsRefused)
+{
+    std::string lists;
+    for (int i = 0; i < 30; ++i) {
+        lists += R"({"$values": [)";
+    }
+    package.Add(kFile, "UserPackage.kx-project", lists);
+    Stage stage(panel, package, plan);
+
+    EXPECT_EQ(Thrown([&] { static_cast<void>(Unpack(stage)); }),
+              "1: Foo.kx-update:UserPackage.kx-project: takes too long to read: there are too many "
+              "objects in it, and each list doubles what stands in it; look for lists in lists");
+}
+
 TEST_F(StageTest, ADamagedDescriptionIsAnError)
 {
     package.Add(kFile, "UserPackage.kx-project", "damaged");
@@ -271,7 +349,7 @@ TEST_F(StageTest, FindsTheUpdaterAsTheWindowDoes)
     Stage stage(panel, package, plan);
     static_cast<void>(Unpack(stage));
 
-    EXPECT_TRUE(stage.HasUpdater());
+    EXPECT_TRUE(stage.CanStartUpdater(false));
 }
 
 TEST_F(StageTest, FindsNoUpdaterThatCannotBeExecuted)
@@ -280,7 +358,8 @@ TEST_F(StageTest, FindsNoUpdaterThatCannotBeExecuted)
     Stage stage(panel, package, plan);
     static_cast<void>(Unpack(stage));
 
-    EXPECT_FALSE(stage.HasUpdater());
+    EXPECT_FALSE(stage.CanStartUpdater(false));
+    EXPECT_TRUE(stage.CanStartUpdater(true)) << "the window was told another one";
 }
 
 TEST_F(StageTest, FindsNoUpdaterInAFolderOfForeignLetters)
@@ -292,7 +371,8 @@ TEST_F(StageTest, FindsNoUpdaterInAFolderOfForeignLetters)
     static_cast<void>(
         stage.Run("unzip -o \"" + plan.packageFile + "\" -d \"/mnt/usb/F\xc3\xb6\xc3\xb6.temp\" "));
 
-    EXPECT_FALSE(stage.HasUpdater());
+    EXPECT_FALSE(stage.CanStartUpdater(false));
+    EXPECT_FALSE(stage.CanStartUpdater(true));
 }
 
 // ---- what goes wrong ----

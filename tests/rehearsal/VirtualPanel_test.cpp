@@ -48,17 +48,19 @@ std::string Repeated(const std::string& name, int times)
 
 // ---- a fresh panel ----
 
-TEST(VirtualPanel, FreshHasTheUsualFoldersAndNoFiles)
+TEST(VirtualPanel, FreshHasWhatEveryPanelHas)
 {
     const VirtualPanel panel("");
 
     EXPECT_EQ(panel.KindOf("/"), Kind::kFolder);
     EXPECT_EQ(panel.KindOf("/mnt/user"), Kind::kFolder);
     EXPECT_EQ(panel.KindOf("/var/lib/"), Kind::kFolder);
-    EXPECT_EQ(panel.KindOf("/etc/passwd"), Kind::kNone);
+    EXPECT_EQ(panel.KindOf("/etc/passwd"), Kind::kFile);
+    EXPECT_EQ(panel.KindOf("/bin/unzip"), Kind::kFile) << "behind a link";
+    EXPECT_EQ(panel.KindOf("/etc/other"), Kind::kNone);
     EXPECT_EQ(panel.KindOf("/opt/demo"), Kind::kNone);
     EXPECT_THAT(panel.Names("/mnt"), ElementsAre("usb", "user"));
-    EXPECT_THAT(panel.Names("/var"), ElementsAre("cache", "lib", "log", "tmp"));
+    EXPECT_THAT(panel.Names("/var"), ElementsAre("cache", "lib", "log", "run", "tmp"));
 }
 
 TEST(VirtualPanel, NothingIsWhereNoNameIs)
@@ -183,8 +185,8 @@ TEST(VirtualPanel, ListsByByteValueAndNothingFromDeeper)
     ASSERT_TRUE(panel.MakeFile("/home/c0"));
     ASSERT_TRUE(panel.MakeFile("/homer"));
 
-    EXPECT_THAT(panel.Names("/home"),
-                ElementsAre("B", "_", "a", "a!", "a.b", "b", "c", "c.f", "c0", "\xc3\xa4", "\xff"));
+    EXPECT_THAT(panel.Names("/home"), ElementsAre("B", "_", "a", "a!", "a.b", "b", "c", "c.f", "c0",
+                                                  "user", "\xc3\xa4", "\xff"));
     EXPECT_THAT(panel.Names("/home/c"), ElementsAre("d", "f"));
     EXPECT_THAT(panel.Names("/home/a"), IsEmpty());
     EXPECT_THAT(panel.Names("/gone"), IsEmpty());

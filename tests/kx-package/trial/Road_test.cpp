@@ -38,7 +38,7 @@ rehearsal::Plan PlanOfFoo()
     rehearsal::Plan plan;
     plan.packageFile = "/mnt/usb/Foo.kx-update";
     plan.record = "/var/lib/KxUserPackages/Foo";
-    plan.isFound = true;
+    plan.outcome = rehearsal::Outcome::kInstalled;
     return plan;
 }
 
@@ -84,7 +84,7 @@ TEST(RoadOf, DoesNotNeedAnInstaller)
 TEST(RoadOf, OfAFileThatIsNoPackageOnlyLeavesTheDrive)
 {
     rehearsal::Plan plan = PlanOfFoo();
-    plan.isFound = false;
+    plan.outcome = rehearsal::Outcome::kNotFound;
     plan.commands = {OfWindow("sync"), OfWindow("/usr/bin/kxsystem/usb_umount"),
                      OfWindow("/sbin/reboot")};
 

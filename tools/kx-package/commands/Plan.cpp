@@ -3,8 +3,8 @@
 #include "archive/Package.h"
 #include "commands/Command.h"
 #include "commands/Values.h"
-#include "format/ShellText.h"
 #include "io/Text.h"
+#include "rehearsal/Ending.h"
 #include "rehearsal/Rehearsal.h"
 
 #include <memory>
@@ -24,8 +24,7 @@ using Process = rehearsal::PlannedCommand::Process;
 
 struct PlanOptions {
     std::string package;
-    std::string drive = "/mnt/usb";
-    std::string root;
+    rehearsal::Circumstances where;
 };
 
 const char* NameOf(Process process)
@@ -79,11 +78,15 @@ picojson::value JsonOf(const rehearsal::Plan& plan)
     picojson::object told;
     told["packageFile"] = JsonText(plan.packageFile);
     told["record"] = JsonText(plan.record);
-    told["found"] = picojson::value(plan.isFound);
-    told["aborted"] = picojson::value(plan.isAborted);
-    told["shown"] = picojson::value(plan.isShown);
-    told["started"] = picojson::value(plan.isStarted);
-    told["installed"] = picojson::value(plan.isInstalled);
+    told["found"] = picojson::value(plan.outcome > rehearsal::Outcome::kNotAlone);
+    told["unpacked"] = picojson::value(plan.IsUnpacked());
+    told["aborted"] = picojson::value(plan.outcome == rehearsal::Outcome::kAborted);
+    told["shown"] = picojson::value(plan.IsShown());
+    told["started"] = picojson::value(plan.IsStarted());
+    told["failedStep"] = plan.failedStep == 0
+                             ? picojson::value()
+                             : picojson::value(static_cast<double>(plan.failedStep));
+    told["installed"] = picojson::value(plan.IsInstalled());
     told["commands"] = picojson::value(commands);
     told["log"] = ListOf(plan.log);
     told["recordedFolders"] = ListOf(plan.folders);
@@ -106,42 +109,6 @@ std::string RemarksOn(const rehearsal::PlannedCommand& command)
     return remarks;
 }
 
-/// Returns the end of a sentence that says why.
-std::string WhyOf(const rehearsal::Plan& plan)
-{
-    return plan.log.empty() ? "." : ": " + plan.log.back();
-}
-
-/// Tells how it ends, in a sentence.
-std::string EndOf(const rehearsal::Plan& plan)
-{
-    if (!plan.isFound) {
-        return "The window finds no package: the file's name does not end in " +
-               std::string(archive::kPackageExtension) + ".";
-    }
-    if (plan.isAborted) {
-        return "The window ends by SIGABRT: the description is no JSON object.";
-    }
-    if (!plan.isShown) {
-        return "The window cannot load the package" + WhyOf(plan);
-    }
-    if (!plan.isStarted && format::HasForeignBytes(plan.packageFile)) {
-        return "The package's updater cannot be started: the window does not find it, as the "
-               "package's name is not plain ASCII.";
-    }
-    if (!plan.isStarted) {
-        return "The package's updater cannot be started: " + std::string(archive::kUpdaterName) +
-               " is missing or not executable.";
-    }
-    if (plan.isInstalled) {
-        return "The installation succeeds.";
-    }
-    if (!plan.log.empty() && plan.log.back() == "Installation succeeded.") {
-        return "The steps succeed, but the package cannot be recorded.";
-    }
-    return "The installation fails" + WhyOf(plan);
-}
-
 void WriteText(const Output& output, const rehearsal::Plan& plan)
 {
     const rehearsal::PlannedCommand* before = nullptr;
@@ -158,8 +125,8 @@ void WriteText(const Output& output, const rehearsal::Plan& plan)
                    << Coloured(output, Colour::kYellow, RemarksOn(command)) << '\n';
         before = &command;
     }
-    output.out << '\n' << io::Printable(EndOf(plan)) << '\n';
-    if (plan.isInstalled) {
+    output.out << '\n' << io::Printable(rehearsal::EndOf(plan)) << '\n';
+    if (plan.IsInstalled()) {
         output.out << "Recorded in " << io::Printable(plan.record) << ":\n";
         for (const auto* const list : {&plan.folders, &plan.files}) {
             for (const std::string& path : *list) {
@@ -173,13 +140,13 @@ void WriteText(const Output& output, const rehearsal::Plan& plan)
 io::ExitCode RunPlan(const PlanOptions& options, const Output& output)
 {
     const std::unique_ptr<archive::Package> package = archive::OpenPackage(options.package);
-    const rehearsal::Plan plan = rehearsal::Rehearse(*package, options.drive, options.root);
+    const rehearsal::Plan plan = rehearsal::Rehearse(*package, options.where);
     if (output.isJson) {
         WriteJson(output, JsonOf(plan));
     } else {
         WriteText(output, plan);
     }
-    return plan.isInstalled ? io::ExitCode::kFine : io::ExitCode::kProblems;
+    return plan.IsInstalled() ? io::ExitCode::kFine : io::ExitCode::kProblems;
 }
 
 } // namespace
@@ -194,14 +161,15 @@ void AddPlan(CLI::App& program, Invocation& invocation)
                      "A package file, the folder of an unpacked one, or - for standard input")
         ->type_name(kPackageValue)
         ->required();
-    command->add_option("--at", options->drive, "The panel's folder in which the package lies")
+    command
+        ->add_option("--at", options->where.drive, "The panel's folder in which the package lies")
         ->type_name("PATH")
         ->capture_default_str()
         ->check([](const std::string& path) {
             return !path.empty() && path[0] == '/' ? std::string() : "must be an absolute path";
         });
     command
-        ->add_option("--root", options->root,
+        ->add_option("--root", options->where.root,
                      "A folder with the files of a panel; without it, a fresh panel")
         ->type_name(kFolderValue)
         ->check(CLI::ExistingDirectory);

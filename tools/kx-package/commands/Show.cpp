@@ -4,11 +4,17 @@
 #include "commands/Values.h"
 #include "format/Kinds.h"
 #include "format/Summary.h"
+#include "io/Error.h"
 #include "io/Text.h"
+#include "rehearsal/Ending.h"
+#include "rehearsal/Rehearsal.h"
 
 #include <memory>
 #include <ostream>
+#include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -86,7 +92,33 @@ picojson::value UpdaterAsJson(const std::optional<format::SummaryUpdater>& updat
     });
 }
 
-picojson::value SummaryAsJson(const archive::Package& package, const format::Summary& summary)
+/// What a panel records of the package: a fresh one, to which everything is new.
+struct Recorded {
+    std::vector<std::string> folders;
+    std::vector<std::string> files;
+    std::string whyNothing; ///< a sentence; empty where the package is recorded
+};
+
+Recorded RecordedOf(const archive::Package& package)
+{
+    Recorded recorded;
+    try {
+        rehearsal::Plan plan = rehearsal::Rehearse(package);
+        recorded.whyNothing = plan.IsInstalled() ? "" : rehearsal::EndOf(plan);
+        recorded.folders = std::move(plan.folders);
+        recorded.files = std::move(plan.files);
+    } catch (const io::Error& error) {
+        // All else about the package can be told.
+        if (error.Code() != io::ExitCode::kProblems) {
+            throw;
+        }
+        recorded.whyNothing = error.Line(); // no panel gets to the end of it
+    }
+    return recorded;
+}
+
+picojson::value SummaryAsJson(const archive::Package& package, const format::Summary& summary,
+                              const Recorded& recorded)
 {
     return picojson::value(picojson::object{
         {"package", JsonText(package.Path())},
@@ -105,8 +137,10 @@ picojson::value SummaryAsJson(const archive::Package& package, const format::Sum
                     })},
         {"steps", ArrayOf(summary.steps, StepAsJson)},
         {"recorded", picojson::value(picojson::object{
-                         {"folders", ArrayOf(summary.recordedFolders, JsonText)},
-                         {"files", ArrayOf(summary.recordedFiles, JsonText)},
+                         {"folders", ArrayOf(recorded.folders, JsonText)},
+                         {"files", ArrayOf(recorded.files, JsonText)},
+                         {"why", recorded.whyNothing.empty() ? picojson::value()
+                                                             : JsonText(recorded.whyNothing)},
                      })},
     });
 }
@@ -220,8 +254,9 @@ io::ExitCode Show(const std::string& path, const Output& output)
 {
     const std::unique_ptr<archive::Package> package = archive::OpenPackage(path);
     const format::Summary summary = format::Summarize(*package);
+    const Recorded recorded = RecordedOf(*package);
     if (output.isJson) {
-        WriteJson(output, SummaryAsJson(*package, summary));
+        WriteJson(output, SummaryAsJson(*package, summary, recorded));
         return io::ExitCode::kFine;
     }
     TellIdentity(output, *package, summary);
@@ -229,8 +264,12 @@ io::ExitCode Show(const std::string& path, const Output& output)
         TellStep(output, summary, i);
     }
     output.out << '\n' << Coloured(output, Colour::kBold, "recorded on the panel") << '\n';
-    TellList(output, "folders, where they have to be made", summary.recordedFolders);
-    TellList(output, "files", summary.recordedFiles);
+    if (!recorded.whyNothing.empty()) {
+        output.out << "  nothing. " << io::Printable(recorded.whyNothing) << '\n';
+        return io::ExitCode::kFine;
+    }
+    TellList(output, "folders, where they have to be made", recorded.folders);
+    TellList(output, "files", recorded.files);
     return io::ExitCode::kFine;
 }
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
-#include "commands/PlannedPackages.h"
+#include "commands/EmptyPackage.h"
 #include "commands/TrialJson.h"
 #include "commands/TrialText.h"
 #include "commands/Values.h"
@@ -60,23 +60,23 @@ void RefuseWrongUse(const TryOptions& options)
     }
 }
 
-// The panel's folder on which drives show.
-constexpr const char* kDrive = "/mnt/usb";
-
 /// Plans what the panel does with the package; with a step that is to fail, the steps, too.
 void PlanTrial(const TryOptions& options, TrialRequest& request)
 {
+    // Whatever updater the package has, the trial starts one.
+    rehearsal::Circumstances where;
+    where.hasOtherUpdater = true;
     if (!options.hasFailedStep) {
         const bool isInput = request.package == io::kStandardInput;
         const std::string path = isInput ? io::kStandardInputName : request.package;
         std::error_code error;
         const EmptyPackage package(path, isInput || !std::filesystem::is_directory(path, error));
-        request.road = RoadOf(rehearsal::Rehearse(package, kDrive, ""));
+        request.road = RoadOf(rehearsal::Rehearse(package, where));
         return;
     }
     const std::unique_ptr<archive::Package> package = archive::OpenPackage(request.package);
     const std::size_t count = format::Summarize(*package).steps.size();
-    const rehearsal::Plan plan = rehearsal::Rehearse(StartablePackage(*package), kDrive, "");
+    const rehearsal::Plan plan = rehearsal::Rehearse(*package, where);
     request.failure = FailureOfStep(plan, count, options.failedStep);
     request.road = RoadOf(plan);
 }

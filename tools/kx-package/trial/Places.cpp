@@ -25,6 +25,7 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr const char* kRunName = "run";
+constexpr const char* kSourcesName = "kx-package.sources";
 
 bool IsProgram(const fs::path& path)
 {
@@ -32,11 +33,14 @@ bool IsProgram(const fs::path& path)
     return fs::is_regular_file(path, error) && access(path.c_str(), X_OK) == 0;
 }
 
-/// Tells whether the tool lies where it was built.
-bool IsInBuildFolder(const std::string& toolFolder)
+/// Returns the folder of the sources of a tool that lies where it was built, where the build left a
+/// file that names it; empty for a tool that lies elsewhere.
+std::string SourcesOf(const std::string& toolFolder)
 {
-    std::error_code error;
-    return fs::equivalent(toolFolder, KX_BUILD_FOLDER, error) && !error;
+    std::string folder;
+    std::ifstream file(fs::path(toolFolder) / kSourcesName);
+    std::getline(file, folder);
+    return folder;
 }
 
 void RefuseOtherProgram(const std::string& path, const format::Processor* native)
@@ -75,8 +79,9 @@ std::string FindDevice(const std::string& named, const std::string& toolFolder)
     if (folder.empty()) {
         folder = (fs::path(toolFolder).parent_path() / "lib" / archive::kUpdaterName / "device")
                      .string();
-        if (!IsProgram(fs::path(folder) / kRunName) && IsInBuildFolder(toolFolder)) {
-            folder = KX_DEVICE_SOURCES;
+        const std::string sources = SourcesOf(toolFolder);
+        if (!IsProgram(fs::path(folder) / kRunName) && !sources.empty()) {
+            folder = (fs::path(sources) / "device").string();
         }
     }
     if (!IsProgram(fs::path(folder) / kRunName)) {
@@ -101,7 +106,7 @@ std::string FindTrialUpdater(const std::string& named, const std::string& toolFo
         try {
             path = FindUpdater(*places.native, places);
         } catch (const io::Error&) {
-            if (!IsInBuildFolder(toolFolder) || !IsProgram(release)) {
+            if (SourcesOf(toolFolder).empty() || !IsProgram(release)) {
                 throw;
             }
             path = release.string();

@@ -13,7 +13,7 @@ namespace kx::tool
 Road RoadOf(const rehearsal::Plan& plan)
 {
     Road road;
-    road.isFound = plan.isFound;
+    road.isFound = plan.outcome > rehearsal::Outcome::kNotAlone;
     road.archive = plan.packageFile;
     road.folder = Installation::UnpackedFolder(plan.packageFile);
     road.record = plan.record;
@@ -26,7 +26,7 @@ Road RoadOf(const rehearsal::Plan& plan)
     const auto unmount = std::find(commands.begin(), commands.end(), PanelNames::kUnmountDrive);
     const auto end = unmount == commands.end() ? unmount : unmount + 1;
     // Right before it the window removes what it unpacked, however far it got.
-    const auto leave = plan.isFound && unmount != commands.begin() ? unmount - 1 : unmount;
+    const auto leave = road.isFound && unmount != commands.begin() ? unmount - 1 : unmount;
     road.opening.assign(commands.begin(), leave);
     road.leaving.assign(leave, end);
     return road;

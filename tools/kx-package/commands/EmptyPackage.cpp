@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "commands/PlannedPackages.h"
+#include "commands/EmptyPackage.h"
 
 #include "compose/DescriptionWriter.h"
 #include "compose/Model.h"
@@ -11,27 +11,6 @@
 namespace kx::tool
 {
 
-namespace
-{
-
-archive::PackageEntry Updater()
-{
-    archive::PackageEntry updater;
-    updater.name = archive::kUpdaterName;
-    updater.mode = 0755;
-    updater.hasMode = true;
-    return updater;
-}
-
-} // namespace
-
-StartablePackage::StartablePackage(const archive::Package& package) : m_package(package)
-{
-    std::vector<archive::PackageEntry> entries = package.Entries();
-    entries.push_back(Updater());
-    m_entries = archive::Arranged(std::move(entries));
-}
-
 EmptyPackage::EmptyPackage(std::string path, bool isArchive)
     : m_path(std::move(path)), m_isArchive(isArchive),
       m_description(WriteDescription(MakeModel(Manifest(), {})->root))
@@ -39,7 +18,7 @@ EmptyPackage::EmptyPackage(std::string path, bool isArchive)
     archive::PackageEntry description;
     description.name = archive::kDescriptionName;
     description.size = m_description.size();
-    m_entries = archive::Arranged({description, Updater()});
+    m_entries = {description};
 }
 
 std::string EmptyPackage::Read(const std::string& name, std::uint64_t limit) const

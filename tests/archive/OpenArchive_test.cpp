@@ -1,0 +1,111 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "archive/Links.h"
+#include "archive/UnpackedArchive.h"
+#include "archive/ZipOf.h"
+#include "io/Error.h"
+#include "support/TempDir.h"
+#include "support/Thrown.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace kx::archive
+{
+
+namespace
+{
+
+using testing::ElementsAre;
+
+constexpr std::uint64_t kAll = 1000;
+
+class OpenArchiveTest : public testing::Test
+{
+protected:
+    std::unique_ptr<Package> Open(const std::string& zip)
+    {
+        return OpenArchive(m_folder.Write("x.kx-update", zip));
+    }
+
+    [[nodiscard]] std::string Path() const { return m_folder / "x.kx-update"; }
+
+private:
+    TempDir m_folder;
+};
+
+std::vector<std::string> NamesOf(const Package& package)
+{
+    std::vector<std::string> names;
+    for (const PackageEntry& entry : package.Entries()) {
+        const char* const mark = entry.kind == PackageEntry::Kind::kFolder ? "/"
+                                 : entry.kind == PackageEntry::Kind::kLink ? "@"
+                                                                           : "";
+        names.push_back(entry.name + mark);
+    }
+    return names;
+}
+
+TEST_F(OpenArchiveTest, ShowsWhatUnpackingLeaves)
+{
+    ZipPart dos{"d\\e", "two"};
+    dos.madeOn = 0;
+    const auto package =
+        Open(ZipOf({{"/b/c", "three", 0100755}, dos, {"l", "b/c", 0120777}, {"b/c", "last"}}));
+
+    EXPECT_TRUE(package->IsArchive());
+    EXPECT_EQ(package->Path(), Path());
+    EXPECT_THAT(NamesOf(*package), ElementsAre("b/", "b/c", "d/", "d/e", "l@"));
+    EXPECT_EQ(package->Read("b/c", kAll), "last");
+    EXPECT_EQ(package->Read("b/c", 2), "la");
+    EXPECT_EQ(package->LinkTarget("l"), "b/c");
+    EXPECT_EQ(FollowLink(*package, *package->Find("l")).entry, package->Find("b/c"));
+    EXPECT_EQ(package->UnpackStatus(), 1);
+}
+
+TEST_F(OpenArchiveTest, ReadsBehindOtherBytes)
+{
+    const auto package = Open("#!/bin/sh\n" + ZipOf({{"a", "one"}}));
+
+    EXPECT_EQ(package->Read("a", kAll), "one");
+    EXPECT_EQ(package->UnpackStatus(), 1);
+}
+
+TEST_F(OpenArchiveTest, DoesNotReadWhatIsDamaged)
+{
+    ZipPart encrypted{"encrypted", "one"};
+    encrypted.flags = kZipEncrypted;
+    ZipPart other{"other", "one"};
+    other.method = 14;
+    ZipPart damaged{"damaged", "\7one"};
+    damaged.method = 8;
+    std::string zip = ZipOf({{"sum", "one"}, encrypted, other, damaged, {"good", "two"}});
+    Patch(zip, kLocal, 14, "none");
+
+    const auto package = Open(zip);
+
+    const auto read = [&package](const char* name) {
+        return Thrown([&] { static_cast<void>(package->Read(name, kAll)); });
+    };
+    EXPECT_EQ(read("sum"), "3: " + Path() + ":sum: cannot read: CRC error");
+    EXPECT_EQ(read("encrypted"), "3: " + Path() + ":encrypted: cannot read: it is encrypted");
+    EXPECT_EQ(read("other"),
+              "3: " + Path() +
+                  ":other: cannot read: it is packed by a method that is not known here");
+    EXPECT_EQ(read("damaged"),
+              "3: " + Path() + ":damaged: cannot read: its packed bytes are damaged");
+    EXPECT_EQ(package->Read("good", kAll), "two");
+    EXPECT_EQ(package->LinkTarget("sum"), "");
+    EXPECT_EQ(package->UnpackStatus(), 81);
+}
+
+TEST_F(OpenArchiveTest, RefusesWhatIsNoArchive)
+{
+    EXPECT_EQ(Thrown([&] { static_cast<void>(Open("text")); }),
+              "3: " + Path() + ": cannot open the archive: Not a zip archive");
+    EXPECT_THROW(static_cast<void>(OpenArchive(Path() + "/none")), io::Error);
+}
+
+} // namespace
+
+} // namespace kx::archive
