@@ -25,7 +25,7 @@ SRC = {
 }
 # A shared room never looks up into a program's folders, nor sideways but along these arrows.
 LIB = {
-    "io": (set(), set()),
+    "io": (set(), {"utf8.h"}),
     "panel": ({"osa/PanelNames.h"}, set()),
     "archive": ({"io", "panel"}, {"zip.h", "zlib.h", "bzlib.h"}),
     "format": ({"io", "panel", "archive", "osa", "model", "steps"}, JSON),
@@ -51,7 +51,7 @@ LEAVES = {f"src/{name}" for name in CONTRACTS | {"osa/PanelNames.h"}}
 NAMES = "src/osa/PanelNames.h"
 # The only file of src/app that may include the window.
 GUI_USER = "src/app/RunModes.cpp"
-GUARDED = {"picojson.h", "zip.h", "zlib.h", "bzlib.h"}  # libraries that a layer must be allowed
+GUARDED = {"picojson.h", "utf8.h", "zip.h", "zlib.h", "bzlib.h"}  # libraries that a layer must be allowed
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.M)
 
 

@@ -13,7 +13,7 @@ namespace kx::registry
 namespace
 {
 
-using Kind = io::PanelRoot::Kind;
+using Kind = io::RootedFolder::Kind;
 
 /// How many names an error lists.
 constexpr std::size_t kMostListedNames = 20;
@@ -44,7 +44,7 @@ std::string RemedyFor(const std::string& name, const std::vector<std::string>& k
     return io::NearestRemedy(name, known);
 }
 
-void RefuseUnknownName(const io::PanelRoot& root, const std::string& name)
+void RefuseUnknownName(const io::RootedFolder& root, const std::string& name)
 {
     if (const char* const why = WhyNoName(name); why != nullptr) {
         throw io::Error(io::ExitCode::kWrongUse, name, why,
@@ -59,7 +59,7 @@ void RefuseUnknownName(const io::PanelRoot& root, const std::string& name)
 }
 
 /// Adds one entry to what is known of its kind.
-void Count(const ListEntry& entry, const io::PanelRoot::Place& place, Comparison& comparison)
+void Count(const ListEntry& entry, const io::RootedFolder::Standing& place, Comparison& comparison)
 {
     Tally& tally = entry.isFolder ? comparison.folders : comparison.files;
     if (place.kind == (entry.isFolder ? Kind::kFolder : Kind::kFile)) {
@@ -83,7 +83,7 @@ bool Comparison::HasProblems() const
     return !record.problems.empty() || Missing() != 0 || OtherKind() != 0;
 }
 
-Comparison CompareRecord(const io::PanelRoot& root, const std::string& name)
+Comparison CompareRecord(const io::RootedFolder& root, const std::string& name)
 {
     RefuseUnknownName(root, name);
     Comparison comparison;

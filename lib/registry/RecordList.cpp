@@ -4,13 +4,10 @@
 
 #include "io/Error.h"
 #include "io/Text.h"
+#include "io/Transfer.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <string_view>
 #include <utility>
-
-#include <unistd.h>
 
 namespace kx::registry
 {
@@ -167,14 +164,10 @@ ListSummary ReadRecordList(const io::Descriptor& file, const std::string& shown,
     std::string piece(1 << 16, '\0');
     std::uint64_t size = 0;
     for (;;) {
-        const ssize_t length = read(file.Number(), piece.data(), piece.size());
-        if (length < 0 && errno != EINTR) {
-            throw io::AccessError(shown, "read", errno);
-        }
-        if (length == 0) {
+        const std::size_t taken = io::ReadUpTo(file.Number(), piece.data(), piece.size(), shown);
+        if (taken == 0) {
             return reader.Finish();
         }
-        const auto taken = static_cast<std::size_t>(std::max<ssize_t>(length, 0));
         size += taken;
         if (size > kLargestList) {
             throw io::Error(io::ExitCode::kNoAccess, shown,

@@ -9,7 +9,7 @@
 #include "format/Classes.h"
 #include "format/Description.h"
 #include "io/Error.h"
-#include "io/Text.h"
+#include "io/WholeFile.h"
 #include "model/DB_KxUserProject.h"
 #include "osa/OSA.h"
 
@@ -22,7 +22,7 @@ namespace kx::registry
 namespace
 {
 
-using Kind = io::PanelRoot::Kind;
+using Kind = io::RootedFolder::Kind;
 
 /// Keeps the first line that the updater's code logs: the cause, before what follows from it.
 class FirstLine final : public ILogger
@@ -127,7 +127,7 @@ void ReadIdentity(const io::Descriptor& file, Record& record)
                                root.ModelName, root.OsVersion,      root.Date};
 }
 
-void ReadDescriptionOf(const io::PanelRoot& root, Record& record)
+void ReadDescriptionOf(const io::RootedFolder& root, Record& record)
 {
     const std::string path = RecordPath(record.name) + "/" + archive::kDescriptionName;
     try {
@@ -137,7 +137,7 @@ void ReadDescriptionOf(const io::PanelRoot& root, Record& record)
     }
 }
 
-void ReadListOf(const io::PanelRoot& root, Record& record,
+void ReadListOf(const io::RootedFolder& root, Record& record,
                 const std::function<void(const ListEntry&)>& tell)
 {
     const std::string path = RecordPath(record.name) + "/" + kListName;
@@ -175,7 +175,7 @@ std::string RecordPath(const std::string& name)
     return std::string(kRegistryPath) + "/" + name;
 }
 
-std::vector<std::string> RegistryNames(const io::PanelRoot& root)
+std::vector<std::string> RegistryNames(const io::RootedFolder& root)
 {
     std::vector<std::string> names;
     if (root.Look(kRegistryPath).kind == Kind::kMissing) {
@@ -190,7 +190,7 @@ std::vector<std::string> RegistryNames(const io::PanelRoot& root)
     return names;
 }
 
-Record ReadRecord(const io::PanelRoot& root, const std::string& name,
+Record ReadRecord(const io::RootedFolder& root, const std::string& name,
                   const std::function<void(const ListEntry&)>& tell)
 {
     Record record;

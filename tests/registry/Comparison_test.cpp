@@ -22,7 +22,7 @@ namespace
 
 Comparison Compare(const Panel& panel, const std::string& name)
 {
-    return CompareRecord(io::PanelRoot(panel.Root()), name);
+    return CompareRecord(io::RootedFolder(panel.Root()), name);
 }
 
 std::string ErrorFor(const Panel& panel, const std::string& name)

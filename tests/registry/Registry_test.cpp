@@ -28,7 +28,7 @@ constexpr const char* kMark = "\xef\xbb\xbf";
 std::vector<std::string> ProblemsOf(const Panel& panel, const std::string& name)
 {
     std::vector<std::string> problems;
-    for (const RecordProblem& problem : ReadRecord(io::PanelRoot(panel.Root()), name).problems) {
+    for (const RecordProblem& problem : ReadRecord(io::RootedFolder(panel.Root()), name).problems) {
         problems.push_back(std::string(problem.id) + ": " + problem.what);
     }
     return problems;
@@ -40,7 +40,7 @@ std::string ProblemWith(const std::string& description)
     const Panel panel;
     panel.Record("demo", {}, {});
     panel.Write(kRegistry + "/demo/UserPackage.kx-project", description);
-    const Record record = ReadRecord(io::PanelRoot(panel.Root()), "demo");
+    const Record record = ReadRecord(io::RootedFolder(panel.Root()), "demo");
     EXPECT_FALSE(record.identity.has_value());
     EXPECT_TRUE(record.has.has_value());
     const std::vector<std::string> problems = ProblemsOf(panel, "demo");
@@ -57,16 +57,16 @@ TEST(RegistryNames, AreThoseOfEverythingInTheOrderOfTheirBytes)
     panel.Record("\xff", {}, {});
     panel.Write(kRegistry + "/stray", "");
 
-    EXPECT_THAT(RegistryNames(io::PanelRoot(panel.Root())),
+    EXPECT_THAT(RegistryNames(io::RootedFolder(panel.Root())),
                 ElementsAre(".temp", "Demo", "demo", "stray", "two words", "\xff"));
 }
 
 TEST(RegistryNames, AreNoneWithoutARegistry)
 {
     const Panel panel;
-    EXPECT_THAT(RegistryNames(io::PanelRoot(panel.Root())), IsEmpty());
+    EXPECT_THAT(RegistryNames(io::RootedFolder(panel.Root())), IsEmpty());
     panel.MakeDir(kRegistry);
-    EXPECT_THAT(RegistryNames(io::PanelRoot(panel.Root())), IsEmpty());
+    EXPECT_THAT(RegistryNames(io::RootedFolder(panel.Root())), IsEmpty());
 }
 
 TEST(RegistryNames, RefuseARegistryThatIsNoFolder)
@@ -74,7 +74,7 @@ TEST(RegistryNames, RefuseARegistryThatIsNoFolder)
     const Panel panel;
     panel.Write(kRegistry, "");
 
-    EXPECT_EQ(Thrown([&] { static_cast<void>(RegistryNames(io::PanelRoot(panel.Root()))); }),
+    EXPECT_EQ(Thrown([&] { static_cast<void>(RegistryNames(io::RootedFolder(panel.Root()))); }),
               "3: " + panel.Root() + kRegistry + ": is no folder");
 }
 
@@ -83,7 +83,7 @@ TEST(RegistryNames, AreNotTakenFromOutside)
     const Panel panel;
     panel.Link("/var/lib/KxUserPackages", panel.Outside());
 
-    EXPECT_THAT(RegistryNames(io::PanelRoot(panel.Root())), IsEmpty());
+    EXPECT_THAT(RegistryNames(io::RootedFolder(panel.Root())), IsEmpty());
 }
 
 TEST(ReadRecord, TellsWhatTheDescriptionAndTheListSay)
@@ -91,7 +91,7 @@ TEST(ReadRecord, TellsWhatTheDescriptionAndTheListSay)
     const Panel panel;
     panel.Record("demo", {"/mnt/user/bin/"}, {"/mnt/user/bin/hello", "/mnt/x"});
 
-    const Record record = ReadRecord(io::PanelRoot(panel.Root()), "demo");
+    const Record record = ReadRecord(io::RootedFolder(panel.Root()), "demo");
 
     EXPECT_TRUE(record.isRecord);
     ASSERT_TRUE(record.identity.has_value());
@@ -173,7 +173,7 @@ TEST(ReadRecord, TellsWhichFilesARecordLacks)
         ProblemsOf(panel, "b"),
         ElementsAre(
             "list-missing: there is no installedFile.list: the record was not written completely"));
-    EXPECT_FALSE(ReadRecord(io::PanelRoot(panel.Root()), "b").has.has_value());
+    EXPECT_FALSE(ReadRecord(io::RootedFolder(panel.Root()), "b").has.has_value());
 }
 
 TEST(ReadRecord, TellsFilesThatAreNone)
@@ -223,7 +223,7 @@ TEST(ReadRecord, TellsWhatIsNoRecord)
     EXPECT_THAT(ProblemsOf(panel, "link"), ElementsAre("no-record: is a link that leads nowhere"));
     EXPECT_THAT(ProblemsOf(panel, "pipe"),
                 ElementsAre("no-record: is a device, a pipe or a socket"));
-    EXPECT_FALSE(ReadRecord(io::PanelRoot(panel.Root()), "stray").isRecord);
+    EXPECT_FALSE(ReadRecord(io::RootedFolder(panel.Root()), "stray").isRecord);
 }
 
 TEST(ReadRecord, FollowsLinksInsideThePanelOnly)
@@ -241,7 +241,7 @@ TEST(ReadRecord, FollowsLinksInsideThePanelOnly)
     EXPECT_THAT(ProblemsOf(panel, "alias"),
                 ElementsAre("list-damaged: the list does not name itself: it was cut, or is "
                             "another record's"));
-    EXPECT_EQ(ReadRecord(io::PanelRoot(panel.Root()), "alias").identity->title, "T real");
+    EXPECT_EQ(ReadRecord(io::RootedFolder(panel.Root()), "alias").identity->title, "T real");
     EXPECT_THAT(ProblemsOf(panel, "leak"),
                 ElementsAre("description-missing: there is no UserPackage.kx-project: the "
                             "updater's list leaves the package out"));

@@ -40,7 +40,7 @@ picojson::value ForeignAsJson(const registry::Record& record)
     });
 }
 
-void WriteDocument(const Output& output, const io::PanelRoot& root,
+void WriteDocument(const Output& output, const io::RootedFolder& root,
                    const std::vector<registry::Record>& records)
 {
     picojson::array packages;
@@ -77,7 +77,7 @@ void TellRecord(const Output& output, const registry::Record& record)
     TellProblems(output, record);
 }
 
-void WriteText(const Output& output, const io::PanelRoot& root,
+void WriteText(const Output& output, const io::RootedFolder& root,
                const std::vector<registry::Record>& records)
 {
     const std::string registry = io::Printable(root.Shown(registry::kRegistryPath));
@@ -101,7 +101,7 @@ void WriteText(const Output& output, const io::PanelRoot& root,
 
 io::ExitCode TellInstalled(const InstalledOptions& options, const Output& output)
 {
-    const io::PanelRoot root(options.root);
+    const io::RootedFolder root = OpenPanel(options.root);
     std::vector<registry::Record> records;
     for (const std::string& name : registry::RegistryNames(root)) {
         records.push_back(registry::ReadRecord(root, name));

@@ -47,7 +47,7 @@ io::ExitCode TellSchema(const SchemaOptions& options, const Output& output)
         return io::ExitCode::kFine;
     }
     io::AtomicFile file(options.output);
-    WriteAll(file.Descriptor(), options.output, MakeSchema().serialize(true));
+    WriteAll(file.File().Number(), options.output, MakeSchema().serialize(true));
     file.Commit();
     if (output.isJson) {
         WriteJson(output, picojson::value(picojson::object{{"file", JsonText(options.output)}}));

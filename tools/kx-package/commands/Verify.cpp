@@ -18,7 +18,7 @@ namespace kx::tool
 namespace
 {
 
-using Kind = io::PanelRoot::Kind;
+using Kind = io::RootedFolder::Kind;
 
 struct VerifyOptions {
     std::string name;
@@ -86,7 +86,7 @@ picojson::value DeviationAsJson(const registry::Deviation& deviation)
     });
 }
 
-void WriteDocument(const Output& output, const io::PanelRoot& root,
+void WriteDocument(const Output& output, const io::RootedFolder& root,
                    const registry::Comparison& comparison)
 {
     picojson::array deviations;
@@ -152,7 +152,7 @@ void WriteText(const Output& output, const registry::Comparison& comparison)
 
 io::ExitCode Verify(const VerifyOptions& options, const Output& output)
 {
-    const io::PanelRoot root(options.root);
+    const io::RootedFolder root = OpenPanel(options.root);
     const registry::Comparison comparison = registry::CompareRecord(root, options.name);
     if (output.isJson) {
         WriteDocument(output, root, comparison);
