@@ -25,7 +25,7 @@ SRC = {
 }
 # A shared room never looks up into a program's folders, nor sideways but along these arrows.
 LIB = {
-    "io": (set(), set()),
+    "io": (set(), {"utf8.h"}),
     "panel": ({"osa/PanelNames.h"}, set()),
     "archive": ({"io", "panel"}, {"zip.h", "zlib.h", "bzlib.h"}),
     "format": ({"io", "panel", "archive", "osa", "model", "steps"}, JSON),
@@ -38,7 +38,8 @@ TOOL = {
     "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, {"toml++"}),
     "compose": ({"io", "archive", "format", "model", "manifest"}, JSON),
     "schema": ({"format", "model"}, JSON),
-    "trial": ({"io", "panel", "archive", "format", "osa", "rehearsal", "common", "compose"}, JSON),
+    "trial": ({"io", "panel", "archive", "format", "osa", "engine", "rehearsal", "common",
+               "compose"}, JSON),
     "commands": ({"io", "panel", "archive", "format", "checks", "rehearsal", "registry", "osa",
                   "common", "manifest", "compose", "schema", "trial"}, JSON | {"CLI"}),
     "": ({"io", "common", "commands"}, JSON | {"CLI"}),  # main.cpp
@@ -50,7 +51,7 @@ LEAVES = {f"src/{name}" for name in CONTRACTS | {"osa/PanelNames.h"}}
 NAMES = "src/osa/PanelNames.h"
 # The only file of src/app that may include the window.
 GUI_USER = "src/app/RunModes.cpp"
-GUARDED = {"picojson.h", "zip.h", "zlib.h", "bzlib.h"}  # libraries that a layer must be allowed
+GUARDED = {"picojson.h", "utf8.h", "zip.h", "zlib.h", "bzlib.h"}  # libraries that a layer must be allowed
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.M)
 
 

@@ -6,6 +6,7 @@
 #include "io/AtomicFile.h"
 #include "io/Error.h"
 #include "io/Interruption.h"
+#include "io/Transfer.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -95,13 +96,9 @@ private:
 
     zip_int64_t Write(const char* data, zip_uint64_t size)
     {
-        zip_uint64_t written = 0;
-        while (written < size) {
-            const ssize_t count = write(m_descriptor, data + written, size - written);
-            if (count < 0 && errno != EINTR) {
-                return Fail(ZIP_ER_WRITE, errno);
-            }
-            written += static_cast<zip_uint64_t>(std::max<ssize_t>(count, 0));
+        const int error = io::TryWriteAll(m_descriptor, {data, size}).error;
+        if (error != 0) {
+            return Fail(ZIP_ER_WRITE, error);
         }
         return static_cast<zip_int64_t>(size);
     }
@@ -246,7 +243,7 @@ WrittenArchive WriteArchive(const std::string& path, std::vector<ArchiveItem> it
     });
     const io::Interruption interruption;
     io::AtomicFile file(path);
-    Target target(file.Descriptor());
+    Target target(file.File().Number());
     Archive archive = Open(target, path);
     const DosTime when(options.moment);
     WrittenArchive written;
@@ -263,12 +260,7 @@ WrittenArchive WriteArchive(const std::string& path, std::vector<ArchiveItem> it
         Throw(path, archive.get());
     }
     static_cast<void>(archive.release()); // closing has freed it
-    struct stat info {
-    };
-    if (fstat(file.Descriptor(), &info) != 0) {
-        throw io::AccessError(path, "look at", errno);
-    }
-    written.size = static_cast<std::uint64_t>(info.st_size);
+    written.size = io::SizeOf(file.File(), path);
     file.Commit();
     return written;
 }

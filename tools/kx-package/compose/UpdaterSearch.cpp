@@ -71,7 +71,7 @@ void RefuseOtherUpdater(const std::string& path, const format::Processor& proces
     const std::optional<format::ProgramHead> program =
         format::ReadProgramHead({head.data(), static_cast<std::size_t>(file.gcount())});
     if (!S_ISREG(info.st_mode) || !program.has_value()) {
-        throw io::Error(io::ExitCode::kProblems, path, "is no program that a panel could start",
+        throw io::Error(io::ExitCode::kProblems, path, "is not a program that a panel could start",
                         "name an updater with --updater PATH");
     }
     if (!program->IsFor(processor)) {
