@@ -20,6 +20,8 @@ constexpr unsigned kZipEncrypted = 1;
 constexpr unsigned kZipDescriptor = 1U << 3; ///< sizes and CRC follow the content
 constexpr unsigned kZipPatch = 1U << 5;
 constexpr unsigned kZipUtf8 = 1U << 11;
+/// Where an entry's external attributes hold the mode of a file, if they hold one.
+constexpr unsigned kZipModeShift = 16;
 
 /// What the central directory and the local header of an entry both tell.
 struct ZipHeader {
