@@ -129,7 +129,8 @@ constexpr Rule kRules[] = {
      "`unzip` passes over the entry and reports a failure; the package shows as damaged.",
      "Pack by the method \"deflate\" (`7z`: `-mm=Deflate`)."},
     {RuleId::kEntryBzip2, "entry-bzip2", Severity::kWarning, "An entry is packed by bzip2.",
-     "Not every `unzip` is built with it; without it the package shows as damaged.",
+     "Not every `unzip` is built with it; without it the package shows as damaged. Where a copy of "
+     "it is cut, `unzip` may run for ever, and with it the window.",
      "Pack by the method \"deflate\" (`7z`: `-mm=Deflate`)."},
     {RuleId::kEntryDeflate64, "entry-deflate64", Severity::kWarning,
      "An entry is packed by deflate64, which some desktop systems choose for large files.",
