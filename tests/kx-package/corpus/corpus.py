@@ -11,8 +11,11 @@ of this succeeds and files and settings are what its description says.
   corpus.py --tool build/dev/kx-package --updater build/release/kx_Updater [--archives N]
             [--descriptions N] [--seed N] [--keep DIR]
 
+`kx-package plan` is asked, too: whether it lets unzip succeed must be what unzip does.
+
 Exit status 0: no package that the check calls clean had a fault, and of those that it refuses fewer
-than 1 in 100 had none. 1: it is otherwise. 77: there is no sandboxed device here.
+than 1 in 100 had none; likewise what plan says of unzip. 1: it is otherwise. 77: there is no
+sandboxed device here.
 """
 
 import argparse
@@ -129,6 +132,18 @@ def verdict(tool, job):
     return told["clean"], ids
 
 
+def is_unpacked_in_plan(tool, job):
+    """Whether unzip succeeds by the plan; what is no archive at all has none."""
+    done = subprocess.run([tool, "plan", "--json", job["file"]], capture_output=True, timeout=60,
+                          check=False)
+    if done.returncode not in (0, 1, 3) or done.stderr:
+        raise SystemExit(f"{job['file']} ({job['how']}): plan: exit {done.returncode} "
+                         f"{done.stderr.decode(errors='replace')}")
+    told = json.loads(done.stdout)
+    return "error" not in told and not any(
+        line.startswith("Unable to unpack ") for line in told["log"])
+
+
 def on_panel(options, corpus, jobs):
     """Runs packages on one panel and returns what came of each."""
     lines = "".join(json.dumps({
@@ -164,6 +179,21 @@ def judge(job, result, whole):
     return True if result["trees"] == [whole, whole] else None
 
 
+def report_plans(jobs):
+    """Prints how the plans agree with unzip; returns whether they do."""
+    kept = [job for job in jobs if job["planned"]]
+    failed = [job for job in jobs if not job["planned"]]
+    missed = [job for job in kept if job["result"]["unzip"][0] != 0]
+    alarms = [job for job in failed if job["result"]["unzip"][0] == 0]
+    for title, found in [("unpacked only by the plan", missed), ("not by the plan", alarms)]:
+        for job in found:
+            print(f"{title}: {job['file']} ({job['how']}): unzip {job['result']['unzip']}")
+    share = len(alarms) / max(len(failed), 1)
+    print(f"plans: {len(kept)} unpack, of these {len(missed)} on paper only; {len(failed)} do not, "
+          f"of these {len(alarms)} in truth ({share:.2%})")
+    return not missed and share < 0.01 and kept and failed
+
+
 def report(jobs):
     """Prints the agreement; returns the exit status."""
     clean = [job for job in jobs if job["clean"]]
@@ -180,7 +210,8 @@ def report(jobs):
           f"{len(refused)} refused, of these {len(alarms)} faultless ({share:.2%})")
     installed = sum(job["result"]["install"] is not None for job in jobs)
     print(f"{installed} were installed by the updater")
-    return 1 if missed or share >= 0.01 or not clean or not refused else 0
+    agrees = not missed and share < 0.01 and clean and refused
+    return 0 if report_plans(jobs) and agrees else 1
 
 
 def main():
@@ -202,6 +233,9 @@ def main():
             for job, (clean, ids) in zip(corpus.jobs, pool.map(
                     lambda job: verdict(options.tool, job), corpus.jobs)):
                 job["clean"], job["ids"] = clean, ids
+            for job, planned in zip(corpus.jobs, pool.map(
+                    lambda job: is_unpacked_in_plan(options.tool, job), corpus.jobs)):
+                job["planned"] = planned
         results = all_on_panels(options, corpus, corpus.jobs)
         whole = results[0]["trees"][0]
         again = []
