@@ -128,7 +128,8 @@ constexpr Rule kRules[] = {
      "`unzip` skips the entry and reports a failure; the package shows as damaged.",
      "Pack with the method \"deflate\" (`7z`: `-mm=Deflate`)."},
     {RuleId::kEntryBzip2, "entry-bzip2", Severity::kWarning, "An entry is packed with bzip2.",
-     "Not every `unzip` can unpack it; where it cannot, the package shows as damaged.",
+     "Not every `unzip` can unpack it; where it cannot, the package shows as damaged. Where a copy "
+     "of it is cut, `unzip` may run for ever, and with it the window.",
      "Pack with the method \"deflate\" (`7z`: `-mm=Deflate`)."},
     {RuleId::kEntryDeflate64, "entry-deflate64", Severity::kWarning,
      "An entry is packed with deflate64, which some desktop systems choose for large files.",
