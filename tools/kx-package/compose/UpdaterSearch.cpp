@@ -4,11 +4,10 @@
 
 #include "archive/Package.h"
 #include "io/Error.h"
+#include "io/WholeFile.h"
 
-#include <array>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <system_error>
 
@@ -59,18 +58,15 @@ void RefuseOtherUpdater(const std::string& path, const format::Processor& proces
 {
     struct stat info {
     };
-    std::array<char, format::kProgramHeadSize> head{};
     if (stat(path.c_str(), &info) != 0) {
         throw io::AccessError(path, "open the updater", errno);
     }
-    std::ifstream file(path, std::ios::binary);
-    if (!file && !S_ISDIR(info.st_mode)) {
-        throw io::AccessError(path, "open the updater", errno);
+    std::optional<format::ProgramHead> program;
+    if (S_ISREG(info.st_mode)) {
+        program = format::ReadProgramHead(
+            io::ReadFileHead(path, format::kProgramHeadSize, "open the updater"));
     }
-    file.read(head.data(), head.size());
-    const std::optional<format::ProgramHead> program =
-        format::ReadProgramHead({head.data(), static_cast<std::size_t>(file.gcount())});
-    if (!S_ISREG(info.st_mode) || !program.has_value()) {
+    if (!program.has_value()) {
         throw io::Error(io::ExitCode::kProblems, path, "is no program that a panel could start",
                         "name an updater with --updater PATH");
     }

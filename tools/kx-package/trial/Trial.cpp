@@ -8,6 +8,7 @@
 #include "io/Interruption.h"
 #include "io/StandardInput.h"
 #include "io/Text.h"
+#include "io/WholeFile.h"
 #include "osa/OSA.h"
 #include "trial/ShellTerminal.h"
 
