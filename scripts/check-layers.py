@@ -38,7 +38,8 @@ TOOL = {
     "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, {"toml++"}),
     "compose": ({"io", "archive", "format", "model", "manifest"}, JSON),
     "schema": ({"format", "model"}, JSON),
-    "trial": ({"io", "panel", "archive", "format", "osa", "rehearsal", "common", "compose"}, JSON),
+    "trial": ({"io", "panel", "archive", "format", "osa", "engine", "rehearsal", "common",
+               "compose"}, JSON),
     "commands": ({"io", "panel", "archive", "format", "checks", "rehearsal", "registry", "osa",
                   "common", "manifest", "compose", "schema", "trial"}, JSON | {"CLI"}),
     "": ({"io", "common", "commands"}, JSON | {"CLI"}),  # main.cpp

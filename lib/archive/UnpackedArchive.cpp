@@ -38,8 +38,8 @@ PackageEntry EntryOf(const ZipMember& member, UnpackedName name)
 } // namespace
 
 UnpackedArchive::UnpackedArchive(std::string path, const ByteSource& source,
-                                 const ZipStructure& zip)
-    : m_path(std::move(path)), m_source(source), m_zip(zip)
+                                 const ZipStructure& zip, std::optional<int> status)
+    : m_path(std::move(path)), m_source(source), m_zip(zip), m_status(status)
 {
     std::vector<PackageEntry> entries;
     entries.reserve(zip.members.size());
@@ -94,7 +94,7 @@ std::string UnpackedArchive::Read(const std::string& name, std::uint64_t limit) 
 
 int UnpackedArchive::UnpackStatus() const
 {
-    return JudgeUnpacking(m_source, m_zip).status;
+    return m_status.has_value() ? *m_status : JudgeUnpacking(m_source, m_zip).status;
 }
 
 } // namespace kx::archive

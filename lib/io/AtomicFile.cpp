@@ -55,7 +55,8 @@ AtomicFile::AtomicFile(std::string path) : m_path(std::move(path))
     struct stat info {
     };
     if (lstat(m_path.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISLNK(info.st_mode)) {
-        throw Error(ExitCode::kNoAccess, m_path, "is there and no file", "choose another name");
+        throw Error(ExitCode::kNoAccess, m_path, "is there already, and is not a file",
+                    "choose another name");
     }
     m_new = MakeFileIn(FolderOf(m_path), NameOf(m_path), kMode);
     if (!m_new.file.IsOpen()) {

@@ -25,10 +25,10 @@ const char* WhyNoName(const std::string& name)
         return "the name is empty";
     }
     if (name == "." || name == "..") {
-        return "is no name of a record";
+        return "is not the name of a record";
     }
     if (name.find('/') != std::string::npos) {
-        return "is no name of a record: it has a '/'";
+        return "is not the name of a record: it contains a '/'";
     }
     return nullptr;
 }
@@ -39,7 +39,7 @@ std::string RemedyFor(const std::string& name, const std::vector<std::string>& k
         return "no packages are recorded";
     }
     if (known.size() > kMostListedNames && io::Nearest(name, known).empty()) {
-        return "kx-package installed tells what there is";
+        return "kx-package installed lists what there is";
     }
     return io::NearestRemedy(name, known);
 }
@@ -48,7 +48,7 @@ void RefuseUnknownName(const io::RootedFolder& root, const std::string& name)
 {
     if (const char* const why = WhyNoName(name); why != nullptr) {
         throw io::Error(io::ExitCode::kWrongUse, name, why,
-                        "kx-package installed tells what there is");
+                        "kx-package installed lists what there is");
     }
     const std::vector<std::string> known = RegistryNames(root);
     if (std::find(known.begin(), known.end(), name) == known.end()) {

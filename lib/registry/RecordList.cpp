@@ -44,15 +44,15 @@ public:
     ListSummary Finish()
     {
         if (m_line == 0 && !m_hasText) {
-            Problem("list-empty", "installedFile.list is empty: it was not written to its end");
+            Problem("list-empty", "installedFile.list is empty: it was not written completely");
             return std::move(m_sum);
         }
         if (m_hasText) {
             Problem(kDamaged, "line " + std::to_string(m_line + 1) +
-                                  " has no end: the list was not written to its end");
+                                  " is cut off: the list was not written completely");
         }
         if (m_part != Part::kFiles) {
-            Problem(kDamaged, "the line ' #file' is missing: the list was not written to its end");
+            Problem(kDamaged, "the line ' #file' is missing: the list was not written completely");
         } else if (!m_namesItself) {
             Problem(kDamaged, "the list does not name itself: it was cut, or is another record's");
         }
@@ -97,7 +97,7 @@ private:
         if (m_part == Part::kNone) {
             // One problem for all that stands before the first mark.
             if (!std::exchange(m_isHeadTold, true)) {
-                Problem(kDamaged, LineIs("stands before the line ' #dir'"));
+                Problem(kDamaged, LineIs("comes before the line ' #dir'"));
             }
             return;
         }
@@ -122,7 +122,7 @@ private:
         if (m_text.find('\0') != std::string::npos) {
             return "has a zero byte";
         }
-        return m_text.front() == '/' ? nullptr : "is no full path: it cannot be looked up";
+        return m_text.front() == '/' ? nullptr : "is not a full path and cannot be looked up";
     }
 
     [[nodiscard]] std::string LineIs(const char* what) const

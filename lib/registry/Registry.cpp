@@ -80,15 +80,15 @@ std::string WhyNotToRead(const std::string& path)
         format::ParseDescription(io::ReadWholeFile(path, kLargestRecordedDescription));
     if (!description.root.has_value()) {
         const format::TextPlace& place = description.error.place;
-        return "is no JSON: line " + std::to_string(place.line) + ", column " +
-               std::to_string(place.column) + " behind the byte order mark";
+        return "is not JSON: line " + std::to_string(place.line) + ", column " +
+               std::to_string(place.column) + " after the byte order mark";
     }
     if (!description.root->IsObject()) {
-        return "is no JSON object (" + std::string(description.root->KindName()) +
-               "): the updater's window ends when it shows its list";
+        return std::string("is ") + description.root->KindName() +
+               ", not a JSON object: the updater's window ends when it shows its list";
     }
     if (format::ClassOf(*description.root) != &DB_KxUserProject::kInfo) {
-        return "is no package description: its \"$type\" is not '" +
+        return "is not a package description: its \"$type\" is not '" +
                std::string(DB_KxUserProject::kInfo.type) + "'";
     }
     return {};
@@ -164,7 +164,7 @@ std::string WhatElse(Kind kind, const std::string& name)
                                         : "cannot be looked at";
     }
     return name == archive::kDescriptionName || name == kListName
-               ? "is a file: of a package that was unpacked to a folder without a name"
+               ? "is a file of a package that was unpacked into a folder without a name"
                : "is a file";
 }
 
@@ -212,7 +212,7 @@ Record ReadRecord(const io::RootedFolder& root, const std::string& name,
     }
     if (list == Kind::kMissing) {
         AddProblem(record, "list-missing",
-                   "there is no installedFile.list: the record was not written to its end");
+                   "there is no installedFile.list: the record was not written completely");
     } else {
         ReadListOf(root, record, tell);
     }

@@ -186,6 +186,11 @@ std::vector<VerdictCase> ContentCases()
     cut.packed.resize(cut.packed.size() - 3);
     return {
         {"deflated", With({DeflatedPart("text")}), 0, {}},
+        {"deflated64", With({OfMethod(9, DeflatedPart("text"))}), 0, {}},
+        {"deflated64Damaged",
+         Patched(With({OfMethod(9, DeflatedPart("text"))}), kLocal, 31, "\x07"),
+         2,
+         {R::kDamaged}},
         {"sum", Patched(With({kFile}), kLocal, 14, "none"), 2, {R::kWrongCrc}},
         {"sumOfLink", Patched(With({kLink}), kLocal, 14, "none"), 2, {R::kWrongCrc}},
         {"sumOfFolder", Patched(With({{"a/", "", 040755}}), kLocal, 14, "none"), 0, {}},

@@ -125,7 +125,7 @@ TEST_P(AtomicFiles, RefuseToReplaceWhatIsNoFile)
     m_dir.MakeDir("x");
 
     EXPECT_EQ(Thrown([&] { const AtomicFile file(m_dir / "x"); }),
-              "3: " + (m_dir / "x") + ": is there and no file; choose another name");
+              "3: " + (m_dir / "x") + ": is there already, and is not a file; choose another name");
 }
 
 TEST_P(AtomicFiles, GoToStandardOutputAtCommit)

@@ -121,17 +121,16 @@ TEST(ReadRecord, ReadsTheRootOnlyAsTheUpdatersListDoes)
 
 TEST(ReadRecord, TellsWhatIsWrongWithADescription)
 {
-    EXPECT_EQ(ProblemWith(""),
-              "description-unreadable: UserPackage.kx-project is no JSON: line 1, column 1 behind "
-              "the byte order mark");
+    EXPECT_EQ(ProblemWith(""), "description-unreadable: UserPackage.kx-project is not JSON: line "
+                               "1, column 1 after the byte order mark");
     EXPECT_EQ(ProblemWith(std::string(kMark) + "{\n \"a\": x}"),
-              "description-unreadable: UserPackage.kx-project is no JSON: line 2, column 7 behind "
+              "description-unreadable: UserPackage.kx-project is not JSON: line 2, column 7 after "
               "the byte order mark");
     EXPECT_EQ(ProblemWith(std::string(kMark) + "[1]"),
-              "description-unreadable: UserPackage.kx-project is no JSON object (array): the "
+              "description-unreadable: UserPackage.kx-project is an array, not a JSON object: the "
               "updater's window ends when it shows its list");
     EXPECT_EQ(ProblemWith(std::string(kMark) + "{}"),
-              "description-unreadable: UserPackage.kx-project is no package description: its "
+              "description-unreadable: UserPackage.kx-project is not a package description: its "
               "\"$type\" is not 'Zt.Plugins.DB_KxUserProject, Plexa'");
     std::string noDate = Panel::Description("demo");
     noDate.replace(noDate.find("\"Date\""), 6, "\"Data\"");
@@ -151,10 +150,10 @@ TEST(ReadRecord, IsNotHeldUpByHostileDescriptions)
     for (int i = 0; i < kDepth; ++i) {
         nested += "]}";
     }
-    EXPECT_EQ(ProblemWith(kMark + nested).substr(0, 70),
-              "description-unreadable: UserPackage.kx-project is no package descripti");
-    EXPECT_EQ(ProblemWith(kMark + std::string(1'000'000, '[')).substr(0, 58),
-              "description-unreadable: UserPackage.kx-project is no JSON:");
+    EXPECT_EQ(ProblemWith(kMark + nested).substr(0, 77),
+              "description-unreadable: UserPackage.kx-project is not a package description: ");
+    EXPECT_EQ(ProblemWith(kMark + std::string(1'000'000, '[')).substr(0, 59),
+              "description-unreadable: UserPackage.kx-project is not JSON:");
     EXPECT_EQ(ProblemWith(std::string((16U << 20) + 1, ' ')),
               "description-unreadable: UserPackage.kx-project is larger than 16.0 MiB");
 }
@@ -170,9 +169,10 @@ TEST(ReadRecord, TellsWhichFilesARecordLacks)
     EXPECT_THAT(ProblemsOf(panel, "a"),
                 ElementsAre("description-missing: there is no UserPackage.kx-project: the "
                             "updater's list leaves the package out"));
-    EXPECT_THAT(ProblemsOf(panel, "b"),
-                ElementsAre("list-missing: there is no installedFile.list: the record was not "
-                            "written to its end"));
+    EXPECT_THAT(
+        ProblemsOf(panel, "b"),
+        ElementsAre(
+            "list-missing: there is no installedFile.list: the record was not written completely"));
     EXPECT_FALSE(ReadRecord(io::RootedFolder(panel.Root()), "b").has.has_value());
 }
 
@@ -212,12 +212,14 @@ TEST(ReadRecord, TellsWhatIsNoRecord)
     EXPECT_THAT(ProblemsOf(panel, "empty"),
                 ElementsAre("no-record: is a folder without a record's files"));
     EXPECT_THAT(ProblemsOf(panel, "stray"), ElementsAre("no-record: is a file"));
-    EXPECT_THAT(ProblemsOf(panel, "UserPackage.kx-project"),
-                ElementsAre("no-record: is a file: of a package that was unpacked to a folder "
-                            "without a name"));
-    EXPECT_THAT(ProblemsOf(panel, "installedFile.list"),
-                ElementsAre("no-record: is a file: of a package that was unpacked to a folder "
-                            "without a name"));
+    EXPECT_THAT(
+        ProblemsOf(panel, "UserPackage.kx-project"),
+        ElementsAre(
+            "no-record: is a file of a package that was unpacked into a folder without a name"));
+    EXPECT_THAT(
+        ProblemsOf(panel, "installedFile.list"),
+        ElementsAre(
+            "no-record: is a file of a package that was unpacked into a folder without a name"));
     EXPECT_THAT(ProblemsOf(panel, "link"), ElementsAre("no-record: is a link that leads nowhere"));
     EXPECT_THAT(ProblemsOf(panel, "pipe"),
                 ElementsAre("no-record: is a device, a pipe or a socket"));

@@ -106,8 +106,9 @@ TEST_F(Places, AnUpdaterThatThisMachineCannotStartIsRefused)
         m_dir.Write("foreign", ProgramFor(*format::FindProcessor(other)), kExecutable);
     const std::string plain = m_dir.Write("plain", ProgramFor(m_native));
     const std::string text = m_dir.Write("text", "#!/bin/sh\n", kExecutable);
-    const std::string remedy = "is no program that can be started; name an updater with --updater "
-                               "PATH";
+    const std::string remedy =
+        "is not a program that can be started; name an updater with --updater "
+        "PATH";
     const auto refused = [this](const std::string& path) {
         return Thrown([&] { static_cast<void>(FindTrialUpdater(path, m_tool)); });
     };

@@ -236,7 +236,7 @@ void AddNew(CLI::App& program, Invocation& invocation)
     command->add_option("folder", *folder, "The folder to make; an empty one is taken")
         ->type_name(kFolderValue)
         ->required();
-    command->add_flag("--json", invocation.isJson, "Tell the result as JSON");
+    command->add_flag("--json", invocation.isJson, "Write the result as JSON");
     command->footer("Example:\n"
                     "  kx-package new recipes\n"
                     "  kx-package build recipes");

@@ -144,7 +144,7 @@ io::ExitCode RunPlan(const PlanOptions& options, const Output& output)
 void AddPlan(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand(
-        "plan", "Tell the shell commands that a panel would run, without running anything");
+        "plan", "Show the shell commands that a panel would run, without running anything");
     const auto options = std::make_shared<PlanOptions>();
     command
         ->add_option("package", options->package,
@@ -160,10 +160,10 @@ void AddPlan(CLI::App& program, Invocation& invocation)
         });
     command
         ->add_option("--root", options->where.root,
-                     "A folder with the files of a panel; without it a fresh panel is thought")
+                     "A folder with the files of a panel; without it, a fresh panel")
         ->type_name(kFolderValue)
         ->check(CLI::ExistingDirectory);
-    command->add_flag("--json", invocation.isJson, "Tell it as JSON");
+    command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer("Nothing is run and nothing is changed. Scripts, passwords and settings are "
                     "taken to succeed;\nwhat depends on what a script did before is marked.\n\n"
                     "Examples:\n"

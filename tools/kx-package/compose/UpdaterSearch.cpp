@@ -67,7 +67,7 @@ void RefuseOtherUpdater(const std::string& path, const format::Processor& proces
             io::ReadFileHead(path, format::kProgramHeadSize, "open the updater"));
     }
     if (!program.has_value()) {
-        throw io::Error(io::ExitCode::kProblems, path, "is no program that a panel could start",
+        throw io::Error(io::ExitCode::kProblems, path, "is not a program that a panel could start",
                         "name an updater with --updater PATH");
     }
     if (!program->IsFor(processor)) {

@@ -105,14 +105,14 @@ bool MayFitBelow(std::string_view pattern, std::string_view folder)
 /// @param info  what lstat told about it
 void RefuseUnlessFileOrFolder(const std::string& path, struct stat info)
 {
-    constexpr const char* kRemedy = "remove it, or leave it out by 'exclude'";
+    constexpr const char* kRemedy = "remove it, or list it in 'exclude'";
     const bool isLink = S_ISLNK(info.st_mode);
     if (isLink && stat(path.c_str(), &info) != 0) {
         throw io::Error(io::ExitCode::kNoAccess, path, "is a link that leads nowhere", kRemedy);
     }
     if (isLink && S_ISDIR(info.st_mode)) {
         throw io::Error(io::ExitCode::kNoAccess, path, "is a link to a folder",
-                        "put the folder itself there, or leave the link out by 'exclude'");
+                        "put the folder itself there, or list the link in 'exclude'");
     }
     if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
         throw io::Error(io::ExitCode::kNoAccess, path, "is neither a file nor a folder", kRemedy);

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "trial/ChildProcess.h"
 
+#include "io/Descriptor.h"
 #include "io/Error.h"
 #include "trial/ShellTerminal.h"
 
@@ -28,39 +29,20 @@ using Clock = std::chrono::steady_clock;
 constexpr int kTickMs = 100;
 constexpr std::chrono::seconds kPatience(40); ///< for a child that was told to end
 
-/// A pipe whose ends are closed when it goes.
-class Pipe
-{
-public:
+/// A pipe.
+struct Pipe {
     Pipe()
     {
-        if (pipe2(m_ends.data(), O_CLOEXEC) != 0) {
+        std::array<int, 2> ends{};
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
             throw io::AccessError("", "make a pipe", errno);
         }
-    }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
-    ~Pipe()
-    {
-        CloseReading();
-        CloseWriting();
+        reading = io::Descriptor(ends[0]);
+        writing = io::Descriptor(ends[1]);
     }
 
-    [[nodiscard]] int Reading() const { return m_ends[0]; }
-    [[nodiscard]] int Writing() const { return m_ends[1]; }
-    void CloseReading() { Close(m_ends[0]); }
-    void CloseWriting() { Close(m_ends[1]); }
-
-private:
-    static void Close(int& end)
-    {
-        if (end >= 0) {
-            close(end);
-            end = -1;
-        }
-    }
-
-    std::array<int, 2> m_ends{-1, -1};
+    io::Descriptor reading;
+    io::Descriptor writing;
 };
 
 /// Becomes the program; writes the number of the error to @p failure when that is not possible.
@@ -140,21 +122,22 @@ private:
     void Start(const std::vector<std::string>& words)
     {
         Pipe failure;
-        const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        const io::Descriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC));
         const std::array<int, 3> streams = {
-            m_terminal != nullptr ? m_terminal->PanelSide() : null,
-            m_terminal != nullptr ? m_terminal->PanelSide() : m_out.Writing(), m_err.Writing()};
+            m_terminal != nullptr ? m_terminal->PanelSide() : null.Number(),
+            m_terminal != nullptr ? m_terminal->PanelSide() : m_out.writing.Number(),
+            m_err.writing.Number()};
         const pid_t parent = getpid();
         m_process = fork();
         if (m_process == 0) {
-            Become(words, streams, failure.Writing(), parent);
+            Become(words, streams, failure.writing.Number(), parent);
         }
         int number = m_process < 0 ? errno : 0;
-        close(null);
-        failure.CloseWriting();
-        m_out.CloseWriting();
-        m_err.CloseWriting();
-        while (number == 0 && read(failure.Reading(), &number, sizeof number) < 0) {
+        // Their other ends are the child's alone, so that its end shows.
+        for (Pipe* const pipe : {&failure, &m_out, &m_err}) {
+            pipe->writing = io::Descriptor();
+        }
+        while (number == 0 && read(failure.reading.Number(), &number, sizeof number) < 0) {
             number = errno == EINTR ? 0 : errno;
         }
         if (number != 0) {
@@ -181,8 +164,8 @@ private:
     void Serve()
     {
         std::array<pollfd, 4> waits{};
-        waits[0] = {m_isOutOpen ? m_out.Reading() : -1, POLLIN, 0};
-        waits[1] = {m_isErrOpen ? m_err.Reading() : -1, POLLIN, 0};
+        waits[0] = {m_isOutOpen ? m_out.reading.Number() : -1, POLLIN, 0};
+        waits[1] = {m_isErrOpen ? m_err.reading.Number() : -1, POLLIN, 0};
         waits[2] = {-1, POLLIN, 0};
         waits[3] = {-1, POLLIN, 0};
         if (m_terminal != nullptr) {
@@ -199,9 +182,10 @@ private:
         if (m_terminal != nullptr) {
             ServeTerminal(waits[2].revents, waits[3].revents);
         }
-        m_isOutOpen = m_isOutOpen && (waits[0].revents == 0 || Take(m_out.Reading(), m_result.out));
+        m_isOutOpen =
+            m_isOutOpen && (waits[0].revents == 0 || Take(m_out.reading.Number(), m_result.out));
         m_isErrOpen = m_isErrOpen && (waits[1].revents == 0 || waits[3].revents != 0 ||
-                                      Take(m_err.Reading(), m_result.err));
+                                      Take(m_err.reading.Number(), m_result.err));
     }
 
     void ServeTerminal(int person, int ourSide)

@@ -56,7 +56,7 @@ void RefuseOtherProgram(const std::string& path, const format::Processor* native
     const std::optional<format::ProgramHead> program =
         format::ReadProgramHead({head.data(), static_cast<std::size_t>(file.gcount())});
     if (!S_ISREG(info.st_mode) || !program.has_value() || !IsProgram(path)) {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is no program that can be started",
+        throw io::Error(io::ExitCode::kNoAccess, path, "is not a program that can be started",
                         "name an updater with --updater PATH");
     }
     if (native != nullptr && !program->IsFor(*native)) {
