@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <optional>
 #include <system_error>
 
 #include <sys/stat.h>
@@ -54,18 +53,23 @@ std::string FindUpdater(const format::Processor& processor, const UpdaterPlaces&
                     "put one there, or name one with --updater PATH");
 }
 
-void RefuseOtherUpdater(const std::string& path, const format::Processor& processor)
+std::optional<format::ProgramHead> ReadUpdaterHead(const std::string& path)
 {
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {
         throw io::AccessError(path, "open the updater", errno);
     }
-    std::optional<format::ProgramHead> program;
-    if (S_ISREG(info.st_mode)) {
-        program = format::ReadProgramHead(
-            io::ReadFileHead(path, format::kProgramHeadSize, "open the updater"));
+    if (!S_ISREG(info.st_mode)) {
+        return std::nullopt;
     }
+    return format::ReadProgramHead(
+        io::ReadFileHead(path, format::kProgramHeadSize, "open the updater"));
+}
+
+void RefuseOtherUpdater(const std::string& path, const format::Processor& processor)
+{
+    const std::optional<format::ProgramHead> program = ReadUpdaterHead(path);
     if (!program.has_value()) {
         throw io::Error(io::ExitCode::kProblems, path, "is not a program that a panel could start",
                         "name an updater with --updater PATH");
