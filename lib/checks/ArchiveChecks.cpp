@@ -5,6 +5,7 @@
 #include "archive/ZipNames.h"
 #include "format/ShellText.h"
 #include "io/Text.h"
+#include "io/Utf8.h"
 
 #include <algorithm>
 #include <iterator>

@@ -4,16 +4,17 @@
 #include "commands/Values.h"
 #include "common/Epoch.h"
 #include "format/Processor.h"
+#include "io/Descriptor.h"
+#include "io/Error.h"
 #include "io/Text.h"
+#include "io/Transfer.h"
 #include "manifest/Manifest.h"
 #include "osa/OSA.h"
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <ostream>
 #include <system_error>
@@ -188,12 +189,8 @@ void WriteFile(const fs::path& path, const std::string& text)
     if (error) {
         throw io::AccessError(path.parent_path().string(), "make the folder", error.value());
     }
-    std::ofstream file(path, std::ios::binary);
-    file << text;
-    file.close();
-    if (!file) {
-        throw io::AccessError(path.string(), "write", errno);
-    }
+    const io::Descriptor file = io::CreateFile(path.string(), 0666);
+    io::WriteAll(file.Number(), text, path.string());
 }
 
 io::ExitCode MakeNew(const std::string& folder, const Output& output)

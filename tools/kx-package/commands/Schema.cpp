@@ -5,13 +5,10 @@
 #include "commands/Command.h"
 #include "commands/Values.h"
 #include "io/AtomicFile.h"
+#include "io/Transfer.h"
 
-#include <cerrno>
 #include <memory>
 #include <ostream>
-#include <string_view>
-
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
@@ -25,17 +22,6 @@ struct SchemaOptions {
     std::string output = io::AtomicFile::kStandardOutput;
 };
 
-void WriteAll(int descriptor, const std::string& path, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t written = write(descriptor, text.data(), text.size());
-        if (written < 0 && errno != EINTR) {
-            throw io::AccessError(path, "write", errno);
-        }
-        text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-    }
-}
-
 io::ExitCode TellSchema(const SchemaOptions& options, const Output& output)
 {
     if (options.output.empty()) {
@@ -47,7 +33,7 @@ io::ExitCode TellSchema(const SchemaOptions& options, const Output& output)
         return io::ExitCode::kFine;
     }
     io::AtomicFile file(options.output);
-    WriteAll(file.File().Number(), options.output, MakeSchema().serialize(true));
+    io::WriteAll(file.File().Number(), MakeSchema().serialize(true), options.output);
     file.Commit();
     if (output.isJson) {
         WriteJson(output, picojson::value(picojson::object{{"file", JsonText(options.output)}}));

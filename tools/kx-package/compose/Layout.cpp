@@ -3,12 +3,12 @@
 #include "compose/Layout.h"
 
 #include "io/Text.h"
+#include "io/Utf8.h"
+#include "io/WholeFile.h"
 #include "manifest/Glob.h"
 #include "manifest/ManifestSteps.h"
 
 #include <algorithm>
-#include <array>
-#include <fstream>
 
 #include <sys/stat.h>
 
@@ -63,11 +63,9 @@ bool IsProgram(const std::string& mode)
 /// Tells whether a file begins like something to run.
 bool LooksExecutable(const std::string& path)
 {
-    std::array<char, 4> head{};
-    std::ifstream file(path, std::ios::binary);
-    file.read(head.data(), head.size());
-    const std::string_view read(head.data(), static_cast<std::size_t>(file.gcount()));
-    return read.substr(0, 2) == "#!" || read == "\x7f"
+    constexpr std::size_t kMarkSize = 4;
+    const std::string head = io::ReadFileHead(path, kMarkSize, "read");
+    return head.substr(0, 2) == "#!" || head == "\x7f"
                                                 "ELF";
 }
 

@@ -5,6 +5,7 @@
 #include "common/Epoch.h"
 #include "io/Nearest.h"
 #include "io/Text.h"
+#include "io/WholeFile.h"
 #include "manifest/ManifestSteps.h"
 #include "manifest/TomlTable.h"
 

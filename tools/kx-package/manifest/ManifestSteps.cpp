@@ -4,6 +4,8 @@
 
 #include "io/Nearest.h"
 #include "io/Text.h"
+#include "io/Utf8.h"
+#include "io/WholeFile.h"
 #include "osa/OSA.h"
 
 #include <algorithm>

@@ -4,12 +4,14 @@
 
 #include "io/Descriptor.h"
 #include "io/Error.h"
+#include "io/Transfer.h"
 #include "trial/ShellTerminal.h"
 
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <optional>
 
 #include <fcntl.h>
@@ -67,7 +69,9 @@ struct Pipe {
         execv(arguments[0], arguments.data());
     }
     const int number = errno;
-    static_cast<void>(write(failure, &number, sizeof number));
+    std::array<char, sizeof number> bytes{};
+    std::memcpy(bytes.data(), &number, sizeof number);
+    static_cast<void>(io::TryWriteAll(failure, {bytes.data(), bytes.size()}));
     _exit(127);
 }
 
@@ -76,11 +80,21 @@ struct Pipe {
 bool Take(int descriptor, BoundedText& text)
 {
     std::array<char, 1 << 16> piece{};
-    const ssize_t count = read(descriptor, piece.data(), piece.size());
-    if (count > 0) {
-        text.Append({piece.data(), static_cast<std::size_t>(count)});
-    }
-    return count > 0 || (count < 0 && (errno == EINTR || errno == EAGAIN));
+    const io::Transferred taken = io::ReadSome(descriptor, piece.data(), piece.size());
+    text.Append({piece.data(), taken.count});
+    return taken.count > 0 || taken.error == EINTR || taken.error == EAGAIN;
+}
+
+/// Waits until the child has become the program.
+/// @return 0, or the number of the error that keeps it from that
+int NumberFrom(const io::Descriptor& failure)
+{
+    std::array<char, sizeof(int)> bytes{};
+    const io::Transferred told = io::ReadSome(failure.Number(), bytes.data(), bytes.size());
+    int number = 0;
+    std::memcpy(&number, bytes.data(), told.count);
+    // A child whose start was not waited for is asked to end by the first look at it.
+    return told.error == EINTR ? 0 : told.error != 0 ? told.error : number;
 }
 
 /// A child that runs.
@@ -135,10 +149,10 @@ private:
         int number = m_process < 0 ? errno : 0;
         // Their other ends are the child's alone, so that its end shows.
         for (Pipe* const pipe : {&failure, &m_out, &m_err}) {
-            pipe->writing = io::Descriptor();
+            pipe->writing.Close();
         }
-        while (number == 0 && read(failure.reading.Number(), &number, sizeof number) < 0) {
-            number = errno == EINTR ? 0 : errno;
+        if (number == 0) {
+            number = NumberFrom(failure.reading);
         }
         if (number != 0) {
             throw io::AccessError(words[0], "start", number);

@@ -6,14 +6,11 @@
 #include "compose/UpdaterSearch.h"
 #include "io/Error.h"
 
-#include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kx::tool
@@ -45,17 +42,8 @@ std::string SourcesOf(const std::string& toolFolder)
 
 void RefuseOtherProgram(const std::string& path, const format::Processor* native)
 {
-    struct stat info {
-    };
-    if (stat(path.c_str(), &info) != 0) {
-        throw io::AccessError(path, "open the updater", errno);
-    }
-    std::array<char, format::kProgramHeadSize> head{};
-    std::ifstream file(path, std::ios::binary);
-    file.read(head.data(), head.size());
-    const std::optional<format::ProgramHead> program =
-        format::ReadProgramHead({head.data(), static_cast<std::size_t>(file.gcount())});
-    if (!S_ISREG(info.st_mode) || !program.has_value() || !IsProgram(path)) {
+    const std::optional<format::ProgramHead> program = ReadUpdaterHead(path);
+    if (!program.has_value() || !IsProgram(path)) {
         throw io::Error(io::ExitCode::kNoAccess, path, "is not a program that can be started",
                         "name an updater with --updater PATH");
     }

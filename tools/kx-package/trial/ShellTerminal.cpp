@@ -3,6 +3,7 @@
 #include "trial/ShellTerminal.h"
 
 #include "io/Error.h"
+#include "io/Transfer.h"
 
 #include <array>
 #include <cerrno>
@@ -21,15 +22,10 @@ namespace
 
 using Piece = std::array<char, 4096>;
 
-void WriteAll(int descriptor, std::string_view text)
+/// Shows a text to the person. When the person's terminal is gone, reading it tells.
+void Show(const io::Descriptor& terminal, std::string_view text)
 {
-    while (!text.empty()) {
-        const ssize_t count = write(descriptor, text.data(), text.size());
-        if (count < 0 && errno != EINTR) {
-            return; // the person's terminal is gone, which reading tells
-        }
-        text.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
-    }
+    static_cast<void>(io::TryWriteAll(terminal.Number(), text));
 }
 
 } // namespace
@@ -93,28 +89,21 @@ int ShellTerminal::OpenPanelSide()
 bool ShellTerminal::TakeKeys()
 {
     Piece piece{};
-    const ssize_t count = read(m_person.Number(), piece.data(), piece.size());
-    if (count > 0) {
-        m_pending.append(piece.data(), static_cast<std::size_t>(count));
-    }
-    return count > 0 || (count < 0 && (errno == EINTR || errno == EAGAIN));
+    const io::Transferred taken = io::ReadSome(m_person.Number(), piece.data(), piece.size());
+    m_pending.append(piece.data(), taken.count);
+    return taken.count > 0 || taken.error == EINTR || taken.error == EAGAIN;
 }
 
 void ShellTerminal::HandOver()
 {
-    const ssize_t count = write(m_ourSide.Number(), m_pending.data(), m_pending.size());
-    if (count > 0) {
-        m_pending.erase(0, static_cast<std::size_t>(count));
-    }
+    m_pending.erase(0, io::WriteSome(m_ourSide.Number(), m_pending).count);
 }
 
 void ShellTerminal::ShowPrinted()
 {
     Piece piece{};
-    const ssize_t count = read(m_ourSide.Number(), piece.data(), piece.size());
-    if (count > 0) {
-        WriteAll(m_person.Number(), {piece.data(), static_cast<std::size_t>(count)});
-    }
+    const io::Transferred printed = io::ReadSome(m_ourSide.Number(), piece.data(), piece.size());
+    Show(m_person, {piece.data(), printed.count});
 }
 
 void ShellTerminal::CopySize() const
@@ -130,7 +119,7 @@ void ShellTerminal::CopySize() const
 
 void ShellTerminal::Say(const std::string& line) const
 {
-    WriteAll(m_person.Number(), line + "\r\n");
+    Show(m_person, line + "\r\n");
 }
 
 } // namespace kx::tool

@@ -4,20 +4,19 @@
 
 #include "archive/Package.h"
 #include "format/ShellText.h"
+#include "io/Descriptor.h"
 #include "io/Error.h"
 #include "io/Interruption.h"
 #include "io/StandardInput.h"
 #include "io/Text.h"
+#include "io/WholeFile.h"
 #include "osa/PanelNames.h"
 #include "trial/ShellTerminal.h"
 
-#include <array>
 #include <cerrno>
 #include <filesystem>
-#include <memory>
 #include <system_error>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -84,6 +83,14 @@ exec $shell)";
 constexpr unsigned kShellSeconds = 86400;
 constexpr unsigned kReadSeconds = 60;
 
+/// Reading that a signal ended is no failure of the input.
+void RefuseIfInterrupted()
+{
+    if (io::Interruption::IsAsked()) {
+        throw io::Error(io::ExitCode::kNoAccess, "", "the trial was interrupted");
+    }
+}
+
 /// One trial on one panel.
 class Trial
 {
@@ -135,35 +142,15 @@ private:
 
 void Trial::TakeStandardInput()
 {
-    const int file = open(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (file < 0) {
-        throw io::AccessError(m_path, "write", errno);
-    }
-    const auto close = [](const int* descriptor) { ::close(*descriptor); };
-    const std::unique_ptr<const int, decltype(close)> guard(&file, close);
+    const io::Descriptor file = io::CreateFile(m_path, 0600);
     const std::uint64_t limit = std::uint64_t{m_request.bounds.disk} << 20;
-    std::uint64_t total = 0;
-    std::array<char, 1 << 16> piece{};
-    while (true) {
-        const ssize_t count = read(STDIN_FILENO, piece.data(), piece.size());
-        if (io::Interruption::IsAsked()) {
-            throw io::Error(io::ExitCode::kNoAccess, "", "the trial was interrupted");
-        }
-        if (count < 0) {
-            throw io::AccessError("standard input", "read", errno);
-        }
-        total += static_cast<std::uint64_t>(count);
-        if (count == 0) {
-            return;
-        }
-        if (total > limit) {
-            throw io::Error(io::ExitCode::kNoAccess, "standard input",
-                            "is larger than " + io::SizeText(limit), "see --disk");
-        }
-        if (write(file, piece.data(), static_cast<std::size_t>(count)) != count) {
-            throw io::AccessError(m_path, "write", errno);
-        }
+    try {
+        io::CopyStandardInput(file, m_path, limit, "see --disk");
+    } catch (const io::Error&) {
+        RefuseIfInterrupted();
+        throw;
     }
+    RefuseIfInterrupted();
 }
 
 PanelResult Trial::Open()
