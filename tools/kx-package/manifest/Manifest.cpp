@@ -7,6 +7,7 @@
 #include "io/Text.h"
 #include "manifest/ManifestSteps.h"
 #include "manifest/TomlTable.h"
+#include "panel/Names.h"
 
 #include <cctype>
 #include <filesystem>
@@ -116,7 +117,7 @@ void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std:
     if (name[0] == '.' || name[0] == '-') {
         refuse("begins with '" + name.substr(0, 1) + "'");
     }
-    if (name.find(".temp") != std::string::npos) {
+    if (name.find(panel::kUnpackedSuffix) != std::string::npos) {
         refuse("holds '.temp', which the panel cuts names at");
     }
     for (const char c : name) {
