@@ -29,9 +29,23 @@ if(KX_FUZZ)
   target_compile_options(kx_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# What is shipped is the same wherever it was built: it holds no path of that machine. The last
+# prefix that fits is taken, which is the build folder's where that lies within the sources.
+if(NOT KX_SANITIZE AND NOT KX_COVERAGE)
+  target_compile_options(kx_options INTERFACE
+    $<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>
+    $<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${CMAKE_BINARY_DIR}=build>)
+endif()
+
 if(KX_COVERAGE)
   target_compile_options(kx_options INTERFACE --coverage -fprofile-update=atomic)
   target_link_options(kx_options INTERFACE --coverage)
+endif()
+
+if(KX_LTO)
+  # The only moment at which all files of a program are seen together.
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+  target_link_options(kx_options INTERFACE -Werror=odr -Werror=lto-type-mismatch)
 endif()
 
 # kx_compile_folders_together(TARGET): the files of each of a target's folders compile as one where

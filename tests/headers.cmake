@@ -2,7 +2,9 @@
 # SPDX-License-Identifier: MIT
 
 # kx_headers compiles every header on its own, twice in one file: it must include what it uses and
-# guard itself.
+# guard itself. It is no library itself, because one that depends on others does not build their
+# object files.
+add_custom_target(kx_headers)
 function(kx_check_headers target folder library)
   file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE "${folder}" "${folder}/*.h")
   set(sources)
@@ -15,11 +17,11 @@ function(kx_check_headers target folder library)
   endforeach()
   add_library(${target} OBJECT EXCLUDE_FROM_ALL ${sources})
   target_link_libraries(${target} PRIVATE ${library})
+  add_dependencies(kx_headers ${target})
 endfunction()
 
-kx_check_headers(kx_headers "${CMAKE_SOURCE_DIR}/src" kx_ui)
+kx_check_headers(kx_updater_headers "${CMAKE_SOURCE_DIR}/src" kx_ui)
 if(KX_TOOLS)
   kx_check_headers(kx_tool_headers "${CMAKE_SOURCE_DIR}/tools/kx-package" kx_package_tool)
   kx_check_headers(kx_room_headers "${CMAKE_SOURCE_DIR}/lib" kx_package_tool)
-  add_dependencies(kx_headers kx_room_headers kx_tool_headers)
 endif()

@@ -87,6 +87,16 @@ def copy_dir(source, target, uid, gid, path):
     """Copies the content and the mode of one open directory into another, all with one owner."""
     facts = os.fstat(source)
     os.fchown(target, uid, gid)
+    copy_content(source, target, uid, gid, path)
+    os.fchmod(target, stat.S_IMODE(facts.st_mode))
+    os.utime(target, ns=(facts.st_atime_ns, facts.st_mtime_ns))
+
+
+def copy_content(source, target, uid, gid, path):
+    """Copies the content of one open directory into another, whose own mode and owner stay.
+
+    path is the name of the source in messages.
+    """
     with os.scandir(source) as entries:
         found = sorted(entries, key=lambda entry: entry.name)
     for entry in found:
@@ -113,8 +123,6 @@ def copy_dir(source, target, uid, gid, path):
                 os.close(inner)
         else:
             raise SandboxError(f"{where} is neither a file, a folder nor a link")
-    os.fchmod(target, stat.S_IMODE(facts.st_mode))
-    os.utime(target, ns=(facts.st_atime_ns, facts.st_mtime_ns))
 
 
 def open_or_make(directory, name):

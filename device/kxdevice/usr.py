@@ -6,10 +6,10 @@ The layers are folders of the working directory: "lower" (unless the machine's f
 place), "mid", "usr".
 """
 
-import dataclasses
 import errno
 import os
 import stat
+from typing import NamedTuple
 
 from kxdevice import linux, names, trees
 from kxdevice.linux import SandboxError
@@ -24,8 +24,7 @@ TOOL_FOLDERS = ("local/sbin", "local/bin", "sbin", "bin", names.TOOL_FOLDER[len(
 REAL_TOOLS = "lib/kx-device"  # below /usr: the real ones of tools that may fail
 
 
-@dataclasses.dataclass(frozen=True)
-class Machine:
+class Machine(NamedTuple):
     """The machine's /usr."""
 
     path: str
@@ -33,8 +32,7 @@ class Machine:
     has_ids: bool  # its files already belong to ids inside
 
 
-@dataclasses.dataclass(frozen=True)
-class Tools:
+class Tools(NamedTuple):
     """How the panel's tools differ from the machine's."""
 
     stand_in: bytes  # the program that stands for all of the panel's own, and for the failing
@@ -42,8 +40,7 @@ class Tools:
     missing: tuple
 
 
-@dataclasses.dataclass(frozen=True)
-class Layers:
+class Layers(NamedTuple):
     """The panel's /usr, as descriptors."""
 
     lower: int
@@ -73,8 +70,8 @@ def lay(machine, tools, owner, as_machine_root):
     try:
         linux.mount("overlay", "merged", "overlay", linux.MS_NODEV, data)
     except OSError as error:
-        raise SandboxError(f"/usr cannot be laid over ({error.strerror}); the kernel needs "
-                           "overlay mounts, and the state a plain local file system") from None
+        raise SandboxError(f"the layers of /usr cannot be mounted ({error.strerror}); the kernel "
+                           "needs overlay mounts, and --state a plain local file system") from None
     return Layers(lower_fd, os.open("mid", trees.DIR_FLAGS), os.open("usr", trees.DIR_FLAGS),
                   linux.open_tree("merged"), stubbed)
 
@@ -164,7 +161,7 @@ def _install_tools(tools, lower, machine_path, middle):
     for tool in changed:
         if _places("usr", tool):
             raise SandboxError(f"{tool} was installed or changed by an earlier run on this "
-                               "panel; only its first tools can fail or be missing")
+                               "panel; only tools that no run has touched can fail or be missing")
         places = _places(lower, tool)
         own = STAND_INS.get(tool)
         if not places and not own:

@@ -11,17 +11,21 @@ import subprocess
 import sys
 import threading
 
-from kxoperate import script as script_module
+from kxdevice import names
+from kxoperate import script as script_module, shared
 from kxoperate.probe import Probe
 from kxoperate.screen import Screen, ScreenError
 
-MARKER = "/.kx-device"
 WORK = "/run/operate"
-FAILED, NO_SCREEN = 3, 4
+NOT_STARTED = 127
 DESCRIPTION = """\
 Starts COMMAND, a program with windows, on a screen of the panel, and plays its user. Works only on
 the sandboxed device; device/window brings it there.
 """
+
+
+class _StartError(Exception):
+    """The program cannot be started; the text says why."""
 
 
 def _size(text):
@@ -31,20 +35,29 @@ def _size(text):
     return int(match[1]), int(match[2])
 
 
+def _text(path):
+    try:
+        with open(path, encoding="utf-8") as file:
+            return file.read()
+    except (OSError, UnicodeError) as error:
+        raise argparse.ArgumentTypeError(f"{path}: {error}") from None
+
+
 def _parse(arguments):
     parser = argparse.ArgumentParser(
         prog="operate", description=DESCRIPTION, allow_abbrev=False,
         epilog="The script:\n" + script_module.__doc__.split("\n", 1)[1],
         formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--size", type=_size, default=(800, 480), help="of the screen; 800x480")
-    parser.add_argument("--no-wm", action="store_true", help="without a window manager")
-    parser.add_argument("--display", help="an X display that is there, instead of a new screen")
-    parser.add_argument("--serve", metavar="SOCKET", help="lets VNC viewers see and press, too")
-    parser.add_argument("--script", help="the file of actions; without it people press")
+    checks = {"--size": {"type": _size, "default": (800, 480)},
+              "--patience": {"type": float, "default": 30}}
+    for name, (value, text) in shared.OPTIONS.items():
+        kind = {"metavar": value} if value else {"action": "store_true"}
+        parser.add_argument(name, help=text, **kind, **checks.get(name, {}))
+    parser.add_argument("--script", type=_text, metavar="FILE",
+                        help="the file of actions; without it people press")
     parser.add_argument("--plugins", required=True, help="the folder that holds the probe")
     parser.add_argument("--out", required=True,
                         help="the folder for pictures, transcript and what the program prints")
-    parser.add_argument("--patience", type=float, default=30, help="seconds for any action; 30")
     parser.add_argument("command", nargs=argparse.REMAINDER, metavar="-- COMMAND ...")
     options = parser.parse_args(arguments)
     if options.command[:1] == ["--"]:
@@ -62,8 +75,11 @@ def _start(options, screen, path, plugins):
     out = open(os.path.join(options.out, "updater.out"), "wb")
     err = open(os.path.join(options.out, "updater.err"), "wb")
     with out, err:
-        return subprocess.Popen(options.command, env=environment, stdin=subprocess.DEVNULL,
-                                stdout=out, stderr=err)
+        try:
+            return subprocess.Popen(options.command, env=environment, stdin=subprocess.DEVNULL,
+                                    stdout=out, stderr=err)
+        except OSError as error:
+            raise _StartError(error.strerror) from error
 
 
 def _end(program, patience=0.0):
@@ -91,10 +107,8 @@ def _play(options, screen, transcript):
         return _end_after(program)
     player = script_module.Player(screen, probe, options.out, lambda text: print(
         text, file=transcript, flush=True), options.patience)
-    with open(options.script, encoding="utf-8") as file:
-        text = file.read()
     try:
-        player.play(text)
+        player.play(options.script)
         if not probe.ended:
             player.play("quit")
     except script_module.ScriptError as error:
@@ -102,7 +116,7 @@ def _play(options, screen, transcript):
         if program.poll() is None:
             screen.take_picture(os.path.join(options.out, "failed.png"))
         _end(program)
-        return FAILED
+        return shared.FAILED
     return _end(program, options.patience)
 
 
@@ -115,12 +129,12 @@ def _end_after(program):
 
 
 def run(arguments):
-    """Runs device/operate; returns the program's exit status, 3 for a script that failed, 4 when
-    there is no screen, 2 for wrong use."""
+    """Runs device/operate; returns the program's exit status, 127 when it cannot be started, 3 for
+    a script that failed, 4 when there is no screen, 2 for wrong use."""
     options = _parse(arguments)
-    if not os.path.exists(MARKER):
-        print(f"operate: this is not the sandboxed device ({MARKER} is missing); use device/window",
-              file=sys.stderr)
+    if not os.path.exists(names.MARKER):
+        print(f"operate: this is not the sandboxed device ({names.MARKER} is missing); "
+              "use device/window", file=sys.stderr)
         return 126
     shutil.rmtree(WORK, ignore_errors=True)
     os.makedirs(WORK)
@@ -136,4 +150,7 @@ def run(arguments):
             screen.close()
     except ScreenError as error:
         print(f"operate: {error}", file=sys.stderr)
-        return NO_SCREEN
+        return shared.NO_SCREEN
+    except _StartError as error:
+        print(f"operate: {options.command[0]}: {error}", file=sys.stderr)
+        return NOT_STARTED

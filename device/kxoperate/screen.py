@@ -52,7 +52,7 @@ class Screen:
         os.close(writer)
         number = _read(reader, PATIENCE)
         if not number.strip().isdigit():
-            raise ScreenError(f"{command[0]} did not start; see {self._folder}/screen.err")
+            raise ScreenError(f"{command[0]} did not start{self._remark()}")
         return ":" + number.strip()
 
     def start_window_manager(self):
@@ -75,7 +75,15 @@ class Screen:
         told = _read(reader, PATIENCE, manager)
         os.close(keeper)
         if not told:
-            raise ScreenError(f"openbox did not start; see {self._folder}/screen.err")
+            raise ScreenError(f"openbox did not start{self._remark()}")
+
+    def _remark(self):
+        """Returns what the servers said last, which nobody can look up after the panel's end."""
+        with open(os.path.join(self._folder, "screen.err"), encoding="utf-8",
+                  errors="replace") as file:
+            # X servers put (EE) before errors, and before nothing.
+            said = [text for line in file if (text := line.replace("(EE)", "").strip())]
+        return f": {said[-1]}" if said else ""
 
     def _start(self, command, pass_fds=(), environment=None):
         with open(os.path.join(self._folder, "screen.err"), "ab") as remarks:
@@ -90,18 +98,23 @@ class Screen:
         return process
 
     def take_picture(self, path):
-        """Writes what the screen shows to a PNG file."""
-        subprocess.run(["import", "-display", self.display, "-window", "root", path], check=True)
+        """Writes what the screen shows to a PNG file; ScreenError when the screen is gone."""
+        self._run("import", "-display", self.display, "-window", "root", path)
 
     def click(self, place):
-        """Presses the left mouse button at (x, y), as a finger would."""
-        subprocess.run(["xdotool", "mousemove", str(place[0]), str(place[1]), "click", "1"],
-                       check=True, env={**os.environ, "DISPLAY": self.display})
+        """Presses the left mouse button at (x, y), as a finger would; ScreenError as above."""
+        self._run("xdotool", "mousemove", str(place[0]), str(place[1]), "click", "1")
 
     def move_away(self):
-        """Puts the pointer into a corner, where it lights up nothing."""
-        subprocess.run(["xdotool", "mousemove", "4000", "4000"], check=True,
-                       env={**os.environ, "DISPLAY": self.display})
+        """Puts the pointer into a corner, where it lights up nothing; ScreenError as above."""
+        self._run("xdotool", "mousemove", "4000", "4000")
+
+    def _run(self, *command):
+        result = subprocess.run(command, env={**os.environ, "DISPLAY": self.display}, check=False,
+                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        if result.returncode != 0:
+            said = result.stderr.decode("utf-8", "replace").strip().split("\n")[-1]
+            raise ScreenError(f"{command[0]} ended with {result.returncode}: {said}")
 
     def close(self):
         """Ends the servers."""

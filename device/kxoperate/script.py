@@ -124,19 +124,22 @@ class Player:
 
     def _wait(self, what, *text):
         if [what, *text] == ["end"]:
-            if not self._probe.wait_for_end(self._patience):
-                raise ScriptError("the program goes on")
+            self._wait_for_end()
             return
         if what not in CONDITIONS or not text:
             raise ScriptError("there is nothing like that to wait for")
         condition, wanted = CONDITIONS[what], text[0].replace("\\n", "\n")
         if not self._probe.wait_for(lambda state: condition(state, wanted), self._patience):
-            ended = "the program has ended" if self._probe.ended else "it did not come"
-            raise ScriptError(ended)
+            raise ScriptError("the program has ended" if self._probe.ended
+                              else f"still not so after {self._patience:g} seconds")
+
+    def _wait_for_end(self):
+        if not self._probe.wait_for_end(self._patience):
+            raise ScriptError(f"the program has not ended after {self._patience:g} seconds")
 
     def _settle(self):
         if not self._probe.sync(self._patience):
-            raise ScriptError("the program does not answer")
+            raise ScriptError(f"the program gave no answer within {self._patience:g} seconds")
         return self._probe.state
 
     def _press(self, name, tab=None):
@@ -204,8 +207,9 @@ class Player:
         if output:
             self._note(output)
         if result.returncode != 0:
-            raise ScriptError(f"it ended with {result.returncode}")
+            raise ScriptError(f"the command ended with {result.returncode}")
 
     def _quit(self):
-        if not self._probe.ask("quit") or not self._probe.wait_for_end(self._patience):
-            raise ScriptError("the program goes on")
+        if not self._probe.ask("quit"):
+            raise ScriptError("the program cannot be asked to end")
+        self._wait_for_end()

@@ -2,9 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "archive/ArchiveWriter.h"
 
+#include "archive/ZipStructure.h"
 #include "io/AtomicFile.h"
 #include "io/Error.h"
 #include "io/Interruption.h"
+#include "io/Transfer.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -94,13 +96,9 @@ private:
 
     zip_int64_t Write(const char* data, zip_uint64_t size)
     {
-        zip_uint64_t written = 0;
-        while (written < size) {
-            const ssize_t count = write(m_descriptor, data + written, size - written);
-            if (count < 0 && errno != EINTR) {
-                return Fail(ZIP_ER_WRITE, errno);
-            }
-            written += static_cast<zip_uint64_t>(std::max<ssize_t>(count, 0));
+        const int error = io::TryWriteAll(m_descriptor, {data, size}).error;
+        if (error != 0) {
+            return Fail(ZIP_ER_WRITE, error);
         }
         return static_cast<zip_int64_t>(size);
     }
@@ -191,9 +189,8 @@ void Add(zip_t* archive, const ArchiveItem& item, bool isEmpty, const DosTime& w
     const unsigned mode = item.isFolder       ? S_IFDIR | 0755
                           : item.isExecutable ? S_IFREG | 0755
                                               : S_IFREG | 0644;
-    constexpr unsigned kModeShift = 16;
     constexpr unsigned kFolderMark = 0x10; // for systems that know no modes
-    const zip_uint32_t attributes = mode << kModeShift | (item.isFolder ? kFolderMark : 0);
+    const zip_uint32_t attributes = mode << kZipModeShift | (item.isFolder ? kFolderMark : 0);
     const zip_int32_t method = item.isFolder || isEmpty ? ZIP_CM_STORE : ZIP_CM_DEFLATE;
     if (zip_file_set_dostime(archive, index, when.time, when.date, 0) != 0 ||
         zip_file_set_external_attributes(archive, index, 0, ZIP_OPSYS_UNIX, attributes) != 0 ||
@@ -246,7 +243,7 @@ WrittenArchive WriteArchive(const std::string& path, std::vector<ArchiveItem> it
     });
     const io::Interruption interruption;
     io::AtomicFile file(path);
-    Target target(file.Descriptor());
+    Target target(file.File().Number());
     Archive archive = Open(target, path);
     const DosTime when(options.moment);
     WrittenArchive written;
@@ -263,12 +260,7 @@ WrittenArchive WriteArchive(const std::string& path, std::vector<ArchiveItem> it
         Throw(path, archive.get());
     }
     static_cast<void>(archive.release()); // closing has freed it
-    struct stat info {
-    };
-    if (fstat(file.Descriptor(), &info) != 0) {
-        throw io::AccessError(path, "look at", errno);
-    }
-    written.size = static_cast<std::uint64_t>(info.st_size);
+    written.size = io::SizeOf(file.File(), path);
     file.Commit();
     return written;
 }

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "io/Descriptor.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -32,15 +34,14 @@ class FileBytes final : public ByteSource
 public:
     /// @throws Error when the file cannot be opened, or is no regular file
     explicit FileBytes(std::string path);
-    ~FileBytes() override;
 
     [[nodiscard]] std::uint64_t Size() const override { return m_size; }
     [[nodiscard]] std::string Read(std::uint64_t offset, std::size_t count) const override;
 
 private:
     std::string m_path;
-    int m_file;
-    std::uint64_t m_size = 0;
+    io::Descriptor m_file;
+    std::uint64_t m_size;
 };
 
 /// Bytes in memory, not owned.

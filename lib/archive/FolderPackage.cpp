@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "archive/Package.h"
+#include "io/Descriptor.h"
 #include "io/Error.h"
+#include "io/Transfer.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
 #include <sys/stat.h>
@@ -43,18 +43,7 @@ public:
     [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override
     {
         const std::string path = m_path + "/" + name;
-        std::ifstream file(path, std::ios::binary);
-        std::string bytes;
-        std::string piece(1 << 16, '\0');
-        while (file && bytes.size() < limit) {
-            file.read(piece.data(), static_cast<std::streamsize>(piece.size()));
-            bytes.append(piece, 0, static_cast<std::size_t>(file.gcount()));
-        }
-        if (!file.is_open() || file.bad()) {
-            throw io::AccessError(path, "read", errno);
-        }
-        bytes.resize(std::min<std::uint64_t>(bytes.size(), limit));
-        return bytes;
+        return io::ReadUpTo(io::OpenFile(path, "read").Number(), limit, path);
     }
 
     [[nodiscard]] std::string LinkTarget(const std::string& name) const override

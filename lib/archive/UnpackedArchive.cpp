@@ -15,8 +15,6 @@ namespace kx::archive
 namespace
 {
 
-constexpr unsigned kModeShift = 16;
-
 PackageEntry EntryOf(const ZipMember& member, UnpackedName name)
 {
     PackageEntry entry;
@@ -28,7 +26,7 @@ PackageEntry EntryOf(const ZipMember& member, UnpackedName name)
     constexpr unsigned kReadOnly = 1;
     entry.hasMode = true;
     if (HasFileMode(member)) {
-        entry.mode = (member.attributes >> kModeShift) & 0777U;
+        entry.mode = (member.attributes >> kZipModeShift) & 0777U;
     } else {
         entry.mode = name.isFolder ? 0755 : (member.attributes & kReadOnly) != 0 ? 0444 : 0644;
     }

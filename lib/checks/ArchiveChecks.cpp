@@ -5,6 +5,7 @@
 #include "archive/ZipNames.h"
 #include "format/ShellText.h"
 #include "io/Text.h"
+#include "io/Utf8.h"
 
 #include <algorithm>
 #include <iterator>
@@ -27,17 +28,18 @@ struct FlawRule {
 constexpr FlawRule kFlawRules[] = {
     {archive::ZipFlaw::kNoEnd, RuleId::kArchiveEnd, "has no end record"},
     {archive::ZipFlaw::kManyDisks, RuleId::kArchiveParts, "says that it is one part of several"},
-    {archive::ZipFlaw::kOtherParts, RuleId::kArchiveParts, "tells of other parts"},
+    {archive::ZipFlaw::kOtherParts, RuleId::kArchiveParts, "mentions other parts"},
     {archive::ZipFlaw::kZip64End, RuleId::kArchiveZip64,
      "its zip64 end record contradicts the others"},
     {archive::ZipFlaw::kMissingBytes, RuleId::kArchiveDirectory, "its beginning is missing"},
     {archive::ZipFlaw::kLeading, RuleId::kArchiveLeading,
-     "does not begin at the file's beginning, or has bytes before its directory"},
-    {archive::ZipFlaw::kTrailing, RuleId::kArchiveTrailing, "is followed by other bytes"},
-    {archive::ZipFlaw::kCutComment, RuleId::kArchiveComment, "its comment is cut"},
-    {archive::ZipFlaw::kDirectory, RuleId::kArchiveDirectory, "its directory is cut or damaged"},
+     "does not begin where the file does, or has extra bytes before its directory"},
+    {archive::ZipFlaw::kTrailing, RuleId::kArchiveTrailing, "is followed by extra bytes"},
+    {archive::ZipFlaw::kCutComment, RuleId::kArchiveComment, "its comment is truncated"},
+    {archive::ZipFlaw::kDirectory, RuleId::kArchiveDirectory,
+     "its directory is truncated or damaged"},
     {archive::ZipFlaw::kCount, RuleId::kArchiveCount,
-     "has another number of entries than its end record tells"},
+     "has a different number of entries than its end record says"},
     {archive::ZipFlaw::kTooMany, RuleId::kArchiveTooMany, "has too many entries to check"},
     {archive::ZipFlaw::kZip64Extra, RuleId::kArchiveZip64, "its zip64 field is too short"},
     {archive::ZipFlaw::kExtraField, RuleId::kEntryExtra,
@@ -120,7 +122,7 @@ private:
         if (fault.amount != 0) {
             const bool isCount =
                 fault.flaw == archive::ZipFlaw::kCount || fault.flaw == archive::ZipFlaw::kTooMany;
-            what += " (" + std::to_string(fault.amount) + (isCount ? " told)" : " bytes)");
+            what += " (" + std::to_string(fault.amount) + (isCount ? " stated)" : " bytes)");
         }
         m_findings.AddAs(status == 0 ? Severity::kWarning : Severity::kError, entry->rule,
                          isEntry ? PlaceOf(m_zip.members[fault.member]) : Place::Whole(), what);
@@ -139,7 +141,7 @@ private:
             return add(RuleId::kPathAbsolute, "begins with '/'");
         case UnpackReason::kUp:
             return add(RuleId::kPathUp,
-                       "holds '..'; arrives as " + Quote(archive::NameOnPanel(member).name));
+                       "contains '..'; arrives as " + Quote(archive::NameOnPanel(member).name));
         case UnpackReason::kBackslash:
             return add(RuleId::kPathBackslash, "has '\\' between folders");
         case UnpackReason::kLongName:
@@ -161,20 +163,20 @@ private:
             return add(RuleId::kEntryEncrypted, "is encrypted");
         case UnpackReason::kVersion:
             return add(RuleId::kEntryVersion,
-                       "wants version " + std::to_string((member.neededVersion & 0xffU) / 10) +
+                       "needs version " + std::to_string((member.neededVersion & 0xffU) / 10) +
                            "." + std::to_string((member.neededVersion & 0xffU) % 10) +
                            " of the zip format");
         case UnpackReason::kMethod:
             return add(RuleId::kEntryMethod,
-                       "is packed by method " + std::to_string(member.method));
+                       "is packed with method " + std::to_string(member.method));
         case UnpackReason::kLocalMethod:
             return add(RuleId::kEntryMethod,
-                       "is packed by method " + std::to_string(member.local.method));
+                       "is packed with method " + std::to_string(member.local.method));
         case UnpackReason::kLocalName:
             return add(RuleId::kEntryNameDiffers,
                        "is called " + Quote(member.local.name) + " in its own header");
         case UnpackReason::kLocalUtf8:
-            return add(RuleId::kEntryNameDiffers, "is UTF-8 by one of its headers only");
+            return add(RuleId::kEntryNameDiffers, "is marked as UTF-8 in only one of its headers");
         default:
             // unzip sees that without reading, and warns, which is a failure.
             m_findings.AddAs(Severity::kError, RuleId::kEntryHeader, PlaceOf(member),
@@ -202,7 +204,7 @@ private:
             }
             return;
         case UnpackReason::kUnchecked:
-            return add(RuleId::kEntryMethod, "is packed by method " +
+            return add(RuleId::kEntryMethod, "is packed with method " +
                                                  std::to_string(member.local.method) +
                                                  ", which cannot be checked here");
         default:
@@ -247,7 +249,7 @@ private:
         }
         if (name.hadControl || member.name.find('\0') != std::string::npos) {
             m_findings.Add(RuleId::kPathControl, PlaceOf(member),
-                           "holds control characters; " + becomes);
+                           "contains control characters; " + becomes);
         }
         if (name.hadVersion) {
             m_findings.Add(RuleId::kPathVersion, PlaceOf(member), becomes);
@@ -268,7 +270,7 @@ private:
                              "has a second name, " + Quote(member.unicodeName));
         } else if (isUtf8 && !io::IsUtf8(member.name)) {
             m_findings.AddAs(Severity::kError, RuleId::kPathLocale, PlaceOf(member),
-                             "is said to be UTF-8, which it is not");
+                             "is marked as UTF-8, which it is not");
         } else if (!isUtf8 && member.madeOn == kDos) {
             m_findings.AddAs(Severity::kError, RuleId::kPathLocale, PlaceOf(member),
                              "is in the character set of another system and is converted");
@@ -279,9 +281,13 @@ private:
 
     void CheckHeaders(const archive::ZipMember& member)
     {
+        constexpr unsigned kDeflate64 = 9;
         constexpr unsigned kBzip2 = 12;
         if (member.local.method == kBzip2) {
-            m_findings.Add(RuleId::kEntryBzip2, PlaceOf(member), "is packed by bzip2");
+            m_findings.Add(RuleId::kEntryBzip2, PlaceOf(member), "is packed with bzip2");
+        }
+        if (member.local.method == kDeflate64) {
+            m_findings.Add(RuleId::kEntryDeflate64, PlaceOf(member), "is packed by deflate64");
         }
         if (const std::string difference = Difference(member); !difference.empty()) {
             m_findings.Add(RuleId::kEntryHeader, PlaceOf(member),

@@ -87,7 +87,7 @@ public:
     {
         if (m_depth == kDeepestChecked) {
             m_findings.AddAs(Severity::kError, RuleId::kListsNested, PlaceIn(node, path),
-                             "stands too deep in other objects");
+                             "is nested too deeply in other objects");
             return;
         }
         ++m_depth;
@@ -123,7 +123,7 @@ private:
         std::set<std::string_view> keys;
         for (const auto& [key, value] : node.members) {
             if (!keys.insert(key).second) {
-                Add(RuleId::kFieldTwice, value, Below(path, key), "stands twice in one object");
+                Add(RuleId::kFieldTwice, value, Below(path, key), "appears twice in one object");
             }
         }
     }
@@ -139,19 +139,20 @@ private:
         const format::JsonNode* const type = node.Member(format::kTypeKey);
         if (type == nullptr || !type->IsString() || type->text.empty()) {
             Add(RuleId::kTypeMissing, type != nullptr ? *type : node, path,
-                std::string("the object has no \"$type\"; here belongs ") + Names(expected));
+                std::string("the object has no \"$type\"; it should be ") + Names(expected));
             return nullptr;
         }
         const ClassInfo* const info = format::ClassOf(node);
         if (info == nullptr) {
             Add(RuleId::kTypeUnknown, *type, Below(path, format::kTypeKey),
-                "'" + type->text + "' is no class: " + io::NearestRemedy(type->text, ClassNames()));
+                "'" + type->text +
+                    "' is not a known class: " + io::NearestRemedy(type->text, ClassNames()));
             return nullptr;
         }
         if (std::find(expected.begin(), expected.end(), info) == expected.end()) {
             m_findings.AddAs(isUsed ? Severity::kError : Severity::kWarning, RuleId::kTypePlace,
                              PlaceIn(*type, Below(path, format::kTypeKey)),
-                             "'" + type->text + "' stands in the place of " + Names(expected));
+                             "'" + type->text + "' is here instead of " + Names(expected));
         }
         return info;
     }
@@ -166,8 +167,7 @@ private:
                 Add(RuleId::kFieldMissing, node, place, "is missing");
             } else if (value->kind != KindOf(*field)) {
                 Add(RuleId::kFieldType, *value, place,
-                    std::string("is a ") + value->KindName() + ", not a " +
-                        KindName(KindOf(*field)));
+                    std::string("is ") + value->KindName() + ", not " + KindName(KindOf(*field)));
             } else if (field->expected != nullptr) {
                 const ClassInfo* const expected = field->expected;
                 CheckObject(*value, {&expected, 1}, place, isUsed && IsUsed(node, info, *field));
@@ -199,7 +199,7 @@ private:
         }
         if (values->kind != format::JsonNode::Kind::kArray) {
             Add(RuleId::kFieldType, *values, place,
-                std::string("is a ") + values->KindName() + ", not an array");
+                std::string("is ") + values->KindName() + ", not an array");
             return;
         }
         ++m_lists;
@@ -211,7 +211,7 @@ private:
                 CheckObject(element, info.elements, at, isUsed);
             } else {
                 Add(RuleId::kFieldType, element, at,
-                    std::string("is a ") + element.KindName() + ", not an object");
+                    std::string("is ") + element.KindName() + ", not an object");
             }
         }
         --m_lists;
@@ -224,7 +224,7 @@ private:
         }
         m_findings.AddAs(m_lists >= kUnbearableLists ? Severity::kError : Severity::kWarning,
                          RuleId::kListsNested, PlaceIn(values, place),
-                         "is list " + std::to_string(m_lists) + " of lists in each other");
+                         "is list " + std::to_string(m_lists) + " of nested lists");
     }
 
     void ReportUnknownKeys(const format::JsonNode& node, const ClassInfo& info,
@@ -239,7 +239,7 @@ private:
         }
         for (const auto& [key, value] : node.members) {
             if (known.count(key) == 0) {
-                Add(RuleId::kFieldUnknown, value, Below(path, key), "is no field of this class");
+                Add(RuleId::kFieldUnknown, value, Below(path, key), "is not a field of this class");
             }
         }
     }

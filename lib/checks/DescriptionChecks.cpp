@@ -6,6 +6,7 @@
 #include "checks/ClassChecks.h"
 #include "format/ShellText.h"
 #include "io/Text.h"
+#include "io/Utf8.h"
 
 #include <picojson.h>
 
@@ -95,16 +96,16 @@ void CheckText(const format::Description& description, Findings& findings)
         more != std::string_view::npos) {
         findings.Add(RuleId::kDescriptionTrailing,
                      FilePlace(PlaceOfOffset(description.text, description.end + more)),
-                     "something follows the JSON document");
+                     "there is text after the JSON document");
     }
     constexpr std::size_t kMark = 3;
     if (description.text.size() + kMark < description.bytes.size()) {
         findings.Add(RuleId::kDescriptionZero,
                      FilePlace(PlaceOfOffset(description.text, description.text.size())),
-                     "holds a zero byte");
+                     "contains a zero byte");
     }
     if (!io::IsUtf8(description.text)) {
-        findings.Add(RuleId::kDescriptionUtf8, FilePlace(), "is not UTF-8 throughout");
+        findings.Add(RuleId::kDescriptionUtf8, FilePlace(), "is not all UTF-8");
     }
 }
 
@@ -113,7 +114,8 @@ void ReportUnreadable(const format::Description& description, Findings& findings
 {
     if (!description.HasByteOrderMark() &&
         format::ParseDescription("\xef\xbb\xbf" + description.bytes).root.has_value()) {
-        findings.Add(RuleId::kDescriptionMark, FilePlace({1, 1}), "does not begin with the mark");
+        findings.Add(RuleId::kDescriptionMark, FilePlace({1, 1}),
+                     "does not begin with a byte order mark");
         return;
     }
     findings.Add(RuleId::kDescriptionJson, FilePlace(description.error.place),
@@ -126,7 +128,7 @@ void CheckWindowTexts(const format::JsonNode& root, Findings& findings)
         const format::JsonNode* const value = root.Member(key);
         if (value != nullptr && format::HasForeignBytes(value->text)) {
             findings.Add(RuleId::kDescriptionLatin1, PlaceIn(*value, key),
-                         "holds characters beyond ASCII");
+                         "contains characters beyond ASCII");
         }
     }
 }
@@ -161,15 +163,16 @@ format::Description CheckDescription(std::string bytes, Findings& findings)
     }
     if (!IsTakenByReader(description.text)) {
         findings.Add(RuleId::kDescriptionJson, FilePlace(),
-                     shape.deepestArrays > kDeepestArrays ? "has more than 100 arrays in each other"
-                                                          : "holds a number that is out of range");
+                     shape.deepestArrays > kDeepestArrays
+                         ? "has more than 100 nested arrays"
+                         : "contains a number that is out of range");
         description.root.reset();
         return description;
     }
     CheckText(description, findings);
     if (!description.root->IsObject()) {
         findings.Add(RuleId::kDescriptionRoot, FilePlace(description.root->place),
-                     std::string("is a ") + description.root->KindName() + ", not an object");
+                     std::string("is ") + description.root->KindName() + ", not an object");
         description.root.reset();
         return description;
     }

@@ -54,7 +54,7 @@ void CheckPackageName(const std::string& path, bool isArchive, Findings& finding
         add(RuleId::kNameEmpty, "'" + name + "' leaves no name for the package");
     }
     if (const std::string changed = format::ChangedInDoubleQuotes(name); !changed.empty()) {
-        add(RuleId::kNameShell, "'" + name + "' holds " + changed);
+        add(RuleId::kNameShell, "'" + name + "' contains " + changed);
     }
     if (isArchive && format::HasForeignBytes(name)) {
         add(RuleId::kNameAscii, "'" + name + "' is not plain ASCII");
@@ -70,7 +70,7 @@ void CheckPackageName(const std::string& path, bool isArchive, Findings& finding
         add(RuleId::kNameTemp, "'" + name + "' is recorded as '" + record + "'");
     }
     if (isArchive && name.find_first_of("*?[") != std::string::npos) {
-        add(RuleId::kNameWildcard, "'" + name + "' holds a wildcard");
+        add(RuleId::kNameWildcard, "'" + name + "' contains a wildcard");
     }
 }
 
@@ -92,7 +92,7 @@ void CheckNeighbours(const std::string& path, Findings& findings)
     }
     for (const std::string& other : others) {
         findings.Add(other.front() == '.' ? RuleId::kNameTwin : RuleId::kNameNeighbour,
-                     Place::Whole(), "beside it stands '" + other + "'");
+                     Place::Whole(), "in the same folder there is '" + other + "'");
     }
 }
 
@@ -115,7 +115,7 @@ std::string MissingText(const archive::Package& package, const std::string& name
         const std::size_t slash = entry.name.rfind('/');
         const std::string last = entry.name.substr(slash == std::string::npos ? 0 : slash + 1);
         if (strcasecmp(last.c_str(), name.c_str()) == 0) {
-            return "there is no '" + name + "', but '" + entry.name + "'";
+            return "there is no '" + name + "', but there is '" + entry.name + "'";
         }
     }
     return "there is no '" + name + "' at the top level";

@@ -49,6 +49,7 @@ enum class RuleId : std::size_t {
     kEntryEncrypted,
     kEntryMethod,
     kEntryBzip2,
+    kEntryDeflate64,
     kEntryVersion,
     kEntryLink,
     kEntryLabel,

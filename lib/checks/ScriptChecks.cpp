@@ -38,7 +38,7 @@ void CheckFirstLine(std::string_view line, const Place& place, Severity failure,
     const std::string interpreter = InterpreterOf(line);
     if (interpreter.empty() || interpreter.front() != '/') {
         findings.AddAs(failure, RuleId::kScriptInterpreter, place,
-                       "'" + interpreter + "' is no full path of an interpreter");
+                       "'" + interpreter + "' is not the full path of an interpreter");
     } else if (interpreter != "/bin/sh") {
         findings.AddAs(Severity::kNote, RuleId::kScriptInterpreter, place,
                        "needs '" + interpreter + "' on the panel");
@@ -56,7 +56,7 @@ void CheckScript(const std::string& text, ScriptUse use, const Place& place, Sev
     }
     const std::string script = use == ScriptUse::kStep ? Replace_CRLF_to_LF(text) : text;
     if (script.find('\0') != std::string::npos) {
-        findings.AddAs(failure, RuleId::kScriptZero, place, "holds a zero byte");
+        findings.AddAs(failure, RuleId::kScriptZero, place, "contains a zero byte");
     }
     if (std::string_view(script).substr(0, kMark.size()) == kMark) {
         findings.AddAs(failure, RuleId::kScriptMark, place, "begins with a byte order mark");
@@ -67,7 +67,7 @@ void CheckScript(const std::string& text, ScriptUse use, const Place& place, Sev
     if (script.find('\r', first.size()) != std::string::npos) {
         const bool isStartup = use == ScriptUse::kStartup;
         findings.AddAs(isStartup ? Severity::kError : Severity::kWarning, RuleId::kScriptCarriage,
-                       place, "holds carriage returns");
+                       place, "contains carriage returns");
     }
 }
 

@@ -46,7 +46,7 @@ public:
         if (kind == nullptr) {
             m_findings.AddAs(isUsed ? m_failure : Severity::kWarning, RuleId::kSettingKind,
                              PlaceIn(*id, path + ".ConfigId"),
-                             "'" + id->text + "' is no kind of setting: " +
+                             "'" + id->text + "' is not a known kind of setting: " +
                                  io::NearestRemedy(id->text, ConfigIds()));
             return;
         }
@@ -102,14 +102,14 @@ private:
         const Place place = ItemPlace(item, "Value", path);
         if (name.find_first_of("*?[{~") != std::string::npos) {
             m_findings.Add(RuleId::kSettingPattern, ItemPlace(item, "ItemName", path),
-                           "holds a character of patterns");
+                           "contains a wildcard character");
         }
         if (const std::string changed = format::ChangedBare(value); !changed.empty()) {
-            m_findings.Add(RuleId::kSettingShell, place, "holds " + changed);
+            m_findings.Add(RuleId::kSettingShell, place, "contains " + changed);
         } else if (value.find_first_of(" \t") != std::string::npos) {
-            m_findings.Add(RuleId::kSettingBlank, place, "holds blanks");
+            m_findings.Add(RuleId::kSettingBlank, place, "contains blanks");
         } else if (value.find_first_of("*?[{~") != std::string::npos) {
-            m_findings.Add(RuleId::kSettingPattern, place, "holds a character of patterns");
+            m_findings.Add(RuleId::kSettingPattern, place, "contains a wildcard character");
         }
     }
 
@@ -169,22 +169,24 @@ private:
     {
         // What is wrong is told without the text: it may be a password.
         if (!format::ChangedInSingleQuotes(text).empty()) {
-            m_findings.Add(RuleId::kUserQuote, place, "holds a single quote");
+            m_findings.Add(RuleId::kUserQuote, place, "contains a single quote");
         } else if (isUser && text.find(':') != std::string::npos) {
-            m_findings.Add(RuleId::kUserQuote, place, "holds ':'");
+            m_findings.Add(RuleId::kUserQuote, place, "contains ':'");
         }
         if (isUser && !IsUserName(text)) {
             m_findings.AddAs(m_failure, RuleId::kUserName, place,
-                             "is no name that a user can have");
+                             "is not a name that a user can have");
         }
         if (!format::ChangedByEcho(text).empty()) {
-            m_findings.Add(RuleId::kUserEscape, place, "holds a backslash that is read");
+            m_findings.Add(RuleId::kUserEscape, place,
+                           "contains a backslash that a shell interprets");
         } else if (text.find('\\') != std::string::npos) {
-            m_findings.AddAs(Severity::kWarning, RuleId::kUserEscape, place, "holds a backslash");
+            m_findings.AddAs(Severity::kWarning, RuleId::kUserEscape, place,
+                             "contains a backslash");
         }
         if (text.find_first_of("\r\n") != std::string::npos ||
             text.find('\0') != std::string::npos) {
-            m_findings.Add(RuleId::kUserLine, place, "holds a line break or a zero byte");
+            m_findings.Add(RuleId::kUserLine, place, "contains a line break or a zero byte");
         }
         constexpr std::size_t kLongest = 511; // what the panel's password library takes
         if (!isUser && text.size() > kLongest) {

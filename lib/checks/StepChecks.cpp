@@ -89,8 +89,8 @@ private:
         if (kind == nullptr) {
             m_unclear.insert(number);
             m_findings.Add(RuleId::kStepKind, PlaceIn(*id, path + ".SS_StepSetId"),
-                           "'" + id->text +
-                               "' is no kind of step: " + io::NearestRemedy(id->text, StepIds()));
+                           "'" + id->text + "' is not a known kind of step: " +
+                               io::NearestRemedy(id->text, StepIds()));
             return;
         }
         if (format::ClassOf(step) != kind->info) {
@@ -153,7 +153,7 @@ private:
         CheckPayloadFile(item, name, entry);
         CheckPermissions(item);
         if (const std::string changed = format::ChangedInDoubleQuotes(name); !changed.empty()) {
-            m_findings.Add(RuleId::kSourceShell, item.At("SourcePath"), "holds " + changed);
+            m_findings.Add(RuleId::kSourceShell, item.At("SourcePath"), "contains " + changed);
         }
         const Place place = item.At("DestinationPath");
         CheckCommand("cp -f \"" + m_unpacked + entry + "\" \"" + target + "\" ", place, m_failure,
@@ -172,7 +172,7 @@ private:
     {
         if (name.empty()) {
             m_findings.AddAs(m_failure, RuleId::kPayloadMissing, item.At("SourcePath"),
-                             "names no file");
+                             "does not name a file");
             return;
         }
         const archive::PackageEntry* found = m_package.Find(entry);
@@ -190,13 +190,13 @@ private:
         const std::vector<std::string> others = FilesIn(item.folder);
         if (found != nullptr || others.empty()) {
             m_findings.AddAs(m_failure, RuleId::kPayloadMissing, item.At("SourcePath"),
-                             found != nullptr ? "'" + entry + "' is no file"
+                             found != nullptr ? "'" + entry + "' is not a file"
                                               : "there is no '" + entry + "' in the package");
             return;
         }
         const std::string nearest = io::Nearest(name, others);
         m_findings.AddAs(m_failure, RuleId::kPayloadName, item.At("SourcePath"),
-                         "there is no '" + entry + "', but '" + item.folder + "/" +
+                         "there is no '" + entry + "', but there is '" + item.folder + "/" +
                              (nearest.empty() ? others.front() : nearest) + "'");
         // They are what the item means, so they are not unused besides.
         m_usedFolders.insert(item.folder);
@@ -240,7 +240,8 @@ private:
             m_findings.Add(RuleId::kPermissions, place,
                            "'" + mode + "' is a question to chmod: no mode is set");
         } else if (!format::IsMode(mode)) {
-            m_findings.AddAs(m_failure, RuleId::kPermissions, place, "'" + mode + "' is no mode");
+            m_findings.AddAs(m_failure, RuleId::kPermissions, place,
+                             "'" + mode + "' is not a mode");
         } else if (mode.find_first_of("+-=") == 0 || mode.find(",+") != std::string::npos ||
                    mode.find(",-") != std::string::npos || mode.find(",=") != std::string::npos) {
             m_findings.Add(RuleId::kPermissionsMask, place, "does not say for whom");
@@ -286,7 +287,8 @@ private:
     {
         if (state == TargetState::kBelowFile || state == TargetState::kFolder) {
             m_findings.AddAs(m_failure, RuleId::kTargetBelowFile, place,
-                             "'" + target + "' is, or lies below, what is something else by then");
+                             "'" + target +
+                                 "' or a folder above it is something else by that step");
         } else if (state == TargetState::kTwice) {
             m_findings.Add(RuleId::kTargetTwice, place, "'" + target + "' is written twice");
         }
@@ -336,7 +338,7 @@ private:
     {
         if (const std::string changed = format::ChangedInDoubleQuotes(entry.name);
             !changed.empty()) {
-            m_findings.Add(RuleId::kSourceShell, Place::Entry(entry.name), "holds " + changed);
+            m_findings.Add(RuleId::kSourceShell, Place::Entry(entry.name), "contains " + changed);
         }
         if (entry.kind == archive::PackageEntry::Kind::kFolder) {
             if (!target.empty() && !m_targets.AddFolder(target)) {
@@ -376,19 +378,19 @@ private:
         }
         if (const std::string changed = format::ChangedInDoubleQuotes(target + behind);
             !changed.empty()) {
-            m_findings.Add(RuleId::kTargetShell, place, "holds " + changed);
+            m_findings.Add(RuleId::kTargetShell, place, "contains " + changed);
         }
         if (target.find_first_of(":\\") != std::string::npos) {
-            m_findings.Add(RuleId::kTargetSeparator, place, "holds ':' or '\\'");
+            m_findings.Add(RuleId::kTargetSeparator, place, "contains ':' or '\\'");
         }
         if (target.find_first_of("\r\n") != std::string::npos ||
             target.find('\0') != std::string::npos) {
             m_findings.AddAs(target.find('\0') != std::string::npos ? Severity::kError
                                                                     : Severity::kWarning,
-                             RuleId::kTargetLine, place, "holds a line break or a zero byte");
+                             RuleId::kTargetLine, place, "contains a line break or a zero byte");
         }
         if (target.front() != '/') {
-            m_findings.Add(RuleId::kTargetRelative, place, "'" + target + "' is no full path");
+            m_findings.Add(RuleId::kTargetRelative, place, "'" + target + "' is not a full path");
             return false;
         }
         return CheckTargetFolder(target, place);
@@ -412,12 +414,12 @@ private:
                              "is longer than a name on the panel may be");
         }
         if (io::IsIn(plain, panel::kRegistry)) {
-            m_findings.Add(RuleId::kTargetRegistry, place, "lies in the registry of packages");
+            m_findings.Add(RuleId::kTargetRegistry, place, "is in the registry of packages");
         }
         for (const char* const folder :
              {"/dev", panel::kDriveFolder, "/proc", "/run", "/sys", "/tmp"}) {
             if (io::IsIn(plain, folder)) {
-                m_findings.Add(RuleId::kTargetLost, place, std::string("lies in '") + folder + "'");
+                m_findings.Add(RuleId::kTargetLost, place, std::string("is in '") + folder + "'");
             }
         }
         return !isLong;
@@ -485,7 +487,7 @@ void CheckEntries(const archive::Package& package, Findings& findings)
                          "is a file of a desktop system");
         } else if (entry.kind == archive::PackageEntry::Kind::kOther) {
             findings.Add(RuleId::kEntryLink, Place::Entry(entry.name),
-                         "is neither file nor folder");
+                         "is neither a file nor a folder");
         }
     }
 }

@@ -61,11 +61,11 @@ void CheckProgram(const std::string& bytes, std::uint64_t size, const format::Pr
     if (!head.has_value()) {
         const bool isScript = bytes.compare(0, 2, "#!") == 0;
         findings.Add(isScript ? RuleId::kUpdaterScript : RuleId::kUpdaterProgram, place,
-                     isScript ? "is a script" : "is no program");
+                     isScript ? "is a script" : "is not a program");
         return;
     }
     if (NeededSize(bytes, *head) > size) {
-        findings.Add(RuleId::kUpdaterCut, place, "ends before the program does");
+        findings.Add(RuleId::kUpdaterCut, place, "is truncated");
     }
     if (processor != nullptr && !head->IsFor(*processor)) {
         findings.Add(RuleId::kUpdaterProcessor, place,

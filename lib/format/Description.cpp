@@ -32,7 +32,7 @@ Description ReadDescription(const archive::Package& package)
         throw io::Error(io::ExitCode::kNoAccess, package.Path(),
                         std::string("there is no ") + archive::kDescriptionName +
                             " at its top level",
-                        "a package is packed from inside its folder");
+                        "pack it from inside its folder");
     }
     const std::string place = package.Path() + ":" + archive::kDescriptionName;
     if (entry->kind == archive::PackageEntry::Kind::kLink) {

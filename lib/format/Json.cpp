@@ -130,8 +130,8 @@ const std::string& JsonNode::TextOf(std::string_view key) const
 
 const char* JsonNode::KindName() const
 {
-    constexpr std::array<const char*, 6> kNames = {"null", "flag",  "number",
-                                                   "text", "array", "object"};
+    constexpr std::array<const char*, 6> kNames = {"null",   "a flag",   "a number",
+                                                   "a text", "an array", "an object"};
     return kNames[static_cast<std::size_t>(kind)];
 }
 
@@ -142,7 +142,7 @@ JsonNode ParseJson(std::string_view text, std::size_t& end)
     JsonNode above;
     JsonNode root;
     bool isRead = false;
-    std::string why = "is no JSON from here on";
+    std::string why = "is not JSON from here on";
     try {
         isRead = Builder(above, text.data(), places, 0).ParseInto(root, in);
     } catch (const std::exception& error) {

@@ -37,7 +37,7 @@ struct JsonNode {
     /// Returns the text of the member of that key, or an empty one when it is missing or no text.
     [[nodiscard]] const std::string& TextOf(std::string_view key) const;
 
-    /// Returns the word for the kind: "object", "text", …
+    /// Returns the kind in words, with its article: "an object", "a text", "null", …
     [[nodiscard]] const char* KindName() const;
 };
 

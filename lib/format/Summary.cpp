@@ -191,7 +191,7 @@ Summary Summarize(const archive::Package& package)
     }
     if (!description.root->IsObject()) {
         throw io::Error(io::ExitCode::kProblems, place(description.root->place),
-                        std::string("is no object but ") + description.root->KindName(),
+                        std::string("is ") + description.root->KindName() + ", not an object",
                         "begin with { and the \"$type\" of the project");
     }
     return Summarizer(package).Run(*description.root);

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "io/TemporaryFile.h"
+
 #include <string>
 
 namespace kx::io
@@ -16,30 +18,28 @@ public:
     /// Path that stands for standard output.
     static constexpr const char* kStandardOutput = "-";
 
-    /// Begins the file.
-    /// @throws Error when it cannot be made
+    /// Begins the file. Its mode will be 666 less the umask.
+    /// @param path  what a link at it leads to stays as it is: the file replaces the link
+    /// @throws Error when it cannot be made, or something that is neither file nor link has the
+    /// name
     explicit AtomicFile(std::string path);
     AtomicFile(const AtomicFile&) = delete;
     AtomicFile& operator=(const AtomicFile&) = delete;
     /// Removes what was written, unless Commit took place.
     ~AtomicFile();
 
-    /// The file, for reading and writing at any place.
-    [[nodiscard]] int Descriptor() const { return m_descriptor; }
+    /// The file, for reading and writing at any place. It stays owned by this object.
+    [[nodiscard]] const Descriptor& File() const { return m_new.file; }
 
-    /// Brings what was written to the disk and gives it its name.
+    /// Brings what was written to the disk and gives it its name; or writes it to standard output.
     /// @throws Error when that fails; an older file is unchanged
     void Commit();
 
 private:
-    void Begin(const std::string& folder);
-    void GiveName();
     void CopyToStandardOutput() const;
-    [[nodiscard]] std::string Beside(unsigned number) const;
 
     std::string m_path;
-    std::string m_temporary; ///< name for the time being; empty while there is none
-    int m_descriptor = -1;
+    NewFile m_new;
 };
 
 } // namespace kx::io

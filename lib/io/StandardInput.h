@@ -2,6 +2,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "io/Descriptor.h"
+
+#include <cstdint>
 #include <string>
 
 namespace kx::io
@@ -13,25 +16,31 @@ constexpr const char* kStandardInput = "-";
 /// What a package from standard input is taken to be called.
 constexpr const char* kStandardInputName = "package.kx-update";
 
+/// Writes all of standard input to an open file.
+/// @param shown   what an error calls that file
+/// @param limit   for standard input, in bytes
+/// @param remedy  what to do about more; may be empty
+/// @return how many bytes there were
+/// @throws Error when standard input is a terminal, cannot be read, or is larger than @p limit, and
+///         when the file cannot be written
+std::uint64_t CopyStandardInput(const Descriptor& file, const std::string& shown,
+                                std::uint64_t limit, const std::string& remedy = {});
+
 /// All of standard input, in a file without a name: packages are read from their end.
 class StandardInput
 {
 public:
     /// Reads standard input to its end.
-    /// @throws Error when it is a terminal, cannot be read, or is larger than the temporary folder
-    ///         has room ($TMPDIR, otherwise /tmp)
+    /// @throws Error as CopyStandardInput; also when it is larger than the temporary folder has
+    /// room
+    ///         ($TMPDIR, otherwise /tmp)
     StandardInput();
-    StandardInput(const StandardInput&) = delete;
-    StandardInput& operator=(const StandardInput&) = delete;
-    ~StandardInput();
 
     /// A path under which the file can be opened as long as this object lives.
     [[nodiscard]] const std::string& Path() const { return m_path; }
 
 private:
-    void Read();
-
-    int m_file;
+    Descriptor m_file;
     std::string m_path;
 };
 

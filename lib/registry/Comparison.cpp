@@ -13,7 +13,7 @@ namespace kx::registry
 namespace
 {
 
-using Kind = io::PanelRoot::Kind;
+using Kind = io::RootedFolder::Kind;
 
 /// How many names an error lists.
 constexpr std::size_t kMostListedNames = 20;
@@ -25,10 +25,10 @@ const char* WhyNoName(const std::string& name)
         return "the name is empty";
     }
     if (name == "." || name == "..") {
-        return "is no name of a record";
+        return "is not the name of a record";
     }
     if (name.find('/') != std::string::npos) {
-        return "is no name of a record: it has a '/'";
+        return "is not the name of a record: it contains a '/'";
     }
     return nullptr;
 }
@@ -39,16 +39,16 @@ std::string RemedyFor(const std::string& name, const std::vector<std::string>& k
         return "no packages are recorded";
     }
     if (known.size() > kMostListedNames && io::Nearest(name, known).empty()) {
-        return "kx-package installed tells what there is";
+        return "kx-package installed lists what there is";
     }
     return io::NearestRemedy(name, known);
 }
 
-void RefuseUnknownName(const io::PanelRoot& root, const std::string& name)
+void RefuseUnknownName(const io::RootedFolder& root, const std::string& name)
 {
     if (const char* const why = WhyNoName(name); why != nullptr) {
         throw io::Error(io::ExitCode::kWrongUse, name, why,
-                        "kx-package installed tells what there is");
+                        "kx-package installed lists what there is");
     }
     const std::vector<std::string> known = RegistryNames(root);
     if (std::find(known.begin(), known.end(), name) == known.end()) {
@@ -59,7 +59,7 @@ void RefuseUnknownName(const io::PanelRoot& root, const std::string& name)
 }
 
 /// Adds one entry to what is known of its kind.
-void Count(const ListEntry& entry, const io::PanelRoot::Place& place, Comparison& comparison)
+void Count(const ListEntry& entry, const io::RootedFolder::Standing& place, Comparison& comparison)
 {
     Tally& tally = entry.isFolder ? comparison.folders : comparison.files;
     if (place.kind == (entry.isFolder ? Kind::kFolder : Kind::kFile)) {
@@ -83,7 +83,7 @@ bool Comparison::HasProblems() const
     return !record.problems.empty() || Missing() != 0 || OtherKind() != 0;
 }
 
-Comparison CompareRecord(const io::PanelRoot& root, const std::string& name)
+Comparison CompareRecord(const io::RootedFolder& root, const std::string& name)
 {
     RefuseUnknownName(root, name);
     Comparison comparison;

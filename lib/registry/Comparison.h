@@ -14,7 +14,7 @@ namespace kx::registry
 /// An entry of a record that is not as it was recorded.
 struct Deviation {
     ListEntry entry;
-    io::PanelRoot::Place place; ///< what is there instead
+    io::RootedFolder::Standing place; ///< what is there instead
 };
 
 /// How the recorded folders, or the recorded files, are found.
@@ -47,6 +47,6 @@ constexpr std::size_t kMostDeviations = 10'000;
 
 /// Compares a record with what is there.
 /// @throws Error when there is no record of that name; the remedy tells the nearest ones
-[[nodiscard]] Comparison CompareRecord(const io::PanelRoot& root, const std::string& name);
+[[nodiscard]] Comparison CompareRecord(const io::RootedFolder& root, const std::string& name);
 
 } // namespace kx::registry

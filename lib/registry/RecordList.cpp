@@ -4,13 +4,10 @@
 
 #include "io/Error.h"
 #include "io/Text.h"
+#include "io/Transfer.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <string_view>
 #include <utility>
-
-#include <unistd.h>
 
 namespace kx::registry
 {
@@ -47,15 +44,15 @@ public:
     ListSummary Finish()
     {
         if (m_line == 0 && !m_hasText) {
-            Problem("list-empty", "installedFile.list is empty: it was not written to its end");
+            Problem("list-empty", "installedFile.list is empty: it was not written completely");
             return std::move(m_sum);
         }
         if (m_hasText) {
             Problem(kDamaged, "line " + std::to_string(m_line + 1) +
-                                  " has no end: the list was not written to its end");
+                                  " is cut off: the list was not written completely");
         }
         if (m_part != Part::kFiles) {
-            Problem(kDamaged, "the line ' #file' is missing: the list was not written to its end");
+            Problem(kDamaged, "the line ' #file' is missing: the list was not written completely");
         } else if (!m_namesItself) {
             Problem(kDamaged, "the list does not name itself: it was cut, or is another record's");
         }
@@ -100,7 +97,7 @@ private:
         if (m_part == Part::kNone) {
             // One problem for all that stands before the first mark.
             if (!std::exchange(m_isHeadTold, true)) {
-                Problem(kDamaged, LineIs("stands before the line ' #dir'"));
+                Problem(kDamaged, LineIs("comes before the line ' #dir'"));
             }
             return;
         }
@@ -125,7 +122,7 @@ private:
         if (m_text.find('\0') != std::string::npos) {
             return "has a zero byte";
         }
-        return m_text.front() == '/' ? nullptr : "is no full path: it cannot be looked up";
+        return m_text.front() == '/' ? nullptr : "is not a full path and cannot be looked up";
     }
 
     [[nodiscard]] std::string LineIs(const char* what) const
@@ -167,14 +164,10 @@ ListSummary ReadRecordList(const io::Descriptor& file, const std::string& shown,
     std::string piece(1 << 16, '\0');
     std::uint64_t size = 0;
     for (;;) {
-        const ssize_t length = read(file.Number(), piece.data(), piece.size());
-        if (length < 0 && errno != EINTR) {
-            throw io::AccessError(shown, "read", errno);
-        }
-        if (length == 0) {
+        const std::size_t taken = io::ReadUpTo(file.Number(), piece.data(), piece.size(), shown);
+        if (taken == 0) {
             return reader.Finish();
         }
-        const auto taken = static_cast<std::size_t>(std::max<ssize_t>(length, 0));
         size += taken;
         if (size > kLargestList) {
             throw io::Error(io::ExitCode::kNoAccess, shown,

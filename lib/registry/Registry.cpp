@@ -9,7 +9,7 @@
 #include "format/Classes.h"
 #include "format/Description.h"
 #include "io/Error.h"
-#include "io/Text.h"
+#include "io/WholeFile.h"
 #include "model/DB_KxUserProject.h"
 #include "osa/OSA.h"
 
@@ -22,7 +22,7 @@ namespace kx::registry
 namespace
 {
 
-using Kind = io::PanelRoot::Kind;
+using Kind = io::RootedFolder::Kind;
 
 /// Keeps the first line that the updater's code logs: the cause, before what follows from it.
 class FirstLine final : public ILogger
@@ -80,15 +80,15 @@ std::string WhyNotToRead(const std::string& path)
         format::ParseDescription(io::ReadWholeFile(path, kLargestRecordedDescription));
     if (!description.root.has_value()) {
         const format::TextPlace& place = description.error.place;
-        return "is no JSON: line " + std::to_string(place.line) + ", column " +
-               std::to_string(place.column) + " behind the byte order mark";
+        return "is not JSON: line " + std::to_string(place.line) + ", column " +
+               std::to_string(place.column) + " after the byte order mark";
     }
     if (!description.root->IsObject()) {
-        return "is no JSON object (" + std::string(description.root->KindName()) +
-               "): the updater's window ends when it shows its list";
+        return std::string("is ") + description.root->KindName() +
+               ", not a JSON object: the updater's window ends when it shows its list";
     }
     if (format::ClassOf(*description.root) != &DB_KxUserProject::kInfo) {
-        return "is no package description: its \"$type\" is not '" +
+        return "is not a package description: its \"$type\" is not '" +
                std::string(DB_KxUserProject::kInfo.type) + "'";
     }
     return {};
@@ -127,7 +127,7 @@ void ReadIdentity(const io::Descriptor& file, Record& record)
                                root.ModelName, root.OsVersion,      root.Date};
 }
 
-void ReadDescriptionOf(const io::PanelRoot& root, Record& record)
+void ReadDescriptionOf(const io::RootedFolder& root, Record& record)
 {
     const std::string path = RecordPath(record.name) + "/" + archive::kDescriptionName;
     try {
@@ -137,7 +137,7 @@ void ReadDescriptionOf(const io::PanelRoot& root, Record& record)
     }
 }
 
-void ReadListOf(const io::PanelRoot& root, Record& record,
+void ReadListOf(const io::RootedFolder& root, Record& record,
                 const std::function<void(const ListEntry&)>& tell)
 {
     const std::string path = RecordPath(record.name) + "/" + kListName;
@@ -164,7 +164,7 @@ std::string WhatElse(Kind kind, const std::string& name)
                                         : "cannot be looked at";
     }
     return name == archive::kDescriptionName || name == kListName
-               ? "is a file: of a package that was unpacked to a folder without a name"
+               ? "is a file of a package that was unpacked into a folder without a name"
                : "is a file";
 }
 
@@ -175,7 +175,7 @@ std::string RecordPath(const std::string& name)
     return std::string(kRegistryPath) + "/" + name;
 }
 
-std::vector<std::string> RegistryNames(const io::PanelRoot& root)
+std::vector<std::string> RegistryNames(const io::RootedFolder& root)
 {
     std::vector<std::string> names;
     if (root.Look(kRegistryPath).kind == Kind::kMissing) {
@@ -190,7 +190,7 @@ std::vector<std::string> RegistryNames(const io::PanelRoot& root)
     return names;
 }
 
-Record ReadRecord(const io::PanelRoot& root, const std::string& name,
+Record ReadRecord(const io::RootedFolder& root, const std::string& name,
                   const std::function<void(const ListEntry&)>& tell)
 {
     Record record;
@@ -212,7 +212,7 @@ Record ReadRecord(const io::PanelRoot& root, const std::string& name,
     }
     if (list == Kind::kMissing) {
         AddProblem(record, "list-missing",
-                   "there is no installedFile.list: the record was not written to its end");
+                   "there is no installedFile.list: the record was not written completely");
     } else {
         ReadListOf(root, record, tell);
     }

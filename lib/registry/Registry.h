@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "io/PanelRoot.h"
+#include "io/RootedFolder.h"
 #include "panel/Names.h"
 #include "registry/RecordList.h"
 
@@ -55,13 +55,13 @@ struct Record {
 /// Returns the names of everything in the registry, in the order of their bytes, as the updater's
 /// own list finds them; none when there is no registry.
 /// @throws Error when it cannot be read
-[[nodiscard]] std::vector<std::string> RegistryNames(const io::PanelRoot& root);
+[[nodiscard]] std::vector<std::string> RegistryNames(const io::RootedFolder& root);
 
 /// Reads a record. What is wrong with it stands in the result.
 /// @param name  one of RegistryNames
 /// @param tell  is told the entries of the list
 [[nodiscard]] Record ReadRecord(
-    const io::PanelRoot& root, const std::string& name,
+    const io::RootedFolder& root, const std::string& name,
     const std::function<void(const ListEntry&)>& tell = [](const ListEntry& /*entry*/) {});
 
 } // namespace kx::registry

@@ -2,24 +2,17 @@
 // SPDX-License-Identifier: MIT
 #include "rehearsal/VirtualPanel.h"
 
+#include "io/Descriptor.h"
 #include "io/Error.h"
-#include "io/Text.h"
+#include "io/Transfer.h"
 #include "panel/FreshPanel.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
 #include <set>
 #include <string_view>
 #include <utility>
-
-#include <dirent.h>
-#include <fcntl.h>
-#include <linux/openat2.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace kx::rehearsal
 {
@@ -27,25 +20,7 @@ namespace kx::rehearsal
 namespace
 {
 
-/// Closes a descriptor at its end.
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor()
-    {
-        if (m_fd >= 0) {
-            close(m_fd);
-        }
-    }
-    [[nodiscard]] int Get() const { return m_fd; }
-    int Release() { return std::exchange(m_fd, -1); }
-
-private:
-    int m_fd;
-};
+using OnDisk = io::RootedFolder::Kind;
 
 std::string ParentOf(const std::string& path)
 {
@@ -56,14 +31,6 @@ std::string ParentOf(const std::string& path)
 std::string Joined(const std::string& folder, std::string_view name)
 {
     return (!folder.empty() && folder.back() == '/' ? folder : folder + "/") + std::string(name);
-}
-
-/// Returns the link's target.
-std::string TargetOf(int link)
-{
-    std::array<char, PATH_MAX> target{};
-    const ssize_t size = readlinkat(link, "", target.data(), target.size());
-    return size > 0 ? std::string(target.data(), static_cast<std::size_t>(size)) : std::string();
 }
 
 } // namespace
@@ -123,10 +90,7 @@ VirtualPanel::VirtualPanel(std::string root) : m_root(std::move(root))
         PutFreshPanel();
         return;
     }
-    m_rootFd = open(m_root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (m_rootFd < 0) {
-        throw io::AccessError(m_root, "open", errno);
-    }
+    m_folder.emplace(m_root);
 }
 
 void VirtualPanel::PutFreshPanel()
@@ -143,22 +107,6 @@ void VirtualPanel::PutFreshPanel()
     }
 }
 
-VirtualPanel::~VirtualPanel()
-{
-    if (m_rootFd >= 0) {
-        close(m_rootFd);
-    }
-}
-
-/// Opens something of the given panel: links never lead out of it.
-int VirtualPanel::OpenGiven(const std::string& plain, int flags) const
-{
-    open_how how = {};
-    how.flags = static_cast<unsigned long long>(flags | O_CLOEXEC);
-    how.resolve = RESOLVE_IN_ROOT;
-    return static_cast<int>(syscall(SYS_openat2, m_rootFd, plain.c_str(), &how, sizeof(how)));
-}
-
 /// Looks at something of the given panel, once.
 const VirtualPanel::Node& VirtualPanel::Given(const std::string& plain) const
 {
@@ -168,21 +116,22 @@ const VirtualPanel::Node& VirtualPanel::Given(const std::string& plain) const
     constexpr std::uint64_t kEffort = 1024; // system calls, and an entry
     m_effort += kEffort;
     Node node;
-    struct stat info {
-    };
-    const Descriptor file(OpenGiven(plain, O_PATH | O_NOFOLLOW));
-    if (file.Get() < 0 || fstat(file.Get(), &info) != 0) {
-        if (errno != ENOENT && errno != ENOTDIR) {
-            throw io::AccessError(m_root + plain, "look at", errno);
-        }
+    const io::RootedFolder::Standing standing = m_folder->LookAtLink(plain);
+    switch (standing.error) {
+    case 0:
+        break;
+    case ENOENT:
+    case ENOTDIR:
         return m_given[plain] = node;
+    default:
+        throw io::AccessError(m_root + plain, "look at", standing.error);
     }
-    node.isLink = S_ISLNK(info.st_mode);
+    node.isLink = !standing.target.empty();
     if (node.isLink) {
-        node.content = std::make_shared<const std::string>(TargetOf(file.Get()));
+        node.content = std::make_shared<const std::string>(standing.target);
     } else {
-        node.kind = S_ISDIR(info.st_mode) ? Kind::kFolder : Kind::kFile;
-        node.size = S_ISREG(info.st_mode) ? static_cast<std::uint64_t>(info.st_size) : 0;
+        node.kind = standing.kind == OnDisk::kFolder ? Kind::kFolder : Kind::kFile;
+        node.size = standing.size;
     }
     return m_given[plain] = node;
 }
@@ -293,34 +242,15 @@ VirtualPanel::Bytes VirtualPanel::Content(const std::string& path, std::uint64_t
         return place.kind == Kind::kFile ? At(place.path).content : nullptr;
     }
     const std::string given = m_root + place.path;
-    struct stat info {
-    };
-    const Descriptor file(OpenGiven(place.path, O_RDONLY | O_NONBLOCK | O_NOCTTY));
-    if (file.Get() < 0 || fstat(file.Get(), &info) != 0) {
-        throw io::AccessError(given, "open", errno);
+    const io::RootedFolder::Standing standing = m_folder->Look(place.path);
+    if (standing.error != 0) {
+        throw io::AccessError(given, "open", standing.error);
     }
-    if (!S_ISREG(info.st_mode)) {
+    if (standing.kind != OnDisk::kFile) {
         return nullptr;
     }
-    const auto refuseAbove = [&given, limit](std::uint64_t size) {
-        if (size > limit) {
-            throw io::Error(io::ExitCode::kNoAccess, given,
-                            "is larger than " + io::SizeText(limit));
-        }
-    };
-    refuseAbove(static_cast<std::uint64_t>(info.st_size));
-    std::string bytes;
-    bytes.reserve(static_cast<std::size_t>(info.st_size));
-    std::string piece(1 << 16, '\0');
-    for (ssize_t count = 1; count > 0;) {
-        count = read(file.Get(), piece.data(), piece.size());
-        if (count < 0) {
-            throw io::AccessError(given, "read", errno);
-        }
-        bytes.append(piece, 0, static_cast<std::size_t>(count));
-        refuseAbove(bytes.size()); // it may grow
-    }
-    return std::make_shared<const std::string>(std::move(bytes));
+    const io::Descriptor file = m_folder->Open(place.path, OnDisk::kFile);
+    return std::make_shared<const std::string>(io::ReadAll(file.Number(), limit, given));
 }
 
 std::vector<std::string> VirtualPanel::Names(const std::string& folder) const
@@ -331,18 +261,11 @@ std::vector<std::string> VirtualPanel::Names(const std::string& folder) const
     }
     std::set<std::string> names;
     if (!m_root.empty() && !IsGivenHidden(place.path)) {
-        Descriptor listed(OpenGiven(place.path, O_RDONLY | O_DIRECTORY));
-        DIR* const dir = listed.Get() < 0 ? nullptr : fdopendir(listed.Release());
-        if (dir == nullptr) {
-            throw io::AccessError(m_root + place.path, "list", errno);
-        }
-        for (const dirent* entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
-            const std::string_view name = entry->d_name;
-            if (name != "." && name != ".." && m_nodes.count(Joined(place.path, name)) == 0) {
-                names.emplace(name);
+        for (std::string& name : m_folder->Names(place.path)) {
+            if (m_nodes.count(Joined(place.path, name)) == 0) {
+                names.insert(std::move(name));
             }
         }
-        closedir(dir);
     }
     const std::string prefix = Joined(place.path, "");
     for (auto node = m_nodes.upper_bound(prefix);

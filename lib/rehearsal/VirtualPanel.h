@@ -2,9 +2,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "io/RootedFolder.h"
+
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -31,7 +34,7 @@ public:
     explicit VirtualPanel(std::string root);
     VirtualPanel(const VirtualPanel&) = delete;
     VirtualPanel& operator=(const VirtualPanel&) = delete;
-    ~VirtualPanel();
+    ~VirtualPanel() = default;
 
     /// Tells what the path leads to. A FIFO, a socket, a device count as files.
     [[nodiscard]] Kind KindOf(const std::string& path) const;
@@ -93,10 +96,9 @@ private:
     [[nodiscard]] const Node& At(const std::string& plain) const;
     [[nodiscard]] const Node& Given(const std::string& plain) const;
     [[nodiscard]] bool IsGivenHidden(const std::string& plain) const;
-    [[nodiscard]] int OpenGiven(const std::string& plain, int flags) const;
 
     std::string m_root;
-    int m_rootFd = -1;
+    std::optional<io::RootedFolder> m_folder; ///< that of the given panel
     std::map<std::string, Node>
         m_nodes; ///< by path without links; what differs from the given panel
     mutable std::unordered_map<std::string, Node>

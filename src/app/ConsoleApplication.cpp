@@ -2,10 +2,14 @@
 // SPDX-License-Identifier: MIT
 #include "app/ConsoleApplication.h"
 
+#include "app/PlatformChoice.h"
+
 #include <QApplication>
-#include <QFile>
+#include <QJsonObject>
+#include <QPluginLoader>
 #include <QString>
 #include <QStringList>
+#include <QVector>
 #include <QVersionNumber>
 #include <QtGlobal>
 
@@ -43,33 +47,27 @@ bool IsHidden(std::string_view entry)
         [entry](std::string_view name) { return entry.substr(0, name.size()) == name; });
 }
 
-/// Tells whether Qt can find the plugin of a platform.
+/// Tells whether Qt can find the plugin of a platform, in a folder or in itself.
 bool IsPlatformInstalled(const QString& name)
 {
-    const QString plugin = QStringLiteral("/libq%1.so").arg(name);
     QStringList folders(QString::fromLocal8Bit(qgetenv("QT_QPA_PLATFORM_PLUGIN_PATH")));
     for (const QString& library : QCoreApplication::libraryPaths()) {
         folders.append(library + QStringLiteral("/platforms"));
     }
-    return std::any_of(folders.begin(), folders.end(),
-                       [&plugin](const QString& folder) { return QFile::exists(folder + plugin); });
+    const QVector<QStaticPlugin> linkedIn = QPluginLoader::staticPlugins();
+    return IsPlatformIn(folders, name) ||
+           std::any_of(linkedIn.begin(), linkedIn.end(), [&name](const QStaticPlugin& plugin) {
+               return IsPlatformPlugin(plugin.metaData(), name);
+           });
 }
 
-/// Returns the value for QT_QPA_PLATFORM: "offscreen", then "minimal", then the given one.
-std::string ChoosePlatform()
+/// Returns the environment entry that chooses the platform; empty when there shall be none.
+std::string PlatformEntry()
 {
-    const char* const variable = std::getenv("QT_QPA_PLATFORM");
-    const std::string given = variable != nullptr ? variable : "";
-    // Qt 5.12 tries the names of a list in turn; to an older one the list would be one odd name.
-    if (QVersionNumber::fromString(QLatin1String(qVersion())) >= QVersionNumber(5, 12)) {
-        return given.empty() ? "offscreen;minimal" : "offscreen;minimal;" + given;
-    }
-    for (const std::string& name : {std::string("offscreen"), std::string("minimal"), given}) {
-        if (!name.empty() && IsPlatformInstalled(QString::fromStdString(name))) {
-            return name;
-        }
-    }
-    return "offscreen"; // built into Qt, or Qt says that it has none
+    const char* const given = std::getenv("QT_QPA_PLATFORM");
+    const std::string chosen = ChoosePlatform(QVersionNumber::fromString(QLatin1String(qVersion())),
+                                              given != nullptr ? given : "", IsPlatformInstalled);
+    return chosen.empty() ? chosen : "QT_QPA_PLATFORM=" + chosen;
 }
 
 /// A font configuration without fonts, in a pipe: nothing is scanned, cached or complained about.
@@ -111,14 +109,16 @@ private:
 class QtEnvironment
 {
 public:
-    QtEnvironment() : given(environ), platform("QT_QPA_PLATFORM=" + ChoosePlatform())
+    QtEnvironment() : given(environ), platform(PlatformEntry())
     {
         for (char** entry = given; entry != nullptr && *entry != nullptr; ++entry) {
             if (!IsHidden(*entry)) {
                 entries.push_back(*entry);
             }
         }
-        entries.push_back(platform.data());
+        if (!platform.empty()) {
+            entries.push_back(platform.data());
+        }
         entries.push_back(temporaryFolder.data());
         if (!noFonts.Variable().empty()) {
             entries.push_back(noFonts.Variable().data());

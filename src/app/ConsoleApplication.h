@@ -17,8 +17,8 @@ using ConsoleApplication = std::unique_ptr<QApplication, ConsoleApplicationDelet
 /// the window that started this process.
 ///
 /// Qt's offscreen platform is used; where it is missing the minimal one, then the one that
-/// `QT_QPA_PLATFORM` names. What Qt and its libraries remark meanwhile is dropped, except that no
-/// platform could be used, which ends the process. No file or folder is created. Environment and
-/// standard error are as before when the call returns.
+/// `QT_QPA_PLATFORM` names (PlatformChoice.h). What Qt and its libraries remark meanwhile is
+/// dropped, except that no platform could be used, which ends the process. No file or folder is
+/// created. Environment and standard error are as before when the call returns.
 /// @param argc, argv  must outlive the application object
 [[nodiscard]] ConsoleApplication MakeConsoleApplication(int& argc, char** argv);

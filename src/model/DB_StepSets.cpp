@@ -38,6 +38,12 @@ constexpr const ClassInfo* kStepSetsElements[] = {&DB_CopyStepSet::kInfo, &DB_Sc
 
 const ClassInfo DB_StepSet::kBaseInfo = {nullptr, nullptr, ViewOf(kStepSetFields), {}};
 
+int DB_StepSet::Initialize(std::map<std::string, picojson::value>& obj)
+{
+    // Qualified, so that the JSON type may stay incomplete here.
+    return ::InitializeRecord(*this, kBaseInfo, obj);
+}
+
 const ClassInfo DB_CopyStepSet::kInfo = {
     "Zt.Plugins.DB_CopyStepSet, Plexa", &DB_StepSet::kBaseInfo, ViewOf(kCopyStepSetFields), {}};
 

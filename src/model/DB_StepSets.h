@@ -4,11 +4,14 @@
 
 #include "model/DB_Fields.h"
 
-/// What every step record holds.
+/// What every step record holds. Which class it is and how one is made stays with the records.
 class DB_StepSet : public IPicoJ
 {
 public:
     static const ClassInfo kBaseInfo; ///< the fields that come first in every step record
+
+    /// Fills the three fields below, and none of a derived record.
+    [[nodiscard]] int Initialize(std::map<std::string, picojson::value>& obj) override;
 
     std::string SS_StepSetId; ///< names the kind of step
     std::string Comment;

@@ -4,16 +4,12 @@
 
 #include <utility>
 
-void PathList::push_back(std::string text)
-{
-    texts.push_back(std::move(text));
-    index.insert(texts.back());
-}
-
 void PathList::AppendOnce(std::string text)
 {
-    if (!Contains(text)) {
-        push_back(std::move(text));
+    // The index needs the text in its place. Most texts are new, so they are looked up once.
+    texts.push_back(std::move(text));
+    if (!index.insert(texts.back()).second) {
+        texts.pop_back();
     }
 }
 

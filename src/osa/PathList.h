@@ -7,7 +7,8 @@
 #include <string_view>
 #include <unordered_set>
 
-/// A doubly linked list of byte strings in the order of their insertion, with an index beside it.
+/// A doubly linked list of byte strings in the order of their insertion, each at most once, with an
+/// index beside it.
 ///
 /// The engine records in two such lists what an installation wrote. A package may hold tens of
 /// thousands of files, so "is it there already" must not walk the list: every way of changing the
@@ -22,10 +23,8 @@ public:
     PathList& operator=(const PathList&) = delete;
     ~PathList() = default;
 
-    /// Appends @p text, whether an equal text is in the list already or not.
-    void push_back(std::string text);
-
-    /// Appends @p text unless an equal text (byte for byte) is in the list.
+    /// Appends @p text unless an equal text (byte for byte) is in the list. There is no other way
+    /// in, so each text is there at most once.
     void AppendOnce(std::string text);
 
     /// Tells whether a text equal to @p text (byte for byte) is in the list.

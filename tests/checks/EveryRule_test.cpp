@@ -112,6 +112,7 @@ const RuleCase kCases[] = {
          r.Part("1/0/a").method = 12;
          r.Part("1/0/a").packed = std::string("BZh91AY&SY\x19\x93\x9b\x6b\0\0\0\x01\0\x20\0\x20\0\x21\x18\x46\x82\xee\x48\xa7\x0a\x12\x03\x32\x73\x6d\x60", 37);
      }},
+    {"entry-deflate64", "warning", "1/0/a", [](Recipe& r) { r.Part("1/0/a").method = 9; r.Part("1/0/a").packed = std::string("\x4b\x04\0", 3); }},
     {"entry-version", "error", "0/0/hello", [](Recipe& r) { r.Part("0/0/hello").version = 63; }},
     {"entry-link", "warning", "1/0/b", [](Recipe& r) { r.parts.push_back({"1/0/b", "a", 0120777}); }},
 

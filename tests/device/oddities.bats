@@ -330,3 +330,20 @@ x
 /opt/cut
 END
 }
+
+@test "a folder's name beyond ASCII is one like any other in console mode" {
+    local name='Ärger 日本語'
+    package "$name" <<<'copy_file(item("a", "/opt/demo/a"), record=True)'
+
+    device --env LC_ALL=C.UTF-8 --look 'ls -A /opt/demo /var/lib/KxUserPackages' \
+        -- "$UPDATER" -unzipedDir "/packages/$name"
+
+    expect_status 0
+    expect_panel <<END
+/opt/demo:
+a
+
+/var/lib/KxUserPackages:
+$name
+END
+}

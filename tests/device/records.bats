@@ -105,8 +105,8 @@ END
     grep -v '/var/lib' "$OUT" >"$OUT.told"
     same "$OUT.told" 'what was told' <<'END'
 UserPackage.kx-project
-  no record: is a file: of a package that was unpacked to a folder without a name
+  no record: is a file of a package that was unpacked into a folder without a name
 installedFile.list
-  no record: is a file: of a package that was unpacked to a folder without a name
+  no record: is a file of a package that was unpacked into a folder without a name
 END
 }

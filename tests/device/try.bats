@@ -319,7 +319,7 @@ copy_file(item("b", "/opt/b", "755", "b\n"))'
     try --fail 3 Foo.kx-update
     expect_error 2 '--fail: the installation ends before step 3; see kx-package plan and kx-package check'
     try --fail 1 Foo.kx-update
-    expect_error 2 '--fail: step 1 runs no command that could fail; kx-package plan tells the commands of every step'
+    expect_error 2 '--fail: step 1 runs no command that could fail; kx-package plan shows the commands of every step'
     try --fail -1 Foo.kx-update
     expect_status 2
     try --fail 1 --json - <Foo.kx-update
@@ -362,7 +362,7 @@ copy_file(item("b", "/opt/b", "755", "b\n"))'
         try --json "./$name.kx-update"
 
         expect_status 1
-        [[ "$(told '.installations[0].remarks[0]')" == "the panel's shell reads the "*" in the package's name as more than a letter; see kx-package check" ]]
+        [[ "$(told '.installations[0].remarks[0]')" == "the panel's shell reads the "*" in the package's name; see kx-package check" ]]
         [ ! -e x ] || fail 'the shell of this machine read the name'
     done
 }
@@ -417,11 +417,36 @@ copy_file(item("b", "/opt/b", "755", "b\n"))'
             'a panel cannot unpack the package: unzip ends with 9; see kx-package check' ]
     done
     try text.kx-update
-    [ "$(head -n 5 "$OUT")" = 'text.kx-update: not installed
+    # The panel removes what an earlier attempt may have left, whether there is anything or not.
+    [ "$(head -n 6 "$OUT")" = "text.kx-update: not installed
   a panel cannot unpack the package: unzip ends with 9; see kx-package check
 
 What the unpacking printed
-  | Archive:  /mnt/usb/text.kx-update' ]
+  | rm: cannot remove '/mnt/usb/text.temp': No such file or directory
+  | Archive:  /mnt/usb/text.kx-update" ]
+}
+
+@test "a file that a panel does not take for a package is not installed" {
+    hello Foo.zip
+
+    try Foo.zip
+
+    expect_status 1
+    expect_out <<'END'
+Foo.zip: not installed
+  a panel finds no package: the file's name does not end in .kx-update
+END
+}
+
+@test "the panel is left as the window leaves it" {
+    hello Foo.kx-update
+    prepare_try --shell Foo.kx-update
+
+    type_into $'ls -A /mnt/usb | sed s/^/left:/; echo seen $?; exit\n'
+
+    expect_status 0
+    grep -qx 'seen 0' screen
+    [ "$(grep -c '^left:' screen)" -eq 0 ]
 }
 
 @test "a package without its description, or its updater, is told so" {
@@ -446,7 +471,7 @@ What the unpacking printed
     try pipe.kx-update
     expect_error 3 'pipe.kx-update: is neither a file nor a folder; name a package or the folder of an unpacked one'
     try /
-    expect_error 3 '/: is no package; name a package or the folder of an unpacked one'
+    expect_error 3 '/: is not a package; name a package or the folder of an unpacked one'
     try --json none.kx-update
     expect_status 3
     expect_silence
@@ -486,7 +511,7 @@ What the unpacking printed
     [ "$status $stderr" = '3 kx-package: none: cannot open the updater: No such file or directory' ]
     echo text >text
     run --separate-stderr "$KX_PACKAGE" try --updater text Foo.kx-update
-    [ "$status $stderr" = '3 kx-package: text: is no program that can be started; name an updater with --updater PATH' ]
+    [ "$status $stderr" = '3 kx-package: text: is not a program that can be started; name an updater with --updater PATH' ]
     printf '\x7fELF\x02\x01\x01\0\0\0\0\0\0\0\0\0\x03\0\xf3\0%044d' 0 >riscv
     chmod 755 riscv
     run --separate-stderr "$KX_PACKAGE" try --updater riscv Foo.kx-update

@@ -2,36 +2,13 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
 #
-# The whole road: a package file on a USB flash drive, unpacked there and installed by the updater
-# that it brings along.
+# A package file on a USB flash drive, unpacked there by the window and installed by the updater that
+# it brings along: everything that reaches the panel, and what a drive leaves that is pulled too early.
 
-load device
-
-setup() {
-    device_setup
-    export KX_UPDATER # for the recipes
-    mkdir "$WORK/drive"
-    # Does with Foo.kx-update what the window does.
-    cat >"$PACKAGES/window.sh" <<'END'
-rm -r "/mnt/usb/Foo.temp" 2>/dev/null
-mkdir -p "/mnt/usb/Foo.temp"
-unzip -q -o "/mnt/usb/Foo.kx-update" -d "/mnt/usb/Foo.temp" || exit 99
-/mnt/usb/Foo.temp/kx_Updater -unzipedDir /mnt/usb/Foo.temp
-status=$?
-rm -r "/mnt/usb/Foo.temp"
-/usr/bin/kxsystem/usb_umount
-exit $status
-END
-}
-
-# from_drive [OPTION...]: plugs the drive in and installs its package.
-from_drive() {
-    device --usb "$WORK/drive" "$@" -- sh /packages/window.sh
-}
+load window
 
 @test "a package file is unpacked, installed by its own updater and recorded under its name" {
-    package_file "$WORK/drive/Foo.kx-update" <<'END'
-put("kx_Updater", open(os.environ["KX_UPDATER"], "rb").read(), 0o755)
+    drive_package Foo <<'END'
 copy_file(item(r"C:\work\app.bin", "/opt/demo/app.bin", "755", "program\n"), record=True)
 copy_folder(folder("/opt/demo/share", {
     "run": file("#!/bin/sh\n", 0o755), ".hidden": "h\n", "empty": {}, "日本語": {"two words": "t\n"},
@@ -39,24 +16,25 @@ copy_folder(folder("/opt/demo/share", {
 script("#!/bin/sh\nreadlink /proc/$(sed -n 's/^PPid:[^0-9]*//p' /proc/$PPID/status)/exe\n")
 hardware(setting("Backlight", ("Level", "8")))
 END
-    echo 'another file' >"$WORK/drive/readme.txt"
+    echo 'another file' >"$DRIVE/readme.txt"
 
-    from_drive --keep --look 'find /opt/demo -printf "%y %m %u:%g %p\n" | LC_ALL=C sort -k 4
+    window --keep --look 'find /opt/demo -printf "%y %m %u:%g %p\n" | LC_ALL=C sort -k 4
         cat /opt/demo/app.bin /opt/demo/share/1/2/3
         ls -A /var/lib/KxUserPackages; cat /var/lib/KxUserPackages/Foo/installedFile.list
-        ls -A /mnt/usb; ls /dev/sda1'
+        ls -A /mnt/usb; ls /dev/sda1' <<<"$TO_THE_END"
 
     expect_status 0
-    expect_out <<'END'
+    expect_transcript <<END
+$INSTALLED
 **** Installation step 1/4
 **** Installation step 2/4
 **** Installation step 3/4
 /mnt/usb/Foo.temp/kx_Updater
 **** Installation step 4/4
 Installation succeeded.
+$REMOVE
 END
-    expect_silence
-    expect_commands <<'END'
+    expect_window Foo <<'END'
 [sync]
 [/usr/bin/kxsystem/wprotect_off]
 [mkdir -p "/opt/demo/"]
@@ -122,28 +100,50 @@ END
 Foo.kx-update
 readme.txt
 END
-    cmp "$STATE/drive/Foo.kx-update" "$WORK/drive/Foo.kx-update"
+    cmp "$STATE/drive/Foo.kx-update" "$DRIVE/Foo.kx-update"
+}
+
+# The drive is gone when OK is pressed.
+PULLED="$INSTALL
+wait button OkButton
+state
+log
+press OkButton
+wait button RebootButton
+state"
+
+# quiet_package <RECIPE: puts Foo.kx-update on the drive, whose updater keeps the tools' complaints to
+# itself: in the log they come by a pipe of their own, piece by piece, anywhere between its lines.
+quiet_package() {
+    {
+        cat <<'END' && cat
+put("updater", open(os.environ["KX_UPDATER"], "rb").read(), 0o755)
+put("kx_Updater", '#!/bin/sh\nexec "${0%/*}/updater" "$@" 2>/dev/null\n', 0o755)
+END
+    } | package_file "$DRIVE/Foo.kx-update"
 }
 
 @test "the drive is pulled during a step: the next copy fails, nothing is recorded" {
-    package_file "$WORK/drive/Foo.kx-update" <<'END'
-put("kx_Updater", open(os.environ["KX_UPDATER"], "rb").read(), 0o755)
+    quiet_package <<'END'
 copy_file(item("a", "/opt/demo/a"), record=True)
 script("#!/bin/sh\n/usr/bin/kxsystem/drive pull\n")
 copy_file(item("b", "/opt/demo/b"), record=True)
 END
 
-    from_drive --look 'ls /opt/demo; ls -A /var/lib/KxUserPackages'
+    window --look 'ls /opt/demo; ls -A /var/lib/KxUserPackages' <<<"$PULLED"
 
-    expect_status 101
-    expect_out <<'END'
+    expect_transcript <<END
+$FAILED
 **** Installation step 1/3
 **** Installation step 2/3
 **** Installation step 3/3
 File copy error(= 256) is corrupted. From /mnt/usb/Foo.temp/2/0/b to /opt/demo/b  (Permissions=)
 Installation failed in step 3.
+$REMOVED
 END
-    [ "$(commands | tail -n 1)" = '[sync]' ]
+    expect_children 'imp_proc_finished  exitCode = 101, ExitStatus=0'
+    # Window and child each begin and end with one, also after a failure.
+    [ "$(commands | grep -cx '\[sync\]')" -eq 4 ]
     expect_panel <<'END'
 a
 ls: cannot access '/var/lib/KxUserPackages': No such file or directory
@@ -151,37 +151,37 @@ END
 }
 
 @test "the drive is pulled in the last step: the steps succeed, the record fails" {
-    package_file "$WORK/drive/Foo.kx-update" <<'END'
-put("kx_Updater", open(os.environ["KX_UPDATER"], "rb").read(), 0o755)
+    quiet_package <<'END'
 script("#!/bin/sh\n/usr/bin/kxsystem/drive pull\n")
 END
 
-    from_drive --look 'ls -A /var/lib/KxUserPackages/Foo'
+    window --look 'ls -A /var/lib/KxUserPackages/Foo' <<<"$PULLED"
 
-    expect_status 101
-    expect_out <<'END'
+    expect_transcript <<END
+$FAILED
 **** Installation step 1/1
 Installation succeeded.
+$REMOVED
 END
+    expect_children 'imp_proc_finished  exitCode = 101, ExitStatus=0'
     expect_panel </dev/null
 }
 
-@test "the examples are installed from their package file, and the start-up script runs" {
+# hello FILE: makes the example package with the updater that is tested.
+hello() {
     (cd "$ROOT" && . scripts/lib.sh && hello_source "$WORK/hello")
-    "$KX_PACKAGE" build "$WORK/hello" -o "$WORK/drive/Foo.kx-update" --updater "$KX_UPDATER" \
-        --processor "$(uname -m)"
+    "$KX_PACKAGE" build "$WORK/hello" -o "$1" --updater "$KX_UPDATER" --processor "$(uname -m)"
+}
 
-    from_drive --keep --look 'kx-setting-cui list'
-
-    expect_status 0
-    expect_out <<'END'
-**** Installation step 1/4
+HELLO_LINES='**** Installation step 1/4
 **** Installation step 2/4
 **** Installation step 3/4
 Hello from the panel.
 **** Installation step 4/4
-Installation succeeded.
-END
+Installation succeeded.'
+
+# expect_hello: what the example leaves on the panel, and that its start-up script works.
+expect_hello() {
     expect_panel <<'END'
 Level=8
 Mode=script
@@ -191,4 +191,39 @@ END
 
     device --keep --boot -- /mnt/user/bin/hello
     expect_out <<<'Hello from the panel.'
+}
+
+@test "the examples are installed from their package file, and the start-up script runs" {
+    hello "$DRIVE/Foo.kx-update"
+
+    window --keep --look 'kx-setting-cui list' <<<"$TO_THE_END"
+
+    expect_status 0
+    expect_transcript <<END
+$INSTALLED
+$HELLO_LINES
+$REMOVE
+END
+    expect_hello
+}
+
+@test "without the window, the commands that integrators are told do the same" {
+    hello "$DRIVE/Hello.kx-update"
+    # shellcheck disable=SC2016 # backquotes of the page
+    sed -n '/^## An unpacked package/,/^## /{/^```sh$/,/^```$/{/^```/d;p}}' \
+        "$ROOT/docs/operating.md" >"$PACKAGES/install.sh"
+    grep -q unzip "$PACKAGES/install.sh" || fail 'the page tells no commands'
+    # shellcheck disable=SC2016 # for the shell on the panel
+    echo 'exit $status' >>"$PACKAGES/install.sh"
+
+    device --usb "$DRIVE" --keep --look 'kx-setting-cui list; ls -A /mnt/usb' -- \
+        sh /packages/install.sh
+
+    expect_status 0
+    sed -i '/^Archive:\|^  *inflating:\|^  *creating:\|^ *extracting:/d' "$OUT"
+    expect_out <<<"$HELLO_LINES"
+    expect_silence
+    grep -x $'drive\t.*' "$TRACE" >"$WORK/events"
+    same "$WORK/events" 'the events of the drive' < <(printf 'drive\tplug\ndrive\tunmount\n')
+    expect_hello
 }

@@ -150,3 +150,61 @@ END
 [sync]
 END
 }
+
+# A damaged record of the kind that no other one shows.
+root_is_no_object() {
+    record a <<<'root(Title="A")'
+    record b <<<'description(b"\xef\xbb\xbf[1, 2]")'
+}
+
+@test "a record whose root is no object ends the window, and nothing is cleaned up" {
+    drive_package Foo </dev/null
+    root_is_no_object
+
+    window --keep "${RECORDED[@]}" <<'END'
+wait button InstallButton
+press InstalledListButton
+wait end
+END
+
+    expect_status 134
+    grep -q 'std::runtime_error' "$ERR"
+    expect_commands <<'END'
+[sync]
+[rm -r "/mnt/usb/Foo.temp"]
+[mkdir -p "/mnt/usb/Foo.temp"]
+[unzip -o "/mnt/usb/Foo.kx-update" -d "/mnt/usb/Foo.temp" ]
+END
+    [ -d "$STATE/drive/Foo.temp" ] || fail 'the unpacked folder is gone'
+}
+
+@test "during an installation it ends the window alone: the installer goes on to its end" {
+    # shellcheck disable=SC2016 # expanded on the panel
+    echo 'tail -s 0.05 --pid="$(cat /tmp/child)" -f /dev/null' >"$PACKAGES/wait-for-child"
+    drive_package Foo <<'END'
+script("#!/bin/sh\nsed -n 's/^PPid:[^0-9]*//p' /proc/$PPID/status >/tmp/child\n"
+       "mkfifo /tmp/go\necho waiting\ncat /tmp/go\n")
+copy_file(item("a", "/opt/demo/a"), record=True)
+END
+    root_is_no_object
+
+    window "${RECORDED[@]}" \
+        --look 'sh /packages/wait-for-child; ls -A /opt/demo /var/lib/KxUserPackages' <<END
+$INSTALL
+wait log waiting
+press InstalledListButton
+wait end
+$LET_GO
+END
+
+    expect_status 134
+    expect_panel <<'END'
+/opt/demo:
+a
+
+/var/lib/KxUserPackages:
+Foo
+a
+b
+END
+}

@@ -189,3 +189,27 @@ END
 ./Ärger 日本語.kx-update
 END
 }
+
+@test "so is one whose updater is named: it gets a folder that is not there" {
+    named 'Ärger 日本語'
+    local garbled
+    garbled=$(iconv -f LATIN1 -t UTF-8 <<<'Ärger 日本語') # each byte as a letter of its own
+
+    window --keep --env LC_ALL=C.UTF-8 -- "$UPDATER" -upDir /mnt/usb -q_Updater "$UPDATER" \
+        <<<"$TO_THE_END"
+
+    expect_transcript <<END
+$FAILED
+Unable to access /mnt/usb/$garbled.temp/UserPackage.kx-project file.
+$REMOVE
+END
+    expect_children 'imp_proc_finished  exitCode = 101, ExitStatus=0'
+    expect_window 'Ärger 日本語' <<'END'
+[sync]
+[sync]
+END
+    expect_drive <<'END'
+./bystander
+./Ärger 日本語.kx-update
+END
+}

@@ -40,7 +40,7 @@ expect_refused() {
         $'wait button OkButton\npress tab None'
     expect_refused "line 2: press OkButton x: a button is pressed by its NAME, a tab by 'tab' and its name; shown: $shown" \
         $'wait button OkButton\npress OkButton x'
-    expect_refused "line 2: press RebootButton: it did not come; shown: $shown" \
+    expect_refused "line 2: press RebootButton: still not so after 1 seconds; shown: $shown" \
         $'wait button OkButton\npress RebootButton' --patience 1
     [ -s "$WORK/window/failed.png" ]
 }

@@ -144,14 +144,14 @@ TEST_F(Registry, CopiesTheDescriptionByteForByte)
 TEST_F(Registry, HoldsOnlyTheSecondRunsPathsAfterTheSamePackageIsInstalledTwice)
 {
     const ShellRecorder shell(ShellRecorder::Mode::PassThrough);
-    q_UpdaterEngine::CopyFileList->push_back("/opt/first");
-    q_UpdaterEngine::CopyFolderList->push_back("/opt/one/");
+    q_UpdaterEngine::CopyFileList->AppendOnce("/opt/first");
+    q_UpdaterEngine::CopyFolderList->AppendOnce("/opt/one/");
     EXPECT_EQ(m_package.ClearInstalledLog(), 0);
     EXPECT_EQ(m_package.RegistInstalledLog(), 0);
 
     StartAnotherInstallation();
     SetPackage("Foo.temp", "second description");
-    q_UpdaterEngine::CopyFileList->push_back("/opt/second");
+    q_UpdaterEngine::CopyFileList->AppendOnce("/opt/second");
     EXPECT_EQ(m_package.ClearInstalledLog(), 0);
     EXPECT_EQ(m_package.RegistInstalledLog(), 0);
 
@@ -167,7 +167,7 @@ TEST_F(Registry, HoldsOnlyTheSecondRunsPathsAfterTheSamePackageIsInstalledTwice)
 TEST_F(Registry, ReplacesALongerListAndDescriptionThatWereNotRemoved)
 {
     const ShellRecorder shell(ShellRecorder::Mode::PassThrough);
-    q_UpdaterEngine::CopyFileList->push_back("/opt/" + std::string(5000, 'f'));
+    q_UpdaterEngine::CopyFileList->AppendOnce("/opt/" + std::string(5000, 'f'));
     EXPECT_EQ(m_package.RegistInstalledLog(), 0);
 
     StartAnotherInstallation();
@@ -223,10 +223,10 @@ TEST_F(Registry, LeavesItsOwnPathsWhereAStepRecordedThem)
 {
     const ShellRecorder shell(ShellRecorder::Mode::PassThrough);
     for (const char* const folder : {"/var/lib/KxUserPackages/Foo", "/opt/late/"}) {
-        q_UpdaterEngine::CopyFolderList->push_back(folder);
+        q_UpdaterEngine::CopyFolderList->AppendOnce(folder);
     }
     for (const char* const file : {"/var/lib/KxUserPackages/Foo/installedFile.list", "/opt/late"}) {
-        q_UpdaterEngine::CopyFileList->push_back(file);
+        q_UpdaterEngine::CopyFileList->AppendOnce(file);
     }
 
     EXPECT_EQ(m_package.RegistInstalledLog(), 0);
@@ -243,8 +243,8 @@ TEST_F(Registry, LeavesItsOwnPathsWhereAStepRecordedThem)
 TEST_F(Registry, WritesPathsOfAnyKindAsTheyWereRecorded)
 {
     const ShellRecorder shell(ShellRecorder::Mode::PassThrough);
-    q_UpdaterEngine::CopyFileList->push_back("/opt/%s \xFF\"\r");
-    q_UpdaterEngine::CopyFileList->push_back("");
+    q_UpdaterEngine::CopyFileList->AppendOnce("/opt/%s \xFF\"\r");
+    q_UpdaterEngine::CopyFileList->AppendOnce("");
 
     EXPECT_EQ(m_package.RegistInstalledLog(), 0);
 

@@ -116,11 +116,12 @@ TEST_F(Summaries, SayWhereADescriptionCannotBeRead)
     const std::string place = (m_dir / "Foo.temp") + ":UserPackage.kx-project";
     EXPECT_EQ(Thrown([&] { static_cast<void>(OfDescription("{\"a\": 1}")); }),
               "1: " + place +
-                  ":1:6: is no JSON from here on; the description must begin with a UTF-8 byte "
+                  ":1:6: is not JSON from here on; the description must begin with a UTF-8 byte "
                   "order mark");
-    EXPECT_EQ(Thrown([&] { static_cast<void>(OfDescription("\xef\xbb\xbf[]")); }),
-              "1: " + place +
-                  ":1:1: is no object but array; begin with { and the \"$type\" of the project");
+    EXPECT_EQ(
+        Thrown([&] { static_cast<void>(OfDescription("\xef\xbb\xbf[]")); }),
+        "1: " + place +
+            ":1:1: is an array, not an object; begin with { and the \"$type\" of the project");
 }
 
 } // namespace kx::format

@@ -1,6 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "io/AtomicFile.h"
+#include "io/Faults.h"
+#include "io/Transfer.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
 
@@ -8,10 +10,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <filesystem>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,43 +24,19 @@ using ::testing::IsEmpty;
 namespace
 {
 
-/// While true, the file system knows no files without names.
-bool namesOnly = false;
-
 void Write(const AtomicFile& file, const std::string& text)
 {
-    ASSERT_EQ(write(file.Descriptor(), text.data(), text.size()),
-              static_cast<ssize_t>(text.size()));
+    WriteAll(file.File().Number(), text, "the file");
 }
 
 } // namespace
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for a wrapped call
-extern "C" int __real_open64(const char* path, int flags, ...);
-extern "C" int __wrap_open64(const char* path, int flags, ...)
-{
-    mode_t mode = 0;
-    if ((flags & (O_CREAT | O_TMPFILE)) != 0) {
-        va_list args;
-        va_start(args, flags);
-        mode = va_arg(args, mode_t);
-        va_end(args);
-    }
-    if (namesOnly && (flags & O_TMPFILE) == O_TMPFILE) {
-        errno = EOPNOTSUPP;
-        return -1;
-    }
-    return __real_open64(path, flags, mode);
-}
-// NOLINTEND(bugprone-reserved-identifier)
-
 class AtomicFiles : public ::testing::TestWithParam<bool>
 {
 protected:
-    AtomicFiles() { namesOnly = GetParam(); }
-    ~AtomicFiles() override { namesOnly = false; }
-
     TempDir m_dir;
+    /// The parameter says that the file system knows no files without names.
+    Faults m_faults{Call::kOpenNameless, GetParam() ? EOPNOTSUPP : 0};
 };
 
 INSTANTIATE_TEST_SUITE_P(FileSystems, AtomicFiles, ::testing::Bool(), [](const auto& param) {
@@ -116,6 +92,28 @@ TEST_P(AtomicFiles, TakeAnotherNameThanOneThatIsTaken)
     EXPECT_THAT(m_dir.Tree(), ElementsAre(taken + " f 644 somebody's", "x f 644 new"));
 }
 
+TEST_P(AtomicFiles, CanHaveTheLongestNames)
+{
+    const std::string name(255, 'x');
+
+    AtomicFile file(m_dir / name);
+    file.Commit();
+
+    EXPECT_THAT(m_dir.Tree(), ElementsAre(name + " f 644 "));
+}
+
+TEST_P(AtomicFiles, ReplaceALinkAndNotWhatItLeadsTo)
+{
+    m_dir.Write("y", "kept");
+    std::filesystem::create_symlink("y", m_dir / "x");
+
+    AtomicFile file(m_dir / "x");
+    Write(file, "new");
+    file.Commit();
+
+    EXPECT_THAT(m_dir.Tree(), ElementsAre("x f 644 new", "y f 644 kept"));
+}
+
 TEST_P(AtomicFiles, RefuseAFolderThatIsNotThere)
 {
     EXPECT_EQ(Thrown([&] { const AtomicFile file(m_dir / "none/x"); }),
@@ -127,7 +125,7 @@ TEST_P(AtomicFiles, RefuseToReplaceWhatIsNoFile)
     m_dir.MakeDir("x");
 
     EXPECT_EQ(Thrown([&] { const AtomicFile file(m_dir / "x"); }),
-              "3: " + (m_dir / "x") + ": is there and no file; choose another name");
+              "3: " + (m_dir / "x") + ": is there already, and is not a file; choose another name");
 }
 
 TEST_P(AtomicFiles, GoToStandardOutputAtCommit)
@@ -140,6 +138,41 @@ TEST_P(AtomicFiles, GoToStandardOutputAtCommit)
     }
 
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "new");
+}
+
+TEST_P(AtomicFiles, TellThatStandardOutputCannotBeWritten)
+{
+    AtomicFile file(AtomicFile::kStandardOutput);
+    Write(file, "new");
+    const Faults faults(Call::kWrite, {{ENOSPC}});
+
+    EXPECT_EQ(Thrown([&] { file.Commit(); }),
+              "3: standard output: cannot write: No space left on device");
+}
+
+TEST(AtomicFile, LeavesAnOlderFileWhenItGetsNoName)
+{
+    const TempDir dir;
+    dir.Write("x", "older");
+    {
+        AtomicFile file(dir / "x");
+        Write(file, "new");
+        const Faults faults(Call::kLink, {{EEXIST}, {EDQUOT}});
+
+        EXPECT_EQ(Thrown([&] { file.Commit(); }),
+                  "3: " + (dir / "x") + ": cannot write: Disk quota exceeded");
+    }
+
+    EXPECT_THAT(dir.Tree(), ElementsAre("x f 644 older"));
+}
+
+TEST(AtomicFile, TellsAFolderThatCannotBeWritten)
+{
+    const TempDir dir;
+    const Faults faults(Call::kOpenNameless, {{EROFS}});
+
+    EXPECT_EQ(Thrown([&] { const AtomicFile file(dir / "x"); }),
+              "3: " + (dir / "x") + ": cannot write: Read-only file system");
 }
 
 } // namespace kx::io

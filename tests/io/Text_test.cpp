@@ -1,21 +1,28 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "io/Text.h"
-#include "support/TempDir.h"
-#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
 namespace kx::io
 {
 
-TEST(IsUtf8, TellsTextFromBytes)
+TEST(Printable, LeavesNothingThatPlaysWithATerminal)
 {
-    EXPECT_TRUE(IsUtf8(""));
-    EXPECT_TRUE(IsUtf8("a\xc3\xa4\xe3\x81\x82\xf0\x9f\x98\x80"));
-    EXPECT_FALSE(IsUtf8("a\xff"));
-    EXPECT_FALSE(IsUtf8("\xc3"));
-    EXPECT_FALSE(IsUtf8("\xc0\xaf"));
+    EXPECT_EQ(Printable(""), "");
+    EXPECT_EQ(Printable("a b\\\"'\xc3\xa4\xf0\x9f\x98\x80"), "a b\\\"'\xc3\xa4\xf0\x9f\x98\x80");
+    EXPECT_EQ(Printable("one\ntwo\r\t\x1b[2J\x7f"), "one\\ntwo\\x0d\\x09\\x1b[2J\\x7f");
+    EXPECT_EQ(Printable(std::string_view("a\0b", 3)), "a\\x00b");
+    // Control characters of two bytes.
+    EXPECT_EQ(Printable("\xc2\x80\xc2\x9f\xc2\xa0"), "\\xc2\\x80\\xc2\\x9f\xc2\xa0");
+}
+
+TEST(Printable, ShowsBytesThatAreNoTextOneByOne)
+{
+    EXPECT_EQ(Printable("\xff\xfe"), "\\xff\\xfe");
+    EXPECT_EQ(Printable("a\xe3\x81"), "a\\xe3\\x81");
+    EXPECT_EQ(Printable("\xe3\x81\xc3\xa4"), "\\xe3\\x81\xc3\xa4");
+    EXPECT_EQ(Printable("\xed\xa0\x80z"), "\\xed\\xa0\\x80z");
 }
 
 TEST(UnsafeCharacter, IsTheFirstThatAShellOrAListReadsAsItsOwn)
@@ -46,20 +53,6 @@ TEST(CountText, KnowsThePlural)
     EXPECT_EQ(CountText(0, "file"), "0 files");
     EXPECT_EQ(CountText(1, "file"), "1 file");
     EXPECT_EQ(CountText(2, "file"), "2 files");
-}
-
-TEST(ReadWholeFile, ReadsUpToItsLimitAndSaysWhatIsWrong)
-{
-    const TempDir dir;
-    const std::string path = dir.Write("file", "12345");
-
-    EXPECT_EQ(ReadWholeFile(path, 5), "12345");
-    EXPECT_EQ(Thrown([&] { static_cast<void>(ReadWholeFile(path, 4)); }),
-              "3: " + path + ": is larger than 4 bytes");
-    EXPECT_EQ(Thrown([&] { static_cast<void>(ReadWholeFile(dir.Path(), 4)); }),
-              "3: " + dir.Path() + ": is no file");
-    EXPECT_EQ(Thrown([&] { static_cast<void>(ReadWholeFile(dir / "none", 4)); }),
-              "3: " + (dir / "none") + ": cannot open: No such file or directory");
 }
 
 } // namespace kx::io

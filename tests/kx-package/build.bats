@@ -74,7 +74,7 @@ END
     TZ=UTC unzip -Z -T -s dated.kx-update | grep -c '20231114.221320' | grep -qx 6
     [ "$(stat -c %s plain.kx-update)" = "$(stat -c %s dated.kx-update)" ]
     SOURCE_DATE_EPOCH=yesterday kx build pkg --updater arm-updater -o x.kx-update
-    expect 2 '' "kx-package: SOURCE_DATE_EPOCH: is 'yesterday', which is no moment from 1970 to \
+    expect 2 '' "kx-package: SOURCE_DATE_EPOCH: is 'yesterday', which is not a time from 1970 to \
 2107; set it to seconds since 1970, or unset it"$'\n'
 }
 
@@ -127,7 +127,7 @@ END
     [ "$status" -eq 0 ]
     [ ! -s err ]
     jq -e '.file == "demo.kx-update" and .payloadFiles == 4 and .updater == "arm-updater"
-        and .remarks == ["pkg/package.toml:17:23: run begins like a program, but no pattern of '"'executable'"' fits it; it will not be executable"]
+        and .remarks == ["pkg/package.toml:17:23: run looks like a program, but no pattern of '"'executable'"' matches it; it will not be executable"]
         and (keys == ["file", "payloadFiles", "remarks", "size", "unpackedSize", "updater"])' out
     [ "$(jq .size out)" = "$(stat -c %s demo.kx-update)" ]
 }
@@ -166,11 +166,11 @@ END
     demo pkg
 
     kx build pkg --updater arm-updater -o demo.zip
-    expect 2 '' $'kx-package: demo.zip: the name does not end in .kx-update; the panel finds no other packages\n'
+    expect 2 '' $'kx-package: demo.zip: the name does not end in .kx-update; the panel would not find the package\n'
     kx build pkg --updater arm-updater -o .kx-update
-    expect 2 '' $'kx-package: .kx-update: the name does not end in .kx-update; the panel finds no other packages\n'
+    expect 2 '' $'kx-package: .kx-update: the name does not end in .kx-update; the panel would not find the package\n'
     kx build pkg --updater arm-updater -o 'a b.kx-update'
-    expect 2 '' $'kx-package: a b.kx-update: the package\'s name \'a b\' holds other characters than letters, digits, \'-\', \'_\' and \'.\'; choose another one\n'
+    expect 2 '' $'kx-package: a b.kx-update: the package\'s name \'a b\' contains characters other than letters, digits, \'-\', \'_\' and \'.\'; choose another one\n'
     kx build pkg --updater arm-updater -o - --json
     [ "$status" -eq 2 ]
     jq -e '.error.message == "--json and the package cannot share standard output"' out

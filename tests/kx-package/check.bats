@@ -82,7 +82,7 @@ note user-password DB_StepSets.\$values[3].HardSettingDatas.DB_HardwareConfigs.\
     run --separate-stderr "$KX_PACKAGE" check --processor arn hello.kx-update
     [ "$status" -eq 2 ]
     [ "$output" = "" ]
-    [ "$stderr" = "kx-package: --processor: 'arn' is no processor that is known; did you mean 'arm'?" ]
+    [ "$stderr" = "kx-package: --processor: 'arn' is not a known processor; did you mean 'arm'?" ]
 }
 
 @test "what cannot be read is told in one line" {

@@ -113,7 +113,7 @@ END
 
 @test "a mistyped command is told with the nearest one, also as JSON" {
     kx builx some
-    expect 2 '' $'kx-package: \'builx\' is no command; did you mean \'build\'?\n'
+    expect 2 '' $'kx-package: \'builx\' is not a command; did you mean \'build\'?\n'
     kx --json builx
     [ "$status" -eq 2 ]
     [ "$(jq -r .error.remedy out)" = "did you mean 'build'?" ]

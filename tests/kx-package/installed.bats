@@ -87,13 +87,13 @@ panel/var/lib/KxUserPackages: 2 packages
     [ ! -s err ]
     diff - <(grep -v '^  \(comment\|for\|date\):' out) <<'END'
 a 1.0: T a
-  problem:   there is no installedFile.list: the record was not written to its end
+  problem:   there is no installedFile.list: the record was not written completely
 b 1.0: T b
   recorded:  0 folders, 0 files
-  problem:   installedFile.list is empty: it was not written to its end
+  problem:   installedFile.list is empty: it was not written completely
 c
   recorded:  1 folder, 2 files
-  problem:   UserPackage.kx-project is no JSON object (text): the updater's window ends when it shows its list
+  problem:   UserPackage.kx-project is a text, not a JSON object: the updater's window ends when it shows its list
 z 1.0: T z
   recorded:  1 folder, 2 files
 circle

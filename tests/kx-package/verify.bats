@@ -101,11 +101,11 @@ demo: 2 of 3 folders and 2 of 5 files are there
     kx verify zzzz --root panel
     expect 2 '' $'kx-package: zzzz: there is no record of that name in panel/var/lib/KxUserPackages; there are demo and recipes\n'
     kx verify '' --root panel
-    expect 2 '' $'kx-package: the name is empty; kx-package installed tells what there is\n'
+    expect 2 '' $'kx-package: the name is empty; kx-package installed lists what there is\n'
     kx verify ../demo --root panel
-    expect 2 '' $'kx-package: ../demo: is no name of a record: it has a \'/\'; kx-package installed tells what there is\n'
+    expect 2 '' $'kx-package: ../demo: is not the name of a record: it contains a \'/\'; kx-package installed lists what there is\n'
     kx verify .. --root panel
-    expect 2 '' $'kx-package: ..: is no name of a record; kx-package installed tells what there is\n'
+    expect 2 '' $'kx-package: ..: is not the name of a record; kx-package installed lists what there is\n'
     kx verify $'\xff\e' --root panel
     [ "$status" -eq 2 ]
     grep -qF 'kx-package: \xff\x1b: there is no record' err
@@ -149,7 +149,7 @@ demo: 2 of 3 folders and 2 of 5 files are there
     cp shortened $list
     kx verify demo --root panel
     expect 1 "demo 1.0: T demo
-  problem:   line 6 has no end: the list was not written to its end
+  problem:   line 6 is cut off: the list was not written completely
   problem:   the list does not name itself: it was cut, or is another record's
   missing:   /gone (file, line 4)
 demo: 1 of 1 folder and 1 of 2 files are there
@@ -157,13 +157,13 @@ demo: 1 of 1 folder and 1 of 2 files are there
     cp empty $list
     kx verify demo --root panel
     expect 1 'demo 1.0: T demo
-  problem:   installedFile.list is empty: it was not written to its end
+  problem:   installedFile.list is empty: it was not written completely
 demo: 0 of 0 folders and 0 of 0 files are there
 ' ''
     rm $list
     kx verify demo --root panel
     expect 1 'demo 1.0: T demo
-  problem:   there is no installedFile.list: the record was not written to its end
+  problem:   there is no installedFile.list: the record was not written completely
 demo: 0 of 0 folders and 0 of 0 files are there
 ' ''
     rm -r panel/var/lib/KxUserPackages/demo

@@ -12,6 +12,7 @@
 #include "support/ProjectBuilder.h"
 
 #include <memory>
+#include <type_traits>
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -274,4 +275,77 @@ TEST_F(DescriptionRecord, WithOneBlankInItsStepNameIsUnknownToTheEngine)
     EXPECT_EQ(q_UpdaterEngine::CreateSS_StepSetObject(step.get()), nullptr);
 
     EXPECT_THAT(Lines(), ElementsAre("Zt.Plugins.SS_ScriptStepSet, Plexa is unknown class."));
+}
+
+namespace
+{
+
+/// A step record that adds nothing to what every step record holds.
+class PlainStep final : public DB_StepSet
+{
+public:
+    [[nodiscard]] const char* ClassType() const override { return "Test.PlainStep, Test"; }
+    [[nodiscard]] IPicoJ* New() const override { return new PlainStep; }
+};
+
+object PlainStepJson()
+{
+    return {{"SS_StepSetId", value("Test.Plain")},
+            {"Comment", value("a comment")},
+            {"CanSkip", value(true)}};
+}
+
+} // namespace
+
+static_assert(std::is_abstract_v<DB_StepSet>, "there is no step record that is of no class");
+
+TEST_F(DescriptionRecord, OfAnyStepFillsTheThreeFieldsOfItsBase)
+{
+    PlainStep step;
+    object json = PlainStepJson();
+
+    EXPECT_EQ(step.Initialize(json), 0);
+
+    EXPECT_EQ(step.SS_StepSetId, "Test.Plain");
+    EXPECT_EQ(step.Comment, "a comment");
+    EXPECT_TRUE(step.CanSkip);
+    EXPECT_EQ(json.size(), 3U);
+    EXPECT_THAT(Lines(), IsEmpty());
+}
+
+TEST_F(DescriptionRecord, OfAnyStepFillsThemInRootOnlyModeToo)
+{
+    q_UpdaterEngine::ChildlenMode = 1;
+    PlainStep step;
+    object json = PlainStepJson();
+
+    EXPECT_EQ(step.Initialize(json), 0);
+
+    EXPECT_TRUE(step.CanSkip);
+}
+
+TEST_F(DescriptionRecord, OfAnyStepReportsAFieldOfItsBaseUnderItsOwnClass)
+{
+    PlainStep step;
+    object json = PlainStepJson();
+    json["Comment"] = value(false);
+
+    EXPECT_EQ(step.Initialize(json), 2002);
+
+    EXPECT_EQ(step.SS_StepSetId, "Test.Plain");
+    EXPECT_FALSE(step.CanSkip);
+    EXPECT_THAT(Lines(), ElementsAre("No Test.PlainStep, Test.Comment field specified in "
+                                     ".kx-project ."));
+}
+
+TEST_F(DescriptionRecord, OfACopyStepFillsOnlyItsBaseWhenItsBaseIsAsked)
+{
+    DB_CopyStepSet step;
+    object json = PlainStepJson();
+
+    EXPECT_EQ(step.DB_StepSet::Initialize(json), 0);
+
+    EXPECT_EQ(step.SS_StepSetId, "Test.Plain");
+    EXPECT_EQ(step.PathSetDatas, nullptr);
+    EXPECT_EQ(json.size(), 3U);
 }

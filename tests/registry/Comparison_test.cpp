@@ -22,7 +22,7 @@ namespace
 
 Comparison Compare(const Panel& panel, const std::string& name)
 {
-    return CompareRecord(io::PanelRoot(panel.Root()), name);
+    return CompareRecord(io::RootedFolder(panel.Root()), name);
 }
 
 std::string ErrorFor(const Panel& panel, const std::string& name)
@@ -120,13 +120,15 @@ TEST(CompareRecord, RefusesNamesThatNoRecordHas)
 {
     const Panel panel;
     panel.Record("demo", {}, {});
-    const std::string remedy = "; kx-package installed tells what there is";
+    const std::string remedy = "; kx-package installed lists what there is";
 
     EXPECT_EQ(ErrorFor(panel, ""), "2: the name is empty" + remedy);
-    EXPECT_EQ(ErrorFor(panel, "."), "2: .: is no name of a record" + remedy);
-    EXPECT_EQ(ErrorFor(panel, ".."), "2: ..: is no name of a record" + remedy);
-    EXPECT_EQ(ErrorFor(panel, "demo/"), "2: demo/: is no name of a record: it has a '/'" + remedy);
-    EXPECT_EQ(ErrorFor(panel, "../x"), "2: ../x: is no name of a record: it has a '/'" + remedy);
+    EXPECT_EQ(ErrorFor(panel, "."), "2: .: is not the name of a record" + remedy);
+    EXPECT_EQ(ErrorFor(panel, ".."), "2: ..: is not the name of a record" + remedy);
+    EXPECT_EQ(ErrorFor(panel, "demo/"),
+              "2: demo/: is not the name of a record: it contains a '/'" + remedy);
+    EXPECT_EQ(ErrorFor(panel, "../x"),
+              "2: ../x: is not the name of a record: it contains a '/'" + remedy);
 }
 
 TEST(CompareRecord, NamesTheNearestRecord)
@@ -148,7 +150,7 @@ TEST(CompareRecord, NamesTheNearestRecord)
         panel.MakeDir(RecordPath("filler" + std::to_string(i)));
     }
     EXPECT_EQ(ErrorFor(panel, "zzzz"),
-              "2: zzzz" + none + "kx-package installed tells what there is");
+              "2: zzzz" + none + "kx-package installed lists what there is");
 }
 
 TEST(CompareRecord, TakesNamesOfAnyBytes)

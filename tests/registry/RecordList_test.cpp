@@ -74,9 +74,9 @@ TEST(ReadRecordList, TakesNamesAsTheyAre)
 
 TEST(ReadRecordList, TellsThatAListIsEmpty)
 {
-    EXPECT_THAT(Read("").problems,
-                ElementsAre("list-empty: installedFile.list is empty: it was not written to its "
-                            "end"));
+    EXPECT_THAT(
+        Read("").problems,
+        ElementsAre("list-empty: installedFile.list is empty: it was not written completely"));
 }
 
 struct DamagedList {
@@ -113,13 +113,13 @@ INSTANTIATE_TEST_SUITE_P(
         DamagedList{
             "NoFiles",
             " #dir\n/a\n",
-            {"list-damaged: the line ' #file' is missing: the list was not written to its end"}},
+            {"list-damaged: the line ' #file' is missing: the list was not written completely"}},
         DamagedList{"Heading",
                     "one\ntwo\n #dir\n #file\n" + kEnd,
-                    {"list-damaged: line 1 'one' stands before the line ' #dir'"}},
+                    {"list-damaged: line 1 'one' comes before the line ' #dir'"}},
         DamagedList{"CutInALine",
                     " #dir\n #file\n/a/b",
-                    {"list-damaged: line 3 has no end: the list was not written to its end",
+                    {"list-damaged: line 3 is cut off: the list was not written completely",
                      "list-damaged: the list does not name itself: it was cut, or is another "
                      "record's"}},
         DamagedList{"CutBetweenLines",
@@ -133,7 +133,7 @@ INSTANTIATE_TEST_SUITE_P(
         DamagedList{"EmptyLine", " #dir\n\n #file\n" + kEnd, {"list-damaged: line 2 is empty"}},
         DamagedList{"Relative",
                     " #dir\nopt/app\n #file\n" + kEnd,
-                    {"list-damaged: line 2 'opt/app' is no full path: it cannot be looked up"}},
+                    {"list-damaged: line 2 'opt/app' is not a full path and cannot be looked up"}},
         DamagedList{"ZeroByte",
                     " #dir\n #file\n/a" + std::string(1, '\0') + "b\n" + kEnd,
                     {"list-damaged: line 3 '/a" + std::string(1, '\0') + "b' has a zero byte"}},
@@ -141,11 +141,11 @@ INSTANTIATE_TEST_SUITE_P(
             "LongLine",
             " #dir\n #file\n/" + std::string(4095, 'x') + "\n" + kEnd,
             {"list-damaged: line 3 '/" + std::string(59, 'x') + "' is longer than a path can be"}},
-        DamagedList{"CarriageReturns",
-                    " #dir\r\n #file\r\n/a\r\n",
-                    {"list-damaged: line 1 ' #dir\r' stands before the line ' #dir'",
-                     "list-damaged: the line ' #file' is missing: the list was not written to its "
-                     "end"}}),
+        DamagedList{
+            "CarriageReturns",
+            " #dir\r\n #file\r\n/a\r\n",
+            {"list-damaged: line 1 ' #dir\r' comes before the line ' #dir'",
+             "list-damaged: the line ' #file' is missing: the list was not written completely"}}),
     [](const auto& row) { return std::string(row.param.name); });
 
 TEST(ReadRecordList, GoesOnBehindADamagedLine)

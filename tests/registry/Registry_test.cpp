@@ -28,7 +28,7 @@ constexpr const char* kMark = "\xef\xbb\xbf";
 std::vector<std::string> ProblemsOf(const Panel& panel, const std::string& name)
 {
     std::vector<std::string> problems;
-    for (const RecordProblem& problem : ReadRecord(io::PanelRoot(panel.Root()), name).problems) {
+    for (const RecordProblem& problem : ReadRecord(io::RootedFolder(panel.Root()), name).problems) {
         problems.push_back(std::string(problem.id) + ": " + problem.what);
     }
     return problems;
@@ -40,7 +40,7 @@ std::string ProblemWith(const std::string& description)
     const Panel panel;
     panel.Record("demo", {}, {});
     panel.Write(kRegistry + "/demo/UserPackage.kx-project", description);
-    const Record record = ReadRecord(io::PanelRoot(panel.Root()), "demo");
+    const Record record = ReadRecord(io::RootedFolder(panel.Root()), "demo");
     EXPECT_FALSE(record.identity.has_value());
     EXPECT_TRUE(record.has.has_value());
     const std::vector<std::string> problems = ProblemsOf(panel, "demo");
@@ -57,16 +57,16 @@ TEST(RegistryNames, AreThoseOfEverythingInTheOrderOfTheirBytes)
     panel.Record("\xff", {}, {});
     panel.Write(kRegistry + "/stray", "");
 
-    EXPECT_THAT(RegistryNames(io::PanelRoot(panel.Root())),
+    EXPECT_THAT(RegistryNames(io::RootedFolder(panel.Root())),
                 ElementsAre(".temp", "Demo", "demo", "stray", "two words", "\xff"));
 }
 
 TEST(RegistryNames, AreNoneWithoutARegistry)
 {
     const Panel panel;
-    EXPECT_THAT(RegistryNames(io::PanelRoot(panel.Root())), IsEmpty());
+    EXPECT_THAT(RegistryNames(io::RootedFolder(panel.Root())), IsEmpty());
     panel.MakeDir(kRegistry);
-    EXPECT_THAT(RegistryNames(io::PanelRoot(panel.Root())), IsEmpty());
+    EXPECT_THAT(RegistryNames(io::RootedFolder(panel.Root())), IsEmpty());
 }
 
 TEST(RegistryNames, RefuseARegistryThatIsNoFolder)
@@ -74,7 +74,7 @@ TEST(RegistryNames, RefuseARegistryThatIsNoFolder)
     const Panel panel;
     panel.Write(kRegistry, "");
 
-    EXPECT_EQ(Thrown([&] { static_cast<void>(RegistryNames(io::PanelRoot(panel.Root()))); }),
+    EXPECT_EQ(Thrown([&] { static_cast<void>(RegistryNames(io::RootedFolder(panel.Root()))); }),
               "3: " + panel.Root() + kRegistry + ": is no folder");
 }
 
@@ -83,7 +83,7 @@ TEST(RegistryNames, AreNotTakenFromOutside)
     const Panel panel;
     panel.Link("/var/lib/KxUserPackages", panel.Outside());
 
-    EXPECT_THAT(RegistryNames(io::PanelRoot(panel.Root())), IsEmpty());
+    EXPECT_THAT(RegistryNames(io::RootedFolder(panel.Root())), IsEmpty());
 }
 
 TEST(ReadRecord, TellsWhatTheDescriptionAndTheListSay)
@@ -91,7 +91,7 @@ TEST(ReadRecord, TellsWhatTheDescriptionAndTheListSay)
     const Panel panel;
     panel.Record("demo", {"/mnt/user/bin/"}, {"/mnt/user/bin/hello", "/mnt/x"});
 
-    const Record record = ReadRecord(io::PanelRoot(panel.Root()), "demo");
+    const Record record = ReadRecord(io::RootedFolder(panel.Root()), "demo");
 
     EXPECT_TRUE(record.isRecord);
     ASSERT_TRUE(record.identity.has_value());
@@ -121,17 +121,16 @@ TEST(ReadRecord, ReadsTheRootOnlyAsTheUpdatersListDoes)
 
 TEST(ReadRecord, TellsWhatIsWrongWithADescription)
 {
-    EXPECT_EQ(ProblemWith(""),
-              "description-unreadable: UserPackage.kx-project is no JSON: line 1, column 1 behind "
-              "the byte order mark");
+    EXPECT_EQ(ProblemWith(""), "description-unreadable: UserPackage.kx-project is not JSON: line "
+                               "1, column 1 after the byte order mark");
     EXPECT_EQ(ProblemWith(std::string(kMark) + "{\n \"a\": x}"),
-              "description-unreadable: UserPackage.kx-project is no JSON: line 2, column 7 behind "
+              "description-unreadable: UserPackage.kx-project is not JSON: line 2, column 7 after "
               "the byte order mark");
     EXPECT_EQ(ProblemWith(std::string(kMark) + "[1]"),
-              "description-unreadable: UserPackage.kx-project is no JSON object (array): the "
+              "description-unreadable: UserPackage.kx-project is an array, not a JSON object: the "
               "updater's window ends when it shows its list");
     EXPECT_EQ(ProblemWith(std::string(kMark) + "{}"),
-              "description-unreadable: UserPackage.kx-project is no package description: its "
+              "description-unreadable: UserPackage.kx-project is not a package description: its "
               "\"$type\" is not 'Zt.Plugins.DB_KxUserProject, Plexa'");
     std::string noDate = Panel::Description("demo");
     noDate.replace(noDate.find("\"Date\""), 6, "\"Data\"");
@@ -151,10 +150,10 @@ TEST(ReadRecord, IsNotHeldUpByHostileDescriptions)
     for (int i = 0; i < kDepth; ++i) {
         nested += "]}";
     }
-    EXPECT_EQ(ProblemWith(kMark + nested).substr(0, 70),
-              "description-unreadable: UserPackage.kx-project is no package descripti");
-    EXPECT_EQ(ProblemWith(kMark + std::string(1'000'000, '[')).substr(0, 58),
-              "description-unreadable: UserPackage.kx-project is no JSON:");
+    EXPECT_EQ(ProblemWith(kMark + nested).substr(0, 77),
+              "description-unreadable: UserPackage.kx-project is not a package description: ");
+    EXPECT_EQ(ProblemWith(kMark + std::string(1'000'000, '[')).substr(0, 59),
+              "description-unreadable: UserPackage.kx-project is not JSON:");
     EXPECT_EQ(ProblemWith(std::string((16U << 20) + 1, ' ')),
               "description-unreadable: UserPackage.kx-project is larger than 16.0 MiB");
 }
@@ -170,10 +169,11 @@ TEST(ReadRecord, TellsWhichFilesARecordLacks)
     EXPECT_THAT(ProblemsOf(panel, "a"),
                 ElementsAre("description-missing: there is no UserPackage.kx-project: the "
                             "updater's list leaves the package out"));
-    EXPECT_THAT(ProblemsOf(panel, "b"),
-                ElementsAre("list-missing: there is no installedFile.list: the record was not "
-                            "written to its end"));
-    EXPECT_FALSE(ReadRecord(io::PanelRoot(panel.Root()), "b").has.has_value());
+    EXPECT_THAT(
+        ProblemsOf(panel, "b"),
+        ElementsAre(
+            "list-missing: there is no installedFile.list: the record was not written completely"));
+    EXPECT_FALSE(ReadRecord(io::RootedFolder(panel.Root()), "b").has.has_value());
 }
 
 TEST(ReadRecord, TellsFilesThatAreNone)
@@ -212,16 +212,18 @@ TEST(ReadRecord, TellsWhatIsNoRecord)
     EXPECT_THAT(ProblemsOf(panel, "empty"),
                 ElementsAre("no-record: is a folder without a record's files"));
     EXPECT_THAT(ProblemsOf(panel, "stray"), ElementsAre("no-record: is a file"));
-    EXPECT_THAT(ProblemsOf(panel, "UserPackage.kx-project"),
-                ElementsAre("no-record: is a file: of a package that was unpacked to a folder "
-                            "without a name"));
-    EXPECT_THAT(ProblemsOf(panel, "installedFile.list"),
-                ElementsAre("no-record: is a file: of a package that was unpacked to a folder "
-                            "without a name"));
+    EXPECT_THAT(
+        ProblemsOf(panel, "UserPackage.kx-project"),
+        ElementsAre(
+            "no-record: is a file of a package that was unpacked into a folder without a name"));
+    EXPECT_THAT(
+        ProblemsOf(panel, "installedFile.list"),
+        ElementsAre(
+            "no-record: is a file of a package that was unpacked into a folder without a name"));
     EXPECT_THAT(ProblemsOf(panel, "link"), ElementsAre("no-record: is a link that leads nowhere"));
     EXPECT_THAT(ProblemsOf(panel, "pipe"),
                 ElementsAre("no-record: is a device, a pipe or a socket"));
-    EXPECT_FALSE(ReadRecord(io::PanelRoot(panel.Root()), "stray").isRecord);
+    EXPECT_FALSE(ReadRecord(io::RootedFolder(panel.Root()), "stray").isRecord);
 }
 
 TEST(ReadRecord, FollowsLinksInsideThePanelOnly)
@@ -239,7 +241,7 @@ TEST(ReadRecord, FollowsLinksInsideThePanelOnly)
     EXPECT_THAT(ProblemsOf(panel, "alias"),
                 ElementsAre("list-damaged: the list does not name itself: it was cut, or is "
                             "another record's"));
-    EXPECT_EQ(ReadRecord(io::PanelRoot(panel.Root()), "alias").identity->title, "T real");
+    EXPECT_EQ(ReadRecord(io::RootedFolder(panel.Root()), "alias").identity->title, "T real");
     EXPECT_THAT(ProblemsOf(panel, "leak"),
                 ElementsAre("description-missing: there is no UserPackage.kx-project: the "
                             "updater's list leaves the package out"));

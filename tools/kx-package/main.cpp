@@ -37,7 +37,7 @@ kx::io::Error WrongUse(const CLI::App& program, int argc, char** argv, const std
     if (word == argv + argc || std::find(names.begin(), names.end(), *word) != names.end()) {
         return {kx::io::ExitCode::kWrongUse, "", what, "see kx-package --help"};
     }
-    return {kx::io::ExitCode::kWrongUse, "", std::string("'") + *word + "' is no command",
+    return {kx::io::ExitCode::kWrongUse, "", std::string("'") + *word + "' is not a command",
             kx::io::NearestRemedy(*word, names)};
 }
 
@@ -70,7 +70,7 @@ int Run(const kx::tool::Invocation& invocation)
 
 int Start(int argc, char** argv)
 {
-    CLI::App program("Makes, checks, looks into and rehearses update packages.", "kx-package");
+    CLI::App program("Makes, checks, inspects, rehearses and tries update packages.", "kx-package");
     program.set_version_flag("--version", std::string("kx-package ") + KX_PACKAGE_VERSION);
     program.set_help_flag("-h,--help", "Show this help and end");
     program.require_subcommand(1);

@@ -20,7 +20,7 @@ checks::Findings SomeFindings()
     findings.Add(checks::RuleId::kPayloadUnused, checks::Place::Entry("9\xff"), "no step uses it");
     findings.Add(checks::RuleId::kPayloadUnused, checks::Place::Entry("8"), "no step uses it");
     findings.Add(checks::RuleId::kNameNeighbour, checks::Place::Whole(),
-                 "beside it stands 'b.kx-update'");
+                 "in the same folder there is 'b.kx-update'");
     return findings;
 }
 
@@ -47,8 +47,8 @@ warning: payload-unused: 9\xff
 warning: payload-unused: 8
   no step uses it
 note: name-neighbour: a.kx-update
-  beside it stands 'b.kx-update'
-  On the panel: When both are on one drive, the window refuses to choose.
+  in the same folder there is 'b.kx-update'
+  On the panel: With both on one drive, the window installs neither.
   Remedy: Copy only one of them to the drive.
 a.kx-update: 1 error, 2 warnings, 1 note
 )");

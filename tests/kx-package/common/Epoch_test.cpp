@@ -32,7 +32,7 @@ TEST(SourceDateEpoch, RefusesWhatNoPackageCanHold)
 
         EXPECT_EQ(Thrown([] { static_cast<void>(SourceDateEpoch()); }),
                   std::string("2: SOURCE_DATE_EPOCH: is '") + text +
-                      "', which is no moment from 1970 to 2107; set it to seconds since 1970, or "
+                      "', which is not a time from 1970 to 2107; set it to seconds since 1970, or "
                       "unset it");
     }
 }

@@ -158,14 +158,13 @@ TEST_F(Layouts, RemarksOnProgramsThatWouldNotBeExecutable)
                              "ELF");
     m_dir.Write("share/text", "#");
 
-    EXPECT_THAT(
-        Make(CopyFolder("share")).remarks,
-        ElementsAre((m_dir / "package.toml") +
-                        ":13:10: elf begins like a program, but no pattern of 'executable' fits "
-                        "it; it will not be executable",
-                    (m_dir / "package.toml") +
-                        ":13:10: run begins like a program, but no pattern of 'executable' fits "
-                        "it; it will not be executable"));
+    EXPECT_THAT(Make(CopyFolder("share")).remarks,
+                ElementsAre((m_dir / "package.toml") +
+                                ":13:10: elf looks like a program, but no pattern of "
+                                "'executable' matches it; it will not be executable",
+                            (m_dir / "package.toml") +
+                                ":13:10: run looks like a program, but no pattern of "
+                                "'executable' matches it; it will not be executable"));
     EXPECT_THAT(Make(CopyFolder("share", "executable = ['*']")).remarks, IsEmpty());
 }
 
@@ -175,16 +174,16 @@ TEST_F(Layouts, SayWhatIsNotThere)
     EXPECT_EQ(Refused(CopyFiles("none", "/t")),
               "1: DIR/package.toml:13:10: there is no file 'none'");
     EXPECT_EQ(Refused(CopyFiles("empty", "/t")),
-              "1: DIR/package.toml:13:10: 'empty' is no file; copy a folder in a step of kind "
+              "1: DIR/package.toml:13:10: 'empty' is not a file; copy a folder in a step of kind "
               "copy-folder");
     EXPECT_EQ(Refused(CopyFiles("none/*", "/t/")),
               "1: DIR/package.toml:13:10: there is no folder 'none'");
     EXPECT_EQ(Refused(CopyFiles("empty/*", "/t/")),
-              "1: DIR/package.toml:13:10: no file fits 'empty/*'; folders do not count, nor names "
-              "with a leading dot; '**' goes deeper");
+              "1: DIR/package.toml:13:10: no file matches 'empty/*'; folders and names with a "
+              "leading dot do not count; '**' goes deeper");
     EXPECT_EQ(Refused(CopyFolder("none")), "1: DIR/package.toml:13:10: there is no folder 'none'");
     EXPECT_EQ(Refused(CopyFolder("empty", "executable = ['x']")),
-              "1: DIR/package.toml:13:10: no file in 'empty' fits 'x' of 'executable'; patterns "
+              "1: DIR/package.toml:13:10: no file in 'empty' matches 'x' of 'executable'; patterns "
               "begin below the folder; '**' goes deeper");
 }
 
@@ -201,20 +200,19 @@ TEST_F(Layouts, RefuseNamesThatWouldNotArrive)
 {
     const std::string x = m_dir.Write("a/x$y", "");
     EXPECT_EQ(Refused(CopyFiles("a/*", "/t/")),
-              "1: DIR/package.toml:13:10: DIR/a/x$y: the name holds $, which the panel's shell "
-              "reads as its own; rename it");
-    EXPECT_EQ(Refused(CopyFolder("a")),
-              "1: DIR/package.toml:13:10: DIR/a/x$y: the name holds $, which the panel's shell "
-              "reads as its own; rename it");
+              "1: DIR/package.toml:13:10: DIR/a/x$y: the name contains $, which the panel's shell "
+              "interprets; rename it");
+    EXPECT_EQ(Refused(CopyFolder("a")), "1: DIR/package.toml:13:10: DIR/a/x$y: the name contains "
+                                        "$, which the panel's shell interprets; rename it");
 
     std::filesystem::rename(x, m_dir / "a/x\xff");
     EXPECT_EQ(Refused(CopyFolder("a")),
-              "1: DIR/package.toml:13:10: DIR/a/x\xff: the name is no UTF-8; rename it");
+              "1: DIR/package.toml:13:10: DIR/a/x\xff: the name is not UTF-8; rename it");
 
     std::filesystem::rename(m_dir / "a/x\xff", m_dir / "a/x:y");
     EXPECT_EQ(Refused(CopyFiles("a/x:y", "/t")),
-              "1: DIR/package.toml:13:10: DIR/a/x:y: the name holds ':', where the panel takes a "
-              "new name to begin; rename it, or copy its folder in a step of kind copy-folder");
+              "1: DIR/package.toml:13:10: DIR/a/x:y: the name contains ':', and the panel drops "
+              "what is before it; rename it, or copy its folder in a step of kind copy-folder");
     EXPECT_EQ(Refused(CopyFolder("a")), "nothing thrown");
 }
 

@@ -66,12 +66,14 @@ TEST_F(UpdaterSearch, RefusesProgramsForOthersAndWhatIsNone)
                   "or correct 'package.processor'");
 
     const std::string script = m_dir.Write("script", "#!/bin/sh\nexit 0 # much longer than a head");
-    EXPECT_EQ(Thrown([&] { RefuseOtherUpdater(script, m_arm); }),
-              "1: " + script +
-                  ": is no program that a panel could start; name an updater with --updater PATH");
-    EXPECT_EQ(Thrown([&] { RefuseOtherUpdater(m_dir.Path(), m_arm); }),
-              "1: " + m_dir.Path() +
-                  ": is no program that a panel could start; name an updater with --updater PATH");
+    EXPECT_EQ(
+        Thrown([&] { RefuseOtherUpdater(script, m_arm); }),
+        "1: " + script +
+            ": is not a program that a panel could start; name an updater with --updater PATH");
+    EXPECT_EQ(
+        Thrown([&] { RefuseOtherUpdater(m_dir.Path(), m_arm); }),
+        "1: " + m_dir.Path() +
+            ": is not a program that a panel could start; name an updater with --updater PATH");
     EXPECT_EQ(Thrown([&] { RefuseOtherUpdater(m_dir / "none", m_arm); }),
               "3: " + (m_dir / "none") + ": cannot open the updater: No such file or directory");
 }

@@ -148,20 +148,20 @@ TEST(ListTree, TakesLinksToFilesAndRefusesOtherThings)
     std::filesystem::create_symlink("nowhere", dir / "broken");
     EXPECT_EQ(Thrown([&] { static_cast<void>(ListTree(dir.Path(), FilterWithout({}))); }),
               "3: " + (dir / "broken") +
-                  ": is a link that leads nowhere; remove it, or leave it out by 'exclude'");
+                  ": is a link that leads nowhere; remove it, or list it in 'exclude'");
 
     std::filesystem::remove(dir / "broken");
     std::filesystem::create_directory_symlink("/", dir / "root");
-    EXPECT_EQ(Thrown([&] { static_cast<void>(ListTree(dir.Path(), FilterWithout({}))); }),
-              "3: " + (dir / "root") +
-                  ": is a link to a folder; put the folder itself there, or leave the link out by "
-                  "'exclude'");
+    EXPECT_EQ(
+        Thrown([&] { static_cast<void>(ListTree(dir.Path(), FilterWithout({}))); }),
+        "3: " + (dir / "root") +
+            ": is a link to a folder; put the folder itself there, or list the link in 'exclude'");
 
     std::filesystem::remove(dir / "root");
     ASSERT_EQ(mkfifo((dir / "pipe").c_str(), 0600), 0);
     EXPECT_EQ(Thrown([&] { static_cast<void>(ListTree(dir.Path(), FilterWithout({}))); }),
               "3: " + (dir / "pipe") +
-                  ": is neither a file nor a folder; remove it, or leave it out by 'exclude'");
+                  ": is neither a file nor a folder; remove it, or list it in 'exclude'");
 }
 
 TEST(ListTree, SaysWhichFolderCannotBeListed)

@@ -64,16 +64,16 @@ INSTANTIATE_TEST_SUITE_P(
         IdentityMistake{"MistypedKey", "title =", "titlee =",
                         ":3:1: 'package.titlee' is not known here; did you mean 'title'?"},
         IdentityMistake{"MissingTitle", "title = \"Demo\"\n", "",
-                        ":1:1: 'package.title' is missing; give it; the panel shows it"},
+                        ":1:1: 'package.title' is missing; add it; the panel shows it"},
         IdentityMistake{"MissingVersion", "version = \"1.2\"\n", "",
-                        ":1:1: 'package.version' is missing; give it; the panel shows it"},
+                        ":1:1: 'package.version' is missing; add it; the panel shows it"},
         IdentityMistake{"MissingModel", "model = \"TP\"\n", "",
                         ":1:1: 'package.model' is missing; name the panel's model"},
         IdentityMistake{"MissingOsVersion", "os-version = \"2.0\"\n", "",
                         ":1:1: 'package.os-version' is missing; name the version of the panel's "
                         "system"},
         IdentityMistake{"MissingDate", "date = \"2026/11/21\"\n", "",
-                        ":1:1: 'package.date' is missing; give it, like 2026-11-21, or set "
+                        ":1:1: 'package.date' is missing; add it, like 2026-11-21, or set "
                         "SOURCE_DATE_EPOCH"},
         IdentityMistake{"MissingProcessor", "processor = \"arm\"\n", "",
                         ":1:1: 'package.processor' is missing; name the panel's; there are "
@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
                         ":7:8: 'package.date' must be a text, not a date or time; put it in "
                         "quotes"},
         IdentityMistake{"ZeroCharacter", "Demo", "De\\u0000mo",
-                        ":3:9: 'package.title' holds a zero character; the panel would read the "
+                        ":3:9: 'package.title' contains a zero character; the panel would read the "
                         "text up to it; remove it"},
         IdentityMistake{"UnknownProcessor", "\"arm\"", "\"arn\"",
                         ":8:13: 'package.processor' is 'arn', which is not known; did you mean "
@@ -100,18 +100,19 @@ INSTANTIATE_TEST_SUITE_P(
                         ":2:8: the package's name '-demo' begins with '-'; choose another "
                         "'package.name'"},
         IdentityMistake{"NameThatIsCut", "\"demo\"", "\"a.temporary\"",
-                        ":2:8: the package's name 'a.temporary' holds '.temp', which the panel "
-                        "cuts names at; choose another 'package.name'"},
+                        ":2:8: the package's name 'a.temporary' contains '.temp', which the panel "
+                        "cuts off; choose another 'package.name'"},
         IdentityMistake{"NameWithASlash", "\"demo\"", "\"a/b\"",
-                        ":2:8: the package's name 'a/b' holds other characters than letters, "
+                        ":2:8: the package's name 'a/b' contains characters other than letters, "
                         "digits, '-', '_' and '.'; choose another 'package.name'"},
         IdentityMistake{"NoPackage", "[package]", "[parcel]",
                         ":1:2: 'parcel' is not known here; there are package and steps"},
         IdentityMistake{"PackageIsNoTable", "[package]\n", "package = 1\n[steps]\n",
                         ":1:11: 'package' must be a table, not a number; write a table"},
-        IdentityMistake{"NoToml", "title =", "title",
-                        ":3:7: is no TOML: Error while parsing key-value pair: expected '=', saw "
-                        "'\"'"}),
+        IdentityMistake{
+            "NoToml", "title =", "title",
+            ":3:7: is not valid TOML: Error while parsing key-value pair: expected '=', saw "
+            "'\"'"}),
     [](const auto& mistake) { return std::string(mistake.param.name); });
 
 class RefusedStep : public ::testing::TestWithParam<Mistake>
@@ -131,10 +132,10 @@ INSTANTIATE_TEST_SUITE_P(
                 ":10:1: 'steps' must be an array of tables, not a table; write an array of "
                 "tables"},
         Mistake{"StepsHoldNumbers", "[[steps]]\nkind = \"script\"\ninstall = \"\"\n[[steps]]\n",
-                ":13:1: 'steps[1].kind' is missing; give it; there are copy-files, copy-folder, "
+                ":13:1: 'steps[1].kind' is missing; add it; there are copy-files, copy-folder, "
                 "script and settings"},
         Mistake{"UnknownKind", "[[steps]]\nkind = \"copy-file\"\n",
-                ":11:8: 'steps[0].kind' is 'copy-file', which is no kind; did you mean "
+                ":11:8: 'steps[0].kind' is 'copy-file', which is not a known kind; did you mean "
                 "'copy-files'?"},
         Mistake{"KeyOfAnotherKind", "[[steps]]\nkind = \"script\"\nrecord = true\n",
                 ":12:1: 'steps[0].record' is not known here; there are kind, comment, skip, "
@@ -163,21 +164,24 @@ INSTANTIATE_TEST_SUITE_P(
                 "[[steps]]\nkind = \"copy-files\"\nfiles = [{ source = \"a\", target = \"b\" }]\n",
                 ":12:35: 'steps[0].files[0].target' does not begin with '/'; write the full path "
                 "on the panel"},
-        Mistake{"TargetForTheShell",
-                "[[steps]]\nkind = \"copy-files\"\nfiles = [{ source = \"a\", target = "
-                "\"/$HOME/b\" }]\n",
-                ":12:35: 'steps[0].files[0].target' holds $, which the panel's shell reads as its "
-                "own; use another name"},
-        Mistake{"ModeOfLetters",
-                "[[steps]]\nkind = \"copy-files\"\nfiles = [{ source = \"a\", target = \"/b\", "
-                "mode = \"rwx\" }]\n",
-                ":12:48: 'steps[0].files[0].mode' is 'rwx', which is no mode; write three or four "
-                "octal digits, like \"755\""},
-        Mistake{"ModeTooShort",
-                "[[steps]]\nkind = \"copy-files\"\nfiles = [{ source = \"a\", target = \"/b\", "
-                "mode = \"55\" }]\n",
-                ":12:48: 'steps[0].files[0].mode' is '55', which is no mode; write three or four "
-                "octal digits, like \"755\""},
+        Mistake{
+            "TargetForTheShell",
+            "[[steps]]\nkind = \"copy-files\"\nfiles = [{ source = \"a\", target = "
+            "\"/$HOME/b\" }]\n",
+            ":12:35: 'steps[0].files[0].target' contains $, which the panel's shell interprets; "
+            "use another name"},
+        Mistake{
+            "ModeOfLetters",
+            "[[steps]]\nkind = \"copy-files\"\nfiles = [{ source = \"a\", target = \"/b\", "
+            "mode = \"rwx\" }]\n",
+            ":12:48: 'steps[0].files[0].mode' is 'rwx', which is not a mode; write three or four "
+            "octal digits, like \"755\""},
+        Mistake{
+            "ModeTooShort",
+            "[[steps]]\nkind = \"copy-files\"\nfiles = [{ source = \"a\", target = \"/b\", "
+            "mode = \"55\" }]\n",
+            ":12:48: 'steps[0].files[0].mode' is '55', which is not a mode; write three or four "
+            "octal digits, like \"755\""},
         Mistake{"ModeAsANumber",
                 "[[steps]]\nkind = \"copy-files\"\nfiles = [{ source = \"a\", target = \"/b\", "
                 "mode = 0o755 }]\n",
@@ -191,15 +195,16 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"NoScript", "[[steps]]\nkind = \"script\"\n",
                 ":10:1: 'steps[0]' has no script; give its text as 'install', or its file as "
                 "'install-file'"},
-        Mistake{"TwoScripts",
-                "[[steps]]\nkind = \"script\"\ninstall = \"\"\ninstall-file = \"x.sh\"\n",
-                ":13:16: 'steps[0].install-file' stands beside 'install'; keep one of them"},
+        Mistake{
+            "TwoScripts", "[[steps]]\nkind = \"script\"\ninstall = \"\"\ninstall-file = \"x.sh\"\n",
+            ":13:16: 'steps[0].install-file' is given together with 'install'; keep one of them"},
         Mistake{"ScriptOfBytes", "[[steps]]\nkind = \"script\"\ninstall-file = \"bytes.sh\"\n",
-                ":12:16: 'steps[0].install-file' names 'bytes.sh', which is no UTF-8 text; only "
-                "texts can be scripts"},
+                ":12:16: 'steps[0].install-file' names 'bytes.sh', which is not UTF-8 text; save "
+                "the script as UTF-8"},
         Mistake{"UnknownSettingKind",
                 "[[steps]]\nkind = \"settings\"\n[[steps.settings]]\nkind = \"back-light\"\n",
-                ":13:8: 'steps[0].settings[0].kind' is 'back-light', which is no kind; did you "
+                ":13:8: 'steps[0].settings[0].kind' is 'back-light', which is not a known kind; "
+                "did you "
                 "mean 'backlight'?"},
         Mistake{"ScriptInAnotherSetting",
                 "[[steps]]\nkind = \"settings\"\n[[steps.settings]]\nkind = \"sound\"\nscript = "
@@ -211,11 +216,12 @@ INSTANTIATE_TEST_SUITE_P(
                 "Volume = 5 }\n",
                 ":14:21: 'steps[0].settings[0].values.Volume' must be a text, not a number; put "
                 "it in quotes"},
-        Mistake{"TwoStartScripts",
-                "[[steps]]\nkind = \"settings\"\n[[steps.settings]]\nkind = \"auto-start\"\n"
-                "values = { CustomScript = \"x\" }\nscript = \"y\"\n",
-                ":14:10: 'steps[0].settings[0].values' holds CustomScript beside the script; keep "
-                "one of them"}),
+        Mistake{
+            "TwoStartScripts",
+            "[[steps]]\nkind = \"settings\"\n[[steps.settings]]\nkind = \"auto-start\"\n"
+            "values = { CustomScript = \"x\" }\nscript = \"y\"\n",
+            ":14:10: 'steps[0].settings[0].values' contains CustomScript besides the script; keep "
+            "one of them"}),
     [](const auto& mistake) { return std::string(mistake.param.name); });
 
 TEST(RefusedManifest, TellsAScriptThatCannotBeReadWithItsPlace)
@@ -230,7 +236,7 @@ TEST(RefusedManifest, IsBoundedInDepth)
     const std::string answer = AnswerTo("x = " + std::string(100000, '['));
 
     EXPECT_EQ(answer.substr(0, 20), "1: DIR/package.toml:");
-    EXPECT_NE(answer.find("is no TOML"), std::string::npos);
+    EXPECT_NE(answer.find("is not valid TOML"), std::string::npos);
 }
 
 TEST(RefusedManifest, NeedsAPackage)

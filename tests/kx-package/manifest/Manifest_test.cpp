@@ -128,7 +128,7 @@ TEST(Manifest, TakesTheNameOfItsFolderWhenItHasNone)
     dir.Write("my recipes/package.toml", text);
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadManifest(dir / "my recipes")); }),
               "1: " + (dir / "my recipes/package.toml") +
-                  ":1:1: the package's name 'my recipes' holds other characters than letters, "
+                  ":1:1: the package's name 'my recipes' contains characters other than letters, "
                   "digits, '-', '_' and '.'; give 'package.name'");
 }
 

@@ -84,7 +84,7 @@ TEST(MakeSchema, NamesTheKindsOfAStepsClassAndTheirWords)
     EXPECT_THAT(Texts(At(kind, {"enum"})), ElementsAre("Zt.Plugins.SS_CopyFileStepSet,  Plexa",
                                                        "Zt.Plugins.SS_CopyFolderStepSet,  Plexa"));
     EXPECT_EQ(At(kind, {"description"}).to_str(),
-              "What the step does. Two blanks stand behind the comma. "
+              "What the step does. There are two blanks after the comma. "
               "In this order: copy-files, copy-folder.");
     EXPECT_EQ(
         Texts(At(schema, {"$defs", "DB_HardwareConfig", "properties", "ConfigId", "enum"})).size(),

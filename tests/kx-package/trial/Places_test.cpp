@@ -74,6 +74,22 @@ TEST_F(Places, AToolThatWasMovedKnowsNothingOfItsSources)
     EXPECT_EQ(FindDevice("", KX_BUILD_FOLDER), KX_SOURCE_FOLDER "/device");
 }
 
+TEST_F(Places, AToolWhereItWasBuiltFindsTheDeviceOfItsSourcesAndTheReleaseBuildsUpdater)
+{
+    m_dir.Write("build/dev/kx-package.sources", m_dir / "sources" + "\n");
+    m_tool = m_dir / "build/dev";
+    EXPECT_EQ(Thrown([&] { static_cast<void>(FindDevice("", m_tool)); }),
+              NoDevice(m_dir / "sources/device"));
+
+    const std::string device = MakeDevice("sources/device");
+    const std::string updater =
+        m_dir.Write("build/release/kx_Updater", ProgramFor(m_native), kExecutable);
+
+    EXPECT_EQ(FindDevice("", m_tool), device);
+    EXPECT_EQ(FindTrialUpdater("", m_tool), updater);
+    EXPECT_EQ(FindDevice("", m_tool), MakeDevice("build/lib/kx_Updater/device"));
+}
+
 TEST_F(Places, TheUpdaterIsTheNamedOneOrTheMachinesOwn)
 {
     const std::string own = m_dir.Write("bin/kx_Updater", ProgramFor(m_native), kExecutable);
@@ -90,8 +106,9 @@ TEST_F(Places, AnUpdaterThatThisMachineCannotStartIsRefused)
         m_dir.Write("foreign", ProgramFor(*format::FindProcessor(other)), kExecutable);
     const std::string plain = m_dir.Write("plain", ProgramFor(m_native));
     const std::string text = m_dir.Write("text", "#!/bin/sh\n", kExecutable);
-    const std::string remedy = "is no program that can be started; name an updater with --updater "
-                               "PATH";
+    const std::string remedy =
+        "is not a program that can be started; name an updater with --updater "
+        "PATH";
     const auto refused = [this](const std::string& path) {
         return Thrown([&] { static_cast<void>(FindTrialUpdater(path, m_tool)); });
     };

@@ -78,7 +78,7 @@ TEST(FailureOfStep, RefusesAStepThatCannotFail)
               "2: --fail: the installation ends before step 2; see kx-package plan and kx-package "
               "check");
     EXPECT_EQ(Thrown([&plan] { static_cast<void>(FailureOfStep(plan, 2, 1)); }),
-              "2: --fail: step 1 runs no command that could fail; kx-package plan tells the "
+              "2: --fail: step 1 runs no command that could fail; kx-package plan shows the "
               "commands of every step");
 }
 

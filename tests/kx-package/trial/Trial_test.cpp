@@ -15,20 +15,6 @@ namespace kx::tool
 namespace
 {
 
-TEST(UnpackedFolder, IsThatOfTheWindow)
-{
-    EXPECT_EQ(UnpackedFolder("some/where/Foo.kx-update", true), "/mnt/usb/Foo.temp");
-    EXPECT_EQ(UnpackedFolder("a.b.kx-update", true), "/mnt/usb/a.b.temp");
-    EXPECT_EQ(UnpackedFolder(".kx-update", true), "/mnt/usb/.temp");
-}
-
-TEST(UnpackedFolder, OfAFolderEndsLikeThatOfAnArchive)
-{
-    EXPECT_EQ(UnpackedFolder("some/Foo", false), "/mnt/usb/Foo.temp");
-    EXPECT_EQ(UnpackedFolder("Foo.temp", false), "/mnt/usb/Foo.temp");
-    EXPECT_EQ(UnpackedFolder("a.b", false), "/mnt/usb/a.b.temp");
-}
-
 TEST(NamedPath, EndsInTheNameOfThePackage)
 {
     const TempDir folder;
@@ -50,7 +36,7 @@ TEST(NamedPath, RefusesWhatIsNoPackage)
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("")); }),
               "3: cannot open: No such file or directory");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("//")); }),
-              "3: //: is no package; name a package or the folder of an unpacked one");
+              "3: //: is not a package; name a package or the folder of an unpacked one");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("/dev/null")); }),
               "3: /dev/null: is neither a file nor a folder; name a package or the folder of an "
               "unpacked one");

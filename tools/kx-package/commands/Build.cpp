@@ -67,7 +67,7 @@ std::string OutputPath(const BuildOptions& options, const Manifest& manifest)
     if (path.extension() != archive::kPackageExtension) {
         throw io::Error(io::ExitCode::kWrongUse, options.output,
                         std::string("the name does not end in ") + archive::kPackageExtension,
-                        "the panel finds no other packages");
+                        "the panel would not find the package");
     }
     RefuseBadPackageName(path.stem().string(), io::ExitCode::kWrongUse, options.output,
                          "choose another one");
@@ -85,7 +85,7 @@ void RefuseTerminal(const BuildOptions& options, const Output& output)
                         "write the package to a file");
     }
     if (isatty(STDOUT_FILENO) != 0) {
-        throw io::Error(io::ExitCode::kWrongUse, "", "a package is nothing for a terminal",
+        throw io::Error(io::ExitCode::kWrongUse, "", "a package cannot be written to a terminal",
                         "redirect standard output");
     }
 }
@@ -178,7 +178,7 @@ void AddBuild(CLI::App& program, Invocation& invocation)
         ->add_option("--processor", options->processor,
                      "The panel's processor, instead of the manifest's")
         ->type_name(ChoiceOf(format::ProcessorNames()));
-    command->add_flag("--json", invocation.isJson, "Tell the result as JSON");
+    command->add_flag("--json", invocation.isJson, "Write the result as JSON");
     command->footer("Examples:\n"
                     "  kx-package build\n"
                     "  kx-package build recipes -o /media/usb/\n"

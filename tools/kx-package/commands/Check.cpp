@@ -43,7 +43,7 @@ void AddCheck(CLI::App& program, Invocation& invocation)
                      "A package file, the folder of an unpacked one, or - for standard input")
         ->type_name(kPackageValue)
         ->required();
-    command->add_flag("--json", invocation.isJson, "Tell the findings as JSON");
+    command->add_flag("--json", invocation.isJson, "Write the findings as JSON");
     command->add_flag("--strict", arguments->isStrict, "Warnings are problems, too");
     command
         ->add_option("--processor", arguments->processor,

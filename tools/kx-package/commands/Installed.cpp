@@ -40,7 +40,7 @@ picojson::value ForeignAsJson(const registry::Record& record)
     });
 }
 
-void WriteDocument(const Output& output, const io::PanelRoot& root,
+void WriteDocument(const Output& output, const io::RootedFolder& root,
                    const std::vector<registry::Record>& records)
 {
     picojson::array packages;
@@ -77,7 +77,7 @@ void TellRecord(const Output& output, const registry::Record& record)
     TellProblems(output, record);
 }
 
-void WriteText(const Output& output, const io::PanelRoot& root,
+void WriteText(const Output& output, const io::RootedFolder& root,
                const std::vector<registry::Record>& records)
 {
     const std::string registry = io::Printable(root.Shown(registry::kRegistryPath));
@@ -101,7 +101,7 @@ void WriteText(const Output& output, const io::PanelRoot& root,
 
 io::ExitCode TellInstalled(const InstalledOptions& options, const Output& output)
 {
-    const io::PanelRoot root(options.root);
+    const io::RootedFolder root = OpenPanel(options.root);
     std::vector<registry::Record> records;
     for (const std::string& name : registry::RegistryNames(root)) {
         records.push_back(registry::ReadRecord(root, name));
@@ -122,16 +122,16 @@ io::ExitCode TellInstalled(const InstalledOptions& options, const Output& output
 void AddInstalled(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command =
-        program.add_subcommand("installed", "Tell which packages a panel has recorded");
+        program.add_subcommand("installed", "List the packages that a panel has recorded");
     const auto options = std::make_shared<InstalledOptions>();
     command
         ->add_option("--root", options->root,
                      "The folder with the panel's files, or a copy of them; / is this machine")
         ->type_name(kFolderValue)
         ->capture_default_str();
-    command->add_flag("--json", invocation.isJson, "Tell it as JSON");
-    command->footer("Exit status: 0 all records are whole, 1 some are damaged or something else "
-                    "lies among them,\n2 wrong use, 3 could not read.\n\n"
+    command->add_flag("--json", invocation.isJson, "Write it as JSON");
+    command->footer("Exit status: 0 all records are intact, 1 some are damaged, or there is\n"
+                    "something else among them, 2 wrong use, 3 could not read.\n\n"
                     "Examples:\n"
                     "  kx-package installed\n"
                     "  kx-package installed --root /mnt/panel-copy\n"

@@ -4,17 +4,18 @@
 #include "commands/Values.h"
 #include "common/Epoch.h"
 #include "format/Processor.h"
+#include "io/Descriptor.h"
+#include "io/Error.h"
 #include "io/Text.h"
+#include "io/Transfer.h"
 #include "manifest/Manifest.h"
 #include "osa/OSA.h"
 #include "panel/Names.h"
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <ostream>
 #include <system_error>
@@ -189,12 +190,8 @@ void WriteFile(const fs::path& path, const std::string& text)
     if (error) {
         throw io::AccessError(path.parent_path().string(), "make the folder", error.value());
     }
-    std::ofstream file(path, std::ios::binary);
-    file << text;
-    file.close();
-    if (!file) {
-        throw io::AccessError(path.string(), "write", errno);
-    }
+    const io::Descriptor file = io::CreateFile(path.string(), 0666);
+    io::WriteAll(file.Number(), text, path.string());
 }
 
 io::ExitCode MakeNew(const std::string& folder, const Output& output)
@@ -237,7 +234,7 @@ void AddNew(CLI::App& program, Invocation& invocation)
     command->add_option("folder", *folder, "The folder to make; an empty one is taken")
         ->type_name(kFolderValue)
         ->required();
-    command->add_flag("--json", invocation.isJson, "Tell the result as JSON");
+    command->add_flag("--json", invocation.isJson, "Write the result as JSON");
     command->footer("Example:\n"
                     "  kx-package new recipes\n"
                     "  kx-package build recipes");

@@ -3,7 +3,9 @@
 #include "archive/Package.h"
 #include "commands/Command.h"
 #include "commands/Values.h"
+#include "io/Hex.h"
 #include "io/Text.h"
+#include "io/Utf8.h"
 #include "rehearsal/Ending.h"
 #include "rehearsal/Rehearsal.h"
 
@@ -41,19 +43,6 @@ picojson::value ListOf(const std::vector<std::string>& texts)
     return picojson::value(list);
 }
 
-/// Returns the bytes as pairs of digits: JSON has no text for a command that is no UTF-8.
-std::string Hex(const std::string& bytes)
-{
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string hex;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        hex += kDigits[byte >> 4U];
-        hex += kDigits[byte & 0xfU];
-    }
-    return hex;
-}
-
 picojson::value JsonOf(const rehearsal::PlannedCommand& command)
 {
     picojson::object told;
@@ -61,8 +50,9 @@ picojson::value JsonOf(const rehearsal::PlannedCommand& command)
     told["step"] =
         command.step == 0 ? picojson::value() : picojson::value(static_cast<double>(command.step));
     told["command"] = JsonText(command.command);
+    // JSON has no text for a command that is no UTF-8.
     told["commandHex"] =
-        io::IsUtf8(command.command) ? picojson::value() : picojson::value(Hex(command.command));
+        io::IsUtf8(command.command) ? picojson::value() : picojson::value(io::Hex(command.command));
     told["afterScript"] = picojson::value(command.isAfterScript);
     told["readDifferently"] = picojson::value(command.isReadDifferently);
     told["unknownResult"] = picojson::value(command.isUnknown);
@@ -154,7 +144,7 @@ io::ExitCode RunPlan(const PlanOptions& options, const Output& output)
 void AddPlan(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand(
-        "plan", "Tell the shell commands that a panel would run, without running anything");
+        "plan", "Show the shell commands that a panel would run, without running anything");
     const auto options = std::make_shared<PlanOptions>();
     command
         ->add_option("package", options->package,
@@ -170,10 +160,10 @@ void AddPlan(CLI::App& program, Invocation& invocation)
         });
     command
         ->add_option("--root", options->where.root,
-                     "A folder with the files of a panel; without it a fresh panel is thought")
+                     "A folder with the files of a panel; without it, a fresh panel")
         ->type_name(kFolderValue)
         ->check(CLI::ExistingDirectory);
-    command->add_flag("--json", invocation.isJson, "Tell it as JSON");
+    command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer("Nothing is run and nothing is changed. Scripts, passwords and settings are "
                     "taken to succeed;\nwhat depends on what a script did before is marked.\n\n"
                     "Examples:\n"

@@ -2,12 +2,21 @@
 // SPDX-License-Identifier: MIT
 #include "commands/RecordText.h"
 
+#include "io/Error.h"
 #include "io/Text.h"
 
 #include <ostream>
 
 namespace kx::tool
 {
+
+io::RootedFolder OpenPanel(const std::string& folder)
+{
+    if (folder.empty()) {
+        throw io::Error(io::ExitCode::kWrongUse, "--root", "names no folder");
+    }
+    return io::RootedFolder(folder);
+}
 
 picojson::object IdentityAsJson(const registry::Record& record)
 {

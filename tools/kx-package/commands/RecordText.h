@@ -3,14 +3,21 @@
 #pragma once
 
 #include "common/Output.h"
+#include "io/RootedFolder.h"
 #include "registry/Registry.h"
 
 #include <picojson.h>
+
+#include <string>
 
 namespace kx::tool
 {
 
 // What the commands about records tell alike.
+
+/// Opens the folder that --root names.
+/// @throws Error when it names none, or there is no such folder
+[[nodiscard]] io::RootedFolder OpenPanel(const std::string& folder);
 
 /// Makes the JSON object that a record begins with: its name, and null for what is not known.
 [[nodiscard]] picojson::object IdentityAsJson(const registry::Record& record);

@@ -5,13 +5,10 @@
 #include "commands/Command.h"
 #include "commands/Values.h"
 #include "io/AtomicFile.h"
+#include "io/Transfer.h"
 
-#include <cerrno>
 #include <memory>
 #include <ostream>
-#include <string_view>
-
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
@@ -25,21 +22,10 @@ struct SchemaOptions {
     std::string output = io::AtomicFile::kStandardOutput;
 };
 
-void WriteAll(int descriptor, const std::string& path, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t written = write(descriptor, text.data(), text.size());
-        if (written < 0 && errno != EINTR) {
-            throw io::AccessError(path, "write", errno);
-        }
-        text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-    }
-}
-
 io::ExitCode TellSchema(const SchemaOptions& options, const Output& output)
 {
     if (options.output.empty()) {
-        throw io::Error(io::ExitCode::kWrongUse, "--output", "names no file",
+        throw io::Error(io::ExitCode::kWrongUse, "--output", "does not name a file",
                         "name one, or - for standard output");
     }
     if (options.output == io::AtomicFile::kStandardOutput) {
@@ -47,7 +33,7 @@ io::ExitCode TellSchema(const SchemaOptions& options, const Output& output)
         return io::ExitCode::kFine;
     }
     io::AtomicFile file(options.output);
-    WriteAll(file.Descriptor(), options.output, MakeSchema().serialize(true));
+    io::WriteAll(file.File().Number(), MakeSchema().serialize(true), options.output);
     file.Commit();
     if (output.isJson) {
         WriteJson(output, picojson::value(picojson::object{{"file", JsonText(options.output)}}));
@@ -60,7 +46,7 @@ io::ExitCode TellSchema(const SchemaOptions& options, const Output& output)
 void AddSchema(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand(
-        "schema", "Tell the JSON Schema of package descriptions, for editors and other tools");
+        "schema", "Write the JSON Schema of package descriptions, for editors and other tools");
     const auto options = std::make_shared<SchemaOptions>();
     command
         ->add_option("-o,--output", options->output,
@@ -68,15 +54,15 @@ void AddSchema(CLI::App& program, Invocation& invocation)
         ->type_name(kFileValue)
         ->capture_default_str();
     command->add_flag("--json", invocation.isJson,
-                      "Tell errors as JSON, too, and with a file its name");
-    command->footer("The schema is of draft 2020-12. It is for the JSON behind the byte order mark "
-                    "of\nUserPackage.kx-project. It takes what the updater takes, but only the "
-                    "class that\nbelongs in a place, and only kinds of steps and settings that "
-                    "there are.\n\n"
-                    "Examples:\n"
-                    "  kx-package schema -o kx-project.schema.json\n"
-                    "  tail -c +4 pkg/UserPackage.kx-project >description.json\n"
-                    "  jsonschema -i description.json kx-project.schema.json");
+                      "Write errors as JSON, too, and the name of the file that was made");
+    command->footer(
+        "The schema is of draft 2020-12. It is for the JSON behind the byte order mark "
+        "of\nUserPackage.kx-project. It takes what the updater takes, but only the "
+        "class that\nbelongs in a place, and only kinds of steps and settings that exist.\n\n"
+        "Examples:\n"
+        "  kx-package schema -o kx-project.schema.json\n"
+        "  tail -c +4 pkg/UserPackage.kx-project >description.json\n"
+        "  jsonschema -i description.json kx-project.schema.json");
     command->callback([options, &invocation] {
         invocation.run = [options](const Output& output) { return TellSchema(*options, output); };
     });

@@ -277,14 +277,14 @@ io::ExitCode Show(const std::string& path, const Output& output)
 
 void AddShow(CLI::App& program, Invocation& invocation)
 {
-    CLI::App* const command = program.add_subcommand("show", "Tell what is in a package");
+    CLI::App* const command = program.add_subcommand("show", "Show what is in a package");
     const auto path = std::make_shared<std::string>();
     command
         ->add_option("package", *path,
                      "A package file, the folder of an unpacked one, or - for standard input")
         ->type_name(kPackageValue)
         ->required();
-    command->add_flag("--json", invocation.isJson, "Tell it as JSON");
+    command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer("Passwords are masked.\n\n"
                     "Examples:\n"
                     "  kx-package show recipes.kx-update\n"

@@ -1,6 +1,9 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/EmptyPackage.h"
+#include "commands/TrialJson.h"
+#include "commands/TrialText.h"
 #include "commands/Values.h"
 #include "compose/UpdaterSearch.h"
 #include "format/Summary.h"
@@ -8,11 +11,11 @@
 #include "rehearsal/Rehearsal.h"
 #include "trial/Places.h"
 #include "trial/ShellTerminal.h"
-#include "trial/TrialReport.h"
 
+#include <filesystem>
 #include <memory>
 #include <string>
-#include <utility>
+#include <system_error>
 #include <vector>
 
 #include <unistd.h>
@@ -57,24 +60,25 @@ void RefuseWrongUse(const TryOptions& options)
     }
 }
 
-/// Chooses the command of the step that is to fail, in the words of the panel that will be.
-ShellFailure ChooseFailure(const std::string& path, std::size_t step)
+/// Plans what the panel does with the package; with a step that is to fail, the steps, too.
+void PlanTrial(const TryOptions& options, TrialRequest& request)
 {
-    const std::unique_ptr<archive::Package> package = archive::OpenPackage(path);
-    const std::size_t count = format::Summarize(*package).steps.size();
     // Whatever updater the package has, the trial starts one.
     rehearsal::Circumstances where;
     where.hasOtherUpdater = true;
-    const rehearsal::Plan plan = rehearsal::Rehearse(*package, where);
-    ShellFailure failure = FailureOfStep(plan, count, step);
-    // A folder that is named like an unpacked package already gets no second ending.
-    const std::string thought = UnpackedFolder(plan.packageFile, true);
-    const std::string real = UnpackedFolder(path, package->IsArchive());
-    for (std::size_t place = failure.command.find(thought); place != std::string::npos;
-         place = failure.command.find(thought, place + real.size())) {
-        failure.command.replace(place, thought.size(), real);
+    if (!options.hasFailedStep) {
+        const bool isInput = request.package == io::kStandardInput;
+        const std::string path = isInput ? io::kStandardInputName : request.package;
+        std::error_code error;
+        const EmptyPackage package(path, isInput || !std::filesystem::is_directory(path, error));
+        request.road = RoadOf(rehearsal::Rehearse(package, where));
+        return;
     }
-    return failure;
+    const std::unique_ptr<archive::Package> package = archive::OpenPackage(request.package);
+    const std::size_t count = format::Summarize(*package).steps.size();
+    const rehearsal::Plan plan = rehearsal::Rehearse(*package, where);
+    request.failure = FailureOfStep(plan, count, options.failedStep);
+    request.road = RoadOf(plan);
 }
 
 io::ExitCode Try(const TryOptions& options, const Output& output)
@@ -85,8 +89,8 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
         options.package == io::kStandardInput ? options.package : NamedPath(options.package);
     TrialSubject subject;
     subject.package = options.package;
-    if (options.hasFailedStep) {
-        request.failure = ChooseFailure(request.package, options.failedStep);
+    PlanTrial(options, request);
+    if (request.failure.has_value()) {
         subject.failedStep = options.failedStep;
         subject.failedCommand = request.failure->command;
     }
@@ -96,10 +100,16 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
     request.bounds = options.bounds;
     request.environment = options.environment;
     request.isTwice = options.isTwice;
-    request.hasShell = options.hasShell;
+    if (options.hasShell) {
+        request.shellGreeting = ShellGreeting;
+    }
 
     const TrialResult result = RunTrial(request);
-    WriteTrial(output, subject, result);
+    if (output.isJson) {
+        WriteTrialJson(output, subject, result);
+    } else {
+        WriteTrialText(output, subject, result);
+    }
     return result.installations.back().isInstalled ? io::ExitCode::kFine : io::ExitCode::kProblems;
 }
 
@@ -129,7 +139,7 @@ void AddBounds(CLI::App& command, TrialBounds& bounds)
 void AddTry(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand(
-        "try", "Install a package on a sandboxed panel and tell what changed");
+        "try", "Install a package on a sandboxed panel and show what that changes");
     const auto options = std::make_shared<TryOptions>();
     command
         ->add_option("package", options->package,
@@ -137,7 +147,7 @@ void AddTry(CLI::App& program, Invocation& invocation)
         ->type_name(kPackageValue)
         ->required();
     command->add_flag("--twice", options->isTwice,
-                      "Install it again on the same panel, and tell what that changed");
+                      "Install it again on the same panel, and show what that changes");
     CLI::Option* const fail = command->add_option(
         "--fail", options->failedStep,
         "Let this step fail, counted from 1, at its first command; with --twice the first time");
@@ -156,7 +166,7 @@ void AddTry(CLI::App& program, Invocation& invocation)
                      "NAME=VALUE for the panel's environment, LANG=ja_JP.UTF-8 for example")
         ->allow_extra_args(false);
     AddBounds(*command, options->bounds);
-    command->add_flag("--json", invocation.isJson, "Tell it as JSON");
+    command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer(
         "Nothing is changed on this machine, and nothing is started outside the sandboxed "
         "panel.\n\n"

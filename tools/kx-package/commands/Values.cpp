@@ -22,7 +22,7 @@ const format::Processor* ReadProcessor(const std::string& word)
     const format::Processor* const processor = format::FindProcessor(word);
     if (processor == nullptr && !word.empty()) {
         throw io::Error(io::ExitCode::kWrongUse, "--processor",
-                        "'" + word + "' is no processor that is known",
+                        "'" + word + "' is not a known processor",
                         io::NearestRemedy(word, format::ProcessorNames()));
     }
     return processor;

@@ -18,7 +18,7 @@ namespace kx::tool
 namespace
 {
 
-using Kind = io::PanelRoot::Kind;
+using Kind = io::RootedFolder::Kind;
 
 struct VerifyOptions {
     std::string name;
@@ -86,7 +86,7 @@ picojson::value DeviationAsJson(const registry::Deviation& deviation)
     });
 }
 
-void WriteDocument(const Output& output, const io::PanelRoot& root,
+void WriteDocument(const Output& output, const io::RootedFolder& root,
                    const registry::Comparison& comparison)
 {
     picojson::array deviations;
@@ -152,7 +152,7 @@ void WriteText(const Output& output, const registry::Comparison& comparison)
 
 io::ExitCode Verify(const VerifyOptions& options, const Output& output)
 {
-    const io::PanelRoot root(options.root);
+    const io::RootedFolder root = OpenPanel(options.root);
     const registry::Comparison comparison = registry::CompareRecord(root, options.name);
     if (output.isJson) {
         WriteDocument(output, root, comparison);
@@ -170,7 +170,7 @@ io::ExitCode Verify(const VerifyOptions& options, const Output& output)
 void AddVerify(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand(
-        "verify", "Compare the record of an installed package with what is there");
+        "verify", "Compare the record of an installed package with the panel's files");
     const auto options = std::make_shared<VerifyOptions>();
     command->add_option("name", options->name, "The name of the record")->required();
     command
@@ -178,16 +178,17 @@ void AddVerify(CLI::App& program, Invocation& invocation)
                      "The folder with the panel's files, or a copy of them; / is this machine")
         ->type_name(kFolderValue)
         ->capture_default_str();
-    command->add_flag("--json", invocation.isJson, "Tell it as JSON");
-    command->footer("A record tells paths and nothing else: not what was in the files, nor their "
-                    "modes.\n"
-                    "Exit status: 0 all is there, 1 something is missing or replaced, or the "
-                    "record is damaged,\n2 wrong use or no such record, 3 something could not be "
-                    "looked at.\n\n"
-                    "Examples:\n"
-                    "  kx-package verify recipes\n"
-                    "  kx-package verify --root /mnt/panel-copy recipes\n"
-                    "  kx-package verify --json recipes | jq -r '.deviations[].path'");
+    command->add_flag("--json", invocation.isJson, "Write it as JSON");
+    command->footer(
+        "A record lists paths and nothing else: not what was in the files, nor their "
+        "modes.\n"
+        "Exit status: 0 everything is there, 1 something is missing or replaced, or the "
+        "record is damaged,\n2 wrong use or no such record, 3 something could not be "
+        "looked at.\n\n"
+        "Examples:\n"
+        "  kx-package verify recipes\n"
+        "  kx-package verify --root /mnt/panel-copy recipes\n"
+        "  kx-package verify --json recipes | jq -r '.deviations[].path'");
     command->callback([options, &invocation] {
         invocation.run = [options](const Output& output) { return Verify(*options, output); };
     });

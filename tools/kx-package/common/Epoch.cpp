@@ -25,7 +25,7 @@ std::optional<std::time_t> SourceDateEpoch()
     const auto [rest, error] = std::from_chars(text, end, seconds);
     if (error != std::errc() || rest != end || seconds < 0 || seconds >= kFirstOf2108) {
         throw io::Error(io::ExitCode::kWrongUse, "SOURCE_DATE_EPOCH",
-                        "is '" + std::string(text) + "', which is no moment from 1970 to 2107",
+                        "is '" + std::string(text) + "', which is not a time from 1970 to 2107",
                         "set it to seconds since 1970, or unset it");
     }
     return seconds;

@@ -3,6 +3,7 @@
 #include "common/Output.h"
 
 #include "io/Text.h"
+#include "io/Utf8.h"
 
 #include <array>
 #include <cstdlib>

@@ -3,12 +3,12 @@
 #include "compose/Layout.h"
 
 #include "io/Text.h"
+#include "io/Utf8.h"
+#include "io/WholeFile.h"
 #include "manifest/Glob.h"
 #include "manifest/ManifestSteps.h"
 
 #include <algorithm>
-#include <array>
-#include <fstream>
 
 #include <sys/stat.h>
 
@@ -41,16 +41,16 @@ void RefuseBadName(const FoundFile& file, bool isItem, const std::string& place)
 {
     const std::string where = place + ": " + file.path;
     if (!io::IsUtf8(file.name)) {
-        throw io::Error(io::ExitCode::kProblems, where, "the name is no UTF-8", "rename it");
+        throw io::Error(io::ExitCode::kProblems, where, "the name is not UTF-8", "rename it");
     }
     if (const std::string sign = io::UnsafeCharacter(file.name); !sign.empty()) {
         throw io::Error(io::ExitCode::kProblems, where,
-                        "the name holds " + sign + ", which the panel's shell reads as its own",
+                        "the name contains " + sign + ", which the panel's shell interprets",
                         "rename it");
     }
     if (isItem && file.name.find(':') != std::string::npos) {
         throw io::Error(io::ExitCode::kProblems, where,
-                        "the name holds ':', where the panel takes a new name to begin",
+                        "the name contains ':', and the panel drops what is before it",
                         "rename it, or copy its folder in a step of kind copy-folder");
     }
 }
@@ -63,11 +63,9 @@ bool IsProgram(const std::string& mode)
 /// Tells whether a file begins like something to run.
 bool LooksExecutable(const std::string& path)
 {
-    std::array<char, 4> head{};
-    std::ifstream file(path, std::ios::binary);
-    file.read(head.data(), head.size());
-    const std::string_view read(head.data(), static_cast<std::size_t>(file.gcount()));
-    return read.substr(0, 2) == "#!" || read == "\x7f"
+    constexpr std::size_t kMarkSize = 4;
+    const std::string head = io::ReadFileHead(path, kMarkSize, "read");
+    return head.substr(0, 2) == "#!" || head == "\x7f"
                                                 "ELF";
 }
 
@@ -118,7 +116,7 @@ private:
             }
             if (!S_ISREG(info.st_mode)) {
                 throw io::Error(io::ExitCode::kProblems, files.place,
-                                "'" + files.source + "' is no file",
+                                "'" + files.source + "' is not a file",
                                 "copy a folder in a step of kind copy-folder");
             }
             return {{rest, path, false}};
@@ -146,8 +144,8 @@ private:
         const std::vector<FoundFile> found = Find(files);
         if (found.empty()) {
             throw io::Error(io::ExitCode::kProblems, files.place,
-                            "no file fits '" + files.source + "'",
-                            "folders do not count, nor names with a leading dot; '**' goes deeper");
+                            "no file matches '" + files.source + "'",
+                            "folders and names with a leading dot do not count; '**' goes deeper");
         }
         const std::string fixed = FixedFolder(files.source);
         for (const FoundFile& file : found) {
@@ -193,8 +191,8 @@ private:
             const bool isProgram = FitsAny(item.executable, file.name);
             if (!isProgram && LooksExecutable(file.path)) {
                 m_layout.remarks.push_back(item.place + ": " + file.name +
-                                           " begins like a program, but no pattern of "
-                                           "'executable' fits it; it will not be executable");
+                                           " looks like a program, but no pattern of 'executable' "
+                                           "matches it; it will not be executable");
             }
             m_layout.payload.push_back(
                 {number + file.name, file.path, std::nullopt, false, isProgram});
@@ -237,7 +235,7 @@ private:
                 });
             if (!fits) {
                 throw io::Error(io::ExitCode::kProblems, item.place,
-                                "no file in '" + item.source + "' fits '" + pattern +
+                                "no file in '" + item.source + "' matches '" + pattern +
                                     "' of 'executable'",
                                 "patterns begin below the folder; '**' goes deeper");
             }

@@ -4,12 +4,10 @@
 
 #include "archive/Package.h"
 #include "io/Error.h"
+#include "io/WholeFile.h"
 
-#include <array>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <optional>
 #include <system_error>
 
 #include <sys/stat.h>
@@ -55,23 +53,25 @@ std::string FindUpdater(const format::Processor& processor, const UpdaterPlaces&
                     "put one there, or name one with --updater PATH");
 }
 
-void RefuseOtherUpdater(const std::string& path, const format::Processor& processor)
+std::optional<format::ProgramHead> ReadUpdaterHead(const std::string& path)
 {
     struct stat info {
     };
-    std::array<char, format::kProgramHeadSize> head{};
     if (stat(path.c_str(), &info) != 0) {
         throw io::AccessError(path, "open the updater", errno);
     }
-    std::ifstream file(path, std::ios::binary);
-    if (!file && !S_ISDIR(info.st_mode)) {
-        throw io::AccessError(path, "open the updater", errno);
+    if (!S_ISREG(info.st_mode)) {
+        return std::nullopt;
     }
-    file.read(head.data(), head.size());
-    const std::optional<format::ProgramHead> program =
-        format::ReadProgramHead({head.data(), static_cast<std::size_t>(file.gcount())});
-    if (!S_ISREG(info.st_mode) || !program.has_value()) {
-        throw io::Error(io::ExitCode::kProblems, path, "is no program that a panel could start",
+    return format::ReadProgramHead(
+        io::ReadFileHead(path, format::kProgramHeadSize, "open the updater"));
+}
+
+void RefuseOtherUpdater(const std::string& path, const format::Processor& processor)
+{
+    const std::optional<format::ProgramHead> program = ReadUpdaterHead(path);
+    if (!program.has_value()) {
+        throw io::Error(io::ExitCode::kProblems, path, "is not a program that a panel could start",
                         "name an updater with --updater PATH");
     }
     if (!program->IsFor(processor)) {

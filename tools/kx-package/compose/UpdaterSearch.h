@@ -4,6 +4,7 @@
 
 #include "format/Processor.h"
 
+#include <optional>
 #include <string>
 
 namespace kx::tool
@@ -23,6 +24,11 @@ struct UpdaterPlaces {
 /// @throws Error when there is none
 [[nodiscard]] std::string FindUpdater(const format::Processor& processor,
                                       const UpdaterPlaces& places);
+
+/// Reads what the beginning of an updater tells about the program.
+/// @return nothing when it is not the file of a program
+/// @throws Error "cannot open the updater: …"
+[[nodiscard]] std::optional<format::ProgramHead> ReadUpdaterHead(const std::string& path);
 
 /// Refuses a file that is no program for the processor.
 /// @throws Error

@@ -3,6 +3,7 @@
 #include "manifest/Glob.h"
 
 #include "io/Error.h"
+#include "io/Utf8.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -33,6 +34,12 @@ std::vector<std::string_view> Parts(std::string_view path)
     return parts;
 }
 
+/// The length of the character that a name begins with. Bytes that are none count one by one.
+std::size_t CharacterLength(std::string_view name)
+{
+    return std::max<std::size_t>(1, io::Utf8Length(name));
+}
+
 /// Matches what stands in one part; the last star takes what is needed, so nothing is tried twice
 /// but from there.
 bool MatchesName(std::string_view pattern, std::string_view name)
@@ -49,14 +56,13 @@ bool MatchesName(std::string_view pattern, std::string_view name)
             star = p++;
             taken = n;
         } else if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == name[n])) {
-            ++p;
             // One question mark is one character, however many bytes it has.
-            do {
-                ++n;
-            } while (pattern[p - 1] == '?' && n < name.size() && (name[n] & 0xc0) == 0x80);
+            n += pattern[p] == '?' ? CharacterLength(name.substr(n)) : 1;
+            ++p;
         } else if (star != std::string_view::npos) {
             p = star + 1;
-            n = ++taken;
+            taken += CharacterLength(name.substr(taken));
+            n = taken;
         } else {
             return false;
         }
@@ -99,14 +105,14 @@ bool MayFitBelow(std::string_view pattern, std::string_view folder)
 /// @param info  what lstat told about it
 void RefuseUnlessFileOrFolder(const std::string& path, struct stat info)
 {
-    constexpr const char* kRemedy = "remove it, or leave it out by 'exclude'";
+    constexpr const char* kRemedy = "remove it, or list it in 'exclude'";
     const bool isLink = S_ISLNK(info.st_mode);
     if (isLink && stat(path.c_str(), &info) != 0) {
         throw io::Error(io::ExitCode::kNoAccess, path, "is a link that leads nowhere", kRemedy);
     }
     if (isLink && S_ISDIR(info.st_mode)) {
         throw io::Error(io::ExitCode::kNoAccess, path, "is a link to a folder",
-                        "put the folder itself there, or leave the link out by 'exclude'");
+                        "put the folder itself there, or list the link in 'exclude'");
     }
     if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
         throw io::Error(io::ExitCode::kNoAccess, path, "is neither a file nor a folder", kRemedy);

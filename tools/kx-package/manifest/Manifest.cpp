@@ -5,6 +5,7 @@
 #include "common/Epoch.h"
 #include "io/Nearest.h"
 #include "io/Text.h"
+#include "io/WholeFile.h"
 #include "manifest/ManifestSteps.h"
 #include "manifest/TomlTable.h"
 #include "panel/Names.h"
@@ -45,7 +46,7 @@ toml::table Parse(const std::string& text, const std::string& path)
         return toml::parse(text);
     } catch (const toml::parse_error& error) {
         throw io::Error(io::ExitCode::kProblems, PlaceOf(path, error.source().begin),
-                        "is no TOML: " + std::string(error.description()));
+                        "is not valid TOML: " + std::string(error.description()));
     }
 }
 
@@ -60,7 +61,7 @@ std::string ReadDate(const TomlTable& table)
         return DateText(*epoch);
     }
     throw io::Error(io::ExitCode::kProblems, table.Place(), "'package.date' is missing",
-                    "give it, like 2026-11-21, or set SOURCE_DATE_EPOCH");
+                    "add it, like 2026-11-21, or set SOURCE_DATE_EPOCH");
 }
 
 const format::Processor* ReadProcessor(const TomlTable& table)
@@ -93,8 +94,8 @@ void ReadIdentity(const TomlTable& table, Manifest& manifest)
 {
     table.RefuseOtherKeysThan(
         {"name", "title", "version", "comment", "model", "os-version", "date", "processor"});
-    manifest.title = table.Text("title", "give it; the panel shows it");
-    manifest.version = table.Text("version", "give it; the panel shows it");
+    manifest.title = table.Text("title", "add it; the panel shows it");
+    manifest.version = table.Text("version", "add it; the panel shows it");
     manifest.comment = table.OptionalText("comment").value_or("");
     manifest.model = table.Text("model", "name the panel's model");
     manifest.osVersion = table.Text("os-version", "name the version of the panel's system");
@@ -118,12 +119,12 @@ void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std:
         refuse("begins with '" + name.substr(0, 1) + "'");
     }
     if (name.find(panel::kUnpackedSuffix) != std::string::npos) {
-        refuse("holds '.temp', which the panel cuts names at");
+        refuse("contains '.temp', which the panel cuts off");
     }
     for (const char c : name) {
         if (std::isalnum(static_cast<unsigned char>(c)) == 0 &&
             std::string_view("-_.").find(c) == std::string_view::npos) {
-            refuse("holds other characters than letters, digits, '-', '_' and '.'");
+            refuse("contains characters other than letters, digits, '-', '_' and '.'");
         }
     }
 }

@@ -4,6 +4,8 @@
 
 #include "io/Nearest.h"
 #include "io/Text.h"
+#include "io/Utf8.h"
+#include "io/WholeFile.h"
 #include "osa/OSA.h"
 
 #include <algorithm>
@@ -23,10 +25,10 @@ template <class Kind>
 const Kind* ReadKind(const TomlTable& table, const std::vector<const Kind*>& kinds)
 {
     const std::vector<std::string> names = format::NamesOf(kinds);
-    const std::string name = table.Text("kind", "give it; " + io::NearestRemedy("", names));
+    const std::string name = table.Text("kind", "add it; " + io::NearestRemedy("", names));
     const Kind* const kind = format::FindKind(kinds, &Kind::name, name);
     if (kind == nullptr) {
-        throw table.Wrong("kind", "is '" + name + "', which is no kind",
+        throw table.Wrong("kind", "is '" + name + "', which is not a known kind",
                           io::NearestRemedy(name, names));
     }
     return kind;
@@ -40,7 +42,7 @@ std::string ReadTarget(const TomlTable& table)
         throw table.Wrong("target", "does not begin with '/'", "write the full path on the panel");
     }
     if (const std::string sign = io::UnsafeCharacter(target); !sign.empty()) {
-        throw table.Wrong("target", "holds " + sign + ", which the panel's shell reads as its own",
+        throw table.Wrong("target", "contains " + sign + ", which the panel's shell interprets",
                           "use another name");
     }
     return target;
@@ -60,7 +62,7 @@ std::string ReadMode(const TomlTable& table)
     std::string mode = table.OptionalText("mode").value_or(kDefaultMode);
     const bool isOctal = mode.find_first_not_of("01234567") == std::string::npos;
     if (!isOctal || mode.size() < 3 || mode.size() > 4) {
-        throw table.Wrong("mode", "is '" + mode + "', which is no mode",
+        throw table.Wrong("mode", "is '" + mode + "', which is not a mode",
                           "write three or four octal digits, like \"755\"");
     }
     return mode;
@@ -91,8 +93,8 @@ std::string ReadScriptFile(const TomlTable& table, const char* key, const std::s
         throw io::Error(error.Code(), table.Place(key), error.Line());
     }
     if (!io::IsUtf8(text) || text.find('\0') != std::string::npos) {
-        throw table.Wrong(key, "names '" + named + "', which is no UTF-8 text",
-                          "only texts can be scripts");
+        throw table.Wrong(key, "names '" + named + "', which is not UTF-8 text",
+                          "save the script as UTF-8");
     }
     return Replace_CRLF_to_LF(text);
 }
@@ -105,7 +107,7 @@ std::optional<std::string> ReadScript(const TomlTable& table, const char* key,
     const std::optional<std::string> text = table.OptionalText(key);
     const std::optional<std::string> file = table.OptionalText(fileKey.c_str());
     if (text.has_value() && file.has_value()) {
-        throw table.Wrong(fileKey.c_str(), "stands beside '" + std::string(key) + "'",
+        throw table.Wrong(fileKey.c_str(), "is given together with '" + std::string(key) + "'",
                           "keep one of them");
     }
     if (file.has_value()) {
@@ -153,7 +155,8 @@ ManifestSetting ReadSetting(const TomlTable& table, const std::string& folder)
             std::any_of(setting.values.begin(), setting.values.end(),
                         [](const auto& value) { return value.first == format::kCustomScriptItem; });
         if (isGiven) {
-            throw table.Wrong("values", "holds CustomScript beside the script", "keep one of them");
+            throw table.Wrong("values", "contains CustomScript besides the script",
+                              "keep one of them");
         }
         setting.values.emplace_back(format::kCustomScriptItem, *std::move(script));
     }

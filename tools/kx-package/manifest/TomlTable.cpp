@@ -101,7 +101,7 @@ std::string TomlTable::CheckedText(const toml::node& node, const std::string& ke
     }
     if (text->get().find('\0') != std::string::npos) {
         throw io::Error(io::ExitCode::kProblems, PlaceOf(m_file, node.source().begin),
-                        QuotedKey(m_name, key) + " holds a zero character",
+                        QuotedKey(m_name, key) + " contains a zero character",
                         "the panel would read the text up to it; remove it");
     }
     return text->get();

@@ -48,7 +48,7 @@ std::vector<FieldText> StepTexts()
     const ClassInfo* const settings = &DB_HardSettingStepSet::kInfo;
     return {
         {base, MemberOf(&DB_StepSet::SS_StepSetId), "Kind of step",
-         "What the step does. Two blanks stand behind the comma."},
+         "What the step does. There are two blanks after the comma."},
         {base, MemberOf(&DB_StepSet::Comment), "Comment", "For people. Not shown on the panel."},
         {base, MemberOf(&DB_StepSet::CanSkip), "May fail",
          "true: an item that fails is reported, and the step goes on and counts as done."},
@@ -85,7 +85,7 @@ std::vector<FieldText> DataTexts()
         {data, MemberOf(&DB_HardSettingFunctionData::DB_HardwareConfigs), "Settings",
          "The settings that the step changes, in order."},
         {setting, MemberOf(&DB_HardwareConfig::ConfigId), "Kind of setting",
-         "What the setting is about. Two blanks stand behind the comma."},
+         "What the setting is about. There are two blanks after the comma."},
         {setting, MemberOf(&DB_HardwareConfig::IsUsed), "Used",
          "false: the setting is passed over."},
         {setting, MemberOf(&DB_HardwareConfig::HardwareItems), "Items",

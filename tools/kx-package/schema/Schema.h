@@ -11,7 +11,7 @@ namespace kx::tool
 /// reader uses.
 ///
 /// It takes what the reader takes, but only the class that belongs in a place, and only the kinds
-/// of steps and settings that there are. Fields that no table has are allowed, as the reader
+/// of steps and settings that exist. Fields that no table has are allowed, as the reader
 /// ignores them.
 [[nodiscard]] picojson::value MakeSchema();
 

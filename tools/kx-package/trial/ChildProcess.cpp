@@ -2,13 +2,16 @@
 // SPDX-License-Identifier: MIT
 #include "trial/ChildProcess.h"
 
+#include "io/Descriptor.h"
 #include "io/Error.h"
+#include "io/Transfer.h"
 #include "trial/ShellTerminal.h"
 
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <optional>
 
 #include <fcntl.h>
@@ -28,39 +31,20 @@ using Clock = std::chrono::steady_clock;
 constexpr int kTickMs = 100;
 constexpr std::chrono::seconds kPatience(40); ///< for a child that was told to end
 
-/// A pipe whose ends are closed when it goes.
-class Pipe
-{
-public:
+/// A pipe.
+struct Pipe {
     Pipe()
     {
-        if (pipe2(m_ends.data(), O_CLOEXEC) != 0) {
+        std::array<int, 2> ends{};
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
             throw io::AccessError("", "make a pipe", errno);
         }
-    }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
-    ~Pipe()
-    {
-        CloseReading();
-        CloseWriting();
+        reading = io::Descriptor(ends[0]);
+        writing = io::Descriptor(ends[1]);
     }
 
-    [[nodiscard]] int Reading() const { return m_ends[0]; }
-    [[nodiscard]] int Writing() const { return m_ends[1]; }
-    void CloseReading() { Close(m_ends[0]); }
-    void CloseWriting() { Close(m_ends[1]); }
-
-private:
-    static void Close(int& end)
-    {
-        if (end >= 0) {
-            close(end);
-            end = -1;
-        }
-    }
-
-    std::array<int, 2> m_ends{-1, -1};
+    io::Descriptor reading;
+    io::Descriptor writing;
 };
 
 /// Becomes the program; writes the number of the error to @p failure when that is not possible.
@@ -85,7 +69,9 @@ private:
         execv(arguments[0], arguments.data());
     }
     const int number = errno;
-    static_cast<void>(write(failure, &number, sizeof number));
+    std::array<char, sizeof number> bytes{};
+    std::memcpy(bytes.data(), &number, sizeof number);
+    static_cast<void>(io::TryWriteAll(failure, {bytes.data(), bytes.size()}));
     _exit(127);
 }
 
@@ -94,11 +80,21 @@ private:
 bool Take(int descriptor, BoundedText& text)
 {
     std::array<char, 1 << 16> piece{};
-    const ssize_t count = read(descriptor, piece.data(), piece.size());
-    if (count > 0) {
-        text.Append({piece.data(), static_cast<std::size_t>(count)});
-    }
-    return count > 0 || (count < 0 && (errno == EINTR || errno == EAGAIN));
+    const io::Transferred taken = io::ReadSome(descriptor, piece.data(), piece.size());
+    text.Append({piece.data(), taken.count});
+    return taken.count > 0 || taken.error == EINTR || taken.error == EAGAIN;
+}
+
+/// Waits until the child has become the program.
+/// @return 0, or the number of the error that keeps it from that
+int NumberFrom(const io::Descriptor& failure)
+{
+    std::array<char, sizeof(int)> bytes{};
+    const io::Transferred told = io::ReadSome(failure.Number(), bytes.data(), bytes.size());
+    int number = 0;
+    std::memcpy(&number, bytes.data(), told.count);
+    // A child whose start was not waited for is asked to end by the first look at it.
+    return told.error == EINTR ? 0 : told.error != 0 ? told.error : number;
 }
 
 /// A child that runs.
@@ -140,22 +136,23 @@ private:
     void Start(const std::vector<std::string>& words)
     {
         Pipe failure;
-        const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        const io::Descriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC));
         const std::array<int, 3> streams = {
-            m_terminal != nullptr ? m_terminal->PanelSide() : null,
-            m_terminal != nullptr ? m_terminal->PanelSide() : m_out.Writing(), m_err.Writing()};
+            m_terminal != nullptr ? m_terminal->PanelSide() : null.Number(),
+            m_terminal != nullptr ? m_terminal->PanelSide() : m_out.writing.Number(),
+            m_err.writing.Number()};
         const pid_t parent = getpid();
         m_process = fork();
         if (m_process == 0) {
-            Become(words, streams, failure.Writing(), parent);
+            Become(words, streams, failure.writing.Number(), parent);
         }
         int number = m_process < 0 ? errno : 0;
-        close(null);
-        failure.CloseWriting();
-        m_out.CloseWriting();
-        m_err.CloseWriting();
-        while (number == 0 && read(failure.Reading(), &number, sizeof number) < 0) {
-            number = errno == EINTR ? 0 : errno;
+        // Their other ends are the child's alone, so that its end shows.
+        for (Pipe* const pipe : {&failure, &m_out, &m_err}) {
+            pipe->writing.Close();
+        }
+        if (number == 0) {
+            number = NumberFrom(failure.reading);
         }
         if (number != 0) {
             throw io::AccessError(words[0], "start", number);
@@ -181,8 +178,8 @@ private:
     void Serve()
     {
         std::array<pollfd, 4> waits{};
-        waits[0] = {m_isOutOpen ? m_out.Reading() : -1, POLLIN, 0};
-        waits[1] = {m_isErrOpen ? m_err.Reading() : -1, POLLIN, 0};
+        waits[0] = {m_isOutOpen ? m_out.reading.Number() : -1, POLLIN, 0};
+        waits[1] = {m_isErrOpen ? m_err.reading.Number() : -1, POLLIN, 0};
         waits[2] = {-1, POLLIN, 0};
         waits[3] = {-1, POLLIN, 0};
         if (m_terminal != nullptr) {
@@ -199,9 +196,10 @@ private:
         if (m_terminal != nullptr) {
             ServeTerminal(waits[2].revents, waits[3].revents);
         }
-        m_isOutOpen = m_isOutOpen && (waits[0].revents == 0 || Take(m_out.Reading(), m_result.out));
+        m_isOutOpen =
+            m_isOutOpen && (waits[0].revents == 0 || Take(m_out.reading.Number(), m_result.out));
         m_isErrOpen = m_isErrOpen && (waits[1].revents == 0 || waits[3].revents != 0 ||
-                                      Take(m_err.Reading(), m_result.err));
+                                      Take(m_err.reading.Number(), m_result.err));
     }
 
     void ServeTerminal(int person, int ourSide)

@@ -25,9 +25,8 @@ struct ChildResult {
 /// waits for its end. It ends with this process, too. Standard input is empty.
 ///
 /// @param words     path of the program, and its arguments
-/// @param mayGoOn   asked several times a second; when it says no, the child is told to end
-/// (SIGTERM)
-///                  and, when it does not in time, killed
+/// @param mayGoOn   asked several times a second; when it says no, the child is told to end by
+///                  SIGTERM, and killed when it does not in time
 /// @param terminal  serves as standard input and output instead, or null
 /// @throws Error when the program cannot be started
 [[nodiscard]] ChildResult RunChild(const std::vector<std::string>& words,

@@ -6,14 +6,11 @@
 #include "compose/UpdaterSearch.h"
 #include "io/Error.h"
 
-#include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kx::tool
@@ -25,6 +22,7 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr const char* kRunName = "run";
+constexpr const char* kSourcesName = "kx-package.sources";
 
 bool IsProgram(const fs::path& path)
 {
@@ -32,27 +30,21 @@ bool IsProgram(const fs::path& path)
     return fs::is_regular_file(path, error) && access(path.c_str(), X_OK) == 0;
 }
 
-/// Tells whether the tool lies where it was built.
-bool IsInBuildFolder(const std::string& toolFolder)
+/// Returns the folder of the sources of a tool that lies where it was built, where the build left a
+/// file that names it; empty for a tool that lies elsewhere.
+std::string SourcesOf(const std::string& toolFolder)
 {
-    std::error_code error;
-    return fs::equivalent(toolFolder, KX_BUILD_FOLDER, error) && !error;
+    std::string folder;
+    std::ifstream file(fs::path(toolFolder) / kSourcesName);
+    std::getline(file, folder);
+    return folder;
 }
 
 void RefuseOtherProgram(const std::string& path, const format::Processor* native)
 {
-    struct stat info {
-    };
-    if (stat(path.c_str(), &info) != 0) {
-        throw io::AccessError(path, "open the updater", errno);
-    }
-    std::array<char, format::kProgramHeadSize> head{};
-    std::ifstream file(path, std::ios::binary);
-    file.read(head.data(), head.size());
-    const std::optional<format::ProgramHead> program =
-        format::ReadProgramHead({head.data(), static_cast<std::size_t>(file.gcount())});
-    if (!S_ISREG(info.st_mode) || !program.has_value() || !IsProgram(path)) {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is no program that can be started",
+    const std::optional<format::ProgramHead> program = ReadUpdaterHead(path);
+    if (!program.has_value() || !IsProgram(path)) {
+        throw io::Error(io::ExitCode::kNoAccess, path, "is not a program that can be started",
                         "name an updater with --updater PATH");
     }
     if (native != nullptr && !program->IsFor(*native)) {
@@ -75,8 +67,9 @@ std::string FindDevice(const std::string& named, const std::string& toolFolder)
     if (folder.empty()) {
         folder = (fs::path(toolFolder).parent_path() / "lib" / archive::kUpdaterName / "device")
                      .string();
-        if (!IsProgram(fs::path(folder) / kRunName) && IsInBuildFolder(toolFolder)) {
-            folder = KX_DEVICE_SOURCES;
+        const std::string sources = SourcesOf(toolFolder);
+        if (!IsProgram(fs::path(folder) / kRunName) && !sources.empty()) {
+            folder = (fs::path(sources) / "device").string();
         }
     }
     if (!IsProgram(fs::path(folder) / kRunName)) {
@@ -101,7 +94,7 @@ std::string FindTrialUpdater(const std::string& named, const std::string& toolFo
         try {
             path = FindUpdater(*places.native, places);
         } catch (const io::Error&) {
-            if (!IsInBuildFolder(toolFolder) || !IsProgram(release)) {
+            if (SourcesOf(toolFolder).empty() || !IsProgram(release)) {
                 throw;
             }
             path = release.string();

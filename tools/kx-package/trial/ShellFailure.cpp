@@ -45,7 +45,7 @@ ShellFailure FailureOfStep(const rehearsal::Plan& plan, std::size_t stepCount, s
     if (chosen == nullptr) {
         throw io::Error(io::ExitCode::kWrongUse, "--fail",
                         name + " runs no command that could fail",
-                        "kx-package plan tells the commands of every step");
+                        "kx-package plan shows the commands of every step");
     }
     ShellFailure failure{chosen->command, 1};
     for (const rehearsal::PlannedCommand* before = plan.commands.data(); before != chosen;

@@ -3,13 +3,14 @@
 #include "trial/ShellTerminal.h"
 
 #include "io/Error.h"
+#include "io/Transfer.h"
 
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <string_view>
 
 #include <fcntl.h>
+#include <pty.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -21,15 +22,10 @@ namespace
 
 using Piece = std::array<char, 4096>;
 
-void WriteAll(int descriptor, std::string_view text)
+/// Shows a text to the person. When the person's terminal is gone, reading it tells.
+void Show(const io::Descriptor& terminal, std::string_view text)
 {
-    while (!text.empty()) {
-        const ssize_t count = write(descriptor, text.data(), text.size());
-        if (count < 0 && errno != EINTR) {
-            return; // the person's terminal is gone, which reading tells
-        }
-        text.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
-    }
+    static_cast<void>(io::TryWriteAll(terminal.Number(), text));
 }
 
 } // namespace
@@ -41,84 +37,89 @@ bool ShellTerminal::IsThere()
 
 ShellTerminal::ShellTerminal()
 {
-    constexpr int kFlags = O_RDWR | O_NOCTTY | O_CLOEXEC;
-    std::array<char, 256> name{};
-    int error = ttyname_r(STDIN_FILENO, name.data(), name.size());
+    int error = TakePerson();
     if (error == 0) {
-        m_person = open(name.data(), kFlags);
-        m_ourSide = posix_openpt(kFlags | O_NONBLOCK);
-        const bool isOpen = m_person >= 0 && m_ourSide >= 0 && grantpt(m_ourSide) == 0 &&
-                            unlockpt(m_ourSide) == 0 &&
-                            ptsname_r(m_ourSide, name.data(), name.size()) == 0;
-        m_panelSide = isOpen ? open(name.data(), kFlags) : -1;
-        error = m_panelSide >= 0 && tcgetattr(m_person, &m_before) == 0 ? 0 : errno;
+        error = OpenPanelSide();
     }
     if (error != 0) {
-        Close();
         throw io::AccessError("--shell", "use the terminal of standard input", error);
     }
-    CopySize();
-    static_cast<void>(tcsetattr(m_panelSide, TCSANOW, &m_before));
     termios raw = m_before;
     cfmakeraw(&raw);
-    static_cast<void>(tcsetattr(m_person, TCSADRAIN, &raw));
+    static_cast<void>(tcsetattr(m_person.Number(), TCSADRAIN, &raw));
 }
 
 ShellTerminal::~ShellTerminal()
 {
-    static_cast<void>(tcsetattr(m_person, TCSADRAIN, &m_before));
-    Close();
+    static_cast<void>(tcsetattr(m_person.Number(), TCSADRAIN, &m_before));
 }
 
-void ShellTerminal::Close()
+/// Opens the person's terminal once more, under its own name, and notes how it is set.
+/// @return 0 or an errno
+int ShellTerminal::TakePerson()
 {
-    for (const int descriptor : {m_person, m_ourSide, m_panelSide}) {
-        if (descriptor >= 0) {
-            close(descriptor);
-        }
+    std::array<char, 256> name{};
+    if (const int error = ttyname_r(STDIN_FILENO, name.data(), name.size()); error != 0) {
+        return error;
     }
+    m_person = io::Descriptor(open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    return m_person.IsOpen() && tcgetattr(m_person.Number(), &m_before) == 0 ? 0 : errno;
+}
+
+/// Makes the shell's terminal, set and as large as the person's.
+/// @return 0 or an errno
+int ShellTerminal::OpenPanelSide()
+{
+    winsize size{};
+    static_cast<void>(ioctl(m_person.Number(), TIOCGWINSZ, &size));
+    int ours = -1;
+    int panels = -1;
+    if (openpty(&ours, &panels, nullptr, &m_before, &size) != 0) {
+        return errno;
+    }
+    m_ourSide = io::Descriptor(ours);
+    m_panelSide = io::Descriptor(panels);
+    // The panel's processes get the one side as their streams, and nothing else of it.
+    const bool isSet = fcntl(ours, F_SETFD, FD_CLOEXEC) == 0 &&
+                       fcntl(panels, F_SETFD, FD_CLOEXEC) == 0 &&
+                       fcntl(ours, F_SETFL, O_RDWR | O_NONBLOCK) == 0;
+    return isSet ? 0 : errno;
 }
 
 bool ShellTerminal::TakeKeys()
 {
     Piece piece{};
-    const ssize_t count = read(m_person, piece.data(), piece.size());
-    if (count > 0) {
-        m_pending.append(piece.data(), static_cast<std::size_t>(count));
-    }
-    return count > 0 || (count < 0 && (errno == EINTR || errno == EAGAIN));
+    const io::Transferred taken = io::ReadSome(m_person.Number(), piece.data(), piece.size());
+    m_pending.append(piece.data(), taken.count);
+    return taken.count > 0 || taken.error == EINTR || taken.error == EAGAIN;
 }
 
 void ShellTerminal::HandOver()
 {
-    const ssize_t count = write(m_ourSide, m_pending.data(), m_pending.size());
-    if (count > 0) {
-        m_pending.erase(0, static_cast<std::size_t>(count));
-    }
+    m_pending.erase(0, io::WriteSome(m_ourSide.Number(), m_pending).count);
 }
 
 void ShellTerminal::ShowPrinted()
 {
     Piece piece{};
-    const ssize_t count = read(m_ourSide, piece.data(), piece.size());
-    if (count > 0) {
-        WriteAll(m_person, {piece.data(), static_cast<std::size_t>(count)});
-    }
+    const io::Transferred printed = io::ReadSome(m_ourSide.Number(), piece.data(), piece.size());
+    Show(m_person, {piece.data(), printed.count});
 }
 
 void ShellTerminal::CopySize() const
 {
     winsize size{};
     winsize known{};
-    if (ioctl(m_person, TIOCGWINSZ, &size) == 0 && ioctl(m_ourSide, TIOCGWINSZ, &known) == 0 &&
+    if (ioctl(m_person.Number(), TIOCGWINSZ, &size) == 0 &&
+        ioctl(m_ourSide.Number(), TIOCGWINSZ, &known) == 0 &&
         (size.ws_row != known.ws_row || size.ws_col != known.ws_col)) {
-        static_cast<void>(ioctl(m_ourSide, TIOCSWINSZ, &size));
+        static_cast<void>(ioctl(m_ourSide.Number(), TIOCSWINSZ, &size));
     }
 }
 
 void ShellTerminal::Say(const std::string& line) const
 {
-    WriteAll(m_person, line + "\r\n");
+    Show(m_person, line + "\r\n");
 }
 
 } // namespace kx::tool

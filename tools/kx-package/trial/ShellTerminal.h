@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "io/Descriptor.h"
+
 #include <string>
 
 #include <termios.h>
@@ -27,11 +29,11 @@ public:
     ~ShellTerminal();
 
     /// The shell's end of its terminal, for its standard input and output.
-    [[nodiscard]] int PanelSide() const { return m_panelSide; }
+    [[nodiscard]] int PanelSide() const { return m_panelSide.Number(); }
 
     /// The descriptors to wait for, and whether typed keys wait for the shell to take them.
-    [[nodiscard]] int Keyboard() const { return m_person; }
-    [[nodiscard]] int OurSide() const { return m_ourSide; }
+    [[nodiscard]] int Keyboard() const { return m_person.Number(); }
+    [[nodiscard]] int OurSide() const { return m_ourSide.Number(); }
     [[nodiscard]] bool HasPending() const { return !m_pending.empty(); }
 
     /// Takes what was typed.
@@ -51,11 +53,12 @@ public:
     void Say(const std::string& line) const;
 
 private:
-    void Close();
+    [[nodiscard]] int TakePerson();
+    [[nodiscard]] int OpenPanelSide();
 
-    int m_person = -1;
-    int m_ourSide = -1;
-    int m_panelSide = -1;
+    io::Descriptor m_person;
+    io::Descriptor m_ourSide;
+    io::Descriptor m_panelSide;
     termios m_before{};
     std::string m_pending;
 };

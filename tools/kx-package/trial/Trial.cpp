@@ -3,21 +3,20 @@
 #include "trial/Trial.h"
 
 #include "archive/Package.h"
-#include "format/Description.h"
+#include "format/ShellText.h"
+#include "io/Descriptor.h"
 #include "io/Error.h"
 #include "io/Interruption.h"
 #include "io/StandardInput.h"
 #include "io/Text.h"
-#include "osa/OSA.h"
+#include "io/WholeFile.h"
+#include "osa/PanelNames.h"
 #include "trial/ShellTerminal.h"
 
-#include <array>
 #include <cerrno>
 #include <filesystem>
-#include <memory>
 #include <system_error>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,31 +28,48 @@ namespace
 
 namespace fs = std::filesystem;
 
-constexpr const char* kDrive = "/mnt/usb/";
-constexpr const char* kRecords = "/var/lib/KxUserPackages/";
 // Left out of the summary, like everything in /run.
 constexpr const char* kInsidePackage = "/run/kx-package/package";
 constexpr const char* kInsideUpdater = "/run/kx-package/kx_Updater";
 constexpr std::uint64_t kLargestReport = std::uint64_t{64} << 20;
 
-// Exit statuses of the script below; unzip's own are smaller.
+// Exit statuses of the scripts below; unzip's own are smaller.
 constexpr int kNoDescription = 118;
 constexpr int kNoUpdater = 119;
 constexpr int kNotLaidDown = 120;
 
-/// Lays the package on the drive and unpacks it like the window. $1 is the archive, empty for the
-/// folder of an unpacked package; $2 the folder to unpack to.
-constexpr const char* kUnpackScript = R"(exec 2>&1
-rm -rf "$2" || exit 120
-if [ -n "$1" ]; then
-    rm -rf "$1" && mv /run/kx-package/package "$1" && mkdir -p "$2" || exit 120
-    unzip -o "$1" -d "$2" || exit
-else
-    mv /run/kx-package/package "$2" || exit 120
-fi
-[ -f "$2/UserPackage.kx-project" ] || exit 118
-[ -f "$2/kx_Updater" ] && [ -x "$2/kx_Updater" ] || exit 119
+/// Lays an archive on the drive and does what the window does up to its question. $0 is the
+/// archive, $1 the folder that it is unpacked to, $2 and $3 are the names of description and
+/// updater; commands follow. When one before the last fails, the last one, which unpacks, does,
+/// too.
+constexpr const char* kOpenScript = R"(exec 2>&1
+mv /run/kx-package/package "$0" || exit 120
+folder=$1 description=$2 updater=$3
+shift 3
+status=0
+for command; do
+    sh -c "$command"
+    status=$?
+done
+[ "$status" -eq 0 ] || exit "$status"
+[ -f "$folder/$description" ] || exit 118
+[ -f "$folder/$updater" ] && [ -x "$folder/$updater" ] || exit 119
 )";
+
+/// Lays the folder of an unpacked package where its archive would have been unpacked to.
+constexpr const char* kLayScript = R"(exec 2>&1
+mv /run/kx-package/package "$1" || exit 120
+[ -f "$1/$2" ] || exit 118
+[ -f "$1/$3" ] && [ -x "$1/$3" ] || exit 119
+)";
+
+/// Shows the record's list $0, then does what the window does after the installation.
+constexpr const char* kLeaveScript = R"(cat "$0"
+status=$?
+for command; do
+    sh -c "$command" >/dev/null 2>&1
+done
+exit "$status")";
 
 constexpr const char* kInstallScript = R"(exec "$0" -unzipedDir "$1" 2>&1)";
 
@@ -67,12 +83,21 @@ exec $shell)";
 constexpr unsigned kShellSeconds = 86400;
 constexpr unsigned kReadSeconds = 60;
 
+/// Reading that a signal ended is no failure of the input.
+void RefuseIfInterrupted()
+{
+    if (io::Interruption::IsAsked()) {
+        throw io::Error(io::ExitCode::kNoAccess, "", "the trial was interrupted");
+    }
+}
+
 /// One trial on one panel.
 class Trial
 {
 public:
     explicit Trial(const TrialRequest& request)
-        : m_request(request), m_panel(request.device, request.bounds, request.environment)
+        : m_request(request), m_road(request.road),
+          m_panel(request.device, request.bounds, request.environment)
     {
         std::error_code error;
         m_path = request.package;
@@ -81,22 +106,18 @@ public:
             TakeStandardInput();
         }
         m_isArchive = !fs::is_directory(m_path, error);
-        m_name = fs::path(m_path).filename().string();
-        m_folder = UnpackedFolder(m_path, m_isArchive);
-        m_recordName = format::RecordName(m_folder);
         fs::create_directory(m_panel.Scratch("drive"), error);
     }
 
     TrialResult Run()
     {
         TrialResult result;
-        result.packageName = m_name;
-        result.recordName = m_recordName;
+        result.recordName = m_road.record.substr(m_road.record.rfind('/') + 1);
         result.installations.push_back(Install(m_request.failure));
         if (m_request.isTwice && result.installations.front().isUnpacked) {
             result.installations.push_back(Install(std::nullopt));
         }
-        if (m_request.hasShell) {
+        if (m_request.shellGreeting) {
             result.shell = VisitShell(result.installations.back().isInstalled);
         }
         m_panel.End();
@@ -105,64 +126,47 @@ public:
 
 private:
     void TakeStandardInput();
-    [[nodiscard]] PanelResult Unpack();
+    [[nodiscard]] PanelResult Open();
+    void Start(const std::optional<ShellFailure>& failure, Installation& installation);
     [[nodiscard]] Installation Install(const std::optional<ShellFailure>& failure);
-    [[nodiscard]] std::optional<TrialRecord> ReadRecord();
+    [[nodiscard]] std::optional<TrialRecord> Leave();
     [[nodiscard]] ShellVisit VisitShell(bool isInstalled);
     [[nodiscard]] PanelChanges ReadChanges() const;
 
     const TrialRequest& m_request;
+    const Road& m_road;
     TrialPanel m_panel;
     std::string m_path;
-    std::string m_name;
     bool m_isArchive = false;
-    std::string m_folder; ///< on the panel, to which the package is unpacked
-    std::string m_recordName;
-    bool m_hasDrive = false; ///< it has been plugged in
 };
 
 void Trial::TakeStandardInput()
 {
-    const int file = open(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (file < 0) {
-        throw io::AccessError(m_path, "write", errno);
-    }
-    const auto close = [](const int* descriptor) { ::close(*descriptor); };
-    const std::unique_ptr<const int, decltype(close)> guard(&file, close);
+    const io::Descriptor file = io::CreateFile(m_path, 0600);
     const std::uint64_t limit = std::uint64_t{m_request.bounds.disk} << 20;
-    std::uint64_t total = 0;
-    std::array<char, 1 << 16> piece{};
-    while (true) {
-        const ssize_t count = read(STDIN_FILENO, piece.data(), piece.size());
-        if (io::Interruption::IsAsked()) {
-            throw io::Error(io::ExitCode::kNoAccess, "", "the trial was interrupted");
-        }
-        if (count < 0) {
-            throw io::AccessError("standard input", "read", errno);
-        }
-        total += static_cast<std::uint64_t>(count);
-        if (count == 0) {
-            return;
-        }
-        if (total > limit) {
-            throw io::Error(io::ExitCode::kNoAccess, "standard input",
-                            "is larger than " + io::SizeText(limit), "see --disk");
-        }
-        if (write(file, piece.data(), static_cast<std::size_t>(count)) != count) {
-            throw io::AccessError(m_path, "write", errno);
-        }
+    try {
+        io::CopyStandardInput(file, m_path, limit, "see --disk");
+    } catch (const io::Error&) {
+        RefuseIfInterrupted();
+        throw;
     }
+    RefuseIfInterrupted();
 }
 
-PanelResult Trial::Unpack()
+PanelResult Trial::Open()
 {
-    std::vector<std::string> options = {"--put", m_path + "=" + kInsidePackage};
-    if (!m_hasDrive) {
-        options.insert(options.end(), {"--usb", m_panel.Scratch("drive")});
-        m_hasDrive = true;
-    }
-    return m_panel.Run(options, {"sh", "-c", kUnpackScript, "sh",
-                                 m_isArchive ? kDrive + m_name : std::string(), m_folder});
+    // Every installation has the drive anew: the window leaves it unmounted.
+    const std::vector<std::string> options = {"--put", m_path + "=" + kInsidePackage, "--usb",
+                                              m_panel.Scratch("drive")};
+    std::vector<std::string> command = {"sh",
+                                        "-c",
+                                        m_isArchive ? kOpenScript : kLayScript,
+                                        m_road.archive,
+                                        m_road.folder,
+                                        archive::kDescriptionName,
+                                        archive::kUpdaterName};
+    command.insert(command.end(), m_road.opening.begin(), m_road.opening.end());
+    return m_panel.Run(options, command);
 }
 
 /// What is to be said when a package did not get as far as its installation.
@@ -182,27 +186,53 @@ std::string WhyNotUnpacked(const PanelResult& unpacked)
            "; see kx-package check";
 }
 
+/// Returns what a panel would do otherwise than the trial, or at least not as its author meant.
+std::vector<std::string> RemarksOnName(const Road& road)
+{
+    const std::string name = fs::path(road.archive).filename().string();
+    if (const std::string character = io::UnsafeCharacter(name); !character.empty()) {
+        return {"the panel's shell interprets the " + character +
+                " in the package's name; see kx-package check"};
+    }
+    if (format::HasForeignBytes(name)) {
+        return {"a panel would not start the installation: the package's name is not plain ASCII; "
+                "see kx-package check"};
+    }
+    return {};
+}
+
 Installation Trial::Install(const std::optional<ShellFailure>& failure)
 {
     Installation installation;
-    const PanelResult unpacked = Unpack();
-    installation.remarks = unpacked.remarks;
-    installation.isUnpacked = unpacked.status == 0 || unpacked.status == kNoUpdater;
-    if (!installation.isUnpacked) {
-        installation.remarks.push_back(WhyNotUnpacked(unpacked));
-        installation.log = unpacked.out;
+    if (!m_road.isFound) {
+        installation.remarks = {std::string("a panel finds no package: the file's name does not "
+                                            "end in ") +
+                                archive::kPackageExtension};
         return installation;
     }
-    if (const std::string character = io::UnsafeCharacter(m_name); !character.empty()) {
-        installation.remarks.push_back("the panel's shell reads the " + character +
-                                       " in the package's name as more than a letter; see "
-                                       "kx-package check");
+    const PanelResult opened = Open();
+    installation.remarks = opened.remarks;
+    for (const std::string& remark : RemarksOnName(m_road)) {
+        installation.remarks.push_back(remark);
     }
-    if (unpacked.status == kNoUpdater) {
+    installation.isUnpacked = opened.status == 0 || opened.status == kNoUpdater;
+    if (!installation.isUnpacked) {
+        installation.remarks.push_back(WhyNotUnpacked(opened));
+        installation.log = opened.out;
+        static_cast<void>(Leave()); // an earlier record is not this package's
+        return installation;
+    }
+    if (opened.status == kNoUpdater) {
         installation.remarks.push_back(std::string("the package has no ") + archive::kUpdaterName +
                                        " that a panel could start; see kx-package check");
     }
+    Start(failure, installation);
+    installation.record = Leave();
+    return installation;
+}
 
+void Trial::Start(const std::optional<ShellFailure>& failure, Installation& installation)
+{
     std::vector<std::string> options = {"--share",        m_request.updater + "=" + kInsideUpdater,
                                         "--summary-json", m_panel.Scratch("changes"),
                                         "--trace",        m_panel.Scratch("trace")};
@@ -211,7 +241,7 @@ Installation Trial::Install(const std::optional<ShellFailure>& failure)
                        {"--fail-shell", std::to_string(failure->number) + "=" + failure->command});
     }
     const PanelResult ended =
-        m_panel.Run(options, {"sh", "-c", kInstallScript, kInsideUpdater, m_folder});
+        m_panel.Run(options, {"sh", "-c", kInstallScript, kInsideUpdater, m_road.folder});
     installation.remarks.insert(installation.remarks.end(), ended.remarks.begin(),
                                 ended.remarks.end());
     installation.exitCode = ended.status;
@@ -220,15 +250,15 @@ Installation Trial::Install(const std::optional<ShellFailure>& failure)
     installation.changes = ReadChanges();
     const std::string trace = io::ReadWholeFile(m_panel.Scratch("trace"), kLargestReport * 8);
     installation.isRefused = ("\n" + trace).find("\nrefused\t") != std::string::npos;
-    installation.record = ReadRecord();
-    return installation;
 }
 
-std::optional<TrialRecord> Trial::ReadRecord()
+std::optional<TrialRecord> Trial::Leave()
 {
+    std::vector<std::string> command = {"sh", "-c", kLeaveScript,
+                                        m_road.record + "/" + PanelNames::kInstalledList};
+    command.insert(command.end(), m_road.leaving.begin(), m_road.leaving.end());
     m_panel.SetSeconds(kReadSeconds);
-    const PanelResult read =
-        m_panel.Run({}, {"cat", kRecords + m_recordName + "/installedFile.list"});
+    const PanelResult read = m_panel.Run({}, command);
     m_panel.SetSeconds(m_request.bounds.seconds);
     // What cat says goes to the remarks; no record is no trouble here.
     if (read.status != 0) {
@@ -251,8 +281,7 @@ std::optional<TrialRecord> Trial::ReadRecord()
 ShellVisit Trial::VisitShell(bool isInstalled)
 {
     ShellTerminal terminal;
-    terminal.Say(std::string("The package is ") + (isInstalled ? "" : "not ") +
-                 "installed. This is a shell on the panel; leave it with 'exit'.");
+    terminal.Say(m_request.shellGreeting(isInstalled));
     m_panel.SetSeconds(kShellSeconds);
     const PanelResult ended = m_panel.Run({"--summary-json", m_panel.Scratch("changes"), "--env",
                                            "PS1=panel:\\w# ", "--env", "HISTFILE="},
@@ -299,23 +328,10 @@ std::string NamedPath(const std::string& path)
         named = fs::canonical(named).string();
     }
     if (named == "/") {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is no package",
+        throw io::Error(io::ExitCode::kNoAccess, path, "is not a package",
                         "name a package or the folder of an unpacked one");
     }
     return named;
-}
-
-std::string UnpackedFolder(const std::string& path, bool isArchive)
-{
-    const std::string extension = ".temp";
-    const std::string inside = kDrive + fs::path(path).filename().string();
-    if (isArchive) {
-        return OSA_TrimExt(inside.c_str()) + extension;
-    }
-    const bool isUnpacked =
-        inside.size() > extension.size() &&
-        inside.compare(inside.size() - extension.size(), extension.size(), extension) == 0;
-    return isUnpacked ? inside : inside + extension;
 }
 
 TrialResult RunTrial(const TrialRequest& request)

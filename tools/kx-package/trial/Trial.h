@@ -4,9 +4,11 @@
 
 #include "trial/BoundedText.h"
 #include "trial/PanelChanges.h"
+#include "trial/Road.h"
 #include "trial/ShellFailure.h"
 #include "trial/TrialPanel.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,12 +19,14 @@ namespace kx::tool
 /// What to try, and with what.
 struct TrialRequest {
     std::string package; ///< a file, a folder, or "-" for standard input
+    Road road;           ///< of the package's name
     std::string device;  ///< folder of the sandboxed device
     std::string updater;
     TrialBounds bounds;
     std::vector<std::string> environment;
     bool isTwice = false;
-    bool hasShell = false;
+    /// Returns the line that a shell on the panel begins with; without it there is no shell.
+    std::function<std::string(bool isInstalled)> shellGreeting;
     std::optional<ShellFailure> failure; ///< of the first installation
 };
 
@@ -35,7 +39,7 @@ struct TrialRecord {
 /// One installation of the package.
 struct Installation {
     std::optional<int> exitCode;      ///< of the updater; absent when it was not started
-    bool isUnpacked = false;          ///< it has been started
+    bool isUnpacked = false;          ///< the package lay on the drive unpacked
     bool isInstalled = false;         ///< ended with 0
     bool isRefused = false;           ///< the command that was to fail was reached
     std::vector<std::string> remarks; ///< what else is to be said
@@ -52,7 +56,6 @@ struct ShellVisit {
 };
 
 struct TrialResult {
-    std::string packageName;                 ///< name on the panel's drive
     std::string recordName;                  ///< of the record's folder
     std::vector<Installation> installations; ///< one, or two
     std::optional<ShellVisit> shell;
@@ -61,9 +64,6 @@ struct TrialResult {
 /// Returns a path of the package that ends in its name: "." and the like become full paths.
 /// @throws Error when there is nothing, or it cannot be read
 [[nodiscard]] std::string NamedPath(const std::string& path);
-
-/// Returns the folder on the panel's drive to which the package of a path is unpacked.
-[[nodiscard]] std::string UnpackedFolder(const std::string& path, bool isArchive);
 
 /// Installs a package on a panel of the sandboxed device, the way a panel does.
 /// @throws Error when the package cannot be read, there is no device, or the person interrupted;

@@ -1,0 +1,133 @@
+#!/usr/bin/env bats
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+#
+# device/window itself: its command line, and what it brings back from the panel.
+
+load window
+
+# show [OPTION...] [-- COMMAND...]: starts device/window; output and status are for the test.
+show() {
+    # shellcheck disable=SC2153 # set by the kit
+    run "$WINDOW" --updater "$KX_UPDATER" --probe "$PROBE" "${PANEL_SETTINGS[@]}" "$@" </dev/null
+}
+
+@test "the help tells every option of its own and of the user's player" {
+    run "$WINDOW" --no-wm --help
+
+    [ "$status" -eq 0 ]
+    local option
+    for option in script out size lang no-wm display serve patience updater probe; do
+        grep -q "^  --$option " <<<"$output" || fail "no word of --$option"
+    done
+    grep -q '^COMMAND is "kx_Updater -upDir /mnt/usb" unless given' <<<"$output"
+}
+
+@test "wrong use is told in one line" {
+    show --lang
+    [ "$status" -eq 2 ]
+    [ "$output" = 'device/window: --lang needs a value; see device/window --help' ]
+
+    show --lang de
+    [ "$status" -eq 2 ]
+    [ "$output" = "device/window: --lang: 'de' is neither en nor ja" ]
+
+    show --script none
+    [ "$status" -eq 2 ]
+    [ "$output" = 'device/window: there is no none; scripts/demo builds what is missing' ]
+
+    show --probe "$WORK" # a folder without the probe
+    [ "$status" -eq 2 ]
+    [[ $output == "device/window: there is no $WORK/"*'; scripts/demo builds what is missing' ]]
+
+    show --dance 1
+    [ "$status" -eq 2 ]
+    [ "$output" = 'device/run: unknown option --dance; see device/run --help' ]
+
+    show --size small -- /bin/true
+    [ "$status" -eq 2 ]
+    [[ $output == *"'small' is no size; write for example 800x480" ]]
+}
+
+@test "what cannot be read or started is told in one line, too" {
+    printf 'state \377\n' >"$WORK/script"
+    show --script "$WORK/script" -- /bin/true
+    [ "$status" -eq 2 ]
+    [[ ${lines[-1]} == 'operate: error: argument --script: /opt/kx_Updater/script: '* ]]
+
+    run -127 "$WINDOW" --updater "$KX_UPDATER" --probe "$PROBE" -- nosuch </dev/null
+    [ "$output" = 'operate: nosuch: No such file or directory' ]
+}
+
+@test "a value can stand behind the option or behind an equals sign" {
+    # shellcheck disable=SC2016 # expanded on the panel
+    show --size=320x200 --env=A=b --lang=ja --out="$WORK/seen" --no-wm -- \
+        /bin/sh -c 'echo "$A $LANG"; xdotool getdisplaygeometry'
+
+    [ "$status" -eq 0 ]
+    same "$WORK/seen/updater.out" 'the output' <<'END'
+b ja_JP.UTF-8
+320 200
+END
+}
+
+@test "without a state everything but the reports is forgotten" {
+    mkdir "$WORK/temporary" "$WORK/seen"
+    chmod 700 "$WORK/seen"
+    echo old >"$WORK/seen/updater.out"
+    echo mine >"$WORK/seen/mine"
+
+    TMPDIR=$WORK/temporary show --out "$WORK/seen" --no-wm -- \
+        /bin/sh -c 'mkdir /var/log/operate/more; echo >/var/log/operate/more/x; echo new; exit 7'
+
+    [ "$status" -eq 7 ]
+    [ -z "$(ls -A "$WORK/temporary")" ]
+    [ "$(stat -c %a "$WORK/seen")" = 700 ]
+    (cd "$WORK/seen" && LC_ALL=C find . -type f | LC_ALL=C sort) >"$WORK/files"
+    same "$WORK/files" 'the reports' <<'END'
+./mine
+./more/x
+./transcript
+./updater.err
+./updater.out
+END
+    [ "$(cat "$WORK/seen/mine" "$WORK/seen/updater.out")" = $'mine\nnew' ]
+}
+
+@test "a link that the panel laid in the place of its reports is not followed" {
+    show --out "$WORK/seen" --no-wm -- \
+        /bin/sh -c 'mv /var/log/operate /opt; ln -s /etc /var/log/operate'
+
+    [ "$status" -eq 1 ]
+    [ "$output" = "device/window: $WORK/seen: operate: Not a directory" ]
+    [ ! -e "$WORK/seen" ]
+}
+
+@test "a request to end ends the panel and leaves nothing behind" {
+    mkdir "$WORK/temporary"
+    TMPDIR=$WORK/temporary "$WINDOW" --updater "$KX_UPDATER" --probe "$PROBE" --no-wm \
+        "${PANEL_SETTINGS[@]}" --out "$WORK/seen" -- /bin/sleep 291.5 </dev/null 3>&- &
+    local window=$!
+    wait_until host_has_process '/bin/sleep 291.5'
+
+    kill -TERM "$window"
+    status=0
+    wait "$window" || status=$?
+
+    [ "$status" -eq 143 ]
+    host_lacks_process '/bin/sleep 291.5'
+    [ -z "$(ls -A "$WORK/temporary")" ]
+    [ -e "$WORK/seen/updater.out" ]
+}
+
+@test "without a screen nothing is started, and a line says why" {
+    show --display :77 -- /bin/echo started
+
+    [ "$status" -eq 4 ]
+    [[ $output == 'operate: openbox did not start: '*'Failed to open the display'* ]]
+
+    show --missing Xvfb -- /bin/echo started
+
+    [ "$status" -eq 4 ]
+    [ "$output" = 'operate: Xvfb: No such file or directory; scripts/setup demo installs it' ]
+}

@@ -1,0 +1,50 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "commands/TrialJson.h"
+#include "kx-package/commands/Trials.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace kx::tool
+{
+
+namespace
+{
+
+TEST(WriteTrialJson, TellsEverything)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    const Output output{out, err, true};
+
+    WriteTrialJson(output, kSubject, ResultOfAll());
+
+    picojson::value told;
+    ASSERT_EQ(picojson::parse(told, out.str()), "");
+    EXPECT_EQ(told.serialize(),
+              R"({"installations":[{"exitCode":101,"files":[)"
+              R"({"change":"added","group":"adm","mode":"0644","owner":"root","path":"\/a\n",)"
+              R"("size":12,"type":"-"},)"
+              R"({"change":"changed","group":"7","mode":"0777","owner":"1000","path":"\/b",)"
+              R"("size":1,"target":"\\xff","type":"l"},)"
+              R"({"change":"removed","path":"\/usr\/c"}],)"
+              R"("installed":false,"log":["a","b\r"],"logOmitted":0,"rebootAsked":true,)"
+              R"("record":null,"records":[{"change":"removed","name":"P"}],)"
+              R"("remarks":["one\u001b","made to fail: step 2, echo 'user:********' | chpasswd"],)"
+              R"("settings":[{"after":"2","before":"1","name":"N"},)"
+              R"({"after":"3","before":null,"name":"M"},{"after":null,"before":"4","name":"L"}],)"
+              R"("unpacked":true,"users":[{"change":"added","name":"u\u007f"}]},)"
+              R"({"exitCode":0,"files":[],"installed":true,"log":[],"logOmitted":0,)"
+              R"("rebootAsked":false,"record":{"files":["\/f\t"],"folders":["\/d\/"]},)"
+              R"("records":[],"remarks":[],"settings":[],"unpacked":true,"users":[]}],)"
+              R"("installed":true,"package":"F\u001b","recordName":"Foo",)"
+              R"("shell":{"exitStatus":3,"files":[],"rebootAsked":false,"records":[],)"
+              R"("remarks":["late"],"settings":[],"users":[]}})");
+    EXPECT_EQ(err.str(), "");
+}
+
+} // namespace
+
+} // namespace kx::tool

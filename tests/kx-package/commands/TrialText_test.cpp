@@ -1,0 +1,114 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "commands/TrialText.h"
+#include "kx-package/commands/Trials.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace kx::tool
+{
+
+namespace
+{
+
+TEST(WriteTrialText, TellsPeopleEverythingOnSafeLines)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    const Output output{out, err};
+
+    WriteTrialText(output, kSubject, ResultOfAll());
+
+    EXPECT_EQ(out.str(), R"(F\x1b, the first time: not installed, exit code 101
+  one\x1b
+  made to fail: step 2, echo 'user:********' | chpasswd
+
+What the first installation changed
+  added    -rw-r--r--  root:adm  12  /a\n
+  changed  lrwxrwxrwx  1000:7     1  /b -> \xff
+  removed                            /usr/c
+settings
+  N=2  (was 1)
+  M=3
+  L=  (was 4)
+users
+  u\x7f: added
+records
+  P: removed
+a reboot was asked for
+
+There is no record of it
+
+What the updater printed
+  | a
+  | b\x0d
+
+F\x1b, the second time: installed
+
+What the second installation changed
+  no file and no folder
+settings
+  none
+users
+  none
+records
+  none
+
+Recorded as Foo
+  /d/  (folder)
+  /f\x09
+
+What the updater printed
+
+What the shell changed
+  no file and no folder
+settings
+  none
+users
+  none
+records
+  none
+  late
+)");
+    EXPECT_EQ(err.str(), "");
+}
+
+TEST(WriteTrialText, TellsWhatAFailureDidNotDo)
+{
+    TrialResult result;
+    result.installations.resize(1);
+    result.installations[0].isUnpacked = true;
+    result.installations[0].isInstalled = true;
+    const TrialSubject subject = {"F", 1, "cp a b"};
+    const auto lineOf = [&](bool isRefused, std::size_t number) {
+        result.installations[0].isRefused = isRefused;
+        std::ostringstream out;
+        std::ostringstream err;
+        WriteTrialText({out, err}, subject, result);
+        std::istringstream lines(out.str());
+        std::string line;
+        for (std::size_t i = 0; i <= number; ++i) {
+            std::getline(lines, line);
+        }
+        return line;
+    };
+
+    EXPECT_EQ(lineOf(false, 1), "  the command that was to fail was not reached: step 1, cp a b");
+    EXPECT_EQ(lineOf(true, 1), "  made to fail: step 1, cp a b");
+    EXPECT_EQ(lineOf(true, 2), "  the installation went on: the step may be skipped, or the "
+                               "updater does not look at this command's result");
+}
+
+TEST(ShellGreeting, TellsWhetherThePackageIsInstalled)
+{
+    EXPECT_EQ(ShellGreeting(true), "The package is installed. This is a shell on the panel; leave "
+                                   "it with 'exit'.");
+    EXPECT_EQ(ShellGreeting(false), "The package is not installed. This is a shell on the panel; "
+                                    "leave it with 'exit'.");
+}
+
+} // namespace
+
+} // namespace kx::tool

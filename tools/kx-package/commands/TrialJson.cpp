@@ -1,0 +1,126 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "commands/TrialJson.h"
+
+namespace kx::tool
+{
+
+namespace
+{
+
+picojson::value Texts(const std::vector<std::string>& texts)
+{
+    picojson::array list;
+    for (const std::string& text : texts) {
+        list.push_back(JsonText(text));
+    }
+    return picojson::value(list);
+}
+
+picojson::value Maybe(const std::optional<std::string>& text)
+{
+    return text.has_value() ? JsonText(*text) : picojson::value();
+}
+
+picojson::value Named(const std::vector<NamedChange>& changes)
+{
+    picojson::array list;
+    for (const NamedChange& change : changes) {
+        list.emplace_back(
+            picojson::object{{"name", JsonText(change.name)}, {"change", JsonText(change.change)}});
+    }
+    return picojson::value(list);
+}
+
+picojson::value JsonOf(const FileChange& file)
+{
+    picojson::object told;
+    told["change"] = JsonText(file.change);
+    told["path"] = JsonText(file.path);
+    if (!file.mode.empty()) {
+        told["mode"] = JsonText(file.octal);
+        told["type"] = JsonText(file.mode.substr(0, 1));
+        told["owner"] = JsonText(file.owner);
+        told["group"] = JsonText(file.group);
+    }
+    if (file.size.has_value()) {
+        told["size"] = JsonNumber(*file.size);
+    }
+    if (!file.target.empty()) {
+        told["target"] = JsonText(file.target);
+    }
+    return picojson::value(told);
+}
+
+/// Adds what a run changed to what is told of the run.
+void AddChanges(const PanelChanges& changes, picojson::object& told)
+{
+    picojson::array files;
+    for (const FileChange& file : changes.files) {
+        files.push_back(JsonOf(file));
+    }
+    picojson::array settings;
+    for (const SettingChange& setting : changes.settings) {
+        settings.emplace_back(picojson::object{{"name", JsonText(setting.name)},
+                                               {"before", Maybe(setting.before)},
+                                               {"after", Maybe(setting.after)}});
+    }
+    told["files"] = picojson::value(files);
+    told["settings"] = picojson::value(settings);
+    told["users"] = Named(changes.users);
+    told["records"] = Named(changes.packages);
+    told["rebootAsked"] = picojson::value(changes.isRebootAsked);
+}
+
+picojson::value JsonOf(const Installation& installation, const TrialSubject& subject)
+{
+    picojson::object told;
+    told["unpacked"] = picojson::value(installation.isUnpacked);
+    told["installed"] = picojson::value(installation.isInstalled);
+    told["exitCode"] = installation.exitCode.has_value()
+                           ? picojson::value(static_cast<double>(*installation.exitCode))
+                           : picojson::value();
+    told["remarks"] = Texts(RemarksOn(installation, subject));
+    told["log"] = Texts(installation.log.Lines());
+    told["logOmitted"] = JsonNumber(installation.log.Omitted());
+    told["record"] = !installation.record.has_value()
+                         ? picojson::value()
+                         : picojson::value(picojson::object{
+                               {"folders", Texts(installation.record->folders)},
+                               {"files", Texts(installation.record->files)},
+                           });
+    AddChanges(installation.changes, told);
+    return picojson::value(told);
+}
+
+picojson::value JsonOf(const std::optional<ShellVisit>& shell)
+{
+    if (!shell.has_value()) {
+        return {};
+    }
+    picojson::object told;
+    told["exitStatus"] = picojson::value(static_cast<double>(shell->exitStatus));
+    told["remarks"] = Texts(shell->remarks);
+    AddChanges(shell->changes, told);
+    return picojson::value(told);
+}
+
+} // namespace
+
+void WriteTrialJson(const Output& output, const TrialSubject& subject, const TrialResult& result)
+{
+    picojson::array installations;
+    for (const Installation& installation : result.installations) {
+        const bool isFirst = &installation == &result.installations.front();
+        installations.push_back(JsonOf(installation, isFirst ? subject : TrialSubject()));
+    }
+    picojson::object document;
+    document["package"] = JsonText(subject.package);
+    document["recordName"] = JsonText(result.recordName);
+    document["installed"] = picojson::value(result.installations.back().isInstalled);
+    document["installations"] = picojson::value(installations);
+    document["shell"] = JsonOf(result.shell);
+    WriteJson(output, picojson::value(document));
+}
+
+} // namespace kx::tool

@@ -1,0 +1,53 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "commands/TrialSubject.h"
+
+#include "format/Summary.h"
+
+#include <algorithm>
+
+namespace kx::tool
+{
+
+namespace
+{
+
+/// The command that was to fail, without blanks at its end and the password in it.
+std::string ShownCommand(std::string command)
+{
+    command.erase(command.find_last_not_of(' ') + 1);
+    const std::string begin = "echo '";
+    const std::string end = "' | chpasswd";
+    const bool isPassword = command.size() > begin.size() + end.size() &&
+                            command.compare(0, begin.size(), begin) == 0 &&
+                            command.compare(command.size() - end.size(), end.size(), end) == 0;
+    if (!isPassword) {
+        return command;
+    }
+    const std::size_t colon = std::min(command.find(':'), command.size() - end.size());
+    return command.substr(0, colon) + ":" + format::kMasked + end;
+}
+
+} // namespace
+
+std::vector<std::string> RemarksOn(const Installation& installation, const TrialSubject& subject)
+{
+    std::vector<std::string> remarks = installation.remarks;
+    if (subject.failedStep == 0 || !installation.isUnpacked) {
+        return remarks;
+    }
+    const std::string command =
+        "step " + std::to_string(subject.failedStep) + ", " + ShownCommand(subject.failedCommand);
+    if (!installation.isRefused) {
+        remarks.push_back("the command that was to fail was not reached: " + command);
+        return remarks;
+    }
+    remarks.push_back("made to fail: " + command);
+    if (installation.isInstalled) {
+        remarks.emplace_back("the installation went on: the step may be skipped, or the updater "
+                             "does not look at this command's result");
+    }
+    return remarks;
+}
+
+} // namespace kx::tool

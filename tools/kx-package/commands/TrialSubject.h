@@ -1,0 +1,25 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "trial/Trial.h"
+
+#include <string>
+#include <vector>
+
+namespace kx::tool
+{
+
+/// What is said of a trial besides its result.
+struct TrialSubject {
+    std::string package;        ///< as it was named
+    std::size_t failedStep = 0; ///< step that was to fail; 0 for none
+    std::string failedCommand;
+};
+
+/// Returns the remarks on an installation, with that on the step that was to fail. A password in
+/// the step's command is masked.
+[[nodiscard]] std::vector<std::string> RemarksOn(const Installation& installation,
+                                                 const TrialSubject& subject);
+
+} // namespace kx::tool
