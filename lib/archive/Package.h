@@ -3,6 +3,7 @@
 #pragma once
 
 #include "io/Error.h"
+#include "panel/Names.h"
 
 #include <cstdint>
 #include <memory>
@@ -13,9 +14,9 @@ namespace kx::archive
 {
 
 /// The names that the updater gives to what a package holds.
-constexpr const char* kDescriptionName = "UserPackage.kx-project";
-constexpr const char* kUpdaterName = "kx_Updater";
-constexpr const char* kPackageExtension = ".kx-update";
+constexpr const char* kDescriptionName = panel::kDescription;
+constexpr const char* kUpdaterName = panel::kUpdater;
+constexpr const char* kPackageExtension = panel::kPackageExtension;
 
 /// The file from which a package is built; a folder with it is the source of one, and no package.
 constexpr const char* kManifestName = "package.toml";

@@ -7,6 +7,7 @@
 #include "format/Description.h"
 #include "format/ShellText.h"
 #include "osa/OSA.h"
+#include "panel/Names.h"
 
 #include <filesystem>
 #include <set>
@@ -62,8 +63,10 @@ void CheckPackageName(const std::string& path, bool isArchive, Findings& finding
         add(RuleId::kNameSeparator, "'" + name + "' is recorded as '" + record + "'");
     }
     const std::string bare = isArchive ? OSA_TrimExt(("/" + name).c_str()) : name;
-    if (bare.find(".temp") != std::string::npos &&
-        !(!isArchive && bare.size() > 5 && bare.find(".temp") == bare.size() - 5)) {
+    constexpr std::string_view kSuffix = panel::kUnpackedSuffix;
+    const bool isUnpacked = !isArchive && bare.size() > kSuffix.size() &&
+                            bare.find(kSuffix) == bare.size() - kSuffix.size();
+    if (bare.find(kSuffix) != std::string::npos && !isUnpacked) {
         add(RuleId::kNameTemp, "'" + name + "' is recorded as '" + record + "'");
     }
     if (isArchive && name.find_first_of("*?[") != std::string::npos) {

@@ -140,6 +140,7 @@ enum class RuleId : std::size_t {
     kUserQuote,
     kUserEscape,
     kUserLine,
+    kUserLong,
     kUserMissing,
     kUserName,
     kUserItem,

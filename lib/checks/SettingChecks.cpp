@@ -9,6 +9,7 @@
 #include "format/ShellText.h"
 #include "io/Nearest.h"
 #include "io/Text.h"
+#include "panel/Names.h"
 
 #include <vector>
 
@@ -187,6 +188,11 @@ private:
             text.find('\0') != std::string::npos) {
             m_findings.Add(RuleId::kUserLine, place, "contains a line break or a zero byte");
         }
+        constexpr std::size_t kLongest = 511; // what the panel's password library takes
+        if (!isUser && text.size() > kLongest) {
+            m_findings.AddAs(m_failure, RuleId::kUserLong, place,
+                             "has " + std::to_string(text.size()) + " bytes");
+        }
     }
 
     Severity m_failure;
@@ -214,8 +220,8 @@ void CheckSettings(const format::JsonNode& step, const std::string& path, Severi
     }
     if (!check.Words().empty()) {
         // The tool's failure does not show, so the settings are lost without a word.
-        CheckCommand("kx-setting-cui set " + check.Words(), PlaceIn(step, path), Severity::kError,
-                     findings);
+        CheckCommand(std::string(panel::kSettingTool) + " set " + check.Words(),
+                     PlaceIn(step, path), Severity::kError, findings);
     }
 }
 

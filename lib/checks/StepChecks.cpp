@@ -236,6 +236,9 @@ private:
         const Place place = item.At("Permissions");
         if (mode.empty()) {
             m_findings.Add(RuleId::kPermissionsOpen, place, "is empty");
+        } else if (format::IsChmodQuestion(mode)) {
+            m_findings.Add(RuleId::kPermissions, place,
+                           "'" + mode + "' is a question to chmod: no mode is set");
         } else if (!format::IsMode(mode)) {
             m_findings.AddAs(m_failure, RuleId::kPermissions, place,
                              "'" + mode + "' is not a mode");
@@ -366,7 +369,11 @@ private:
     bool CheckTarget(const std::string& target, const char* behind, const Place& place)
     {
         if (target.empty()) {
-            m_findings.AddAs(m_failure, RuleId::kTargetEmpty, place, "is empty");
+            // A file cannot be copied to it; what a folder holds arrives all the same.
+            const bool isFolder = *behind == '/';
+            m_findings.AddAs(isFolder ? Severity::kError : m_failure, RuleId::kTargetEmpty, place,
+                             isFolder ? "is empty: what the folder holds arrives in the root folder"
+                                      : "is empty");
             return false;
         }
         if (const std::string changed = format::ChangedInDoubleQuotes(target + behind);

@@ -3,8 +3,9 @@
 #include "format/Description.h"
 
 #include "archive/Links.h"
+#include "engine/Installation.h"
 #include "io/Error.h"
-#include "osa/OSA.h"
+#include "panel/Names.h"
 
 #include <algorithm>
 #include <utility>
@@ -103,16 +104,10 @@ std::uint64_t FilledObjects(std::string_view text, std::uint64_t most)
 
 std::string RecordName(const std::string& path)
 {
-    // What the window unpacks Foo.kx-update to is Foo.temp, and the record is named after that.
-    const std::string extension = OSA_GetExt(path.c_str());
-    const std::string folder =
-        extension == archive::kPackageExtension ? OSA_TrimExt(path.c_str()) + ".temp" : path;
-    std::string name = OSA_GetFilenameExt(folder.c_str());
-    constexpr std::size_t kSuffixLength = 5;
-    if (name.find(".temp") != std::string::npos) {
-        name.resize(name.size() - kSuffixLength);
-    }
-    return name;
+    const bool isArchive = Installation::IsPackageName(path.c_str());
+    const std::string record =
+        Installation::RecordFolder(isArchive ? Installation::UnpackedFolder(path) : path);
+    return record.substr(std::string_view(panel::kRegistry).size() + 1);
 }
 
 } // namespace kx::format

@@ -126,6 +126,13 @@ bool IsMode(std::string_view text)
     }
 }
 
+bool IsChmodQuestion(std::string_view text)
+{
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    text = text.substr(0, text.find_last_not_of(" \t") + 1);
+    return text == "--help" || text == "--version";
+}
+
 bool HasForeignBytes(std::string_view text)
 {
     return std::any_of(text.begin(), text.end(),

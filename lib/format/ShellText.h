@@ -27,6 +27,10 @@ namespace kx::format
 /// Tells whether chmod takes the text as a mode.
 [[nodiscard]] bool IsMode(std::string_view text);
 
+/// Tells whether `chmod` takes a text for a question to itself: it answers, succeeds, and sets
+/// nothing.
+[[nodiscard]] bool IsChmodQuestion(std::string_view text);
+
 /// Tells whether the text holds bytes beyond ASCII.
 [[nodiscard]] bool HasForeignBytes(std::string_view text);
 

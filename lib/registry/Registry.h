@@ -3,6 +3,7 @@
 #pragma once
 
 #include "io/RootedFolder.h"
+#include "panel/Names.h"
 #include "registry/RecordList.h"
 
 #include <functional>
@@ -14,10 +15,10 @@ namespace kx::registry
 {
 
 /// Where a panel keeps its records, one folder each.
-constexpr const char* kRegistryPath = "/var/lib/KxUserPackages";
+constexpr const char* kRegistryPath = panel::kRegistry;
 
 /// The list in a record.
-constexpr const char* kListName = "installedFile.list";
+constexpr const char* kListName = panel::kInstalledList;
 
 /// How large the description in a record may be; real ones have some kilobytes.
 constexpr std::uint64_t kLargestRecordedDescription = std::uint64_t{16} << 20;

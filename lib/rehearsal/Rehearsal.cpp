@@ -7,7 +7,6 @@
 #include "engine/Installation.h"
 #include "engine/UserPackageInstaller.h"
 #include "engine/q_UpdaterEngine.h"
-#include "format/Description.h"
 #include "io/Error.h"
 #include "model/DB_KxUserProject.h"
 #include "model/DB_StepSets.h"
@@ -183,7 +182,7 @@ Plan Rehearse(const archive::Package& package, const Circumstances& where)
 {
     Plan plan;
     plan.packageFile = where.drive + "/" + FileNameOf(package);
-    plan.record = std::string(panel::kRegistry) + "/" + format::RecordName(plan.packageFile);
+    plan.record = Installation::RecordFolder(Installation::UnpackedFolder(plan.packageFile));
 
     const archive::PackageEntry* const description = package.Find(panel::kDescription);
     if (description != nullptr && description->kind == archive::PackageEntry::Kind::kLink) {

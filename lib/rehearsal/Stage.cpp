@@ -215,7 +215,7 @@ const std::vector<Stage::Known>& Stage::FileCommands()
          [](Stage& stage, const std::string& mode, const std::string& path, Planned& planned) {
              planned.isReadDifferently = IsSpecial(path) || IsSpecialBare(mode) ||
                                          mode.find_first_of(" \t") != std::string::npos;
-             return planned.isReadDifferently ||
+             return planned.isReadDifferently || format::IsChmodQuestion(mode) ||
                     (format::IsMode(mode) &&
                      stage.m_panel.KindOf(path) != VirtualPanel::Kind::kNone);
          }},

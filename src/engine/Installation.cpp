@@ -58,6 +58,18 @@ std::string Installation::UnpackedFolder(const std::string& archive)
     return OSA_TrimExt(archive.c_str()) + PanelNames::kUnpackedSuffix;
 }
 
+std::string Installation::RecordFolder(const std::string& folder)
+{
+    constexpr std::string_view kSuffix = PanelNames::kUnpackedSuffix;
+    std::string record =
+        std::string(PanelNames::kRegistry) + "/" + OSA_GetFilenameExt(folder.c_str());
+    // Wherever the suffix stands, it is the last characters, as many as it has, that go.
+    if (record.find(kSuffix) != std::string::npos) {
+        record.resize(record.size() - kSuffix.size());
+    }
+    return record;
+}
+
 int Installation::OpenPackage(UserPackageInstaller& package, const std::string& archive)
 {
     PointAt(package, UnpackedFolder(archive));

@@ -55,6 +55,9 @@ enum class Search {
 /// extension's place.
 [[nodiscard]] std::string UnpackedFolder(const std::string& archive);
 
+/// Returns the folder of the record of the package that is unpacked in @p folder.
+[[nodiscard]] std::string RecordFolder(const std::string& folder);
+
 /// Opens a package: points @p package at the archive's unpacked folder, unpacks the archive there
 /// and reads the root of the description.
 /// @return 0, the raw status of the `mkdir` or `unzip` that failed, or kGeneralError

@@ -4,6 +4,7 @@
 
 #include "engine/ILogger.h"
 #include "engine/IStepObserver.h"
+#include "engine/Installation.h"
 #include "engine/q_UpdaterEngine.h"
 #include "model/DB_KxUserProject.h"
 #include "model/DB_StepSets.h"
@@ -16,7 +17,6 @@
 
 #include <memory>
 #include <string>
-#include <string_view>
 
 namespace
 {
@@ -37,19 +37,6 @@ public:
 private:
     const std::string* saved;
 };
-
-/// Returns the registry folder of the package unpacked in @p packageDir.
-std::string RecordDirOf(const std::string& packageDir)
-{
-    constexpr std::string_view kSuffix = PanelNames::kUnpackedSuffix;
-    std::string recordDir =
-        std::string(PanelNames::kRegistry) + "/" + OSA_GetFilenameExt(packageDir.c_str());
-    // Wherever the suffix stands, it is the last characters, as many as it has, that go.
-    if (recordDir.find(kSuffix) != std::string::npos) {
-        recordDir.resize(recordDir.size() - kSuffix.size());
-    }
-    return recordDir;
-}
 
 /// Reports that a step failed.
 /// @return @p result
@@ -184,7 +171,7 @@ void UserPackageInstaller::Cleanup()
 
 int UserPackageInstaller::ClearInstalledLog()
 {
-    const std::string recordDir = RecordDirOf(packageDir);
+    const std::string recordDir = Installation::RecordFolder(packageDir);
     if (OSA_IsDir(recordDir.c_str())) {
         static_cast<void>(OSA_rmdir(recordDir.c_str()));
     }
@@ -193,7 +180,7 @@ int UserPackageInstaller::ClearInstalledLog()
 
 int UserPackageInstaller::RegistInstalledLog()
 {
-    const std::string recordDir = RecordDirOf(packageDir);
+    const std::string recordDir = Installation::RecordFolder(packageDir);
     // A failure shows in the copy that follows.
     static_cast<void>(OSA_mkdir(recordDir.c_str()));
     q_UpdaterEngine::CopyFolderList->AppendOnce(recordDir);

@@ -212,6 +212,7 @@ const RuleCase kCases[] = {
     {"payload-link", "error", "1/0/b", [](Recipe& r) { r.parts.push_back({"1/0/b", "..", 0120777}); }, false},
     {"payload-unused", "warning", "9/0/x", [](Recipe& r) { r.parts.push_back({"9/0/x", ""}); }},
     {"target-empty", "error", kTarget0, [](Recipe& r) { r.Replace("/opt/hello", ""); }},
+    {"target-empty", "error", kTarget1, [](Recipe& r) { r.Replace("/opt/share", ""); }},
     {"target-relative", "error", kTarget0, [](Recipe& r) { r.Replace("/opt/hello", "opt/hello"); }},
     {"target-root", "error", kTarget0, [](Recipe& r) { r.Replace("/opt/hello", "/"); }},
     {"target-whole", "note", kTarget1, [](Recipe& r) { r.Replace("/opt/share", "/"); }},
@@ -228,6 +229,7 @@ const RuleCase kCases[] = {
     {"target-registry", "warning", kTarget0, [](Recipe& r) { r.Replace("/opt/hello", "/var/lib/KxUserPackages/x"); }},
     {"source-shell", "error", "1/0/$a", [](Recipe& r) { r.Part("1/0/a").name = "1/0/$a"; }},
     {"permissions", "error", kMode0, [](Recipe& r) { r.Replace("\"755\"", "\"rwx\""); }},
+    {"permissions", "error", kMode0, [](Recipe& r) { r.Replace("\"755\"", "\"--help\""); }},
     {"permissions-mask", "warning", kMode0, [](Recipe& r) { r.Replace("\"755\"", "\"+x\""); }},
     {"permissions-open", "note", kMode0, [](Recipe& r) { r.Replace("\"755\"", "\"\""); }},
     {"command-long", "warning", "DB_StepSets.$values[3]", [](Recipe& r) { r.Replace("\"5\"", "\"" + std::string(2048, '5') + "\""); }},
@@ -254,6 +256,7 @@ const RuleCase kCases[] = {
     {"user-escape", "error", ITEM("1", "1", "Value"), [](Recipe& r) { r.Replace("\"pass\"", "\"pa\\\\nss\""); }},
     {"user-escape", "warning", ITEM("1", "1", "Value"), [](Recipe& r) { r.Replace("\"pass\"", "\"pa\\\\ss\""); }},
     {"user-line", "error", ITEM("1", "1", "Value"), [](Recipe& r) { r.Replace("\"pass\"", "\"pa\\nss\""); }},
+    {"user-long", "error", ITEM("1", "1", "Value"), [](Recipe& r) { r.Replace("\"pass\"", "\"" + std::string(512, 'p') + "\""); }},
     {"user-missing", "error", CONFIG("1") ".HardwareItems.$values", [](Recipe& r) { r.Replace("\"Password\"", "\"password\""); }, false},
     {"user-name", "error", ITEM("1", "0", "Value"), [](Recipe& r) { r.Replace("\"user\"", "\"u ser\""); }},
     {"user-item", "warning", ITEM("1", "0", "ItemName"), [](Recipe& r) { r.Replace(R"({"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "User", "Value": "user"},)", R"({"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "Group", "Value": "x"}, {"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "User", "Value": "user"},)"); }},
@@ -360,6 +363,14 @@ TEST(CheckPackage, KeepsABoundedNumberOfFindingsOfARule)
     EXPECT_EQ(Problems(findings).size(), Findings::kMostOfARule);
     EXPECT_EQ(findings.Count(Severity::kWarning), 150U);
     EXPECT_EQ(findings.Omitted(RuleId::kPayloadUnused), 50U);
+}
+
+TEST(CheckPackage, TakesTheLongestPassword)
+{
+    Recipe recipe;
+    recipe.Replace("\"pass\"", "\"" + std::string(511, 'p') + "\"");
+
+    EXPECT_THAT(Problems(recipe.Check()), IsEmpty());
 }
 
 TEST(CheckPackage, SaysWhatFailsWhereNoRuleDoes)

@@ -129,6 +129,8 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{"ChmodFolder", R"(chmod 777 "/opt/" )", 0, ""},
         CommandCase{"ChmodOfTheScript", R"(chmod +x "/opt/file")", 0, ""},
         CommandCase{"ChmodOfNoScript", R"(chmod +x "/opt/gone")", kFailed, ""},
+        CommandCase{"ChmodAsked", R"(chmod --help "/opt/file" )", 0, ""},
+        CommandCase{"ChmodAskedWithBlanks", R"(chmod  --version "/opt/gone" )", 0, "D"},
         CommandCase{"ChmodNoMode", R"(chmod 99 "/opt/file" )", kFailed, ""},
         CommandCase{"ChmodNothing", R"(chmod 755 "/opt/gone" )", kFailed, ""},
         CommandCase{"ChmodNoName", R"(chmod 755 "" )", kFailed, ""},

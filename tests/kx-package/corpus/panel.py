@@ -48,8 +48,18 @@ def install():
                               preexec_fn=bounds, check=False, env={**ENVIRONMENT, "LC_ALL": "C"})
     except (OSError, subprocess.TimeoutExpired):
         return -1, None
-    failed = re.findall(rb"^Installation failed in step (\d+)\.$", done.stdout, re.M)
-    return done.returncode, int(failed[-1]) if failed else None
+    return done.returncode, failed_step(done.stdout)
+
+
+def failed_step(log):
+    """The step that ended an installation, as its log tells it."""
+    failed = re.findall(rb"^Installation failed in step (\d+)\.$", log, re.M)
+    if failed:
+        return int(failed[-1])
+    # A step of unknown kind is announced by nothing else.
+    if log.endswith(b" is not support functon.\n"):
+        return len(re.findall(rb"^\*{4} Installation step \d+/\d+$", log, re.M)) + 1
+    return None
 
 
 def record():
@@ -152,4 +162,5 @@ def main():
         print(json.dumps(result), flush=True)
 
 
-main()
+if __name__ == "__main__":
+    main()

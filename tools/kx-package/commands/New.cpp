@@ -10,6 +10,7 @@
 #include "io/Transfer.h"
 #include "manifest/Manifest.h"
 #include "osa/OSA.h"
+#include "panel/Names.h"
 
 #include <algorithm>
 #include <cctype>
@@ -159,7 +160,7 @@ std::string NameFor(const fs::path& folder)
                    std::string_view("-_.").find(c) == std::string_view::npos;
         },
         '-');
-    name = ReplaceStringAll(name, ".temp", "-temp");
+    name = ReplaceStringAll(name, panel::kUnpackedSuffix, "-temp");
     name.erase(0, std::min(name.find_first_not_of("-."), name.size()));
     return name.empty() ? "package" : name;
 }

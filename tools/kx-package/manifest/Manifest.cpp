@@ -8,6 +8,7 @@
 #include "io/WholeFile.h"
 #include "manifest/ManifestSteps.h"
 #include "manifest/TomlTable.h"
+#include "panel/Names.h"
 
 #include <cctype>
 #include <filesystem>
@@ -117,7 +118,7 @@ void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std:
     if (name[0] == '.' || name[0] == '-') {
         refuse("begins with '" + name.substr(0, 1) + "'");
     }
-    if (name.find(".temp") != std::string::npos) {
+    if (name.find(panel::kUnpackedSuffix) != std::string::npos) {
         refuse("contains '.temp', which the panel cuts off");
     }
     for (const char c : name) {
