@@ -18,7 +18,7 @@ protected:
     const format::Processor& m_arm = *format::FindProcessor("arm");
     const format::Processor& m_x86 = *format::FindProcessor("x86_64");
     TempDir m_dir;
-    UpdaterPlaces m_places = {m_dir / "bin", &m_x86};
+    Machine m_places = {m_dir / "bin", &m_x86};
 };
 
 TEST_F(UpdaterSearch, TakesTheInstalledUpdaterOfTheProcessor)
@@ -43,11 +43,11 @@ TEST_F(UpdaterSearch, TakesTheMachinesOwnForItsOwnProcessorOnly)
 
 TEST_F(UpdaterSearch, KnowsThePlaceOfTheRunningProgram)
 {
-    const UpdaterPlaces places = FindUpdaterPlaces();
+    const Machine machine = ThisMachine();
 
-    EXPECT_EQ(places.toolFolder,
+    EXPECT_EQ(machine.toolFolder,
               std::filesystem::canonical("/proc/self/exe").parent_path().string());
-    EXPECT_EQ(places.native, format::NativeProcessor());
+    EXPECT_EQ(machine.native, format::NativeProcessor());
 }
 
 TEST_F(UpdaterSearch, TakesAProgramForTheProcessor)
