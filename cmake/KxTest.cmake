@@ -53,6 +53,21 @@ function(kx_add_test name)
   set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${KX_TEST_ENVIRONMENT}")
 endfunction()
 
+# kx_add_rehearsing_test(NAME SOURCES file... LIBRARIES target...): a GoogleTest binary that rehearses
+# installations. It has the rehearsal's system in the place of the kit's, so of the kit only what asks
+# nothing of the system.
+function(kx_add_rehearsing_test name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+  set(kit "${CMAKE_SOURCE_DIR}/tests/support")
+  add_executable(${name} ${arg_SOURCES} "${kit}/TempDir.cpp" "${kit}/NoShell.cpp")
+  target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
+  target_link_libraries(${name} PRIVATE kx_rehearsal_system ${arg_LIBRARIES} GTest::gmock_main)
+  target_link_options(${name} PRIVATE ${KX_WRAPPED_CALLS})
+  kx_compile_together(${name})
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${KX_TEST_ENVIRONMENT}")
+endfunction()
+
 # kx_add_qt_test(NAME SOURCES file... [LIBRARIES target...]): a QtTest binary. It needs no display.
 function(kx_add_qt_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})

@@ -1,13 +1,14 @@
 #!/usr/bin/python3
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
-"""Checks that every layer of src/, every shared room of lib/ and every folder of a companion program
-includes only what it may.
+"""Checks that every layer of src/, every shared room of lib/, every folder of a companion program and
+every module of the sandboxed device includes only what it may.
 
     scripts/check-layers.py [ROOT]      the project's folder; this one by default
 
 The tables are those of docs/architecture.md; a new arrow is a change of one line here.
 """
+import ast
 import pathlib
 import re
 import sys
@@ -45,6 +46,20 @@ TOOL = {
     "": ({"io", "common", "commands"}, JSON | {"CLI"}),  # main.cpp
 }
 TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL}
+# The sandboxed device: a module knows those of the rows above its own.
+DEVICE = (
+    ("kxdevice.linux", "kxdevice.names", "kxdevice.cgroups", "kxdevice.link"),
+    ("kxdevice.trees", "kxdevice.ids", "kxdevice.options"),
+    ("kxdevice.state", "kxdevice.files", "kxdevice.etc", "kxdevice.launch", "kxdevice.trace",
+     "kxdevice.usr", "kxdevice.summary"),
+    ("kxdevice.host", "kxdevice.tools"),
+    ("kxdevice.panel", "kxdevice.drive"),
+    ("kxdevice.supervisor",),
+    ("kxdevice.keeper",),
+    ("kxdevice.front",),
+    ("kxoperate.probe", "kxoperate.screen", "kxoperate.script", "kxoperate.shared"),
+    ("kxoperate.command", "kxoperate.window"),
+)
 # Leaf headers: nothing but the standard library.
 LEAVES = {f"src/{name}" for name in CONTRACTS | {"osa/PanelNames.h"}}
 # The names of the panel stand in this header and in no other string.
@@ -106,6 +121,33 @@ def repeated_names(root, files):
                 yield f'{path.relative_to(root).as_posix()}: "{text}" stands in {NAMES}'
 
 
+def imports_of(path):
+    """The modules of the device that a module imports."""
+    for node in ast.walk(ast.parse(path.read_text(encoding="utf-8"))):
+        if isinstance(node, ast.ImportFrom) and node.module in ("kxdevice", "kxoperate"):
+            yield from (f"{node.module}.{alias.name}" for alias in node.names)
+        elif isinstance(node, ast.ImportFrom):
+            yield node.module or ""
+        elif isinstance(node, ast.Import):
+            yield from (alias.name for alias in node.names)
+
+
+def device_problems(root, files):
+    rows = {module: row for row, modules in enumerate(DEVICE) for module in modules}
+    for path in files:
+        name = path.relative_to(root).as_posix()
+        module = f"{path.parent.name}.{path.stem}"
+        if path.stem == "__init__":
+            continue
+        if module not in rows:
+            yield f"{name}: the module '{module}' has no row"
+            continue
+        for target in imports_of(path):
+            if target.startswith(("kxdevice.", "kxoperate.")) and \
+                    rows.get(target, len(DEVICE)) >= rows[module]:
+                yield f"{name}: must not import {target}"
+
+
 def main():
     root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent.parent)
     count = 0
@@ -118,6 +160,11 @@ def main():
         problems += [problem for path in files for problem in problems_of(root, top, table, path)]
         if top == "src":
             problems += repeated_names(root, files)
+    modules = sorted((root / "device").glob("kx*/*.py"))
+    if not modules:
+        sys.exit(f"check-layers: no modules below {root / 'device'}")
+    count += len(modules)
+    problems += device_problems(root, modules)
     print("\n".join(problems) if problems else f"{count} files keep to their layers")
     sys.exit(1 if problems else 0)
 

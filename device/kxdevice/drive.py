@@ -8,8 +8,9 @@ import json
 import os
 import socket
 
-from kxdevice import linux, names, options as options_module, state as state_module, tools, trees
+from kxdevice import linux, options as options_module, state as state_module, tools, trees
 from kxdevice.linux import SandboxError
+from kxdevice.names import DRIVE_DEVICE, DRIVE_FOLDER
 
 USAGE = 2
 PATIENCE = 30  # seconds for a running panel to answer
@@ -20,7 +21,7 @@ usage: device/drive plug [DIR] --state STATE
 Plugs a USB drive into the panel whose files are kept in STATE (device/run --state), or pulls
 it out, like a hand would: while a command runs on the panel, or before the next one starts.
 
-  plug DIR   the drive holds a copy of DIR: {names.DRIVE_DEVICE} appears, its files show at {names.DRIVE_FOLDER}
+  plug DIR   the drive holds a copy of DIR: {DRIVE_DEVICE} appears, its files show at {DRIVE_FOLDER}
   plug       the drive that was pulled comes back with its files as they were
   pull       the drive is gone, also while it is in use
 

@@ -95,7 +95,8 @@ ENCRYPT_METHOD SHA512
     ("/etc/hosts", "127.0.0.1 localhost panel\n::1 localhost panel\n", 0o644, 0),
     ("/etc/host.conf", "multi on\n", 0o644, 0),
     ("/etc/machine-id", "70616e656c70616e656c70616e656c70\n", 0o444, 0),
-    ("/etc/fstab", f"{names.DRIVE_DEVICE} {names.DRIVE_FOLDER} auto defaults,nofail 0 0\n", 0o644, 0),
+    ("/etc/fstab", f"{names.DRIVE_DEVICE} {names.DRIVE_FOLDER} auto defaults,nofail 0 0\n",
+     0o644, 0),
     ("/etc/profile", "umask 022\n", 0o644, 0),
     ("/etc/shells", "/bin/sh\n/bin/bash\n", 0o644, 0),
 ]

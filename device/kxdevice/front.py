@@ -15,7 +15,7 @@ import stat
 import time
 
 from kxdevice import cgroups, ids as ids_module, keeper, launch, linux, options as options_module
-from kxdevice import state as state_module, summary, supervisor, trees
+from kxdevice import state as state_module, supervisor, trees
 from kxdevice.link import Link
 from kxdevice.linux import SandboxError
 
@@ -92,6 +92,9 @@ def _run_command(options, home, closed):
         lock = state.lock
     with open(os.path.join(home, "bin", "stand-in"), "rb") as file:
         stand_in = file.read()
+    if options.wants_summary():
+        # Loaded only when wanted, as that takes its time; process 1 could not read it any more.
+        from kxdevice import summary as _  # pylint: disable=import-outside-toplevel
     groups = cgroups.Groups()
     front = Front(options, outputs, groups)
     try:
@@ -290,6 +293,7 @@ class Front:
         say = options_module.complain
         status = 0
         if message["summary"] is not None:
+            from kxdevice import summary  # pylint: disable=import-outside-toplevel
             text = summary.text(message["summary"]).encode(errors="surrogateescape")
             data = (json.dumps(message["summary"], indent=2, sort_keys=True) + "\n").encode()
             for field, content in (("summary", text), ("summary_json", data)):

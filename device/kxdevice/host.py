@@ -2,9 +2,9 @@
 # SPDX-License-Identifier: MIT
 """What a panel shows or copies of the machine, taken hold of before the machine is out of reach."""
 
-import dataclasses
 import errno
 import os
+from typing import NamedTuple
 
 from kxdevice import etc, linux, trees, usr
 from kxdevice.linux import SandboxError
@@ -12,8 +12,7 @@ from kxdevice.linux import SandboxError
 NODES = ("null", "zero", "full", "random", "urandom")
 
 
-@dataclasses.dataclass(frozen=True)
-class Standing:
+class Standing(NamedTuple):
     """What the process that builds the panel is on the machine."""
 
     user_namespace: int = -1  # descriptor of the panel's, or -1 for one that is in it already
@@ -24,8 +23,7 @@ class Standing:
         return self.user_namespace >= 0
 
 
-@dataclasses.dataclass(frozen=True)
-class Share:
+class Share(NamedTuple):
     """Something of the machine that the panel shows."""
 
     tree: int  # detached mount
@@ -33,8 +31,7 @@ class Share:
     path: str  # inside
 
 
-@dataclasses.dataclass(frozen=True)
-class Taken:
+class Taken(NamedTuple):
     """What was taken hold of. Whoever copies a source closes it."""
 
     usr: usr.Machine

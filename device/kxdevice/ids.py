@@ -3,7 +3,6 @@
 """Which ids outside stand for the ids inside."""
 
 import os
-import subprocess
 
 from kxdevice import linux
 
@@ -130,6 +129,7 @@ def write_map(process, ids):
         _put(process, "gid_map", ids.text("groups"))
         _put(process, "uid_map", ids.text("users"))
         return
+    import subprocess  # pylint: disable=import-outside-toplevel
     for tool, kind in (("newgidmap", "groups"), ("newuidmap", "users")):
         words = ids.text(kind).split()
         result = subprocess.run([tool, str(process), *words], env={"PATH": "/usr/bin:/bin"},

@@ -5,12 +5,12 @@
 It outlives a killed front just long enough to end the panel and to remove its control groups.
 """
 
-import dataclasses
 import errno
 import os
 import select
 import signal
 import socket
+from typing import NamedTuple
 
 from kxdevice import host, ids as ids_module, linux, supervisor
 from kxdevice.linux import SandboxError
@@ -19,8 +19,7 @@ NAMESPACES = linux.CLONE_NEWPID | linux.CLONE_NEWNET | linux.CLONE_NEWIPC | linu
 ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
 
-@dataclasses.dataclass(frozen=True)
-class Ends:
+class Ends(NamedTuple):
     """The keeper's ends of what connects it with the front."""
 
     life: int  # descriptor to read; its end is that of the front

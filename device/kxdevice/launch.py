@@ -2,12 +2,12 @@
 # SPDX-License-Identifier: MIT
 """Turns a forked child of process 1 into a command of the panel."""
 
-import dataclasses
 import errno
 import os
 import resource
 import signal
 import socket
+from typing import NamedTuple
 
 from kxdevice import linux
 from kxdevice.linux import SandboxError
@@ -16,8 +16,7 @@ CAPABILITIES = (0, 1, 3, 4, 5, 6, 7)  # CHOWN DAC_OVERRIDE FOWNER FSETID KILL SE
 SH = "/bin/sh"
 
 
-@dataclasses.dataclass(frozen=True)
-class Terms:
+class Terms(NamedTuple):
     """The terms on which programs run on a panel."""
 
     environment: dict

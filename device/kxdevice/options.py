@@ -2,12 +2,14 @@
 # SPDX-License-Identifier: MIT
 """The command line of device/run."""
 
-import dataclasses
 import os
 import re
 import sys
+from typing import NamedTuple
 
-from kxdevice import names
+from kxdevice.names import DRIVE_DEVICE, DRIVE_FOLDER, MARKER, STARTUP_SCRIPT, UPDATER, USB_UMOUNT
+
+_UMOUNT = os.path.basename(USB_UMOUNT)
 
 HELP = f"""\
 usage: device/run [options] [--] COMMAND [ARG...]
@@ -19,12 +21,12 @@ network, as root inside, without rights outside. Never runs COMMAND anywhere els
 The panel
   --state DIR          keep the panel's files in DIR and start from them the next time
                        (without it everything is gone at the end)
-  --boot               play a reboot first: empty /tmp and /run, run {names.STARTUP_SCRIPT}
+  --boot               play a reboot first: empty /tmp and /run, run {STARTUP_SCRIPT}
   --erase              remove the folder of --state and end
   --share HOST=INSIDE  show a file or folder of the host inside, read-only (repeatable)
   --put HOST=INSIDE    copy a file or folder into the panel's own files: owner root, modes
                        kept; INSIDE is the full name of the copy, or ends in / (repeatable)
-  --usb DIR            plug in a USB drive holding a copy of DIR: {names.DRIVE_FOLDER} and {names.DRIVE_DEVICE}
+  --usb DIR            plug in a USB drive holding a copy of DIR: {DRIVE_FOLDER} and {DRIVE_DEVICE}
                        (see also device/drive --help)
 
 The command
@@ -64,10 +66,10 @@ such ranges only root exists inside and chown to others fails.
 
 Examples
   device/run -- sh -c 'id; ls /'
-  device/run --put build/dev/{names.UPDATER}=/usr/bin/{names.UPDATER} --share pkg=/mnt/user/pkg \\
-      --trace calls.tsv --trace-shell --summary -- {names.UPDATER} -unzipedDir /mnt/user/pkg
-  device/run --state panel --usb stick -- sh -c 'ls {names.DRIVE_FOLDER}'
-  device/run --state panel --boot --fail {os.path.basename(names.USB_UMOUNT)}=1 --full /mnt/user -- sleep 5
+  device/run --put build/dev/{UPDATER}=/usr/bin/{UPDATER} --share pkg=/mnt/user/pkg \\
+      --trace calls.tsv --trace-shell --summary -- {UPDATER} -unzipedDir /mnt/user/pkg
+  device/run --state panel --usb stick -- sh -c 'ls {DRIVE_FOLDER}'
+  device/run --state panel --boot --fail {_UMOUNT}=1 --full /mnt/user -- sleep 5
   device/run --erase --state panel
 """
 
@@ -76,8 +78,7 @@ class UsageError(Exception):
     """The command line is wrong; the text says what."""
 
 
-@dataclasses.dataclass(frozen=True)
-class Options:
+class Options(NamedTuple):
     """What the command line asks for."""
 
     state: str = ""
@@ -105,6 +106,10 @@ class Options:
     disk: int = 2048
     command: tuple = ()
 
+    def wants_summary(self):
+        """Tells whether the panel is compared with what it was before."""
+        return bool(self.summary or self.summary_json)
+
 
 def _pair(name, text):
     left, equals, right = text.partition("=")
@@ -125,7 +130,7 @@ def _host_and_inside(name, text):
         if name == "share":
             raise UsageError(f"--{name} {text}: INSIDE must not end in /")
         inside = os.path.join(inside, os.path.basename(os.path.abspath(host)))
-    if inside == "/" or inside.split("/")[1] in ("proc", "dev", names.MARKER[1:]):
+    if inside == "/" or inside.split("/")[1] in ("proc", "dev", MARKER[1:]):
         raise UsageError(f"--{name} {text}: {inside} belongs to the panel itself")
     if not os.path.exists(host):
         raise UsageError(f"--{name} {text}: there is no {host}")

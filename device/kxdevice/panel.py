@@ -7,9 +7,9 @@ changed, only folders whose names nothing inside can change are used; after it, 
 but into the panel; /proc comes last, as its links could lead out.
 """
 
-import dataclasses
 import errno
 import os
+from typing import NamedTuple
 
 from kxdevice import etc, files, host, ids as ids_module, linux, names, state, trees, usr
 from kxdevice.linux import SandboxError
@@ -17,8 +17,7 @@ from kxdevice.linux import SandboxError
 CARRIERS = ("/tmp", "/var/tmp", "/mnt", "/run")
 
 
-@dataclasses.dataclass(frozen=True)
-class Panel:
+class Panel(NamedTuple):
     """A panel that was built: descriptors that lead where no path of the panel may be trusted."""
 
     root: int

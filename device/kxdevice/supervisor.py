@@ -4,7 +4,6 @@
 
 import array  # the socket module asks for it late, when nothing can be imported any more
 import codecs
-import dataclasses
 import os
 import resource
 import select
@@ -12,9 +11,10 @@ import signal
 import socket
 import sys
 import time
+from typing import NamedTuple
 
 from kxdevice import launch, linux, names, panel as panel_module
-from kxdevice import summary, tools, trace as trace_module, usr
+from kxdevice import tools, trace as trace_module, usr
 from kxdevice.linux import SandboxError
 
 LONGEST_CALL = 1 << 22
@@ -24,8 +24,7 @@ MEMORY_PERIOD = 0.1
 LATE = (array, [codecs.lookup(name) for name in ("ascii", "utf-8", "latin-1")])
 
 
-@dataclasses.dataclass(frozen=True)
-class Order:
+class Order(NamedTuple):
     """What process 1 is to do, as the front knows it."""
 
     options: object  # options.Options
@@ -56,7 +55,8 @@ class Supervisor:
         self.drive.start(self.options.boot)
         _refuse_missing(self.options.chdir)
         self.before = None
-        if self.options.summary or self.options.summary_json:
+        if self.options.wants_summary():
+            from kxdevice import summary  # pylint: disable=import-outside-toplevel
             self.before = summary.Picture(panel, self.tools.settings)
             self.drive.on_new_drive = lambda: self.before.take_drive(panel)
         self.poll = select.poll()
@@ -277,6 +277,7 @@ class Supervisor:
                 self.status = status
         result = None
         if self.before:
+            from kxdevice import summary  # pylint: disable=import-outside-toplevel
             after = summary.Picture(self.panel, self.tools.settings)
             result = summary.compare(self.before, after, self.tools.reboot_asked)
         self.control.send(end=self.status, reason=self.reason, summary=result,

@@ -6,10 +6,10 @@ The layers are folders of the working directory: "lower" (unless the machine's f
 place), "mid", "usr".
 """
 
-import dataclasses
 import errno
 import os
 import stat
+from typing import NamedTuple
 
 from kxdevice import linux, names, trees
 from kxdevice.linux import SandboxError
@@ -24,8 +24,7 @@ TOOL_FOLDERS = ("local/sbin", "local/bin", "sbin", "bin", names.TOOL_FOLDER[len(
 REAL_TOOLS = "lib/kx-device"  # below /usr: the real ones of tools that may fail
 
 
-@dataclasses.dataclass(frozen=True)
-class Machine:
+class Machine(NamedTuple):
     """The machine's /usr."""
 
     path: str
@@ -33,8 +32,7 @@ class Machine:
     has_ids: bool  # its files already belong to ids inside
 
 
-@dataclasses.dataclass(frozen=True)
-class Tools:
+class Tools(NamedTuple):
     """How the panel's tools differ from the machine's."""
 
     stand_in: bytes  # the program that stands for all of the panel's own, and for the failing
@@ -42,8 +40,7 @@ class Tools:
     missing: tuple
 
 
-@dataclasses.dataclass(frozen=True)
-class Layers:
+class Layers(NamedTuple):
     """The panel's /usr, as descriptors."""
 
     lower: int

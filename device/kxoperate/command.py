@@ -17,10 +17,15 @@ from kxoperate.probe import Probe
 from kxoperate.screen import Screen, ScreenError
 
 WORK = "/run/operate"
+NOT_STARTED = 127
 DESCRIPTION = """\
 Starts COMMAND, a program with windows, on a screen of the panel, and plays its user. Works only on
 the sandboxed device; device/window brings it there.
 """
+
+
+class _StartError(Exception):
+    """The program cannot be started; the text says why."""
 
 
 def _size(text):
@@ -28,6 +33,14 @@ def _size(text):
     if not match:
         raise argparse.ArgumentTypeError(f"'{text}' is no size; write for example 800x480")
     return int(match[1]), int(match[2])
+
+
+def _text(path):
+    try:
+        with open(path, encoding="utf-8") as file:
+            return file.read()
+    except (OSError, UnicodeError) as error:
+        raise argparse.ArgumentTypeError(f"{path}: {error}") from None
 
 
 def _parse(arguments):
@@ -40,7 +53,8 @@ def _parse(arguments):
     for name, (value, text) in shared.OPTIONS.items():
         kind = {"metavar": value} if value else {"action": "store_true"}
         parser.add_argument(name, help=text, **kind, **checks.get(name, {}))
-    parser.add_argument("--script", help="the file of actions; without it people press")
+    parser.add_argument("--script", type=_text, metavar="FILE",
+                        help="the file of actions; without it people press")
     parser.add_argument("--plugins", required=True, help="the folder that holds the probe")
     parser.add_argument("--out", required=True,
                         help="the folder for pictures, transcript and what the program prints")
@@ -61,8 +75,11 @@ def _start(options, screen, path, plugins):
     out = open(os.path.join(options.out, "updater.out"), "wb")
     err = open(os.path.join(options.out, "updater.err"), "wb")
     with out, err:
-        return subprocess.Popen(options.command, env=environment, stdin=subprocess.DEVNULL,
-                                stdout=out, stderr=err)
+        try:
+            return subprocess.Popen(options.command, env=environment, stdin=subprocess.DEVNULL,
+                                    stdout=out, stderr=err)
+        except OSError as error:
+            raise _StartError(error.strerror) from error
 
 
 def _end(program, patience=0.0):
@@ -90,10 +107,8 @@ def _play(options, screen, transcript):
         return _end_after(program)
     player = script_module.Player(screen, probe, options.out, lambda text: print(
         text, file=transcript, flush=True), options.patience)
-    with open(options.script, encoding="utf-8") as file:
-        text = file.read()
     try:
-        player.play(text)
+        player.play(options.script)
         if not probe.ended:
             player.play("quit")
     except script_module.ScriptError as error:
@@ -114,12 +129,12 @@ def _end_after(program):
 
 
 def run(arguments):
-    """Runs device/operate; returns the program's exit status, 3 for a script that failed, 4 when
-    there is no screen, 2 for wrong use."""
+    """Runs device/operate; returns the program's exit status, 127 when it cannot be started, 3 for
+    a script that failed, 4 when there is no screen, 2 for wrong use."""
     options = _parse(arguments)
     if not os.path.exists(names.MARKER):
-        print(f"operate: this is not the sandboxed device ({names.MARKER} is missing); use device/window",
-              file=sys.stderr)
+        print(f"operate: this is not the sandboxed device ({names.MARKER} is missing); "
+              "use device/window", file=sys.stderr)
         return 126
     shutil.rmtree(WORK, ignore_errors=True)
     os.makedirs(WORK)
@@ -136,3 +151,6 @@ def run(arguments):
     except ScreenError as error:
         print(f"operate: {error}", file=sys.stderr)
         return shared.NO_SCREEN
+    except _StartError as error:
+        print(f"operate: {options.command[0]}: {error}", file=sys.stderr)
+        return NOT_STARTED

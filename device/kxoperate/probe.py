@@ -53,7 +53,7 @@ class Probe:
             self._news.notify_all()
 
     def wait_for(self, condition, seconds):
-        """Waits until condition(state) holds. Returns whether it did, before time or program ended."""
+        """Waits until condition(state) holds. Returns False when time or program end before."""
         with self._news:
             self._news.wait_for(
                 lambda: self.ended or (self.state is not None and condition(self.state)), seconds)

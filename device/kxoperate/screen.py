@@ -98,18 +98,23 @@ class Screen:
         return process
 
     def take_picture(self, path):
-        """Writes what the screen shows to a PNG file."""
-        subprocess.run(["import", "-display", self.display, "-window", "root", path], check=True)
+        """Writes what the screen shows to a PNG file; ScreenError when the screen is gone."""
+        self._run("import", "-display", self.display, "-window", "root", path)
 
     def click(self, place):
-        """Presses the left mouse button at (x, y), as a finger would."""
-        subprocess.run(["xdotool", "mousemove", str(place[0]), str(place[1]), "click", "1"],
-                       check=True, env={**os.environ, "DISPLAY": self.display})
+        """Presses the left mouse button at (x, y), as a finger would; ScreenError as above."""
+        self._run("xdotool", "mousemove", str(place[0]), str(place[1]), "click", "1")
 
     def move_away(self):
-        """Puts the pointer into a corner, where it lights up nothing."""
-        subprocess.run(["xdotool", "mousemove", "4000", "4000"], check=True,
-                       env={**os.environ, "DISPLAY": self.display})
+        """Puts the pointer into a corner, where it lights up nothing; ScreenError as above."""
+        self._run("xdotool", "mousemove", "4000", "4000")
+
+    def _run(self, *command):
+        result = subprocess.run(command, env={**os.environ, "DISPLAY": self.display}, check=False,
+                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        if result.returncode != 0:
+            said = result.stderr.decode("utf-8", "replace").strip().split("\n")[-1]
+            raise ScreenError(f"{command[0]} ended with {result.returncode}: {said}")
 
     def close(self):
         """Ends the servers."""

@@ -7,7 +7,8 @@ OPTIONS = {
     "--size": ("WxH", "of the screen; 800x480"),
     "--no-wm": ("", "no window manager: the window keeps its design size"),
     "--display": (":N", "shows the window on this X server of the panel instead of a new one"),
-    "--serve": ("SOCKET", "lets VNC viewers see the screen and press; SOCKET is a path on the panel"),
+    "--serve": ("SOCKET",
+                "lets VNC viewers see the screen and press; SOCKET is a path on the panel"),
     "--patience": ("SEC", "the longest wait for anything that the script waits for; 30"),
 }
 FAILED, NO_SCREEN = 3, 4  # exit statuses

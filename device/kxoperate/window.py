@@ -2,12 +2,12 @@
 # SPDX-License-Identifier: MIT
 """The command line of device/window: device/operate on a panel, with the updater and the probe."""
 
-import dataclasses
 import os
 import shutil
 import signal
 import subprocess
 import tempfile
+from typing import NamedTuple
 
 from kxdevice import linux, names, options as options_module, state as state_module, trees
 from kxdevice.linux import SandboxError
@@ -53,8 +53,7 @@ def _help():
     return "\n".join(lines) + "\n"
 
 
-@dataclasses.dataclass(frozen=True)
-class Options:
+class Options(NamedTuple):
     """What the command line asks for."""
 
     updater: str

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "archive/ArchiveWriter.h"
 
+#include "archive/ZipStructure.h"
 #include "io/AtomicFile.h"
 #include "io/Error.h"
 #include "io/Interruption.h"
@@ -188,9 +189,8 @@ void Add(zip_t* archive, const ArchiveItem& item, bool isEmpty, const DosTime& w
     const unsigned mode = item.isFolder       ? S_IFDIR | 0755
                           : item.isExecutable ? S_IFREG | 0755
                                               : S_IFREG | 0644;
-    constexpr unsigned kModeShift = 16;
     constexpr unsigned kFolderMark = 0x10; // for systems that know no modes
-    const zip_uint32_t attributes = mode << kModeShift | (item.isFolder ? kFolderMark : 0);
+    const zip_uint32_t attributes = mode << kZipModeShift | (item.isFolder ? kFolderMark : 0);
     const zip_int32_t method = item.isFolder || isEmpty ? ZIP_CM_STORE : ZIP_CM_DEFLATE;
     if (zip_file_set_dostime(archive, index, when.time, when.date, 0) != 0 ||
         zip_file_set_external_attributes(archive, index, 0, ZIP_OPSYS_UNIX, attributes) != 0 ||

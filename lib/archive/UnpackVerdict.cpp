@@ -101,7 +101,8 @@ int StatusOf(UnpackReason reason)
     return kFine;
 }
 
-/// Tells whether unzip 6.0 unpacks the method: stored, shrunk, imploded, deflated, bzip2.
+/// Tells whether unzip 6.0 unpacks the method: stored, shrunk, imploded, deflated, by
+/// deflate64, bzip2.
 bool IsKnownMethod(unsigned method)
 {
     constexpr unsigned kMethods[] = {0, 1, 6, 8, 9, 12};

@@ -15,8 +15,6 @@ namespace kx::archive
 namespace
 {
 
-constexpr unsigned kModeShift = 16;
-
 PackageEntry EntryOf(const ZipMember& member, UnpackedName name)
 {
     PackageEntry entry;
@@ -28,7 +26,7 @@ PackageEntry EntryOf(const ZipMember& member, UnpackedName name)
     constexpr unsigned kReadOnly = 1;
     entry.hasMode = true;
     if (HasFileMode(member)) {
-        entry.mode = (member.attributes >> kModeShift) & 0777U;
+        entry.mode = (member.attributes >> kZipModeShift) & 0777U;
     } else {
         entry.mode = name.isFolder ? 0755 : (member.attributes & kReadOnly) != 0 ? 0444 : 0644;
     }
@@ -38,8 +36,8 @@ PackageEntry EntryOf(const ZipMember& member, UnpackedName name)
 } // namespace
 
 UnpackedArchive::UnpackedArchive(std::string path, const ByteSource& source,
-                                 const ZipStructure& zip)
-    : m_path(std::move(path)), m_source(source), m_zip(zip)
+                                 const ZipStructure& zip, std::optional<int> status)
+    : m_path(std::move(path)), m_source(source), m_zip(zip), m_status(status)
 {
     std::vector<PackageEntry> entries;
     entries.reserve(zip.members.size());
@@ -94,7 +92,7 @@ std::string UnpackedArchive::Read(const std::string& name, std::uint64_t limit) 
 
 int UnpackedArchive::UnpackStatus() const
 {
-    return JudgeUnpacking(m_source, m_zip).status;
+    return m_status.has_value() ? *m_status : JudgeUnpacking(m_source, m_zip).status;
 }
 
 } // namespace kx::archive

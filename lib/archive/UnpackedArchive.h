@@ -6,6 +6,7 @@
 #include "archive/ZipStructure.h"
 
 #include <map>
+#include <optional>
 
 namespace kx::archive
 {
@@ -15,7 +16,9 @@ class UnpackedArchive final : public Package
 {
 public:
     /// @param source, zip  not owned; must live as long as the object
-    UnpackedArchive(std::string path, const ByteSource& source, const ZipStructure& zip);
+    /// @param status       what UnpackStatus tells, where that is known already
+    UnpackedArchive(std::string path, const ByteSource& source, const ZipStructure& zip,
+                    std::optional<int> status = std::nullopt);
 
     [[nodiscard]] const std::string& Path() const override { return m_path; }
     [[nodiscard]] bool IsArchive() const override { return true; }
@@ -27,6 +30,7 @@ private:
     std::string m_path;
     const ByteSource& m_source;
     const ZipStructure& m_zip;
+    std::optional<int> m_status;
     std::map<std::string, std::size_t> m_members; ///< name on the panel: index of the entry
     std::vector<PackageEntry> m_entries;
 };

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "archive/ZipContent.h"
 
+#include "archive/Unpacker.h"
+
 #include <algorithm>
 #include <limits>
 #include <memory>
@@ -19,27 +21,10 @@ namespace
 
 constexpr unsigned kStored = 0;
 constexpr unsigned kDeflated = 8;
+constexpr unsigned kDeflated64 = 9;
 constexpr unsigned kBzip2 = 12;
 
 constexpr std::size_t kPiece = std::size_t{1} << 18;
-
-/// Unpacks bytes piece by piece.
-class Unpacker
-{
-public:
-    enum class Step { kMore, kEnd, kDamaged };
-
-    Unpacker() = default;
-    Unpacker(const Unpacker&) = delete;
-    Unpacker& operator=(const Unpacker&) = delete;
-    virtual ~Unpacker() = default;
-
-    /// Unpacks from @p in, which it shortens; when that is empty at the call, nothing follows.
-    /// @param room  a place for what is unpacked
-    /// @param out   set to what was unpacked: it lies in the room, or in what was read
-    /// @return kMore when it wants more bytes or more room
-    virtual Step Go(std::string_view& in, std::string& room, std::string_view& out) = 0;
-};
 
 class Copier final : public Unpacker
 {
@@ -108,6 +93,8 @@ std::unique_ptr<Unpacker> UnpackerFor(unsigned method)
         return std::make_unique<Copier>();
     case kDeflated:
         return std::make_unique<Inflater>();
+    case kDeflated64:
+        return MakeInflater64();
     case kBzip2:
         return std::make_unique<Bunzipper>();
     default:
@@ -192,7 +179,7 @@ private:
 
 bool IsReadableMethod(unsigned method)
 {
-    return method == kStored || method == kDeflated || method == kBzip2;
+    return method == kStored || method == kDeflated || method == kDeflated64 || method == kBzip2;
 }
 
 ContentReader::ContentReader(const ByteSource& source) : m_source(source), m_room(kPiece, '\0') {}

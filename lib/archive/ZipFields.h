@@ -15,6 +15,8 @@ namespace kx::archive
 
 // The fields that the records of a zip archive consist of.
 
+/// Stands for a number that does not fit 16 bits; the zip64 record has it.
+constexpr std::uint16_t kZipMax16 = 0xffff;
 /// Stands for a number that does not fit 32 bits; the zip64 field or record has it.
 constexpr std::uint32_t kZipMax32 = 0xffffffff;
 
@@ -45,6 +47,12 @@ private:
     std::string_view m_bytes;
     std::size_t m_at;
 };
+
+/// Returns the four bytes at a place, by which records are known.
+[[nodiscard]] inline std::uint32_t ZipMarkAt(std::string_view bytes, std::size_t at)
+{
+    return ZipFields(bytes, at).Four();
+}
 
 /// The extra fields of a header that say something about names and sizes.
 struct ZipExtra {

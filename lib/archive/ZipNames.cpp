@@ -14,7 +14,6 @@ namespace kx::archive
 namespace
 {
 
-constexpr unsigned kModeShift = 16;
 constexpr std::uint8_t kMadeOnDos = 0;
 
 /// Drops what unzip drops from one part of a name.
@@ -72,7 +71,7 @@ bool HasFileMode(const ZipMember& member)
 
 bool IsLink(const ZipMember& member)
 {
-    return HasFileMode(member) && S_ISLNK(member.attributes >> kModeShift);
+    return HasFileMode(member) && S_ISLNK(member.attributes >> kZipModeShift);
 }
 
 bool IsDiskLabel(const ZipMember& member)

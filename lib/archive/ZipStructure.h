@@ -20,6 +20,8 @@ constexpr unsigned kZipEncrypted = 1;
 constexpr unsigned kZipDescriptor = 1U << 3; ///< sizes and CRC follow the content
 constexpr unsigned kZipPatch = 1U << 5;
 constexpr unsigned kZipUtf8 = 1U << 11;
+/// Where an entry's external attributes hold the mode of a file, if they hold one.
+constexpr unsigned kZipModeShift = 16;
 
 /// What the central directory and the local header of an entry both tell.
 struct ZipHeader {
@@ -86,9 +88,13 @@ struct ZipStructure {
     std::vector<ZipFault> faults;
     std::uint64_t directoryAt = 0; ///< place of the central directory in the file
     std::uint64_t endAt = 0;       ///< place of the end record; of the zip64 one where it counts
+    std::uint64_t leading = 0;     ///< bytes before the archive, which count in no offset
     bool isZip64 = false;
 
     [[nodiscard]] bool Has(ZipFlaw flaw) const;
+
+    /// Adds a fault.
+    void Report(ZipFlaw flaw, std::uint64_t amount = 0, std::size_t member = ZipFault::kNoMember);
 };
 
 /// Reads the structure of an archive. Never fails for what stands in the bytes: what is wrong with

@@ -5,6 +5,7 @@
 #include "archive/ZipNames.h"
 #include "format/ShellText.h"
 #include "io/Text.h"
+#include "io/Utf8.h"
 
 #include <algorithm>
 #include <iterator>
@@ -282,9 +283,13 @@ private:
 
     void CheckHeaders(const archive::ZipMember& member)
     {
+        constexpr unsigned kDeflate64 = 9;
         constexpr unsigned kBzip2 = 12;
         if (member.local.method == kBzip2) {
             m_findings.Add(RuleId::kEntryBzip2, LocationOf(member), "is packed with bzip2");
+        }
+        if (member.local.method == kDeflate64) {
+            m_findings.Add(RuleId::kEntryDeflate64, LocationOf(member), "is packed with deflate64");
         }
         if (const std::string difference = Difference(member); !difference.empty()) {
             m_findings.Add(RuleId::kEntryHeader, LocationOf(member),

@@ -6,6 +6,7 @@
 #include "archive/UnpackedArchive.h"
 #include "checks/ArchiveChecks.h"
 #include "checks/DescriptionChecks.h"
+#include "checks/InstallationChecks.h"
 #include "checks/NameChecks.h"
 #include "checks/StepChecks.h"
 #include "checks/UpdaterChecks.h"
@@ -77,9 +78,12 @@ void CheckContents(const archive::Package& package, const format::Processor* pro
         return;
     }
     const format::Description description = CheckDescription(std::move(*bytes), findings);
-    if (description.root.has_value()) {
-        CheckSteps(*description.root, package, format::RecordName(package.Path()), findings);
+    const format::JsonNode* const root =
+        description.root.has_value() ? &*description.root : nullptr;
+    if (root != nullptr) {
+        CheckSteps(*root, package, format::RecordName(package.Path()), findings);
     }
+    CheckInstallation(package, root, findings);
 }
 
 std::string WithoutMark(std::string path)
@@ -96,14 +100,16 @@ void CheckArchivePackage(const std::string& path, const archive::ByteSource& sou
                          const format::Processor* processor, Findings& findings)
 {
     const archive::ZipStructure zip = archive::ReadZipStructure(source);
-    CheckArchive(zip, archive::JudgeUnpacking(source, zip), findings);
+    const archive::UnpackVerdict verdict = archive::JudgeUnpacking(source, zip);
+    CheckArchive(zip, verdict, findings);
     if (HasTooManyNames(zip)) {
         findings.Add(RuleId::kArchiveTooMany, Location::Whole(),
                      "its names are too many or too long");
         return;
     }
     if (!zip.members.empty()) {
-        CheckContents(archive::UnpackedArchive(path, source, zip), processor, findings);
+        CheckContents(archive::UnpackedArchive(path, source, zip, verdict.status), processor,
+                      findings);
     }
 }
 

@@ -6,6 +6,7 @@
 #include "checks/ClassChecks.h"
 #include "format/ShellText.h"
 #include "io/Text.h"
+#include "io/Utf8.h"
 
 #include <picojson.h>
 

@@ -128,7 +128,13 @@ constexpr Rule kRules[] = {
      "`unzip` skips the entry and reports a failure; the package shows as damaged.",
      "Pack with the method \"deflate\" (`7z`: `-mm=Deflate`)."},
     {RuleId::kEntryBzip2, "entry-bzip2", Severity::kWarning, "An entry is packed with bzip2.",
-     "Not every `unzip` can unpack it; where it cannot, the package shows as damaged.",
+     "Not every `unzip` can unpack it; where it cannot, the package shows as damaged. Where a copy "
+     "of it is cut, `unzip` may run for ever, and with it the window.",
+     "Pack with the method \"deflate\" (`7z`: `-mm=Deflate`)."},
+    {RuleId::kEntryDeflate64, "entry-deflate64", Severity::kWarning,
+     "An entry is packed with deflate64, which some desktop systems choose for large files.",
+     "Debian's `unzip` unpacks it, but not every `unzip` can; where it cannot, the package "
+     "shows as damaged.",
      "Pack with the method \"deflate\" (`7z`: `-mm=Deflate`)."},
     {RuleId::kEntryVersion, "entry-version", Severity::kError,
      "An entry needs a newer version of the zip format than 4.6, the newest that the panel's "
@@ -448,6 +454,10 @@ constexpr Rule kRules[] = {
     {RuleId::kUserPassword, "user-password", Severity::kNote, "The package contains a password.",
      "Everybody can read it: in the package, and in its record on the panel.",
      "Have it changed after the installation."},
+    {RuleId::kInstallationFails, "installation-fails", Severity::kError,
+     "The rehearsal of the installation (`kx-package plan`) fails, and no other finding says why.",
+     "The window refuses the package, or the installation ends at the step that the finding names.",
+     "See where `kx-package plan` ends; what stands before it tells what is in the way."},
 };
 
 constexpr bool IsInOrder()

@@ -49,6 +49,7 @@ enum class RuleId : std::size_t {
     kEntryEncrypted,
     kEntryMethod,
     kEntryBzip2,
+    kEntryDeflate64,
     kEntryVersion,
     kEntryLink,
     kEntryLabel,
@@ -143,6 +144,8 @@ enum class RuleId : std::size_t {
     kUserName,
     kUserItem,
     kUserPassword,
+    // the installation as a whole
+    kInstallationFails,
 
     kEnd, ///< how many there are
 };

@@ -14,6 +14,7 @@
 #include "io/Nearest.h"
 #include "io/Path.h"
 #include "osa/OSA.h"
+#include "panel/Names.h"
 
 #include <algorithm>
 #include <set>
@@ -24,8 +25,6 @@ namespace kx::checks
 
 namespace
 {
-
-constexpr const char* kRegistry = "/var/lib/KxUserPackages";
 
 std::vector<std::string> StepIds()
 {
@@ -55,7 +54,9 @@ class StepCheck
 {
 public:
     StepCheck(const archive::Package& package, const std::string& recordName, Findings& findings)
-        : m_package(package), m_unpacked("/mnt/usb/" + recordName + ".temp/"), m_findings(findings)
+        : m_package(package), m_unpacked(std::string(panel::kDriveFolder) + "/" + recordName +
+                                         panel::kUnpackedSuffix + "/"),
+          m_findings(findings)
     {
     }
 
@@ -386,11 +387,11 @@ private:
             m_findings.Add(RuleId::kTargetRelative, place, "'" + target + "' is not a full path");
             return false;
         }
-        CheckTargetFolder(target, place);
-        return true;
+        return CheckTargetFolder(target, place);
     }
 
-    void CheckTargetFolder(const std::string& target, const Location& place)
+    /// @return false when the target is longer than can be
+    bool CheckTargetFolder(const std::string& target, const Location& place)
     {
         constexpr std::size_t kLongestPart = 255;
         constexpr std::size_t kLongestPath = 4000;
@@ -406,14 +407,16 @@ private:
             m_findings.AddAs(m_failure, RuleId::kTargetLong, place,
                              "is longer than a name on the panel may be");
         }
-        if (io::IsIn(plain, kRegistry)) {
+        if (io::IsIn(plain, panel::kRegistry)) {
             m_findings.Add(RuleId::kTargetRegistry, place, "is in the registry of packages");
         }
-        for (const char* const folder : {"/dev", "/mnt/usb", "/proc", "/run", "/sys", "/tmp"}) {
+        for (const char* const folder :
+             {"/dev", panel::kDriveFolder, "/proc", "/run", "/sys", "/tmp"}) {
             if (io::IsIn(plain, folder)) {
-                m_findings.Add(RuleId::kTargetLost, place, std::string("lies in '") + folder + "'");
+                m_findings.Add(RuleId::kTargetLost, place, std::string("is in '") + folder + "'");
             }
         }
+        return !isLong;
     }
 
     // ---- what no step uses ----

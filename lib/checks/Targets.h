@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "rehearsal/VirtualPanel.h"
+
 #include <string>
 #include <unordered_set>
 
@@ -16,29 +18,23 @@ enum class TargetState {
     kTwice,     ///< an earlier step wrote the same file
 };
 
-/// The files and folders that a package makes, as far as steps tell; the folders that every panel
-/// has are there from the beginning.
+/// Which files the steps write, and what they meet there: on the rehearsal's fresh panel. The
+/// rehearsal ends at the first step that fails; here the steps behind it have their turn, too.
 class Targets
 {
 public:
-    Targets();
-
     /// Notes that a file is written.
     /// @param path  a full path
     TargetState AddFile(const std::string& path);
 
     /// Notes that a folder is created.
+    /// @param path  a full path
     /// @return false when it cannot be: a file stands there, or in the place of a folder above it
     bool AddFolder(const std::string& path);
 
 private:
-    /// Notes the folders above a plain path.
-    /// @return false when one of them is a file
-    bool AddFoldersAbove(const std::string& plain);
-
-    std::unordered_set<std::string> m_folders;
-    std::unordered_set<std::string> m_files;      ///< that the package writes
-    std::unordered_set<std::string> m_panelFiles; ///< that every panel has
+    rehearsal::VirtualPanel m_panel{""};
+    std::unordered_set<std::string> m_written; ///< paths without links
 };
 
 } // namespace kx::checks

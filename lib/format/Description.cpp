@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "format/Description.h"
 
+#include "archive/Links.h"
 #include "io/Error.h"
 #include "osa/OSA.h"
 
@@ -25,18 +26,26 @@ bool Description::HasByteOrderMark() const
 
 Description ReadDescription(const archive::Package& package)
 {
-    const archive::PackageEntry* const entry = package.Find(archive::kDescriptionName);
+    const archive::PackageEntry* entry = package.Find(archive::kDescriptionName);
     if (entry == nullptr || entry->kind == archive::PackageEntry::Kind::kFolder) {
         throw io::Error(io::ExitCode::kNoAccess, package.Path(),
                         std::string("there is no ") + archive::kDescriptionName +
                             " at its top level",
                         "pack it from inside its folder");
     }
-    Description description =
-        ParseDescription(package.Read(archive::kDescriptionName, kLargestDescription + 1));
+    const std::string place = package.Path() + ":" + archive::kDescriptionName;
+    if (entry->kind == archive::PackageEntry::Kind::kLink) {
+        const archive::LinkEnd end = archive::FollowLink(package, *entry);
+        entry = end.entry;
+        if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
+            throw io::Error(io::ExitCode::kNoAccess, place,
+                            "is a link to '" + end.target + "', which is no file of the package",
+                            "pack the file itself (zip without -y)");
+        }
+    }
+    Description description = ParseDescription(package.Read(entry->name, kLargestDescription + 1));
     if (description.bytes.size() > kLargestDescription) {
-        throw io::Error(io::ExitCode::kNoAccess, package.Path() + ":" + archive::kDescriptionName,
-                        "is larger than 256 MiB");
+        throw io::Error(io::ExitCode::kNoAccess, place, "is larger than 256 MiB");
     }
     return description;
 }

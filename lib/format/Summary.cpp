@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "format/Summary.h"
 
+#include "archive/Links.h"
 #include "format/Description.h"
 #include "format/Kinds.h"
 #include "io/Error.h"
@@ -74,14 +75,16 @@ public:
 private:
     void LookAtUpdater()
     {
-        const archive::PackageEntry* const entry = m_package.Find(archive::kUpdaterName);
+        const archive::PackageEntry* entry = m_package.Find(archive::kUpdaterName);
+        if (entry != nullptr && entry->kind == archive::PackageEntry::Kind::kLink) {
+            entry = archive::FollowLink(m_package, *entry).entry;
+        }
         if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
             return;
         }
         constexpr unsigned kOwnerExecutes = 0100;
-        m_summary.updater = {
-            entry->size, (entry->mode & kOwnerExecutes) != 0,
-            ReadProgramHead(m_package.Read(archive::kUpdaterName, kProgramHeadSize))};
+        m_summary.updater = {entry->size, (entry->mode & kOwnerExecutes) != 0,
+                             ReadProgramHead(m_package.Read(entry->name, kProgramHeadSize))};
     }
 
     void AddStep(const JsonNode& node)

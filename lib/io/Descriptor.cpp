@@ -14,6 +14,16 @@
 namespace kx::io
 {
 
+namespace
+{
+
+Error NoFile(const std::string& path)
+{
+    return {ExitCode::kNoAccess, path, "is no file"};
+}
+
+} // namespace
+
 Descriptor::Descriptor(Descriptor&& other) noexcept : m_number(other.Release()) {}
 
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept
@@ -55,9 +65,8 @@ Descriptor OpenFile(const std::string& path, const std::string& doing)
     if (stat(path.c_str(), &info) != 0) {
         throw AccessError(path, doing, errno);
     }
-    const Error noFile(ExitCode::kNoAccess, path, "is no file");
     if (!S_ISREG(info.st_mode)) {
-        throw noFile;
+        throw NoFile(path);
     }
     // The name may have come to stand for something else since: it must not be waited for.
     Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -65,18 +74,9 @@ Descriptor OpenFile(const std::string& path, const std::string& doing)
         throw AccessError(path, doing, errno);
     }
     if (!S_ISREG(info.st_mode)) {
-        throw noFile;
+        throw NoFile(path);
     }
     return file;
-}
-
-Descriptor OpenFolder(const std::string& path)
-{
-    Descriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder.IsOpen()) {
-        throw AccessError(path, "open", errno);
-    }
-    return folder;
 }
 
 Descriptor CreateFile(const std::string& path, mode_t mode)

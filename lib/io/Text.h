@@ -2,9 +2,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "io/Utf8.h"
-#include "io/WholeFile.h"
-
 #include <cstdint>
 #include <string>
 #include <string_view>

@@ -13,9 +13,9 @@ std::string ReadWholeFile(const std::string& path, std::uint64_t limit)
     return ReadAll(OpenFile(path).Number(), limit, path);
 }
 
-std::string ReadFileHead(const std::string& path, std::size_t size)
+std::string ReadFileHead(const std::string& path, std::size_t size, const std::string& doing)
 {
-    return ReadUpTo(OpenFile(path).Number(), size, path);
+    return ReadUpTo(OpenFile(path, doing).Number(), size, path);
 }
 
 } // namespace kx::io

@@ -14,7 +14,9 @@ namespace kx::io
 [[nodiscard]] std::string ReadWholeFile(const std::string& path, std::uint64_t limit);
 
 /// Reads the first @p size bytes of a file, fewer of a shorter one.
+/// @param doing  what the file is opened for, in an error's words
 /// @throws Error when it cannot be read, or is no regular file
-[[nodiscard]] std::string ReadFileHead(const std::string& path, std::size_t size);
+[[nodiscard]] std::string ReadFileHead(const std::string& path, std::size_t size,
+                                       const std::string& doing = "open");
 
 } // namespace kx::io

@@ -17,6 +17,14 @@ std::string WhyOf(const Plan& plan)
     return plan.log.empty() ? "." : ": " + plan.log.back();
 }
 
+/// Returns a sentence that says where the description leads to when it is a link.
+std::string LinkRemark(const Plan& plan)
+{
+    return plan.descriptionLink.empty() ? ""
+                                        : " " + std::string(panel::kDescription) +
+                                              " is a link to '" + plan.descriptionLink + "'.";
+}
+
 std::string WhyNotStarted(const Plan& plan)
 {
     if (format::HasForeignBytes(plan.packageFile)) {
@@ -41,7 +49,7 @@ std::string EndOf(const Plan& plan)
         return "The window ends by SIGABRT: the description is no JSON object.";
     case Outcome::kNotUnpacked:
     case Outcome::kNotShown:
-        return "The window cannot load the package" + WhyOf(plan);
+        return "The window cannot load the package" + WhyOf(plan) + LinkRemark(plan);
     case Outcome::kNotStarted:
         return WhyNotStarted(plan);
     case Outcome::kNotRecorded:

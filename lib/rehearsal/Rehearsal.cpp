@@ -11,6 +11,7 @@
 #include "io/Error.h"
 #include "model/DB_KxUserProject.h"
 #include "model/DB_StepSets.h"
+#include "model/PicoJFactory.h"
 #include "osa/OSA.h"
 #include "osa/PathList.h"
 #include "rehearsal/Stage.h"
@@ -70,13 +71,10 @@ class EngineScope
 public:
     explicit EngineScope(ILogger& logger)
     {
-        static bool areClassesKnown = false;
-        if (areClassesKnown) {
-            q_UpdaterEngine::SysLogger = &logger;
-        } else {
+        if (q_UpdaterEngine::PicoJTbl->Prototypes().count == 0) {
             q_UpdaterEngine::InitSystem(&logger);
-            areClassesKnown = true;
         }
+        q_UpdaterEngine::SysLogger = &logger;
         Clear();
     }
     EngineScope(const EngineScope&) = delete;
@@ -186,6 +184,11 @@ Plan Rehearse(const archive::Package& package, const Circumstances& where)
     Plan plan;
     plan.packageFile = where.drive + "/" + FileNameOf(package);
     plan.record = std::string(panel::kRegistry) + "/" + format::RecordName(plan.packageFile);
+
+    const archive::PackageEntry* const description = package.Find(panel::kDescription);
+    if (description != nullptr && description->kind == archive::PackageEntry::Kind::kLink) {
+        plan.descriptionLink = package.LinkTarget(description->name);
+    }
 
     VirtualPanel panel(where.root);
     panel.MakeFolder(where.drive);

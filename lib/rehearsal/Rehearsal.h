@@ -49,8 +49,9 @@ enum class Outcome {
 
 /// What a panel would do with a package.
 struct Plan {
-    std::string packageFile; ///< where the package lies on the panel
-    std::string record;      ///< the folder of the record
+    std::string packageFile;     ///< where the package lies on the panel
+    std::string record;          ///< the folder of the record
+    std::string descriptionLink; ///< where the description leads to; empty when it is no link
     Outcome outcome = Outcome::kNotFound;
     int steps = 0;    ///< how many the description has; 0 as long as the installer has not read it
     int lastStep = 0; ///< the last one that begins, counted from 1; 0 when none does

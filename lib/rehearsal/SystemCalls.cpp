@@ -4,7 +4,9 @@
 // What the updater's code asks of the system (osa/OSA_System.h), as this program answers it: on a
 // stage from the stage's files. Anywhere else files are the machine's, to be read only, and no
 // command is run.
+#include "io/Descriptor.h"
 #include "io/Error.h"
+#include "io/Transfer.h"
 #include "osa/OSA_System.h"
 #include "rehearsal/Stage.h"
 
@@ -14,7 +16,9 @@
 #include <cstring>
 
 #include <sys/mman.h>
+#include <unistd.h>
 
+namespace io = kx::io;
 using kx::rehearsal::Stage;
 using kx::rehearsal::VirtualPanel;
 
@@ -22,22 +26,26 @@ namespace
 {
 
 /// Opens bytes as a file of the memory.
+/// @return null after a failure, which the stage keeps
 std::FILE* Opened(const std::string& bytes, Stage& stage)
 {
-    const int fd = memfd_create("file", MFD_CLOEXEC);
-    std::FILE* const file = fd < 0 ? nullptr : fdopen(fd, "w+b");
-    if (file == nullptr || std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size() ||
-        std::fflush(file) != 0) {
-        try {
-            throw kx::io::AccessError("", "keep the description in memory", errno);
-        } catch (...) {
-            stage.Keep();
-        }
+    io::Descriptor memory(memfd_create("file", MFD_CLOEXEC));
+    int error = memory.IsOpen() ? io::TryWriteAll(memory.Number(), bytes).error : errno;
+    std::FILE* file = nullptr;
+    if (error == 0 && lseek(memory.Number(), 0, SEEK_SET) == 0) {
+        file = fdopen(memory.Number(), "rb");
     }
     if (file != nullptr) {
-        std::rewind(file);
+        static_cast<void>(memory.Release()); // the stream closes it
+        return file;
     }
-    return file;
+    error = error != 0 ? error : errno;
+    try {
+        throw io::AccessError("", "keep the description in memory", error);
+    } catch (...) {
+        stage.Keep();
+    }
+    return nullptr;
 }
 
 } // namespace

@@ -58,7 +58,14 @@ private:
 
 std::string Join(const std::string& folder, const char* name)
 {
-    return (!folder.empty() && folder.back() == '/') ? folder + name : folder + '/' + name;
+    const std::string_view entry(name);
+    std::string path;
+    path.reserve(folder.size() + 1 + entry.size()); // one piece
+    path.append(folder);
+    if (folder.empty() || folder.back() != '/') {
+        path += '/';
+    }
+    return path.append(entry);
 }
 
 /// Copies one entry of a folder: a folder with all it holds, anything else by `cp`.

@@ -7,6 +7,7 @@
 #include "osa/OSA_System.h"
 #include "osa/PathList.h"
 
+#include <array>
 #include <cstring>
 #include <utility>
 
@@ -39,12 +40,17 @@ void CreateFolderOf(const char* dst, bool record)
 /// @return false when the C library cannot format it: it would be longer than an int can tell
 [[gnu::format(printf, 2, 0)]] bool Format(std::string& text, const char* fmt, va_list args)
 {
+    // Room for nearly every command, so that it is formatted once.
+    std::array<char, 512> usual{};
     va_list again;
     va_copy(again, args);
-    const int length = std::vsnprintf(nullptr, 0, fmt, args);
-    if (length > 0) {
-        text.resize(static_cast<std::size_t>(length));
-        static_cast<void>(std::vsnprintf(text.data(), text.size() + 1, fmt, again));
+    const int length = std::vsnprintf(usual.data(), usual.size(), fmt, args);
+    const std::size_t size = length > 0 ? static_cast<std::size_t>(length) : 0;
+    if (size < usual.size()) {
+        text.assign(usual.data(), size);
+    } else {
+        text.resize(size);
+        static_cast<void>(std::vsnprintf(text.data(), size + 1, fmt, again));
     }
     va_end(again);
     return length >= 0;

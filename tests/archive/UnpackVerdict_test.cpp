@@ -184,8 +184,27 @@ std::vector<VerdictCase> ContentCases()
 {
     ZipPart cut = DeflatedPart(std::string(1000, 'x') + "end");
     cut.packed.resize(cut.packed.size() - 3);
+    // Where fewer packed bytes are told than there are, unzip runs for ever: no case here.
+    ZipPart bzip2 = OfMethod(12, {"a", "a"});
+    bzip2.packed = std::string("BZh91AY&SY\x19\x93\x9b\x6b\0\0\0\x01\0\x20\0\x20\0\x21\x18\x46\x82"
+                               "\xee\x48\xa7\x0a\x12\x03\x32\x73\x6d\x60",
+                               37);
+    ZipPart followed = bzip2;
+    followed.packed += "more";
     return {
+        {"bzip2", With({bzip2}), 0, {}},
+        {"bzip2AndMore", With({followed}), 0, {}},
+        {"bzip2OfMoreThanThereIs", Patched(With({bzip2}), kLocal, 18, "\x28"), 12, {R::kStructure}},
+        {"deflatedOfMoreThanThereIs",
+         Patched(With({DeflatedPart("text")}), kLocal, 18, "\x28"),
+         0,
+         {}},
         {"deflated", With({DeflatedPart("text")}), 0, {}},
+        {"deflated64", With({OfMethod(9, DeflatedPart("text"))}), 0, {}},
+        {"deflated64Damaged",
+         Patched(With({OfMethod(9, DeflatedPart("text"))}), kLocal, 31, "\x07"),
+         2,
+         {R::kDamaged}},
         {"sum", Patched(With({kFile}), kLocal, 14, "none"), 2, {R::kWrongCrc}},
         {"sumOfLink", Patched(With({kLink}), kLocal, 14, "none"), 2, {R::kWrongCrc}},
         {"sumOfFolder", Patched(With({{"a/", "", 040755}}), kLocal, 14, "none"), 0, {}},

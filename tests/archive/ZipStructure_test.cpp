@@ -137,6 +137,12 @@ TEST(ZipStructure, TellsEveryFlaw)
         {"name outside",
          [](std::string& zip) { Patch(zip, kLocal, 26, "\xff\xff", 2); },
          {ZipFlaw::kContentCut}},
+        {"bzip2 outside",
+         [](std::string& zip) {
+             Patch(zip, kLocal, 8, Bytes(12, 2), 2);
+             Patch(zip, kLocal, 18, Bytes(0x7fffffff, 4), 2);
+         },
+         {ZipFlaw::kContentCut}},
         {"overlap", [](std::string& zip) { Patch(zip, kLocal, 18, "\5"); }, {ZipFlaw::kOverlap}},
         {"same header",
          [](std::string& zip) { Patch(zip, kCentral, 42, Bytes(0, 4), 2); },

@@ -112,6 +112,7 @@ const RuleCase kCases[] = {
          r.Part("1/0/a").method = 12;
          r.Part("1/0/a").packed = std::string("BZh91AY&SY\x19\x93\x9b\x6b\0\0\0\x01\0\x20\0\x20\0\x21\x18\x46\x82\xee\x48\xa7\x0a\x12\x03\x32\x73\x6d\x60", 37);
      }},
+    {"entry-deflate64", "warning", "1/0/a", [](Recipe& r) { r.Part("1/0/a").method = 9; r.Part("1/0/a").packed = std::string("\x4b\x04\0", 3); }},
     {"entry-version", "error", "0/0/hello", [](Recipe& r) { r.Part("0/0/hello").version = 63; }},
     {"entry-link", "warning", "1/0/b", [](Recipe& r) { r.parts.push_back({"1/0/b", "a", 0120777}); }},
 
@@ -253,6 +254,9 @@ const RuleCase kCases[] = {
     {"user-name", "error", ITEM("1", "0", "Value"), [](Recipe& r) { r.Replace("\"user\"", "\"u ser\""); }},
     {"user-item", "warning", ITEM("1", "0", "ItemName"), [](Recipe& r) { r.Replace(R"({"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "User", "Value": "user"},)", R"({"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "Group", "Value": "x"}, {"$type": "Zt.DB_HardwareItem, Drovic", "ItemName": "User", "Value": "user"},)"); }},
     {"user-password", "note", ITEM("1", "1", "Value"), [](Recipe&) {}},
+
+    {"installation-fails", "error", "", [](Recipe& r) { r.Replace("/opt/hello", "/var/lib/KxUserPackages/hello"); }, false},
+    {"installation-fails", "error", kStep0, [](Recipe& r) { r.Replace("/opt/hello", "/mnt/usb/hello.temp/0/0/hello"); }, false},
 };
 // NOLINTEND(modernize-raw-string-literal)
 
@@ -352,6 +356,35 @@ TEST(CheckPackage, KeepsABoundedNumberOfFindingsOfARule)
     EXPECT_EQ(Problems(findings).size(), Findings::kMostOfARule);
     EXPECT_EQ(findings.Count(Severity::kWarning), 150U);
     EXPECT_EQ(findings.Omitted(RuleId::kPayloadUnused), 50U);
+}
+
+TEST(CheckPackage, SaysWhatFailsWhereNoRuleDoes)
+{
+    Recipe recipe;
+    recipe.Replace("/opt/hello", "/mnt/usb/hello.temp/0/0/hello");
+    EXPECT_THAT(Problems(recipe.Check()),
+                ElementsAre(std::string("error installation-fails ") + kStep0,
+                            std::string("warning target-lost ") + kTarget0));
+    EXPECT_EQ(recipe.Check().All().front().what,
+              "step 1 fails: File copy error(= 256) is corrupted. From "
+              "/mnt/usb/hello.temp/0/0/hello to /mnt/usb/hello.temp/0/0/hello  (Permissions=755)");
+
+    Recipe unrecorded;
+    unrecorded.Replace("/opt/hello", "/var/lib/KxUserPackages/hello");
+    EXPECT_EQ(unrecorded.Check().All().front().what,
+              "The steps succeed, but the package cannot be recorded.");
+}
+
+TEST(CheckPackage, OfAStepThatFailsAnErrorOfAnotherStepSaysNothing)
+{
+    Recipe recipe;
+    recipe.Replace("/opt/hello", "/mnt/usb/hello.temp/0/0/hello");
+    recipe.Replace("\"5\"", "\"5 6\"");
+
+    EXPECT_THAT(Problems(recipe.Check()),
+                ElementsAre("error setting-blank " ITEM("0", "0", "Value"),
+                            std::string("error installation-fails ") + kStep0,
+                            std::string("warning target-lost ") + kTarget0));
 }
 
 TEST(CheckPackage, OnlyWarnsOfAMissingUpdaterInAFolder)

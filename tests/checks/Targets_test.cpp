@@ -43,6 +43,19 @@ TEST(Targets, RememberWhatEarlierStepsMade)
     EXPECT_EQ(targets.AddFile("/opt/f"), TargetState::kFolder);
 }
 
+TEST(Targets, AreWhatTheUpdatersCommandsMeet)
+{
+    Targets targets;
+
+    EXPECT_EQ(targets.AddFile("/bin/tool"), TargetState::kFree);
+    EXPECT_EQ(targets.AddFile("/usr/bin/tool"), TargetState::kTwice) << "/bin is a link";
+    EXPECT_EQ(targets.AddFile("/opt/a/../b"), TargetState::kFree);
+    EXPECT_EQ(targets.AddFile("/opt/a"), TargetState::kFolder) << "made on the way to b";
+    EXPECT_EQ(targets.AddFile("/etc/passwd/../b"), TargetState::kBelowFile);
+    EXPECT_EQ(targets.AddFile("/opt/new/"), TargetState::kFree) << "a name behind the mark lacks";
+    EXPECT_EQ(targets.AddFile("/"), TargetState::kFolder);
+}
+
 TEST(Targets, TellWhatLiesInAFolder)
 {
     EXPECT_TRUE(io::IsIn("/tmp", "/tmp"));

@@ -49,6 +49,16 @@ show() {
     [[ $output == *"'small' is no size; write for example 800x480" ]]
 }
 
+@test "what cannot be read or started is told in one line, too" {
+    printf 'state \377\n' >"$WORK/script"
+    show --script "$WORK/script" -- /bin/true
+    [ "$status" -eq 2 ]
+    [[ ${lines[-1]} == 'operate: error: argument --script: /opt/kx_Updater/script: '* ]]
+
+    run -127 "$WINDOW" --updater "$KX_UPDATER" --probe "$PROBE" -- nosuch </dev/null
+    [ "$output" = 'operate: nosuch: No such file or directory' ]
+}
+
 @test "a value can stand behind the option or behind an equals sign" {
     # shellcheck disable=SC2016 # expanded on the panel
     show --size=320x200 --env=A=b --lang=ja --out="$WORK/seen" --no-wm -- \

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "format/ShellText.h"
 #include "io/Text.h"
+#include "io/Utf8.h"
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "engine/ILogger.h"
-#include "support/PanelFiles.h"
 #include "gui/mainwindow.h"
+#include "support/PanelFiles.h"
 #include "support/ProjectBuilder.h"
 #include "support/ShellRecorder.h"
 

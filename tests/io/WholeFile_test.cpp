@@ -43,6 +43,8 @@ TEST(ReadFileHead, ReadsTheBeginningOfAFile)
 
     EXPECT_EQ(ReadFileHead(path, 3), "123");
     EXPECT_EQ(ReadFileHead(path, 9), "12345");
+    EXPECT_EQ(Thrown([&] { static_cast<void>(ReadFileHead(dir / "none", 4, "look into it")); }),
+              "3: " + (dir / "none") + ": cannot look into it: No such file or directory");
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadFileHead(dir.Path(), 4)); }),
               "3: " + dir.Path() + ": is no file");
 }

@@ -142,7 +142,7 @@ END
     bounded plan --root root Foo
     # The updater takes no file whose size an int cannot tell.
     [ "$status" -eq 1 ]
-    [ "$(tail -n 1 out)" = 'The window cannot load the package: Unable to access /mnt/usb/Foo.temp/UserPackage.kx-project file.' ]
+    [ "$(tail -n 1 out)" = 'The window cannot load the package: Unable to access /mnt/usb/Foo.temp/UserPackage.kx-project file. UserPackage.kx-project is a link to '"'/opt/huge'." ]
     truncate -s 300M root/opt/huge
     bounded plan --root root Foo
     expect 3 '' $'kx-package: root/opt/huge: is larger than 256.0 MiB\n'

@@ -150,6 +150,19 @@ TEST(OsaFormat, FormatsATextOfAnyLength)
     EXPECT_EQ(Format("%s", ""), "");
 }
 
+TEST(OsaFormat, FormatsEveryLengthAroundThoseOfACommand)
+{
+    for (std::size_t length = 0; length < 1100; ++length) {
+        std::string word(length, 'x');
+        if (length > 0) {
+            word.back() = 'y';
+        }
+
+        EXPECT_EQ(Format("%s", word.c_str()), word);
+        EXPECT_EQ(Format("\"%s\" ", word.c_str()), "\"" + word + "\" ");
+    }
+}
+
 TEST(OsaFormat, IsEmptyForWhatCannotBeFormatted)
 {
     EXPECT_EQ(Format("a %lc", kEuroSign), "");

@@ -138,7 +138,7 @@ output_lacks() {
     output_lacks 'holds paths'
 }
 
-@test "a program that asks for the other's libraries is found" {
+@test "a companion program that asks for the updater's libraries is found" {
     echo 'find_package(Qt5 REQUIRED COMPONENTS Core)' >>CMakeLists.txt
 
     check_reproducible
@@ -146,6 +146,18 @@ output_lacks() {
     [ "$status" -eq 1 ]
     output_has 'check-reproducible: kx-package cannot be built alone'
     output_lacks 'check-reproducible: kx_Updater'
+}
+
+@test "an updater that asks for the companion programs' libraries is found" {
+    mkdir lib
+    echo 'find_package(ZLIB REQUIRED)' >lib/CMakeLists.txt
+    echo 'add_subdirectory(lib)' >>CMakeLists.txt
+
+    check_reproducible
+
+    [ "$status" -eq 1 ]
+    output_has 'check-reproducible: kx_Updater cannot be built alone'
+    output_lacks 'check-reproducible: kx-package'
 }
 
 @test "a header that includes too little is found in every folder of headers" {

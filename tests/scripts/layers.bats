@@ -2,8 +2,8 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
 #
-# scripts/check-layers.py on small trees of sources: a file in each of its three tables, and the
-# panel's names.
+# scripts/check-layers.py on small trees of sources: a file in each of its tables, and the panel's
+# names.
 
 ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
 
@@ -14,6 +14,15 @@ setup() {
     source_file src/osa/PathList.cpp '"osa/PathList.h"' '<string>'
     source_file lib/checks/Targets.cpp '"checks/Targets.h"' '"io/Text.h"' '<picojson.h>'
     source_file tools/kx-package/common/Epoch.cpp '"common/Epoch.h"' '"io/Error.h"'
+    module_file device/kxdevice/trees.py 'import os' 'from kxdevice import linux'
+}
+
+# module_file PATH LINE...
+module_file() {
+    local path=$1
+    shift
+    mkdir -p "${path%/*}"
+    printf '%s\n' "$@" >"$path"
 }
 
 # source_file PATH INCLUDE...
@@ -33,7 +42,7 @@ expect_verdict() {
 }
 
 @test "sources that keep to their layers pass" {
-    expect_verdict 0 '4 files keep to their layers'
+    expect_verdict 0 '5 files keep to their layers'
 }
 
 @test "a layer of the updater includes no layer above it" {
@@ -116,4 +125,18 @@ src/osa/OSA.cpp: "%s/kx_Updater" stands in src/osa/PanelNames.h'
         rmdir "$top"
         mv away "$top"
     done
+}
+
+@test "a module of the device imports only what stands below it" {
+    module_file device/kxdevice/tools.py 'from kxdevice import (linux, supervisor)' \
+        'from kxdevice.names import DRIVE_DEVICE' 'import kxoperate.screen'
+
+    expect_verdict 1 'device/kxdevice/tools.py: must not import kxdevice.supervisor
+device/kxdevice/tools.py: must not import kxoperate.screen'
+}
+
+@test "a module of the device that nobody gave a place is found" {
+    module_file device/kxdevice/helper.py 'import os'
+
+    expect_verdict 1 "device/kxdevice/helper.py: the module 'kxdevice.helper' has no row"
 }

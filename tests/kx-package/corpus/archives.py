@@ -116,6 +116,7 @@ BUILDERS = {
     "zip -": by_zip_stream,
     "7z": by_7z("-mm=Deflate"),
     "7z -mx0": by_7z("-mx=0"),
+    "7z deflate64": by_7z("-mm=Deflate64"),
     "7z bzip2": by_7z("-mm=BZip2"),
     "7z lzma": by_7z("-mm=LZMA"),
     "7z ppmd": by_7z("-mm=PPMd"),

@@ -1,18 +1,21 @@
 #!/usr/bin/python3
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
-"""Compares the verdict of `kx-package check` with what happens on the sandboxed device.
+"""Compares what `kx-package` says of packages with what happens on the sandboxed device.
 
 Builds packages with zip, 7z, bsdtar and Python, damages archives and descriptions by chance (the
 same chance every time), asks `kx-package check` about each, unpacks each with the device's unzip in
 two locales, and installs those that unpack with the real updater. A package is faultless when all
-of this succeeds and files and settings are what its description says.
+of this succeeds and files and settings are what its description says. What `show`, `plan` and `try`
+say is compared with each other, with the check and with the panel, too: see agreement.py.
 
   corpus.py --tool build/dev/kx-package --updater build/release/kx_Updater [--archives N]
-            [--descriptions N] [--seed N] [--keep DIR]
+            [--descriptions N] [--seed N] [--keep DIR] [--tries N]
 
-Exit status 0: no package that the check calls clean had a fault, and of those that it refuses fewer
-than 1 in 100 had none. 1: it is otherwise. 77: there is no sandboxed device here.
+--tries says how many packages are installed by `kx-package try` besides, -1 for all of them.
+
+Exit status 0: no package that the check calls clean had a fault, of those that it refuses fewer than
+1 in 100 had none, and all agree. 1: it is otherwise. 77: there is no sandboxed device here.
 """
 
 import argparse
@@ -31,6 +34,7 @@ sys.path.insert(0, HERE)
 sys.dont_write_bytecode = True
 
 # pylint: disable=wrong-import-position
+import agreement  # noqa: E402
 import archives  # noqa: E402
 import descriptions  # noqa: E402
 
@@ -43,6 +47,7 @@ def arguments():
     parser.add_argument("--archives", type=int, default=400)
     parser.add_argument("--descriptions", type=int, default=130)
     parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--tries", type=int, default=8)
     parser.add_argument("--keep", help="keep the packages in this folder")
     return parser.parse_args()
 
@@ -126,7 +131,14 @@ def verdict(tool, job):
     ids = [found["id"] for found in told["findings"] if found["severity"] == "error"]
     if told["clean"] != (done.returncode == 0) or bool(ids) == told["clean"]:
         raise SystemExit(f"{job['file']}: findings and exit status contradict each other")
-    return told["clean"], ids
+    return told["clean"], ids, told["findings"]
+
+
+def ask(tool, job):
+    """Notes what check, show and plan say of a package."""
+    job["clean"], job["ids"], job["findings"] = verdict(tool, job)
+    job["show"] = agreement.told(tool, ["show"], job)
+    job["plan"] = agreement.told(tool, ["plan", "--at", "/mnt/user"], job)
 
 
 def on_panel(options, corpus, jobs):
@@ -199,9 +211,7 @@ def main():
         corpus.add_damaged(options.archives)
         corpus.add_spoiled(options.descriptions)
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
-            for job, (clean, ids) in zip(corpus.jobs, pool.map(
-                    lambda job: verdict(options.tool, job), corpus.jobs)):
-                job["clean"], job["ids"] = clean, ids
+            list(pool.map(lambda job: ask(options.tool, job), corpus.jobs))
         results = all_on_panels(options, corpus, corpus.jobs)
         whole = results[0]["trees"][0]
         again = []
@@ -214,7 +224,8 @@ def main():
         for job, result in zip(again, all_on_panels(options, corpus, again)):
             job["result"] = result
             job["faultless"] = judge(job, result, whole)
-        return report(corpus.jobs)
+        tries = corpus.jobs if options.tries < 0 else agreement.sample(corpus.jobs, options.tries)
+        return max(report(corpus.jobs), agreement.report(options, corpus.jobs, tries))
 
 
 sys.exit(main())

@@ -10,6 +10,7 @@ whether to install it. Standard output has one line for each.
 import hashlib
 import json
 import os
+import re
 import resource
 import shutil
 import stat
@@ -18,6 +19,7 @@ import sys
 
 UNPACKED = b"/mnt/user/corpus.temp"
 UPDATER = "/opt/kx/kx_Updater"
+REGISTRY = "/var/lib/KxUserPackages"
 KIT = "/opt/kx"
 ENVIRONMENT = {"PATH": os.environ["PATH"], "HOME": "/root"}
 
@@ -36,6 +38,29 @@ def tool(*command, locale="C"):
                               check=False, env={**ENVIRONMENT, "LC_ALL": locale}).returncode
     except (OSError, subprocess.TimeoutExpired):
         return -1
+
+
+def install():
+    """Runs the installer; returns its exit status and the step that it says has failed."""
+    try:
+        done = subprocess.run([UPDATER, "-unzipedDir", UNPACKED], stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, timeout=60,
+                              preexec_fn=bounds, check=False, env={**ENVIRONMENT, "LC_ALL": "C"})
+    except (OSError, subprocess.TimeoutExpired):
+        return -1, None
+    failed = re.findall(rb"^Installation failed in step (\d+)\.$", done.stdout, re.M)
+    return done.returncode, int(failed[-1]) if failed else None
+
+
+def record():
+    """What the record lists: folders and files; None when there is none."""
+    try:
+        with open(REGISTRY + "/corpus/installedFile.list", "rb") as file:
+            lines = file.read().decode("latin1").split("\n")
+    except OSError:
+        return None
+    files = lines.index(" #file")
+    return [lines[1:files], lines[files + 1:-1]]
 
 
 def tree(folder):
@@ -68,6 +93,7 @@ def clear():
             shutil.rmtree(path, ignore_errors=True)
         elif os.path.lexists(path):
             os.unlink(path)
+    shutil.rmtree(REGISTRY, ignore_errors=True)
 
 
 def has_arrived(source, target, mode):
@@ -106,7 +132,8 @@ def main():
     """Takes one package after the other."""
     for line in sys.stdin:
         job = json.loads(line)
-        result = {"unzip": [], "trees": [], "runs": None, "install": None, "kept": None}
+        result = {"unzip": [], "trees": [], "runs": None, "install": None, "kept": None,
+                  "failedStep": None, "record": None}
         for locale in ["C.UTF-8", "C"]:
             clear()
             os.mkdir(UNPACKED)
@@ -115,7 +142,8 @@ def main():
         if result["unzip"] == [0, 0]:
             result["runs"] = tool(os.path.join(UNPACKED, b"kx_Updater")) == 0
             if job["install"]:
-                result["install"] = tool(UPDATER, "-unzipedDir", UNPACKED)
+                result["install"], result["failedStep"] = install()
+                result["record"] = record()
                 if result["install"] == 0 and job["promise"] is not None:
                     try:
                         result["kept"] = is_kept(job["promise"])

@@ -50,6 +50,7 @@ picojson::value JsonOf(const rehearsal::PlannedCommand& command)
     told["step"] =
         command.step == 0 ? picojson::value() : picojson::value(static_cast<double>(command.step));
     told["command"] = JsonText(command.command);
+    // JSON has no text for a command that is no UTF-8.
     told["commandHex"] =
         io::IsUtf8(command.command) ? picojson::value() : picojson::value(io::Hex(command.command));
     told["afterScript"] = picojson::value(command.isAfterScript);

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "compose/DescriptionWriter.h"
 
+#include "io/Hex.h"
 #include "model/DB_FunctionDatas.h"
 #include "model/DB_Hardware.h"
 #include "model/DB_KxUserProject.h"
@@ -163,7 +164,6 @@ private:
 
     void WriteCharacter(char c)
     {
-        constexpr std::string_view kDigits = "0123456789abcdef";
         const auto byte = static_cast<unsigned char>(c);
         if (c == '"' || c == '\\') {
             m_text += '\\';
@@ -175,9 +175,7 @@ private:
         } else if (c == '\t') {
             m_text += "\\t";
         } else if (byte < 0x20 || byte == 0x7f) {
-            m_text += "\\u00";
-            m_text += kDigits[byte >> 4];
-            m_text += kDigits[byte & 0xf];
+            m_text += "\\u00" + io::Hex(std::string_view(&c, 1));
         } else {
             m_text += c;
         }

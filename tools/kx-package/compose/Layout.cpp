@@ -63,7 +63,8 @@ bool IsProgram(const std::string& mode)
 /// Tells whether a file begins like something to run.
 bool LooksExecutable(const std::string& path)
 {
-    const std::string head = io::ReadFileHead(path, 4);
+    constexpr std::size_t kMarkSize = 4;
+    const std::string head = io::ReadFileHead(path, kMarkSize, "read");
     return head.substr(0, 2) == "#!" || head == "\x7f"
                                                 "ELF";
 }

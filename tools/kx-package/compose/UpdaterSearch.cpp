@@ -3,9 +3,8 @@
 #include "compose/UpdaterSearch.h"
 
 #include "archive/Package.h"
-#include "io/Descriptor.h"
 #include "io/Error.h"
-#include "io/Transfer.h"
+#include "io/WholeFile.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -64,8 +63,8 @@ std::optional<format::ProgramHead> ReadUpdaterHead(const std::string& path)
     if (!S_ISREG(info.st_mode)) {
         return std::nullopt;
     }
-    const io::Descriptor file = io::OpenFile(path, "open the updater");
-    return format::ReadProgramHead(io::ReadUpTo(file.Number(), format::kProgramHeadSize, path));
+    return format::ReadProgramHead(
+        io::ReadFileHead(path, format::kProgramHeadSize, "open the updater"));
 }
 
 void RefuseOtherUpdater(const std::string& path, const format::Processor& processor)

@@ -3,6 +3,7 @@
 #include "manifest/Glob.h"
 
 #include "io/Error.h"
+#include "io/Utf8.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -33,6 +34,12 @@ std::vector<std::string_view> Parts(std::string_view path)
     return parts;
 }
 
+/// The length of the character that a name begins with. Bytes that are none count one by one.
+std::size_t CharacterLength(std::string_view name)
+{
+    return std::max<std::size_t>(1, io::Utf8Length(name));
+}
+
 /// Matches what stands in one part; the last star takes what is needed, so nothing is tried twice
 /// but from there.
 bool MatchesName(std::string_view pattern, std::string_view name)
@@ -49,14 +56,13 @@ bool MatchesName(std::string_view pattern, std::string_view name)
             star = p++;
             taken = n;
         } else if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == name[n])) {
-            ++p;
             // One question mark is one character, however many bytes it has.
-            do {
-                ++n;
-            } while (pattern[p - 1] == '?' && n < name.size() && (name[n] & 0xc0) == 0x80);
+            n += pattern[p] == '?' ? CharacterLength(name.substr(n)) : 1;
+            ++p;
         } else if (star != std::string_view::npos) {
             p = star + 1;
-            n = ++taken;
+            taken += CharacterLength(name.substr(taken));
+            n = taken;
         } else {
             return false;
         }
