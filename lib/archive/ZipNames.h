@@ -25,9 +25,6 @@ struct UnpackedName {
 /// Returns the name that unpacking gives to an entry.
 [[nodiscard]] UnpackedName NameOnPanel(const ZipMember& member);
 
-/// How far the file mode is shifted in the attributes that hold one.
-constexpr unsigned kZipModeShift = 16;
-
 /// Tells whether the entry's attributes hold a file mode.
 [[nodiscard]] bool HasFileMode(const ZipMember& member);
 

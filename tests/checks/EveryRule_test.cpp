@@ -281,7 +281,7 @@ TEST_P(EveryRule, IsFoundWhereItAppliesAndThereAlone)
 
     std::vector<std::string> found;
     for (const Finding& finding : findings.All()) {
-        const Place& place = finding.place;
+        const Location& place = finding.location;
         found.push_back(std::string(SeverityName(finding.severity)) + " " +
                         RuleOf(finding.rule).id + " " +
                         (row.where == nullptr ? ""
