@@ -117,7 +117,8 @@ Findings CheckPackage(const std::string& path, const format::Processor* processo
     if (path == io::kStandardInput) {
         const io::StandardInput input;
         Findings findings;
-        CheckArchivePackage(input.Path(), archive::FileBytes(input.Path()), processor, findings);
+        CheckArchivePackage(io::kStandardInputName, archive::FileBytes(input.Path()), processor,
+                            findings);
         findings.Sort();
         return findings;
     }
