@@ -6,6 +6,7 @@
 #include "archive/UnpackedArchive.h"
 #include "checks/ArchiveChecks.h"
 #include "checks/DescriptionChecks.h"
+#include "checks/EntryChecks.h"
 #include "checks/InstallationChecks.h"
 #include "checks/NameChecks.h"
 #include "checks/StepChecks.h"
