@@ -6,6 +6,7 @@
 #include "archive/UnpackedArchive.h"
 #include "checks/ArchiveChecks.h"
 #include "checks/DescriptionChecks.h"
+#include "checks/EntryChecks.h"
 #include "checks/InstallationChecks.h"
 #include "checks/NameChecks.h"
 #include "checks/StepChecks.h"
@@ -118,7 +119,8 @@ Findings CheckPackage(const std::string& path, const format::Processor* processo
     if (path == io::kStandardInput) {
         const io::StandardInput input;
         Findings findings;
-        CheckArchivePackage(input.Path(), archive::FileBytes(input.Path()), processor, findings);
+        CheckArchivePackage(io::kStandardInputName, archive::FileBytes(input.Path()), processor,
+                            findings);
         findings.Sort();
         return findings;
     }

@@ -7,6 +7,7 @@
 #include "checks/Commands.h"
 #include "checks/ScriptChecks.h"
 #include "checks/SettingChecks.h"
+#include "checks/TargetChecks.h"
 #include "checks/Targets.h"
 #include "format/Classes.h"
 #include "format/Kinds.h"
@@ -158,7 +159,7 @@ private:
         const Location place = item.At("DestinationPath");
         CheckCommand("cp -f \"" + m_unpacked + entry + "\" \"" + target + "\" ", place, m_failure,
                      m_findings);
-        if (!CheckTarget(target, "", place)) {
+        if (!CheckTarget(target, false, place, m_failure, m_findings)) {
             return;
         }
         if (io::PlainPath(target) == "/") {
@@ -301,7 +302,7 @@ private:
         m_usedFolders.insert(item.folder);
         const std::string& target = item.Text("DestinationPath");
         const Location place = item.At("DestinationPath");
-        const bool isUsable = CheckTarget(target, "/", place);
+        const bool isUsable = CheckTarget(target, true, place, m_failure, m_findings);
         if (isUsable && io::PlainPath(target) == "/") {
             m_findings.Add(RuleId::kTargetWhole, place, "is the root folder");
         }
@@ -363,69 +364,6 @@ private:
         }
     }
 
-    // ---- targets of both ----
-
-    /// @param behind  what stands behind the target in the commands
-    /// @return false when the target says nothing about where things arrive
-    bool CheckTarget(const std::string& target, const char* behind, const Location& place)
-    {
-        if (target.empty()) {
-            // A file cannot be copied to it; what a folder holds arrives all the same.
-            const bool isFolder = *behind == '/';
-            m_findings.AddAs(isFolder ? Severity::kError : m_failure, RuleId::kTargetEmpty, place,
-                             isFolder ? "is empty: what the folder holds arrives in the root folder"
-                                      : "is empty");
-            return false;
-        }
-        if (const std::string changed = format::ChangedInDoubleQuotes(target + behind);
-            !changed.empty()) {
-            m_findings.Add(RuleId::kTargetShell, place, "contains " + changed);
-        }
-        if (target.find_first_of(":\\") != std::string::npos) {
-            m_findings.Add(RuleId::kTargetSeparator, place, "contains ':' or '\\'");
-        }
-        if (target.find_first_of("\r\n") != std::string::npos ||
-            target.find('\0') != std::string::npos) {
-            m_findings.AddAs(target.find('\0') != std::string::npos ? Severity::kError
-                                                                    : Severity::kWarning,
-                             RuleId::kTargetLine, place, "contains a line break or a zero byte");
-        }
-        if (target.front() != '/') {
-            m_findings.Add(RuleId::kTargetRelative, place, "'" + target + "' is not a full path");
-            return false;
-        }
-        return CheckTargetFolder(target, place);
-    }
-
-    /// @return false when the target is longer than can be
-    bool CheckTargetFolder(const std::string& target, const Location& place)
-    {
-        constexpr std::size_t kLongestPart = 255;
-        constexpr std::size_t kLongestPath = 4000;
-        const std::string plain = io::PlainPath(target);
-        std::size_t begin = 1;
-        bool isLong = target.size() > kLongestPath;
-        while (begin <= plain.size()) {
-            const std::size_t end = std::min(plain.find('/', begin), plain.size());
-            isLong = isLong || end - begin > kLongestPart;
-            begin = end + 1;
-        }
-        if (isLong) {
-            m_findings.AddAs(m_failure, RuleId::kTargetLong, place,
-                             "is longer than a name on the panel may be");
-        }
-        if (io::IsIn(plain, panel::kRegistry)) {
-            m_findings.Add(RuleId::kTargetRegistry, place, "is in the registry of packages");
-        }
-        for (const char* const folder :
-             {"/dev", panel::kDriveFolder, "/proc", "/run", "/sys", "/tmp"}) {
-            if (io::IsIn(plain, folder)) {
-                m_findings.Add(RuleId::kTargetLost, place, std::string("is in '") + folder + "'");
-            }
-        }
-        return !isLong;
-    }
-
     // ---- what no step uses ----
 
     void ReportUnused()
@@ -458,39 +396,12 @@ private:
     std::set<std::string> m_unclear;     ///< steps that cannot be understood
 };
 
-bool IsDesktopFile(const std::string& name)
-{
-    const std::size_t slash = name.rfind('/');
-    const std::string last = name.substr(slash == std::string::npos ? 0 : slash + 1);
-    return last == ".DS_Store" || last == "Thumbs.db" || last == "desktop.ini" ||
-           last.compare(0, 2, "._") == 0 || io::IsIn(name, "__MACOSX");
-}
-
 } // namespace
 
 void CheckSteps(const format::JsonNode& root, const archive::Package& package,
                 const std::string& recordName, Findings& findings)
 {
     StepCheck(package, recordName, findings).Check(root);
-}
-
-void CheckEntries(const archive::Package& package, Findings& findings)
-{
-    for (const archive::PackageEntry& entry : package.Entries()) {
-        if (entry.kind == archive::PackageEntry::Kind::kLink) {
-            if (entry.name == archive::kDescriptionName || entry.name == archive::kUpdaterName) {
-                continue; // these have rules of their own
-            }
-            findings.Add(RuleId::kEntryLink, Location::Entry(entry.name),
-                         "is a link to '" + archive::FollowLink(package, entry).target + "'");
-        } else if (entry.kind == archive::PackageEntry::Kind::kFile && IsDesktopFile(entry.name)) {
-            findings.Add(RuleId::kPathDesktop, Location::Entry(entry.name),
-                         "is a file of a desktop system");
-        } else if (entry.kind == archive::PackageEntry::Kind::kOther) {
-            findings.Add(RuleId::kEntryLink, Location::Entry(entry.name),
-                         "is neither a file nor a folder");
-        }
-    }
 }
 
 } // namespace kx::checks

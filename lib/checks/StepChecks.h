@@ -16,7 +16,4 @@ namespace kx::checks
 void CheckSteps(const format::JsonNode& root, const archive::Package& package,
                 const std::string& recordName, Findings& findings);
 
-/// Checks the links in a package, and what desktop systems leave in folders.
-void CheckEntries(const archive::Package& package, Findings& findings);
-
 } // namespace kx::checks

@@ -1,0 +1,80 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "checks/TargetChecks.h"
+
+#include "format/ShellText.h"
+#include "io/Path.h"
+#include "panel/Names.h"
+
+#include <algorithm>
+
+namespace kx::checks
+{
+
+namespace
+{
+
+/// Checks where the target lies.
+/// @return false when it is longer than a path or a name can be
+bool CheckTargetFolder(const std::string& target, const Location& place, Severity failure,
+                       Findings& findings)
+{
+    constexpr std::size_t kLongestPart = 255;
+    constexpr std::size_t kLongestPath = 4000;
+    const std::string plain = io::PlainPath(target);
+    std::size_t begin = 1;
+    bool isLong = target.size() > kLongestPath;
+    while (begin <= plain.size()) {
+        const std::size_t end = std::min(plain.find('/', begin), plain.size());
+        isLong = isLong || end - begin > kLongestPart;
+        begin = end + 1;
+    }
+    if (isLong) {
+        findings.AddAs(failure, RuleId::kTargetLong, place,
+                       "is longer than a name on the panel may be");
+    }
+    if (io::IsIn(plain, panel::kRegistry)) {
+        findings.Add(RuleId::kTargetRegistry, place, "is in the registry of packages");
+    }
+    for (const char* const folder :
+         {"/dev", panel::kDriveFolder, "/proc", "/run", "/sys", "/tmp"}) {
+        if (io::IsIn(plain, folder)) {
+            findings.Add(RuleId::kTargetLost, place, std::string("is in '") + folder + "'");
+        }
+    }
+    return !isLong;
+}
+
+} // namespace
+
+bool CheckTarget(const std::string& target, bool isFolder, const Location& place, Severity failure,
+                 Findings& findings)
+{
+    if (target.empty()) {
+        // A file cannot be copied to it; what a folder holds arrives all the same.
+        findings.AddAs(isFolder ? Severity::kError : failure, RuleId::kTargetEmpty, place,
+                       isFolder ? "is empty: what the folder holds arrives in the root folder"
+                                : "is empty");
+        return false;
+    }
+    if (const std::string changed = format::ChangedInDoubleQuotes(target + (isFolder ? "/" : ""));
+        !changed.empty()) {
+        findings.Add(RuleId::kTargetShell, place, "contains " + changed);
+    }
+    if (target.find_first_of(":\\") != std::string::npos) {
+        findings.Add(RuleId::kTargetSeparator, place, "contains ':' or '\\'");
+    }
+    if (target.find_first_of("\r\n") != std::string::npos ||
+        target.find('\0') != std::string::npos) {
+        findings.AddAs(target.find('\0') != std::string::npos ? Severity::kError
+                                                              : Severity::kWarning,
+                       RuleId::kTargetLine, place, "contains a line break or a zero byte");
+    }
+    if (target.front() != '/') {
+        findings.Add(RuleId::kTargetRelative, place, "'" + target + "' is not a full path");
+        return false;
+    }
+    return CheckTargetFolder(target, place, failure, findings);
+}
+
+} // namespace kx::checks
