@@ -55,9 +55,9 @@ std::string Quote(const std::string& name)
     return "'" + name + "'";
 }
 
-Place PlaceOf(const archive::ZipMember& member)
+Location LocationOf(const archive::ZipMember& member)
 {
-    return Place::Entry(member.name);
+    return Location::Entry(member.name);
 }
 
 /// Tells what the verdict found as findings.
@@ -77,10 +77,10 @@ public:
             TellStructure(m_zip.faults[fault.index], fault.status);
             break;
         case UnpackReason::kEmpty:
-            m_findings.Add(RuleId::kArchiveEmpty, Place::Whole(), "has no entries");
+            m_findings.Add(RuleId::kArchiveEmpty, Location::Whole(), "has no entries");
             break;
         case UnpackReason::kBomb:
-            m_findings.Add(RuleId::kArchiveBomb, Place::Whole(),
+            m_findings.Add(RuleId::kArchiveBomb, Location::Whole(),
                            "unpacks to " + std::to_string(fault.amount >> 20) + " MiB or more");
             break;
         case UnpackReason::kNoName:
@@ -125,14 +125,15 @@ private:
             what += " (" + std::to_string(fault.amount) + (isCount ? " stated)" : " bytes)");
         }
         m_findings.AddAs(status == 0 ? Severity::kWarning : Severity::kError, entry->rule,
-                         isEntry ? PlaceOf(m_zip.members[fault.member]) : Place::Whole(), what);
+                         isEntry ? LocationOf(m_zip.members[fault.member]) : Location::Whole(),
+                         what);
     }
 
     void TellName(const archive::ZipMember& member, const archive::UnpackFault& fault)
     {
         using archive::UnpackReason;
         const auto add = [this, &member](RuleId rule, const std::string& what) {
-            m_findings.Add(rule, PlaceOf(member), what);
+            m_findings.Add(rule, LocationOf(member), what);
         };
         switch (fault.reason) {
         case UnpackReason::kNoName:
@@ -155,7 +156,7 @@ private:
     {
         using archive::UnpackReason;
         const auto add = [this, &member](RuleId rule, const std::string& what) {
-            m_findings.Add(rule, PlaceOf(member), what);
+            m_findings.Add(rule, LocationOf(member), what);
         };
         const archive::ZipHeader told = archive::ContentHeader(member);
         switch (fault.reason) {
@@ -179,7 +180,7 @@ private:
             return add(RuleId::kEntryNameDiffers, "is marked as UTF-8 in only one of its headers");
         default:
             // unzip sees that without reading, and warns, which is a failure.
-            m_findings.AddAs(Severity::kError, RuleId::kEntryHeader, PlaceOf(member),
+            m_findings.AddAs(Severity::kError, RuleId::kEntryHeader, LocationOf(member),
                              "is stored, but has two sizes, " + std::to_string(told.packedSize) +
                                  " and " + std::to_string(told.size) + " bytes");
         }
@@ -189,7 +190,7 @@ private:
     {
         using archive::UnpackReason;
         const auto add = [this, &member](RuleId rule, const std::string& what) {
-            m_findings.Add(rule, PlaceOf(member), what);
+            m_findings.Add(rule, LocationOf(member), what);
         };
         switch (fault.reason) {
         case UnpackReason::kDamaged:
@@ -230,9 +231,10 @@ public:
         CheckName(member, name);
         CheckLocale(member);
         if (archive::IsDiskLabel(member)) {
-            m_findings.Add(RuleId::kEntryLabel, PlaceOf(member), "is marked as the name of a disk");
+            m_findings.Add(RuleId::kEntryLabel, LocationOf(member),
+                           "is marked as the name of a disk");
         } else if (!name.isFolder && !name.name.empty() && !m_files.insert(name.name).second) {
-            m_findings.Add(RuleId::kPathTwice, PlaceOf(member), "comes more than once");
+            m_findings.Add(RuleId::kPathTwice, LocationOf(member), "comes more than once");
         }
         if (member.hasLocal) {
             CheckHeaders(member);
@@ -244,15 +246,15 @@ private:
     {
         const std::string becomes = "arrives as " + Quote(name.name);
         if (!name.hadBackslashes && name.name.find('\\') != std::string::npos) {
-            m_findings.AddAs(Severity::kWarning, RuleId::kPathBackslash, PlaceOf(member),
+            m_findings.AddAs(Severity::kWarning, RuleId::kPathBackslash, LocationOf(member),
                              "has '\\' in its name; it does not become a folder");
         }
         if (name.hadControl || member.name.find('\0') != std::string::npos) {
-            m_findings.Add(RuleId::kPathControl, PlaceOf(member),
+            m_findings.Add(RuleId::kPathControl, LocationOf(member),
                            "contains control characters; " + becomes);
         }
         if (name.hadVersion) {
-            m_findings.Add(RuleId::kPathVersion, PlaceOf(member), becomes);
+            m_findings.Add(RuleId::kPathVersion, LocationOf(member), becomes);
         }
     }
 
@@ -266,16 +268,16 @@ private:
         const bool isUtf8 = (member.flags & archive::kZipUtf8) != 0;
         constexpr std::uint8_t kDos = 0;
         if (isOther) {
-            m_findings.AddAs(Severity::kError, RuleId::kPathLocale, PlaceOf(member),
+            m_findings.AddAs(Severity::kError, RuleId::kPathLocale, LocationOf(member),
                              "has a second name, " + Quote(member.unicodeName));
         } else if (isUtf8 && !io::IsUtf8(member.name)) {
-            m_findings.AddAs(Severity::kError, RuleId::kPathLocale, PlaceOf(member),
+            m_findings.AddAs(Severity::kError, RuleId::kPathLocale, LocationOf(member),
                              "is marked as UTF-8, which it is not");
         } else if (!isUtf8 && member.madeOn == kDos) {
-            m_findings.AddAs(Severity::kError, RuleId::kPathLocale, PlaceOf(member),
+            m_findings.AddAs(Severity::kError, RuleId::kPathLocale, LocationOf(member),
                              "is in the character set of another system and is converted");
         } else {
-            m_findings.Add(RuleId::kPathLocale, PlaceOf(member), "is not plain ASCII");
+            m_findings.Add(RuleId::kPathLocale, LocationOf(member), "is not plain ASCII");
         }
     }
 
@@ -284,13 +286,13 @@ private:
         constexpr unsigned kDeflate64 = 9;
         constexpr unsigned kBzip2 = 12;
         if (member.local.method == kBzip2) {
-            m_findings.Add(RuleId::kEntryBzip2, PlaceOf(member), "is packed with bzip2");
+            m_findings.Add(RuleId::kEntryBzip2, LocationOf(member), "is packed with bzip2");
         }
         if (member.local.method == kDeflate64) {
-            m_findings.Add(RuleId::kEntryDeflate64, PlaceOf(member), "is packed by deflate64");
+            m_findings.Add(RuleId::kEntryDeflate64, LocationOf(member), "is packed with deflate64");
         }
         if (const std::string difference = Difference(member); !difference.empty()) {
-            m_findings.Add(RuleId::kEntryHeader, PlaceOf(member),
+            m_findings.Add(RuleId::kEntryHeader, LocationOf(member),
                            "directory and header differ in " + difference);
         }
     }

@@ -54,7 +54,7 @@ std::optional<std::string> DescriptionBytes(const archive::Package& package, Fin
         }
     }
     if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
-        findings.Add(RuleId::kDescriptionMissing, Place::Whole(),
+        findings.Add(RuleId::kDescriptionMissing, Location::Whole(),
                      MissingText(package, archive::kDescriptionName));
         return {};
     }
@@ -104,7 +104,8 @@ void CheckArchivePackage(const std::string& path, const archive::ByteSource& sou
     const archive::UnpackVerdict verdict = archive::JudgeUnpacking(source, zip);
     CheckArchive(zip, verdict, findings);
     if (HasTooManyNames(zip)) {
-        findings.Add(RuleId::kArchiveTooMany, Place::Whole(), "its names are too many or too long");
+        findings.Add(RuleId::kArchiveTooMany, Location::Whole(),
+                     "its names are too many or too long");
         return;
     }
     if (!zip.members.empty()) {

@@ -86,7 +86,7 @@ public:
                      const std::string& path, bool isUsed)
     {
         if (m_depth == kDeepestChecked) {
-            m_findings.AddAs(Severity::kError, RuleId::kListsNested, PlaceIn(node, path),
+            m_findings.AddAs(Severity::kError, RuleId::kListsNested, LocationIn(node, path),
                              "is nested too deeply in other objects");
             return;
         }
@@ -115,7 +115,7 @@ private:
     void Add(RuleId rule, const format::JsonNode& node, const std::string& path,
              const std::string& what)
     {
-        m_findings.Add(rule, PlaceIn(node, path), what);
+        m_findings.Add(rule, LocationIn(node, path), what);
     }
 
     void CheckKeys(const format::JsonNode& node, const std::string& path)
@@ -151,7 +151,7 @@ private:
         }
         if (std::find(expected.begin(), expected.end(), info) == expected.end()) {
             m_findings.AddAs(isUsed ? Severity::kError : Severity::kWarning, RuleId::kTypePlace,
-                             PlaceIn(*type, Below(path, format::kTypeKey)),
+                             LocationIn(*type, Below(path, format::kTypeKey)),
                              "'" + type->text + "' is here instead of " + Names(expected));
         }
         return info;
@@ -223,7 +223,7 @@ private:
             return;
         }
         m_findings.AddAs(m_lists >= kUnbearableLists ? Severity::kError : Severity::kWarning,
-                         RuleId::kListsNested, PlaceIn(values, place),
+                         RuleId::kListsNested, LocationIn(values, place),
                          "is list " + std::to_string(m_lists) + " of nested lists");
     }
 
@@ -251,9 +251,9 @@ private:
 
 } // namespace
 
-Place PlaceIn(const format::JsonNode& node, const std::string& path)
+Location LocationIn(const format::JsonNode& node, const std::string& path)
 {
-    return {archive::kDescriptionName, path, node.place};
+    return {archive::kDescriptionName, path, node.position};
 }
 
 void CheckClasses(const format::JsonNode& root, Findings& findings)

@@ -13,7 +13,7 @@ namespace kx::checks
 {
 
 /// Returns the place of a value in the description.
-[[nodiscard]] Place PlaceIn(const format::JsonNode& node, const std::string& path);
+[[nodiscard]] Location LocationIn(const format::JsonNode& node, const std::string& path);
 
 /// Checks every object of the description against the field tables: what the reader refuses, and
 /// what stands where no step can use it.

@@ -7,7 +7,7 @@
 namespace kx::checks
 {
 
-void CheckCommand(const std::string& command, const Place& place, Severity failure,
+void CheckCommand(const std::string& command, const Location& place, Severity failure,
                   Findings& findings)
 {
     constexpr std::size_t kDesignSize = 2048;

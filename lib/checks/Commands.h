@@ -12,7 +12,7 @@ namespace kx::checks
 
 /// Reports a command that is longer than a command should or can be.
 /// @param failure  severity when the command cannot be run at all
-void CheckCommand(const std::string& command, const Place& place, Severity failure,
+void CheckCommand(const std::string& command, const Location& place, Severity failure,
                   Findings& findings);
 
 /// Returns the elements of a list object; none when it is no list. Elements that are no objects

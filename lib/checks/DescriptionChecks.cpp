@@ -54,14 +54,14 @@ Shape ShapeOf(std::string_view text)
     return shape;
 }
 
-Place FilePlace(format::TextPlace at = {0, 0})
+Location FileLocation(format::TextPosition at = {0, 0})
 {
     return {archive::kDescriptionName, "", at};
 }
 
-format::TextPlace PlaceOfOffset(std::string_view text, std::size_t offset)
+format::TextPosition LocationOfOffset(std::string_view text, std::size_t offset)
 {
-    format::TextPlace place;
+    format::TextPosition place;
     for (const char c : text.substr(0, offset)) {
         place.line += c == '\n' ? 1 : 0;
         place.column = c == '\n' ? 1 : place.column + 1;
@@ -95,17 +95,17 @@ void CheckText(const format::Description& description, Findings& findings)
     if (const std::size_t more = rest.find_first_not_of(" \t\r\n");
         more != std::string_view::npos) {
         findings.Add(RuleId::kDescriptionTrailing,
-                     FilePlace(PlaceOfOffset(description.text, description.end + more)),
+                     FileLocation(LocationOfOffset(description.text, description.end + more)),
                      "there is text after the JSON document");
     }
     constexpr std::size_t kMark = 3;
     if (description.text.size() + kMark < description.bytes.size()) {
         findings.Add(RuleId::kDescriptionZero,
-                     FilePlace(PlaceOfOffset(description.text, description.text.size())),
+                     FileLocation(LocationOfOffset(description.text, description.text.size())),
                      "contains a zero byte");
     }
     if (!io::IsUtf8(description.text)) {
-        findings.Add(RuleId::kDescriptionUtf8, FilePlace(), "is not all UTF-8");
+        findings.Add(RuleId::kDescriptionUtf8, FileLocation(), "is not all UTF-8");
     }
 }
 
@@ -114,11 +114,11 @@ void ReportUnreadable(const format::Description& description, Findings& findings
 {
     if (!description.HasByteOrderMark() &&
         format::ParseDescription("\xef\xbb\xbf" + description.bytes).root.has_value()) {
-        findings.Add(RuleId::kDescriptionMark, FilePlace({1, 1}),
+        findings.Add(RuleId::kDescriptionMark, FileLocation({1, 1}),
                      "does not begin with a byte order mark");
         return;
     }
-    findings.Add(RuleId::kDescriptionJson, FilePlace(description.error.place),
+    findings.Add(RuleId::kDescriptionJson, FileLocation(description.error.position),
                  description.error.what);
 }
 
@@ -127,7 +127,7 @@ void CheckWindowTexts(const format::JsonNode& root, Findings& findings)
     for (const char* const key : {"Title", "PackageVersion", "Comment"}) {
         const format::JsonNode* const value = root.Member(key);
         if (value != nullptr && format::HasForeignBytes(value->text)) {
-            findings.Add(RuleId::kDescriptionLatin1, PlaceIn(*value, key),
+            findings.Add(RuleId::kDescriptionLatin1, LocationIn(*value, key),
                          "contains characters beyond ASCII");
         }
     }
@@ -140,16 +140,16 @@ format::Description CheckDescription(std::string bytes, Findings& findings)
     constexpr std::size_t kMark = 3;
     format::Description nothing;
     if (bytes.size() <= kMark) {
-        findings.Add(RuleId::kDescriptionSize, FilePlace(), "is empty");
+        findings.Add(RuleId::kDescriptionSize, FileLocation(), "is empty");
         return nothing;
     }
     if (IsUtf16(bytes)) {
-        findings.Add(RuleId::kDescriptionEncoding, FilePlace({1, 1}), "is UTF-16");
+        findings.Add(RuleId::kDescriptionEncoding, FileLocation({1, 1}), "is UTF-16");
         return nothing;
     }
     const Shape shape = ShapeOf(bytes);
     if (bytes.size() > kLargestChecked || shape.values > kMostValues) {
-        findings.Add(RuleId::kDescriptionSize, FilePlace(), "is too large to check");
+        findings.Add(RuleId::kDescriptionSize, FileLocation(), "is too large to check");
         return nothing;
     }
     format::Description description = format::ParseDescription(std::move(bytes));
@@ -158,11 +158,11 @@ format::Description CheckDescription(std::string bytes, Findings& findings)
         return description;
     }
     if (!description.HasByteOrderMark()) {
-        findings.AddAs(Severity::kWarning, RuleId::kDescriptionMark, FilePlace({1, 1}),
+        findings.AddAs(Severity::kWarning, RuleId::kDescriptionMark, FileLocation({1, 1}),
                        "begins with three other bytes, which are skipped");
     }
     if (!IsTakenByReader(description.text)) {
-        findings.Add(RuleId::kDescriptionJson, FilePlace(),
+        findings.Add(RuleId::kDescriptionJson, FileLocation(),
                      shape.deepestArrays > kDeepestArrays
                          ? "has more than 100 nested arrays"
                          : "contains a number that is out of range");
@@ -171,7 +171,7 @@ format::Description CheckDescription(std::string bytes, Findings& findings)
     }
     CheckText(description, findings);
     if (!description.root->IsObject()) {
-        findings.Add(RuleId::kDescriptionRoot, FilePlace(description.root->place),
+        findings.Add(RuleId::kDescriptionRoot, FileLocation(description.root->position),
                      std::string("is ") + description.root->KindName() + ", not an object");
         description.root.reset();
         return description;

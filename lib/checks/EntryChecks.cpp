@@ -30,13 +30,13 @@ void CheckEntries(const archive::Package& package, Findings& findings)
             if (entry.name == archive::kDescriptionName || entry.name == archive::kUpdaterName) {
                 continue; // these have rules of their own
             }
-            findings.Add(RuleId::kEntryLink, Place::Entry(entry.name),
+            findings.Add(RuleId::kEntryLink, Location::Entry(entry.name),
                          "is a link to '" + archive::FollowLink(package, entry).target + "'");
         } else if (entry.kind == archive::PackageEntry::Kind::kFile && IsDesktopFile(entry.name)) {
-            findings.Add(RuleId::kPathDesktop, Place::Entry(entry.name),
+            findings.Add(RuleId::kPathDesktop, Location::Entry(entry.name),
                          "is a file of a desktop system");
         } else if (entry.kind == archive::PackageEntry::Kind::kOther) {
-            findings.Add(RuleId::kEntryLink, Place::Entry(entry.name),
+            findings.Add(RuleId::kEntryLink, Location::Entry(entry.name),
                          "is neither a file nor a folder");
         }
     }

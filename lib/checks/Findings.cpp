@@ -8,12 +8,12 @@
 namespace kx::checks
 {
 
-void Findings::AddAs(Severity severity, RuleId rule, Place place, std::string what)
+void Findings::AddAs(Severity severity, RuleId rule, Location location, std::string what)
 {
     ++m_counts[static_cast<std::size_t>(severity)];
     std::size_t& count = m_ofRule[static_cast<std::size_t>(rule)];
     if (++count <= kMostOfARule) {
-        m_findings.push_back({rule, severity, std::move(place), std::move(what)});
+        m_findings.push_back({rule, severity, std::move(location), std::move(what)});
     }
 }
 
@@ -26,7 +26,7 @@ std::size_t Findings::Omitted(RuleId rule) const
 bool Findings::HasErrorAt(const std::string& file) const
 {
     return std::any_of(m_findings.begin(), m_findings.end(), [&file](const Finding& finding) {
-        return finding.severity == Severity::kError && finding.place.file == file;
+        return finding.severity == Severity::kError && finding.location.file == file;
     });
 }
 

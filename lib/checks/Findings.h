@@ -14,22 +14,22 @@ namespace kx::checks
 {
 
 /// Where a finding is.
-struct Place {
-    std::string file;     ///< a name in the package; empty for the package as a whole
-    std::string path;     ///< path in the JSON of the description, or empty
-    format::TextPlace at; ///< line 0 where there is none
+struct Location {
+    std::string file;        ///< a name in the package; empty for the package as a whole
+    std::string path;        ///< path in the JSON of the description, or empty
+    format::TextPosition at; ///< line 0 where there is none
 
     /// The package as a whole.
-    [[nodiscard]] static Place Whole() { return {"", "", {0, 0}}; }
+    [[nodiscard]] static Location Whole() { return {"", "", {0, 0}}; }
     /// A file or folder in the package.
-    [[nodiscard]] static Place Entry(std::string name) { return {std::move(name), "", {0, 0}}; }
+    [[nodiscard]] static Location Entry(std::string name) { return {std::move(name), "", {0, 0}}; }
 };
 
 /// One thing that was found.
 struct Finding {
     RuleId rule;
     Severity severity;
-    Place place;
+    Location location;
     std::string what; ///< what is wrong here
 };
 
@@ -39,13 +39,13 @@ class Findings
 public:
     static constexpr std::size_t kMostOfARule = 100;
 
-    void Add(RuleId rule, Place place, std::string what)
+    void Add(RuleId rule, Location location, std::string what)
     {
-        AddAs(RuleOf(rule).severity, rule, std::move(place), std::move(what));
+        AddAs(RuleOf(rule).severity, rule, std::move(location), std::move(what));
     }
 
     /// Adds a finding whose severity differs from the rule's.
-    void AddAs(Severity severity, RuleId rule, Place place, std::string what);
+    void AddAs(Severity severity, RuleId rule, Location location, std::string what);
 
     [[nodiscard]] const std::vector<Finding>& All() const { return m_findings; }
 

@@ -29,7 +29,7 @@ bool HasErrorAtStep(const Findings& findings, const std::string& path, int index
 {
     const std::string payload = std::to_string(index) + "/";
     return std::any_of(findings.All().begin(), findings.All().end(), [&](const Finding& finding) {
-        const Place& place = finding.place;
+        const Location& place = finding.location;
         return finding.severity == Severity::kError &&
                (place.path.empty() ? BeginsWith(place.file, payload)
                                    : BeginsWith(place.path, path));
@@ -50,8 +50,8 @@ void ReportStep(const rehearsal::Plan& plan, const format::JsonNode* root, Findi
     // Before the line that names the step stands what went wrong in it.
     const std::size_t lines = plan.log.size();
     findings.Add(RuleId::kInstallationFails,
-                 number < steps.size() ? PlaceIn(*steps[number], path)
-                                       : Place::Entry(panel::kDescription),
+                 number < steps.size() ? LocationIn(*steps[number], path)
+                                       : Location::Entry(panel::kDescription),
                  "step " + std::to_string(plan.failedStep) +
                      " fails: " + (lines > 1 ? plan.log[lines - 2] : rehearsal::EndOf(plan)));
 }
@@ -69,7 +69,7 @@ void CheckInstallation(const archive::Package& package, const format::JsonNode* 
         if (plan.outcome == rehearsal::Outcome::kStepFailed) {
             ReportStep(plan, root, findings);
         } else if (!plan.IsInstalled() && !hasErrors) {
-            findings.Add(RuleId::kInstallationFails, Place::Whole(), rehearsal::EndOf(plan));
+            findings.Add(RuleId::kInstallationFails, Location::Whole(), rehearsal::EndOf(plan));
         }
     } catch (const io::Error& error) {
         // No panel gets to the end of it either.
@@ -77,7 +77,7 @@ void CheckInstallation(const archive::Package& package, const format::JsonNode* 
             throw;
         }
         if (!hasErrors) {
-            findings.Add(RuleId::kInstallationFails, Place::Whole(), error.what());
+            findings.Add(RuleId::kInstallationFails, Location::Whole(), error.what());
         }
     }
 }

@@ -44,7 +44,7 @@ void CheckPackageName(const std::string& path, bool isArchive, Findings& finding
 {
     const std::string name = LastPart(path);
     const auto add = [&findings](RuleId rule, const std::string& what) {
-        findings.Add(rule, Place::Whole(), what);
+        findings.Add(rule, Location::Whole(), what);
     };
     if (isArchive && !IsPackage(name)) {
         add(RuleId::kNameExtension, "'" + name + "' does not end in '.kx-update'");
@@ -92,7 +92,7 @@ void CheckNeighbours(const std::string& path, Findings& findings)
     }
     for (const std::string& other : others) {
         findings.Add(other.front() == '.' ? RuleId::kNameTwin : RuleId::kNameNeighbour,
-                     Place::Whole(), "in the same folder there is '" + other + "'");
+                     Location::Whole(), "in the same folder there is '" + other + "'");
     }
 }
 
@@ -103,7 +103,7 @@ const archive::PackageEntry* CheckLink(const archive::Package& package,
     const archive::LinkEnd end = archive::FollowLink(package, link);
     const bool isFile =
         end.entry != nullptr && end.entry->kind == archive::PackageEntry::Kind::kFile;
-    findings.AddAs(isFile ? Severity::kWarning : Severity::kError, rule, Place::Entry(link.name),
+    findings.AddAs(isFile ? Severity::kWarning : Severity::kError, rule, Location::Entry(link.name),
                    "is a link to '" + end.target +
                        (isFile ? "'" : "', which is no file of the package"));
     return isFile ? end.entry : nullptr;

@@ -24,7 +24,8 @@ std::string InterpreterOf(std::string_view line)
     return std::string(line.substr(0, line.find_first_of(" \t")));
 }
 
-void CheckFirstLine(std::string_view line, const Place& place, Severity failure, Findings& findings)
+void CheckFirstLine(std::string_view line, const Location& place, Severity failure,
+                    Findings& findings)
 {
     if (line.substr(0, 2) != "#!") {
         findings.Add(RuleId::kScriptInterpreter, place, "does not begin with '#!'");
@@ -47,7 +48,7 @@ void CheckFirstLine(std::string_view line, const Place& place, Severity failure,
 
 } // namespace
 
-void CheckScript(const std::string& text, ScriptUse use, const Place& place, Severity failure,
+void CheckScript(const std::string& text, ScriptUse use, const Location& place, Severity failure,
                  Findings& findings)
 {
     if (text.find_first_not_of(kBlanks) == std::string::npos) {

@@ -17,7 +17,7 @@ enum class ScriptUse {
 
 /// Checks the text of a script.
 /// @param failure  severity of what makes the script fail: a warning where the step may skip it
-void CheckScript(const std::string& text, ScriptUse use, const Place& place, Severity failure,
+void CheckScript(const std::string& text, ScriptUse use, const Location& place, Severity failure,
                  Findings& findings);
 
 } // namespace kx::checks

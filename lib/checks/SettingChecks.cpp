@@ -45,7 +45,7 @@ public:
             format::SettingKinds(), &format::SettingKind::id, std::string_view(id->text.c_str()));
         if (kind == nullptr) {
             m_findings.AddAs(isUsed ? m_failure : Severity::kWarning, RuleId::kSettingKind,
-                             PlaceIn(*id, path + ".ConfigId"),
+                             LocationIn(*id, path + ".ConfigId"),
                              "'" + id->text + "' is not a known kind of setting: " +
                                  io::NearestRemedy(id->text, ConfigIds()));
             return;
@@ -68,7 +68,7 @@ private:
             return;
         }
         if (items.empty()) {
-            m_findings.Add(RuleId::kStepEmpty, PlaceIn(config, path + kValuesKey),
+            m_findings.Add(RuleId::kStepEmpty, LocationIn(config, path + kValuesKey),
                            "the setting has no items");
         }
         for (std::size_t i = 0; i < items.size(); ++i) {
@@ -76,17 +76,18 @@ private:
             const std::string& name = items[i]->TextOf("ItemName");
             if (kind.id == format::kAutoStartKind.id && name == format::kCustomScriptItem) {
                 CheckScript(items[i]->TextOf("Value"), ScriptUse::kStartup,
-                            ItemPlace(*items[i], "Value", at), Severity::kError, m_findings);
+                            ItemLocation(*items[i], "Value", at), Severity::kError, m_findings);
             } else {
                 CheckCollected(*items[i], at);
             }
         }
     }
 
-    static Place ItemPlace(const format::JsonNode& item, const char* key, const std::string& path)
+    static Location ItemLocation(const format::JsonNode& item, const char* key,
+                                 const std::string& path)
     {
         const format::JsonNode* const member = item.Member(key);
-        return PlaceIn(member != nullptr ? *member : item, path + key);
+        return LocationIn(member != nullptr ? *member : item, path + key);
     }
 
     void CheckCollected(const format::JsonNode& item, const std::string& path)
@@ -96,12 +97,12 @@ private:
         m_words += name + "=" + value + " ";
         if (name.empty() || !format::ChangedBare(name).empty() || name[0] == '#' ||
             name.find_first_of(" \t=") != std::string::npos) {
-            m_findings.Add(RuleId::kSettingName, ItemPlace(item, "ItemName", path),
+            m_findings.Add(RuleId::kSettingName, ItemLocation(item, "ItemName", path),
                            "'" + name + "' cannot be the name of a setting");
         }
-        const Place place = ItemPlace(item, "Value", path);
+        const Location place = ItemLocation(item, "Value", path);
         if (name.find_first_of("*?[{~") != std::string::npos) {
-            m_findings.Add(RuleId::kSettingPattern, ItemPlace(item, "ItemName", path),
+            m_findings.Add(RuleId::kSettingPattern, ItemLocation(item, "ItemName", path),
                            "contains a wildcard character");
         }
         if (const std::string changed = format::ChangedBare(value); !changed.empty()) {
@@ -130,8 +131,8 @@ private:
                 passwordAt = i;
             } else {
                 m_findings.Add(RuleId::kUserItem,
-                               ItemPlace(*items[i], "ItemName",
-                                         path + kValuesKey + "[" + std::to_string(i) + "]."),
+                               ItemLocation(*items[i], "ItemName",
+                                            path + kValuesKey + "[" + std::to_string(i) + "]."),
                                "'" + name + "' is ignored");
             }
         }
@@ -139,21 +140,22 @@ private:
             const std::string place = path + kValuesKey + "[" + std::to_string(at) + "].";
             if (item == nullptr || item->TextOf("Value").empty()) {
                 m_findings.AddAs(m_failure, RuleId::kUserMissing,
-                                 item == nullptr ? PlaceIn(config, path + kValuesKey)
-                                                 : ItemPlace(*item, "Value", place),
+                                 item == nullptr ? LocationIn(config, path + kValuesKey)
+                                                 : ItemLocation(*item, "Value", place),
                                  std::string("the ") + name + " is missing");
                 return;
             }
             CheckUserText(item->TextOf("Value"), name == std::string(format::kUserNameItem),
-                          ItemPlace(*item, "Value", place));
+                          ItemLocation(*item, "Value", place));
         };
         checkPart(user, userAt, format::kUserNameItem);
         checkPart(password, passwordAt, format::kPasswordItem);
         if (password != nullptr && !password->TextOf("Value").empty()) {
-            m_findings.Add(RuleId::kUserPassword,
-                           ItemPlace(*password, "Value",
-                                     path + kValuesKey + "[" + std::to_string(passwordAt) + "]."),
-                           "is a password");
+            m_findings.Add(
+                RuleId::kUserPassword,
+                ItemLocation(*password, "Value",
+                             path + kValuesKey + "[" + std::to_string(passwordAt) + "]."),
+                "is a password");
         }
     }
 
@@ -165,7 +167,7 @@ private:
                text.find_first_not_of(std::string(start) + "0123456789.-") == std::string::npos;
     }
 
-    void CheckUserText(const std::string& text, bool isUser, const Place& place)
+    void CheckUserText(const std::string& text, bool isUser, const Location& place)
     {
         // What is wrong is told without the text: it may be a password.
         if (!format::ChangedInSingleQuotes(text).empty()) {
@@ -211,7 +213,7 @@ void CheckSettings(const format::JsonNode& step, const std::string& path, Severi
     const std::string below = path + ".HardSettingDatas.DB_HardwareConfigs.";
     const std::vector<const format::JsonNode*> elements = ElementsOf(configs);
     if (elements.empty()) {
-        findings.Add(RuleId::kStepEmpty, PlaceIn(step, below + kValuesKey),
+        findings.Add(RuleId::kStepEmpty, LocationIn(step, below + kValuesKey),
                      "the step has no settings");
     }
     SettingCheck check(failure, findings);
@@ -221,7 +223,7 @@ void CheckSettings(const format::JsonNode& step, const std::string& path, Severi
     if (!check.Words().empty()) {
         // The tool's failure does not show, so the settings are lost without a word.
         CheckCommand(std::string(panel::kSettingTool) + " set " + check.Words(),
-                     PlaceIn(step, path), Severity::kError, findings);
+                     LocationIn(step, path), Severity::kError, findings);
     }
 }
 

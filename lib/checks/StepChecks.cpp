@@ -44,10 +44,10 @@ struct CopyItem {
 
     [[nodiscard]] const std::string& Text(const char* key) const { return node.TextOf(key); }
 
-    [[nodiscard]] Place At(const char* key) const
+    [[nodiscard]] Location At(const char* key) const
     {
         const format::JsonNode* const member = node.Member(key);
-        return PlaceIn(member != nullptr ? *member : node, path + key);
+        return LocationIn(member != nullptr ? *member : node, path + key);
     }
 };
 
@@ -65,7 +65,7 @@ public:
     {
         const std::vector<const format::JsonNode*> steps = ElementsOf(root.Member("DB_StepSets"));
         if (steps.empty()) {
-            m_findings.Add(RuleId::kStepEmpty, PlaceIn(root, "DB_StepSets"),
+            m_findings.Add(RuleId::kStepEmpty, LocationIn(root, "DB_StepSets"),
                            "the package has no steps");
         }
         for (std::size_t i = 0; i < steps.size(); ++i) {
@@ -89,14 +89,14 @@ private:
             format::StepKinds(), &format::StepKind::id, std::string_view(id->text.c_str()));
         if (kind == nullptr) {
             m_unclear.insert(number);
-            m_findings.Add(RuleId::kStepKind, PlaceIn(*id, path + ".SS_StepSetId"),
+            m_findings.Add(RuleId::kStepKind, LocationIn(*id, path + ".SS_StepSetId"),
                            "'" + id->text + "' is not a known kind of step: " +
                                io::NearestRemedy(id->text, StepIds()));
             return;
         }
         if (format::ClassOf(step) != kind->info) {
             m_unclear.insert(number);
-            m_findings.Add(RuleId::kStepClass, PlaceIn(*id, path + ".SS_StepSetId"),
+            m_findings.Add(RuleId::kStepClass, LocationIn(*id, path + ".SS_StepSetId"),
                            std::string("needs a '") + kind->info->type + "', not a '" +
                                step.TextOf("$type") + "'");
             return;
@@ -117,8 +117,8 @@ private:
             data != nullptr ? data->Member("ScriptData") : nullptr;
         if (script != nullptr && script->IsString()) {
             CheckScript(script->text, ScriptUse::kStep,
-                        PlaceIn(*script, path + ".InstallScriptFunctionData.ScriptData"), m_failure,
-                        m_findings);
+                        LocationIn(*script, path + ".InstallScriptFunctionData.ScriptData"),
+                        m_failure, m_findings);
         }
     }
 
@@ -127,7 +127,7 @@ private:
     {
         const std::vector<const format::JsonNode*> items = ElementsOf(step.Member("PathSetDatas"));
         if (items.empty()) {
-            m_findings.Add(RuleId::kStepEmpty, PlaceIn(step, path + ".PathSetDatas"),
+            m_findings.Add(RuleId::kStepEmpty, LocationIn(step, path + ".PathSetDatas"),
                            "the step has no items");
         }
         for (std::size_t j = 0; j < items.size(); ++j) {
@@ -156,7 +156,7 @@ private:
         if (const std::string changed = format::ChangedInDoubleQuotes(name); !changed.empty()) {
             m_findings.Add(RuleId::kSourceShell, item.At("SourcePath"), "contains " + changed);
         }
-        const Place place = item.At("DestinationPath");
+        const Location place = item.At("DestinationPath");
         CheckCommand("cp -f \"" + m_unpacked + entry + "\" \"" + target + "\" ", place, m_failure,
                      m_findings);
         if (!CheckTarget(target, false, place, m_failure, m_findings)) {
@@ -180,7 +180,7 @@ private:
         if (found != nullptr && found->kind == archive::PackageEntry::Kind::kLink) {
             found = archive::FollowLink(m_package, *found).entry;
             if (found == nullptr) {
-                m_findings.AddAs(m_failure, RuleId::kPayloadLink, Place::Entry(entry),
+                m_findings.AddAs(m_failure, RuleId::kPayloadLink, Location::Entry(entry),
                                  "is a link that leads to nothing in the package");
                 return;
             }
@@ -234,7 +234,7 @@ private:
     void CheckPermissions(const CopyItem& item)
     {
         const std::string& mode = item.Text("Permissions");
-        const Place place = item.At("Permissions");
+        const Location place = item.At("Permissions");
         if (mode.empty()) {
             m_findings.Add(RuleId::kPermissionsOpen, place, "is empty");
         } else if (format::IsChmodQuestion(mode)) {
@@ -251,7 +251,7 @@ private:
 
     void CheckFileTarget(const CopyItem& item, const std::string& target, const std::string& name)
     {
-        const Place place = item.At("DestinationPath");
+        const Location place = item.At("DestinationPath");
         std::string file = target;
         bool isFolder = target.back() == '/';
         if (isFolder) {
@@ -284,7 +284,7 @@ private:
         }
     }
 
-    void ReportTarget(TargetState state, const std::string& target, const Place& place)
+    void ReportTarget(TargetState state, const std::string& target, const Location& place)
     {
         if (state == TargetState::kBelowFile || state == TargetState::kFolder) {
             m_findings.AddAs(m_failure, RuleId::kTargetBelowFile, place,
@@ -301,7 +301,7 @@ private:
     {
         m_usedFolders.insert(item.folder);
         const std::string& target = item.Text("DestinationPath");
-        const Place place = item.At("DestinationPath");
+        const Location place = item.At("DestinationPath");
         const bool isUsable = CheckTarget(target, true, place, m_failure, m_findings);
         if (isUsable && io::PlainPath(target) == "/") {
             m_findings.Add(RuleId::kTargetWhole, place, "is the root folder");
@@ -335,11 +335,12 @@ private:
     }
 
     void CheckFolderEntry(const archive::PackageEntry& entry, const std::string& target,
-                          const Place& place)
+                          const Location& place)
     {
         if (const std::string changed = format::ChangedInDoubleQuotes(entry.name);
             !changed.empty()) {
-            m_findings.Add(RuleId::kSourceShell, Place::Entry(entry.name), "contains " + changed);
+            m_findings.Add(RuleId::kSourceShell, Location::Entry(entry.name),
+                           "contains " + changed);
         }
         if (entry.kind == archive::PackageEntry::Kind::kFolder) {
             if (!target.empty() && !m_targets.AddFolder(target)) {
@@ -350,14 +351,14 @@ private:
         if (entry.kind == archive::PackageEntry::Kind::kLink) {
             const archive::PackageEntry* const end = archive::FollowLink(m_package, entry).entry;
             if (end == nullptr || io::IsIn(entry.name, end->name)) {
-                m_findings.AddAs(m_failure, RuleId::kPayloadLink, Place::Entry(entry.name),
+                m_findings.AddAs(m_failure, RuleId::kPayloadLink, Location::Entry(entry.name),
                                  end == nullptr ? "is a link that leads to nothing in the package"
                                                 : "is a link to a folder that it lies in");
                 return;
             }
         }
         CheckCommand("cp -f \"" + m_unpacked + entry.name + "\" \"" + target + "\" ",
-                     Place::Entry(entry.name), m_failure, m_findings);
+                     Location::Entry(entry.name), m_failure, m_findings);
         if (!target.empty()) {
             ReportTarget(m_targets.AddFile(target), io::PlainPath(target), place);
         }
@@ -373,7 +374,7 @@ private:
                 IsUsed(entry.name)) {
                 continue;
             }
-            m_findings.Add(RuleId::kPayloadUnused, Place::Entry(entry.name), "no step uses it");
+            m_findings.Add(RuleId::kPayloadUnused, Location::Entry(entry.name), "no step uses it");
         }
     }
 

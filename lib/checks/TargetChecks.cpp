@@ -16,7 +16,7 @@ namespace
 
 /// Checks where the target lies.
 /// @return false when it is longer than a path or a name can be
-bool CheckTargetFolder(const std::string& target, const Place& place, Severity failure,
+bool CheckTargetFolder(const std::string& target, const Location& place, Severity failure,
                        Findings& findings)
 {
     constexpr std::size_t kLongestPart = 255;
@@ -47,7 +47,7 @@ bool CheckTargetFolder(const std::string& target, const Place& place, Severity f
 
 } // namespace
 
-bool CheckTarget(const std::string& target, bool isFolder, const Place& place, Severity failure,
+bool CheckTarget(const std::string& target, bool isFolder, const Location& place, Severity failure,
                  Findings& findings)
 {
     if (target.empty()) {

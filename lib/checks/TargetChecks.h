@@ -13,7 +13,7 @@ namespace kx::checks
 /// @param isFolder  the item is a folder: names follow the target in the commands
 /// @param failure   severity of what makes the step fail
 /// @return false when the target says nothing about where things arrive, or is too long
-[[nodiscard]] bool CheckTarget(const std::string& target, bool isFolder, const Place& place,
+[[nodiscard]] bool CheckTarget(const std::string& target, bool isFolder, const Location& place,
                                Severity failure, Findings& findings);
 
 } // namespace kx::checks

@@ -53,18 +53,21 @@ std::uint64_t NeededSize(std::string_view bytes, const format::ProgramHead& head
     return needed;
 }
 
-void CheckProgram(const std::string& bytes, std::uint64_t size, const format::Processor* processor,
-                  Findings& findings)
+void CheckProgram(const std::string& bytes, const archive::PackageEntry& entry,
+                  const format::Processor* processor, Findings& findings)
 {
-    const Place place = Place::Entry(archive::kUpdaterName);
+    const Location place = Location::Entry(archive::kUpdaterName);
     const std::optional<format::ProgramHead> head = format::ReadProgramHead(bytes);
     if (!head.has_value()) {
         const bool isScript = bytes.compare(0, 2, "#!") == 0;
-        findings.Add(isScript ? RuleId::kUpdaterScript : RuleId::kUpdaterProgram, place,
-                     isScript ? "is a script" : "is not a program");
+        // A script that is meant to be the updater stands in its place; a link leads to another's.
+        findings.AddAs(isScript && entry.name == archive::kUpdaterName ? Severity::kWarning
+                                                                       : Severity::kError,
+                       isScript ? RuleId::kUpdaterScript : RuleId::kUpdaterProgram, place,
+                       isScript ? "is a script" : "is not a program");
         return;
     }
-    if (NeededSize(bytes, *head) > size) {
+    if (NeededSize(bytes, *head) > entry.size) {
         findings.Add(RuleId::kUpdaterCut, place, "is truncated");
     }
     if (processor != nullptr && !head->IsFor(*processor)) {
@@ -85,7 +88,7 @@ void CheckUpdater(const archive::Package& package, const format::Processor* proc
     if (entry == nullptr || entry->kind == archive::PackageEntry::Kind::kFolder) {
         // A folder is installed by whoever starts an updater on it.
         findings.AddAs(package.IsArchive() ? Severity::kError : Severity::kWarning,
-                       RuleId::kUpdaterMissing, Place::Whole(),
+                       RuleId::kUpdaterMissing, Location::Whole(),
                        MissingText(package, archive::kUpdaterName));
         return;
     }
@@ -98,10 +101,10 @@ void CheckUpdater(const archive::Package& package, const format::Processor* proc
     constexpr unsigned kExecute = 0100;
     if ((entry->mode & kExecute) == 0) {
         findings.AddAs(package.IsArchive() ? Severity::kError : Severity::kWarning,
-                       RuleId::kUpdaterMode, Place::Entry(entry->name), "is not executable");
+                       RuleId::kUpdaterMode, Location::Entry(entry->name), "is not executable");
     }
     try {
-        CheckProgram(package.Read(entry->name, kHeadSize), entry->size, processor, findings);
+        CheckProgram(package.Read(entry->name, kHeadSize), *entry, processor, findings);
     } catch (const archive::ContentError&) {
         return; // found when the archive was looked at
     }

@@ -16,13 +16,13 @@ namespace
 
 using Input = picojson::input<const char*>;
 
-/// Turns offsets into places; asked in growing order, it reads the text once.
-class Places
+/// Turns offsets into positions; asked in growing order, it reads the text once.
+class Positions
 {
 public:
-    explicit Places(std::string_view text) : m_text(text) {}
+    explicit Positions(std::string_view text) : m_text(text) {}
 
-    TextPlace At(std::size_t offset)
+    TextPosition At(std::size_t offset)
     {
         for (; m_offset < offset && m_offset < m_text.size(); ++m_offset) {
             if (m_text[m_offset] == '\n') {
@@ -38,15 +38,15 @@ public:
 private:
     std::string_view m_text;
     std::size_t m_offset = 0;
-    TextPlace m_place;
+    TextPosition m_place;
 };
 
 /// What the JSON library calls while it reads; the functions' names are the library's.
 class Builder
 {
 public:
-    Builder(JsonNode& node, const char* begin, Places& places, std::size_t depth)
-        : m_node(node), m_begin(begin), m_places(places), m_depth(depth)
+    Builder(JsonNode& node, const char* begin, Positions& positions, std::size_t depth)
+        : m_node(node), m_begin(begin), m_positions(positions), m_depth(depth)
     {
     }
 
@@ -100,15 +100,15 @@ public:
     bool ParseInto(JsonNode& node, Input& in)
     {
         in.skip_ws();
-        node.place = m_places.At(static_cast<std::size_t>(in.cur() - m_begin));
-        Builder builder(node, m_begin, m_places, m_depth + 1);
+        node.position = m_positions.At(static_cast<std::size_t>(in.cur() - m_begin));
+        Builder builder(node, m_begin, m_positions, m_depth + 1);
         return picojson::_parse(builder, in);
     }
 
 private:
     JsonNode& m_node;
     const char* m_begin;
-    Places& m_places;
+    Positions& m_positions;
     std::size_t m_depth;
 };
 
@@ -137,20 +137,20 @@ const char* JsonNode::KindName() const
 
 JsonNode ParseJson(std::string_view text, std::size_t& end)
 {
-    Places places(text);
+    Positions positions(text);
     Input in(text.data(), text.data() + text.size());
     JsonNode above;
     JsonNode root;
     bool isRead = false;
     std::string why = "is not JSON from here on";
     try {
-        isRead = Builder(above, text.data(), places, 0).ParseInto(root, in);
+        isRead = Builder(above, text.data(), positions, 0).ParseInto(root, in);
     } catch (const std::exception& error) {
         why = std::string("cannot be read: ") + error.what();
     }
     end = static_cast<std::size_t>(in.cur() - text.data());
     if (!isRead) {
-        throw JsonError{why, places.At(end)};
+        throw JsonError{why, positions.At(end)};
     }
     return root;
 }

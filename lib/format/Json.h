@@ -11,13 +11,13 @@
 namespace kx::format
 {
 
-/// A place in a text: line and column count from 1, columns in bytes.
-struct TextPlace {
+/// A position in a text: line and column count from 1, columns in bytes.
+struct TextPosition {
     std::size_t line = 1;
     std::size_t column = 1;
 };
 
-/// A JSON value with the place where it begins.
+/// A JSON value with the position where it begins.
 struct JsonNode {
     enum class Kind { kNull, kBool, kNumber, kString, kArray, kObject };
 
@@ -26,7 +26,7 @@ struct JsonNode {
     std::string text;                                      ///< of a string
     std::vector<JsonNode> elements;                        ///< of an array
     std::vector<std::pair<std::string, JsonNode>> members; ///< of an object, as written
-    TextPlace place;
+    TextPosition position;
 
     [[nodiscard]] bool IsObject() const { return kind == Kind::kObject; }
     [[nodiscard]] bool IsString() const { return kind == Kind::kString; }
@@ -44,7 +44,7 @@ struct JsonNode {
 /// Why a text is no JSON for the updater.
 struct JsonError {
     std::string what;
-    TextPlace place;
+    TextPosition position;
 };
 
 /// How deep objects and arrays may stand in each other; the updater's own limit.

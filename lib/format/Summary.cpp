@@ -178,19 +178,19 @@ private:
 Summary Summarize(const archive::Package& package)
 {
     const Description description = ReadDescription(package);
-    const auto place = [&package](const TextPlace& at) {
+    const auto where = [&package](const TextPosition& at) {
         return package.Path() + ":" + archive::kDescriptionName + ":" + std::to_string(at.line) +
                ":" + std::to_string(at.column);
     };
     if (!description.root.has_value()) {
         throw io::Error(
-            io::ExitCode::kProblems, place(description.error.place), description.error.what,
+            io::ExitCode::kProblems, where(description.error.position), description.error.what,
             description.HasByteOrderMark() ? ""
                                            : "the description must begin with a UTF-8 byte "
                                              "order mark");
     }
     if (!description.root->IsObject()) {
-        throw io::Error(io::ExitCode::kProblems, place(description.root->place),
+        throw io::Error(io::ExitCode::kProblems, where(description.root->position),
                         std::string("is ") + description.root->KindName() + ", not an object",
                         "begin with { and the \"$type\" of the project");
     }

@@ -79,15 +79,6 @@ Descriptor OpenFile(const std::string& path, const std::string& doing)
     return file;
 }
 
-Descriptor OpenFolder(const std::string& path)
-{
-    Descriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder.IsOpen()) {
-        throw AccessError(path, "open", errno);
-    }
-    return folder;
-}
-
 Descriptor CreateFile(const std::string& path, mode_t mode)
 {
     Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));

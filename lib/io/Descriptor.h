@@ -54,10 +54,6 @@ private:
 /// @throws Error "cannot open: …", with the words of @p doing, or "is no file"
 [[nodiscard]] Descriptor OpenFile(const std::string& path, const std::string& doing = "open");
 
-/// Opens a folder, links to it followed, to look at what is in it.
-/// @throws Error "cannot open: …", also when it is no folder
-[[nodiscard]] Descriptor OpenFolder(const std::string& path);
-
 /// Makes a file and opens it for writing. Nothing may have the name, not even a link.
 /// @param mode  of the file, less the umask
 /// @throws Error "cannot write: …"

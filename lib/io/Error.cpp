@@ -8,14 +8,14 @@
 namespace kx::io
 {
 
-Error::Error(ExitCode code, std::string place, const std::string& what, std::string remedy)
-    : std::runtime_error(what), m_code(code), m_place(std::move(place)), m_remedy(std::move(remedy))
+Error::Error(ExitCode code, std::string where, const std::string& what, std::string remedy)
+    : std::runtime_error(what), m_code(code), m_where(std::move(where)), m_remedy(std::move(remedy))
 {
 }
 
 std::string Error::Line() const
 {
-    std::string line = m_place.empty() ? what() : m_place + ": " + what();
+    std::string line = m_where.empty() ? what() : m_where + ": " + what();
     if (!m_remedy.empty()) {
         line += "; " + m_remedy;
     }

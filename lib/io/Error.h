@@ -20,21 +20,21 @@ enum class ExitCode : int {
 class Error : public std::runtime_error
 {
 public:
-    /// @param place   a file, with line and column where known ("package.toml:3:1"), or empty
+    /// @param where   a file, with line and column where known ("package.toml:3:1"), or empty
     /// @param what    what is wrong, a sentence's beginning without capital and full stop
     /// @param remedy  what to do about it, likewise, or empty
-    Error(ExitCode code, std::string place, const std::string& what, std::string remedy = {});
+    Error(ExitCode code, std::string where, const std::string& what, std::string remedy = {});
 
     [[nodiscard]] ExitCode Code() const { return m_code; }
-    [[nodiscard]] const std::string& Place() const { return m_place; }
+    [[nodiscard]] const std::string& Where() const { return m_where; }
     [[nodiscard]] const std::string& Remedy() const { return m_remedy; }
 
-    /// Returns "place: what; remedy", without the parts that are empty.
+    /// Returns "where: what; remedy", without the parts that are empty.
     [[nodiscard]] std::string Line() const;
 
 private:
     ExitCode m_code;
-    std::string m_place;
+    std::string m_where;
     std::string m_remedy;
 };
 

@@ -110,15 +110,6 @@ std::string ReadUpTo(int descriptor, std::uint64_t limit, const std::string& sho
     return bytes;
 }
 
-void ReadExactly(int descriptor, char* bytes, std::size_t size, const std::string& shown)
-{
-    const std::size_t count = ReadUpTo(descriptor, bytes, size, shown);
-    if (count < size) {
-        throw Error(ExitCode::kNoAccess, shown,
-                    "ends after " + std::to_string(count) + " of " + CountText(size, "byte"));
-    }
-}
-
 std::string ReadAll(int descriptor, std::uint64_t limit, const std::string& shown)
 {
     std::string bytes = ReadUpTo(descriptor, limit, shown);

@@ -48,10 +48,6 @@ struct Transferred {
 /// @throws Error "cannot read: …"
 [[nodiscard]] std::string ReadUpTo(int descriptor, std::uint64_t limit, const std::string& shown);
 
-/// Reads exactly @p size bytes.
-/// @throws Error "cannot read: …", or "ends after 3 of 8 bytes"
-void ReadExactly(int descriptor, char* bytes, std::size_t size, const std::string& shown);
-
 /// Reads all bytes to the end.
 /// @throws Error "cannot read: …", or "is larger than …" for more than @p limit bytes
 [[nodiscard]] std::string ReadAll(int descriptor, std::uint64_t limit, const std::string& shown);

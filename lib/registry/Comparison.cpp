@@ -59,21 +59,22 @@ void RefuseUnknownName(const io::RootedFolder& root, const std::string& name)
 }
 
 /// Adds one entry to what is known of its kind.
-void Count(const ListEntry& entry, const io::RootedFolder::Standing& place, Comparison& comparison)
+void Count(const ListEntry& entry, const io::RootedFolder::Standing& standing,
+           Comparison& comparison)
 {
     Tally& tally = entry.isFolder ? comparison.folders : comparison.files;
-    if (place.kind == (entry.isFolder ? Kind::kFolder : Kind::kFile)) {
+    if (standing.kind == (entry.isFolder ? Kind::kFolder : Kind::kFile)) {
         ++tally.present;
         return;
     }
-    ++(place.kind == Kind::kMissing   ? tally.missing
-       : place.kind == Kind::kUnknown ? tally.unknown
-                                      : tally.otherKind);
+    ++(standing.kind == Kind::kMissing   ? tally.missing
+       : standing.kind == Kind::kUnknown ? tally.unknown
+                                         : tally.otherKind);
     if (comparison.deviations.size() == kMostDeviations) {
         ++comparison.omitted;
         return;
     }
-    comparison.deviations.push_back({entry, place});
+    comparison.deviations.push_back({entry, standing});
 }
 
 } // namespace

@@ -14,7 +14,7 @@ namespace kx::registry
 /// An entry of a record that is not as it was recorded.
 struct Deviation {
     ListEntry entry;
-    io::RootedFolder::Standing place; ///< what is there instead
+    io::RootedFolder::Standing standing; ///< what is there instead
 };
 
 /// How the recorded folders, or the recorded files, are found.

@@ -79,9 +79,9 @@ std::string WhyNotToRead(const std::string& path)
     const format::Description description =
         format::ParseDescription(io::ReadWholeFile(path, kLargestRecordedDescription));
     if (!description.root.has_value()) {
-        const format::TextPlace& place = description.error.place;
-        return "is not JSON: line " + std::to_string(place.line) + ", column " +
-               std::to_string(place.column) + " after the byte order mark";
+        const format::TextPosition& position = description.error.position;
+        return "is not JSON: line " + std::to_string(position.line) + ", column " +
+               std::to_string(position.column) + " after the byte order mark";
     }
     if (!description.root->IsObject()) {
         return std::string("is ") + description.root->KindName() +

@@ -57,8 +57,8 @@ struct Plan {
     int lastStep = 0; ///< the last one that begins, counted from 1; 0 when none does
     int failedStep = 0; ///< the step that ends the installation, counted from 1; 0 when none does
     std::vector<PlannedCommand> commands;
-    std::vector<std::string>
-        log; ///< the lines of both processes, without those of scripts and tools
+    /// The lines of both processes, without those of scripts and tools.
+    std::vector<std::string> log;
     /// What the record lists, in order. Empty where none is written.
     std::vector<std::string> folders;
     std::vector<std::string> files;

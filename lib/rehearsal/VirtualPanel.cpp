@@ -159,7 +159,7 @@ const VirtualPanel::Node& VirtualPanel::At(const std::string& plain) const
 /// Follows a path.
 /// @param maker  the panel itself to make the folders that are missing, otherwise null; what a link
 ///               leads to is not made
-VirtualPanel::Place VirtualPanel::Walk(const std::string& path, bool isLastFollowed,
+VirtualPanel::Found VirtualPanel::Walk(const std::string& path, bool isLastFollowed,
                                        VirtualPanel* maker) const
 {
     constexpr std::size_t kLongestPath = PATH_MAX - 1;
@@ -167,7 +167,7 @@ VirtualPanel::Place VirtualPanel::Walk(const std::string& path, bool isLastFollo
     if (path.empty() || path.size() > kLongestPath) {
         return {};
     }
-    Place place{"/", Kind::kFolder, false};
+    Found place{"/", Kind::kFolder, false};
     PathParts parts(path);
     for (std::string part; parts.Take(part);) {
         if (place.kind != Kind::kFolder || part.size() > kLongestName) {
@@ -180,13 +180,13 @@ VirtualPanel::Place VirtualPanel::Walk(const std::string& path, bool isLastFollo
             return {};
         }
     }
-    return parts.EndsInSlash() && place.kind == Kind::kFile ? Place() : place;
+    return parts.EndsInSlash() && place.kind == Kind::kFile ? Found() : place;
 }
 
 /// Goes from a folder to what is in it, or to where a link's way begins.
 /// @return false where there is no way on
 bool VirtualPanel::Step(const std::string& next, PathParts& parts, bool isLastFollowed,
-                        VirtualPanel* maker, Place& place) const
+                        VirtualPanel* maker, Found& place) const
 {
     constexpr std::uint64_t kEffort = 64;
     constexpr std::uint64_t kLinkEffort = 1024; // chains of links are what makes long work
@@ -227,7 +227,7 @@ std::string VirtualPanel::Resolved(const std::string& path) const
 
 std::uint64_t VirtualPanel::SizeOf(const std::string& path) const
 {
-    const Place place = Walk(path, true);
+    const Found place = Walk(path, true);
     if (place.kind != Kind::kFile) {
         return 0;
     }
@@ -237,7 +237,7 @@ std::uint64_t VirtualPanel::SizeOf(const std::string& path) const
 
 VirtualPanel::Bytes VirtualPanel::Content(const std::string& path, std::uint64_t limit) const
 {
-    const Place place = Walk(path, true);
+    const Found place = Walk(path, true);
     if (place.kind != Kind::kFile || m_nodes.count(place.path) != 0) {
         return place.kind == Kind::kFile ? At(place.path).content : nullptr;
     }
@@ -255,7 +255,7 @@ VirtualPanel::Bytes VirtualPanel::Content(const std::string& path, std::uint64_t
 
 std::vector<std::string> VirtualPanel::Names(const std::string& folder) const
 {
-    const Place place = Walk(folder, true);
+    const Found place = Walk(folder, true);
     if (place.kind != Kind::kFolder) {
         return {};
     }
@@ -292,7 +292,7 @@ bool VirtualPanel::MakeFolder(const std::string& path)
 
 bool VirtualPanel::MakeFile(const std::string& path, Bytes content)
 {
-    const Place place = Walk(path, true);
+    const Found place = Walk(path, true);
     if (place.path.empty() || place.kind == Kind::kFolder || path.back() == '/') {
         return false;
     }
@@ -302,7 +302,7 @@ bool VirtualPanel::MakeFile(const std::string& path, Bytes content)
 
 bool VirtualPanel::MakeLink(const std::string& path, const std::string& target)
 {
-    const Place place = Walk(path, false);
+    const Found place = Walk(path, false);
     if (place.path.empty() || place.kind == Kind::kFolder) {
         return false;
     }
@@ -312,13 +312,13 @@ bool VirtualPanel::MakeLink(const std::string& path, const std::string& target)
 
 bool VirtualPanel::CopyFile(const std::string& source, const std::string& target)
 {
-    const Place from = Walk(source, true);
+    const Found from = Walk(source, true);
     if (from.kind != Kind::kFile) {
         return false;
     }
     const bool isInto = KindOf(target) == Kind::kFolder;
     const std::string to = isInto ? Joined(target, source.substr(source.rfind('/') + 1)) : target;
-    const Place place = Walk(to, true);
+    const Found place = Walk(to, true);
     // Neither onto itself nor through a link that leads nowhere.
     if (place.path == from.path || (place.kind == Kind::kNone && Walk(to, false).isLink)) {
         return false;
@@ -328,7 +328,7 @@ bool VirtualPanel::CopyFile(const std::string& source, const std::string& target
 
 bool VirtualPanel::Remove(const std::string& path)
 {
-    const Place place = Walk(path, false);
+    const Found place = Walk(path, false);
     const std::string bare = path.substr(0, path.find_last_not_of('/') + 1);
     const std::string last = bare.substr(bare.rfind('/') + 1);
     const bool isRefused = place.path == "/" || last == "." || last == "..";

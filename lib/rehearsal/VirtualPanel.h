@@ -82,15 +82,15 @@ private:
     };
     class PathParts;
     /// What a path leads to.
-    struct Place {
+    struct Found {
         std::string path; ///< without links; empty when its folder is not there
         Kind kind = Kind::kNone;
         bool isLink = false; ///< a link that was not followed
     };
 
-    Place Walk(const std::string& path, bool isLastFollowed, VirtualPanel* maker = nullptr) const;
+    Found Walk(const std::string& path, bool isLastFollowed, VirtualPanel* maker = nullptr) const;
     bool Step(const std::string& next, PathParts& parts, bool isLastFollowed, VirtualPanel* maker,
-              Place& place) const;
+              Found& place) const;
     void PutFreshPanel();
     void MakeMissing(const std::string& plain);
     [[nodiscard]] const Node& At(const std::string& plain) const;
@@ -99,10 +99,10 @@ private:
 
     std::string m_root;
     std::optional<io::RootedFolder> m_folder; ///< that of the given panel
-    std::map<std::string, Node>
-        m_nodes; ///< by path without links; what differs from the given panel
-    mutable std::unordered_map<std::string, Node>
-        m_given; ///< what was looked at of the given panel
+    /// What differs from the given panel, by path without links.
+    std::map<std::string, Node> m_nodes;
+    /// What was looked at of the given panel.
+    mutable std::unordered_map<std::string, Node> m_given;
     mutable std::uint64_t m_effort = 0;
 };
 

@@ -166,7 +166,7 @@ std::vector<VerdictCase> HeaderCases()
         {"tokenized", With({OfMethod(7)}), 81, {R::kMethod}},
         {"reduced", With({OfMethod(2)}), 81, {R::kMethod}},
         {"ownMethod", Patched(With({kFile}), kLocal, 8, "\x0e"), 1, {R::kLocalMethod}},
-        {"ownMethodOfFolder", Patched(With({{"a/", "", 040755}}), kLocal, 8, "\x63"), 0, {}},
+        {"ownMethodOfFolder", Patched(With({{"a/", "", 040755}}), kLocal, 8, Bytes(99, 2)), 0, {}},
         {"otherName", Patched(With({kFile}), kLocal, 30, "b"), 1, {R::kLocalName}},
         {"otherSet", Patched(With({utf8}), kLocal, 6, Bytes(0, 2)), 1, {R::kLocalUtf8}},
         {"twoSizes",
@@ -194,9 +194,12 @@ std::vector<VerdictCase> ContentCases()
     return {
         {"bzip2", With({bzip2}), 0, {}},
         {"bzip2AndMore", With({followed}), 0, {}},
-        {"bzip2OfMoreThanThereIs", Patched(With({bzip2}), kLocal, 18, "\x28"), 12, {R::kStructure}},
+        {"bzip2OfMoreThanThereIs",
+         Patched(With({bzip2}), kLocal, 18, Bytes(40, 4)),
+         12,
+         {R::kStructure}},
         {"deflatedOfMoreThanThereIs",
-         Patched(With({DeflatedPart("text")}), kLocal, 18, "\x28"),
+         Patched(With({DeflatedPart("text")}), kLocal, 18, Bytes(40, 4)),
          0,
          {}},
         {"deflated", With({DeflatedPart("text")}), 0, {}},
@@ -299,7 +302,8 @@ TEST(UnpackVerdict, DoesNotReadOnWhereAnEntryLies)
 
 TEST(UnpackVerdict, DoesNotReadWhatUnpacksToAnEnormousSize)
 {
-    ZipPart part{"a", std::string(20000000, 'x')}; // which is no deflated content
+    // NOLINTNEXTLINE(bugprone-string-constructor): as large as meant, and no deflated content
+    ZipPart part{"a", std::string(20000000, 'x')};
     part.method = 8;
     std::string zip = ZipOf({part});
     Patch(zip, kLocal, 22, Bytes(0xfffffffe, 4));

@@ -44,7 +44,7 @@ protected:
         static_cast<void>(CheckDescription(bytes, findings));
         std::size_t errors = 0;
         for (const Finding& finding : findings.All()) {
-            const bool isRoot = finding.place.path == "$type";
+            const bool isRoot = finding.location.path == "$type";
             errors += finding.severity == Severity::kError &&
                               (finding.rule != RuleId::kTypePlace || isRoot)
                           ? 1
@@ -141,8 +141,8 @@ TEST(DescriptionChecks, TellTheLineAndColumn)
     static_cast<void>(CheckDescription(recipe.description, findings));
 
     ASSERT_EQ(findings.All().size(), 1U);
-    EXPECT_EQ(findings.All()[0].place.at.line, 4U);
-    EXPECT_EQ(findings.All()[0].place.at.column, 9U);
+    EXPECT_EQ(findings.All()[0].location.at.line, 4U);
+    EXPECT_EQ(findings.All()[0].location.at.column, 9U);
     EXPECT_EQ(findings.All()[0].what, "is a number, not a text");
 }
 

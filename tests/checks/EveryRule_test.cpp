@@ -147,6 +147,10 @@ const RuleCase kCases[] = {
     {"updater-mode", "error", "kx_Updater", [](Recipe& r) { r.Part("kx_Updater").mode = 0100644; }},
     {"updater-program", "error", "kx_Updater", [](Recipe& r) { r.Part("kx_Updater").content = "no program"; }},
     {"updater-script", "warning", "kx_Updater", [](Recipe& r) { r.Part("kx_Updater").content = "#!/bin/sh\n"; }},
+    {"updater-script", "error", "kx_Updater", [](Recipe& r) {
+         r.Part("kx_Updater") = {"1/0/a2", "#!/bin/sh\n", 0100755};
+         r.parts.push_back({"kx_Updater", "1/0/a2", 0120777});
+     }, false},
     {"updater-cut", "error", "kx_Updater", [](Recipe& r) { r.Part("kx_Updater").content.resize(199); }},
     {"updater-processor", "error", "kx_Updater", [](Recipe& r) { r.processor = "arm"; }},
 
@@ -277,7 +281,7 @@ TEST_P(EveryRule, IsFoundWhereItAppliesAndThereAlone)
 
     std::vector<std::string> found;
     for (const Finding& finding : findings.All()) {
-        const Place& place = finding.place;
+        const Location& place = finding.location;
         found.push_back(std::string(SeverityName(finding.severity)) + " " +
                         RuleOf(finding.rule).id + " " +
                         (row.where == nullptr ? ""

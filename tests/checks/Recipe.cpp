@@ -143,7 +143,7 @@ std::vector<std::string> Problems(const Findings& findings)
     for (const Finding& finding : findings.All()) {
         if (finding.severity != Severity::kNote) {
             const std::string where =
-                finding.place.path.empty() ? finding.place.file : finding.place.path;
+                finding.location.path.empty() ? finding.location.file : finding.location.path;
             problems.push_back(std::string(SeverityName(finding.severity)) + " " +
                                RuleOf(finding.rule).id + " " + where);
         }

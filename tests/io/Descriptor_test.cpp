@@ -154,16 +154,6 @@ TEST(OpenFile, TellsWhyItCannotBeOpened)
               "3: " + path + ": cannot read the words: Permission denied");
 }
 
-TEST(OpenFolder, OpensFoldersOnly)
-{
-    const TempDir dir;
-    const std::string path = dir.Write("x", "bytes");
-
-    EXPECT_TRUE(IsKeptFromPrograms(OpenFolder(dir.Path())));
-    EXPECT_EQ(Thrown([&] { OpenFolder(path).Close(); }),
-              "3: " + path + ": cannot open: Not a directory");
-}
-
 TEST(CreateFile, MakesAFileWhereNothingIs)
 {
     const TempDir dir;

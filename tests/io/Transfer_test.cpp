@@ -104,12 +104,6 @@ INSTANTIATE_TEST_SUITE_P(
                       Reading{"UpToText", Call::kRead,
                               [](int file) { return ReadUpTo(file, 20, "it"); }},
                       Reading{"All", Call::kRead, [](int file) { return ReadAll(file, 20, "it"); }},
-                      Reading{"Exactly", Call::kRead,
-                              [](int file) {
-                                  std::string bytes(8, ' ');
-                                  ReadExactly(file, bytes.data(), bytes.size(), "it");
-                                  return bytes;
-                              }},
                       Reading{"At", Call::kReadAt,
                               [](int file) {
                                   std::string bytes(20, ' ');
@@ -172,14 +166,6 @@ TEST_F(Transfers, ReadAFileOfManyPiecesWhole)
     EXPECT_EQ(CopyAll(OpenFile(path).Number(), path, m_sink.Number(), m_target, content.size()),
               content.size());
     EXPECT_EQ(Written(), content);
-}
-
-TEST_F(Transfers, ReadExactlyOrTellHowMuchThereWas)
-{
-    std::array<char, 9> bytes{};
-
-    EXPECT_EQ(Thrown([&] { ReadExactly(m_source.Number(), bytes.data(), bytes.size(), "it"); }),
-              "3: it: ends after 8 of 9 bytes");
 }
 
 TEST_F(Transfers, ReadAllUpToTheirLimitAndNoMore)

@@ -37,7 +37,7 @@ std::vector<std::string> Lines(const Comparison& comparison)
     for (const Deviation& deviation : comparison.deviations) {
         constexpr const char* kWords[] = {"missing", "file", "folder", "other", "unknown"};
         lines.push_back(std::to_string(deviation.entry.line) + " " +
-                        kWords[static_cast<int>(deviation.place.kind)] + " " +
+                        kWords[static_cast<int>(deviation.standing.kind)] + " " +
                         deviation.entry.path);
     }
     return lines;

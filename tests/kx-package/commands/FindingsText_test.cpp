@@ -17,9 +17,10 @@ checks::Findings SomeFindings()
     checks::Findings findings;
     findings.Add(checks::RuleId::kPayloadMissing, {"UserPackage.kx-project", "DB_StepSets", {3, 7}},
                  "there is no '0/0/\x1b[2J' in the package");
-    findings.Add(checks::RuleId::kPayloadUnused, checks::Place::Entry("9\xff"), "no step uses it");
-    findings.Add(checks::RuleId::kPayloadUnused, checks::Place::Entry("8"), "no step uses it");
-    findings.Add(checks::RuleId::kNameNeighbour, checks::Place::Whole(),
+    findings.Add(checks::RuleId::kPayloadUnused, checks::Location::Entry("9\xff"),
+                 "no step uses it");
+    findings.Add(checks::RuleId::kPayloadUnused, checks::Location::Entry("8"), "no step uses it");
+    findings.Add(checks::RuleId::kNameNeighbour, checks::Location::Whole(),
                  "in the same folder there is 'b.kx-update'");
     return findings;
 }

@@ -18,7 +18,7 @@ protected:
     const format::Processor& m_arm = *format::FindProcessor("arm");
     const format::Processor& m_x86 = *format::FindProcessor("x86_64");
     TempDir m_dir;
-    UpdaterPlaces m_places = {m_dir / "bin", &m_x86};
+    Machine m_machine = {m_dir / "bin", &m_x86};
 };
 
 TEST_F(UpdaterSearch, TakesTheInstalledUpdaterOfTheProcessor)
@@ -27,27 +27,27 @@ TEST_F(UpdaterSearch, TakesTheInstalledUpdaterOfTheProcessor)
     const std::string arm = m_dir.Write("lib/kx_Updater/arm/kx_Updater", "");
     const std::string x86 = m_dir.Write("lib/kx_Updater/x86_64/kx_Updater", "");
 
-    EXPECT_EQ(FindUpdater(m_arm, m_places), arm);
-    EXPECT_EQ(FindUpdater(m_x86, m_places), x86);
+    EXPECT_EQ(FindUpdater(m_arm, m_machine), arm);
+    EXPECT_EQ(FindUpdater(m_x86, m_machine), x86);
 }
 
 TEST_F(UpdaterSearch, TakesTheMachinesOwnForItsOwnProcessorOnly)
 {
     const std::string own = m_dir.Write("bin/kx_Updater", "");
 
-    EXPECT_EQ(FindUpdater(m_x86, m_places), own);
-    EXPECT_EQ(Thrown([&] { static_cast<void>(FindUpdater(m_arm, m_places)); }),
+    EXPECT_EQ(FindUpdater(m_x86, m_machine), own);
+    EXPECT_EQ(Thrown([&] { static_cast<void>(FindUpdater(m_arm, m_machine)); }),
               "3: " + (m_dir / "lib/kx_Updater/arm/kx_Updater") +
                   ": there is no updater for arm; put one there, or name one with --updater PATH");
 }
 
 TEST_F(UpdaterSearch, KnowsThePlaceOfTheRunningProgram)
 {
-    const UpdaterPlaces places = FindUpdaterPlaces();
+    const Machine machine = ThisMachine();
 
-    EXPECT_EQ(places.toolFolder,
+    EXPECT_EQ(machine.toolFolder,
               std::filesystem::canonical("/proc/self/exe").parent_path().string());
-    EXPECT_EQ(places.native, format::NativeProcessor());
+    EXPECT_EQ(machine.native, format::NativeProcessor());
 }
 
 TEST_F(UpdaterSearch, TakesAProgramForTheProcessor)

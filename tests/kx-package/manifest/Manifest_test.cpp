@@ -46,7 +46,7 @@ TEST(Manifest, IsReadWithAllItsKeys)
     EXPECT_EQ(files.files[0].source, "bin/hello");
     EXPECT_EQ(files.files[0].target, "/mnt/user/bin/greet");
     EXPECT_EQ(files.files[0].mode, "4755");
-    EXPECT_EQ(files.files[0].place, (dir / "package.toml") + ":17:14");
+    EXPECT_EQ(files.files[0].where, (dir / "package.toml") + ":17:14");
     EXPECT_EQ(files.files[1].mode, "644");
 
     const ManifestStep& folders = manifest.steps[1];

@@ -103,8 +103,8 @@ Built BuildPackage(const BuildOptions& options, const Output& output)
         std::count_if(layout.payload.begin(), layout.payload.end(),
                       [](const archive::ArchiveItem& item) { return !item.isFolder; }));
     built.remarks = std::move(layout.remarks);
-    built.updater = options.updater.empty() ? FindUpdater(*manifest.processor, FindUpdaterPlaces())
-                                            : options.updater;
+    built.updater =
+        options.updater.empty() ? FindUpdater(*manifest.processor, ThisMachine()) : options.updater;
     RefuseOtherUpdater(built.updater, *manifest.processor);
 
     std::vector<archive::ArchiveItem> items = std::move(layout.payload);

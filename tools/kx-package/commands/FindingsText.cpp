@@ -31,7 +31,7 @@ Colour ColourOf(checks::Severity severity)
 }
 
 /// "UserPackage.kx-project:12:5 DB_StepSets.$values[0]", or the package itself.
-std::string PlaceText(const checks::Place& place, const std::string& package)
+std::string LocationText(const checks::Location& place, const std::string& package)
 {
     std::string text = place.file.empty() ? package : place.file;
     if (place.at.line != 0) {
@@ -48,7 +48,7 @@ void WriteText(const Output& output, const std::string& path, const checks::Find
         const std::string head =
             std::string(checks::SeverityName(finding.severity)) + ": " + rule.id;
         output.out << Coloured(output, ColourOf(finding.severity), head) << ": "
-                   << io::Printable(PlaceText(finding.place, path)) << '\n'
+                   << io::Printable(LocationText(finding.location, path)) << '\n'
                    << "  " << io::Printable(finding.what) << '\n';
         if (told.insert(finding.rule).second) {
             output.out << "  On the panel: " << rule.happens << '\n'
@@ -78,15 +78,15 @@ picojson::value JsonOf(const checks::Finding& finding)
 {
     const checks::Rule& rule = checks::RuleOf(finding.rule);
     picojson::object place;
-    if (!finding.place.file.empty()) {
-        place["file"] = Text(finding.place.file);
+    if (!finding.location.file.empty()) {
+        place["file"] = Text(finding.location.file);
     }
-    if (!finding.place.path.empty()) {
-        place["path"] = Text(finding.place.path);
+    if (!finding.location.path.empty()) {
+        place["path"] = Text(finding.location.path);
     }
-    if (finding.place.at.line != 0) {
-        place["line"] = JsonNumber(finding.place.at.line);
-        place["column"] = JsonNumber(finding.place.at.column);
+    if (finding.location.at.line != 0) {
+        place["line"] = JsonNumber(finding.location.at.line);
+        place["column"] = JsonNumber(finding.location.at.column);
     }
     picojson::object told;
     told["id"] = Text(rule.id);

@@ -9,7 +9,7 @@
 #include "format/Summary.h"
 #include "io/StandardInput.h"
 #include "rehearsal/Rehearsal.h"
-#include "trial/Places.h"
+#include "trial/Equipment.h"
 #include "trial/ShellTerminal.h"
 
 #include <filesystem>
@@ -94,7 +94,7 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
         subject.failedStep = options.failedStep;
         subject.failedCommand = request.failure->command;
     }
-    const std::string toolFolder = FindUpdaterPlaces().toolFolder;
+    const std::string toolFolder = ThisMachine().toolFolder;
     request.device = FindDevice(options.device, toolFolder);
     request.updater = FindTrialUpdater(options.updater, toolFolder);
     request.bounds = options.bounds;

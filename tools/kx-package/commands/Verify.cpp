@@ -34,7 +34,7 @@ const char* RecordedAs(const registry::ListEntry& entry)
 /// The word for the state of an entry that is not as recorded.
 const char* StateOf(const registry::Deviation& deviation)
 {
-    switch (deviation.place.kind) {
+    switch (deviation.standing.kind) {
     case Kind::kMissing:
         return "missing";
     case Kind::kUnknown:
@@ -50,7 +50,7 @@ const char* StateOf(const registry::Deviation& deviation)
 /// What is there instead, or why that is not known.
 std::string FoundAt(const registry::Deviation& deviation)
 {
-    switch (deviation.place.kind) {
+    switch (deviation.standing.kind) {
     case Kind::kFile:
         return "a file";
     case Kind::kFolder:
@@ -61,7 +61,7 @@ std::string FoundAt(const registry::Deviation& deviation)
     case Kind::kUnknown:
         break;
     }
-    return std::generic_category().message(deviation.place.error);
+    return std::generic_category().message(deviation.standing.error);
 }
 
 picojson::value TallyAsJson(const registry::Tally& tally)
@@ -111,7 +111,7 @@ void TellDeviation(const Output& output, const registry::Deviation& deviation)
     const std::string path = io::Printable(entry.path);
     const std::string line = ", line " + std::to_string(entry.line);
     output.out << "  ";
-    switch (deviation.place.kind) {
+    switch (deviation.standing.kind) {
     case Kind::kMissing:
         output.out << Coloured(output, Colour::kRed, "missing") << ":   " << path << " ("
                    << RecordedAs(entry) << line << ")\n";

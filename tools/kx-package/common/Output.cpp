@@ -47,7 +47,7 @@ void WriteError(const Output& output, const io::Error& error)
     }
     picojson::object told;
     told["code"] = picojson::value(static_cast<double>(error.Code()));
-    told["place"] = JsonText(error.Place());
+    told["place"] = JsonText(error.Where());
     told["message"] = JsonText(error.what());
     told["remedy"] = JsonText(error.Remedy());
     WriteJson(output, picojson::value(picojson::object{{"error", picojson::value(told)}}));

@@ -111,18 +111,18 @@ private:
             struct stat info {
             };
             if (stat(path.c_str(), &info) != 0) {
-                throw io::Error(io::ExitCode::kProblems, files.place,
+                throw io::Error(io::ExitCode::kProblems, files.where,
                                 "there is no file '" + files.source + "'");
             }
             if (!S_ISREG(info.st_mode)) {
-                throw io::Error(io::ExitCode::kProblems, files.place,
+                throw io::Error(io::ExitCode::kProblems, files.where,
                                 "'" + files.source + "' is not a file",
                                 "copy a folder in a step of kind copy-folder");
             }
             return {{rest, path, false}};
         }
         if (!IsFolder(folder)) {
-            throw io::Error(io::ExitCode::kProblems, files.place,
+            throw io::Error(io::ExitCode::kProblems, files.where,
                             "there is no folder '" + fixed + "'");
         }
         std::vector<FoundFile> found = ListTree(folder, FilterOf(rest));
@@ -137,19 +137,19 @@ private:
     {
         const bool isIntoFolder = files.target.back() == '/';
         if (HasWildcard(files.source) && !isIntoFolder) {
-            throw io::Error(io::ExitCode::kProblems, files.place,
+            throw io::Error(io::ExitCode::kProblems, files.where,
                             "the target of a pattern must be a folder",
                             "write \"" + files.target + "/\"");
         }
         const std::vector<FoundFile> found = Find(files);
         if (found.empty()) {
-            throw io::Error(io::ExitCode::kProblems, files.place,
+            throw io::Error(io::ExitCode::kProblems, files.where,
                             "no file matches '" + files.source + "'",
                             "folders and names with a leading dot do not count; '**' goes deeper");
         }
         const std::string fixed = FixedFolder(files.source);
         for (const FoundFile& file : found) {
-            RefuseBadName(file, true, files.place);
+            RefuseBadName(file, true, files.where);
             const std::string base = file.name.substr(file.name.rfind('/') + 1);
             const std::string below = fixed.empty() ? "" : fixed == "/" ? fixed : fixed + "/";
             m_layout.payload.push_back({NumberPath(step, items.size()) + base, file.path,
@@ -163,7 +163,7 @@ private:
     {
         const std::string folder = PathFrom(m_manifest.folder, item.source);
         if (!IsFolder(folder)) {
-            throw io::Error(io::ExitCode::kProblems, item.place,
+            throw io::Error(io::ExitCode::kProblems, item.where,
                             "there is no folder '" + item.source + "'");
         }
         const std::string number = NumberPath(step, items.size());
@@ -182,7 +182,7 @@ private:
             if (IsSameFile(file.path, m_output)) {
                 continue;
             }
-            RefuseBadName(file, false, item.place);
+            RefuseBadName(file, false, item.where);
             isEmpty = false;
             if (file.isFolder) {
                 AddFolderIfEmpty(found, i, number);
@@ -190,7 +190,7 @@ private:
             }
             const bool isProgram = FitsAny(item.executable, file.name);
             if (!isProgram && LooksExecutable(file.path)) {
-                m_layout.remarks.push_back(item.place + ": " + file.name +
+                m_layout.remarks.push_back(item.where + ": " + file.name +
                                            " looks like a program, but no pattern of 'executable' "
                                            "matches it; it will not be executable");
             }
@@ -234,7 +234,7 @@ private:
                     return !file.isFolder && MatchesPath(pattern, file.name);
                 });
             if (!fits) {
-                throw io::Error(io::ExitCode::kProblems, item.place,
+                throw io::Error(io::ExitCode::kProblems, item.where,
                                 "no file in '" + item.source + "' matches '" + pattern +
                                     "' of 'executable'",
                                 "patterns begin below the folder; '**' goes deeper");

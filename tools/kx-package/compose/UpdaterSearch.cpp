@@ -28,16 +28,16 @@ bool IsFile(const fs::path& path)
 
 } // namespace
 
-UpdaterPlaces FindUpdaterPlaces()
+Machine ThisMachine()
 {
     std::error_code error;
     return {fs::read_symlink("/proc/self/exe", error).parent_path().string(),
             format::NativeProcessor()};
 }
 
-std::string FindUpdater(const format::Processor& processor, const UpdaterPlaces& places)
+std::string FindUpdater(const format::Processor& processor, const Machine& machine)
 {
-    const fs::path folder(places.toolFolder);
+    const fs::path folder(machine.toolFolder);
     const fs::path installed =
         (folder.parent_path() / "lib" / archive::kUpdaterName / processor.name) /
         archive::kUpdaterName;
@@ -45,7 +45,7 @@ std::string FindUpdater(const format::Processor& processor, const UpdaterPlaces&
         return installed.string();
     }
     const fs::path own = folder / archive::kUpdaterName;
-    if (places.native == &processor && IsFile(own)) {
+    if (machine.native == &processor && IsFile(own)) {
         return own.string();
     }
     throw io::Error(io::ExitCode::kNoAccess, installed.string(),

@@ -11,19 +11,18 @@ namespace kx::tool
 {
 
 /// Where updaters may be found on this machine.
-struct UpdaterPlaces {
+struct Machine {
     std::string toolFolder;                    ///< folder in which this program lies
     const format::Processor* native = nullptr; ///< this machine's processor, if known
 };
 
-/// Returns the places of the running program.
-[[nodiscard]] UpdaterPlaces FindUpdaterPlaces();
+/// Returns the machine of the running program.
+[[nodiscard]] Machine ThisMachine();
 
 /// Returns the path of the installed updater for a processor: that in
 /// ../lib/kx_Updater/PROCESSOR/ of the tool's folder, or the machine's own beside the tool.
 /// @throws Error when there is none
-[[nodiscard]] std::string FindUpdater(const format::Processor& processor,
-                                      const UpdaterPlaces& places);
+[[nodiscard]] std::string FindUpdater(const format::Processor& processor, const Machine& machine);
 
 /// Reads what the beginning of an updater tells about the program.
 /// @return nothing when it is not the file of a program

@@ -45,7 +45,7 @@ toml::table Parse(const std::string& text, const std::string& path)
     try {
         return toml::parse(text);
     } catch (const toml::parse_error& error) {
-        throw io::Error(io::ExitCode::kProblems, PlaceOf(path, error.source().begin),
+        throw io::Error(io::ExitCode::kProblems, WhereOf(path, error.source().begin),
                         "is not valid TOML: " + std::string(error.description()));
     }
 }
@@ -60,7 +60,7 @@ std::string ReadDate(const TomlTable& table)
     if (const std::optional<std::time_t> epoch = SourceDateEpoch()) {
         return DateText(*epoch);
     }
-    throw io::Error(io::ExitCode::kProblems, table.Place(), "'package.date' is missing",
+    throw io::Error(io::ExitCode::kProblems, table.Where(), "'package.date' is missing",
                     "add it, like 2026-11-21, or set SOURCE_DATE_EPOCH");
 }
 
@@ -80,13 +80,13 @@ const format::Processor* ReadProcessor(const TomlTable& table)
 std::string ReadName(const TomlTable& table, const std::string& folder)
 {
     if (const std::optional<std::string> name = table.OptionalText("name")) {
-        RefuseBadPackageName(*name, io::ExitCode::kProblems, table.Place("name"),
+        RefuseBadPackageName(*name, io::ExitCode::kProblems, table.Where("name"),
                              "choose another 'package.name'");
         return *name;
     }
     std::error_code error;
     std::string path = fs::canonical(folder, error).filename().string();
-    RefuseBadPackageName(path, io::ExitCode::kProblems, table.Place(), "give 'package.name'");
+    RefuseBadPackageName(path, io::ExitCode::kProblems, table.Where(), "give 'package.name'");
     return path;
 }
 
@@ -106,11 +106,11 @@ void ReadIdentity(const TomlTable& table, Manifest& manifest)
 
 } // namespace
 
-void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std::string& place,
+void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std::string& where,
                           const std::string& remedy)
 {
     const auto refuse = [&](const std::string& why) {
-        throw io::Error(code, place, "the package's name '" + name + "' " + why, remedy);
+        throw io::Error(code, where, "the package's name '" + name + "' " + why, remedy);
     };
     if (name.empty()) {
         refuse("is empty");

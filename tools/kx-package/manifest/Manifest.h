@@ -22,7 +22,7 @@ struct ManifestFiles {
     std::string source; ///< path or pattern below the manifest's folder, or an absolute one
     std::string target; ///< file on the panel, or folder when it ends in '/'
     std::string mode;   ///< three or four octal digits
-    std::string place;  ///< file, line and column of `source`
+    std::string where;  ///< file, line and column of `source`
 };
 
 /// A folder whose contents are to be copied.
@@ -31,7 +31,7 @@ struct ManifestFolder {
     std::string target;
     std::vector<std::string> exclude;    ///< patterns of what stays out, below the folder
     std::vector<std::string> executable; ///< patterns of files that are programs
-    std::string place;
+    std::string where;
 };
 
 /// One hardware setting.
@@ -77,8 +77,8 @@ struct Manifest {
 
 /// Refuses a name for a package's file that the panel would not take well.
 /// @param name  without the extension
-/// @throws Error at @p place
-void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std::string& place,
+/// @throws Error at @p where
+void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std::string& where,
                           const std::string& remedy);
 
 } // namespace kx::tool

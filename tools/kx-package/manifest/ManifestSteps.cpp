@@ -72,14 +72,14 @@ ManifestFiles ReadFiles(const TomlTable& table)
 {
     table.RefuseOtherKeysThan({"source", "target", "mode"});
     const std::string remedy = "name a file, or files by a pattern like \"bin/*\"";
-    return {ReadSource(table, remedy), ReadTarget(table), ReadMode(table), table.Place("source")};
+    return {ReadSource(table, remedy), ReadTarget(table), ReadMode(table), table.Where("source")};
 }
 
 ManifestFolder ReadFolder(const TomlTable& table)
 {
     table.RefuseOtherKeysThan({"source", "target", "exclude", "executable"});
     return {ReadSource(table, "name the folder"), ReadTarget(table), table.Texts("exclude"),
-            table.Texts("executable"), table.Place("source")};
+            table.Texts("executable"), table.Where("source")};
 }
 
 /// Reads a script from the file that a key names.
@@ -90,7 +90,7 @@ std::string ReadScriptFile(const TomlTable& table, const char* key, const std::s
     try {
         text = io::ReadWholeFile(PathFrom(folder, named), kLargestScript);
     } catch (const io::Error& error) {
-        throw io::Error(error.Code(), table.Place(key), error.Line());
+        throw io::Error(error.Code(), table.Where(key), error.Line());
     }
     if (!io::IsUtf8(text) || text.find('\0') != std::string::npos) {
         throw table.Wrong(key, "names '" + named + "', which is not UTF-8 text",
@@ -120,7 +120,7 @@ void ReadScripts(const TomlTable& table, const std::string& folder, ManifestStep
 {
     std::optional<std::string> install = ReadScript(table, "install", folder);
     if (!install.has_value()) {
-        throw io::Error(io::ExitCode::kProblems, table.Place(),
+        throw io::Error(io::ExitCode::kProblems, table.Where(),
                         "'" + table.Name() + "' has no script",
                         "give its text as 'install', or its file as 'install-file'");
     }
@@ -168,7 +168,7 @@ template <class Things>
 Things NotEmpty(const TomlTable& table, const char* key, Things things)
 {
     if (things.empty()) {
-        throw io::Error(io::ExitCode::kProblems, table.Place(),
+        throw io::Error(io::ExitCode::kProblems, table.Where(),
                         "'" + table.Name() + "' has no '" + key + "'",
                         std::string("add [[steps.") + key + "]] below it");
     }

@@ -42,7 +42,7 @@ std::string QuotedKey(const std::string& table, const std::string& key)
 
 } // namespace
 
-std::string PlaceOf(const std::string& file, const toml::source_position& position)
+std::string WhereOf(const std::string& file, const toml::source_position& position)
 {
     // Line 0 is what the library has for tables that only show as parts of other names.
     return position.line == 0
@@ -67,28 +67,28 @@ std::vector<std::string> KeysAsWritten(const toml::table& table)
     return keys;
 }
 
-std::string TomlTable::Place() const
+std::string TomlTable::Where() const
 {
-    return PlaceOf(m_file, m_table.source().begin);
+    return WhereOf(m_file, m_table.source().begin);
 }
 
-std::string TomlTable::Place(const char* key) const
+std::string TomlTable::Where(const char* key) const
 {
     const toml::node* const node = m_table.get(key);
-    return node == nullptr ? Place() : PlaceOf(m_file, node->source().begin);
+    return node == nullptr ? Where() : WhereOf(m_file, node->source().begin);
 }
 
 io::Error TomlTable::Wrong(const char* key, const std::string& what,
                            const std::string& remedy) const
 {
-    return {io::ExitCode::kProblems, Place(key), QuotedKey(m_name, key) + " " + what, remedy};
+    return {io::ExitCode::kProblems, Where(key), QuotedKey(m_name, key) + " " + what, remedy};
 }
 
 io::Error TomlTable::WrongType(const toml::node& node, const std::string& key,
                                const char* wanted) const
 {
     const bool isQuotable = std::string_view(wanted) == "a text" && node.is_value();
-    return {io::ExitCode::kProblems, PlaceOf(m_file, node.source().begin),
+    return {io::ExitCode::kProblems, WhereOf(m_file, node.source().begin),
             QuotedKey(m_name, key) + " must be " + wanted + ", not " + WordFor(node),
             isQuotable ? "put it in quotes" : std::string("write ") + wanted};
 }
@@ -100,7 +100,7 @@ std::string TomlTable::CheckedText(const toml::node& node, const std::string& ke
         throw WrongType(node, key, "a text");
     }
     if (text->get().find('\0') != std::string::npos) {
-        throw io::Error(io::ExitCode::kProblems, PlaceOf(m_file, node.source().begin),
+        throw io::Error(io::ExitCode::kProblems, WhereOf(m_file, node.source().begin),
                         QuotedKey(m_name, key) + " contains a zero character",
                         "the panel would read the text up to it; remove it");
     }
@@ -112,7 +112,7 @@ std::string TomlTable::Text(const char* key, const std::string& remedy) const
     if (std::optional<std::string> text = OptionalText(key)) {
         return *std::move(text);
     }
-    throw io::Error(io::ExitCode::kProblems, Place(), QuotedKey(m_name, key) + " is missing",
+    throw io::Error(io::ExitCode::kProblems, Where(), QuotedKey(m_name, key) + " is missing",
                     remedy);
 }
 
@@ -200,7 +200,7 @@ void TomlTable::RefuseOtherKeysThan(const std::vector<std::string>& known) const
     for (const std::string& key : KeysAsWritten(m_table)) {
         if (std::find(known.begin(), known.end(), key) == known.end()) {
             const auto place = m_table.find(key)->first.source().begin;
-            throw io::Error(io::ExitCode::kProblems, PlaceOf(m_file, place),
+            throw io::Error(io::ExitCode::kProblems, WhereOf(m_file, place),
                             QuotedKey(m_name, key) + " is not known here",
                             io::NearestRemedy(key, known));
         }

@@ -53,8 +53,8 @@ public:
     [[nodiscard]] bool Has(const char* key) const { return m_table.contains(key); }
 
     /// Returns file, line and column of the value of a key, or of the table itself.
-    [[nodiscard]] std::string Place(const char* key) const;
-    [[nodiscard]] std::string Place() const;
+    [[nodiscard]] std::string Where(const char* key) const;
+    [[nodiscard]] std::string Where() const;
 
     /// Makes the error of a value.
     [[nodiscard]] io::Error Wrong(const char* key, const std::string& what,
@@ -74,7 +74,7 @@ private:
 };
 
 /// Returns "file:line:column" of a node.
-[[nodiscard]] std::string PlaceOf(const std::string& file, const toml::source_position& position);
+[[nodiscard]] std::string WhereOf(const std::string& file, const toml::source_position& position);
 
 /// Returns the keys of a table in the order in which they are written.
 [[nodiscard]] std::vector<std::string> KeysAsWritten(const toml::table& table);

@@ -4,7 +4,7 @@
 #include "support/Program.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
-#include "trial/Places.h"
+#include "trial/Equipment.h"
 
 #include <gtest/gtest.h>
 

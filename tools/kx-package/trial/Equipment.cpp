@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "trial/Places.h"
+#include "trial/Equipment.h"
 
 #include "archive/Package.h"
 #include "compose/UpdaterSearch.h"
@@ -83,16 +83,16 @@ std::string FindDevice(const std::string& named, const std::string& toolFolder)
 
 std::string FindTrialUpdater(const std::string& named, const std::string& toolFolder)
 {
-    const UpdaterPlaces places{toolFolder, format::NativeProcessor()};
+    const Machine machine{toolFolder, format::NativeProcessor()};
     std::string path = named;
     const fs::path release = fs::path(toolFolder).parent_path() / "release" / archive::kUpdaterName;
-    if (path.empty() && places.native == nullptr) {
+    if (path.empty() && machine.native == nullptr) {
         throw io::Error(io::ExitCode::kNoAccess, "", "this machine's processor is not known",
                         "name an updater for it with --updater PATH");
     }
     if (path.empty()) {
         try {
-            path = FindUpdater(*places.native, places);
+            path = FindUpdater(*machine.native, machine);
         } catch (const io::Error&) {
             if (SourcesOf(toolFolder).empty() || !IsProgram(release)) {
                 throw;
@@ -100,7 +100,7 @@ std::string FindTrialUpdater(const std::string& named, const std::string& toolFo
             path = release.string();
         }
     }
-    RefuseOtherProgram(path, places.native);
+    RefuseOtherProgram(path, machine.native);
     return path;
 }
 

@@ -1,0 +1,168 @@
+#!/usr/bin/env bats
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+#
+# kx-package try: packages of any name, and what is no package.
+
+# shellcheck disable=SC2154 # stderr is what run sets
+load try
+
+setup() {
+    try_setup
+}
+
+# ---- names and places ----
+
+@test "packages of any name are tried" {
+    local names=('two words' "it's" 'a[b]*?' -- '-o' 'Länge日本' $'\xff\xfe' 'a=b' '.hidden'
+        'dots.and.more' '&;|<>')
+    hello plain.kx-update
+    for name in "${names[@]}"; do
+        cp plain.kx-update "./$name.kx-update"
+        mkdir "./$name" && unzip -q plain.kx-update -d "./$name"
+
+        try --json "./$name.kx-update"
+        expect_status 0
+        jq '.recordName, .installations[0].record' "$OUT" >archive
+        try --json "./$name"
+        expect_status 0
+
+        diff archive <(jq '.recordName, .installations[0].record' "$OUT")
+    done
+    try --json ./Länge日本.kx-update
+    [ "$(told .recordName)" = Länge日本 ]
+    try $'./\xff\xfe.kx-update'
+    head -n 1 "$OUT" >first
+    same first 'the first line' <<<'./\xff\xfe.kx-update: installed'
+}
+
+@test "a name that the shell reads does so on the panel, and only there" {
+    local name
+    hello plain.kx-update
+    # shellcheck disable=SC2016 # the names are to stay as they are
+    for name in 'say "hi"' '$(touch x)' '`touch x`'; do
+        cp plain.kx-update "./$name.kx-update"
+
+        try --json "./$name.kx-update"
+
+        expect_status 1
+        [[ "$(told '.installations[0].remarks[0]')" == "the panel's shell reads the "*" in the package's name; see kx-package check" ]]
+        [ ! -e x ] || fail 'the shell of this machine read the name'
+    done
+}
+
+@test "a package comes from standard input" {
+    hello Foo.kx-update
+    prepare_try --json -
+
+    # shellcheck disable=SC2002 # a pipe is what is tried
+    cat Foo.kx-update | "${TRY[@]}" >"$OUT"
+
+    [ "$(told '.package + " " + .recordName + " " + (.installed | tostring)')" = '- package true' ]
+    nothing_is_left
+    try -
+    expect_status 1
+    prepare_try --json --disk 16 -
+    head -c 17M /dev/zero | "${TRY[@]}" >"$OUT" || status=$?
+    [ "$status" -eq 3 ]
+    [ "$(told .error.message)" = 'is larger than 16.0 MiB' ]
+    nothing_is_left
+}
+
+@test "names and lines from the panel cannot play with the terminal" {
+    # shellcheck disable=SC2016 # expanded on the panel
+    hello Foo.kx-update 'script("#!/bin/sh\nprintf \"\\\\033[2Jx\\\\n\"; echo >\"/opt/$(printf \"a\\\\033\\\\377\")\"\n")'
+
+    try Foo.kx-update
+
+    expect_status 0
+    grep -qF '/opt/a\x1b\xff' "$OUT"
+    grep -qF '| \x1b[2Jx' "$OUT"
+    [ "$(grep -c $'\x1b' "$OUT")" -eq 0 ]
+    try --json Foo.kx-update
+    [ "$(told '.installations[0].files[0].path')" = '/opt/a\x1b\xff' ]
+}
+
+# ---- packages that are none ----
+
+@test "a package that does not unpack is not installed" {
+    echo text >text.kx-update
+    : >empty.kx-update
+    hello Foo.kx-update
+    head -c 300 Foo.kx-update >cut.kx-update
+    for name in text empty cut; do
+        try --json --twice "$name.kx-update"
+
+        expect_status 1
+        [ "$(told '.installations | length')" -eq 1 ]
+        [ "$(told '.installations[0] | .unpacked, .exitCode, .record, .files[]')" = \
+            $'false\nnull\nnull' ]
+        [ "$(told '.installations[0].remarks[0]')" = \
+            'a panel cannot unpack the package: unzip ends with 9; see kx-package check' ]
+    done
+    try text.kx-update
+    # The panel removes what an earlier attempt may have left, whether there is anything or not.
+    [ "$(head -n 6 "$OUT")" = "text.kx-update: not installed
+  a panel cannot unpack the package: unzip ends with 9; see kx-package check
+
+What the unpacking printed
+  | rm: cannot remove '/mnt/usb/text.temp': No such file or directory
+  | Archive:  /mnt/usb/text.kx-update" ]
+}
+
+@test "a file that a panel does not take for a package is not installed" {
+    hello Foo.zip
+
+    try Foo.zip
+
+    expect_status 1
+    expect_out <<'END'
+Foo.zip: not installed
+  a panel finds no package: the file's name does not end in .kx-update
+END
+}
+
+@test "a package without its description, or its updater, is told so" {
+    hello Foo.kx-update
+    zip -q -d Foo.kx-update UserPackage.kx-project
+    try --json Foo.kx-update
+    expect_status 1
+    [ "$(told '.installations[0].remarks[0]')" = \
+        'the package has no UserPackage.kx-project at its top level; see kx-package check' ]
+
+    package_file Bar.kx-update <<<"$HELLO"
+    try --json Bar.kx-update
+    expect_status 0
+    [ "$(told '.installations[0].remarks[0]')" = \
+        'the package has no kx_Updater that a panel could start; see kx-package check' ]
+}
+
+@test "what cannot be read is told in one line" {
+    try none.kx-update
+    expect_error 3 'none.kx-update: cannot open: No such file or directory'
+    mkfifo pipe.kx-update
+    try pipe.kx-update
+    expect_error 3 'pipe.kx-update: is neither a file nor a folder; name a package or the folder of an unpacked one'
+    try /
+    expect_error 3 '/: is not a package; name a package or the folder of an unpacked one'
+    try --json none.kx-update
+    expect_status 3
+    expect_silence
+    [ "$(told '.error.place + ": " + .error.message')" = \
+        'none.kx-update: cannot open: No such file or directory' ]
+    hello Foo.kx-update
+    TMPDIR=$WORK/nowhere run --separate-stderr "$KX_PACKAGE" try --updater "$KX_UPDATER" Foo.kx-update
+    [ "$status" -eq 3 ]
+    [ "$stderr" = "kx-package: $WORK/nowhere: cannot make a folder for the trial: No such file or directory" ]
+}
+
+@test "wrong use is told" {
+    hello Foo.kx-update
+    for arguments in "" "Foo.kx-update more" "--seconds 0 Foo.kx-update" "--disk x Foo.kx-update" \
+        "--memory 1 Foo.kx-update" "--processes 1 Foo.kx-update" "--fail x Foo.kx-update"; do
+        # shellcheck disable=SC2086
+        try $arguments
+        expect_status 2
+        [ "$(wc -l <"$ERR")" -eq 1 ]
+    done
+}
