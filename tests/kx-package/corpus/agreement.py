@@ -182,7 +182,9 @@ def by_trial(options, job):
             yield f"try says {trial.get('error')}, plan {plan.get('error') or plan['installed']}"
         return
     last = trial["installations"][-1]
-    if last["unpacked"] != plan["unpacked"]:
+    # A trial takes a package without a description for one that was not unpacked.
+    has_description = not plan["log"][-1:] or "Unable to access" not in plan["log"][-1]
+    if last["unpacked"] != (plan["unpacked"] and has_description):
         yield f"try unpacks {last['unpacked']}, plan {plan['unpacked']}"
     if not plan["started"]:
         return  # a trial has an updater of its own
