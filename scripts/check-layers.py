@@ -62,7 +62,7 @@ DEVICE = (
 )
 # Leaf headers: nothing but the standard library.
 LEAVES = {f"src/{name}" for name in CONTRACTS | {"osa/PanelNames.h"}}
-# The names of the panel stand in this header and in no other string of src/ and lib/, but in the
+# The names of the panel stand in this header and in no other string, but in the
 # description of the panel.
 NAMES = "src/osa/PanelNames.h"
 PANEL = "lib/panel"
@@ -154,14 +154,15 @@ def main():
     root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent.parent)
     count = 0
     problems = []
+    sources = []
     for top, table in TABLES.items():
         files = sorted(p for p in (root / top).rglob("*") if p.suffix in {".h", ".cpp"})
         if not files:
             sys.exit(f"check-layers: no sources below {root / top}")
         count += len(files)
         problems += [problem for path in files for problem in problems_of(root, top, table, path)]
-        if top in {"src", "lib"}:
-            problems += repeated_names(root, files)
+        sources += files
+    problems += repeated_names(root, sources)
     modules = sorted((root / "device").glob("kx*/*.py"))
     if not modules:
         sys.exit(f"check-layers: no modules below {root / 'device'}")

@@ -82,7 +82,7 @@ description() {
     [ -d folder ]
 
     kx schema -o ''
-    expect 2 '' $'kx-package: --output: names no file; name one, or - for standard output\n'
+    expect 2 '' $'kx-package: --output: does not name a file; name one, or - for standard output\n'
 
     status=0
     "$KX_PACKAGE" schema >/dev/full 2>err || status=$?

@@ -30,7 +30,7 @@ namespace fs = std::filesystem;
 
 // Left out of the summary, like everything in /run.
 constexpr const char* kInsidePackage = "/run/kx-package/package";
-constexpr const char* kInsideUpdater = "/run/kx-package/kx_Updater";
+constexpr const char* kInsideUpdater = "/run/kx-package/updater";
 constexpr std::uint64_t kLargestReport = std::uint64_t{64} << 20;
 
 // Exit statuses of the scripts below; unzip's own are smaller.
