@@ -19,11 +19,6 @@ namespace kx::archive
 namespace
 {
 
-constexpr unsigned kStored = 0;
-constexpr unsigned kDeflated = 8;
-constexpr unsigned kDeflated64 = 9;
-constexpr unsigned kBzip2 = 12;
-
 constexpr std::size_t kPiece = std::size_t{1} << 18;
 
 class Copier final : public Unpacker
@@ -89,13 +84,13 @@ private:
 std::unique_ptr<Unpacker> UnpackerFor(unsigned method)
 {
     switch (method) {
-    case kStored:
+    case kZipStored:
         return std::make_unique<Copier>();
-    case kDeflated:
+    case kZipDeflated:
         return std::make_unique<Inflater>();
-    case kDeflated64:
+    case kZipDeflated64:
         return MakeInflater64();
-    case kBzip2:
+    case kZipBzip2:
         return std::make_unique<Bunzipper>();
     default:
         return nullptr;
@@ -149,7 +144,7 @@ private:
         }
         if (isLast && out.empty()) {
             // Stored bytes end where the file says; everything else knows its own end.
-            return m_header.method == kStored ? Judge() : ContentState::kDamaged;
+            return m_header.method == kZipStored ? Judge() : ContentState::kDamaged;
         }
         return {};
     }
@@ -179,7 +174,8 @@ private:
 
 bool IsReadableMethod(unsigned method)
 {
-    return method == kStored || method == kDeflated || method == kDeflated64 || method == kBzip2;
+    return method == kZipStored || method == kZipDeflated || method == kZipDeflated64 ||
+           method == kZipBzip2;
 }
 
 ContentReader::ContentReader(const ByteSource& source) : m_source(source), m_room(kPiece, '\0') {}

@@ -55,9 +55,7 @@ void FindContentEnd(const ByteSource& source, ZipMember& member, std::size_t ind
     const std::uint64_t limit = zip.directoryAt;
     // Other packed contents know their own end, so the smaller size is the right one, or too small
     // for the content in any case. With bzip2 unzip goes on to where the content is told to end.
-    constexpr std::uint16_t kStored = 0;
-    constexpr std::uint16_t kBzip2 = 12;
-    const bool isAsTold = header.method == kStored || header.method == kBzip2;
+    const bool isAsTold = header.method == kZipStored || header.method == kZipBzip2;
     const std::uint64_t size =
         isAsTold ? header.packedSize : std::min(header.packedSize, member.packedSize);
     const std::uint64_t room = limit - std::min(member.contentAt, limit);

@@ -23,6 +23,12 @@ constexpr unsigned kZipUtf8 = 1U << 11;
 /// Where an entry's external attributes hold the mode of a file, if they hold one.
 constexpr unsigned kZipModeShift = 16;
 
+/// Methods by which contents are packed.
+constexpr unsigned kZipStored = 0; ///< as they are
+constexpr unsigned kZipDeflated = 8;
+constexpr unsigned kZipDeflated64 = 9;
+constexpr unsigned kZipBzip2 = 12;
+
 /// What the central directory and the local header of an entry both tell.
 struct ZipHeader {
     std::uint16_t neededVersion = 0;

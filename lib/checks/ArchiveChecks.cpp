@@ -283,12 +283,10 @@ private:
 
     void CheckHeaders(const archive::ZipMember& member)
     {
-        constexpr unsigned kDeflate64 = 9;
-        constexpr unsigned kBzip2 = 12;
-        if (member.local.method == kBzip2) {
+        if (member.local.method == archive::kZipBzip2) {
             m_findings.Add(RuleId::kEntryBzip2, LocationOf(member), "is packed with bzip2");
         }
-        if (member.local.method == kDeflate64) {
+        if (member.local.method == archive::kZipDeflated64) {
             m_findings.Add(RuleId::kEntryDeflate64, LocationOf(member), "is packed with deflate64");
         }
         if (const std::string difference = Difference(member); !difference.empty()) {

@@ -105,7 +105,7 @@ const archive::PackageEntry* CheckLink(const archive::Package& package,
         end.entry != nullptr && end.entry->kind == archive::PackageEntry::Kind::kFile;
     findings.AddAs(isFile ? Severity::kWarning : Severity::kError, rule, Location::Entry(link.name),
                    "is a link to '" + end.target +
-                       (isFile ? "'" : "', which is no file of the package"));
+                       (isFile ? "'" : "', which is not a file in the package"));
     return isFile ? end.entry : nullptr;
 }
 

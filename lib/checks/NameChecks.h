@@ -20,7 +20,7 @@ void CheckNeighbours(const std::string& path, Findings& findings);
 /// Tells of a link in the place of a file that every package needs: an error when it leads to no
 /// file of the package, otherwise a warning.
 /// @param rule  the one about links of that file
-/// @return what the link leads to; null when that is no file of the package
+/// @return what the link leads to; null when that is not a file in the package
 const archive::PackageEntry* CheckLink(const archive::Package& package,
                                        const archive::PackageEntry& link, RuleId rule,
                                        Findings& findings);

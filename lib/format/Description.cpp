@@ -40,7 +40,7 @@ Description ReadDescription(const archive::Package& package)
         entry = end.entry;
         if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
             throw io::Error(io::ExitCode::kNoAccess, place,
-                            "is a link to '" + end.target + "', which is no file of the package",
+                            "is a link to '" + end.target + "', which is not a file in the package",
                             "pack the file itself (zip without -y)");
         }
     }

@@ -20,8 +20,8 @@ public:
 
     /// Begins the file. Its mode will be 666 less the umask.
     /// @param path  what a link at it leads to stays as it is: the file replaces the link
-    /// @throws Error when it cannot be made, or something that is neither file nor link has the
-    /// name
+    /// @throws Error when it cannot be made, or when something that is neither a file nor a link
+    ///         has the name
     explicit AtomicFile(std::string path);
     AtomicFile(const AtomicFile&) = delete;
     AtomicFile& operator=(const AtomicFile&) = delete;

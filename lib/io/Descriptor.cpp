@@ -19,7 +19,7 @@ namespace
 
 Error NoFile(const std::string& path)
 {
-    return {ExitCode::kNoAccess, path, "is no file"};
+    return {ExitCode::kNoAccess, path, "is not a file"};
 }
 
 } // namespace

@@ -142,7 +142,7 @@ Descriptor RootedFolder::Open(const std::string& path, Kind kind) const
     }
     if (KindOf(found.info) != kind) {
         throw Error(ExitCode::kNoAccess, Shown(path),
-                    kind == Kind::kFolder ? "is no folder" : "is no file");
+                    kind == Kind::kFolder ? "is not a folder" : "is not a file");
     }
     Descriptor opened = Reopen(found, 0);
     if (!opened.IsOpen()) {

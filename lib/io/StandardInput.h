@@ -31,9 +31,8 @@ class StandardInput
 {
 public:
     /// Reads standard input to its end.
-    /// @throws Error as CopyStandardInput; also when it is larger than the temporary folder has
-    /// room
-    ///         ($TMPDIR, otherwise /tmp)
+    /// @throws Error as CopyStandardInput; also when the temporary folder ($TMPDIR, otherwise /tmp)
+    ///         has no room for it
     StandardInput();
 
     /// A path under which the file can be opened as long as this object lives.

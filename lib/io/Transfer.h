@@ -24,9 +24,8 @@ struct Transferred {
 };
 
 /// Reads what is there now, up to @p size bytes; waits when nothing is there yet.
-/// @return a count of 0 without an error at the end, EAGAIN when there is nothing and the
-/// descriptor
-///         does not wait
+/// @return a count of 0 without an error at the end; EAGAIN when there is nothing and the
+///         descriptor does not wait
 [[nodiscard]] Transferred ReadSome(int descriptor, char* bytes, std::size_t size);
 
 /// Writes what there is room for now.

@@ -81,7 +81,7 @@ struct Circumstances {
                                   ///< package's own (-q_Updater)
 };
 
-/// Plays the installation of a package with the updater's own code, on files that are only thought:
+/// Plays the installation of a package with the updater's own code, on a model of a panel's files:
 /// nothing is run and nothing is changed. Not for several threads: the updater's tables are the
 /// process's.
 ///

@@ -108,7 +108,7 @@ int OSA_SystemList(const char* dir, dirent*** entries)
     return count;
 }
 
-// What is only thought takes no time.
+// Waiting changes nothing in a rehearsal.
 void OSA_SystemSleep(unsigned /*seconds*/) {}
 
 void OSA_SystemPause(unsigned /*microseconds*/) {}

@@ -46,7 +46,7 @@ TEST(FileBytes, AreThoseOfARegularFile)
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
 
     for (const std::string& path : {pipe, dir.Path()}) {
-        EXPECT_EQ(Thrown([&] { const FileBytes bytes(path); }), "3: " + path + ": is no file");
+        EXPECT_EQ(Thrown([&] { const FileBytes bytes(path); }), "3: " + path + ": is not a file");
     }
     EXPECT_EQ(Thrown([&] { const FileBytes bytes(dir / "none"); }),
               "3: " + (dir / "none") + ": cannot open: No such file or directory");

@@ -46,7 +46,7 @@ setup() {
         try --json "./$name.kx-update"
 
         expect_status 1
-        [[ "$(told '.installations[0].remarks[0]')" == "the panel's shell reads the "*" in the package's name; see kx-package check" ]]
+        [[ "$(told '.installations[0].remarks[0]')" == "the panel's shell interprets the "*" in the package's name; see kx-package check" ]]
         [ ! -e x ] || fail 'the shell of this machine read the name'
     done
 }

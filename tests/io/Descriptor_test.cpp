@@ -138,7 +138,7 @@ TEST(OpenFile, OpensRegularFilesOnly)
     EXPECT_EQ(SizeOf(file, path), 5U);
     EXPECT_TRUE(IsKeptFromPrograms(file));
     for (const std::string& other : {dir.Path(), pipe, name, std::string("/dev/null")}) {
-        EXPECT_EQ(Thrown([&] { OpenFile(other).Close(); }), "3: " + other + ": is no file");
+        EXPECT_EQ(Thrown([&] { OpenFile(other).Close(); }), "3: " + other + ": is not a file");
     }
     EXPECT_EQ(Thrown([&] { OpenFile(dir / "none").Close(); }),
               "3: " + (dir / "none") + ": cannot open: No such file or directory");

@@ -235,11 +235,11 @@ TEST_P(RootedFolders, OpensWhatIsOfTheRightKind)
     EXPECT_EQ(ReadAll(root.Open("/link", Kind::kFile).Number(), 9, "it"), "hello");
     EXPECT_TRUE(root.Open("/mnt", Kind::kFolder).IsOpen());
     EXPECT_EQ(Thrown([&] { static_cast<void>(root.Open("/mnt", Kind::kFile)); }),
-              "3: " + m_panel.Root() + "/mnt: is no file");
+              "3: " + m_panel.Root() + "/mnt: is not a file");
     EXPECT_EQ(Thrown([&] { static_cast<void>(root.Open("/link", Kind::kFolder)); }),
-              "3: " + m_panel.Root() + "/link: is no folder");
+              "3: " + m_panel.Root() + "/link: is not a folder");
     EXPECT_EQ(Thrown([&] { static_cast<void>(root.Open("/pipe", Kind::kFile)); }),
-              "3: " + m_panel.Root() + "/pipe: is no file");
+              "3: " + m_panel.Root() + "/pipe: is not a file");
     EXPECT_EQ(Thrown([&] { static_cast<void>(root.Open("/out", Kind::kFile)); }),
               "3: " + m_panel.Root() + "/out: cannot open: No such file or directory");
 }

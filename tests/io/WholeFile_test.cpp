@@ -21,7 +21,7 @@ TEST(ReadWholeFile, ReadsUpToItsLimitAndSaysWhatIsWrong)
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadWholeFile(path, 4)); }),
               "3: " + path + ": is larger than 4 bytes");
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadWholeFile(dir.Path(), 4)); }),
-              "3: " + dir.Path() + ": is no file");
+              "3: " + dir.Path() + ": is not a file");
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadWholeFile(dir / "none", 4)); }),
               "3: " + (dir / "none") + ": cannot open: No such file or directory");
 }
@@ -46,7 +46,7 @@ TEST(ReadFileHead, ReadsTheBeginningOfAFile)
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadFileHead(dir / "none", 4, "look into it")); }),
               "3: " + (dir / "none") + ": cannot look into it: No such file or directory");
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadFileHead(dir.Path(), 4)); }),
-              "3: " + dir.Path() + ": is no file");
+              "3: " + dir.Path() + ": is not a file");
 }
 
 } // namespace kx::io

@@ -143,7 +143,7 @@ END
     kx installed --root panel --json
     [ "$status" -eq 3 ]
     [ ! -s err ]
-    jq -e '.error.message == "is no folder" and .error.code == 3' out
+    jq -e '.error.message == "is not a folder" and .error.code == 3' out
 }
 
 @test "nothing in a record can play with the terminal, and JSON stays JSON" {

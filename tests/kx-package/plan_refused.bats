@@ -224,7 +224,7 @@ END
     [ "$status" -eq 1 ]
     grep -qxF "The window cannot load the package: Unable to access /mnt/usb/Foo.temp/UserPackage.kx-project file. UserPackage.kx-project is a link to 'real/UserPackage.kx-project'." out
     kx show Foo.kx-update
-    expect 3 '' $'kx-package: Foo.kx-update:UserPackage.kx-project: is a link to \'real/UserPackage.kx-project\', which is no file of the package; pack the file itself (zip without -y)\n'
+    expect 3 '' $'kx-package: Foo.kx-update:UserPackage.kx-project: is a link to \'real/UserPackage.kx-project\', which is not a file in the package; pack the file itself (zip without -y)\n'
 }
 
 @test "a link that leads round is followed until Linux refuses" {

@@ -75,7 +75,7 @@ TEST(RegistryNames, RefuseARegistryThatIsNoFolder)
     panel.Write(kRegistry, "");
 
     EXPECT_EQ(Thrown([&] { static_cast<void>(RegistryNames(io::RootedFolder(panel.Root()))); }),
-              "3: " + panel.Root() + kRegistry + ": is no folder");
+              "3: " + panel.Root() + kRegistry + ": is not a folder");
 }
 
 TEST(RegistryNames, AreNotTakenFromOutside)
@@ -184,8 +184,8 @@ TEST(ReadRecord, TellsFilesThatAreNone)
     ASSERT_EQ(mkfifo((panel.Root() + kRegistry + "/a/installedFile.list").c_str(), 0600), 0);
 
     EXPECT_THAT(ProblemsOf(panel, "a"),
-                ElementsAre("description-unreadable: UserPackage.kx-project is no file",
-                            "list-unreadable: installedFile.list is no file"));
+                ElementsAre("description-unreadable: UserPackage.kx-project is not a file",
+                            "list-unreadable: installedFile.list is not a file"));
 }
 
 TEST(ReadRecord, TellsAListThatCannotBeRead)
