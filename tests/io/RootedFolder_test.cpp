@@ -302,7 +302,8 @@ TEST(RootedFolder, FindsTheSameBothWays)
         ASSERT_EQ(Told(byKernel.LookAtLink(path)), Told(byWalk.LookAtLink(path))) << path;
         if (std::count(path.begin(), path.end(), '/') < static_cast<std::ptrdiff_t>(kLongest)) {
             for (const std::string& part : parts) {
-                paths.push_back(path + "/" + part);
+                paths.push_back(path);
+                paths.back().append("/").append(part);
             }
         }
     }

@@ -305,13 +305,12 @@ for i in range(20000):
 END
     (cd Foo && zip -q -0 -r -y ../Foo.kx-update .)
 
-    SECONDS=0
+    ulimit -S -t 30 # of processor time: what else the machine does is no matter
     bounded plan --json Foo.kx-update
 
     [ "$status" -eq 0 ]
     [ "$(commands | grep -c '^.cp -f "/mnt/usb/Foo.temp/0/0/')" -eq 40000 ]
     [ "$(jq '.recordedFiles | length' out)" -eq 40002 ]
-    [ "$SECONDS" -lt 30 ]
 }
 
 @test "names of more folders than there can be take no memory" {
