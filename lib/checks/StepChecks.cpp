@@ -9,6 +9,7 @@
 #include "checks/SettingChecks.h"
 #include "checks/TargetChecks.h"
 #include "checks/Targets.h"
+#include "checks/UsedPayload.h"
 #include "format/Classes.h"
 #include "format/Kinds.h"
 #include "format/ShellText.h"
@@ -18,7 +19,6 @@
 #include "panel/Names.h"
 
 #include <algorithm>
-#include <set>
 #include <vector>
 
 namespace kx::checks
@@ -72,7 +72,7 @@ public:
             CheckStep(*steps[i], "DB_StepSets.$values[" + std::to_string(i) + "]",
                       std::to_string(i));
         }
-        ReportUnused();
+        m_used.ReportUnused(m_package, m_findings);
     }
 
 private:
@@ -82,20 +82,20 @@ private:
         m_failure = skip != nullptr && skip->flag ? Severity::kWarning : Severity::kError;
         const format::JsonNode* const id = step.Member("SS_StepSetId");
         if (id == nullptr || !id->IsString()) {
-            m_unclear.insert(number);
+            m_used.AddUnclearStep(number);
             return;
         }
         const format::StepKind* const kind = format::FindKind(
             format::StepKinds(), &format::StepKind::id, std::string_view(id->text.c_str()));
         if (kind == nullptr) {
-            m_unclear.insert(number);
+            m_used.AddUnclearStep(number);
             m_findings.Add(RuleId::kStepKind, LocationIn(*id, path + ".SS_StepSetId"),
                            "'" + id->text + "' is not a known kind of step: " +
                                io::NearestRemedy(id->text, StepIds()));
             return;
         }
         if (format::ClassOf(step) != kind->info) {
-            m_unclear.insert(number);
+            m_used.AddUnclearStep(number);
             m_findings.Add(RuleId::kStepClass, LocationIn(*id, path + ".SS_StepSetId"),
                            std::string("needs a '") + kind->info->type + "', not a '" +
                                step.TextOf("$type") + "'");
@@ -150,7 +150,7 @@ private:
         const std::string name = OSA_GetFilenameExt(item.Text("SourcePath").c_str());
         const std::string& target = item.Text("DestinationPath");
         const std::string entry = item.folder + "/" + name;
-        m_usedFiles.insert(entry);
+        m_used.AddFile(entry);
         CheckPayloadFile(item, name, entry);
         CheckPermissions(item);
         if (const std::string changed = format::ChangedInDoubleQuotes(name); !changed.empty()) {
@@ -200,7 +200,7 @@ private:
                          "there is no '" + entry + "', but there is '" + item.folder + "/" +
                              (nearest.empty() ? others.front() : nearest) + "'");
         // They are what the item means, so they are not unused besides.
-        m_usedFolders.insert(item.folder);
+        m_used.AddFolder(item.folder);
     }
 
     /// The names of the files that lie in a folder of the package itself, not below.
@@ -299,7 +299,7 @@ private:
 
     void CheckFolderItem(const CopyItem& item)
     {
-        m_usedFolders.insert(item.folder);
+        m_used.AddFolder(item.folder);
         const std::string& target = item.Text("DestinationPath");
         const Location place = item.At("DestinationPath");
         const bool isUsable = CheckTarget(target, true, place, m_failure, m_findings);
@@ -364,36 +364,12 @@ private:
         }
     }
 
-    // ---- what no step uses ----
-
-    void ReportUnused()
-    {
-        for (const archive::PackageEntry& entry : m_package.Entries()) {
-            if (entry.kind == archive::PackageEntry::Kind::kFolder ||
-                entry.name == archive::kDescriptionName || entry.name == archive::kUpdaterName ||
-                IsUsed(entry.name)) {
-                continue;
-            }
-            m_findings.Add(RuleId::kPayloadUnused, Location::Entry(entry.name), "no step uses it");
-        }
-    }
-
-    [[nodiscard]] bool IsUsed(const std::string& name) const
-    {
-        const std::size_t first = name.find('/');
-        const std::size_t second = first == std::string::npos ? first : name.find('/', first + 1);
-        return m_usedFiles.count(name) != 0 || m_unclear.count(name.substr(0, first)) != 0 ||
-               (second != std::string::npos && m_usedFolders.count(name.substr(0, second)) != 0);
-    }
-
     const archive::Package& m_package;
     std::string m_unpacked; ///< where the package lies when its commands run, as a rule
     Findings& m_findings;
     Severity m_failure = Severity::kError; ///< of what makes the present step fail
     Targets m_targets;
-    std::set<std::string> m_usedFiles;
-    std::set<std::string> m_usedFolders; ///< "2/0"
-    std::set<std::string> m_unclear;     ///< steps that cannot be understood
+    UsedPayload m_used;
 };
 
 } // namespace

@@ -316,7 +316,15 @@ END
 copy_folder(folder("/opt/tree", {"loop": link(".")}))
 END
 
-    install Foo --look 'find /opt/tree -type d | wc -l'
+    # When something is mounted anywhere meanwhile, the kernel may follow a path's links once more and
+    # go on counting them: it then refuses a path with fewer than forty. Such a run says nothing.
+    local attempt
+    for attempt in 1 2 3; do
+        if install Foo --look 'find /opt/tree -type d | wc -l'; then
+            break
+        fi
+        echo "attempt $attempt: another path was refused" >&2
+    done
 
     expect_status 101
     [ "$(tail -n 1 "$OUT")" = 'Installation failed in step 1.' ]
