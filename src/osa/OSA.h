@@ -184,6 +184,7 @@ public:
         virtual ~IOSA_FindFile_imp() = default;
         virtual const char* FindFirst(const char* dir) = 0;
         virtual const char* Next() = 0;
+        [[nodiscard]] virtual bool MayBeDir() const = 0;
     };
 
     OSA_FindFile();
@@ -193,6 +194,10 @@ public:
 
     /// Returns the next name, or null at the end.
     [[nodiscard]] const char* Next() { return imp->Next(); }
+
+    /// Tells whether the entry whose name was returned last may be a folder or lead to one. The
+    /// listing knows of most entries that they are something else; of the rest OSA_IsDir does.
+    [[nodiscard]] bool MayBeDir() const { return imp->MayBeDir(); }
 
 private:
     std::unique_ptr<IOSA_FindFile_imp> imp;

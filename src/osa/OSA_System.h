@@ -31,7 +31,8 @@
 /// Lists a folder, "." and ".." included when there are such entries, in the collation order of
 /// the process's locale.
 /// @param entries  set to the listing when the result is not negative: a block that the caller
-///                 frees with `free`, after each entry in it
+///                 frees with `free`, after each entry in it; an entry's d_type must be right or
+///                 DT_UNKNOWN
 /// @return the number of entries, or -1 with `errno` set
 [[nodiscard]] int OSA_SystemList(const char* dir, dirent*** entries);
 

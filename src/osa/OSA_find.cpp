@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace
 {
@@ -40,6 +41,15 @@ public:
         return nullptr;
     }
 
+    [[nodiscard]] bool MayBeDir() const override
+    {
+        if (index == 0) {
+            return true; // no entry yet
+        }
+        const unsigned char type = entries[index - 1]->d_type;
+        return type == DT_DIR || type == DT_LNK || type == DT_UNKNOWN;
+    }
+
 private:
     void Release()
     {
@@ -68,20 +78,13 @@ std::string Join(const std::string& folder, const char* name)
     return path.append(entry);
 }
 
-/// Copies one entry of a folder: a folder with all it holds, anything else by `cp`.
-int CopyEntry(const std::string& source, std::string target, bool record)
+/// Appends the files that were copied to the engine's list, and forgets them here.
+void Record(std::vector<std::string>& copied)
 {
-    if (OSA_IsDir(source.c_str())) {
-        return OSA_CopyDirIn(source.c_str(), target.c_str(), record);
+    for (std::string& file : copied) {
+        q_UpdaterEngine::CopyFileList->AppendOnce(std::move(file));
     }
-    if (const int status = OSA_Shell(R"(cp -f "%s" "%s" )", source.c_str(), target.c_str());
-        status != 0) {
-        return status;
-    }
-    if (record) {
-        q_UpdaterEngine::CopyFileList->AppendOnce(std::move(target));
-    }
-    return 0;
+    copied.clear();
 }
 
 } // namespace
@@ -101,12 +104,24 @@ int OSA_CopyDirIn(const char* src, const char* dst, bool record)
         }
     }
 
+    // Recorded together: what a command has pushed out of the processor's cache is fetched once.
+    std::vector<std::string> copied;
+    int status = 0;
     OSA_FindFile listing;
-    for (const char* name = listing.FindFirst(src); name != nullptr; name = listing.Next()) {
-        if (const int status = CopyEntry(Join(src, name), Join(prefix, name), record);
-            status != 0) {
-            return status;
+    for (const char* name = listing.FindFirst(src); name != nullptr && status == 0;
+         name = listing.Next()) {
+        const std::string source = Join(src, name);
+        std::string target = Join(prefix, name);
+        if (listing.MayBeDir() && OSA_IsDir(source.c_str())) {
+            Record(copied);
+            status = OSA_CopyDirIn(source.c_str(), target.c_str(), record);
+            continue;
+        }
+        status = OSA_Shell(R"(cp -f "%s" "%s" )", source.c_str(), target.c_str());
+        if (status == 0 && record) {
+            copied.push_back(std::move(target));
         }
     }
-    return 0;
+    Record(copied);
+    return status;
 }

@@ -3,6 +3,7 @@
 #include "osa/OSA.h"
 #include "support/EngineFixture.h"
 #include "support/ShellRecorder.h"
+#include "support/SystemFiles.h"
 #include "support/TempDir.h"
 
 #include <algorithm>
@@ -64,6 +65,34 @@ protected:
 private:
     TempDir m_dir;
     mode_t m_umask;
+};
+
+/// A file system that may not tell the kinds of its entries, and counts who asks for one.
+class Kinds final : public SystemFiles
+{
+public:
+    explicit Kinds(bool areTold) : m_areTold(areTold) {}
+
+    [[nodiscard]] int Stat(const char* path, struct stat* info) override
+    {
+        m_asked.push_back(fs::path(path).filename());
+        return SystemFiles::Stat(path, info);
+    }
+    [[nodiscard]] int List(const char* dir, dirent*** entries) override
+    {
+        const int count = SystemFiles::List(dir, entries);
+        for (int index = 0; index < count && !m_areTold; ++index) {
+            (*entries)[index]->d_type = DT_UNKNOWN;
+        }
+        return count;
+    }
+
+    /// The names that were looked at.
+    [[nodiscard]] const std::vector<std::string>& Asked() const { return m_asked; }
+
+private:
+    bool m_areTold;
+    std::vector<std::string> m_asked;
 };
 
 } // namespace
@@ -213,6 +242,48 @@ TEST_F(OsaCopyDirIn, CopiesToTheRootWithoutCreatingOrRecordingIt)
                             CpTo("s/kx-no-such-folder/f", "/kx-no-such-folder/f")));
     EXPECT_THAT(Folders(), ElementsAre("/kx-no-such-folder"));
     EXPECT_THAT(Files(), ElementsAre("/kx-no-such-file", "/kx-no-such-folder/f"));
+}
+
+TEST_F(OsaCopyDirIn, LooksOnlyAtEntriesThatMayBeFolders)
+{
+    Dir().Write("s/a", "");
+    Dir().Write("s/b/c", "");
+    fs::create_symlink("a", In("s/d"));
+    fs::create_directory_symlink("b", In("s/e"));
+    ShellRecorder shell;
+    const Kinds kinds(true);
+
+    EXPECT_EQ(Copy(), 0);
+
+    EXPECT_THAT(kinds.Asked(), ElementsAre("t", "b", "b", "d", "e", "e"));
+    EXPECT_THAT(shell.Commands(), ElementsAre(Mkdir("t"), Cp("a"), Mkdir("t/b"), Cp("b/c"), Cp("d"),
+                                              Mkdir("t/e"), Cp("e/c")));
+}
+
+TEST_F(OsaCopyDirIn, LooksAtEveryEntryWhoseKindIsNotTold)
+{
+    Dir().Write("s/a", "");
+    Dir().Write("s/b/c", "");
+    ShellRecorder shell;
+    const Kinds kinds(false);
+
+    EXPECT_EQ(Copy(), 0);
+
+    EXPECT_THAT(kinds.Asked(), ElementsAre("t", "a", "b", "b", "c"));
+    EXPECT_THAT(shell.Commands(), ElementsAre(Mkdir("t"), Cp("a"), Mkdir("t/b"), Cp("b/c")));
+}
+
+TEST_F(OsaCopyDirIn, RecordsFilesInTheOrderOfTheirCopying)
+{
+    for (const char* const name : {"s/a", "s/b/c", "s/b/d/e", "s/b/f", "s/g"}) {
+        Dir().Write(name, "");
+    }
+    ShellRecorder shell;
+
+    EXPECT_EQ(Copy(), 0);
+
+    EXPECT_THAT(Files(),
+                ElementsAre(In("t/a"), In("t/b/c"), In("t/b/d/e"), In("t/b/f"), In("t/g")));
 }
 
 TEST_F(OsaCopyDirIn, RecordsNothingWhenRecordingIsOff)
