@@ -111,6 +111,7 @@ class Installation:
     seconds: int  # no further round begins that would probably not end within them
     files: int = 0
     is_long: bool = False  # has no second floor, and a smaller one of its kind proves its commands
+    parts: tuple = ()  # what a floor of its own does besides, "+" between several
 
 
 @dataclass(frozen=True)
@@ -151,6 +152,10 @@ WORKLOADS = {
                               9, 40, 300),
     "folder-1k": Installation("1,000 files of 4 KiB in 10 folders, one folder step",
                               lambda package: folder_step(package, 10, 100, 4096), 7, 60, 1000),
+    "folder-parts": Installation("1,000 files as before, and floors with parts of the updater's work",
+                                 lambda package: folder_step(package, 10, 100, 4096), 9, 240, 1000,
+                                 parts=("nothing", "format", "look", "record",
+                                        "format+look+record")),
     "folder-10k": Installation("10,000 files of 4 KiB in 100 folders, one folder step",
                                lambda package: folder_step(package, 100, 100, 4096), 3, 160, 10000),
     "folder-50k": Installation("50,000 files of 64 bytes in 100 folders, one folder step",
