@@ -132,8 +132,10 @@ def serve(stage):
     if web:
         _forward(stage, web, "websockify", "--web", NOVNC, f"127.0.0.1:{web}",
                  f"--unix-target={screen}")
-        say(f"The panel, in a browser: http://127.0.0.1:{web}/vnc.html?autoconnect=true&resize=scale")
-    print("Only this machine can connect, but every user of it. From another one, ask for a tunnel:")
+        say("The panel, in a browser: "
+            f"http://127.0.0.1:{web}/vnc.html?autoconnect=true&resize=scale")
+    print("Only this machine can connect, but every user of it. From another one, ask for a "
+          "tunnel:")
     for port in stage.options.ports():
         print(f"  ssh -L {port}:127.0.0.1:{port} THIS-MACHINE")
     _explain(stage, "Ctrl-C ends the demonstration.")

@@ -89,8 +89,8 @@ class Stage:
                 or not os.listdir(self.folder))
 
     def short(self, name):
-        """Returns a short path of a file in the folder, valid while this process lives: the paths of
-        sockets must be short, that of the folder need not be."""
+        """Returns a short path of a file in the folder, valid while this process lives: the path of
+        a socket must be short, that of the folder need not be."""
         if self._link is None:
             self._link = os.open(self.folder, os.O_RDONLY | os.O_DIRECTORY)
         return f"/proc/{os.getpid()}/fd/{self._link}/{name}"
