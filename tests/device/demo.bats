@@ -11,6 +11,16 @@ load sandbox_helper
 INSTALL=298,428
 OK=395,428
 
+# What is missing takes the time that it takes; the tests then wait for the demonstration alone.
+setup_file() {
+    local root
+    root=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
+    "$DEVICE_HOME/run" -- true >/dev/null 2>&1 || return 0
+    "$root/scripts/setup" build tools demo display web vnc 3>&-
+    (cd "$root/scripts" && /usr/bin/python3 -B -c 'from kxscripts.common import build
+build("release", "kx_Updater", "kx-package", "kx_probe")') 3>&-
+}
+
 setup() {
     require_device
     ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
@@ -78,7 +88,7 @@ play() {
 # serve OPTION...: starts the demonstration and waits until it has explained itself and the window
 # is there.
 serve() {
-    env --default-signal=INT setsid "$ROOT/scripts/demo" --dir "$DIR" "$@" \
+    env --default-signal=HUP,INT setsid "$ROOT/scripts/demo" --dir "$DIR" "$@" \
         >"$OUT" 2>&1 3>&- </dev/null &
     DEMO=$!
     local tries
@@ -130,6 +140,12 @@ with socket.socket() as found:
 # listening [PROCESS]: the TCP sockets that listen, as address:port in hexadecimal figures.
 listening() {
     awk '$4 == "0A" { print $2 }' "/proc/${1:-self}/net/tcp" "/proc/${1:-self}/net/tcp6" | sort
+}
+
+# press_install COMMAND...: presses Install, which the window may not show yet.
+press_install() {
+    "$@" >/dev/null
+    traced '^tool\twprotect_off'
 }
 
 # press_reboot COMMAND...: presses OK, or the button for the reboot which is at the same place.
@@ -232,16 +248,17 @@ END
 }
 
 @test "a folder with files of somebody else is left alone" {
-    mkdir "$DIR"
-    echo mine >"$DIR/file"
+    mkdir -p "$DIR/x11"
+    # Names that a demonstration has for its own, too.
+    echo mine | tee "$DIR/file" "$DIR/cookie" "$DIR/screen" >"$DIR/x11/file"
 
     play --headless
 
     [ "$status" -eq 1 ]
     [ "$(tail -n 1 "$OUT")" = \
         "scripts/demo: $DIR holds something else; name a new folder behind --dir" ]
-    [ "$(cat "$DIR/file")" = mine ]
-    [ "$(ls -A "$DIR")" = file ]
+    [ "$(cat "$DIR"/{file,cookie,screen,x11/file})" = "$(printf 'mine\n%.0s' 1 2 3 4)" ]
+    [ "$(find "$DIR" | wc -l)" -eq 6 ]
 }
 
 @test "browser and viewer press the buttons; only the forwarders listen, on loopback" {
@@ -268,8 +285,9 @@ with urllib.request.urlopen(sys.argv[1], timeout=10) as answer:
     print(answer.status, b"noVNC" in answer.read())' "http://127.0.0.1:$web/vnc.html"
     [ "$output" = '200 True' ]
     ! traced '^tool\twprotect_off' || fail 'it did not wait for the user'
-    run -0 "$BATS_TEST_DIRNAME/demo_viewer.py" web "$web" "$INSTALL"
+    run -0 "$BATS_TEST_DIRNAME/demo_viewer.py" web "$web"
     [ "$output" = 800x480 ]
+    wait_until press_install "$BATS_TEST_DIRNAME/demo_viewer.py" web "$web" "$INSTALL"
     wait_until traced '^drive\tunmount'
     run -0 "$BATS_TEST_DIRNAME/demo_viewer.py" vnc "$vnc"
     [ "$output" = 800x480 ]
@@ -307,6 +325,16 @@ with urllib.request.urlopen(sys.argv[1], timeout=10) as answer:
         wait_until gone "$process" || fail "process $process is left"
     done
     [ "$(listening)" = "$before" ]
+}
+
+@test "a request to end ends everything it has started, and so does a lost terminal" {
+    local signal
+    for signal in TERM HUP; do
+        serve --vnc "$(free_port)"
+        kill "-$signal" "$DEMO"
+        ended
+        [ "$status" -eq 143 ] || fail "$signal: exit status $status"
+    done
 }
 
 @test "a port that is taken is told before anything is done" {
@@ -360,7 +388,7 @@ press() {
     inside=$(member kx_Updater)
     [ "$(ls "/proc/$inside/root/tmp/.X11-unix")" = X1 ]
 
-    press "$INSTALL"
+    wait_until press_install press "$INSTALL"
     wait_until traced '^drive\tunmount'
     "$ROOT/device/drive" pull --state "$DIR/state"
     wait_until press_reboot press "$OK"

@@ -169,7 +169,7 @@ END
 
 # hello FILE: makes the example package with the updater that is tested.
 hello() {
-    (cd "$ROOT" && . scripts/lib.sh && hello_source "$WORK/hello")
+    (cd "$ROOT/scripts" && /usr/bin/python3 -B -m kxscripts.hello "$WORK/hello")
     "$KX_PACKAGE" build "$WORK/hello" -o "$1" --updater "$KX_UPDATER" --processor "$(uname -m)"
 }
 

@@ -17,7 +17,7 @@ setup() {
     cd "$BATS_TEST_TMPDIR" || return 1
     unset NO_COLOR
     local work=$PWD
-    (cd "$ROOT" && . scripts/lib.sh && hello_source "$work/source")
+    (cd "$ROOT/scripts" && /usr/bin/python3 -B -m kxscripts.hello "$work/source")
     "$KX_PACKAGE" build source -o built.kx-update --updater /usr/bin/true \
         --processor "$(uname -m)" >/dev/null
     unzip -q built.kx-update -d pkg

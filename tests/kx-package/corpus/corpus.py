@@ -30,13 +30,14 @@ import tempfile
 
 HERE = os.path.dirname(os.path.realpath(__file__))
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(HERE)))
-sys.path.insert(0, HERE)
+sys.path[:0] = [HERE, os.path.join(ROOT, "scripts")]
 sys.dont_write_bytecode = True
 
 # pylint: disable=wrong-import-position
 import agreement  # noqa: E402
 import archives  # noqa: E402
 import descriptions  # noqa: E402
+from kxscripts import hello  # noqa: E402
 
 
 def arguments():
@@ -55,8 +56,7 @@ def arguments():
 def base_package(folder, tool):
     """A package of the first two examples, with a small program in the updater's place."""
     source, package = folder + ".source", folder + ".kx-update"
-    subprocess.run(["bash", "-euc", '. scripts/lib.sh; hello_source "$0"', source], cwd=ROOT,
-                   check=True)
+    hello.source(source)
     subprocess.run([tool, "build", source, "-o", package, "--updater", "/usr/bin/true",
                     "--processor", platform.machine()], check=True, stdout=subprocess.DEVNULL)
     subprocess.run(["unzip", "-q", package, "-d", folder], check=True)
