@@ -13,6 +13,7 @@ import signal
 import socket
 import stat
 import time
+from typing import Callable, NamedTuple
 
 from kxdevice import cgroups, ids as ids_module, keeper, launch, linux, options as options_module
 from kxdevice import state as state_module, supervisor, trees
@@ -24,8 +25,26 @@ GRACE = 15  # seconds for the panel to end and report after it was told to
 BUILD = 300  # seconds to build the panel: copies of --put may be large
 
 
+class Fetch(NamedTuple):
+    """What the caller wants of the panel at its end."""
+
+    path: str = ""  # of a folder on the panel
+    take: Callable = None  # gets its descriptor; raises SandboxError or OSError
+    problem: str = ""  # begins the line that says why it could not be had
+
+
 def run(arguments, home):
     """Runs device/run; returns the exit status."""
+    status = play(arguments, home)
+    if status < 0:
+        signal.signal(-status, signal.SIG_DFL)
+        os.kill(os.getpid(), -status)
+    return status
+
+
+def play(arguments, home, fetch=Fetch()):
+    """Does what device/run does with these arguments, and fetches a folder of the panel when one is
+    named; returns the exit status, or the number below zero of the signal that ended the panel."""
     closed = _fill_standard_streams()
     try:
         options = options_module.parse(arguments)
@@ -38,7 +57,7 @@ def run(arguments, home):
     try:
         if options.erase:
             return _erase(options)
-        return _run_command(options, home, closed)
+        return _run_command(options, home, closed, fetch)
     except (SandboxError, OSError) as error:
         options_module.complain("device/run: cannot make the sandboxed device: "
                                 + linux.reason(error))
@@ -76,8 +95,8 @@ def _refuse_folders_as_streams(closed):
                 f"standard stream {number} is a folder, which would be a way out of the panel")
 
 
-def _run_command(options, home, closed):
-    """Runs the command on a panel; returns the exit status."""
+def _run_command(options, home, closed, fetch):
+    """Runs the command on a panel; returns the same as play."""
     ids = ids_module.for_caller()
     outputs = {field: _open_output(getattr(options, field))
                for field in ("trace", "summary", "summary_json")
@@ -96,20 +115,17 @@ def _run_command(options, home, closed):
         # Loaded only when wanted, as that takes its time; process 1 could not read it any more.
         from kxdevice import summary as _  # pylint: disable=import-outside-toplevel
     groups = cgroups.Groups()
-    front = Front(options, outputs, groups)
+    front = Front(options, outputs, groups, fetch)
     try:
         groups.make(f"kx-device-{os.getpid()}", options.memory << 20, options.processes)
         terms = launch.Terms(options_module.environment(options), options.processes,
                              options.ignore_sigchld, closed, groups.open_members())
         front.start(supervisor.Order(options, ids, stand_in, terms, outputs.get("trace", -1),
-                                     not groups.has_memory), lock)
+                                     not groups.has_memory, fetch.path), lock)
         status = front.wait()
     finally:
         front.clean_up()
-    if front.ended_by:
-        signal.signal(front.ended_by, signal.SIG_DFL)
-        os.kill(os.getpid(), front.ended_by)
-    return status
+    return -front.ended_by or status
 
 
 def _open_output(name):
@@ -122,12 +138,13 @@ def _open_output(name):
 class Front:
     """The side of one running panel that is not on the panel."""
 
-    def __init__(self, options, outputs, groups):
+    def __init__(self, options, outputs, groups, fetch):
         """outputs are descriptors of the files to write, by field of the options; groups are
-        removed at the end."""
+        removed at the end; fetch is a Fetch."""
         self.options = options
         self.outputs = outputs
         self.groups = groups
+        self.fetch = fetch
         self.keeper = 0
         self.life = -1  # its end ends the keeper, and it the panel
         self.wake = -1
@@ -307,6 +324,7 @@ class Front:
             say(f"device/run: the trace {options.trace} is incomplete "
                 f"({message['trace_failed']})")
             status = 1
+        status = self._take_fetched(message["fetch_failed"]) or status
         memory_over = message["reason"] == "memory" or self.groups.killed_for_memory()
         if time_over:
             say(f"device/run: ended after the time limit of {options.seconds} seconds")
@@ -318,6 +336,21 @@ class Front:
         if os.WIFSIGNALED(message["end"]):
             return 128 + os.WTERMSIG(message["end"])
         return os.WEXITSTATUS(message["end"]) or status
+
+    def _take_fetched(self, problem):
+        """Lets the caller take the folder; returns 1 when that is not possible."""
+        folder = self.control.take()
+        try:
+            if folder >= 0:
+                self.fetch.take(folder)
+        except (SandboxError, OSError) as error:
+            problem = linux.reason(error)
+        finally:
+            if folder >= 0:
+                os.close(folder)
+        if problem:
+            options_module.complain(f"{self.fetch.problem}: {problem}")
+        return 1 if problem else 0
 
     def clean_up(self):
         """Ends the panel, if it has not ended, and removes what it needed outside."""

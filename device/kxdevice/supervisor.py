@@ -14,7 +14,7 @@ import time
 from typing import NamedTuple
 
 from kxdevice import launch, linux, names, panel as panel_module
-from kxdevice import tools, trace as trace_module, usr
+from kxdevice import tools, trace as trace_module, trees, usr
 from kxdevice.linux import SandboxError
 
 LONGEST_CALL = 1 << 22
@@ -33,6 +33,7 @@ class Order(NamedTuple):
     terms: launch.Terms
     trace: int  # descriptor of the open file, or -1
     watch_memory: bool  # no control group does
+    fetched: str  # path of the folder that the front gets at the end, or ""
 
     def descriptors(self):
         """Returns the descriptors that process 1 needs of the front's."""
@@ -47,6 +48,7 @@ class Supervisor:
         self.options = order.options
         self.terms = order.terms
         self.watch_memory = order.watch_memory
+        self.fetched = order.fetched
         self.control = control
         self.panel = panel
         self.trace = trace_module.Trace(order.trace)
@@ -281,7 +283,31 @@ class Supervisor:
             after = summary.Picture(self.panel, self.tools.settings)
             result = summary.compare(self.before, after, self.tools.reboot_asked)
         self.control.send(end=self.status, reason=self.reason, summary=result,
-                          trace_failed=self.trace.failed)
+                          trace_failed=self.trace.failed, fetch_failed=self._hand_over())
+
+    def _hand_over(self):
+        """Hands the folder that is wanted to the front; returns what is wrong with it.
+
+        No link that the panel may have laid is followed. A folder that is missing is not wrong: the
+        command may have ended before it was made.
+        """
+        if not self.fetched:
+            return ""
+        folder = os.dup(self.panel.root)
+        try:
+            for name in self.fetched.strip("/").split("/"):
+                above = folder
+                try:
+                    folder = os.open(name, trees.DIR_FLAGS, dir_fd=above)
+                finally:
+                    os.close(above)
+            self.control.hand_over(folder)
+            os.close(folder)
+        except FileNotFoundError:
+            pass
+        except OSError as error:
+            return linux.reason(error)
+        return ""
 
 
 def _refuse_missing(folder):

@@ -62,12 +62,22 @@ class Source:
         return stat.S_ISDIR(self.mode)
 
 
+def _make(directory, name, action):
+    """Does an action that makes something of a name, in place of whatever has it; returns its
+    result. Looking first would cost as much as making, and nearly always nothing is there."""
+    try:
+        return action()
+    except FileExistsError:
+        remove(directory, name)
+        return action()
+
+
 def copy_file(source, directory, name, uid, gid):
     """Copies an open file to a name in an open directory, replacing what is there."""
     facts = os.fstat(source)
-    remove(directory, name)
-    target = os.open(name, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_NOFOLLOW | os.O_CLOEXEC,
-                     0o600, dir_fd=directory)
+    target = _make(directory, name, lambda: os.open(
+        name, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_NOFOLLOW | os.O_CLOEXEC, 0o600,
+        dir_fd=directory))
     try:
         while True:
             data = os.read(source, CHUNK)
@@ -102,8 +112,7 @@ def copy_content(source, target, uid, gid, path):
     for entry in found:
         name, where = entry.name, f"{path}/{entry.name}"
         if entry.is_symlink():
-            remove(target, name)
-            os.symlink(os.readlink(name, dir_fd=source), name, dir_fd=target)
+            _copy_link(source, target, name)
             os.chown(name, uid, gid, dir_fd=target, follow_symlinks=False)
         elif entry.is_dir(follow_symlinks=False):
             inner = os.open(name, DIR_FLAGS, dir_fd=source)
@@ -123,6 +132,11 @@ def copy_content(source, target, uid, gid, path):
                 os.close(inner)
         else:
             raise SandboxError(f"{where} is neither a file, a folder nor a link")
+
+
+def _copy_link(source, target, name):
+    link = os.readlink(name, dir_fd=source)
+    _make(target, name, lambda: os.symlink(link, name, dir_fd=target))
 
 
 def open_or_make(directory, name):

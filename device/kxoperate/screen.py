@@ -6,6 +6,8 @@ import os
 import select
 import subprocess
 
+from kxoperate import shared
+
 PATIENCE = 30  # seconds for a server to get ready
 WINDOW_MANAGER = """\
 <?xml version="1.0" encoding="UTF-8"?>
@@ -19,8 +21,8 @@ WINDOW_MANAGER = """\
 WINDOW_MANAGER_FONTS = """\
 <?xml version="1.0"?>
 <!DOCTYPE fontconfig SYSTEM "fonts.dtd">
-<fontconfig><dir>/usr/share/fonts/truetype/dejavu</dir></fontconfig>
-"""
+<fontconfig><dir>/usr/share/fonts/truetype/dejavu</dir><cachedir>%s</cachedir></fontconfig>
+""" % shared.FONT_CACHE
 
 
 class ScreenError(Exception):
@@ -47,7 +49,8 @@ class Screen:
             command = ["Xvnc", "-geometry", picture, "-depth", "24", "-rfbport", "-1",
                        "-rfbunixpath", serve, "-SecurityTypes", "None", "-AlwaysShared",
                        "-AcceptSetDesktopSize=0", "-DisconnectClients=0"]
-        command += ["-displayfd", str(writer), "-nolisten", "tcp", "-noreset"]
+        # A panel has no OpenGL, and loading it is half of the server's start.
+        command += ["-extension", "GLX", "-displayfd", str(writer), "-nolisten", "tcp", "-noreset"]
         self._start(command, pass_fds=[writer])
         os.close(writer)
         number = _read(reader, PATIENCE)

@@ -12,3 +12,4 @@ OPTIONS = {
     "--patience": ("SEC", "the longest wait for anything that the script waits for; 30"),
 }
 FAILED, NO_SCREEN = 3, 4  # exit statuses
+FONT_CACHE = "/var/cache/fontconfig"  # on the panel and, as a rule, on the machine

@@ -3,14 +3,10 @@
 """The command line of device/window: device/operate on a panel, with the updater and the probe."""
 
 import os
-import shutil
 import signal
-import subprocess
-import tempfile
 from typing import NamedTuple
 
-from kxdevice import linux, names, options as options_module, state as state_module, trees
-from kxdevice.linux import SandboxError
+from kxdevice import front, names, options as options_module, trees
 from kxoperate import shared
 
 USAGE = 2
@@ -60,7 +56,6 @@ class Options(NamedTuple):
     probe: str
     script: str = ""
     out: str = ""
-    state: str = ""
     run: tuple = ()  # for device/run
     operate: tuple = ()  # for device/operate
     command: tuple = COMMAND
@@ -75,13 +70,13 @@ def run(arguments, home):
         return USAGE
     if options is None:
         return options_module.show_help(_help())
-    if not options.out or options.state:
-        return _show(options, home, options.state)
-    temporary = tempfile.mkdtemp(prefix="kx-window.")
-    try:
-        return _show(options, home, os.path.join(temporary, "state"))
-    finally:
-        _forget(temporary)
+    fetch = front.Fetch()
+    if options.out:
+        fetch = front.Fetch(OUT, lambda folder: _copy_out(folder, options.out),
+                            f"device/window: {options.out}")
+    status = front.play(_words_of_run(options, home), home, fetch)
+    # Whatever asked for the end, the panel is ended in one way.
+    return 128 + signal.SIGTERM if status < 0 else status
 
 
 # -- the command line ------------------------------------------------------------------------
@@ -120,8 +115,6 @@ def _parse(arguments, built):
         elif name in ("--script", "--out", "--updater", "--probe"):
             own[name[2:]] = value
         else:
-            if name == "--state":
-                own["state"] = value
             to_run += [name, value]
     options = Options(**own, run=tuple(to_run), operate=tuple(to_operate),
                       command=tuple(rest) or COMMAND)
@@ -141,80 +134,40 @@ def _language(name):
 # -- the panel -------------------------------------------------------------------------------
 
 
-def _show(options, home, state):
-    """Shows the window on a panel that is kept in `state`, unless that is empty."""
-    status = _wait_for(_start(options, home, state))
-    if options.out and os.path.isdir(state):
-        try:
-            _copy_out(state, options.out)
-        except (SandboxError, OSError) as error:
-            options_module.complain(f"device/window: {options.out}: {linux.reason(error)}")
-            return status or 1
-    return status
-
-
-def _start(options, home, state):
+def _words_of_run(options, home):
+    """Returns the arguments of device/run."""
     shares = [(home, "device"), (options.updater, names.UPDATER), (options.probe, "plugins")]
     if options.script:
         shares.append((options.script, "script"))
-    command = [os.path.join(home, "run")]
+    words = []
     for host, inside in shares:
-        command += ["--share", f"{host}={KIT}/{inside}"]
-    command += ["--env", f"PATH={PATH}", *options.run]
-    if state and not options.state:
-        command += ["--state", state]
-    command += ["--", f"{KIT}/device/operate", "--plugins", f"{KIT}/plugins", "--out", OUT]
+        words += ["--share", f"{host}={KIT}/{inside}"]
+    words += [*_font_cache(), "--env", f"PATH={PATH}", *options.run]
+    words += ["--", f"{KIT}/device/operate", "--plugins", f"{KIT}/plugins", "--out", OUT]
     if options.script:
-        command += ["--script", f"{KIT}/script"]
-    return subprocess.Popen([*command, *options.operate, "--", *options.command],
-                            preexec_fn=_leave_interrupts_to_parent)
+        words += ["--script", f"{KIT}/script"]
+    return [*words, *options.operate, "--", *options.command]
 
 
-def _leave_interrupts_to_parent():
-    # The terminal sends them to both, and the panel is to be ended in one way only.
-    for number in (signal.SIGINT, signal.SIGQUIT):
-        signal.signal(number, signal.SIG_IGN)
+def _font_cache():
+    """Returns the words that bring what the machine knows of its fonts.
+
+    The panel has the same fonts, and the first program with windows would read every one of them.
+    """
+    try:
+        with os.scandir(shared.FONT_CACHE) as entries:
+            if all(entry.is_file() and os.access(entry.path, os.R_OK) for entry in entries):
+                return ["--put", f"{shared.FONT_CACHE}={shared.FONT_CACHE}"]
+    except OSError:
+        pass
+    return []
 
 
-def _wait_for(panel):
-    """Waits for the end of device/run, which a signal brings about earlier. Returns its exit status
-    as a shell tells it."""
-    def end(_number, _frame):
-        panel.terminate()
-
-    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
-        if signal.getsignal(number) != signal.SIG_IGN:
-            signal.signal(number, end)
-    status = panel.wait()
-    return 128 - status if status < 0 else status
-
-
-def _copy_out(state, out):
-    """Copies what operate left on the panel, following no link that the panel may have laid."""
-    folder = os.open(state, trees.DIR_FLAGS & ~os.O_NOFOLLOW)
-    for name in ("root", *OUT.strip("/").split("/")):
-        above = folder
-        try:
-            folder = os.open(name, trees.DIR_FLAGS, dir_fd=above)
-        except FileNotFoundError:
-            return  # the panel ended before
-        finally:
-            os.close(above)
+def _copy_out(folder, out):
+    """Copies what operate left in an open folder of the panel."""
     os.makedirs(out, exist_ok=True)
     target = os.open(out, trees.DIR_FLAGS & ~os.O_NOFOLLOW)
     try:
         trees.copy_content(folder, target, os.geteuid(), os.getegid(), OUT)
     finally:
         os.close(target)
-        os.close(folder)
-
-
-def _forget(temporary):
-    state = os.path.join(temporary, "state")
-    try:
-        if os.path.lexists(state):
-            state_module.erase(state)
-    except (SandboxError, OSError) as error:
-        options_module.complain(f"device/window: {temporary} is left: {linux.reason(error)}")
-        return
-    shutil.rmtree(temporary, ignore_errors=True)

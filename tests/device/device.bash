@@ -31,24 +31,27 @@ KIT_SETTINGS=(
     ${KX_COVERAGE_OUT:+GCOV_PREFIX=/var/gcov})
 
 setup_file() {
-    # Asked once for all tests of a file; each test asks again only where the answer was no.
-    if "$RUN" -- true 2>/dev/null; then
-        export KX_DEVICE_IS_THERE=1
-    fi
+    compile_device
+    ask_for_device
+    make_memory_folder
+}
+
+teardown_file() {
+    rm -rf "${MEMORY:?}"
 }
 
 # device_setup: what every test begins with; files with a setup of their own call it first.
 device_setup() {
-    [ -n "${KX_DEVICE_IS_THERE:-}" ] || require_device
+    require_device
     [ -x "$KX_UPDATER" ] || fail "there is no updater at $KX_UPDATER"
-    WORK=$BATS_TEST_TMPDIR
+    WORK=$MEMORY/$BATS_TEST_NUMBER
     PACKAGES=$WORK/packages
     OUT=$WORK/out     # standard output, byte for byte
     ERR=$WORK/err     # standard error
     TRACE=$WORK/trace # the panel's events
     PANEL=$WORK/panel # what --look found
     STATE=$WORK/state # the panel's files, with --keep
-    mkdir "$PACKAGES"
+    mkdir -p "$PACKAGES"
     cat "$ROOT/tests/support/lsan.supp" "$ROOT/tests/device/lsan.supp" >"$WORK/lsan.supp"
 }
 
@@ -61,6 +64,7 @@ teardown() {
     for state in "${STATE:-/none}"*; do
         [ ! -d "$state" ] || "$RUN" --erase --state "$state"
     done
+    rm -rf "${WORK:-/none}"
 }
 
 # fail TEXT: ends the test and shows what the last run left.
@@ -77,12 +81,12 @@ fail() {
 
 # package NAME <RECIPE
 package() {
-    "$ROOT/tests/device/make_package.py" "$PACKAGES/$1"
+    TMPDIR=$WORK "$ROOT/tests/device/make_package.py" "$PACKAGES/$1"
 }
 
 # package_file FILE <RECIPE: makes a .kx-update file.
 package_file() {
-    "$ROOT/tests/device/make_package.py" --update "$1"
+    TMPDIR=$WORK "$ROOT/tests/device/make_package.py" --update "$1"
 }
 
 # ---- runs ----

@@ -10,16 +10,20 @@
 load sandbox_helper
 
 setup_file() {
+    compile_device
+    ask_for_device
+    make_memory_folder
     make_public_copy
 }
 
 teardown_file() {
-    rm -rf "$PUBLIC"
+    rm -rf "$PUBLIC" "${MEMORY:?}"
 }
 
 setup() {
     require_device
-    cd "$BATS_TEST_TMPDIR" || return
+    mkdir "$MEMORY/$BATS_TEST_NUMBER"
+    cd "$MEMORY/$BATS_TEST_NUMBER" || return
     mkdir stick other
     echo one >stick/note
     chmod 640 stick/note

@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/python3 -IS
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
 """Makes packages for the device tests, with kx-package.
@@ -371,7 +371,8 @@ class Package:
             elif is_as_built and own is not None and own.data[:20] == native:
                 self._build(source, target, f"{folder}/{UPDATER}")
             else:
-                subprocess.run(["zip", "-q", "-X", "-y", "-r", os.path.abspath(target), "."],
+                # Fast rather than small: most of it is the updater.
+                subprocess.run(["zip", "-q", "-1", "-X", "-y", "-r", os.path.abspath(target), "."],
                                cwd=folder, check=True)
 
     def _change(self, folder):

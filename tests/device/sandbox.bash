@@ -9,6 +9,8 @@
 . "$BATS_TEST_DIRNAME/sandbox_helper.bash"
 
 setup_file() {
+    compile_device
+    ask_for_device
     make_public_copy
     sleep 3600 3>&- &
     SENTINEL=$!

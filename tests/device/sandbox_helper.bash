@@ -9,15 +9,53 @@ bats_require_minimum_version 1.5.0
 DEVICE_HOME=$(cd "$(dirname "${BASH_SOURCE[0]}")/../../device" && pwd -P)
 export DEVICE_HOME
 
+# ask_for_device: asked once for all tests of a file; each test asks again only where the answer was
+# no.
+ask_for_device() {
+    if "$DEVICE_HOME/run" -- true 2>/dev/null; then
+        export KX_DEVICE_IS_THERE=1
+    fi
+}
+
 # Ends a test as skipped where the sandboxed device cannot be made; with CI=true that is a failure.
 require_device() {
     local problem
+    [ -z "${KX_DEVICE_IS_THERE:-}" ] || return 0
     problem=$("$DEVICE_HOME/run" -- true 2>&1) && return 0
     if [ "${CI:-}" = true ]; then
         echo "$problem" >&2
         return 1
     fi
     skip "$problem"
+}
+
+# compile_device: spares every start of the device the compiling of its modules, a third of it. The
+# device never writes into its own folder: root may start that of a user. What lies beside a module is
+# used only when it was made of the very same text.
+compile_device() {
+    local module name made
+    for module in "$DEVICE_HOME"/kx*/*.py; do
+        name=${module##*/}
+        made=("${module%/*}/__pycache__/${name%.py}".*.pyc)
+        [ "${made[0]}" -nt "$module" ] && continue
+        # A folder that cannot be written does no harm: the device starts all the same.
+        /usr/bin/python3 -m compileall -q --invalidation-mode checked-hash "$DEVICE_HOME" \
+            >/dev/null 2>&1 || true
+        return
+    done
+}
+
+# make_memory_folder: makes MEMORY, a new folder for panels and packages. It is in memory where that
+# has room and programs may run there: a disk takes long to make and remove files by the hundred.
+make_memory_folder() {
+    local parent=${TMPDIR:-/tmp} kind options room
+    if read -r kind options room < <(findmnt -n -b -o FSTYPE,OPTIONS,AVAIL /dev/shm) &&
+        [ "$kind" = tmpfs ] && [[ ,$options, != *,noexec,* ]] &&
+        [ "$room" -ge $((1 << 30)) ] && [ -w /dev/shm ]; then
+        parent=/dev/shm
+    fi
+    MEMORY=$(mktemp -d "$parent/kx-device-test-XXXXXX")
+    export MEMORY
 }
 
 # Runs a command on the sandboxed device: device [options] [--] COMMAND [ARG...]

@@ -131,3 +131,14 @@ END
     [ "$status" -eq 4 ]
     [ "$output" = 'operate: Xvfb: No such file or directory; scripts/setup demo installs it' ]
 }
+
+@test "the panel brings what the machine knows of its fonts, and need not read them" {
+    local cache=/var/cache/fontconfig
+    [ -n "$(ls -A "$cache" 2>/dev/null)" ] || skip "this machine keeps no $cache"
+
+    show --out "$WORK/seen" --no-wm -- /bin/sh -c "cd $cache && sha256sum -- *"
+
+    [ "$status" -eq 0 ]
+    (cd "$cache" && sha256sum -- *) >"$WORK/expected"
+    cmp "$WORK/expected" "$WORK/seen/updater.out"
+}
