@@ -191,7 +191,7 @@ const std::vector<RuleRow> kRows = {
     {"archive-comment", kSilent, "", {"4"}, EndComment},
 
     {"archive-too-many", kError, "", {"32760"}, Nest, kAmongOthers},
-    {"archive-too-many", kSilent, "", {"1000"}, Nest},
+    {"archive-too-many", kSilent, "", {"200"}, Nest},
 
     {"archive-gap", kWarning, "1/0/a", {"g", "gap"}, InsertBeforeLast},
     {"archive-gap", kWarning, "",

@@ -310,14 +310,40 @@ TEST_F(StageTest, FindsTheUpdaterAsTheWindowDoes)
     EXPECT_TRUE(stage.CanStartUpdater(false));
 }
 
+TEST_F(StageTest, FindsTheUpdaterThatAnybodyMayExecute)
+{
+    for (const unsigned mode : {0755U, 0100U, 0010U, 0001U, 0641U, 0654U}) {
+        VirtualPanel fresh("");
+        MadePackage made;
+        made.Add(kFile, "kx_Updater", "", mode);
+        Stage stage(fresh, made, plan);
+        static_cast<void>(Unpack(stage));
+
+        EXPECT_TRUE(stage.CanStartUpdater(false)) << std::oct << mode;
+    }
+}
+
 TEST_F(StageTest, FindsNoUpdaterThatCannotBeExecuted)
 {
-    package.Add(kFile, "kx_Updater", "", 0644);
+    for (const unsigned mode : {0644U, 0U, 0666U, 04222U}) {
+        VirtualPanel fresh("");
+        MadePackage made;
+        made.Add(kFile, "kx_Updater", "", mode);
+        Stage stage(fresh, made, plan);
+        static_cast<void>(Unpack(stage));
+
+        EXPECT_FALSE(stage.CanStartUpdater(false)) << std::oct << mode;
+        EXPECT_TRUE(stage.CanStartUpdater(true)) << "the window was told another one";
+    }
+}
+
+TEST_F(StageTest, AFolderIsNoUpdater)
+{
+    package.Add(kFolder, "kx_Updater", "", 0755);
     Stage stage(panel, package, plan);
     static_cast<void>(Unpack(stage));
 
     EXPECT_FALSE(stage.CanStartUpdater(false));
-    EXPECT_TRUE(stage.CanStartUpdater(true)) << "the window was told another one";
 }
 
 TEST_F(StageTest, FindsNoUpdaterInAFolderOfForeignLetters)
