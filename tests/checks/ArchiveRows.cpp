@@ -190,8 +190,18 @@ const std::vector<RuleRow> kRows = {
     {"archive-comment", kError, "", {"\1"}, Patched(kEndRecord, 20)},
     {"archive-comment", kSilent, "", {"4"}, EndComment},
 
-    {"archive-too-many", kError, "", {"32760"}, Nest, kAmongOthers},
+    // All names have 256 MiB with those of the folders above them, and one level more.
+    {"archive-too-many", kError, "", {"16381", "32760"}, Nest, kAmongOthers},
     {"archive-too-many", kSilent, "", {"200"}, Nest},
+    {"archive-too-many",
+     kSilent,
+     "",
+     {"3000"},
+     [](Recipe& r, const std::string& v) {
+         r.description.clear();
+         Nest(r, v);
+     },
+     kAmongOthers},
 
     {"archive-gap", kWarning, "1/0/a", {"g", "gap"}, InsertBeforeLast},
     {"archive-gap", kWarning, "",
