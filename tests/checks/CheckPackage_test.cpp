@@ -112,6 +112,24 @@ TEST(CheckPackage, OnlyWarnsOfAMissingUpdaterInAFolder)
     EXPECT_THAT(Problems(recipe.CheckFolder()), ElementsAre("warning updater-missing "));
 }
 
+TEST(CheckPackage, WarnsOfWhatIsNeitherFileNorFolder)
+{
+    Recipe recipe;
+    recipe.parts.push_back({"1/0/pipe", "", 0010600});
+
+    EXPECT_THAT(Problems(recipe.CheckFolder()), ElementsAre("warning entry-link 1/0/pipe"));
+}
+
+TEST(CheckPackage, WarnsOfAFoldersUpdaterThatIsNotExecutable)
+{
+    Recipe recipe;
+    recipe.Part("kx_Updater").mode = 0100644;
+    EXPECT_THAT(Problems(recipe.CheckFolder()), ElementsAre("warning updater-mode kx_Updater"));
+
+    recipe.Part("kx_Updater").mode = 0100700;
+    EXPECT_THAT(Problems(recipe.CheckFolder()), IsEmpty());
+}
+
 TEST(CheckPackage, FollowsTheLinksOfAFolder)
 {
     Recipe recipe;

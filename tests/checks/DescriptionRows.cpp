@@ -59,10 +59,23 @@ void AddArrays(Recipe& recipe, const std::string& count)
     AddKey(recipe, std::string(size, '[') + std::string(size, ']'));
 }
 
-/// Makes the description a number with commas behind it; each comma counts as a value.
-void SetCommas(Recipe& recipe, const std::string& count)
+/// Makes the description a number with as many characters behind it; what counts as a value comes
+/// on top of the number.
+Put Repeated(std::size_t count)
 {
-    recipe.description = kMark + std::string("1") + std::string(std::stoul(count), ',');
+    return [count](Recipe& recipe, const std::string& value) {
+        recipe.description = kMark + std::string("1") + std::string(count, value.front());
+    };
+}
+
+/// Makes the description a text of more pieces than values are taken.
+void SetText(Recipe& recipe, const std::string& piece)
+{
+    recipe.description = kMark + std::string("\"");
+    for (int i = 0; i < 1000001; ++i) {
+        recipe.description += piece;
+    }
+    recipe.description += "\"";
 }
 
 /// Gives a field of the root a value that the window has to show.
@@ -92,8 +105,10 @@ const std::vector<RuleRow> kRows = {
 
     {"description-size", kError, kFile, {"1", "abc", kMark}, SetBytes},
     {"description-size", kSilent, "", {"abc1", kMark + std::string("1")}, SetBytes, kAmongOthers},
-    {"description-size", kError, kFile, {"1000000"}, SetCommas},
-    {"description-size", kSilent, "", {"999999"}, SetCommas, kAmongOthers},
+    {"description-size", kError, kFile, {",", "[", "{"}, Repeated(1000000)},
+    {"description-size", kSilent, "", {",", "[", "{"}, Repeated(999999), kAmongOthers},
+    {"description-size", kSilent, "", {"]", "}", ":", "1"}, Repeated(1000001), kAmongOthers},
+    {"description-size", kSilent, "", {",", "\\\"["}, SetText, kAmongOthers},
 
     {"description-encoding",
      kError,

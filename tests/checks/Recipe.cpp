@@ -9,6 +9,7 @@
 
 #include <algorithm>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kx::checks
@@ -130,6 +131,8 @@ Findings Recipe::CheckFolder() const
         if ((part.mode & 0170000U) == 0120000U) {
             folder.MakeDir("hello/" + part.name.substr(0, part.name.rfind('/')));
             EXPECT_EQ(symlink(part.content.c_str(), (folder / ("hello/" + part.name)).c_str()), 0);
+        } else if ((part.mode & 0170000U) == 0010000U) {
+            EXPECT_EQ(mkfifo((folder / ("hello/" + part.name)).c_str(), 0600), 0);
         } else {
             folder.Write("hello/" + part.name, part.content, part.mode & 0777U);
         }
