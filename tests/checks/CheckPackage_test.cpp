@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <utility>
+
 namespace kx::checks
 {
 
@@ -110,6 +112,37 @@ TEST(CheckPackage, OnlyWarnsOfAMissingUpdaterInAFolder)
     recipe.parts.erase(recipe.parts.begin());
 
     EXPECT_THAT(Problems(recipe.CheckFolder()), ElementsAre("warning updater-missing "));
+}
+
+TEST(CheckPackage, MindsOfAFoldersNameOnlyWhatTheRecordGets)
+{
+    const std::vector<std::pair<std::string, std::vector<std::string>>> rows = {
+        {"hello", {}},
+        {"hello.temp", {}},
+        {"hello.zip", {}},
+        {"a*b", {}},
+        {"h\xc3\xa4llo", {"error installation-fails "}}, // the window does not find its updater
+        {"a.temp.b", {"warning name-temp "}},
+        {"a.temp.temp", {"warning name-temp "}},
+        {".temp", {"error name-empty ", "warning name-temp "}},
+        {"a$b", {"error name-shell "}},
+        {"a:b", {"error name-separator "}},
+    };
+    for (const auto& [name, problems] : rows) {
+        Recipe recipe;
+        recipe.folderName = name;
+        EXPECT_EQ(Problems(recipe.CheckFolder()), problems) << name;
+    }
+}
+
+TEST(CheckPackage, SaysNothingOfADescriptionThatDoesNotArrive)
+{
+    Recipe recipe;
+    recipe.Replace("\"755\"", "\"rwx\"");
+    recipe.damage = [](std::string& zip) { archive::Patch(zip, archive::kCentral, 6, "\x3f"); };
+
+    EXPECT_THAT(Problems(recipe.Check()),
+                ElementsAre("error entry-version UserPackage.kx-project"));
 }
 
 TEST(CheckPackage, WarnsOfWhatIsNeitherFileNorFolder)

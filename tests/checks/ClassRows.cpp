@@ -92,6 +92,16 @@ void NestEmpty(Recipe& recipe, const std::string& lists)
     NestLists(recipe, std::stoul(lists), "");
 }
 
+/// Adds lists in lists below a key that nobody reads: 2 ^ count - 1 objects in all.
+void Double(Recipe& recipe, const std::string& count)
+{
+    std::string lists;
+    for (std::size_t i = 0; i < std::stoul(count); ++i) {
+        lists = "{\"a\": [" + lists + "]}";
+    }
+    recipe.Replace("{", "{\"other\": " + lists + ",");
+}
+
 /// Puts script steps in the script that a removal would run: so many objects stand in each other.
 void NestObjects(Recipe& recipe, const std::string& objects)
 {
@@ -118,6 +128,11 @@ const std::vector<RuleRow> kRows = {
     {"lists-nested", kSilent, "", {"3"}, NestFilled},
     {"lists-nested", kSilent, "", {"4"}, NestEmpty, kAmongOthers},
     {"lists-nested", kSilent, "", {"40"}, NestObjects, kAmongOthers},
+
+    // What takes too long to read is told where nothing else is wrong.
+    {"installation-fails", kError, "", {"22"}, Double},
+    {"installation-fails", kSilent, "", {"21"}, Double},
+    {"installation-fails", kSilent, "", {"24"}, NestFilled, kAmongOthers},
 
     {"type-missing",
      kError,

@@ -19,6 +19,7 @@ public:
     Recipe();
 
     std::string fileName = "hello.kx-update";
+    std::string folderName = "hello";    ///< when it is checked as a folder
     std::string description;             ///< with its byte order mark
     std::vector<archive::ZipPart> parts; ///< without the description
     std::string neighbour;               ///< name of a file beside the package; none when empty

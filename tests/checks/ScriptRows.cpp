@@ -21,6 +21,14 @@ void InSkippable(Recipe& recipe, const std::string& script)
     kStep(recipe, script);
 }
 
+/// Lets the first step fail without an error of its own, and adds a file with one.
+void FailBeside(Recipe& recipe, const std::string& name)
+{
+    recipe.Replace("/opt/hello", "/mnt/usb/hello.temp/0/0/hello");
+    recipe.parts.push_back({name, ""});
+    recipe.parts.back().extra = archive::Bytes(0x7075, 2) + archive::Bytes(6, 2) + "\1crc.x";
+}
+
 const std::vector<RuleRow> kRows = {
     {"script-empty", kWarning, kScript, {"", " ", "\\n", "\\t\\r\\n"}, kStep},
     {"script-empty", kWarning, kStartup, {"", " \\t\\r\\n"}, kStart},
@@ -110,6 +118,9 @@ const std::vector<RuleRow> kRows = {
      {"/mnt/usb/hello.temp/0/0/hello"},
      Text("/opt/hello"),
      kAmongOthers},
+    // An error in the payload of another step, or in what is none, does not say why.
+    {"installation-fails", kError, kStep0, {"0x", "00/0/a", "1/0/b"}, FailBeside, kAmongOthers},
+    {"installation-fails", kSilent, "", {"0/1/a"}, FailBeside, kAmongOthers},
     {"installation-fails",
      kSilent,
      "",
