@@ -51,7 +51,7 @@ TEST(CheckPackage, TellsAllProblemsAtOnce)
 TEST(CheckPackage, NamesTheNearestOfTheFilesInTheItemsOwnFolder)
 {
     Recipe recipe;
-    recipe.Part("0/0/hello").name = "0/0/zz";
+    recipe.Part("0/0/hello").name = "0/0/aa";
     recipe.parts.push_back({"0/0/hallo", ""});
     recipe.parts.push_back({"0/0/a/hello2", ""});
     EXPECT_EQ(recipe.Check().All().front().what,

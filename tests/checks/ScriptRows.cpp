@@ -67,6 +67,18 @@ const std::vector<RuleRow> kRows = {
      {"\\ufeff#!/bin/sh\\ntrue", "\xef\xbb\xbf#!/bin/sh\\ntrue"},
      kStep},
     {"script-mark", kWarning, kScript, {"\\ufeff#!/bin/sh\\ntrue"}, InSkippable},
+    {"script-interpreter",
+     kError,
+     kStartup,
+     {"#!sh"},
+     [](Recipe& r, const std::string& v) {
+         r.description.replace(r.description.rfind("false"), 5, "true");
+         kStart(r, v);
+     }},
+    // Only the start-up setting has a script, and only under that name.
+    {"script-interpreter", kSilent, "", {"CustomScript"}, Text("Volume")},
+    {"setting-shell", kError, kStartup, {"customScript", "Script"}, Text("CustomScript")},
+
     {"script-mark", kError, kStartup, {"\\ufeff#!/bin/sh\\nstart"}, kStart},
     {"script-mark", kSilent, "", {"#!/bin/sh\\n\\ufeff"}, kStep},
     {"script-mark", kSilent, "", {"\\ufeff"}, Text("gone")},

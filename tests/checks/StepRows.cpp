@@ -153,7 +153,7 @@ const std::vector<RuleRow> kRows = {
     {"payload-missing",
      kError,
      kSource0,
-     {"", "0/0/", "0/0/hello/", "0/0/x/hello", "0/0/hello/x"},
+     {"", "0/0/", "0/0/hello/", "0/0/x/hello", "0/0/hello/x", "0/0/hello/ 0/0/y"},
      ReplaceFile,
      kAmongOthers},
     {"payload-missing", kError, kSource0, {""}, ReplaceFile},
@@ -251,6 +251,15 @@ const std::vector<RuleRow> kRows = {
          r.parts.push_back({"0/7/x", ""});
      },
      kAmongOthers},
+    {"payload-unused",
+     kWarning,
+     "@",
+     {"01/x", "0x"},
+     [](Recipe& r, const std::string& v) {
+         r.Replace("SS_CopyFileStepSet", "x");
+         r.parts.push_back({v, ""});
+     },
+     kAmongOthers},
 
     {"source-shell", kError, kSource0, {"$a", "a`b", "a\"b", "$(a)"}, NameFile},
     {"source-shell", kError, "@", {"1/0/$a", "1/0/a`", "1/0/a\"", "1/0/$(b)"}, Added()},
@@ -271,6 +280,23 @@ const std::vector<RuleRow> kRows = {
      {"0", "755", "0755", "7777", "00007777", " 755 ", "u+x", "u+", "a=rx,g-w", "u=g", "ug+rwX",
       "u+x-w", "o=t"},
      Text("755")},
+    {"permissions",
+     kWarning,
+     kMode0,
+     {"true"},
+     [](Recipe& r, const std::string& v) {
+         r.Replace("\"CanSkip\": false", "\"CanSkip\": " + v);
+         r.Replace("755", "rwx");
+     }},
+    {"permissions",
+     kError,
+     kMode0,
+     {"other"},
+     [](Recipe& r, const std::string& v) {
+         r.Replace("CanSkip", v);
+         r.Replace("755", "rwx");
+     },
+     kAmongOthers},
 
     {"permissions-mask",
      kWarning,

@@ -56,6 +56,19 @@ void Skippable(Recipe& recipe)
     recipe.Replace("\"CanSkip\": false", "\"CanSkip\": true");
 }
 
+void SkippableFolder(Recipe& recipe, const std::string& target)
+{
+    const std::size_t at = recipe.description.find("SS_CopyFolderStepSet");
+    recipe.description.replace(recipe.description.find("false", at), 5, "true");
+    recipe.Replace("\"/opt/share\"", "\"" + target + "\"");
+}
+
+void SkippableFile(Recipe& recipe, const std::string& target)
+{
+    Skippable(recipe);
+    recipe.Replace("\"/opt/hello\"", "\"" + target + "\"");
+}
+
 constexpr const char* kSettings = "DB_StepSets.$values[3]";
 
 const std::vector<RuleRow> kRows = {
@@ -63,6 +76,8 @@ const std::vector<RuleRow> kRows = {
     {"target-empty", kError, kTarget1, {""}, kFolder},
     {"target-empty", kSilent, "", {"/a"}, kFile},
     {"target-empty", kSilent, "", {"/"}, kFolder},
+    {"target-empty", kWarning, kTarget0, {""}, SkippableFile},
+    {"target-empty", kError, kTarget1, {""}, SkippableFolder},
 
     {"target-relative",
      kError,
@@ -132,6 +147,15 @@ const std::vector<RuleRow> kRows = {
     {"target-conflict", kSilent, "", {"/opt/hello2", "/opt/hello-b/c", "/opt", "/etc"}, kFolder},
     {"target-conflict", kSilent, "", {"/opt/hello2/b", "/opt/Hello/b"}, AddItem, kAmongOthers},
     {"target-conflict", kSilent, "", {"/etc/passwd2/hello", "/opt/share/b/c"}, kFile},
+    {"target-conflict",
+     kError,
+     "DB_StepSets.$values[0].PathSetDatas.$values[1].DestinationPath",
+     {"/opt/"},
+     [](Recipe& r, const std::string& v) {
+         r.Replace("/opt/hello", "/opt/hello/b");
+         AddItem(r, v);
+     },
+     kAmongOthers},
 
     {"target-twice",
      kWarning,
@@ -195,6 +219,8 @@ const std::vector<RuleRow> kRows = {
      {"/opt/" + std::string(255, 'n'), "/" + std::string(255, 'n') + "/a"},
      kFile},
     {"target-long", kSilent, "", {PathOf("/opt", 4000)}, kFile, kAmongOthers},
+    {"target-long", kWarning, kTarget0, {"/opt/" + std::string(256, 'n')}, SkippableFile},
+    {"target-long", kWarning, kTarget1, {"/opt/" + std::string(256, 'n')}, SkippableFolder},
 
     {"target-lost",
      kWarning,
@@ -249,6 +275,15 @@ const std::vector<RuleRow> kRows = {
      kAmongOthers},
     {"command-too-long", kSilent, "", {"131071"}, SetCommand, kAmongOthers},
     {"command-too-long", kSilent, "", {"131071"}, SetCopy, kAmongOthers},
+    // The tool's failure ends no step, so that nothing is skipped either.
+    {"command-too-long",
+     kError,
+     kSettings,
+     {"131072"},
+     [](Recipe& r, const std::string& v) {
+         r.description.replace(r.description.rfind("false"), 5, "true");
+         SetCommand(r, v);
+     }},
 };
 
 } // namespace

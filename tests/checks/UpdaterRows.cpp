@@ -157,6 +157,24 @@ const std::vector<RuleRow> kRows = {
          Change(r, "64:4:4");
          Change(r, "96:8:100000");
      }},
+    {"updater-cut",
+     kError,
+     kUpdater,
+     {"176:8:201"},
+     [](Recipe& r, const std::string& v) {
+         Change(r, "32:8:144");
+         Change(r, "144:4:1");
+         Change(r, v);
+     }},
+    {"updater-cut",
+     kSilent,
+     "",
+     {"176:8:200"},
+     [](Recipe& r, const std::string& v) {
+         Change(r, "32:8:144");
+         Change(r, "144:4:1");
+         Change(r, v);
+     }},
     // The number of segments, their size, and where their table is.
     {"updater-cut", kError, kUpdater, {"56:2:3", "54:2:137", "32:8:145", "32:8:5000"}, Change},
     {"updater-cut", kSilent, "", {"56:2:2", "54:2:136", "32:8:144"}, Change},
