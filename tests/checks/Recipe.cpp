@@ -9,6 +9,7 @@
 
 #include <algorithm>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kx::checks
@@ -125,16 +126,20 @@ Findings Recipe::Check() const
 Findings Recipe::CheckFolder() const
 {
     const TempDir folder;
-    folder.Write("hello/UserPackage.kx-project", description);
+    folder.Write(folderName + "/UserPackage.kx-project", description);
     for (const archive::ZipPart& part : parts) {
         if ((part.mode & 0170000U) == 0120000U) {
-            folder.MakeDir("hello/" + part.name.substr(0, part.name.rfind('/')));
-            EXPECT_EQ(symlink(part.content.c_str(), (folder / ("hello/" + part.name)).c_str()), 0);
+            folder.MakeDir(folderName + "/" + part.name.substr(0, part.name.rfind('/')));
+            EXPECT_EQ(
+                symlink(part.content.c_str(), (folder / (folderName + "/" + part.name)).c_str()),
+                0);
+        } else if ((part.mode & 0170000U) == 0010000U) {
+            EXPECT_EQ(mkfifo((folder / (folderName + "/" + part.name)).c_str(), 0600), 0);
         } else {
-            folder.Write("hello/" + part.name, part.content, part.mode & 0777U);
+            folder.Write(folderName + "/" + part.name, part.content, part.mode & 0777U);
         }
     }
-    return CheckPackage(folder / "hello/", format::FindProcessor(processor));
+    return CheckPackage(folder / (folderName + "/"), format::FindProcessor(processor));
 }
 
 std::vector<std::string> Problems(const Findings& findings)

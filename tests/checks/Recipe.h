@@ -5,6 +5,7 @@
 #include "archive/ZipOf.h"
 #include "checks/Findings.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,16 +19,17 @@ public:
     Recipe();
 
     std::string fileName = "hello.kx-update";
+    std::string folderName = "hello";    ///< when it is checked as a folder
     std::string description;             ///< with its byte order mark
     std::vector<archive::ZipPart> parts; ///< without the description
     std::string neighbour;               ///< name of a file beside the package; none when empty
     std::string processor;               ///< the panel's; not known when empty
-    void (*damage)(std::string& zip) = nullptr; ///< done to the finished archive
+    std::function<void(std::string& zip)> damage; ///< done to the finished archive, when set
 
     /// Replaces a text in the description; it must be there.
     void Replace(const std::string& from, const std::string& to);
 
-    /// Returns the part of that name.
+    /// Returns the part of that name; it must be there.
     archive::ZipPart& Part(const std::string& name);
 
     /// The bytes of the archive.

@@ -1,8 +1,13 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "format/Description.h"
+#include "support/TempDir.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
 
 namespace kx::format
 {
@@ -46,6 +51,61 @@ TEST(FilledObjects, AreCountedUpToABound)
     }
 
     EXPECT_EQ(FilledObjects(text, 1000), 1000U);
+}
+
+TEST(ParseDescription, SkipsThreeBytesWhateverTheyAre)
+{
+    EXPECT_FALSE(ParseDescription("").root.has_value());
+    EXPECT_FALSE(ParseDescription("\xef\xbb\xbf").root.has_value());
+    EXPECT_TRUE(ParseDescription("\xef\xbb\xbf"
+                                 "1")
+                    .root.has_value());
+    EXPECT_TRUE(ParseDescription("abc{}").root.has_value());
+    EXPECT_FALSE(ParseDescription("{\"a\": 1}").root.has_value());
+    EXPECT_TRUE(ParseDescription("\xef\xbb\xbf{}").HasByteOrderMark());
+    EXPECT_FALSE(ParseDescription("\xef\xbb{}").HasByteOrderMark());
+}
+
+TEST(ParseDescription, EndsAtAZeroByte)
+{
+    const Description description = ParseDescription(std::string("abc{}\0{", 7));
+
+    EXPECT_TRUE(description.root.has_value());
+    EXPECT_EQ(description.text, "{}");
+    EXPECT_EQ(description.bytes.size(), 7U);
+    EXPECT_EQ(description.end, 2U);
+}
+
+TEST(ReadDescription, FollowsALinkToAFileOfThePackageOnly)
+{
+    const TempDir dir;
+    dir.Write("Foo/d/real", "abc{}");
+    const std::string path = dir / "Foo";
+    const std::string link = path + "/UserPackage.kx-project";
+    const auto told = [&path] {
+        return Thrown([&path] { static_cast<void>(ReadDescription(*archive::OpenFolder(path))); });
+    };
+    EXPECT_EQ(told(), "3: " + path +
+                          ": there is no UserPackage.kx-project at its top level; pack "
+                          "it from inside its folder");
+
+    for (const char* const target : {"gone", "d", "../Foo/d/real", "/etc/hostname"}) {
+        std::filesystem::create_symlink(target, link);
+        EXPECT_EQ(told(), "3: " + path + ":UserPackage.kx-project: is a link to '" + target +
+                              "', which is not a file in the package; pack the file itself (zip "
+                              "without -y)");
+        std::filesystem::remove(link);
+    }
+    std::filesystem::create_symlink("d/real", link);
+    EXPECT_EQ(ReadDescription(*archive::OpenFolder(path)).bytes, "abc{}");
+}
+
+TEST(RecordName, IsTheNameWithoutWhatTheWindowAdds)
+{
+    EXPECT_EQ(RecordName("/mnt/usb/Foo.kx-update"), "Foo");
+    EXPECT_EQ(RecordName("/mnt/usb/Foo.temp"), "Foo");
+    EXPECT_EQ(RecordName("/mnt/usb/Foo"), "Foo");
+    EXPECT_EQ(RecordName("/mnt/usb/a.b.kx-update"), "a.b");
 }
 
 } // namespace

@@ -62,7 +62,10 @@ TEST(IsSecret, KnowsPasswordsInAnyCase)
 {
     EXPECT_TRUE(IsSecret("Password"));
     EXPECT_TRUE(IsSecret("PASSWORD"));
+    EXPECT_TRUE(IsSecret("pASSWORD"));
     EXPECT_FALSE(IsSecret("Passwords"));
+    EXPECT_FALSE(IsSecret("Passwor"));
+    EXPECT_FALSE(IsSecret(""));
     EXPECT_FALSE(IsSecret("User"));
 }
 

@@ -5,6 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <string>
+#include <vector>
+
 #include <sys/utsname.h>
 
 namespace kx::format
@@ -12,13 +16,25 @@ namespace kx::format
 
 TEST(FindProcessor, KnowsNamesAndOtherWordsForThem)
 {
-    EXPECT_STREQ(FindProcessor("arm")->name, "arm");
-    EXPECT_STREQ(FindProcessor("armv7l")->name, "arm");
-    EXPECT_STREQ(FindProcessor("arm64")->name, "aarch64");
-    EXPECT_STREQ(FindProcessor("amd64")->name, "x86_64");
-    EXPECT_STREQ(FindProcessor("i686")->name, "i386");
-    EXPECT_EQ(FindProcessor("vax"), nullptr);
-    EXPECT_EQ(FindProcessor(""), nullptr);
+    const std::map<std::string, std::vector<std::string>> words = {
+        {"aarch64", {"aarch64", "arm64", "armv8", "armv8l"}},
+        {"arm", {"arm", "armhf", "armel", "armv5tel", "armv6l", "armv7", "armv7l"}},
+        {"i386", {"i386", "i486", "i586", "i686", "x86"}},
+        {"riscv64", {"riscv64"}},
+        {"x86_64", {"x86_64", "amd64", "x86-64"}},
+    };
+    std::vector<std::string> names;
+    for (const auto& [name, others] : words) {
+        names.push_back(name);
+        for (const std::string& word : others) {
+            ASSERT_NE(FindProcessor(word), nullptr) << word;
+            EXPECT_EQ(FindProcessor(word)->name, name) << word;
+        }
+    }
+    EXPECT_EQ(ProcessorNames(), names);
+    for (const char* const word : {"", "vax", "ARM", "arm6", "armv7l ", "x86_6", "i786"}) {
+        EXPECT_EQ(FindProcessor(word), nullptr) << word;
+    }
 }
 
 TEST(NativeProcessor, IsWhatTheSystemSays)
@@ -53,6 +69,13 @@ TEST(ProgramHead, TellsTheOrderOfBytesAndTheWordSize)
     std::string x32 = ProgramFor(*FindProcessor("x86_64"));
     x32[4] = 1; // 32 bits
     EXPECT_EQ(ReadProgramHead(x32)->ProcessorName(), "another processor");
+}
+
+TEST(ProgramHead, TakesTheFirstTwentyBytesAndNoFewer)
+{
+    const std::string program = ProgramFor(*FindProcessor("arm"));
+    EXPECT_EQ(ReadProgramHead(program.substr(0, 20))->ProcessorName(), "arm");
+    EXPECT_FALSE(ReadProgramHead(program.substr(0, 19)).has_value());
 }
 
 TEST(ProgramHead, IsNothingForOtherFiles)

@@ -50,6 +50,45 @@ TEST(ShellText, KnowsTheModesOfChmod)
     }
 }
 
+/// All characters of ASCII that a test takes between two texts.
+template <typename Test>
+std::string CharactersThat(const char* before, const char* after, Test isTaken)
+{
+    std::string characters;
+    for (char c = 1; c > 0 && c < 0x7f; ++c) {
+        characters += isTaken(before + std::string(1, c) + after) ? std::string(1, c) : "";
+    }
+    return characters;
+}
+
+TEST(ShellText, KnowsEveryCharacterThatTheShellReads)
+{
+    const auto isChanged = [](auto changed) {
+        return [changed](const std::string& text) { return !changed(text).empty(); };
+    };
+    const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz";
+
+    EXPECT_EQ(CharactersThat("a", ".", isChanged(ChangedInDoubleQuotes)), "\"`");
+    EXPECT_EQ(CharactersThat("a\\", "b", isChanged(ChangedInDoubleQuotes)), "\n\"$\\`");
+    EXPECT_EQ(CharactersThat("a$", ".", isChanged(ChangedInDoubleQuotes)),
+              "!\"#$(*-0123456789?@" + letters.substr(0, 26) + "_`" + letters.substr(27) + "{");
+    EXPECT_EQ(CharactersThat("a", "b", isChanged(ChangedInSingleQuotes)), "'");
+    EXPECT_EQ(CharactersThat("a", ".", isChanged(ChangedBare)), "\n\"&'();<>\\`|");
+    EXPECT_EQ(CharactersThat("a$", ".", isChanged(ChangedBare)),
+              "\n!\"#$&'()*-0123456789;<>?@" + letters.substr(0, 26) + "\\_`" + letters.substr(27) +
+                  "{|");
+    EXPECT_EQ(CharactersThat("a\\", "x", isChanged(ChangedByEcho)), "0\\abcefnrtv");
+}
+
+TEST(ShellText, KnowsEveryCharacterOfAMode)
+{
+    EXPECT_EQ(CharactersThat("", "+x", IsMode), "\t +-=agou");
+    EXPECT_EQ(CharactersThat("u", "x", IsMode), "+-=");
+    EXPECT_EQ(CharactersThat("u+", "", IsMode), "\t +-01234567=Xgorstuwx");
+    EXPECT_EQ(CharactersThat("u+r", "", IsMode), "\t +-=Xrstwx");
+    EXPECT_EQ(CharactersThat("", "", IsMode), "+-01234567=");
+}
+
 TEST(ShellText, TellsUtf8FromOtherBytes)
 {
     for (const char* const text : {"", "a", "\xc3\xa4", "\xe3\x81\x82", "\xf0\x9f\x98\x80"}) {
@@ -60,7 +99,8 @@ TEST(ShellText, TellsUtf8FromOtherBytes)
         EXPECT_FALSE(io::IsUtf8(text)) << text;
     }
     EXPECT_TRUE(HasForeignBytes("\xe4"));
-    EXPECT_FALSE(HasForeignBytes("a"));
+    EXPECT_TRUE(HasForeignBytes("a\x80"));
+    EXPECT_FALSE(HasForeignBytes("a\x7f"));
 }
 
 } // namespace

@@ -64,6 +64,47 @@ TEST_F(Summaries, TellWhatTheCopyStepsHave)
     EXPECT_TRUE(summary.steps[1].items[1].isMissing);
 }
 
+TEST_F(Summaries, TellWhatTheDescriptionSays)
+{
+    using namespace ProjectBuilder;
+
+    const Summary summary = Of({
+        ScriptStep("echo install", true),
+        CopyFileStep({CopyItem("y", "/kept/y")}, false, true),
+        CopyFolderStep({CopyItem("y", "/unrecorded")}, true, false),
+    });
+
+    EXPECT_THAT((std::vector{summary.title, summary.version, summary.comment, summary.model,
+                             summary.osVersion, summary.date}),
+                ElementsAre("Line 4 recipes", "1.0.3", "Adds the recipe viewer", "TP-0700", "2.1.0",
+                            "2024/05/17"));
+    ASSERT_EQ(summary.steps.size(), 3U);
+    EXPECT_EQ(summary.steps[0].kind, "script");
+    EXPECT_EQ(summary.steps[0].install, "echo install");
+    EXPECT_EQ(summary.steps[0].uninstall, "echo uninstall");
+    EXPECT_THAT(
+        (std::vector{summary.steps[0].canSkip, summary.steps[1].canSkip, summary.steps[2].canSkip}),
+        ElementsAre(true, false, true));
+    EXPECT_THAT((std::vector{summary.steps[0].isRecorded, summary.steps[1].isRecorded,
+                             summary.steps[2].isRecorded}),
+                ElementsAre(false, true, false));
+}
+
+TEST_F(Summaries, TakeAFolderForNoFileAndAFileForNoFolder)
+{
+    Payload("0/0/hello/inside");
+    m_dir.MakeDir("Foo.temp/1/0");
+    using namespace ProjectBuilder;
+
+    const Summary summary =
+        Of({CopyFileStep({CopyItem("hello", "/a")}), CopyFolderStep({CopyItem("x", "/b")})});
+
+    EXPECT_TRUE(summary.steps[0].items[0].isMissing);
+    EXPECT_EQ(summary.steps[0].items[0].files, 0U);
+    EXPECT_FALSE(summary.steps[1].items[0].isMissing) << "an empty folder is one";
+    EXPECT_EQ(summary.files, 0U);
+}
+
 TEST_F(Summaries, MaskPasswords)
 {
     using namespace ProjectBuilder;
@@ -94,6 +135,12 @@ TEST_F(Summaries, TellOfTheUpdater)
     m_dir.Write("Foo.temp/kx_Updater", "no program at all, whatever it says", 0644);
     const Summary bad = Of({});
     EXPECT_FALSE(bad.updater->program.has_value());
+    EXPECT_FALSE(bad.updater->isExecutable);
+
+    m_dir.Write("Foo.temp/kx_Updater", "no program", 0655);
+    EXPECT_FALSE(Of({}).updater->isExecutable) << "not by its owner";
+    m_dir.Write("Foo.temp/kx_Updater", "no program", 0744);
+    EXPECT_TRUE(Of({}).updater->isExecutable);
 }
 
 TEST_F(Summaries, GoOnWhereADescriptionIsWrong)

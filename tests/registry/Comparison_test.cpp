@@ -87,6 +87,18 @@ TEST(CompareRecord, FindsWhatIsMissingOrSomethingElse)
     EXPECT_EQ(comparison.OtherKind(), 3U);
 }
 
+TEST(CompareRecord, TellsWhatAloneIsWrong)
+{
+    const Panel panel;
+    panel.Record("file", {"/mnt/user/bin/hello"}, {});
+    panel.Record("folder", {}, {"/mnt/user/bin"});
+    panel.Record("missing", {}, {"/mnt/gone"});
+    for (const char* const name : {"file", "folder", "missing"}) {
+        EXPECT_TRUE(Compare(panel, name).HasProblems()) << name;
+        EXPECT_EQ(Compare(panel, name).deviations.size(), 1U) << name;
+    }
+}
+
 TEST(CompareRecord, ListsTenThousandAndCountsTheOthers)
 {
     const Panel panel;
@@ -146,9 +158,12 @@ TEST(CompareRecord, NamesTheNearestRecord)
     EXPECT_EQ(ErrorFor(panel, "zzzz"), "2: zzzz" + none + "there are demo and recipes");
     EXPECT_EQ(ErrorFor(panel, "demo\xff"), "2: demo\xff" + none + "did you mean 'demo'?");
 
-    for (int i = 0; i < 30; ++i) {
+    for (int i = 0; i < 18; ++i) {
         panel.MakeDir(RecordPath("filler" + std::to_string(i)));
     }
+    EXPECT_THAT(ErrorFor(panel, "zzzz"), ::testing::EndsWith("filler8, filler9 and recipes"));
+    panel.MakeDir(RecordPath("filler18"));
+    EXPECT_EQ(ErrorFor(panel, "Demo"), "2: Demo" + none + "did you mean 'demo'?");
     EXPECT_EQ(ErrorFor(panel, "zzzz"),
               "2: zzzz" + none + "kx-package installed lists what there is");
 }

@@ -122,6 +122,16 @@ INSTANTIATE_TEST_SUITE_P(
                     {"list-damaged: line 3 is cut off: the list was not written completely",
                      "list-damaged: the list does not name itself: it was cut, or is another "
                      "record's"}},
+        DamagedList{
+            "CutInTheFirstLine",
+            " #di",
+            {"list-damaged: line 1 is cut off: the list was not written completely",
+             "list-damaged: the line ' #file' is missing: the list was not written completely"}},
+        DamagedList{
+            "CutBehindTheFirstLine",
+            "\n",
+            {"list-damaged: line 1 comes before the line ' #dir'",
+             "list-damaged: the line ' #file' is missing: the list was not written completely"}},
         DamagedList{"CutBetweenLines",
                     " #dir\n #file\n/a/b\n",
                     {"list-damaged: the list does not name itself: it was cut, or is another "
@@ -200,6 +210,8 @@ TEST(ReadRecordList, RefusesAHugeListAndWhatCannotBeRead)
     const TempDir dir;
     const std::string path = dir.Write("list", "");
     const auto ignore = [](const ListEntry& /*entry*/) {};
+    std::filesystem::resize_file(path, std::uintmax_t{256} << 20);
+    EXPECT_NO_THROW(static_cast<void>(ReadFile(path, ignore))) << "the largest that is read";
     std::filesystem::resize_file(path, (std::uintmax_t{256} << 20) + 1);
 
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadFile(path, ignore)); }),

@@ -199,6 +199,17 @@ TEST(ReadRecord, TellsAListThatCannotBeRead)
                 ElementsAre("list-unreadable: installedFile.list is larger than 256.0 MiB"));
 }
 
+TEST(ReadRecord, CountsTheProblemsOfAListThatItLeavesOut)
+{
+    const Panel panel;
+    panel.Record("a", std::vector<std::string>(23, "no path"), {});
+
+    const Record record = ReadRecord(io::RootedFolder(panel.Root()), "a");
+
+    EXPECT_EQ(record.problems.size(), 20U);
+    EXPECT_EQ(record.omittedProblems, 3U);
+}
+
 TEST(ReadRecord, TellsWhatIsNoRecord)
 {
     const Panel panel;

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kx::rehearsal
@@ -166,10 +167,25 @@ TEST_F(Rehearsals, TellHowFarTheWindowGets)
     EXPECT_EQ(Rehearse(package).outcome, Outcome::kNotShown) << "there is no description";
 
     package.Add(kFile, kDescription, "\xef\xbb\xbf[]");
-    EXPECT_EQ(Rehearse(package).outcome, Outcome::kAborted);
+    const Plan aborted = Rehearse(package);
+    EXPECT_EQ(aborted.outcome, Outcome::kAborted);
+    EXPECT_EQ(aborted.commands.back().command.substr(0, 6), "unzip ") << "nobody is left to go on";
 
     package.path = "Foo.zip";
     EXPECT_EQ(Rehearse(package).outcome, Outcome::kNotFound);
+}
+
+TEST_F(Rehearsals, TellTheNameThatAFolderHasAsAPackage)
+{
+    const TempDir folders;
+    for (const auto& [folder, file] : {std::pair("Foo", "/mnt/usb/Foo.kx-update"),
+                                       std::pair("Foo.temp", "/mnt/usb/Foo.kx-update"),
+                                       std::pair(".temp", "/mnt/usb/.temp.kx-update"),
+                                       std::pair("temp", "/mnt/usb/temp.kx-update"),
+                                       std::pair("a.temp.b", "/mnt/usb/a.temp.b.kx-update")}) {
+        folders.MakeDir(folder);
+        EXPECT_EQ(Rehearse(*archive::OpenFolder(folders / folder)).packageFile, file);
+    }
 }
 
 TEST_F(Rehearsals, TellAnotherPackageOnTheDrive)

@@ -145,6 +145,8 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{"SettingsVariable", "kx-setting-cui set Level=$X ", 0, "DU"},
         CommandCase{"SettingsPattern", "kx-setting-cui set Level=* ", 0, "DU"},
         CommandCase{"SettingsComment", "kx-setting-cui set Level=1 #=2 ", 0, "DU"},
+        CommandCase{"UnpackVariable", R"(unzip -o "/mnt/usb/$X" -d "/mnt/usb/Foo.temp" )", 0, "D"},
+        CommandCase{"UnpackToVariable", R"(unzip -o "/mnt/usb/Foo" -d "/mnt/usb/$X" )", 0, "D"},
         CommandCase{"Umount", "/usr/bin/kxsystem/usb_umount", 0, ""},
         CommandCase{"Reboot", "/sbin/reboot", 0, ""}),
     [](const auto& row) { return row.param.name; });
@@ -212,6 +214,32 @@ TEST_F(StageTest, CopiesATreeWithAllThatIsInIt)
     EXPECT_EQ(panel.KindOf("/opt/new/from/deep/er/file"), Kind::kFile);
 }
 
+TEST_F(StageTest, ATreeOfWhichAPartCannotBeCopiedIsAFailure)
+{
+    ASSERT_TRUE(panel.MakeFolder("/opt/from/a"));
+    ASSERT_TRUE(panel.MakeFile("/opt/from/b"));
+    ASSERT_TRUE(panel.MakeFolder("/opt/new/from"));
+    ASSERT_TRUE(panel.MakeFile("/opt/new/from/a"));
+    Stage stage(panel, package, plan);
+
+    EXPECT_EQ(stage.Run(R"(cp -f -r "/opt/from" "/opt/new" )"), kFailed);
+
+    EXPECT_EQ(panel.KindOf("/opt/new/from/b"), Kind::kFile) << "cp goes on";
+}
+
+TEST_F(StageTest, MarksWhatTheShellReadsInWordsWithoutQuotes)
+{
+    Stage stage(panel, package, plan);
+    for (char c = 1; c > 0 && c < 0x7f; ++c) {
+        const bool isRead = std::string(";&|<>()$`\\\"'*?[#~\n").find(c) != std::string::npos;
+        const bool isBlank = c == ' ' || c == '\t';
+        ASSERT_EQ(stage.Run(std::string("kx-setting-cui set Level=") + c + " "), 0);
+        EXPECT_EQ(Marks(), isRead ? "DU" : "U") << "setting " << c;
+        static_cast<void>(stage.Run(std::string("chmod u") + c + "x \"/opt\" "));
+        EXPECT_EQ(Marks(), isRead || isBlank ? "D" : "") << "mode " << c;
+    }
+}
+
 // ---- what a script may have changed ----
 
 TEST_F(StageTest, MarksTheCommandWhoseTurnALookDecidedAfterAScript)
@@ -277,13 +305,27 @@ TEST_F(StageTest, ReadsTheDescriptionThatALinkLeadsTo)
     EXPECT_EQ(*bytes, "description");
 }
 
-TEST_F(StageTest, ADescriptionWithoutEndIsRefused)
+/// Lists in lists, each of which doubles the objects that are read: 2 ^ count - 1.
+std::string Doubled(int count)
 {
     std::string lists;
-    for (int i = 0; i < 30; ++i) {
+    for (int i = 0; i < count; ++i) {
         lists += R"({"$values": [)";
     }
-    package.Add(kFile, "UserPackage.kx-project", lists);
+    return lists;
+}
+
+TEST_F(StageTest, ADescriptionOfFourMillionObjectsIsRead)
+{
+    package.Add(kFile, "UserPackage.kx-project", Doubled(22));
+    Stage stage(panel, package, plan);
+
+    EXPECT_EQ(Unpack(stage), 0);
+}
+
+TEST_F(StageTest, ADescriptionWithoutEndIsRefused)
+{
+    package.Add(kFile, "UserPackage.kx-project", Doubled(23));
     Stage stage(panel, package, plan);
 
     EXPECT_EQ(Thrown([&] { static_cast<void>(Unpack(stage)); }),
@@ -310,14 +352,40 @@ TEST_F(StageTest, FindsTheUpdaterAsTheWindowDoes)
     EXPECT_TRUE(stage.CanStartUpdater(false));
 }
 
+TEST_F(StageTest, FindsTheUpdaterThatAnybodyMayExecute)
+{
+    for (const unsigned mode : {0755U, 0100U, 0010U, 0001U, 0641U, 0654U}) {
+        VirtualPanel fresh("");
+        MadePackage made;
+        made.Add(kFile, "kx_Updater", "", mode);
+        Stage stage(fresh, made, plan);
+        static_cast<void>(Unpack(stage));
+
+        EXPECT_TRUE(stage.CanStartUpdater(false)) << std::oct << mode;
+    }
+}
+
 TEST_F(StageTest, FindsNoUpdaterThatCannotBeExecuted)
 {
-    package.Add(kFile, "kx_Updater", "", 0644);
+    for (const unsigned mode : {0644U, 0U, 0666U, 04222U}) {
+        VirtualPanel fresh("");
+        MadePackage made;
+        made.Add(kFile, "kx_Updater", "", mode);
+        Stage stage(fresh, made, plan);
+        static_cast<void>(Unpack(stage));
+
+        EXPECT_FALSE(stage.CanStartUpdater(false)) << std::oct << mode;
+        EXPECT_TRUE(stage.CanStartUpdater(true)) << "the window was told another one";
+    }
+}
+
+TEST_F(StageTest, AFolderIsNoUpdater)
+{
+    package.Add(kFolder, "kx_Updater", "", 0755);
     Stage stage(panel, package, plan);
     static_cast<void>(Unpack(stage));
 
     EXPECT_FALSE(stage.CanStartUpdater(false));
-    EXPECT_TRUE(stage.CanStartUpdater(true)) << "the window was told another one";
 }
 
 TEST_F(StageTest, FindsNoUpdaterInAFolderOfForeignLetters)

@@ -373,6 +373,9 @@ TEST(VirtualPanelOfARoot, WhatWasRemovedStaysGoneBelowANewFolder)
     EXPECT_EQ(panel.KindOf("/opt/a/b"), Kind::kNone);
     EXPECT_THAT(panel.Names("/opt/a"), IsEmpty());
     EXPECT_THAT(panel.Names("/opt"), ElementsAre("a"));
+    ASSERT_TRUE(panel.Remove("/opt/a"));
+    EXPECT_THAT(panel.Names("/opt"), IsEmpty());
+    EXPECT_TRUE(panel.MakeFolder("/opt/a"));
     EXPECT_TRUE(panel.MakeFile("/opt/a/b"));
     EXPECT_EQ(panel.KindOf("/opt/a/b/c"), Kind::kNone);
 }
