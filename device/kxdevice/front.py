@@ -27,6 +27,7 @@ BUILD = 300  # seconds to build the panel: copies of --put may be large
 def run(arguments, home):
     """Runs device/run; returns the exit status."""
     closed = _fill_standard_streams()
+    linux.expect_children()
     try:
         options = options_module.parse(arguments)
         if options.help:
