@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
-"""Which ids of the machine stand for the ids of a panel: never those of root or of somebody else."""
+"""Which ids of the machine stand for a panel's: never those of root or of somebody else."""
 
 import io
 import os
