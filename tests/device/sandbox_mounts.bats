@@ -78,6 +78,12 @@ END
     done
 }
 
+@test "a drive whose files are kept forbids nodes and other rights, whatever the host allows there" {
+    mounts device --state state --usb tree >seen
+
+    [ "$(grep /mnt/usb seen)" = "/mnt/usb nosuid nodev" ]
+}
+
 @test "mounting on the device is not seen on a host that hands its mounts on" {
     need_host_mounts
 
