@@ -195,13 +195,13 @@ drive: a drive is plugged in already; pull it first
 @test "the drive has the mode of its folder, and its node is nobody else's" {
     chmod 2750 stick
     chmod 711 other
-    run device --state state --usb stick -- stat -c '%a %U:%G' /mnt/usb /dev/sda1
-    [ "$output" = $'2750 root:root\n640 root:root' ]
+    run device --state state --usb stick -- stat -c '%a %U:%G' /mnt/usb /mnt/usb/note /dev/sda1
+    [ "$output" = $'2750 root:root\n640 root:root\n640 root:root' ]
 
     drive pull
     drive plug other
-    run device --state state -- stat -c '%a %U:%G' /mnt/usb /dev/sda1
-    [ "$output" = $'711 root:root\n640 root:root' ]
+    run device --state state -- stat -c '%a %U:%G' /mnt/usb /mnt/usb/word /dev/sda1
+    [ "$output" = $'711 root:root\n644 root:root\n640 root:root' ]
 }
 
 @test "a drive that cannot be copied is not plugged in, and nothing of it comes later" {
