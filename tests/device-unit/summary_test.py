@@ -113,6 +113,7 @@ class Compare(unittest.TestCase):
                 ("changed", "/usr/standin")]
         if os.geteuid() == 0:
             os.mknod(f"{self.here}/upper/removed", 0o020000, 0)
+            os.mknod(f"{self.here}/upper/never there", 0o020000, 0)
             made.insert(2, ("removed", "/usr/removed"))
 
         self.assertEqual(self.changes(before), made)

@@ -217,6 +217,19 @@ device/drive: the files of the panel cannot be changed" ]
     [ "$(device --state state -- ls /mnt/usb)" = word ]
 }
 
+@test "who moves the drive waits for its turn" {
+    device --state state -- true
+
+    exec 8>state/drive.lock
+    flock 8
+    run -124 timeout 1 "$DEVICE_HOME/drive" plug stick --state state 8>&-
+    [ -z "$(ls state/drive)" ]
+    exec 8>&-
+
+    drive plug other
+    [ "$(ls state/drive)" = word ]
+}
+
 @test "the files of a drive that is plugged in meanwhile are no change of the panel" {
     watch_drive --summary=summary
     drive plug stick

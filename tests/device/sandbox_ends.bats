@@ -66,6 +66,20 @@ ended() {
     wait "$STARTER"
 }
 
+@test "signals meant for the caller's terminal do not reach what keeps the panel" {
+    "$DEVICE_HOME/run" -- sleep 2.375 3>&- &
+    follow 2.375 $!
+    local signal
+
+    for signal in HUP INT QUIT TERM TSTP PIPE; do
+        kill -"$signal" "$KEEPER" "$FIRST"
+    done
+
+    [ "$(ps -o sid= -p "$KEEPER" | tr -d ' ')" -eq "$KEEPER" ]
+    [ "$(ps -o sid= -p "$FIRST" | tr -d ' ')" -eq "$FIRST" ]
+    wait "$STARTER"
+}
+
 @test "nothing outlives a keeper that is killed" {
     started 49.5
 
