@@ -167,7 +167,7 @@ END
 }
 
 @test "what the command leaves in the background ends with it" {
-    run device -- sh -c 'setsid sleep 43.25 >/dev/null 2>&1 &'
+    run device --seconds 20 -- sh -c 'setsid sleep 43.25 >/dev/null 2>&1 &'
 
     [ "$status" -eq 0 ]
     host_lacks_process "sleep 43.25"
