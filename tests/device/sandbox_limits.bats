@@ -206,6 +206,20 @@ END
     host_lacks_process "sleep 42.25"
 }
 
+@test "the time limit holds for the start-up script, behind which no command starts then" {
+    printf '#!/bin/sh\nexec sleep 42.5\n' >startup.sh
+    chmod 755 startup.sh
+    device --state state --put startup.sh=/mnt/user/startup.sh -- true
+
+    local begin=$SECONDS
+    run device --state state --boot --seconds 1 --trace trace -- /usr/bin/kxsystem/wprotect_off
+
+    [ "$status" -eq 124 ]
+    [ $((SECONDS - begin)) -lt 20 ]
+    [ ! -s trace ]
+    host_lacks_process "sleep 42.5"
+}
+
 # -- calls of the supervisor ---------------------------------------------------------------------
 
 @test "commands that keep the supervisor's lines busy are cut off, and others are served again" {
