@@ -37,6 +37,7 @@ Example
 
 def run(arguments):
     """Runs device/drive; returns the exit status."""
+    linux.expect_children()
     try:
         if arguments and arguments[0] in ("--help", "-h"):
             return options_module.show_help(HELP)

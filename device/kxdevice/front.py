@@ -46,6 +46,7 @@ def play(arguments, home, fetch=Fetch()):
     """Does what device/run does with these arguments, and fetches a folder of the panel when one is
     named; returns the exit status, or the number below zero of the signal that ended the panel."""
     closed = _fill_standard_streams()
+    linux.expect_children()
     try:
         options = options_module.parse(arguments)
         if options.help:

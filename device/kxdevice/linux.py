@@ -5,6 +5,7 @@
 import ctypes
 import errno
 import os
+import signal
 import struct
 
 _LIBC = ctypes.CDLL(None, use_errno=True)
@@ -209,6 +210,12 @@ def join_own_keyring():
     except OSError as error:
         if error.errno != errno.ENOSYS:
             raise
+
+
+def expect_children():
+    """Lets the ends of children be noticed, which the caller may have blocked or ignored."""
+    signal.signal(signal.SIGCHLD, signal.SIG_DFL)
+    signal.pthread_sigmask(signal.SIG_UNBLOCK, [signal.SIGCHLD])
 
 
 def keep_capabilities(kept):

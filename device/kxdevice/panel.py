@@ -49,7 +49,7 @@ def build(options, ids, standing, stand_in):
     root, drive, incoming, folder = (os.open(name, trees.DIR_FLAGS)
                                      for name in ("root", "drive", "incoming", "panel"))
     drive_mount = linux.open_tree("drive")
-    linux.mount_setattr(drive_mount, linux.MOUNT_ATTR_NOSUID | linux.MOUNT_ATTR_NODEV)
+    linux.mount_setattr(drive_mount, _drive_attributes(options))
     if taken.usb:
         trees.empty(drive)
         trees.copy_dir(taken.usb.fd, drive, *owners.root, taken.usb.path)
@@ -90,6 +90,14 @@ def _enter_state(options, owner):
     here = os.open(".", trees.DIR_FLAGS)
     state.make_folders(here, *owner)
     os.close(here)
+
+
+def _drive_attributes(options):
+    """Returns what the drive's mount forbids; a read-only place is made before it gets there."""
+    attributes = linux.MOUNT_ATTR_NOSUID | linux.MOUNT_ATTR_NODEV
+    if any(f"{names.DRIVE_FOLDER}/".startswith(f"{path}/") for path in options.read_only):
+        attributes |= linux.MOUNT_ATTR_RDONLY
+    return attributes
 
 
 def _change_root():

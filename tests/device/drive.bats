@@ -180,6 +180,72 @@ tool\tusb_umount\ntool\tusb_umount\tnow' ]
     [ "$(grep -c '^drive' trace)" -eq 41 ]
 }
 
+@test "a drive can be plugged in and pulled out once at a time from inside" {
+    run device --usb stick -- sh -c 'tool=/usr/bin/kxsystem/drive
+        $tool plug; echo $?; $tool pull; echo $?; $tool pull; echo $?; $tool plug; echo $?
+        $tool plug; echo $?; grep -c " /mnt/usb " /proc/mounts'
+
+    [ "$output" = 'drive: a drive is plugged in already; pull it first
+1
+0
+drive: no drive is plugged in
+1
+0
+drive: a drive is plugged in already; pull it first
+1
+1' ]
+}
+
+@test "the drive has the mode of its folder, and its node is nobody else's" {
+    chmod 2750 stick
+    chmod 711 other
+    run device --state state --usb stick -- stat -c '%a %U:%G' /mnt/usb /mnt/usb/note /dev/sda1
+    [ "$output" = $'2750 root:root\n640 root:root\n640 root:root' ]
+
+    drive pull
+    drive plug other
+    run device --state state -- stat -c '%a %U:%G' /mnt/usb /mnt/usb/word /dev/sda1
+    [ "$output" = $'711 root:root\n644 root:root\n640 root:root' ]
+}
+
+@test "a drive that cannot be copied is not plugged in, and nothing of it comes later" {
+    mkfifo stick/pipe
+    device --state state -- true
+
+    run drive plug stick
+    [ "$status" -eq 1 ]
+    [ "$output" = "device: stick/pipe is neither a file, a folder nor a link
+device/drive: the files of the panel cannot be changed" ]
+    [ "$(device --state state -- sh -c 'ls /dev/sda1 2>/dev/null; ls -A /mnt/usb')" = "" ]
+    drive plug other
+    [ "$(device --state state -- ls /mnt/usb)" = word ]
+}
+
+@test "who moves the drive waits for its turn" {
+    device --state state -- true
+
+    exec 8>state/drive.lock
+    flock 8
+    run -124 timeout 1 "$DEVICE_HOME/drive" plug stick --state state 8>&-
+    [ -z "$(ls state/drive)" ]
+    exec 8>&-
+
+    drive plug other
+    [ "$(ls state/drive)" = word ]
+}
+
+@test "the files of a drive that is plugged in meanwhile are no change of the panel" {
+    watch_drive --summary=summary
+    drive plug stick
+    wait_until saw "now:node note"
+
+    kill "$RUNNING"
+    wait "$RUNNING" || true
+
+    [ -s summary ]
+    run ! grep /mnt/usb summary
+}
+
 @test "what cannot be done is refused in one line" {
     run device -- sh -c 'tool=/usr/bin/kxsystem/drive
         $tool pull; echo $?; $tool plug; echo $?; $tool; echo $?; $tool plug /x; echo $?'

@@ -46,3 +46,40 @@ END
 
     [ "$output" = True ]
 }
+
+@test "a fresh panel's files have the modes and owners of a real one's" {
+    run device -- sh -c 'find / -xdev ! -path "/etc/*" ! -path /proc ! -path /usr ! -type l \
+            -printf "%m %u:%g %p\n" | LC_ALL=C sort -k 3
+        stat -c "%a %U:%G %n" /dev/shm /etc/passwd /etc/group /etc/shadow /etc/gshadow /etc/pam.d/su'
+
+    # Without id ranges there is only root.
+    local user=user:user shadow=shadow
+    [ "$(device -- cat /proc/self/uid_map | awk '{ count += $3 } END { print count }')" -gt 1 ] ||
+        user=root:root shadow=root
+    diff <(echo "$output") - <<END
+755 root:root /
+444 root:root /.kx-device
+755 root:root /dev
+755 root:root /etc
+755 root:root /home
+755 $user /home/user
+755 root:root /mnt
+755 root:root /mnt/usb
+755 root:root /mnt/user
+755 root:root /opt
+700 root:root /root
+755 root:root /run
+1777 root:root /tmp
+755 root:root /var
+755 root:root /var/cache
+755 root:root /var/lib
+755 root:root /var/log
+1777 root:root /var/tmp
+1777 root:root /dev/shm
+644 root:root /etc/passwd
+644 root:root /etc/group
+640 root:$shadow /etc/shadow
+640 root:$shadow /etc/gshadow
+644 root:root /etc/pam.d/su
+END
+}

@@ -1,0 +1,138 @@
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+"""The command line of device/run, whole."""
+
+import os
+import tempfile
+import unittest
+from unittest import mock
+
+from kxdevice import options
+from kxdevice.options import Options, UsageError
+
+
+class Parse(unittest.TestCase):
+    """What is asked for, and what is refused."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.here = os.path.realpath(folder.name)
+        os.mkdir(f"{self.here}/a=b")
+        with open(f"{self.here}/file", "x", encoding="ascii"):
+            pass
+        before = os.getcwd()
+        os.chdir(self.here)
+        self.addCleanup(os.chdir, before)
+
+    def test_a_command_alone_has_the_documented_defaults(self):
+        self.assertEqual(options.parse(["true", "--boot", "--", "x"]), Options(
+            state="", boot=False, erase=False, help=False, share=(), put=(), usb="", env=(),
+            chdir="/", ignore_sigchld=False, fail=(), fail_shell=(), missing=(), full=(),
+            read_only=(), trace="", trace_shell=False, summary="", summary_json="", memory=4096,
+            processes=256, seconds=600, disk=2048, command=("true", "--boot", "--", "x")))
+
+    def test_every_option_is_taken_behind_it_and_behind_an_equals_sign(self):
+        here = self.here
+        wanted = Options(
+            state=f"{here}/s", boot=True, share=((f"{here}/a=b", "/x"), (f"{here}/file", "/y/z")),
+            put=((f"{here}/file", "/opt/file"), (f"{here}/a=b", "/opt/c=d")), usb=f"{here}/a=b",
+            env=(("A", "b=c"), ("_1", "")), chdir="/tmp", ignore_sigchld=True,
+            fail=(("cp", 0, 0), ("rm", 255, 7)), fail_shell=((2, "a=b"),), missing=("m", "n.o"),
+            full=("/f", "/g"), read_only=("/r/s",), trace="t", trace_shell=True, summary="-",
+            summary_json="j", memory=16, processes=4, seconds=1, disk=16, command=("-c",))
+        words = ["--state s", "--share a=b=/x", "--share file=//y//z", "--put file=/opt/",
+                 "--put a=b=/opt/c=d", "--usb a=b", "--env A=b=c", "--env _1=", "--chdir /tmp",
+                 "--fail cp=0", "--fail rm=255@7", "--fail-shell 2=a=b", "--missing m",
+                 "--missing n.o", "--full /f", "--full //g/", "--read-only /r/./s", "--trace t",
+                 "--summary-json j", "--memory 16", "--processes 4", "--seconds 1", "--disk 16"]
+        flags = ["--boot", "--ignore-sigchld", "--trace-shell", "--summary", "--", "-c"]
+
+        self.assertEqual(options.parse([w for word in words for w in word.split(" ")] + flags),
+                         wanted)
+        self.assertEqual(options.parse([word.replace(" ", "=", 1) for word in words] + flags),
+                         wanted)
+
+    def test_the_summary_may_have_a_file(self):
+        for words, text in ((["--summary=f", "c"], "f"), (["--summary", "c"], "-")):
+            parsed = options.parse(words)
+            self.assertEqual((parsed.summary, parsed.command), (text, ("c",)))
+            self.assertTrue(parsed.wants_summary())
+        self.assertTrue(options.parse(["--summary-json", "j", "c"]).wants_summary())
+        self.assertFalse(options.parse(["c"]).wants_summary())
+
+    def test_the_largest_numbers_are_taken(self):
+        parsed = options.parse(["--memory=1048576", "--processes=30000", "--seconds=1000000",
+                                "--disk=1048576", "c"])
+
+        self.assertEqual((parsed.memory, parsed.processes, parsed.seconds, parsed.disk),
+                         (1048576, 30000, 1000000, 1048576))
+
+    def test_help_and_erase_need_no_command(self):
+        for word in ("-h", "--help"):
+            self.assertTrue(options.parse([word]).help)
+        self.assertTrue(options.parse(["--erase", "--state", "s"]).erase)
+
+    def test_wrong_use_is_refused(self):
+        for words in (
+                [], ["--"], ["-x", "c"], ["--x", "c"], ["--boot=1", "c"], ["--summary=", "c"],
+                ["--state"], ["--state=", "c"], ["--state", "", "c"],
+                ["--memory=15", "c"], ["--memory=1048577", "c"], ["--memory=x", "c"],
+                ["--memory=-1", "c"], ["--memory= 20", "c"], ["--memory=\u0661\u0662\u0663", "c"],
+                ["--processes=3", "c"], ["--processes=30001", "c"], ["--processes=1e3", "c"],
+                ["--seconds=0", "c"], ["--seconds=1000001", "c"], ["--seconds=0.5", "c"],
+                ["--disk=15", "c"], ["--disk=1048577", "c"],
+                ["--share", "file", "c"], ["--share", "=/x", "c"], ["--share", "file=x", "c"],
+                ["--share", "file=/", "c"], ["--share", "file=/x/", "c"],
+                ["--share", "nowhere=/x", "c"], ["--share", "file=/proc", "c"],
+                ["--share", "file=/proc/x", "c"], ["--share", "file=/dev/x", "c"],
+                ["--share", "file=/.kx-device", "c"], ["--share", "file=/x/../proc/y", "c"],
+                ["--share", "file=//proc/y", "c"],
+                ["--put", "file=/dev/", "c"], ["--put", "file=/..", "c"],
+                ["--put", "file=/.kx-device/x", "c"], ["--put", "nowhere=/x", "c"],
+                ["--usb", "file", "c"], ["--usb", "nowhere", "c"],
+                ["--env", "A", "c"], ["--env", "=b", "c"], ["--env", "1=b", "c"],
+                ["--env", "A-B=c", "c"], ["--env", "A\n=c", "c"],
+                ["--fail", "cp", "c"], ["--fail", "cp=256", "c"], ["--fail", "cp=-1", "c"],
+                ["--fail", "cp=1@0", "c"], ["--fail", "cp=1@", "c"], ["--fail", "/bin/cp=1", "c"],
+                ["--fail", "..=1", "c"], ["--fail", "=1", "c"], ["--fail", "cp=1@1234567890", "c"],
+                ["--fail-shell", "sync", "c"], ["--fail-shell", "0=sync", "c"],
+                ["--fail-shell", "1=", "c"], ["--fail-shell", "x=y", "c"],
+                ["--missing", "a/b", "c"], ["--missing", ".", "c"], ["--missing", "a b", "c"],
+                ["--missing", "a@1", "c"],
+                ["--full", "tmp", "c"], ["--full", "/", "c"], ["--full", "/proc/x", "c"],
+                ["--full", "/dev", "c"], ["--full", "/x/..", "c"],
+                ["--read-only", "x", "c"], ["--read-only", "/", "c"], ["--read-only", "/dev", "c"],
+                ["--read-only", "/proc/sys", "c"], ["--read-only", "//proc", "c"],
+                ["--erase"], ["--erase", "--state", "s", "c"], ["--erase", "c"],
+                ["--trace-shell", "c"], ["--chdir", "x", "c"]):
+            with self.subTest(words=words), self.assertRaises(UsageError):
+                options.parse(words)
+
+    def test_options_that_need_a_value_are_known(self):
+        for name in ("state", "share", "put", "usb", "env", "chdir", "fail", "fail-shell",
+                     "missing", "full", "read-only", "trace", "summary-json", "memory",
+                     "processes", "seconds", "disk", "unknown"):
+            self.assertTrue(options.needs_value(f"--{name}"), name)
+        for name in ("boot", "erase", "help", "ignore-sigchld", "trace-shell", "summary"):
+            self.assertFalse(options.needs_value(f"--{name}"), name)
+
+
+class Environment(unittest.TestCase):
+    """The whole environment of the command."""
+
+    def test_it_holds_little_of_the_callers(self):
+        caller = {"LANG": "l", "LC_ALL": "a", "TERM": "t", "PATH": "/x", "HOME": "/y",
+                  "LC_TIME": "z", "SECRET": "s"}
+        with mock.patch.dict(os.environ, caller, clear=True):
+            self.assertEqual(options.environment(Options(env=(("HOME", "/h"), ("A", "1")))), {
+                "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+                "HOME": "/h", "A": "1", "LANG": "l", "LC_ALL": "a", "TERM": "t"})
+        with mock.patch.dict(os.environ, {}, clear=True):
+            self.assertEqual(options.environment(Options()), {
+                "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+                "HOME": "/root"})
+
+
+if __name__ == "__main__":
+    unittest.main()
