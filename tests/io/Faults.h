@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace kx::io
@@ -19,6 +20,8 @@ enum class Call {
     kWrite,
     kLink,       ///< linkat
     kOpenInRoot, ///< openat2
+    kSync,       ///< fsync
+    kRename,
 };
 
 /// How one call goes.
@@ -41,6 +44,25 @@ public:
 
 private:
     Call m_call;
+};
+
+/// What brings a file to the disk and to its place while the object lives, in its order: "sync" with
+/// the path of what is synced, and "name" with the name that a file is given.
+class Placing
+{
+public:
+    Placing();
+    Placing(const Placing&) = delete;
+    Placing& operator=(const Placing&) = delete;
+    ~Placing();
+
+    [[nodiscard]] const std::vector<std::string>& Calls() const { return m_calls; }
+
+    /// Adds a call to the object that lives, if one does.
+    static void Note(const std::string& call);
+
+private:
+    std::vector<std::string> m_calls;
 };
 
 } // namespace kx::io
