@@ -82,8 +82,8 @@ TEST_P(AtomicFiles, AreOnTheDiskBeforeTheyHaveTheirNameAndTheirFolderIsAfterward
 
     file.Commit();
 
-    EXPECT_THAT(placing.Calls(), ElementsAre("sync " + written, "name " + (m_dir / "x"),
-                                             "sync " + m_dir.Path()));
+    EXPECT_THAT(placing.Calls(),
+                ElementsAre("sync " + written, "name " + (m_dir / "x"), "sync " + m_dir.Path()));
 }
 
 TEST_P(AtomicFiles, SyncTheFolderTheyAreNamedInWithoutAPath)
@@ -141,6 +141,18 @@ TEST_P(AtomicFiles, AreInTheirPlaceAlsoWhereFoldersCannotBeSynced)
     file.Commit();
 
     EXPECT_THAT(m_dir.Tree(), ElementsAre("x f 644 new"));
+}
+
+TEST_P(AtomicFiles, LeaveAloneWhoeverHasTheirEarlierNameAfterCommit)
+{
+    const std::string earlier = ".x." + std::to_string(getpid()) + "-0";
+    {
+        AtomicFile file(m_dir / "x");
+        file.Commit();
+        m_dir.Write(earlier, "somebody's");
+    }
+
+    EXPECT_THAT(m_dir.Tree(), ElementsAre(earlier + " f 644 somebody's", "x f 644 "));
 }
 
 TEST_P(AtomicFiles, AreKeptFromProgramsThatAreStarted)

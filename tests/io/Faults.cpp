@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
@@ -30,7 +31,7 @@ struct Plan {
 
 Plan& PlanOf(Call call)
 {
-    constexpr std::size_t kCalls = 10;
+    constexpr std::size_t kCalls = 11;
     static std::array<Plan, kCalls> plans;
     return plans.at(static_cast<std::size_t>(call));
 }
@@ -44,6 +45,9 @@ bool TakeFault(Call call, std::size_t& size)
     if (!plan.next.empty()) {
         fault = plan.next.front();
         plan.next.pop_front();
+    }
+    if (fault.before != nullptr) {
+        fault.before();
     }
     size = std::min(size, fault.most);
     errno = fault.error != 0 ? fault.error : errno;
@@ -118,6 +122,8 @@ int __real_fsync(int descriptor);
 int __wrap_fsync(int descriptor);
 int __real_rename(const char* old, const char* path);
 int __wrap_rename(const char* old, const char* path);
+dirent64* __real_readdir64(DIR* folder);
+dirent64* __wrap_readdir64(DIR* folder);
 }
 
 int __wrap_open64(const char* path, int flags, ...)
@@ -186,6 +192,11 @@ int __wrap_rename(const char* old, const char* path)
 {
     Placing::Note(std::string("name ") + path);
     return TakeFault(Call::kRename) ? __real_rename(old, path) : -1;
+}
+
+dirent64* __wrap_readdir64(DIR* folder)
+{
+    return TakeFault(Call::kList) ? __real_readdir64(folder) : nullptr;
 }
 // NOLINTEND(bugprone-reserved-identifier)
 

@@ -22,12 +22,14 @@ enum class Call {
     kOpenInRoot, ///< openat2
     kSync,       ///< fsync
     kRename,
+    kList, ///< readdir
 };
 
 /// How one call goes.
 struct Fault {
     int error = 0;               ///< errno; 0 makes the call
     std::size_t most = SIZE_MAX; ///< bytes that it transfers at most
+    void (*before)() = nullptr;  ///< what happens elsewhere right before it
 };
 
 /// Faults of the calls of this test, in their order; afterwards the calls are as ever. All of them
@@ -46,8 +48,8 @@ private:
     Call m_call;
 };
 
-/// What brings a file to the disk and to its place while the object lives, in its order: "sync" with
-/// the path of what is synced, and "name" with the name that a file is given.
+/// What brings a file to the disk and to its place while the object lives, in its order: "sync"
+/// with the path of what is synced, and "name" with the name that a file is given.
 class Placing
 {
 public:
