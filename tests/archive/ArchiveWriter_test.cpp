@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "archive/ArchiveWriter.h"
 #include "archive/Package.h"
+#include "support/Deadline.h"
 #include "support/Environment.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
@@ -178,6 +179,7 @@ TEST(ArchiveWriter, KeepsTheOlderFileWhenTheDiskIsFull)
         state = state * 1103515245 + 12345;
         content += static_cast<char>(state >> 16);
     }
+    const Deadline deadline;
     // A limit on the size of files stands for the full disk.
     rlimit before{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "io/Descriptor.h"
 #include "io/Faults.h"
+#include "support/Deadline.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
 
@@ -165,11 +166,9 @@ TEST(OpenFile, DoesNotWaitForAPipeThatTookTheFilesPlaceMeanwhile)
         EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
     };
     const Faults faults(Call::kOpen, {{0, SIZE_MAX, exchange}});
-    alarm(60); // a pipe without a writer is waited for without end
+    const Deadline deadline; // a pipe without a writer is waited for without end
 
     EXPECT_EQ(Thrown([] { OpenFile(path).Close(); }), "3: " + path + ": is not a file");
-
-    alarm(0);
 }
 
 TEST(CreateFile, MakesAFileWhereNothingIs)
