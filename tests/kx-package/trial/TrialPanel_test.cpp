@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "io/Interruption.h"
 #include "kx-package/trial/FakeDevice.h"
+#include "support/Deadline.h"
 #include "support/Thrown.h"
 #include "trial/TrialPanel.h"
 
@@ -157,6 +158,7 @@ TEST(TrialPanel, TellsAFullDiskAlsoWhereTheDeviceFailsOverIt)
 
 TEST(TrialPanel, IsEndedWithThePersonsWish)
 {
+    const Deadline deadline;
     const FakeDevice device("exec sleep 60\n");
     struct sigaction own {
     };
