@@ -177,6 +177,50 @@ END
     [ -z "$(ls ./*.kx-update 2>/dev/null)" ]
 }
 
+@test "a package is not written to a terminal" {
+    demo pkg
+    # shellcheck disable=SC2016 # expanded by the shell on the terminal
+    command='"$KX_PACKAGE" build pkg --updater arm-updater -o -; echo "status $?"'
+
+    KX_PACKAGE=$KX_PACKAGE script -qec "$command" /dev/null </dev/null | tr -d '\r' >seen
+
+    diff seen - <<'END'
+kx-package: a package cannot be written to a terminal; redirect standard output
+status 2
+END
+}
+
+@test "a folder that is not there yet is named by the slash at its end" {
+    demo pkg
+
+    kx build pkg --updater arm-updater -o none/
+
+    expect 3 '' $'kx-package: none/demo.kx-update: cannot write: No such file or directory\n'
+}
+
+@test "the processor of the command line goes before the manifest's" {
+    demo pkg
+    sed -i 's/"arm"/"riscv64"/' pkg/package.toml
+
+    kx build pkg --updater arm-updater --processor arm
+
+    expect 0 $'demo.kx-update: 1.3 KiB, 3 payload files\n' ''
+    kx build pkg --updater arm-updater --processor none
+    [ "$status" -eq 2 ]
+}
+
+@test "remarks go to standard error, the package to standard output" {
+    demo pkg
+    printf '#!/bin/sh\n' >pkg/share/run
+
+    kx build pkg --updater arm-updater -o -
+
+    [ "$status" -eq 0 ]
+    unzip -tq out
+    [ "$(cat err)" = "kx-package: pkg/package.toml:17:23: run looks like a program, but no pattern of \
+'executable' matches it; it will not be executable" ]
+}
+
 @test "a mistake in the manifest is told as JSON, and nothing but JSON" {
     demo pkg
     sed -i 's/^title/titlee/' pkg/package.toml
