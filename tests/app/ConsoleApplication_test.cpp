@@ -106,6 +106,34 @@ std::string OpenFiles()
     return names;
 }
 
+/// The environment block, a line for each entry. The number of a descriptor is left out, and so are
+/// the platforms behind the first one, which depend on Qt's version.
+std::string Entries()
+{
+    std::string lines;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        std::string text = *entry;
+        for (const std::string& start : {std::string("FONTCONFIG_FILE=/proc/self/fd/"),
+                                         std::string("QT_QPA_PLATFORM=offscreen")}) {
+            text = text.compare(0, start.size(), start) == 0 ? start : text;
+        }
+        lines += text + "\n";
+    }
+    return lines;
+}
+
+/// What Qt finds in the environment while it makes its application object, and while that ends.
+std::string EntriesSeenByQt()
+{
+    static std::string seen;
+    qAddPreRoutine([] {
+        seen += "begins with\n" + Entries();
+        qAddPostRoutine([] { seen += "ends with\n" + Entries(); });
+    });
+    static_cast<void>(PlatformMade());
+    return seen;
+}
+
 struct PlatformCase {
     std::string name;
     std::optional<std::string> value;
@@ -168,6 +196,37 @@ TEST(ConsoleApplication, LeavesTheEnvironmentAsItWasEntryByEntry)
     EXPECT_EQ(child.status, 0);
     EXPECT_EQ(child.text, "offscreen unchanged");
 }
+
+class HiddenVariable : public ::testing::TestWithParam<const char*>
+{
+};
+
+TEST_P(HiddenVariable, IsNotSeenByQtFromBeginningToEnd)
+{
+    const std::string name = GetParam();
+
+    const ChildResult child = RunInChild([&name] {
+        const std::string longer = name + "S=near";
+        const std::string shorter = name.substr(0, name.size() - 1) + "=near";
+        Environment environment({"A=first", name + "=given", longer, shorter, name + "=again"});
+        environment.Use();
+        return EntriesSeenByQt();
+    });
+
+    // Names that only begin alike are somebody else's.
+    const std::string seen = "A=first\n" + name + "S=near\n" + name.substr(0, name.size() - 1) +
+                             "=near\nQT_QPA_PLATFORM=offscreen\nTMPDIR=/dev/null\n"
+                             "FONTCONFIG_FILE=/proc/self/fd/\n";
+    EXPECT_EQ(child.text, "begins with\n" + seen + "ends with\n" + seen);
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, HiddenVariable,
+                         ::testing::Values("QT_QPA_PLATFORM", "QT_QPA_PLATFORMTHEME",
+                                           "QT_QPA_GENERIC_PLUGINS", "QT_IM_MODULE",
+                                           "QT_STYLE_OVERRIDE", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON",
+                                           "QT_FATAL_WARNINGS", "QT_FATAL_CRITICALS",
+                                           "XDG_RUNTIME_DIR", "TMPDIR", "FONTCONFIG_FILE"),
+                         [](const auto& test) { return std::string(test.param); });
 
 TEST(ConsoleApplication, NeedsNoEnvironmentAtAll)
 {

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "archive/ArchiveWriter.h"
 #include "archive/Package.h"
+#include "support/Deadline.h"
 #include "support/Environment.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
@@ -35,7 +36,8 @@ std::vector<ArchiveItem> SomeItems(const TempDir& dir)
             {"0/0/text", "", std::string(10000, 'x'), false, false}};
 }
 
-/// "name mode size date time method version flags" of every entry, in the archive's order.
+/// "name mode attributes size method" of every entry, in the archive's order; the attributes are
+/// those for systems that know no modes.
 std::vector<std::string> EntriesOf(const std::string& path)
 {
     std::vector<std::string> told;
@@ -48,8 +50,9 @@ std::vector<std::string> EntriesOf(const std::string& path)
         zip_uint32_t attributes = 0;
         zip_file_get_external_attributes(archive, index, 0, &system, &attributes);
         char text[200];
-        static_cast<void>(snprintf(text, sizeof text, "%s %o %d %d", info.name, attributes >> 16,
-                                   static_cast<int>(info.size), info.comp_method));
+        static_cast<void>(snprintf(text, sizeof text, "%s %o %x %d %d", info.name, attributes >> 16,
+                                   attributes & 0xffffU, static_cast<int>(info.size),
+                                   info.comp_method));
         told.emplace_back(text);
     }
     zip_discard(archive);
@@ -65,8 +68,8 @@ TEST(ArchiveWriter, WritesSortedEntriesWithPlainModes)
     const WrittenArchive written = WriteArchive(dir / "x.kx-update", SomeItems(dir), {});
 
     EXPECT_THAT(EntriesOf(dir / "x.kx-update"),
-                ElementsAre("0/0/empty/ 40755 0 0", "0/0/text 100644 10000 8",
-                            "0/0/\xc3\xa4.txt 100644 0 0", "kx_Updater 100755 12 8"));
+                ElementsAre("0/0/empty/ 40755 10 0 0", "0/0/text 100644 0 10000 8",
+                            "0/0/\xc3\xa4.txt 100644 0 0 0", "kx_Updater 100755 0 12 8"));
     EXPECT_EQ(written.size, std::filesystem::file_size(dir / "x.kx-update"));
     EXPECT_EQ(written.unpacked, 10012U);
 }
@@ -178,6 +181,7 @@ TEST(ArchiveWriter, KeepsTheOlderFileWhenTheDiskIsFull)
         state = state * 1103515245 + 12345;
         content += static_cast<char>(state >> 16);
     }
+    const Deadline deadline;
     // A limit on the size of files stands for the full disk.
     rlimit before{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);

@@ -10,6 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 namespace kx::archive
 {
 
@@ -61,6 +63,70 @@ TEST_F(OpenArchiveTest, ShowsWhatUnpackingLeaves)
     EXPECT_EQ(package->LinkTarget("l"), "b/c");
     EXPECT_EQ(FollowLink(*package, *package->Find("l")).entry, package->Find("b/c"));
     EXPECT_EQ(package->UnpackStatus(), 1);
+}
+
+TEST_F(OpenArchiveTest, ShowsTheLastOfSeveralEntriesWithOneName)
+{
+    const auto package = Open(ZipOf({{"b", "first", 0100755}, {"b", "last"}}));
+
+    ASSERT_EQ(package->Entries().size(), 1U);
+    EXPECT_EQ(package->Entries()[0].size, 4U);
+    EXPECT_EQ(package->Entries()[0].mode, 0644U);
+}
+
+TEST_F(OpenArchiveTest, ShowsTheModesThatUnpackingGives)
+{
+    ZipPart dos{"dos", "one"};
+    dos.madeOn = 0;
+    ZipPart other{"other", "one", 0100700};
+    other.madeOn = 16;
+    std::string zip = ZipOf({dos, other, {"setuid", "one", 0104755}});
+    Patch(zip, kCentral, 38, "\1"); // not to be written
+
+    const auto package = Open(zip);
+
+    EXPECT_EQ(package->Find("dos")->mode, 0444U);
+    EXPECT_EQ(package->Find("other")->mode, 0700U);
+    EXPECT_EQ(package->Find("setuid")->mode, 0755U);
+}
+
+TEST_F(OpenArchiveTest, FollowsLinksInsideThePackageOnly)
+{
+    const std::string target = std::string(120, 'n') + "/file";
+    const auto package = Open(ZipOf({{target, "x"},
+                                     {"one", "two", 0120777},
+                                     {"two", "three", 0120777},
+                                     {"three", target, 0120777},
+                                     {"out", "/" + target, 0120777},
+                                     {"round", "round", 0120777}}));
+    const auto end = [&package](const char* name) {
+        return FollowLink(*package, *package->Find(name)).entry;
+    };
+
+    EXPECT_EQ(package->LinkTarget("three"), target);
+    EXPECT_EQ(end("one"), package->Find(target));
+    EXPECT_EQ(end("out"), nullptr);
+    EXPECT_EQ(end("round"), nullptr);
+}
+
+TEST(OpenPackage, ShowsAFolderWithItsModesAndRefusesWhatIsNeither)
+{
+    const TempDir dir;
+    const std::string path = dir.Write("package/d/file", "four");
+    ASSERT_EQ(chmod(path.c_str(), 04750), 0);
+    ASSERT_EQ(mkfifo((dir / "pipe").c_str(), 0600), 0);
+
+    const auto package = OpenPackage(dir / "package");
+
+    EXPECT_FALSE(package->IsArchive());
+    EXPECT_THAT(NamesOf(*package), ElementsAre("d/", "d/file"));
+    EXPECT_EQ(package->Entries()[0].size, 0U);
+    EXPECT_EQ(package->Entries()[1].size, 4U);
+    EXPECT_EQ(package->Entries()[1].mode, 04750U);
+    EXPECT_EQ(Thrown([&] { static_cast<void>(OpenPackage(dir / "pipe")); }),
+              "3: " + (dir / "pipe") +
+                  ": is neither a file nor a folder; name a package or the folder of an unpacked "
+                  "one");
 }
 
 TEST_F(OpenArchiveTest, ReadsBehindOtherBytes)

@@ -84,6 +84,16 @@ std::string Patched(std::string zip, const char* mark, std::size_t offset, const
     return zip;
 }
 
+/// A path of many folders.
+std::string LongPath(std::size_t size)
+{
+    std::string path;
+    while (path.size() + 200 < size) {
+        path += std::string(99, 'd') + '/';
+    }
+    return path + std::string(size - path.size(), 'f');
+}
+
 struct VerdictCase {
     const char* name;
     std::string zip;
@@ -121,6 +131,7 @@ std::vector<VerdictCase> NameCases()
         {"versionAlone", With({{";1", "x"}}), 2, {R::kNoName}},
         {"dotFile", With({{".", "x"}, {"q/..", "x"}}), 0, {}},
         {"longestPart", With({{std::string(255, 'n'), "x"}}), 0, {}},
+        {"longestPath", With({{LongPath(4000), "x"}}), 0, {}},
         {"longPart", With({{std::string(256, 'n'), "x"}}), 50, {R::kLongName}},
         {"diskLabel", Patched(With({OfSystem(0, "LABEL")}), kCentral, 38, "\x08"), 0, {}},
         {"twice", With({kFile, {"a", "two"}}), 0, {}},
@@ -154,12 +165,15 @@ std::vector<VerdictCase> HeaderCases()
     newer.version = 47;
     ZipPart known = kFile;
     known.version = 46;
+    ZipPart ofSystem = kFile;
+    ofSystem.version = 3U << 8 | 20;
     ZipPart utf8 = kFile;
     utf8.flags = kZipUtf8;
     return {
         {"encrypted", With({encrypted}), 5, {R::kEncrypted}},
         {"newer", With({newer}), 81, {R::kVersion}},
         {"newest", With({known}), 0, {}},
+        {"versionOfSystem", With({ofSystem}), 0, {}},
         {"lzma", With({OfMethod(14)}), 81, {R::kMethod}},
         {"lzmaFolder", With({OfMethod(14, {"a/", "", 040755})}), 81, {R::kMethod}},
         {"aes", With({OfMethod(99)}), 81, {R::kMethod}},
@@ -191,7 +205,11 @@ std::vector<VerdictCase> ContentCases()
                                37);
     ZipPart followed = bzip2;
     followed.packed += "more";
+    // Three codes of nine bits.
+    ZipPart shrunk = OfMethod(1);
+    shrunk.packed = Bytes('o' | 'n' << 9 | 'e' << 18, 4);
     return {
+        {"shrunk", With({shrunk}), 0, {R::kUnchecked}},
         {"bzip2", With({bzip2}), 0, {}},
         {"bzip2AndMore", With({followed}), 0, {}},
         {"bzip2OfMoreThanThereIs",
@@ -202,6 +220,23 @@ std::vector<VerdictCase> ContentCases()
          Patched(With({DeflatedPart("text")}), kLocal, 18, Bytes(40, 4)),
          0,
          {}},
+        {"deflatedOfMoreInTheDirectory",
+         Patched(With({DeflatedPart("text")}), kCentral, 20, Bytes(40, 4)),
+         0,
+         {}},
+        {"deflatedOfLessInTheDirectory",
+         Patched(With({DeflatedPart("text")}), kCentral, 20, Bytes(1, 4)),
+         0,
+         {R::kStructure}},
+        {"deflatedOfLess",
+         Patched(With({DeflatedPart(std::string(1000, 'x') + "end")}), kLocal, 18, Bytes(3, 4)),
+         2,
+         {R::kStructure, R::kDamaged}},
+        {"deflatedOfMoreThanTheFileHas",
+         Patched(With({DeflatedPart("text")}), kLocal, 18, Bytes(4000, 4)),
+         0,
+         {}},
+        {"storedOfMoreInTheDirectory", Patched(With({kFile}), kCentral, 20, Bytes(40, 4)), 0, {}},
         {"deflated", With({DeflatedPart("text")}), 0, {}},
         {"deflated64", With({OfMethod(9, DeflatedPart("text"))}), 0, {}},
         {"deflated64Damaged",
@@ -229,9 +264,77 @@ std::vector<VerdictCase> ContentCases()
     };
 }
 
+/// An archive of that size with an end record that begins so many bytes before its end.
+std::string WithEnd(std::size_t distance, std::size_t size)
+{
+    constexpr std::size_t kEndSize = 22;
+    const std::size_t around = ZipOf({{"a", ""}}).size() - kEndSize;
+    return ZipOf({{"a", std::string(size - around - distance, 'x')}}) +
+           std::string(distance - kEndSize, '\0');
+}
+
+/// unzip reads whole blocks of 8,192 bytes from the end on, until they are 66,000 bytes or more.
+std::vector<VerdictCase> EndCases()
+{
+    constexpr std::size_t kBlock = 8192;
+    constexpr std::size_t kExact =
+        66000 % kBlock; // bytes in the last block: seven more fit exactly
+    const std::size_t blocks = 40 * kBlock;
+    return {
+        // Where a comment of the greatest length would begin, and further.
+        {"asFarAsComments", WithEnd(65557, blocks + kExact), 0, {R::kStructure}},
+        {"furtherThanComments", WithEnd(65558, blocks + kExact), 0, {R::kStructure}},
+        {"inTheExactBlocks", WithEnd(66000, blocks + kExact), 0, {R::kStructure}},
+        {"beforeTheExactBlocks", WithEnd(66001, blocks + kExact), 9, {R::kStructure}},
+        {"inOneByteMore", WithEnd(66001, blocks + kExact + 1), 0, {R::kStructure}},
+        {"beforeOneByteMore", WithEnd(66002, blocks + kExact + 1), 9, {R::kStructure}},
+        {"inAnotherBlock", WithEnd(66000 + kBlock - 1, blocks + kExact - 1), 0, {R::kStructure}},
+        {"beforeAnotherBlock", WithEnd(66000 + kBlock, blocks + kExact - 1), 9, {R::kStructure}},
+        {"inWholeBlocks", WithEnd(9 * kBlock, blocks), 0, {R::kStructure}},
+        {"beforeWholeBlocks", WithEnd(9 * kBlock + 1, blocks), 9, {R::kStructure}},
+        {"inASmallFile", WithEnd(60000, 65000), 0, {R::kStructure}},
+    };
+}
+
+/// A deflated entry and what follows its content instead of the sizes in its header, then another.
+std::string Followed(const std::string& descriptor)
+{
+    std::string zip = ZipOf({DeflatedPart("some text")});
+    const std::size_t directory = zip.find(kCentral);
+    const ZipPart next{"b", "two"};
+    std::string both = ZipOf({DeflatedPart("some text"), next});
+    Patch(both, kLocal, 6, Bytes(kZipDescriptor, 2));
+    Patch(both, kLocal, 14, Bytes(0, 12));
+    both.insert(directory, descriptor);
+    Patch(both, kCentral, 42, Bytes(directory + descriptor.size(), 4), 1);
+    Patch(both, kEndRecord, 16, Bytes(both.find(kCentral), 4));
+    return both;
+}
+
+std::vector<VerdictCase> DescriptorCases()
+{
+    const std::string text = "some text";
+    const std::string mark = "PK\7\x08";
+    const std::string sum = ZipOf({{"a", text}}).substr(14, 4);
+    const std::string sizes = Bytes(Deflated(text).size(), 4) + Bytes(text.size(), 4);
+    const std::string longSizes = Bytes(Deflated(text).size(), 8) + Bytes(text.size(), 8);
+    return {
+        {"marked", Followed(mark + sum + sizes), 0, {}},
+        {"unmarked", Followed(sum + sizes), 0, {}},
+        {"wrongSum", Followed(mark + "none" + sizes), 0, {}},
+        {"wrongSumUnmarked", Followed("none" + sizes), 0, {}},
+        {"wrongSizes", Followed(mark + sum + Bytes(1, 4) + Bytes(1, 4)), 0, {}},
+        {"longSizes", Followed(mark + sum + longSizes), 0, {}},
+        {"none", Followed(""), 12, {R::kStructure}},
+    };
+}
+
 std::vector<VerdictCase> StructureCases()
 {
+    ZipPart oddField = kFile;
+    oddField.extra = "x";
     return {
+        {"oddField", With({oddField}), 0, {R::kStructure}},
         {"leading", "MZ" + With({kFile}), 1, {R::kStructure}},
         {"trailing", With({kFile}) + "more", 0, {R::kStructure}},
         {"disk", Patched(With({kFile}), kEndRecord, 4, "\2"), 1, {R::kStructure}},
@@ -274,6 +377,8 @@ std::string NameOf(const testing::TestParamInfo<VerdictCase>& row)
 INSTANTIATE_TEST_SUITE_P(Names, Verdict, testing::ValuesIn(NameCases()), NameOf);
 INSTANTIATE_TEST_SUITE_P(Headers, Verdict, testing::ValuesIn(HeaderCases()), NameOf);
 INSTANTIATE_TEST_SUITE_P(Contents, Verdict, testing::ValuesIn(ContentCases()), NameOf);
+INSTANTIATE_TEST_SUITE_P(Descriptors, Verdict, testing::ValuesIn(DescriptorCases()), NameOf);
+INSTANTIATE_TEST_SUITE_P(Ends, Verdict, testing::ValuesIn(EndCases()), NameOf);
 INSTANTIATE_TEST_SUITE_P(Structures, Verdict, testing::ValuesIn(StructureCases()), NameOf);
 
 TEST(UnpackVerdict, TellsOfWhichEntry)
@@ -285,6 +390,57 @@ TEST(UnpackVerdict, TellsOfWhichEntry)
     EXPECT_EQ(verdict.faults[0].status, 2);
     EXPECT_TRUE(verdict.Has(UnpackReason::kWrongCrc));
     EXPECT_FALSE(verdict.Has(UnpackReason::kDamaged));
+}
+
+TEST(UnpackVerdict, LeavesRoomForTheFolderInFrontOfAPath)
+{
+    // unzip cuts what is longer than the system takes, and the file is not where it should be.
+    EXPECT_FALSE(Judged(With({{LongPath(4000), "x"}})).Has(UnpackReason::kLongName));
+    EXPECT_TRUE(Judged(With({{LongPath(4001), "x"}})).Has(UnpackReason::kLongName));
+}
+
+TEST(UnpackVerdict, KnowsMethodsThatItCannotFollow)
+{
+    const UnpackVerdict verdict = Judged(With({OfMethod(6)})); // imploded
+
+    EXPECT_EQ(verdict.status, 0);
+    ASSERT_EQ(verdict.faults.size(), 1U);
+    EXPECT_EQ(verdict.faults[0].reason, UnpackReason::kUnchecked);
+}
+
+TEST(UnpackVerdict, DoesNotReadArchivesWithTooManyEntries)
+{
+    const std::string zip = With({kFile});
+    ZipStructure structure = ReadZipStructure(MemoryBytes(zip));
+    structure.Report(ZipFlaw::kTooMany);
+    structure.members[0].local.crc = 0; // would be found
+
+    const UnpackVerdict verdict = JudgeUnpacking(MemoryBytes(zip), structure);
+
+    EXPECT_EQ(verdict.status, 50);
+    EXPECT_EQ(verdict.faults.size(), 1U);
+}
+
+TEST(UnpackVerdict, DoesNotReadWhatUnpacksToTooMuchAltogether)
+{
+    // Loosely packed, as it is told, so that only the sum is too large.
+    ZipPart part{"a", std::string(25000000, 'x')};
+    part.method = 8;
+    ZipPart second = part;
+    second.name = "b";
+    ZipPart third = part;
+    third.name = "c";
+    std::string zip = ZipOf({part, second, third});
+    for (const std::size_t nth : {0, 1, 2}) {
+        Patch(zip, kLocal, 22, Bytes(0xfffffffe, 4), nth);
+    }
+
+    const UnpackVerdict verdict = Judged(zip);
+
+    EXPECT_EQ(verdict.status, 50);
+    ASSERT_EQ(verdict.faults.size(), 1U);
+    EXPECT_EQ(verdict.faults[0].reason, UnpackReason::kBomb);
+    EXPECT_EQ(verdict.faults[0].amount, std::uint64_t{3} * 0xfffffffe);
 }
 
 TEST(UnpackVerdict, DoesNotReadOnWhereAnEntryLies)

@@ -72,6 +72,15 @@ TEST(ContentReader, StopsAtItsLimit)
     EXPECT_LT(result.size, 1000000U + (1U << 18) + 1);
 }
 
+TEST(ContentReader, ReadsAllThatFitsItsLimitExactly)
+{
+    const std::string text(1000, 'x');
+
+    EXPECT_EQ(Read(ZipOf({DeflatedPart(text)}), nullptr, 1000).state, ContentState::kFine);
+    EXPECT_EQ(Read(ZipOf({{"a", text}}), nullptr, 1000).state, ContentState::kFine);
+    EXPECT_EQ(Read(ZipOf({{"a", text}}), nullptr, 999).state, ContentState::kTooLarge);
+}
+
 TEST(ContentReader, DoesNotGuessAtUnknownMethods)
 {
     ZipPart part{"a", "text"};

@@ -26,7 +26,8 @@ TEST(NameOnPanel, IsWhatUnzipMakesOfAName)
         {"x\\", 0, "x", true},        {"a;12", 3, "a", false},      {"a;", 3, "a", false},
         {"a;b", 3, "a;b", false},     {"a;1/b", 3, "a;1/b", false}, {"a\1\x7f", 3, "a", false},
         {".", 3, "_", false},         {"q/..", 3, "q/__", false},   {"..;1", 3, "__", false},
-        {".\1./x", 3, "x", false},    {"../", 3, "", true},         {"", 3, "", false},
+        {"a\xff", 3, "a", false},     {".\1./x", 3, "x", false},    {"../", 3, "", true},
+        {"", 3, "", false},
     };
     for (const NameRow& row : kRows) {
         ZipMember member;

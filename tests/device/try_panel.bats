@@ -155,7 +155,8 @@ END
     prepare_try Foo.kx-update
     local signal number begin
     for signal in INT TERM HUP; do
-        env --default-signal=INT "${TRY[@]}" >"$OUT" 2>"$ERR" </dev/null &
+        # What whoever started the tests ignores, and a shell for its background jobs, is not ignored.
+        env --default-signal=INT,TERM,HUP "${TRY[@]}" >"$OUT" 2>"$ERR" </dev/null &
         number=$!
         wait_until host_has_process 'sleep 97.25'
         begin=$SECONDS

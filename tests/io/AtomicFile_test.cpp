@@ -10,8 +10,11 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
+#include <system_error>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -67,6 +70,96 @@ TEST_P(AtomicFiles, ReplaceAnOlderFileOnlyAtCommit)
     file.Commit();
 
     EXPECT_THAT(m_dir.Tree(), ElementsAre("x f 644 new"));
+}
+
+TEST_P(AtomicFiles, AreOnTheDiskBeforeTheyHaveTheirNameAndTheirFolderIsAfterwards)
+{
+    AtomicFile file(m_dir / "x");
+    Write(file, "new");
+    std::error_code error;
+    const std::string written = std::filesystem::read_symlink(file.File().Path(), error).string();
+    const Placing placing;
+
+    file.Commit();
+
+    EXPECT_THAT(placing.Calls(),
+                ElementsAre("sync " + written, "name " + (m_dir / "x"), "sync " + m_dir.Path()));
+}
+
+TEST_P(AtomicFiles, SyncTheFolderTheyAreNamedInWithoutAPath)
+{
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(m_dir.Path());
+    AtomicFile file("x");
+    const Placing placing;
+
+    file.Commit();
+
+    std::filesystem::current_path(before);
+    ASSERT_EQ(placing.Calls().size(), 3U);
+    EXPECT_EQ(placing.Calls()[1], "name x");
+    EXPECT_EQ(placing.Calls()[2], "sync " + m_dir.Path());
+    EXPECT_THAT(m_dir.Tree(), ElementsAre("x f 644 "));
+}
+
+TEST_P(AtomicFiles, KeepTheOlderFileWhenTheDiskDoesNotTakeTheNewOne)
+{
+    m_dir.Write("x", "older");
+    {
+        AtomicFile file(m_dir / "x");
+        Write(file, "new");
+        const Faults faults(Call::kSync, {{EIO}});
+
+        EXPECT_EQ(Thrown([&] { file.Commit(); }),
+                  "3: " + (m_dir / "x") + ": cannot write: Input/output error");
+    }
+
+    EXPECT_THAT(m_dir.Tree(), ElementsAre("x f 644 older"));
+}
+
+TEST_P(AtomicFiles, KeepTheOlderFileWhenTheyCannotTakeItsPlace)
+{
+    m_dir.Write("x", "older");
+    {
+        AtomicFile file(m_dir / "x");
+        Write(file, "new");
+        const Faults faults(Call::kRename, {{ENOSPC}});
+
+        EXPECT_EQ(Thrown([&] { file.Commit(); }),
+                  "3: " + (m_dir / "x") + ": cannot write: No space left on device");
+    }
+
+    EXPECT_THAT(m_dir.Tree(), ElementsAre("x f 644 older"));
+}
+
+TEST_P(AtomicFiles, AreInTheirPlaceAlsoWhereFoldersCannotBeSynced)
+{
+    AtomicFile file(m_dir / "x");
+    Write(file, "new");
+    const Faults faults(Call::kSync, {{}, {EINVAL}});
+
+    file.Commit();
+
+    EXPECT_THAT(m_dir.Tree(), ElementsAre("x f 644 new"));
+}
+
+TEST_P(AtomicFiles, LeaveAloneWhoeverHasTheirEarlierNameAfterCommit)
+{
+    const std::string earlier = ".x." + std::to_string(getpid()) + "-0";
+    {
+        AtomicFile file(m_dir / "x");
+        file.Commit();
+        m_dir.Write(earlier, "somebody's");
+    }
+
+    EXPECT_THAT(m_dir.Tree(), ElementsAre(earlier + " f 644 somebody's", "x f 644 "));
+}
+
+TEST_P(AtomicFiles, AreKeptFromProgramsThatAreStarted)
+{
+    const AtomicFile file(m_dir / "x");
+
+    EXPECT_NE(fcntl(file.File().Number(), F_GETFD) & FD_CLOEXEC, 0);
 }
 
 TEST_P(AtomicFiles, LeaveNothingWithoutCommit)
@@ -138,6 +231,37 @@ TEST_P(AtomicFiles, GoToStandardOutputAtCommit)
     }
 
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "new");
+}
+
+TEST_P(AtomicFiles, GoToStandardOutputBehindWhatTheProgramPrinted)
+{
+    testing::internal::CaptureStdout();
+    {
+        AtomicFile file(AtomicFile::kStandardOutput);
+        Write(file, "new");
+        std::fputs("printed, ", stdout);
+        file.Commit();
+        std::fputs(", and more", stdout);
+    }
+
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "printed, new, and more");
+}
+
+TEST_P(AtomicFiles, TellThatWhatWasPrintedBeforeIsLost)
+{
+    AtomicFile file(AtomicFile::kStandardOutput);
+    std::fflush(stdout);
+    const Descriptor before(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
+    const Descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    ASSERT_EQ(dup2(full.Number(), STDOUT_FILENO), STDOUT_FILENO);
+    std::fputs("printed", stdout);
+
+    // The file itself is empty: nothing but what was printed can fail.
+    const std::string told = Thrown([&] { file.Commit(); });
+
+    ASSERT_EQ(dup2(before.Number(), STDOUT_FILENO), STDOUT_FILENO);
+    std::clearerr(stdout);
+    EXPECT_EQ(told, "3: standard output: cannot write: No space left on device");
 }
 
 TEST_P(AtomicFiles, TellThatStandardOutputCannotBeWritten)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "io/Descriptor.h"
 #include "io/Faults.h"
+#include "support/Deadline.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
 
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <type_traits>
 #include <utility>
 
@@ -152,6 +154,21 @@ TEST(OpenFile, TellsWhyItCannotBeOpened)
 
     EXPECT_EQ(Thrown([&] { OpenFile(path, "read the words").Close(); }),
               "3: " + path + ": cannot read the words: Permission denied");
+}
+
+TEST(OpenFile, DoesNotWaitForAPipeThatTookTheFilesPlaceMeanwhile)
+{
+    const TempDir dir;
+    static std::string path;
+    path = dir.Write("x", "bytes");
+    const auto exchange = [] {
+        EXPECT_EQ(unlink(path.c_str()), 0);
+        EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+    };
+    const Faults faults(Call::kOpen, {{0, SIZE_MAX, exchange}});
+    const Deadline deadline; // a pipe without a writer is waited for without end
+
+    EXPECT_EQ(Thrown([] { OpenFile(path).Close(); }), "3: " + path + ": is not a file");
 }
 
 TEST(CreateFile, MakesAFileWhereNothingIs)

@@ -9,7 +9,10 @@
 #include <cerrno>
 #include <cstdarg>
 #include <deque>
+#include <filesystem>
+#include <system_error>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
@@ -28,7 +31,7 @@ struct Plan {
 
 Plan& PlanOf(Call call)
 {
-    constexpr std::size_t kCalls = 8;
+    constexpr std::size_t kCalls = 11;
     static std::array<Plan, kCalls> plans;
     return plans.at(static_cast<std::size_t>(call));
 }
@@ -42,6 +45,9 @@ bool TakeFault(Call call, std::size_t& size)
     if (!plan.next.empty()) {
         fault = plan.next.front();
         plan.next.pop_front();
+    }
+    if (fault.before != nullptr) {
+        fault.before();
     }
     size = std::min(size, fault.most);
     errno = fault.error != 0 ? fault.error : errno;
@@ -72,6 +78,30 @@ Faults::~Faults()
     PlanOf(m_call) = {};
 }
 
+namespace
+{
+
+Placing* g_placing = nullptr;
+
+} // namespace
+
+Placing::Placing()
+{
+    g_placing = this;
+}
+
+Placing::~Placing()
+{
+    g_placing = nullptr;
+}
+
+void Placing::Note(const std::string& call)
+{
+    if (g_placing != nullptr) {
+        g_placing->m_calls.push_back(call);
+    }
+}
+
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for wrapped calls
 extern "C" {
 int __real_open64(const char* path, int flags, ...);
@@ -88,6 +118,12 @@ int __real_linkat(int from, const char* old, int to, const char* path, int flags
 int __wrap_linkat(int from, const char* old, int to, const char* path, int flags);
 long __real_syscall(long number, ...);
 long __wrap_syscall(long number, ...);
+int __real_fsync(int descriptor);
+int __wrap_fsync(int descriptor);
+int __real_rename(const char* old, const char* path);
+int __wrap_rename(const char* old, const char* path);
+dirent64* __real_readdir64(DIR* folder);
+dirent64* __wrap_readdir64(DIR* folder);
 }
 
 int __wrap_open64(const char* path, int flags, ...)
@@ -142,6 +178,25 @@ long __wrap_syscall(long number, ...)
     const size_t size = va_arg(args, size_t);
     va_end(args);
     return TakeFault(Call::kOpenInRoot) ? __real_syscall(number, folder, path, how, size) : -1;
+}
+
+int __wrap_fsync(int descriptor)
+{
+    std::error_code error;
+    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+    Placing::Note("sync " + std::filesystem::read_symlink(link, error).string());
+    return TakeFault(Call::kSync) ? __real_fsync(descriptor) : -1;
+}
+
+int __wrap_rename(const char* old, const char* path)
+{
+    Placing::Note(std::string("name ") + path);
+    return TakeFault(Call::kRename) ? __real_rename(old, path) : -1;
+}
+
+dirent64* __wrap_readdir64(DIR* folder)
+{
+    return TakeFault(Call::kList) ? __real_readdir64(folder) : nullptr;
 }
 // NOLINTEND(bugprone-reserved-identifier)
 

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -223,6 +224,36 @@ TEST_P(RootedFolders, ClosesWhatItOpens)
     const int after = dup(0);
     close(after);
     EXPECT_EQ(after, before);
+}
+
+TEST_P(RootedFolders, ClosesTheFoldersItLists)
+{
+    const RootedFolder root = Opened();
+    const int before = dup(0);
+    close(before);
+
+    EXPECT_THAT(root.Names("/mnt"), UnorderedElementsAre("user"));
+    EXPECT_NE(Thrown([&] { static_cast<void>(root.Names("/mnt/user/bin/hello")); }), "");
+
+    const int after = dup(0);
+    close(after);
+    EXPECT_EQ(after, before);
+}
+
+TEST_P(RootedFolders, KeepsWhatItOpensFromProgramsThatAreStarted)
+{
+    const Descriptor file = Opened().Open("/mnt/user/bin/hello", Kind::kFile);
+
+    EXPECT_NE(fcntl(file.Number(), F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST_P(RootedFolders, TellsThatAListingBrokeOff)
+{
+    const RootedFolder root = Opened();
+    const Faults faults(Call::kList, {{}, {EIO}});
+
+    EXPECT_EQ(Thrown([&] { static_cast<void>(root.Names("/mnt")); }),
+              "3: " + m_panel.Root() + "/mnt: cannot list: Input/output error");
 }
 
 TEST_P(RootedFolders, OpensWhatIsOfTheRightKind)

@@ -4,6 +4,7 @@
 #include "io/Faults.h"
 #include "io/Interruption.h"
 #include "io/Transfer.h"
+#include "support/Deadline.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
 
@@ -34,6 +35,7 @@ protected:
 
     [[nodiscard]] std::string Written() const { return ReadFile(m_target); }
 
+    Deadline m_deadline;
     TempDir m_dir;
     std::string m_target = m_dir / "target";
     Descriptor m_source = OpenFile(m_dir.Write("source", "12345678"));
@@ -271,6 +273,7 @@ TEST_F(Transfers, NameTheSideOfACopyThatFails)
 
 TEST(ReadSome, TellsWhatIsThereNowAndTheEnd)
 {
+    const Deadline deadline;
     auto [reading, writing] = Pipe();
     std::array<char, 20> bytes{};
 
@@ -285,6 +288,7 @@ TEST(ReadSome, TellsWhatIsThereNowAndTheEnd)
 
 TEST(WriteSome, WritesWhatThereIsRoomFor)
 {
+    const Deadline deadline;
     const auto [reading, writing] = Pipe();
     const std::string much(1 << 20, 'x');
 

@@ -177,6 +177,50 @@ END
     [ -z "$(ls ./*.kx-update 2>/dev/null)" ]
 }
 
+@test "a package is not written to a terminal" {
+    demo pkg
+    # shellcheck disable=SC2016 # expanded by the shell on the terminal
+    command='"$KX_PACKAGE" build pkg --updater arm-updater -o -; echo "status $?"'
+
+    KX_PACKAGE=$KX_PACKAGE script -qec "$command" /dev/null </dev/null | tr -d '\r' >seen
+
+    diff seen - <<'END'
+kx-package: a package cannot be written to a terminal; redirect standard output
+status 2
+END
+}
+
+@test "a folder that is not there yet is named by the slash at its end" {
+    demo pkg
+
+    kx build pkg --updater arm-updater -o none/
+
+    expect 3 '' $'kx-package: none/demo.kx-update: cannot write: No such file or directory\n'
+}
+
+@test "the processor of the command line goes before the manifest's" {
+    demo pkg
+    sed -i 's/"arm"/"riscv64"/' pkg/package.toml
+
+    kx build pkg --updater arm-updater --processor arm
+
+    expect 0 $'demo.kx-update: 1.3 KiB, 3 payload files\n' ''
+    kx build pkg --updater arm-updater --processor none
+    [ "$status" -eq 2 ]
+}
+
+@test "remarks go to standard error, the package to standard output" {
+    demo pkg
+    printf '#!/bin/sh\n' >pkg/share/run
+
+    kx build pkg --updater arm-updater -o -
+
+    [ "$status" -eq 0 ]
+    unzip -tq out
+    [ "$(cat err)" = "kx-package: pkg/package.toml:17:23: run looks like a program, but no pattern of \
+'executable' matches it; it will not be executable" ]
+}
+
 @test "a mistake in the manifest is told as JSON, and nothing but JSON" {
     demo pkg
     sed -i 's/^title/titlee/' pkg/package.toml
@@ -196,19 +240,82 @@ END
     echo older >out/demo.kx-update
 
     for signal in INT TERM HUP KILL; do
-        "$KX_PACKAGE" build pkg --updater arm-updater -o out/ >/dev/null 2>&1 3>&- &
+        # What whoever started the tests ignores, and a shell for its background jobs, is not ignored.
+        env --default-signal=INT,TERM,HUP "$KX_PACKAGE" build pkg --updater arm-updater -o out/ \
+            >/dev/null 2>&1 3>&- &
         pid=$!
         sleep 0.5
         kill -0 "$pid"
-        # A shell's background jobs ignore INT; the program keeps to that.
         kill -"$signal" "$pid"
-        [ "$signal" != INT ] || kill -TERM "$pid"
         status=0
         wait "$pid" || status=$?
-        [ "$status" -gt 128 ]
+        [ "$status" -eq $((128 + $(kill -l "$signal"))) ]
         [ "$(ls -A out)" = demo.kx-update ]
         [ "$(cat out/demo.kx-update)" = older ]
     done
+}
+
+@test "a build goes on where whoever started it wants it to outlive the terminal" {
+    demo pkg
+    head -c 60000000 /dev/urandom >pkg/share/big
+
+    (trap '' HUP && exec "$KX_PACKAGE" build pkg --updater arm-updater) >/dev/null 2>&1 3>&- &
+    pid=$!
+    sleep 0.5
+    kill -HUP "$pid"
+
+    wait "$pid"
+    unzip -tq demo.kx-update
+}
+
+# build_on_full_disk ARGUMENT...: builds where files take no more than 1,000 KiB; leaves what kx does.
+build_on_full_disk() {
+    status=0
+    (
+        ulimit -f 1000
+        trap '' XFSZ
+        exec timeout 60 "$KX_PACKAGE" build pkg --updater arm-updater "$@"
+    ) >out 2>err </dev/null || status=$?
+}
+
+@test "a disk that is full in the middle of a build is told, and the older package stays" {
+    demo pkg
+    head -c 3000000 /dev/urandom >pkg/share/big
+    mkdir made temporary
+    echo older >made/demo.kx-update
+
+    build_on_full_disk -o made/
+    expect 3 '' $'kx-package: made/demo.kx-update: cannot write: File too large\n'
+    TMPDIR=temporary build_on_full_disk -o -
+    expect 3 '' $'kx-package: -: cannot write: File too large\n'
+    build_on_full_disk -o made/ --json
+    [ "$status" -eq 3 ]
+    [ "$(jq -r .error.message out)" = 'cannot write: File too large' ]
+
+    [ "$(ls -A made)" = demo.kx-update ]
+    [ "$(cat made/demo.kx-update)" = older ]
+    [ -z "$(ls -A temporary)" ]
+}
+
+@test "standard output that takes nothing is told" {
+    demo pkg
+    mkdir temporary
+    export TMPDIR=$PWD/temporary
+
+    for words in 'build pkg --updater arm-updater' 'new recipes' completion --version 'build --help'; do
+        status=0
+        # shellcheck disable=SC2086
+        "$KX_PACKAGE" $words >/dev/full 2>err || status=$?
+        : >out
+        expect 3 '' $'kx-package: standard output: cannot be written\n'
+    done
+    status=0
+    "$KX_PACKAGE" build pkg --updater arm-updater -o - >/dev/full 2>err || status=$?
+    expect 3 '' $'kx-package: standard output: cannot write: No space left on device\n'
+    status=0
+    "$KX_PACKAGE" build pkg --updater arm-updater --json >/dev/full 2>err || status=$?
+    [ "$status" -eq 3 ]
+    [ -z "$(ls -A temporary)" ]
 }
 
 @test "a person sees a bar while a long build runs, and a pipe does not" {

@@ -82,3 +82,43 @@ END
     jq -e '.folder == "recipes" and (.files | length) == 7' out
     grep -q '^date = 2023-11-14 ' recipes/package.toml
 }
+
+@test "new makes files with the modes that the umask leaves" {
+    (umask 027 && "$KX_PACKAGE" new recipes >/dev/null)
+
+    diff - <(find recipes -printf '%y %m\n' | sort | uniq) <<'END'
+d 750
+f 640
+END
+}
+
+@test "new dates the package by the day, in universal time, and names this machine's processor" {
+    before=$(date -u +%F)
+    TZ=Pacific/Kiritimati kx new recipes
+    after=$(date -u +%F)
+
+    day=$(sed -n 's/^date = \([-0-9]*\) .*/\1/p' recipes/package.toml)
+    [ "$day" = "$before" ] || [ "$day" = "$after" ]
+    sed -n 's/^processor = "\([^"]*\)" .*/\1/p' recipes/package.toml | grep -qxF "$(uname -m)"
+}
+
+@test "new leaves a folder alone that holds anything" {
+    mkdir recipes
+    touch recipes/.hidden
+
+    kx new recipes
+
+    expect 2 '' $'kx-package: recipes: is not empty; name a folder that is not there yet\n'
+    [ "$(ls -A recipes)" = .hidden ]
+}
+
+@test "new tells a disk that is full" {
+    status=0
+    (
+        ulimit -f 1
+        trap '' XFSZ
+        exec "$KX_PACKAGE" new recipes
+    ) >out 2>err || status=$?
+
+    expect 3 '' $'kx-package: recipes/package.toml: cannot write: File too large\n'
+}

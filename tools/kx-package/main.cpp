@@ -47,17 +47,20 @@ int Fail(const kx::tool::Output& output, const kx::io::Error& error)
     return static_cast<int>(error.Code());
 }
 
+/// Ends a command: what it printed must have got where it should.
+int End(const kx::tool::Output& output, int code)
+{
+    output.out.flush();
+    return output.out ? code
+                      : Fail(output, kx::io::Error(kx::io::ExitCode::kNoAccess, "standard output",
+                                                   "cannot be written"));
+}
+
 int Run(const kx::tool::Invocation& invocation)
 {
     const kx::tool::Output output = kx::tool::StandardOutput(invocation.isJson);
     try {
-        const kx::io::ExitCode code = invocation.run(output);
-        output.out.flush();
-        if (!output.out) {
-            return Fail(output, kx::io::Error(kx::io::ExitCode::kNoAccess, "standard output",
-                                              "cannot be written"));
-        }
-        return static_cast<int>(code);
+        return End(output, static_cast<int>(invocation.run(output)));
     } catch (const kx::io::Error& error) {
         return Fail(output, error);
     } catch (const std::bad_alloc&) {
@@ -92,7 +95,8 @@ int Start(int argc, char** argv)
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
-            return program.exit(error); // help or version
+            const int code = program.exit(error); // help or version
+            return End(kx::tool::StandardOutput(false), code);
         }
         return Fail(kx::tool::StandardOutput(WantsJson(argc, argv)),
                     WrongUse(program, argc, argv, error.what()));

@@ -177,6 +177,12 @@ INSTANTIATE_TEST_SUITE_P(
             ":12:48: 'steps[0].files[0].mode' is 'rwx', which is not a mode; write three or four "
             "octal digits, like \"755\""},
         Mistake{
+            "ModeTooLong",
+            "[[steps]]\nkind = \"copy-files\"\nfiles = [{ source = \"a\", target = \"/b\", "
+            "mode = \"00755\" }]\n",
+            ":12:48: 'steps[0].files[0].mode' is '00755', which is not a mode; write three or four "
+            "octal digits, like \"755\""},
+        Mistake{
             "ModeTooShort",
             "[[steps]]\nkind = \"copy-files\"\nfiles = [{ source = \"a\", target = \"/b\", "
             "mode = \"55\" }]\n",

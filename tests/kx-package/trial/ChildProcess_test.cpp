@@ -1,11 +1,21 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
+#include "support/Deadline.h"
 #include "support/Thrown.h"
 #include "trial/ChildProcess.h"
 
 #include <gmock/gmock.h>
 
+#include <array>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/wait.h>
 
 namespace kx::tool
 {
@@ -54,6 +64,56 @@ TEST(RunChild, EndsAChildThatMayNotGoOn)
     EXPECT_EQ(result.status, 128 + 15);
     EXPECT_TRUE(result.isStopped);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+TEST(RunChild, StartsAProgramInASessionOfItsOwnWithNothingOpenButItsStreams)
+{
+    const ChildResult session =
+        RunChild({"/bin/sh", "-c", "set -- $(cat /proc/$$/stat); [ $1 = $6 ]"}, Always);
+    const ChildResult open = RunChild({"/bin/sh", "-c", "ls /proc/$$/fd; true"}, Always);
+    // What the tests were started with is not closed.
+    std::vector<std::string> expected = {"0", "1", "2"};
+    for (int number = 3; number < 1024; ++number) {
+        const int flags = fcntl(number, F_GETFD);
+        if (flags >= 0 && (flags & FD_CLOEXEC) == 0) {
+            expected.push_back(std::to_string(number));
+        }
+    }
+
+    EXPECT_EQ(session.status, 0);
+    EXPECT_THAT(open.out.Lines(), testing::UnorderedElementsAreArray(expected));
+}
+
+TEST(RunChild, StartsAProgramThatEndsBySignalsWhateverThisOneIgnores)
+{
+    constexpr std::array<int, 5> kSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
+    std::array<struct sigaction, kSignals.size()> before{};
+    struct sigaction ignoring {
+    };
+    ignoring.sa_handler = SIG_IGN;
+    for (std::size_t i = 0; i < kSignals.size(); ++i) {
+        ASSERT_EQ(sigaction(kSignals[i], &ignoring, &before[i]), 0);
+    }
+
+    for (const char* const name : {"INT", "TERM", "HUP", "QUIT", "PIPE"}) {
+        const std::string script = std::string("kill -") + name + " $$; exit 0";
+        EXPECT_GT(RunChild({"/bin/sh", "-c", script}, Always).status, 128) << name;
+    }
+
+    for (std::size_t i = 0; i < kSignals.size(); ++i) {
+        ASSERT_EQ(sigaction(kSignals[i], &before[i], nullptr), 0);
+    }
+}
+
+TEST(RunChild, LeavesNoChildBehindWhenItIsAskedInVain)
+{
+    const Deadline deadline;
+    const auto fails = []() -> bool { throw std::runtime_error("asked"); };
+
+    EXPECT_THROW(static_cast<void>(RunChild({"/usr/bin/sleep", "60"}, fails)), std::runtime_error);
+
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
 }
 
 TEST(RunChild, SaysWhyAProgramCannotBeStarted)

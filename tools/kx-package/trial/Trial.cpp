@@ -215,7 +215,8 @@ Installation Trial::Install(const std::optional<ShellFailure>& failure)
     for (const std::string& remark : RemarksOnName(m_road)) {
         installation.remarks.push_back(remark);
     }
-    installation.isUnpacked = opened.status == 0 || opened.status == kNoUpdater;
+    installation.isUnpacked =
+        !opened.isStopped && (opened.status == 0 || opened.status == kNoUpdater);
     if (!installation.isUnpacked) {
         installation.remarks.push_back(WhyNotUnpacked(opened));
         installation.log = opened.out;
