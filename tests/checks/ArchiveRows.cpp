@@ -8,7 +8,7 @@
 namespace kx::checks
 {
 
-namespace
+namespace of_archives
 {
 
 using archive::Bytes;
@@ -231,11 +231,11 @@ const std::vector<RuleRow> kRows = {
      kAmongOthers},
 };
 
-} // namespace
+} // namespace of_archives
 
 const std::vector<RuleRow>& ArchiveRows()
 {
-    return kRows;
+    return of_archives::kRows;
 }
 
 } // namespace kx::checks

@@ -7,7 +7,7 @@
 namespace kx::checks
 {
 
-namespace
+namespace of_classes
 {
 
 constexpr const char* kType0 = "DB_StepSets.$values[0].$type";
@@ -304,11 +304,11 @@ const std::vector<RuleRow> kRows = {
      kAmongOthers},
 };
 
-} // namespace
+} // namespace of_classes
 
 const std::vector<RuleRow>& ClassRows()
 {
-    return kRows;
+    return of_classes::kRows;
 }
 
 } // namespace kx::checks

@@ -7,7 +7,7 @@
 namespace kx::checks
 {
 
-namespace
+namespace of_descriptions
 {
 
 constexpr const char* kFile = "UserPackage.kx-project";
@@ -172,11 +172,11 @@ const std::vector<RuleRow> kRows = {
     {"description-latin1", kSilent, "", {"H~llo\x7f"}, Text("Hello")},
 };
 
-} // namespace
+} // namespace of_descriptions
 
 const std::vector<RuleRow>& DescriptionRows()
 {
-    return kRows;
+    return of_descriptions::kRows;
 }
 
 } // namespace kx::checks

@@ -7,7 +7,7 @@
 namespace kx::checks
 {
 
-namespace
+namespace of_entries
 {
 
 using archive::Bytes;
@@ -217,11 +217,11 @@ const std::vector<RuleRow> kRows = {
     {"entry-label", kSilent, "", {"0:0", "0:7", "0:32", "3:2175008776", "7:8"}, AddOfSystem},
 };
 
-} // namespace
+} // namespace of_entries
 
 const std::vector<RuleRow>& EntryRows()
 {
-    return kRows;
+    return of_entries::kRows;
 }
 
 } // namespace kx::checks

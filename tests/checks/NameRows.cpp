@@ -7,7 +7,7 @@
 namespace kx::checks
 {
 
-namespace
+namespace of_names
 {
 
 /// Calls the package by that name, with the extension.
@@ -71,11 +71,11 @@ const std::vector<RuleRow> kRows = {
     {"name-neighbour", kSilent, "", {".other.kx-update"}, PutBeside, kAmongOthers},
 };
 
-} // namespace
+} // namespace of_names
 
 const std::vector<RuleRow>& NameRows()
 {
-    return kRows;
+    return of_names::kRows;
 }
 
 } // namespace kx::checks

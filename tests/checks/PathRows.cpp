@@ -9,7 +9,7 @@
 namespace kx::checks
 {
 
-namespace
+namespace of_paths
 {
 
 using archive::Bytes;
@@ -154,11 +154,11 @@ const std::vector<RuleRow> kRows = {
     {"path-desktop", kSilent, "", {"1/0/.DS_Store/"}, AddAll},
 };
 
-} // namespace
+} // namespace of_paths
 
 const std::vector<RuleRow>& PathRows()
 {
-    return kRows;
+    return of_paths::kRows;
 }
 
 } // namespace kx::checks

@@ -7,7 +7,7 @@
 namespace kx::checks
 {
 
-namespace
+namespace of_scripts
 {
 
 const Put kStep = Text("#!/bin/sh\\ntrue\\n");
@@ -143,11 +143,11 @@ const std::vector<RuleRow> kRows = {
     {"installation-fails", kSilent, "", {"rwx"}, Text("755"), kAmongOthers},
 };
 
-} // namespace
+} // namespace of_scripts
 
 const std::vector<RuleRow>& ScriptRows()
 {
-    return kRows;
+    return of_scripts::kRows;
 }
 
 } // namespace kx::checks

@@ -7,7 +7,7 @@
 namespace kx::checks
 {
 
-namespace
+namespace of_settings
 {
 
 const Put kValue = Text("5");
@@ -219,11 +219,11 @@ const std::vector<RuleRow> kRows = {
     {"user-password", kSilent, "", {"pass"}, Unused(kPasswordText)},
 };
 
-} // namespace
+} // namespace of_settings
 
 const std::vector<RuleRow>& SettingRows()
 {
-    return kRows;
+    return of_settings::kRows;
 }
 
 } // namespace kx::checks

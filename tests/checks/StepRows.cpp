@@ -10,7 +10,7 @@
 namespace kx::checks
 {
 
-namespace
+namespace of_steps
 {
 
 /// Adds a link to the folder that is copied: "name>target".
@@ -314,11 +314,11 @@ const std::vector<RuleRow> kRows = {
     {"permissions-open", kSilent, "", {" "}, Text("755"), kAmongOthers},
 };
 
-} // namespace
+} // namespace of_steps
 
 const std::vector<RuleRow>& StepRows()
 {
-    return kRows;
+    return of_steps::kRows;
 }
 
 } // namespace kx::checks

@@ -8,7 +8,7 @@
 namespace kx::checks
 {
 
-namespace
+namespace of_targets
 {
 
 const Put kFile = Text("/opt/hello");
@@ -286,11 +286,11 @@ const std::vector<RuleRow> kRows = {
      }},
 };
 
-} // namespace
+} // namespace of_targets
 
 const std::vector<RuleRow>& TargetRows()
 {
-    return kRows;
+    return of_targets::kRows;
 }
 
 } // namespace kx::checks

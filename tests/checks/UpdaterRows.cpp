@@ -7,7 +7,7 @@
 namespace kx::checks
 {
 
-namespace
+namespace of_updaters
 {
 
 using archive::Bytes;
@@ -222,11 +222,11 @@ const std::vector<RuleRow> kRows = {
     {"updater-processor", kSilent, "", {"183:aarch64", "243:riscv64", "62:x86_64"}, ForMachine},
 };
 
-} // namespace
+} // namespace of_updaters
 
 const std::vector<RuleRow>& UpdaterRows()
 {
-    return kRows;
+    return of_updaters::kRows;
 }
 
 } // namespace kx::checks
