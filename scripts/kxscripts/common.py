@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: MIT
 """What the project's scripts share: headlines, setting up, building, the list of sources."""
 import fnmatch
+import functools
 import os
 import pathlib
 import subprocess
@@ -98,32 +99,39 @@ def _found_below(root):
     return sorted(names)
 
 
+@functools.lru_cache
+def _all_sources(root):
+    """Every source; a script is told of the same ones from its beginning to its end."""
+    if os.path.lexists(root / ".git"):
+        return _listed_by_git(root)
+    print(f"No repository in {root}: every file outside of build/ counts as a source.",
+          file=sys.stderr, flush=True)
+    return _found_below(root)
+
+
 def sources(*patterns, root=ROOT):
     """The sources that match one of the patterns of fnmatch (all without one), sorted, as names
     relative to the root: what git knows or would add; without a repository every file but those of
     build/, which is told on standard error.
 
     Raises Failed when nothing matches, and when there is a repository that git does not read."""
-    if os.path.lexists(root / ".git"):
-        names = _listed_by_git(root)
-    else:
-        print(f"No repository in {root}: every file outside of build/ counts as a source.",
-              file=sys.stderr, flush=True)
-        names = _found_below(root)
-    if patterns:
-        names = [name for name in names
-                 if any(fnmatch.fnmatchcase(name, pattern) for pattern in patterns)]
+    names = [name for name in _all_sources(root)
+             if not patterns or any(fnmatch.fnmatchcase(name, pattern) for pattern in patterns)]
     if not names:
-        raise Failed(f"no source {' '.join(patterns)} in {root}".replace("  ", " "))
+        raise Failed(f"no source in {root} {' '.join(patterns)}".rstrip())
     return names
 
 
 def main():
-    """Builds for the scripts of the shell: build PRESET [TARGET...] in the working directory."""
-    _, action, preset, *targets = sys.argv
-    assert action == "build"
+    """For the scripts of the shell, in the working directory: `build PRESET [TARGET...]`, or
+    `sources [PATTERN...]`, which prints the sources, one a line."""
+    _, action, *words = sys.argv
     try:
-        build(preset, *targets, root=pathlib.Path.cwd())
+        if action == "build":
+            build(*words, root=pathlib.Path.cwd())
+        else:
+            assert action == "sources"
+            print("\n".join(sources(*words, root=pathlib.Path.cwd())))
     except Failed as failure:
         print(failure, file=sys.stderr)
         return 1
