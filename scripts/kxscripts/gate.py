@@ -74,6 +74,8 @@ def device_tests(name, preset, about_panel):
         files = [file for file in sorted((ROOT / "tests" / "device").glob("*.bats"))
                  if any(fnmatch.fnmatch(file.name, pattern) for pattern in PANEL_TESTS)
                  == about_panel]
+        if not files:
+            raise common.Failed("no bats file in tests/device is about this")
         report = kept(name, ".xml")
         status, output = run_logged(
             name, ["bats", "--timing", "--formatter", ROOT / "tests" / "support" / "bats-report",
