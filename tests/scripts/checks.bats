@@ -8,7 +8,7 @@
 # shellcheck disable=SC2016 # what is written between these quotes are scripts
 
 ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
-WRONG=rec ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd) WRONG+=ieve # a misspelled word, but not here
+WRONG='rec''ieve' # a misspelled word, but not here
 
 setup() {
     TREE=$BATS_TEST_TMPDIR/tree
