@@ -95,6 +95,23 @@ END
 
     [ "$status" -eq 0 ]
     [[ ${lines[-1]} == "failed x?[1m 0.001 '?[31mred?"* ]]
+    # Any reader can read it.
+    /usr/bin/python3 -c 'import sys, xml.etree.ElementTree as tree; tree.parse(sys.argv[1])' \
+        "$BATS_TEST_TMPDIR/report.xml"
+}
+
+@test "nor do they spoil what another program wrote" {
+    cd "$BATS_TEST_TMPDIR"
+    printf '<testsuite><testcase name="a"><failure>&#27;[1m&#x1b;[0m \001 &#65;&#x10;&#10;end</failure></testcase></testsuite>' \
+        >report.xml
+
+    run python <<'END'
+import pathlib
+from kxscripts import results
+print(results.read(pathlib.Path("report.xml"))[0])
+END
+
+    [ "$output" = "Case(name='a', outcome='failed', seconds=0.0, text='?[1m?[0m ? A?\nend')" ]
 }
 
 @test "bats itself works with the formatter" {
