@@ -78,12 +78,9 @@ def _listed_by_git(root):
     except FileNotFoundError as error:
         raise Failed("git is missing; scripts/setup installs it") from error
     if done.returncode != 0:
-        text = "git cannot tell the files of this folder:\n" + \
-            done.stderr.decode(errors="replace").rstrip()
-        if "dubious ownership" in text:
-            text += f"\nThe folder belongs to another user. To trust it: " \
-                    f"git config --global --add safe.directory {root}"
-        raise Failed(text)
+        # Where the owner is one that it does not trust, git tells the remedy, too.
+        raise Failed("git cannot tell the files of this folder:\n" +
+                     done.stderr.decode(errors="replace").rstrip())
     names = (os.fsdecode(name) for name in done.stdout.split(b"\0") if name)
     # A file that was removed and not yet committed is no source any more.
     return sorted(name for name in names if os.path.lexists(root / name))
