@@ -12,6 +12,11 @@ set(KX_WRAPPED_CALLS -Wl,--wrap=system)
 set(KX_TEST_ENVIRONMENT
   "LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0")
 
+# Every test of CTest leaves a report of its cases, KX_TEST_REPORTS/NAME.xml, from which the gate
+# counts; it takes one that is missing for a failure.
+set(KX_TEST_REPORTS "${CMAKE_BINARY_DIR}/reports")
+file(MAKE_DIRECTORY "${KX_TEST_REPORTS}")
+
 # kx_compile_tests(TARGET): what sanitizers watch is the product; optimizing the tests themselves
 # would take most of the build's time.
 function(kx_compile_tests target)
@@ -43,12 +48,13 @@ function(kx_add_test name)
     # Further libraries bring options of their own, which the shared one was not compiled with.
     target_precompile_headers(${name} REUSE_FROM kx_test_support)
   endif()
+  set(report "--gtest_output=xml:${KX_TEST_REPORTS}/${name}.xml")
   if(arg_ON_DEVICE)
     add_test(NAME ${name}
-      COMMAND "${CMAKE_SOURCE_DIR}/tests/support/on-device" $<TARGET_FILE:${name}>)
+      COMMAND "${CMAKE_SOURCE_DIR}/tests/support/on-device" $<TARGET_FILE:${name}> ${report})
     set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77)
   else()
-    add_test(NAME ${name} COMMAND ${name})
+    add_test(NAME ${name} COMMAND ${name} ${report})
   endif()
   set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${KX_TEST_ENVIRONMENT}")
 endfunction()
@@ -64,7 +70,7 @@ function(kx_add_rehearsing_test name)
   target_link_libraries(${name} PRIVATE kx_rehearsal_system ${arg_LIBRARIES} GTest::gmock_main)
   target_link_options(${name} PRIVATE ${KX_WRAPPED_CALLS})
   kx_compile_together(${name})
-  add_test(NAME ${name} COMMAND ${name})
+  add_test(NAME ${name} COMMAND ${name} "--gtest_output=xml:${KX_TEST_REPORTS}/${name}.xml")
   set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${KX_TEST_ENVIRONMENT}")
 endfunction()
 
@@ -77,7 +83,19 @@ function(kx_add_qt_test name)
   set_target_properties(${name} PROPERTIES
     AUTOMOC ON
     AUTOGEN_BUILD_DIR "${CMAKE_BINARY_DIR}/autogen/${name}")
-  add_test(NAME ${name} COMMAND ${name})
+  # QtTest's JUnit report would not tell the rows of a table.
+  add_test(NAME ${name} COMMAND ${name} -o "${KX_TEST_REPORTS}/${name}.xml,xml" -o -,txt)
   set_tests_properties(${name} PROPERTIES TIMEOUT 300
     ENVIRONMENT "${KX_TEST_ENVIRONMENT};QT_QPA_PLATFORM=offscreen")
+endfunction()
+
+# kx_add_bats_test(NAME FILE TIMEOUT [VARIABLE=value...]): a file of bats tests of the folder, and
+# what it reads from its environment.
+function(kx_add_bats_test name file timeout)
+  find_program(KX_BATS bats REQUIRED)
+  add_test(NAME ${name}
+    COMMAND "${KX_BATS}" --timing --formatter "${CMAKE_SOURCE_DIR}/tests/support/bats-report"
+      "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${timeout}
+    ENVIRONMENT "KX_BATS_REPORT=${KX_TEST_REPORTS}/${name}.xml;${KX_TEST_ENVIRONMENT};${ARGN}")
 endfunction()

@@ -4,10 +4,10 @@
 """Checks that every layer of src/, every shared room of lib/, every folder of a companion program and
 every module of the sandboxed device includes only what it may.
 
-    scripts/check-layers.py [ROOT]      the project's folder; this one by default
-
-The tables are those of docs/architecture.md; a new arrow is a change of one line here.
+The tables are those of docs/architecture.md; a new arrow is a change of one line here. A row of the
+tables to which no source belongs is an error, like a source to which no row belongs.
 """
+import argparse
 import ast
 import pathlib
 import re
@@ -22,7 +22,7 @@ SRC = {
     "steps": ({"osa", "model"} | CONTRACTS, JSON),
     "engine": ({"osa", "model", "steps"}, JSON),
     "gui": ({"osa", "model", "engine", "app/Globals.h", "app/Options.h"}, {"Qt"}),
-    "app": ({"osa", "model", "engine", "steps"}, {"Qt"} | JSON),
+    "app": ({"osa", "model", "engine", "steps"}, {"Qt"}),
 }
 # A shared room never looks up into a program's folders, nor sideways but along these arrows.
 LIB = {
@@ -37,13 +37,12 @@ LIB = {
 TOOL = {
     "common": ({"io"}, JSON),
     "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, {"toml++"}),
-    "compose": ({"io", "archive", "format", "model", "manifest"}, JSON),
+    "compose": ({"io", "archive", "format", "model", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
-    "trial": ({"io", "panel", "archive", "format", "osa", "engine", "rehearsal", "common",
-               "compose"}, JSON),
+    "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
     "commands": ({"io", "panel", "archive", "format", "checks", "rehearsal", "registry", "osa",
                   "common", "manifest", "compose", "schema", "trial"}, JSON | {"CLI"}),
-    "": ({"io", "common", "commands"}, JSON | {"CLI"}),  # main.cpp
+    "": ({"io", "common", "commands"}, {"CLI"}),  # main.cpp
 }
 TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL}
 # The sandboxed device: a module knows those of the rows above its own.
@@ -60,6 +59,7 @@ DEVICE = (
     ("kxoperate.probe", "kxoperate.screen", "kxoperate.script", "kxoperate.shared"),
     ("kxoperate.command", "kxoperate.window"),
 )
+ROOMS = {room for table in TABLES.values() for room in table}
 # Leaf headers: nothing but the standard library.
 LEAVES = {f"src/{name}" for name in CONTRACTS | {"osa/PanelNames.h"}}
 # The names of the panel stand in this header and in no other string, but in the
@@ -68,6 +68,7 @@ NAMES = "src/osa/PanelNames.h"
 PANEL = "lib/panel"
 # The only file of src/app that may include the window.
 GUI_USER = "src/app/RunModes.cpp"
+SUFFIXES = {".h", ".hpp", ".hh", ".inc", ".ipp", ".tpp", ".cpp", ".cc", ".cxx", ".c"}
 GUARDED = {"picojson.h", "utf8.h", "zip.h", "zlib.h", "bzlib.h"}  # libraries that a layer must be allowed
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.M)
 
@@ -91,10 +92,16 @@ def problems_of(root, top, table, path):
     for mark, target in INCLUDE.findall(path.read_text(encoding="utf-8")):
         if mark == "<":
             library = library_of(target)
-            if library is not None and library not in libraries:
+            if target.split("/")[0] in ROOMS and "/" in target:
+                yield f"{name}: write <{target}> in quotes"
+            elif name in LEAVES and library is not None:
+                yield f"{name}: a leaf header includes only the standard library, not <{target}>"
+            elif library is not None and library not in libraries:
                 yield f"{name}: the layer {layer} is free of {library}, but includes <{target}>"
         elif name in LEAVES:
             yield f'{name}: a leaf header includes only the standard library, not "{target}"'
+        elif {".", ".."} & set(target.split("/")):
+            yield f'{name}: write "{target}" without dots'
         elif "/" not in target:
             yield f'{name}: write "{target}" with its layer'
         elif target.startswith("gui/") and name == GUI_USER:
@@ -119,6 +126,7 @@ def repeated_names(root, files):
         if path == root / NAMES or root / PANEL in path.parents:
             continue
         for text in literals_of(path):
+            text = re.sub(r"^\((.*)\)$", r"\1", text)  # R"(...)"
             if any(text == name or text.endswith("/" + name) for name in names):
                 yield f'{path.relative_to(root).as_posix()}: "{text}" stands in {NAMES}'
 
@@ -126,10 +134,14 @@ def repeated_names(root, files):
 def imports_of(path):
     """The modules of the device that a module imports."""
     for node in ast.walk(ast.parse(path.read_text(encoding="utf-8"))):
-        if isinstance(node, ast.ImportFrom) and node.module in ("kxdevice", "kxoperate"):
-            yield from (f"{node.module}.{alias.name}" for alias in node.names)
-        elif isinstance(node, ast.ImportFrom):
-            yield node.module or ""
+        if isinstance(node, ast.ImportFrom):
+            source = node.module or ""
+            if node.level > 0:
+                source = ".".join(filter(None, (path.parent.name, source)))
+            if source in ("kxdevice", "kxoperate"):
+                yield from (f"{source}.{alias.name}" for alias in node.names)
+            else:
+                yield source
         elif isinstance(node, ast.Import):
             yield from (alias.name for alias in node.names)
 
@@ -150,24 +162,48 @@ def device_problems(root, files):
                 yield f"{name}: must not import {target}"
 
 
+def unused_rows(root, top, table, files):
+    """Rows of a table to which no source belongs: nothing is checked by them."""
+    inner = [path.relative_to(root / top).parts for path in files]
+    found = {parts[0] if len(parts) > 1 else "" for parts in inner}
+    for room in table:
+        if room not in found:
+            yield f"{top}: no sources of the layer '{room}'"
+
+
+def unused_modules(modules):
+    """Modules in the rows of the device that are not there."""
+    found = {f"{path.parent.name}.{path.stem}" for path in modules}
+    for module in (module for row in DEVICE for module in row):
+        if module not in found:
+            yield f"device: no module {module}"
+
+
 def main():
-    root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent.parent)
+    """Checks the tree."""
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("root", nargs="?", type=pathlib.Path,
+                        default=pathlib.Path(__file__).resolve().parent.parent,
+                        help="the project's folder; this one by default")
+    root = parser.parse_args().root
     count = 0
     problems = []
     sources = []
     for top, table in TABLES.items():
-        files = sorted(p for p in (root / top).rglob("*") if p.suffix in {".h", ".cpp"})
+        files = sorted(p for p in (root / top).rglob("*") if p.suffix in SUFFIXES)
         if not files:
             sys.exit(f"check-layers: no sources below {root / top}")
         count += len(files)
         problems += [problem for path in files for problem in problems_of(root, top, table, path)]
+        problems += unused_rows(root, top, table, files)
         sources += files
     problems += repeated_names(root, sources)
-    modules = sorted((root / "device").glob("kx*/*.py"))
+    modules = sorted(p for p in (root / "device").rglob("*.py") if p.parent.name != "device")
     if not modules:
         sys.exit(f"check-layers: no modules below {root / 'device'}")
     count += len(modules)
     problems += device_problems(root, modules)
+    problems += unused_modules(modules)
     print("\n".join(problems) if problems else f"{count} files keep to their layers")
     sys.exit(1 if problems else 0)
 

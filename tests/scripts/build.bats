@@ -21,6 +21,14 @@ cmake_minimum_required(VERSION 3.25)
 project(small LANGUAGES CXX)
 list(APPEND CMAKE_MODULE_PATH "$ROOT/cmake")
 include(KxOptions)
+option(KX_UPDATER "" ON)
+option(KX_TOOLS "" OFF)
+if(KX_UPDATER)
+  find_package(Threads REQUIRED)
+endif()
+if(KX_TOOLS)
+  add_subdirectory(lib)
+endif()
 add_library(room STATIC room.cpp)
 target_link_libraries(room PUBLIC kx_options)
 foreach(name kx_Updater kx-package)
@@ -28,6 +36,8 @@ foreach(name kx_Updater kx-package)
   target_link_libraries(\${name} PRIVATE room)
 endforeach()
 END
+    mkdir lib
+    echo 'find_package(BZip2 REQUIRED)' >lib/CMakeLists.txt
     jq '.configurePresets |= map(select(.name | test("^(base|release|panel|tools|lto)$"))) |
         {version, configurePresets,
             buildPresets: [.configurePresets[1:][] | {name, configurePreset: .name}]}' \
@@ -149,15 +159,33 @@ output_lacks() {
 }
 
 @test "an updater that asks for the companion programs' libraries is found" {
-    mkdir lib
-    echo 'find_package(ZLIB REQUIRED)' >lib/CMakeLists.txt
-    echo 'add_subdirectory(lib)' >>CMakeLists.txt
+    sed -i 's/^if(KX_TOOLS)/if(TRUE)/' CMakeLists.txt
 
     check_reproducible
 
     [ "$status" -eq 1 ]
     output_has 'check-reproducible: kx_Updater cannot be built alone'
     output_lacks 'check-reproducible: kx-package'
+}
+
+@test "a check that would hide no library is none" {
+    echo '# none' >lib/CMakeLists.txt
+
+    check_reproducible
+
+    [ "$status" -eq 1 ]
+    output_has 'check-reproducible: no find_package in lib/ tools/: there is nothing to hide'
+}
+
+@test "programs are compared where there is no repository, too" {
+    rm -rf .git
+    sed -i "s|int main|const char* volatile place = \"$PWD/x\";\nint main|" main.cpp
+
+    check_reproducible
+
+    [ "$status" -eq 1 ]
+    output_has "No repository in $PWD: every file outside of build/ counts as a source."
+    output_has "check-reproducible: kx_Updater holds paths of the machine that built it: $PWD/x"
 }
 
 @test "a header that includes too little is found in every folder of headers" {
@@ -179,6 +207,12 @@ END
     done
     cmake -G Ninja -S . -B build
     cmake --build build --target kx_headers
+
+    mv lib/io/Text.h .
+    run cmake --build build --target kx_headers
+    [ "$status" -ne 0 ]
+    output_has "no headers below $PWD/lib"
+    mv Text.h lib/io
 
     for folder in src/osa lib/io tools/kx-package/common; do
         printf 'std::string Text();\n' >"$folder/Bad.h"

@@ -58,8 +58,8 @@ expect_same() {
 }
 
 @test "neither number is written a second time where programs are built from" {
-    git ls-files --cached --others --exclude-standard --deduplicate -- src lib tools device cmake \
-        '*CMakeLists.txt' CMakePresets.json |
+    PYTHONPATH=scripts /usr/bin/python3 -B -m kxscripts.common sources 'src/*' 'lib/*' 'tools/*' \
+        'device/*' 'cmake/*' CMakeLists.txt '*/CMakeLists.txt' CMakePresets.json |
         xargs -d '\n' grep -nwF -e "$updater" -e "$companions" |
         expect_same "$(grep -HnE '^(project|set)\(.*VERSION ' CMakeLists.txt)"
 }

@@ -1,0 +1,119 @@
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+"""Child processes that end with the script, however it ends: each is the first of a session of its
+own, so that it can be ended with all that it has started."""
+import contextlib
+import os
+import signal
+import subprocess
+import threading
+import time
+
+PATIENCE = 10  # seconds from the request to end until force
+
+_lock = threading.Lock()
+_running = set()
+_stopping = False
+
+
+class Interrupted(BaseException):
+    """A signal asked the script to end; its number is `number`."""
+
+    def __init__(self, number):
+        super().__init__(signal.Signals(number).name)
+        self.number = number
+
+
+class Stopped(Exception):
+    """The script ends: nothing is started any more."""
+
+
+def run(command, *, cwd, output=None, env=None):
+    """Runs a command to its end, without input.
+
+    output   a file for both of its outputs; None: those of the script
+    Returns the exit status, negative for the signal that ended it; 127 when there is no such
+    program. Raises Stopped after `stop_all`. When the waiting is interrupted, ends the command."""
+    with _lock:
+        if _stopping:
+            raise Stopped
+        try:
+            # pylint: disable=consider-using-with
+            child = subprocess.Popen(command, cwd=cwd, env=env, stdin=subprocess.DEVNULL,
+                                     stdout=output, stderr=subprocess.STDOUT if output else None,
+                                     start_new_session=True)
+        except FileNotFoundError:
+            _tell(output, f"{command[0]}: not found; scripts/setup installs what is missing\n")
+            return 127
+        _running.add(child)
+    try:
+        return child.wait()
+    except BaseException:
+        _end([child])
+        raise
+    finally:
+        with _lock:
+            _running.discard(child)
+
+
+def _tell(output, text):
+    if output is None:
+        os.write(2, text.encode())
+    else:
+        output.write(text.encode())
+        output.flush()
+
+
+def _signal(child, number):
+    """Sends a signal to a child's whole group; tells whether there was still somebody."""
+    try:
+        os.killpg(child.pid, number)
+    except ProcessLookupError:
+        return False
+    except PermissionError:
+        pass
+    return True
+
+
+def _end(children):
+    """Ends groups of processes, by force those that do not go by themselves."""
+    children = [child for child in children if _signal(child, signal.SIGTERM)]
+    until = time.monotonic() + PATIENCE
+    while children and time.monotonic() < until:
+        time.sleep(0.05)
+        children = [child for child in children if child.poll() is None or _signal(child, 0)]
+    for child in children:
+        _signal(child, signal.SIGKILL)
+
+
+def stop_all():
+    """Ends every command that runs, and lets no further one start."""
+    global _stopping  # pylint: disable=global-statement
+    with _lock:
+        _stopping = True
+        children = list(_running)
+    _end(children)
+
+
+@contextlib.contextmanager
+def signals_end_the_script():
+    """While the body runs, a signal that asks to end raises Interrupted in it, once.
+
+    A script that nohup or the background of another one has started ignores some of these signals
+    and goes on doing so; its children would inherit that, and the tests of what a signal does would
+    fail. Handlers are not inherited, so every signal gets one, and the children begin like those of
+    a terminal."""
+    def interrupt(number, _frame):
+        for other in earlier:
+            signal.signal(other, lambda *_: None)
+        raise Interrupted(number)
+
+    earlier = {}
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
+        ignored = signal.getsignal(number) == signal.SIG_IGN
+        earlier[number] = signal.signal(number, (lambda *_: None) if ignored else interrupt)
+    try:
+        yield
+    finally:
+        for number, handler in earlier.items():
+            signal.signal(number, handler)
