@@ -13,8 +13,9 @@ sys.path[:0] = [str(SCRIPTS), str(SCRIPTS.parent / "device")]
 from kxscripts import demo_headless, demo_rest, demo_served, hello  # noqa: E402
 from kxscripts.common import Failed, ROOT, build, say, setup  # noqa: E402
 from kxscripts.demo_options import UsageError, parse, usage  # noqa: E402
-from kxscripts.demo_processes import Interrupted, end_on_signals, ignore_signals  # noqa: E402
+from kxscripts.demo_processes import end_on_signals, ignore_signals  # noqa: E402
 from kxscripts.demo_stage import Stage  # noqa: E402
+from kxscripts.processes import Interrupted  # noqa: E402
 
 BROKEN_PIPE = 141  # as a shell tells that SIGPIPE ended a program
 
@@ -98,7 +99,7 @@ def _tell(error):
     if isinstance(error, Interrupted):
         if error.number == signal.SIGINT:
             print("\nEnded.")
-        return error.status
+        return 130 if error.number == signal.SIGINT else 143
     if isinstance(error, UsageError):
         print(f"scripts/demo: {error}; see scripts/demo --help", file=sys.stderr)
         return 2

@@ -7,18 +7,11 @@ import signal
 import subprocess
 import time
 
+from kxscripts.processes import Interrupted, signal_group
+
 PATIENCE = 15  # seconds from the request to end until force
 FORCE = 5  # seconds that force may take
 _SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
-
-
-class Interrupted(BaseException):
-    """A signal asks to end; `status` is the exit status that tells which."""
-
-    def __init__(self, number):
-        super().__init__(signal.Signals(number).name)
-        self.number = number
-        self.status = 130 if number == signal.SIGINT else 143
 
 
 def end_on_signals():
@@ -78,13 +71,13 @@ class Processes:
         until it is gone."""
         asked = time.monotonic()
         forced = False
-        there = _signal(child, signal.SIGTERM)
+        there = signal_group(child, signal.SIGTERM)
         while there and time.monotonic() < asked + self._patience + FORCE:
             if not forced and time.monotonic() >= asked + self._patience:
                 forced = True
-                _signal(child, signal.SIGKILL)
+                signal_group(child, signal.SIGKILL)
             time.sleep(0.05)
-            there = _signal(child, 0)
+            there = signal_group(child, 0)
         if child in self._started:
             self._started.remove(child)
 
@@ -92,15 +85,3 @@ class Processes:
         """Ends all that `start` has started, the last one first."""
         while self._started:
             self.stop(self._started[-1])
-
-
-def _signal(child, number):
-    """Sends a signal to the group of a process; tells whether anybody was there."""
-    child.poll()  # one that has ended and was not asked for its status would still count
-    try:
-        os.killpg(child.pid, number)
-    except ProcessLookupError:
-        return False
-    except PermissionError:
-        pass
-    return True

@@ -64,8 +64,9 @@ def _tell(output, text):
         output.flush()
 
 
-def _signal(child, number):
-    """Sends a signal to a child's whole group; tells whether there was still somebody."""
+def signal_group(child, number):
+    """Sends a signal to the group of a child; tells whether anybody was there."""
+    child.poll()  # one that has ended and was not asked for its status would still count
     try:
         os.killpg(child.pid, number)
     except ProcessLookupError:
@@ -77,13 +78,13 @@ def _signal(child, number):
 
 def _end(children):
     """Ends groups of processes, by force those that do not go by themselves."""
-    children = [child for child in children if _signal(child, signal.SIGTERM)]
+    children = [child for child in children if signal_group(child, signal.SIGTERM)]
     until = time.monotonic() + PATIENCE
     while children and time.monotonic() < until:
         time.sleep(0.05)
-        children = [child for child in children if child.poll() is None or _signal(child, 0)]
+        children = [child for child in children if signal_group(child, 0)]
     for child in children:
-        _signal(child, signal.SIGKILL)
+        signal_group(child, signal.SIGKILL)
 
 
 def stop_all():
