@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
+#include "archive/StructureOf.h"
 #include "archive/ZipOf.h"
 #include "archive/ZipStructure.h"
 
@@ -17,20 +18,6 @@ namespace
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::vector<ZipFlaw> FlawsOf(const ZipStructure& structure)
-{
-    std::vector<ZipFlaw> flaws;
-    for (const ZipFault& fault : structure.faults) {
-        flaws.push_back(fault.flaw);
-    }
-    return flaws;
-}
-
-ZipStructure Read(const std::string& zip)
-{
-    return ReadZipStructure(MemoryBytes(zip));
-}
-
 std::string WithExtra(const std::string& extra)
 {
     ZipPart part{"a", "one"};
@@ -47,7 +34,7 @@ TEST(ZipDirectory, GoesOnBehindComments)
     Patch(zip, kCentral, 32, Bytes(comment.size(), 2));
     Patch(zip, kEndRecord, 12, Bytes(2 * (kHeaderSize + 1) + comment.size(), 4));
 
-    const ZipStructure structure = Read(zip);
+    const ZipStructure structure = StructureOf(zip);
 
     EXPECT_THAT(structure.faults, IsEmpty());
     ASSERT_EQ(structure.members.size(), 2U);
@@ -58,14 +45,15 @@ TEST(ZipDirectory, TellsExtraFieldsThatDoNotEndWhereTheyShould)
 {
     const std::string good = Bytes(0x9999, 2) + Bytes(2, 2) + "ab";
 
-    EXPECT_THAT(FlawsOf(Read(WithExtra(good))), IsEmpty());
-    EXPECT_THAT(FlawsOf(Read(WithExtra(good + good))), IsEmpty());
+    EXPECT_THAT(FlawsOf(StructureOf(WithExtra(good))), IsEmpty());
+    EXPECT_THAT(FlawsOf(StructureOf(WithExtra(good + good))), IsEmpty());
     // Some bytes that are no field, a field that is longer than what is there, one cut in its head.
-    EXPECT_THAT(FlawsOf(Read(WithExtra(good + "x"))), ElementsAre(ZipFlaw::kExtraField));
-    EXPECT_THAT(FlawsOf(Read(WithExtra(Bytes(0x9999, 2) + Bytes(3, 2) + "ab"))),
+    EXPECT_THAT(FlawsOf(StructureOf(WithExtra(good + "x"))), ElementsAre(ZipFlaw::kExtraField));
+    EXPECT_THAT(FlawsOf(StructureOf(WithExtra(Bytes(0x9999, 2) + Bytes(3, 2) + "ab"))),
                 ElementsAre(ZipFlaw::kExtraField));
-    EXPECT_THAT(FlawsOf(Read(WithExtra(Bytes(0x9999, 2)))), ElementsAre(ZipFlaw::kExtraField));
-    EXPECT_EQ(Read(WithExtra("x")).faults.at(0).member, 0U);
+    EXPECT_THAT(FlawsOf(StructureOf(WithExtra(Bytes(0x9999, 2)))),
+                ElementsAre(ZipFlaw::kExtraField));
+    EXPECT_EQ(StructureOf(WithExtra("x")).faults.at(0).member, 0U);
 }
 
 TEST(ZipDirectory, TakesEachNumberFromItsPlaceInTheZip64Field)
@@ -75,7 +63,7 @@ TEST(ZipDirectory, TakesEachNumberFromItsPlaceInTheZip64Field)
     Patch(zip, kCentral, 20, Bytes(0xffffffff, 4) + Bytes(0xffffffff, 4));
     Patch(zip, kCentral, 42, Bytes(0xffffffff, 4));
 
-    const ZipStructure structure = Read(zip);
+    const ZipStructure structure = StructureOf(zip);
 
     ASSERT_EQ(structure.members.size(), 2U);
     EXPECT_EQ(structure.members[0].size, 300U);
@@ -90,7 +78,7 @@ TEST(ZipDirectory, WantsTheNumberOfTheDiskInTheZip64FieldWhereItDoesNotFit)
         std::string zip = WithExtra(Bytes(1, 2) + Bytes(field.size(), 2) + field);
         Patch(zip, kCentral, 24, Bytes(0xffffffff, 4));
         Patch(zip, kCentral, 34, Bytes(0xffff, 2));
-        return FlawsOf(Read(zip));
+        return FlawsOf(StructureOf(zip));
     };
 
     EXPECT_THAT(read(Bytes(3, 8) + Bytes(0, 4)), IsEmpty());
@@ -111,7 +99,7 @@ ZipStructure OfEntries(std::size_t count)
     }
     zip.replace(at, header.size(), directory);
     Patch(zip, kEndRecord, 8, Bytes(count, 2) + Bytes(count, 2) + Bytes(directory.size(), 4));
-    return Read(zip);
+    return StructureOf(zip);
 }
 
 TEST(ZipDirectory, KnowsOnlyTheLowBitsOfTheNumberOfEntries)

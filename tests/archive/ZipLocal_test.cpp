@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
+#include "archive/StructureOf.h"
 #include "archive/ZipOf.h"
 #include "archive/ZipStructure.h"
 
@@ -14,20 +15,6 @@ namespace
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-ZipStructure Read(const std::string& zip)
-{
-    return ReadZipStructure(MemoryBytes(zip));
-}
-
-std::vector<ZipFlaw> FlawsOf(const std::string& zip)
-{
-    std::vector<ZipFlaw> flaws;
-    for (const ZipFault& fault : Read(zip).faults) {
-        flaws.push_back(fault.flaw);
-    }
-    return flaws;
-}
 
 /// Puts bytes right before the central directory of an archive.
 void InsertBeforeDirectory(std::string& zip, const std::string& bytes)
@@ -48,7 +35,7 @@ std::string WithLocalExtra(std::string zip, const std::string& extra)
 }
 
 /// A deflated entry with a descriptor behind it.
-std::string Followed(const std::string& descriptor)
+std::string WithDescriptor(const std::string& descriptor)
 {
     std::string zip = ZipOf({DeflatedPart("text of the entry")});
     Patch(zip, kLocal, 6, Bytes(kZipDescriptor, 2));
@@ -77,7 +64,7 @@ TEST(ZipLocal, TakesSizesFromTheZip64FieldOfTheHeader)
                        Bytes(1, 2) + Bytes(16, 2) + Bytes(text.size(), 8) + Bytes(packed, 8));
     Patch(zip, kLocal, 18, Bytes(0xffffffff, 4) + Bytes(0xffffffff, 4));
 
-    const ZipStructure structure = Read(zip);
+    const ZipStructure structure = StructureOf(zip);
 
     EXPECT_THAT(structure.faults, IsEmpty());
     EXPECT_EQ(structure.members.at(0).local.size, text.size());
@@ -93,8 +80,8 @@ TEST(ZipLocal, LeavesSizesThatFitToTheHeaderItself)
     Patch(zip, kLocal, 18, Bytes(0xffffffff, 4));
 
     EXPECT_THAT(FlawsOf(zip), IsEmpty());
-    EXPECT_EQ(Read(zip).members.at(0).local.packedSize, 3U);
-    EXPECT_EQ(Read(zip).members.at(0).local.size, 3U);
+    EXPECT_EQ(StructureOf(zip).members.at(0).local.packedSize, 3U);
+    EXPECT_EQ(StructureOf(zip).members.at(0).local.size, 3U);
 }
 
 TEST(ZipLocal, TellsAZip64FieldThatIsTooShort)
@@ -113,9 +100,9 @@ TEST(ZipLocal, ReadsTheUnicodeNameOfBothHeaders)
     ZipPart part{"a", "one"};
     part.extra = field;
 
-    const ZipStructure both = Read(WithLocalExtra(ZipOf({part}), field));
-    const ZipStructure none =
-        Read(WithLocalExtra(ZipOf({{"a", "one"}}), Bytes(0x7075, 2) + Bytes(5, 2) + Bytes(1, 5)));
+    const ZipStructure both = StructureOf(WithLocalExtra(ZipOf({part}), field));
+    const ZipStructure none = StructureOf(
+        WithLocalExtra(ZipOf({{"a", "one"}}), Bytes(0x7075, 2) + Bytes(5, 2) + Bytes(1, 5)));
 
     EXPECT_EQ(both.members.at(0).unicodeName, "\xc3\xa4");
     EXPECT_EQ(both.members.at(0).local.unicodeName, "\xc3\xa4");
@@ -127,7 +114,7 @@ TEST(ZipLocal, ReadsTheUnicodeNameOfBothHeaders)
 TEST(ZipLocal, ReadsNamesAndFieldsOfAnyLength)
 {
     const std::string name(600, 'n');
-    const ZipStructure longName = Read(ZipOf({{name, "one"}}));
+    const ZipStructure longName = StructureOf(ZipOf({{name, "one"}}));
     EXPECT_EQ(longName.members.at(0).local.name, name);
     EXPECT_THAT(longName.faults, IsEmpty());
 
@@ -137,12 +124,12 @@ TEST(ZipLocal, ReadsNamesAndFieldsOfAnyLength)
                                          Bytes(1, 2) + Bytes(16, 2) + Bytes(3, 8) + Bytes(3, 8));
     Patch(zip, kLocal, 18, Bytes(0xffffffff, 4) + Bytes(0xffffffff, 4));
     EXPECT_THAT(FlawsOf(zip), IsEmpty());
-    EXPECT_EQ(Read(zip).members.at(0).local.size, 3U);
+    EXPECT_EQ(StructureOf(zip).members.at(0).local.size, 3U);
 }
 
 TEST(ZipLocal, FindsHeadersBehindOtherBytes)
 {
-    const ZipStructure structure = Read("#!/bin/sh\n" + ZipOf({{"a", "one"}, {"b", "two"}}));
+    const ZipStructure structure = StructureOf("#!/bin/sh\n" + ZipOf({{"a", "one"}, {"b", "two"}}));
 
     ASSERT_EQ(structure.members.size(), 2U);
     EXPECT_EQ(structure.members[0].headerAt, 10U);
@@ -178,9 +165,9 @@ TEST(ZipLocal, ComparesAllThatADescriptorTells)
         {"no descriptor", "", true, {ZipFlaw::kOverlap}},
     };
     for (const DescriptorRow& row : rows) {
-        const std::string zip = Followed(row.descriptor);
+        const std::string zip = WithDescriptor(row.descriptor);
 
-        EXPECT_EQ(Read(zip).members.at(0).isDescriptorWrong, row.isWrong) << row.what;
+        EXPECT_EQ(StructureOf(zip).members.at(0).isDescriptorWrong, row.isWrong) << row.what;
         EXPECT_EQ(FlawsOf(zip), row.flaws) << row.what;
     }
 }
@@ -190,7 +177,7 @@ TEST(ZipLocal, SkipsNothingBehindAFolderWithoutItsDescriptor)
     std::string zip = ZipOf({{"d/", "", 040755}, {"d/a", "one"}});
     Patch(zip, kLocal, 6, Bytes(kZipDescriptor, 2));
 
-    const ZipStructure structure = Read(zip);
+    const ZipStructure structure = StructureOf(zip);
 
     ASSERT_EQ(structure.members.size(), 2U);
     EXPECT_TRUE(structure.members[0].isDescriptorWrong);

@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
+#include "archive/StructureOf.h"
 #include "archive/ZipOf.h"
 #include "archive/ZipStructure.h"
 #include "io/Error.h"
@@ -18,15 +19,6 @@ namespace
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-std::vector<ZipFlaw> FlawsOf(const std::string& zip)
-{
-    std::vector<ZipFlaw> flaws;
-    for (const ZipFault& fault : ReadZipStructure(MemoryBytes(zip)).faults) {
-        flaws.push_back(fault.flaw);
-    }
-    return flaws;
-}
 
 std::string GoodZip()
 {
