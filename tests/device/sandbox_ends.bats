@@ -26,11 +26,13 @@ follow() {
     FIRST=$(pgrep -P "$KEEPER")
 }
 
-# ended STATUS MARK: the device has ended with this status and left nothing.
+# ended STATUS MARK: the device has ended with this status and left nothing. One that was killed
+# cannot wait for the end of its panel.
 ended() {
     local status=0
     wait "$STARTER" || status=$?
     [ "$status" -eq "$1" ]
+    [ "$1" -ne 137 ] || wait_until host_lacks_process "sleep $2"
     host_lacks_process "sleep $2"
     wait_until host_lacks_groups "$STARTER"
     wait_until test ! -e "/proc/$FIRST"
