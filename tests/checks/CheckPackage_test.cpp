@@ -77,6 +77,16 @@ TEST(CheckPackage, KeepsABoundedNumberOfFindingsOfARule)
     EXPECT_EQ(findings.Omitted(RuleId::kPayloadUnused), 50U);
 }
 
+TEST(CheckPackage, TellsADescriptionThatIsTooLargeInsteadOfCheckingItsBeginning)
+{
+    constexpr std::size_t kMost = std::size_t{64} << 20;
+    Recipe recipe;
+    recipe.description.resize(kMost + 1, ' ');
+
+    EXPECT_THAT(Problems(recipe.CheckFolder()),
+                ElementsAre("error description-size UserPackage.kx-project"));
+}
+
 TEST(CheckPackage, SaysWhatFailsWhereNoRuleDoes)
 {
     Recipe recipe;

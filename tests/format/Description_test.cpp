@@ -40,6 +40,7 @@ INSTANTIATE_TEST_SUITE_P(
                     CountCase{"ArraysInAList", R"({"a": [[[{}]]]})", 3},
                     CountCase{"OuterArray", "[{}]", 1},
                     CountCase{"BracketsInTexts", R"({"a": "[{\"{[", "b\\": {}})", 2},
+                    CountCase{"QuotesInTexts", R"({"a": "\"{{{"})", 1},
                     CountCase{"NoJson", "]}]}{{", 2}, CountCase{"OpenText", R"({"{{{)", 1}),
     [](const auto& row) { return row.param.name; });
 

@@ -112,6 +112,9 @@ note user-password DB_StepSets.\$values[3].HardSettingDatas.DB_HardwareConfigs.\
     [[ "$output" == *$'\e[31merror: payload-missing\e[0m'* ]]
     NO_COLOR=1 run script -qec "$KX_PACKAGE check hello.kx-update" /dev/null
     [[ "$output" != *$'\e['* ]]
+    # An empty one asks for nothing.
+    NO_COLOR='' run script -qec "$KX_PACKAGE check hello.kx-update" /dev/null
+    [[ "$output" == *$'\e[31merror: payload-missing\e[0m'* ]]
 }
 
 @test "memory is bounded whatever the archive's size" {

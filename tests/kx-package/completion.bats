@@ -90,6 +90,25 @@ END
     grep -q 'kx-package build' typed
 }
 
+@test "the help tells what options are without being given, and their bounds" {
+    local command
+    for command in $(commands); do
+        "$KX_PACKAGE" "$command" --help | sed -n '/^Options:/,/^$/p' |
+            grep -oE -- '--[a-z]+ [A-Z]+(:UINT in \[[^]]+\])?=[^ ]+' | sed "s/^/$command /" || true
+    done | sort | diff - <(
+        cat <<'END'
+installed --root DIR=/
+plan --at PATH=/mnt/usb
+schema --output FILE=-
+try --disk UINT:UINT in [16 - 1048576]=2048
+try --memory UINT:UINT in [16 - 1048576]=4096
+try --processes UINT:UINT in [4 - 30000]=256
+try --seconds UINT:UINT in [1 - 1000000]=600
+verify --root DIR=/
+END
+    )
+}
+
 @test "the manual page has every command and every option" {
     local page=$ROOT/docs/kx-package.1 command option
     for command in $(commands); do

@@ -89,6 +89,19 @@ TEST_F(Rehearsals, KnowNothingOfTheOnesBefore)
     EXPECT_EQ(second.commands.size(), first.commands.size());
 }
 
+TEST_F(Rehearsals, RecordNothingOfAnotherPackage)
+{
+    package.Add(kFile, "0/0/a");
+    static_cast<void>(Play({CopyFileStep({CopyItem("a", "/opt/old/a", "755")})}));
+
+    const Plan plan = Play({CopyFileStep({CopyItem("a", "/opt/new/a", "755")})});
+
+    EXPECT_THAT(plan.folders, ElementsAre("/opt/new/", "/var/lib/KxUserPackages/Foo"));
+    EXPECT_THAT(plan.files,
+                ElementsAre("/opt/new/a", "/var/lib/KxUserPackages/Foo/UserPackage.kx-project",
+                            "/var/lib/KxUserPackages/Foo/installedFile.list"));
+}
+
 TEST_F(Rehearsals, TellTheStepThatFailsWhateverItsLinesAre)
 {
     package.Add(kFile, "2/0/a");

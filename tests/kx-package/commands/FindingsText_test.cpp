@@ -66,6 +66,24 @@ TEST(WriteFindings, ColoursBySeverity)
               std::string::npos);
 }
 
+TEST(WriteFindings, ColoursTheSumByTheWorstOfThem)
+{
+    const auto sumOf = [](const checks::Findings& findings) {
+        std::ostringstream out;
+        WriteFindings({out, out, false, true}, "a.kx-update", findings, true);
+        return out.str().substr(out.str().rfind("a.kx-update: "));
+    };
+    checks::Findings findings;
+    EXPECT_EQ(sumOf(findings), "a.kx-update: \x1b[32m0 errors, 0 warnings, 0 notes\x1b[0m\n");
+
+    findings.Add(checks::RuleId::kNameNeighbour, checks::Location::Whole(), "is near");
+    EXPECT_EQ(sumOf(findings), "a.kx-update: \x1b[32m0 errors, 0 warnings, 1 note\x1b[0m\n");
+
+    checks::Findings warnings;
+    warnings.Add(checks::RuleId::kPayloadUnused, checks::Location::Entry("8"), "no step uses it");
+    EXPECT_EQ(sumOf(warnings), "a.kx-update: \x1b[33m0 errors, 1 warning, 0 notes\x1b[0m\n");
+}
+
 TEST(WriteFindings, TellsProgramsTheSame)
 {
     picojson::value told;

@@ -110,6 +110,22 @@ TEST_F(Layouts, PutsPayloadUnderTheNumbersOfStepsAndItems)
     EXPECT_THAT(layout.remarks, IsEmpty());
 }
 
+TEST_F(Layouts, PacksAsProgramsWhatAnybodyMayExecute)
+{
+    m_dir.Write("bin/hello", "#!/bin/sh\n");
+    const auto payloadOf = [this](const std::string& mode) {
+        return PayloadOf(Make(CopyFiles("bin/hello", "/t") + "mode = \"" + mode + "\"\n"), m_dir);
+    };
+
+    for (const char* const mode : {"100", "010", "001", "755", "0755", "4111"}) {
+        EXPECT_THAT(payloadOf(mode), ElementsAre("0/0/hello* < bin/hello")) << mode;
+    }
+    // The digit before the three has other bits.
+    for (const char* const mode : {"666", "000", "0644", "1644", "7666"}) {
+        EXPECT_THAT(payloadOf(mode), ElementsAre("0/0/hello < bin/hello")) << mode;
+    }
+}
+
 TEST_F(Layouts, KeepsTheFoldersBehindTheLastPartWithoutAWildcard)
 {
     m_dir.Write("data/a/x.conf", "");

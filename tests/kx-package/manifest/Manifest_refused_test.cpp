@@ -34,6 +34,7 @@ std::string AnswerTo(const std::string& text)
     const Environment unset("SOURCE_DATE_EPOCH", nullptr);
     const TempDir dir;
     dir.Write("bytes.sh", std::string("#!/bin/sh\n\xff\n"));
+    dir.Write("zero.sh", std::string("#!/bin/sh\n\0\n", 12));
     dir.Write("x.sh", "#!/bin/sh\n");
     const std::string path = dir.Write("package.toml", text);
     std::string answer = Thrown([&] { static_cast<void>(ReadManifest(path)); });
@@ -206,6 +207,10 @@ INSTANTIATE_TEST_SUITE_P(
             ":13:16: 'steps[0].install-file' is given together with 'install'; keep one of them"},
         Mistake{"ScriptOfBytes", "[[steps]]\nkind = \"script\"\ninstall-file = \"bytes.sh\"\n",
                 ":12:16: 'steps[0].install-file' names 'bytes.sh', which is not UTF-8 text; save "
+                "the script as UTF-8"},
+        Mistake{"ScriptWithAZeroByte",
+                "[[steps]]\nkind = \"script\"\nuninstall-file = \"zero.sh\"\ninstall = \"\"\n",
+                ":12:18: 'steps[0].uninstall-file' names 'zero.sh', which is not UTF-8 text; save "
                 "the script as UTF-8"},
         Mistake{"UnknownSettingKind",
                 "[[steps]]\nkind = \"settings\"\n[[steps.settings]]\nkind = \"back-light\"\n",

@@ -19,7 +19,8 @@ class FakeDevice
 {
 public:
     /// @param body  of the shell script that stands for the device; with "--state DIR" it has made
-    ///              that folder, and in $state, $summary and $trace are the values of its options
+    ///              that folder, and in $state, $seconds, $summary and $trace are the values of its
+    ///              options
     explicit FakeDevice(const std::string& body)
     {
         constexpr unsigned kExecutable = 0755;
@@ -31,6 +32,7 @@ public:
                     "while [ $# -gt 0 ]; do\n"
                     "    case $1 in\n"
                     "        --state) state=$2 ;;\n"
+                    "        --seconds) seconds=$2 ;;\n"
                     "        --summary-json) summary=$2 ;;\n"
                     "        --trace) trace=$2 ;;\n"
                     "        --) break ;;\n"

@@ -114,6 +114,17 @@ TEST(RunTrial, TellsThatUnpackingReachedABound)
     EXPECT_TRUE(device.IsClean());
 }
 
+TEST(RunTrial, GivesEachInstallationItsTimeAndTheReadingOfItsRecordAMinute)
+{
+    const FakeDevice device("echo \"$seconds\" >>\"${0%/*}/seconds\"\n" + kTells);
+
+    const TrialResult result = Try(device, true);
+
+    EXPECT_EQ(result.installations.size(), 2U);
+    // Each time it is unpacked, installed and read.
+    EXPECT_EQ(ReadFile(device.Folder() + "/seconds"), "600\n600\n60\n600\n600\n60\n");
+}
+
 } // namespace
 
 } // namespace kx::tool
