@@ -232,17 +232,21 @@ compiled() {
     (IFS=, && echo "[${list[*]}]") >"build/$1/compile_commands.json"
 }
 
-@test "a header that nothing compiles alone is told" {
+@test "a header that nothing compiles alone is told, wherever it is" {
+    local header
     stand_in cmake <<<'exit 0'
-    mkdir -p lib/io build/dev/tests/headers
+    mkdir -p lib/io tools/kx-package/common build/dev/tests/headers
     echo '#include "osa/Sum.h"' >build/dev/tests/headers/a.cpp
     compiled dev "$TREE/build/dev/tests/headers/a.cpp" "$TREE/src/osa/Sum.cpp"
     check headers
     [ "$status" -eq 0 ]
 
-    touch lib/io/Text.h
-    check headers
-    expect_failed headers -- 'check headers: tests/headers.cmake leaves out: lib/io/Text.h'
+    for header in src/osa/Text.h lib/io/Text.h tools/kx-package/common/Text.h; do
+        touch "$header"
+        check headers
+        expect_failed headers -- "check headers: tests/headers.cmake leaves out: $header"
+        rm "$header"
+    done
 }
 
 # tidy_tools: clang-tidy that refuses files called bad, and what it is started for.
