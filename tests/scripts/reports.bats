@@ -237,6 +237,19 @@ needs skips 0 1 ['not done, because skips failed'] False
 END
 }
 
+@test "once everything was ended nothing is started any more" {
+    run python <<'END'
+from kxscripts import processes
+processes.stop_all()
+try:
+    processes.run(["echo", "started"], cwd="/")
+except processes.Stopped:
+    print("stopped")
+END
+
+    [ "$output" = stopped ]
+}
+
 @test "a part that waits for an unknown one, and one that is listed twice, are refused" {
     run python <<'END'
 from kxscripts import parts
