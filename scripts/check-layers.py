@@ -56,7 +56,8 @@ DEVICE = (
     ("kxdevice.supervisor",),
     ("kxdevice.keeper",),
     ("kxdevice.front",),
-    ("kxoperate.probe", "kxoperate.screen", "kxoperate.script", "kxoperate.shared"),
+    ("kxoperate.shared",),
+    ("kxoperate.probe", "kxoperate.screen", "kxoperate.script"),
     ("kxoperate.command", "kxoperate.window"),
 )
 ROOMS = {room for table in TABLES.values() for room in table}

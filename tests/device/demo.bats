@@ -381,7 +381,8 @@ press() {
     nested=$(tr '\0' '\n' <"/proc/$(member socat)/cmdline" |
         sed -n 's,^UNIX-CONNECT:/tmp/.X11-unix/,,p')
     [[ $nested =~ ^X[0-9]+$ ]] || fail "forwards to $nested"
-    # Without the secret nobody gets in.
+    # Without the secret nobody gets in, and nobody else can read it.
+    [ "$(stat -c %a "$DIR/cookie")" = 600 ]
     XAUTHORITY=$DIR/cookie DISPLAY=:${nested#X} xdotool getdisplaygeometry |
         grep -qx '800 480'
     run ! env XAUTHORITY=/dev/null DISPLAY=":${nested#X}" xdotool getdisplaygeometry

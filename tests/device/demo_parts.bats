@@ -124,3 +124,93 @@ print("went on", file=open("told", "w"))
 END
     [ "$(cat told)" = 'went on' ]
 }
+
+@test "processes end in the order in which they need each other: the last one first" {
+    python <<'END'
+processes = Processes(patience=5)
+for name in ("first", "second"):
+    processes.start("sh", "-c", f"trap 'echo {name} >>ends; exit' TERM; echo >{name}\n"
+                    "while :; do sleep 0.05; done", log="log")
+while not (os.path.exists("first") and os.path.exists("second")):
+    time.sleep(0.05)
+processes.stop_all()
+END
+    [ "$(cat ends)" = $'second\nfirst' ]
+}
+
+# on_stage OPTION... <PROGRAM: runs a program that knows the stage of a demonstration with these
+# options; its panel is played.
+on_stage() {
+    python PYTHONPATH="$ROOT/scripts:$ROOT/device" OPTIONS="$*" <<END
+import pathlib, socket
+from kxscripts import demo, demo_headless, demo_served
+from kxscripts.common import Failed
+from kxscripts.demo_options import parse
+from kxscripts.demo_stage import Stage
+options = parse(os.environ["OPTIONS"].split())
+stage = Stage(options, pathlib.Path.cwd())
+$(cat)
+END
+}
+
+@test "a window that does not get to its end fails the demonstration, and its complaint is shown" {
+    mkdir demo
+
+    run on_stage --dir demo <<'END'
+def open_window(*_):
+    stage.window = stage.processes.start("sh", "-c", "echo no screen; exit 3", log=stage.window_log())
+stage.open_window = open_window
+try:
+    demo_headless.show(stage)
+except Failed as failure:
+    print(failure)
+END
+
+    echo "$output"
+    [ "$status" -eq 0 ]
+    [ "${lines[-2]}" = 'no screen' ]
+    [ "${lines[-1]}" = "the window did not get to its end; what there is: $PWD/demo/panel" ]
+}
+
+@test "a link that the panel puts in the place of its screen is not served" {
+    mkdir demo
+
+    run on_stage --vnc 5901 --dir demo <<'END'
+inside = stage.state / "root/run"
+inside.mkdir(parents=True)
+host = socket.socket(socket.AF_UNIX)
+host.bind("host")
+(inside / "screen").symlink_to(os.path.abspath("host"))
+stage.open_window = lambda *_: setattr(stage, "window", stage.processes.start("sleep", "20"))
+stage.short = lambda _: sys.exit("the link is served")
+try:
+    demo_served.serve(stage)
+except Failed as failure:
+    print(failure)
+finally:
+    stage.processes.stop_all()
+END
+
+    echo "$output"
+    [ "$status" -eq 0 ]
+    [ "${lines[-1]}" = "the panel's screen is no socket" ]
+}
+
+@test "how the panel is shown follows the options, then the display" {
+    local display options expected
+    while IFS='|' read -r display options expected; do
+        run on_stage "$options" <<END
+os.environ["DISPLAY"] = "$display"
+print(demo._mode(options))
+END
+        echo "$output"
+        [ "$status" -eq 0 ]
+        [ "${lines[-1]}" = "$expected" ] || { echo "'$display' $options" && return 1; }
+    done <<'END'
+:0||display
+:0|--headless|headless
+:0|--web|served
+||headless
+|--vnc|served
+END
+}

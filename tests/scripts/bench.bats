@@ -11,6 +11,41 @@ python() {
     PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$ROOT/tests/bench /usr/bin/python3 -
 }
 
+# bench_tree: the benchmark with a sandboxed device that is played: it traces what $TRACE holds, and
+# every program takes the time that $TIMES tells.
+bench_tree() {
+    TREE=$BATS_TEST_TMPDIR/tree
+    mkdir -p "$TREE/tests" "$TREE/device" "$TREE/bin"
+    cp -R "$ROOT/scripts" "$TREE/scripts"
+    cp -R "$ROOT/tests/bench" "$TREE/tests"
+    export TRACE=$TREE/trace
+    printf '#!/bin/sh\n' | tee "$TREE/scripts/setup" >"$TREE/bin/cmake"
+    cat >"$TREE/device/run" <<'END'
+#!/usr/bin/python3
+import json, os, shutil, sys
+words = sys.argv
+if "--trace" in words:
+    shutil.copy(os.environ["TRACE"], words[words.index("--trace") + 1])
+else:
+    job = json.load(sys.stdin)
+    for name in job["programs"]:
+        print(json.dumps({"round": 1, "name": name, "status": 9 * (name == os.environ.get("BAD")),
+                          "wall": 1, "own": 0.5, "cpu": 1, "children": 0.5, "peak_kib": 1024}))
+END
+    chmod +x "$TREE"/{bin/cmake,scripts/setup,device/run}
+    printf 'shell\t%s\n' sync /usr/bin/kxsystem/wprotect_off \
+        'mkdir -p "/var/lib/KxUserPackages/package"' \
+        'cp -f "/opt/bench/package/UserPackage.kx-project" "/var/lib/KxUserPackages/package/UserPackage.kx-project" ' \
+        sync >"$TRACE"
+    echo $'tool\twprotect_off' >>"$TRACE"
+}
+
+# bench_no_steps: leaves $status and $output.
+bench_no_steps() {
+    run env PATH="$TREE/bin:$PATH" "$TREE/scripts/bench" --quick no-steps
+    echo "$output"
+}
+
 @test "results and rows are on the disk as soon as they are told" {
     cd "$BATS_TEST_TMPDIR"
 
@@ -100,6 +135,17 @@ sync
 END
 }
 
+@test "what a file costs is compared among all folders that differ in size alone" {
+    run python <<'END'
+from kxbench.workloads import GROWING, WORKLOADS
+folders = [name for name, work in WORKLOADS.items()
+           if name.startswith("folder-") and not work.parts]
+print(list(GROWING) == folders, len({WORKLOADS[name].files for name in folders}))
+END
+
+    [ "$output" = 'True 3' ]
+}
+
 @test "the help names every workload, and no other is taken" {
     run "$ROOT/scripts/bench" --help
     [ "$status" -eq 0 ]
@@ -119,4 +165,30 @@ END
 
     [ "$status" -eq 1 ]
     [ "$output" = 'measure: only on the sandboxed device' ]
+}
+
+@test "an installation is measured when its commands are those that it must run, in their order" {
+    bench_tree
+    bench_no_steps
+    [ "$status" -eq 0 ]
+    [[ $output == *'0 goals kept, 0 missed'* ]]
+
+    sed -i '2{h;d};3{G}' "$TRACE"
+    bench_no_steps
+    [ "$status" -eq 1 ]
+    [[ $output == *'no-steps: the updater ran 5 commands, not the 5 that are specified;'* ]]
+
+    sed -i 1d "$TRACE"
+    bench_no_steps
+    [ "$status" -eq 1 ]
+    [[ $output == *'no-steps: the updater ran 4 commands, not the 5 that are specified;'* ]]
+}
+
+@test "a program that fails while it is measured ends the benchmark" {
+    bench_tree
+
+    BAD=floor bench_no_steps
+
+    [ "$status" -eq 1 ]
+    [ "${lines[-1]}" = 'floor ended with 9' ]
 }

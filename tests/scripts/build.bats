@@ -110,6 +110,18 @@ output_lacks() {
     output_has "type of 'counter' does not match original declaration [-Werror=lto-type-mismatch]"
 }
 
+@test "what the sanitizers find ends a program" {
+    sed -i 's/    return Sum({argc, 1});/    return Sum({argc, 2147483647}) == 0 ? 1 : 0;/' main.cpp
+    cmake -G Ninja -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DKX_SANITIZE=address,undefined
+    cmake --build build/asan --target kx_Updater
+
+    run build/asan/kx_Updater
+
+    echo "$output"
+    [ "$status" -ne 0 ]
+    output_has 'runtime error: signed integer overflow'
+}
+
 @test "programs that hold nothing of where they were built are the same" {
     # Names of files without their folders, from a macro.
     sed -i 's/int main/const char* volatile place = __FILE__;\nint main/' main.cpp

@@ -109,6 +109,18 @@ output_has() {
     expect_failed spelling -- 'src/osa/Sum.cpp:2: '"$WRONG ==> "
 }
 
+@test "words are looked for everywhere but in translations, pictures and the inputs of fuzzers" {
+    mkdir -p res tests/fuzz/corpus/reader
+    echo "$WRONG" | tee res/a.ts res/a.png >tests/fuzz/corpus/reader/one
+    check spelling
+    [ "$status" -eq 0 ]
+
+    echo "$WRONG" | tee res/a.txt tests/corpus.txt >tests/fuzz/one.txt
+    check spelling
+    expect_failed spelling -- "res/a.txt:1: $WRONG" "tests/corpus.txt:1: $WRONG" \
+        "tests/fuzz/one.txt:1: $WRONG"
+}
+
 @test "a fault is found in a script of the shell and in a bats test, whatever they are called" {
     printf '#!/bin/sh\necho $1\n' >scripts/unquoted
     printf '#!/usr/bin/env bats\nsetup() { cd $X; }\n' >src/some.bats
@@ -232,17 +244,21 @@ compiled() {
     (IFS=, && echo "[${list[*]}]") >"build/$1/compile_commands.json"
 }
 
-@test "a header that nothing compiles alone is told" {
+@test "a header that nothing compiles alone is told, wherever it is" {
+    local header
     stand_in cmake <<<'exit 0'
-    mkdir -p lib/io build/dev/tests/headers
+    mkdir -p lib/io tools/kx-package/common build/dev/tests/headers
     echo '#include "osa/Sum.h"' >build/dev/tests/headers/a.cpp
     compiled dev "$TREE/build/dev/tests/headers/a.cpp" "$TREE/src/osa/Sum.cpp"
     check headers
     [ "$status" -eq 0 ]
 
-    touch lib/io/Text.h
-    check headers
-    expect_failed headers -- 'check headers: tests/headers.cmake leaves out: lib/io/Text.h'
+    for header in src/osa/Text.h lib/io/Text.h tools/kx-package/common/Text.h; do
+        touch "$header"
+        check headers
+        expect_failed headers -- "check headers: tests/headers.cmake leaves out: $header"
+        rm "$header"
+    done
 }
 
 # tidy_tools: clang-tidy that refuses files called bad, and what it is started for.
@@ -292,6 +308,41 @@ END
     rm build/tidy/compile_commands.json
     check tidy
     expect_failed tidy -- 'compile_commands.json'
+}
+
+@test "files that clang-tidy has not begun to read are left alone after an interrupt" {
+    local check process tries left='' status=0
+    tidy_tools
+    # shellcheck disable=SC2046 # words
+    compiled tidy $(seq -f '/x/src/%g.cpp' $(($(nproc) * 3)))
+    touch "$STUB/tidy"
+    stand_in clang-tidy <<'END'
+echo $$ >>"$STUB/tidy"
+exec sleep 77777
+END
+    "$TREE/scripts/check" tidy >out 2>&1 &
+    check=$!
+    for tries in {1..300}; do
+        [ "$(grep -c . "$STUB/tidy")" != "$(nproc)" ] || break
+        sleep 0.1
+    done
+
+    kill -TERM "$check"
+    for tries in {1..150}; do
+        kill -0 "$check" 2>/dev/null || break
+        sleep 0.1
+    done
+    kill -KILL "$check" 2>/dev/null || true
+    wait "$check" || status=$?
+
+    echo "$tries"
+    cat out
+    while read -r process; do
+        [ "$(cat "/proc/$process/comm" 2>/dev/null)" != sleep ] || { left+=" $process" && kill -KILL "$process"; }
+    done <"$STUB/tidy"
+    [ "$left" = '' ]
+    [ "$status" -eq 143 ]
+    [ "$(wc -l <"$STUB/tidy")" -eq "$(nproc)" ]
 }
 
 @test "checks that are interrupted end what they have started" {

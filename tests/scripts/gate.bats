@@ -159,7 +159,13 @@ setup() {
     expect_sum '20 passed, 1 failed'
     output_has 'ended with 8, but no test failed'
 
-    rm "$STUB/ctest.xml" "$STUB/ctest.status"
+    rm "$STUB/ctest.status"
+    touch "$STUB/ctest.signal"
+    gate
+    expect_sum '20 passed, 1 failed'
+    output_has 'ended with -9, but no test failed'
+
+    rm "$STUB/ctest.xml" "$STUB/ctest.signal"
     gate
     expect_sum '16 passed, 1 failed'
     output_has 'ctest prints this'
@@ -214,14 +220,15 @@ skipped, and so not known to work, which counts as failed:
 END
 }
 
-@test "a build that fails is shown, and what needs it has failed" {
+@test "a build that fails is shown with the end of its output, and what needs it has failed" {
     echo asan >"$STUB/fails"
 
     gate
 
     expect_sum '13 passed, 3 failed'
     output_has "   the compiler's words" 'building the preset asan failed; all of it: build/asan.log' \
-        'not done, because build asan failed'
+        'not done, because build asan failed' $'\n   99\n   100\n'
+    [[ $output != *$'\n   40\n'* ]]
     lacks "$STUB/log" '^ctest|^bats .*/asan/'
 }
 

@@ -90,6 +90,29 @@ END
     [[ $output == *'reported no case in'* ]]
 }
 
+@test "an interrupted run leaves its report: the formatter reads on until bats has ended" {
+    cd "$BATS_TEST_TMPDIR"
+    mkfifo stream
+    KX_BATS_REPORT=report.xml env --default-signal=INT "$ROOT/tests/support/bats-report" \
+        <stream >told 3>&- &
+    local formatter=$! tries
+    exec 4>stream
+    printf '1..2\nbegin 1 first\nok 1 first in 1ms\nbegin 2 second\n' >&4
+    for tries in {1..100}; do
+        ! grep -q '^ok 1' told || break
+        sleep 0.1
+    done
+    echo "$tries"
+
+    kill -INT "$formatter"
+    printf 'not ok 2 second in 2ms\n# Interrupted\n' >&4
+    exec 4>&-
+    wait "$formatter"
+
+    grep -qx '# Interrupted' told
+    grep -q 'name="second" time="0.002"><failure>Interrupted</failure>' report.xml
+}
+
 @test "characters that no XML file can hold do not spoil a report" {
     run report < <(printf '1..1\nbegin 1 x\nnot ok 1 x\033[1m in 1ms\n# \033[31mred\001\377 \302\200\n')
 
@@ -180,7 +203,8 @@ def work(name, seconds=0.0, problem=None):
         time.sleep(seconds)
         if problem:
             raise problem
-        return [] if name == "nothing" else [Case(name, "skipped" if name == "skips" else "passed")]
+        outcomes = {"nothing": (), "skips": ("passed", "skipped")}.get(name, ("passed",))
+        return [Case(name, outcome) for outcome in outcomes]
     return do
 P = parts.Part
 done = parts.run([
@@ -188,6 +212,7 @@ done = parts.run([
     P("after both", work("x"), after=("slow", "bad")), P("needs bad", work("y"), needs=("bad",)),
     P("needs quick", work("z"), needs=("quick",)), P("nothing", work("nothing")),
     P("odd", work("odd", 0, KeyError("k"))), P("skips", work("skips")),
+    P("needs skips", work("w"), needs=("skips",)),
 ], lambda part: told.append("+" + part.name), lambda one: told.append("-" + one.part.name))
 at = told.index
 assert at("-slow") < at("+after both") and at("-bad") < at("+after both"), told
@@ -207,8 +232,22 @@ needs bad 0 1 ['not done, because bad failed'] False
 needs quick 1 0 [] False
 nothing 0 1 ['nothing was tested'] False
 odd 0 1 ["KeyError: 'k'"] False
-skips 0 1 [] False
+skips 1 1 [] False
+needs skips 0 1 ['not done, because skips failed'] False
 END
+}
+
+@test "once everything was ended nothing is started any more" {
+    run python <<'END'
+from kxscripts import processes
+processes.stop_all()
+try:
+    processes.run(["echo", "started"], cwd="/")
+except processes.Stopped:
+    print("stopped")
+END
+
+    [ "$output" = stopped ]
 }
 
 @test "a part that waits for an unknown one, and one that is listed twice, are refused" {
