@@ -103,21 +103,26 @@ END
     [ ! -e "$WORK/seen" ]
 }
 
-@test "a request to end ends the panel and leaves nothing behind" {
+@test "a request to end ends the panel in one way and leaves nothing behind" {
+    local signal window
     mkdir "$WORK/temporary"
-    TMPDIR=$WORK/temporary "$WINDOW" --updater "$KX_UPDATER" --probe "$PROBE" --no-wm \
-        "${PANEL_SETTINGS[@]}" --out "$WORK/seen" -- /bin/sleep 291.5 </dev/null 3>&- &
-    local window=$!
-    wait_until host_has_process '/bin/sleep 291.5'
+    for signal in TERM INT HUP; do
+        # Commands in the background of a script ignore the interrupt key.
+        TMPDIR=$WORK/temporary env --default-signal=INT,HUP \
+            "$WINDOW" --updater "$KX_UPDATER" --probe "$PROBE" --no-wm \
+            "${PANEL_SETTINGS[@]}" --out "$WORK/$signal" -- /bin/sleep 291.5 </dev/null 3>&- &
+        window=$!
+        wait_until host_has_process '/bin/sleep 291.5'
 
-    kill -TERM "$window"
-    status=0
-    wait "$window" || status=$?
+        kill "-$signal" "$window"
+        status=0
+        wait "$window" || status=$?
 
-    [ "$status" -eq 143 ]
-    host_lacks_process '/bin/sleep 291.5'
-    [ -z "$(ls -A "$WORK/temporary")" ]
-    [ -e "$WORK/seen/updater.out" ]
+        [ "$status" -eq 143 ] || fail "$signal: ended with $status"
+        host_lacks_process '/bin/sleep 291.5'
+        [ -z "$(ls -A "$WORK/temporary")" ]
+        [ -e "$WORK/$signal/updater.out" ]
+    done
 }
 
 @test "without a screen nothing is started, and a line says why" {
@@ -141,4 +146,30 @@ END
     [ "$status" -eq 0 ]
     (cd "$cache" && sha256sum -- *) >"$WORK/expected"
     cmp "$WORK/expected" "$WORK/seen/updater.out"
+}
+
+# Connects to a screen as a viewer that wants it alone, twice; prints the names of both greetings.
+TWO_VIEWERS='import socket, sys
+def viewer():
+    link = socket.socket(socket.AF_UNIX)
+    link.settimeout(10)
+    link.connect(sys.argv[1])
+    words = link.makefile("rwb")
+    words.read(12); words.write(b"RFB 003.008\n"); words.flush()
+    words.read(words.read(1)[0]); words.write(b"\1"); words.flush()
+    words.read(4); words.write(b"\0"); words.flush()  # nobody else may stay connected
+    return words
+def size(words):
+    words.write(b"\3\0" + bytes(4) + b"\0\1\0\1"); words.flush()
+    return words.read(4)
+first = viewer(); print(size(first).hex()); words = first.read(20); first.read(int.from_bytes(words[16:], "big"))
+second = viewer(); print(second.read(4).hex()); first.write(b"\3\0" + bytes(4) + b"\0\1\0\1"); first.flush()
+print(len(first.read(1)))'
+
+@test "several viewers see the screen, also when one wants it alone" {
+    show --serve /tmp/screen --size 320x200 --no-wm --out "$WORK/seen" -- \
+        /usr/bin/python3 -c "$TWO_VIEWERS" /tmp/screen
+
+    [ "$status" -eq 0 ] || fail "$output"
+    [ "$(cat "$WORK/seen/updater.out")" = $'014000c8\n014000c8\n1' ]
 }
