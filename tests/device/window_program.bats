@@ -4,6 +4,7 @@
 #
 # What device/window and the user's player do with programs and helpers that behave oddly.
 
+# shellcheck disable=SC2030,SC2031 # each test has options of its own
 load window
 
 # put_tool NAME <TEXT: makes a program that comes before the panel's own of that name, and adds the
