@@ -310,3 +310,10 @@ secret' ]
     [ "$status" -eq 0 ]
     [ "$output" = A=1 ]
 }
+
+@test "the folders that are made above a copy belong to root of the panel" {
+    run device --put tree=/opt/above/it/tree -- stat -c '%U:%G %a' /opt/above /opt/above/it
+
+    [ "$status" -eq 0 ]
+    [ "$output" = $'root:root 755\nroot:root 755' ]
+}
