@@ -215,6 +215,14 @@ class Use(unittest.TestCase):
                 os.unlink(f"{system.root}/{file}")
                 self.assertFalse(groups.killed_for_memory())
 
+    def test_a_group_that_is_gone_does_not_hide_what_another_tells(self):
+        with GroupsFileSystem(V1, V1_FOLDERS) as system:
+            groups = made(system)
+            system.put("memory/box/kx/memory.oom_control", "oom_kill 1\n")
+            groups.oom_files.insert(0, f"{system.root}/memory/box/gone")
+
+            self.assertTrue(groups.killed_for_memory())
+
 
 class Removal(unittest.TestCase):
     """The end of the groups, whose processes may need a moment to be gone."""

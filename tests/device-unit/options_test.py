@@ -121,6 +121,12 @@ class Parse(unittest.TestCase):
 class Environment(unittest.TestCase):
     """The whole environment of the command."""
 
+    def test_what_was_given_goes_before_what_the_caller_has(self):
+        with mock.patch.dict(os.environ, {"LANG": "caller", "TERM": "t"}, clear=True):
+            given = options.environment(Options(env=(("LANG", "given"), ("PATH", "/p"))))
+
+        self.assertEqual(given, {"PATH": "/p", "HOME": "/root", "LANG": "given", "TERM": "t"})
+
     def test_it_holds_little_of_the_callers(self):
         caller = {"LANG": "l", "LC_ALL": "a", "TERM": "t", "PATH": "/x", "HOME": "/y",
                   "LC_TIME": "z", "SECRET": "s"}

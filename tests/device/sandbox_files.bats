@@ -301,3 +301,19 @@ secret
 secret' ]
     [ "$(cat tree/secret)" = secret ]
 }
+
+@test "every user of the panel may call a stand-in" {
+    [ "$(id -u)" -eq 0 ] || skip "only root's panel has other users everywhere"
+    run device -- sh -c 'kx-setting-cui set A=1
+        setpriv --reuid=1000 --regid=1000 --clear-groups kx-setting-cui list'
+
+    [ "$status" -eq 0 ]
+    [ "$output" = A=1 ]
+}
+
+@test "the folders that are made above a copy belong to root of the panel" {
+    run device --put tree=/opt/above/it/tree -- stat -c '%U:%G %a' /opt/above /opt/above/it
+
+    [ "$status" -eq 0 ]
+    [ "$output" = $'root:root 755\nroot:root 755' ]
+}

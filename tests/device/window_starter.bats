@@ -103,21 +103,26 @@ END
     [ ! -e "$WORK/seen" ]
 }
 
-@test "a request to end ends the panel and leaves nothing behind" {
+@test "a request to end ends the panel in one way and leaves nothing behind" {
+    local signal window
     mkdir "$WORK/temporary"
-    TMPDIR=$WORK/temporary "$WINDOW" --updater "$KX_UPDATER" --probe "$PROBE" --no-wm \
-        "${PANEL_SETTINGS[@]}" --out "$WORK/seen" -- /bin/sleep 291.5 </dev/null 3>&- &
-    local window=$!
-    wait_until host_has_process '/bin/sleep 291.5'
+    for signal in TERM INT HUP; do
+        # Commands in the background of a script ignore the interrupt key.
+        TMPDIR=$WORK/temporary env --default-signal=INT,HUP \
+            "$WINDOW" --updater "$KX_UPDATER" --probe "$PROBE" --no-wm \
+            "${PANEL_SETTINGS[@]}" --out "$WORK/$signal" -- /bin/sleep 291.5 </dev/null 3>&- &
+        window=$!
+        wait_until host_has_process '/bin/sleep 291.5'
 
-    kill -TERM "$window"
-    status=0
-    wait "$window" || status=$?
+        kill "-$signal" "$window"
+        status=0
+        wait "$window" || status=$?
 
-    [ "$status" -eq 143 ]
-    host_lacks_process '/bin/sleep 291.5'
-    [ -z "$(ls -A "$WORK/temporary")" ]
-    [ -e "$WORK/seen/updater.out" ]
+        [ "$status" -eq 143 ] || fail "$signal: ended with $status"
+        host_lacks_process '/bin/sleep 291.5'
+        [ -z "$(ls -A "$WORK/temporary")" ]
+        [ -e "$WORK/$signal/updater.out" ]
+    done
 }
 
 @test "without a screen nothing is started, and a line says why" {
@@ -141,4 +146,32 @@ END
     [ "$status" -eq 0 ]
     (cd "$cache" && sha256sum -- *) >"$WORK/expected"
     cmp "$WORK/expected" "$WORK/seen/updater.out"
+}
+
+# Connects to a screen twice, as a viewer that wants it alone; prints a byte for each viewer that gets
+# a pixel in the end.
+TWO_VIEWERS='import socket, sys
+def read(link, count):
+    return link.recv(count, socket.MSG_WAITALL)
+def viewer():
+    link = socket.socket(socket.AF_UNIX)
+    link.settimeout(10)
+    link.connect(sys.argv[1])
+    read(link, 12); link.sendall(b"RFB 003.008\n")
+    read(link, read(link, 1)[0]); link.sendall(b"\1")
+    read(link, 4); link.sendall(b"\0")  # nobody else may stay connected
+    start = read(link, 24)
+    read(link, int.from_bytes(start[20:], "big"))
+    return link
+viewers = [viewer(), viewer()]
+for link in viewers:
+    link.sendall(b"\3\0" + bytes(4) + b"\0\1\0\1")
+print([len(read(link, 1)) for link in viewers])'
+
+@test "several viewers see the screen, also when one wants it alone" {
+    show --serve /tmp/screen --no-wm --out "$WORK/seen" -- \
+        /usr/bin/python3 -c "$TWO_VIEWERS" /tmp/screen
+
+    [ "$status" -eq 0 ] || fail "$output $(cat "$WORK/seen/updater.err")"
+    [ "$(cat "$WORK/seen/updater.out")" = '[1, 1]' ]
 }
