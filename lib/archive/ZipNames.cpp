@@ -53,7 +53,7 @@ std::string FileNameOf(std::string part, UnpackedName& result)
 }
 
 /// Makes a folder's name of one part of an entry's; empty when the part is left out.
-std::string FolderNameOf(std::string part, UnpackedName& result)
+std::string FolderNameOf(const std::string& part, UnpackedName& result)
 {
     const bool isUp = part == "..";
     result.wentUp = result.wentUp || isUp;
@@ -99,7 +99,7 @@ UnpackedName NameOnPanel(const ZipMember& member)
         std::string part = CleanPart(rest.substr(0, slash), result);
         rest.remove_prefix(slash == std::string_view::npos ? rest.size() : slash + 1);
         part = slash == std::string_view::npos ? FileNameOf(std::move(part), result)
-                                               : FolderNameOf(std::move(part), result);
+                                               : FolderNameOf(part, result);
         if (!part.empty()) {
             result.name += (result.name.empty() ? "" : "/") + part;
         }

@@ -68,18 +68,33 @@ Description ParseDescription(std::string bytes)
     return description;
 }
 
+namespace
+{
+
+/// Returns the place of the quotation mark that ends the text beginning with the one at @p start,
+/// or a place behind the end.
+std::size_t EndOfText(std::string_view text, std::size_t start)
+{
+    std::size_t i = start + 1;
+    while (i < text.size() && text[i] != '"') {
+        i += text[i] == '\\' ? 2 : 1;
+    }
+    return i;
+}
+
+} // namespace
+
 std::uint64_t FilledObjects(std::string_view text, std::uint64_t most)
 {
     constexpr unsigned kEnough = 40; // lists in lists that no description needs
     std::string around;              // what is open; '(' for a list
     unsigned lists = 0;
+    const auto isIn = [&around](char mark) { return !around.empty() && around.back() == mark; };
     std::uint64_t count = 0;
     for (std::size_t i = 0; i < text.size() && count < most; ++i) {
         switch (text[i]) {
         case '"':
-            for (++i; i < text.size() && text[i] != '"'; ++i) {
-                i += text[i] == '\\' ? 1 : 0;
-            }
+            i = EndOfText(text, i);
             break;
         case '{':
             count += std::uint64_t{1} << std::min(lists, kEnough);
@@ -87,12 +102,12 @@ std::uint64_t FilledObjects(std::string_view text, std::uint64_t most)
             break;
         case '[':
             // An array that stands in an array is read by nobody.
-            around += !around.empty() && around.back() == '{' ? '(' : '[';
-            lists += around.back() == '(' ? 1 : 0;
+            around += isIn('{') ? '(' : '[';
+            lists += static_cast<unsigned>(isIn('('));
             break;
         case '}':
         case ']':
-            lists -= !around.empty() && around.back() == '(' ? 1 : 0;
+            lists -= static_cast<unsigned>(isIn('('));
             around.resize(around.empty() ? 0 : around.size() - 1);
             break;
         default:

@@ -289,7 +289,8 @@ bool Stage::CopyFolder(const std::string& from, const std::string& to)
     bool isDone =
         m_panel.KindOf(above) == VirtualPanel::Kind::kFolder && m_panel.MakeFolder(target);
     for (const std::string& name : isDone ? m_panel.Names(from) : std::vector<std::string>()) {
-        isDone = CopyFolder(from + "/" + name, target + "/" + name) && isDone;
+        const std::string entry = "/" + name;
+        isDone = CopyFolder(from + entry, target + entry) && isDone;
     }
     return isDone;
 }

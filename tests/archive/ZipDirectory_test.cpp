@@ -104,7 +104,7 @@ ZipStructure OfEntries(std::size_t count)
 
 TEST(ZipDirectory, KnowsOnlyTheLowBitsOfTheNumberOfEntries)
 {
-    for (const std::size_t count : {65535, 65536, 65537}) {
+    for (const std::size_t count : {65535U, 65536U, 65537U}) {
         const ZipStructure structure = OfEntries(count);
 
         EXPECT_EQ(structure.members.size(), count);

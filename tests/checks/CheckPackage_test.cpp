@@ -149,7 +149,9 @@ TEST(CheckPackage, SaysNothingOfADescriptionThatDoesNotArrive)
 {
     Recipe recipe;
     recipe.Replace("\"755\"", "\"rwx\"");
-    recipe.damage = [](std::string& zip) { archive::Patch(zip, archive::kCentral, 6, "\x3f"); };
+    recipe.damage = [](std::string& zip) {
+        archive::Patch(zip, archive::kCentral, 6, std::string(1, char{63}));
+    };
 
     EXPECT_THAT(Problems(recipe.Check()),
                 ElementsAre("error entry-version UserPackage.kx-project"));

@@ -17,6 +17,9 @@ constexpr const char* kItem =
 
 /// All fields of the description, by the place where each comes first; what stands in a step stands
 /// in the first of its kind.
+const std::string kConfig0 = CONFIG("0");
+const std::string kItem00 = ITEM("0", "0", "");
+
 const std::vector<std::string> kTexts = {
     "ModelName",
     "OsVersion",
@@ -29,15 +32,15 @@ const std::vector<std::string> kTexts = {
     kTarget0,
     kMode0,
     kScript,
-    CONFIG("0") ".ConfigId",
-    ITEM("0", "0", "ItemName"),
-    ITEM("0", "0", "Value"),
+    kConfig0 + ".ConfigId",
+    kItem00 + "ItemName",
+    kItem00 + "Value",
 };
 const std::vector<std::string> kFlags = {
     "DB_StepSets.$values[0].CanSkip",
     "DB_StepSets.$values[0].IsRelativePath",
     "DB_StepSets.$values[0].IsRemove",
-    CONFIG("0") ".IsUsed",
+    kConfig0 + ".IsUsed",
 };
 const std::vector<std::string> kObjects = {
     "DB_StepSets",
@@ -46,7 +49,7 @@ const std::vector<std::string> kObjects = {
     "DB_StepSets.$values[2].UninstallScriptFunctionData",
     "DB_StepSets.$values[3].HardSettingDatas",
     "DB_StepSets.$values[3].HardSettingDatas.DB_HardwareConfigs",
-    CONFIG("0") ".HardwareItems",
+    kConfig0 + ".HardwareItems",
     "DB_StepSets.$values",
 };
 
@@ -75,9 +78,10 @@ Put Value(const char* value)
 void NestLists(Recipe& recipe, std::size_t lists, std::string inner)
 {
     for (std::size_t i = 3; i < lists; ++i) {
-        inner = R"({"$type": "Zt.DB_HardwareConfig, Ruvelo", "ConfigId": "x", "IsUsed": true,
-                   "HardwareItems": {"$type": "Zt.DB_HardwareItems, Drovic", "$values": [)" +
-                inner + "]}}";
+        inner.insert(0,
+                     R"({"$type": "Zt.DB_HardwareConfig, Ruvelo", "ConfigId": "x", "IsUsed": true,
+                   "HardwareItems": {"$type": "Zt.DB_HardwareItems, Drovic", "$values": [)");
+        inner += "]}}";
     }
     recipe.Replace(kItem, inner);
 }
@@ -97,7 +101,8 @@ void Double(Recipe& recipe, const std::string& count)
 {
     std::string lists;
     for (std::size_t i = 0; i < std::stoul(count); ++i) {
-        lists = "{\"a\": [" + lists + "]}";
+        lists.insert(0, R"({"a": [)");
+        lists += "]}";
     }
     recipe.Replace("{", "{\"other\": " + lists + ",");
 }
@@ -108,7 +113,8 @@ void NestObjects(Recipe& recipe, const std::string& objects)
     constexpr const char* kField = R"("UninstallScriptFunctionData": )";
     std::string inner = "{}";
     for (std::size_t i = 4; i < std::stoul(objects); ++i) {
-        inner = R"({"$type": "Zt.Plugins.DB_ScriptStepSet, Plexa", )" + (kField + inner) + "}";
+        inner.insert(0, kField).insert(0, R"({"$type": "Zt.Plugins.DB_ScriptStepSet, Plexa", )");
+        inner += "}";
     }
     recipe.Replace(kField, kField + inner + ", \"other\": ");
 }
@@ -290,7 +296,7 @@ const std::vector<RuleRow> kRows = {
      kNote,
      "@",
      {"Data", "date", "Date ", "$values", "CanSkip"},
-     [](Recipe& r, const std::string& v) { r.Replace("\"Date\"", "\"" + v + "\": 1, \"Date\""); }},
+     [](Recipe& r, const std::string& v) { r.Replace("\"Date\"", "\"" + v + R"(": 1, "Date")"); }},
     {"field-unknown",
      kNote,
      "DB_StepSets.DB_StepSets",
@@ -300,7 +306,7 @@ const std::vector<RuleRow> kRows = {
      kSilent,
      "",
      {"Date", "$type"},
-     [](Recipe& r, const std::string& v) { r.Replace("\"Date\"", "\"" + v + "\": 1, \"Date\""); },
+     [](Recipe& r, const std::string& v) { r.Replace("\"Date\"", "\"" + v + R"(": 1, "Date")"); },
      kAmongOthers},
 };
 

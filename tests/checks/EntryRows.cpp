@@ -196,8 +196,12 @@ const std::vector<RuleRow> kRows = {
 
     {"entry-version", kError, kHello, {"47", "63", "0x32f"}, Field(&ZipPart::version)},
     // What follows from an entry that does not arrive is not told besides.
-    {"entry-version", kError, "UserPackage.kx-project", {"\x2f"}, Patched(kCentral, 6, 0)},
-    {"entry-version", kError, "kx_Updater", {"\x2f"}, Patched(kCentral, 6, 1)},
+    {"entry-version",
+     kError,
+     "UserPackage.kx-project",
+     {std::string(1, char{47})},
+     Patched(kCentral, 6, 0)},
+    {"entry-version", kError, "kx_Updater", {std::string(1, char{47})}, Patched(kCentral, 6, 1)},
     {"entry-version", kSilent, "", {"46", "10", "0x32e"}, Field(&ZipPart::version)},
 
     {"entry-link", kWarning, "1/0/b",

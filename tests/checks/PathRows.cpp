@@ -63,7 +63,7 @@ const std::vector<RuleRow> kRows = {
      {"1/0/..a", "1/0/a..", "1/0/...", "1/0/.../a", "1/./0/a", "1/0/.."},
      kName},
 
-    {"path-backslash", kError, "@", {"1\\0\\a", "1\\0\\\\a"}, NameAs(0, kDos)},
+    {"path-backslash", kError, "@", {"1\\0\\a", R"(1\0\\a)"}, NameAs(0, kDos)},
     {"path-backslash", kWarning, "@", {"1/0/a\\b", "1/0/\\a"}, kName},
     {"path-backslash", kWarning, "@", {"1/0/a\\b"}, NameAs(0, kDos)},
     {"path-backslash", kSilent, "", {"1/0/a"}, NameAs(0, kDos)},

@@ -166,7 +166,7 @@ const std::vector<RuleRow> kRows = {
     {"payload-missing",
      kSilent,
      "",
-     {"hello", "/a/b/hello", "C:\\\\bin\\\\hello", "bin\\\\hello"},
+     {"hello", "/a/b/hello", R"(C:\\bin\\hello)", "bin\\\\hello"},
      Piece("bin/hello")},
     {"payload-missing", kSilent, "", {"hallo"}, Piece("hello"), kAmongOthers},
 

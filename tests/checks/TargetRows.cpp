@@ -191,7 +191,7 @@ const std::vector<RuleRow> kRows = {
      kTarget0,
      {"/opt/$HOME", "/opt/a\\\"b", "/opt/a`b", "/opt/$(a)", "/opt/$1/a"},
      kFile},
-    {"target-shell", kError, kTarget0, {"/opt/a\\\\", "/opt/a\\\\\\\\b"}, kFile, kAmongOthers},
+    {"target-shell", kError, kTarget0, {"/opt/a\\\\", R"(/opt/a\\\\b)"}, kFile, kAmongOthers},
     {"target-shell", kError, kTarget1, {"/opt/$HOME", "/opt/a\\\"b", "/opt/a`b"}, kFolder},
     {"target-shell",
      kSilent,

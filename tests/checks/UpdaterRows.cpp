@@ -119,11 +119,7 @@ const std::vector<RuleRow> kRows = {
     {"updater-program",
      kError,
      kUpdater,
-     {"", "no program",
-      "\x7f"
-      "ELF",
-      "\x7f"
-      "ELG\2\1\1 and more than twenty bytes",
+     {"", "no program", "\177ELF", "\177ELG\2\1\1 and more than twenty bytes",
       "ELF and more than twenty bytes", "# !/bin/sh"},
      SetContent},
     {"updater-program", kError, kUpdater, {"19"}, Cut},
