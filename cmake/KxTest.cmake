@@ -22,7 +22,8 @@ file(MAKE_DIRECTORY "${KX_TEST_REPORTS}")
 # memory is watched.
 function(kx_compile_tests target)
   if(KX_SANITIZE)
-    target_compile_options(${target} PRIVATE -O0 -fno-sanitize=undefined)
+    target_compile_options(${target} PRIVATE -O0)
+    set_target_properties(${target} PROPERTIES KX_WATCHES_ONLY_MEMORY ON)
   endif()
 endfunction()
 
