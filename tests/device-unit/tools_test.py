@@ -38,7 +38,9 @@ class Panel(unittest.TestCase):
         self.mnt = opened["mnt"]
         self.held = []  # descriptors of the folder of the mount point
         self.spares = []
-        play(self, tools, "linux", self.done, move_mount=None, umount=None, open_tree=self.spare)
+        play(self, tools, "linux", self.done, move_mount=None, open_tree=self.spare,
+             umount=lambda *_: self.places.append(os.stat(".").st_ino))
+        self.places = []  # where unmounting was done
         patch = mock.patch.multiple(
             tools, _mount_folder=self.mount_folder,
             names=SimpleNamespace(**{**vars(names), "DRIVE_DEVICE": f"{self.here}/dev/sda1"}))
@@ -139,6 +141,7 @@ class Drive(Panel):
                                      ("event", b"drive", b"pull")])
         self.assertEqual(self.noted(), {"present": True, "plugged": False, "mounted": False})
         self.assertFalse(self.has_node())
+        self.assertEqual(self.places, [os.stat(f"{self.here}/mnt").st_ino])
         self.assertEqual(os.getcwd(), "/")
         self.assertRaises(OSError, os.fstat, held)
         self.assertEqual(drive.pull(), "no drive is plugged in")
