@@ -3,11 +3,11 @@
 """What the caller of the device sees, with a panel that is played: how it is waited for, asked to
 end, reported and cleaned up."""
 
+import errno
 import json
 import os
 import signal
 import socket
-import subprocess
 import sys
 import tempfile
 import unittest
@@ -607,36 +607,44 @@ class Play(unittest.TestCase):
             os.close(outputs[field])
 
 
-STREAMS = """\
-import os, sys
-from kxdevice import front
-for number in map(int, sys.argv[2].split(",")) if sys.argv[2] else ():
-    os.close(number)
-closed = front._fill_standard_streams()
-with open(sys.argv[1], "w") as file:
-    print(closed, [os.readlink(f"/proc/self/fd/{n}") == "/dev/null" for n in range(3)],
-          len(os.listdir("/proc/self/fd")), file=file)
-"""
-
-
 class Streams(unittest.TestCase):
-    """Standard streams that are closed or folders, seen in a process of their own."""
+    """Standard streams that are closed or folders."""
 
     @staticmethod
-    def seen(closed):
-        """Returns what was done to the streams of a process that closes some."""
-        with tempfile.TemporaryDirectory() as here:
-            subprocess.run([sys.executable, "-c", STREAMS, f"{here}/seen", closed], check=True,
-                           stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                           stderr=subprocess.PIPE)
-            with open(f"{here}/seen", encoding="utf-8") as file:
-                return file.read().strip()
+    def seen(*numbers):
+        """Returns what a child that has closed streams is told, which streams it has then, and how
+        many descriptors more."""
+        reader, writer = os.pipe()
+        child = os.fork()
+        if child == 0:
+            try:
+                os.dup2(writer, 60)
+                for number in range(3):
+                    os.dup2(reader, number)
+                before = len(os.listdir("/proc/self/fd"))
+                for number in numbers:
+                    os.close(number)
+                told = front._fill_standard_streams()
+                null = [number for number in range(3)
+                        if os.readlink(f"/proc/self/fd/{number}") == "/dev/null"]
+                more = len(os.listdir("/proc/self/fd")) - before
+                os.write(60, json.dumps([told, null, more]).encode())
+            finally:
+                os._exit(0)
+        os.close(writer)
+        with os.fdopen(reader, "rb") as file:
+            text = file.read()
+        os.waitpid(child, 0)
+        return json.loads(text)
 
     def test_closed_streams_are_filled_and_told(self):
-        self.assertEqual(self.seen(""), "() [True, False, False] 5")
-        self.assertEqual(self.seen("1"), "(1,) [True, True, False] 5")
-        self.assertEqual(self.seen("0,1,2"), "(0, 1, 2) [True, True, True] 5")
-        self.assertEqual(self.seen("0,2"), "(0, 2) [True, False, True] 5")
+        for numbers in ((), (0,), (1,), (2,), (0, 2), (1, 2), (0, 1, 2)):
+            self.assertEqual(self.seen(*numbers), [list(numbers), list(numbers), 0])
+
+    def test_a_stream_that_cannot_be_looked_at_is_trouble(self):
+        play(self, front, "os", fstat=OSError(errno.EIO, "no"))
+        with self.assertRaises(OSError):
+            front._fill_standard_streams()
 
     def test_a_folder_as_a_stream_is_a_way_out(self):
         for number in range(3):
