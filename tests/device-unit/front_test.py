@@ -14,6 +14,7 @@ import unittest
 from types import SimpleNamespace
 from unittest import mock
 
+import kxdevice
 from kxdevice import front, ids, launch, options, supervisor
 from kxdevice.linux import SandboxError
 from kxdevice.link import Link
@@ -192,10 +193,15 @@ class Waiting(Playing):
                 return event(made) or []
             self.now += event
             return []
+        watched = []
         play(self, front, "select", poll=lambda: SimpleNamespace(
-            poll=poll, register=lambda *_: None))
+            poll=poll, register=lambda *words: watched.append(words)))
         self.made = made
-        return made.wait()
+        try:
+            return made.wait()
+        finally:
+            self.assertEqual(watched, [(made.control.fileno(), front.select.POLLIN),
+                                       (made.wake, front.select.POLLIN)])
 
     def told(self):
         """Returns what the panel was told."""
@@ -461,10 +467,10 @@ class Play(unittest.TestCase):
         self.here = folder.name
         self.said = []
         for patch in (mock.patch.object(options, "complain", self.said.append),
-                      mock.patch.object(front, "_fill_standard_streams", lambda: ()),
-                      mock.patch.object(front.linux, "expect_children")):
+                      mock.patch.object(front, "_fill_standard_streams", lambda: ())):
             patch.start()
             self.addCleanup(patch.stop)
+        self.expecting = play(self, front, "linux", expect_children=None)
 
     def test_wrong_use_and_trouble_have_a_line_and_a_status_each(self):
         for arguments, status, line in (
@@ -478,6 +484,18 @@ class Play(unittest.TestCase):
             self.said.clear()
             self.assertEqual(front.play(arguments, HOME), status)
             self.assertEqual(self.said, [line])
+
+    def test_the_ends_of_children_are_expected_before_there_are_any(self):
+        with mock.patch.object(front, "_run_command", lambda *_: self.expecting.append("run")):
+            front.play(["true"], HOME)
+
+        self.assertEqual(self.expecting, [("expect_children",), "run"])
+
+    def test_a_panel_that_was_erased_is_a_success(self):
+        done = play(self, front, "state_module", erase=None)
+        self.assertEqual(front.play(["--erase", "--state", self.here], HOME), 0)
+
+        self.assertEqual(done, [("erase", self.here)])
 
     def test_erasing_what_is_not_there_is_done(self):
         self.assertEqual(front.play(["--erase", "--state", f"{self.here}/none"], HOME), 0)
@@ -590,6 +608,14 @@ class Play(unittest.TestCase):
             "device/run: cannot make the sandboxed device: another panel is running in "
             f"{state}; wait for its end, or use another folder"])
         os.close(lock)
+
+    def test_what_summaries_are_made_with_is_loaded_only_for_one(self):
+        for words, wanted in (((), False), (("--summary",), True)):
+            with mock.patch.dict(sys.modules), mock.patch.dict(vars(kxdevice)):
+                sys.modules.pop("kxdevice.summary", None)
+                vars(kxdevice).pop("summary", None)
+                self.run_with(*words, "true")
+                self.assertEqual("kxdevice.summary" in sys.modules, wanted)
 
     def test_reports_are_files_of_their_own_that_are_emptied(self):
         for name in ("trace", "summary", "json"):

@@ -170,7 +170,7 @@ class Calls(Serving):
         self.assertIn(("call", b"tool", b"a b", b""), self.done)
         self.assertEqual(link.recv(100), b"exit\x003\0out\0")
         self.assertEqual(link.recv(100), b"")
-        self.assertEqual((made.clients, len(made.handlers)), ({}, 3))
+        self.assertEqual((made.clients, len(made.handlers), made.poll.poll(0)), ({}, 3, []))
 
     def test_a_call_that_is_not_whole_waits(self):
         made = self.made()
