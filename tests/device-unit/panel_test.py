@@ -59,6 +59,7 @@ class Places(Building):
 
     def test_a_throw_away_panel_is_built_in_memory(self):
         made = []
+        os.chdir("/")
         with mock.patch.object(panel, "CARRIERS", (f"{self.here}/no", self.here)), \
                 mock.patch.object(state, "make_folders", lambda folder, *owner: made.append(
                     (os.fstat(folder).st_ino, *owner))):
@@ -66,7 +67,7 @@ class Places(Building):
             panel._enter_state(options.Options(disk=55), OWNER)
         self.assertEqual(self.done, [("mount", "tmpfs", self.here, "tmpfs", NO_RIGHTS,
                                       "size=55m,nr_inodes=400k,mode=700")])
-        self.assertEqual(made, [(os.stat(".").st_ino, *OWNER)])
+        self.assertEqual((os.getcwd(), made), (self.here, [(os.stat(".").st_ino, *OWNER)]))
         self.assertEqual(len(os.listdir("/proc/self/fd")), before)
 
         with mock.patch.object(panel, "CARRIERS", (f"{self.here}/no",)), \

@@ -62,9 +62,14 @@ class Serving(unittest.TestCase):
         self.names.ADDRESS = f"\0kx-device-test-{os.getpid()}-{len(self.done)}-{id(panel)}"
         order = supervisor.Order(options.Options(**{"command": ("tool", "x"), **asked}), None, b"",
                                  terms, -1, watch_memory, fetched)
-        with mock.patch.object(supervisor.tools, "Drive", lambda *_: drive), \
-                mock.patch.object(supervisor.tools, "Tools", lambda *_: self.tools):
+        made_of = {}
+        with mock.patch.object(supervisor.tools, "Drive", lambda *words: made_of.update(
+                drive=words) or drive), mock.patch.object(
+                    supervisor.tools, "Tools", lambda *words: made_of.update(
+                        tools=words) or self.tools):
             made = supervisor.Supervisor(order, self.control, panel)
+        self.assertEqual(made_of, {"drive": (panel, made.trace),
+                                   "tools": (order.options, panel, drive, made.trace)})
         self.addCleanup(made.server.close)
         self.addCleanup(os.close, made.wake)
         wakes = [step[1] for step in self.done if step[0] == "set_wakeup_fd"]
@@ -427,6 +432,24 @@ class Starting(Serving):
 
         self.assertEqual((heard, len(made.handlers)), (b"go", 3))
 
+    def test_the_child_becomes_the_program_and_never_comes_back(self):
+        made = self.made(chdir="/opt", trace="t", trace_shell=True)
+        for startup, trouble in ((False, None), (True, OSError(errno.EIO, "no"))):
+            self.done.clear()
+            play(self, supervisor, "os", self.done, fork=0)
+
+            def become(*words, trouble=trouble):
+                self.done.append(words)
+                if trouble:
+                    raise trouble
+            with mock.patch.object(launch, "become", become), self.assertRaises(Ended) as ended:
+                made.start(["x", "y"], "/opt", startup)
+            self.assertEqual(ended.exception.status, 125)
+            terms, words, chdir, is_startup, link, wants = self.done[1]
+            self.assertEqual((terms, words, chdir, is_startup, wants),
+                             (made.terms, ["x", "y"], "/opt", startup, True))
+            link.close()
+
     def test_a_child_that_is_not_is_told_of(self):
         with self.assertRaisesRegex(SandboxError, "^no\ufffd rights$"):
             self.start(b"no\xff rights")
@@ -609,6 +632,7 @@ class Main(Serving):
 
         def supervise(*words):
             self.done.append(("supervisor", *words, list(sys.path), list(sys.meta_path)))
+            self.assertEqual(words, (order, control, "panel"))
             return SimpleNamespace(run=run)
         try:
             with mock.patch.object(supervisor.panel_module, "build", lambda *words: (
