@@ -137,6 +137,17 @@ class Making(unittest.TestCase):
         self.assertEqual(self.facts("outside")[1], b"old")
         self.nothing_stays_open()
 
+    def test_a_copied_file_takes_the_place_of_a_link_to_a_folder_but_not_of_the_folder(self):
+        self.write("from", b"new")
+        os.mkdir(f"{self.here}/folder")
+        self.write("folder/kept")
+        os.symlink("folder", f"{self.here}/to")
+        source = trees.Source(f"{self.here}/from")
+        self.maker.copy(source, f"{self.here}/to")
+        os.close(source.fd)
+
+        self.assertEqual((self.facts("to")[1], self.facts("folder/kept")[1]), (b"new", b"old"))
+
     def test_a_copied_folder_takes_the_place_of_a_broken_link(self):
         os.mkdir(f"{self.here}/from")
         os.symlink("nowhere", f"{self.here}/to")

@@ -177,6 +177,13 @@ class Calls(Serving):
         self.assertEqual(link.recv(100), b"")
         self.assertEqual((made.clients, len(made.handlers), made.poll.poll(0)), ({}, 3, []))
 
+    def test_a_call_without_a_word_is_one(self):
+        made = self.made()
+        self.answer = [b"x"]
+        self.served(made, b"\0\0\0", b"\0")
+
+        self.assertIn(("call", b""), self.done)
+
     def test_a_call_that_is_not_whole_waits(self):
         made = self.made()
         self.served(made, b"\0\0\0", b"\x04too")
@@ -449,6 +456,10 @@ class Starting(Serving):
             self.assertEqual((terms, words, chdir, is_startup, wants),
                              (made.terms, ["x", "y"], "/opt", startup, True))
             link.close()
+        with mock.patch.object(launch, "become", lambda *words: self.done.append(words)), \
+                self.assertRaises(Ended):
+            made.start(["x"])
+        self.assertEqual(self.done[-2][1:4], (["x"], "/", False))
 
     def test_a_child_that_is_not_is_told_of(self):
         with self.assertRaisesRegex(SandboxError, "^no\ufffd rights$"):
