@@ -18,7 +18,7 @@ import kxdevice
 from kxdevice import front, ids, launch, options, supervisor
 from kxdevice.linux import SandboxError
 from kxdevice.link import Link
-from played import play
+from played import Ended, end, play
 
 NOTHING = {"files": [], "settings": [], "users": [], "packages": [], "reboot": False}
 HOME = os.path.dirname(os.path.dirname(os.path.abspath(front.__file__)))
@@ -424,6 +424,36 @@ class Start(Playing):
         self.assertEqual(self.gives(b"no\xff"), ["no\ufffd"])
         self.assertEqual(self.gives(b""), ["the process that keeps the panel ended at once"])
         self.assertEqual(self.gives(b"map", b"no"), [("write_map", 77, "ids"), b"go", "no"])
+
+    def test_the_keeper_never_comes_back(self):
+        made = self.front()
+        control, wake = made.control, made.wake
+        terms = launch.Terms({}, 1, False, (), (21,))
+        order = supervisor.Order(made.options, "ids", b"", terms, -1, False, "")
+        for trouble in (None, KeyError()):
+            done = play(self, front, "signal", signal=None, set_wakeup_fd=None)
+            play(self, front, "os", done, fork=0, _exit=end)
+
+            def keep(*words, done=done, trouble=trouble):
+                done.append(("keep", *words))
+                if trouble:
+                    raise trouble
+            with mock.patch.object(front.keeper, "keep", keep), self.assertRaises(Ended) as ended:
+                made.start(order, 33)
+            self.assertEqual(ended.exception.status, 1)
+            self.assertEqual(done[-3:-1], [("set_wakeup_fd", -1), (
+                "keep", order, done[-2][2], made.groups, 33)])
+            ends = done[-2][2]
+            made.control.send(x=1)
+            self.assertEqual(ends.control.receive(), [{"x": 1}])
+            os.close(made.life)
+            self.assertEqual(os.read(ends.life, 1), b"")
+            wakers = [step[1] for step in done if step[0] == "set_wakeup_fd" and step[1] >= 0]
+            for descriptor in (ends.life, made.wake, *wakers):
+                os.close(descriptor)
+            for link in (ends.start, ends.control, made.control):
+                link.close()
+        made.control, made.wake = control, wake
 
     def test_the_keeper_has_its_ends_and_the_front_keeps_none_of_them(self):
         made = self.front()

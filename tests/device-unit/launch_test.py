@@ -38,8 +38,9 @@ class Become(unittest.TestCase):
         play(self, launch, "resource", done, setrlimit=None)
         play(self, launch, "socket", done, send_fds=None)
         play(self, launch, "signal", done, set_wakeup_fd=None, signal=None, pthread_sigmask=None)
-        self.link = link = SimpleNamespace(fileno=lambda: 8, recv=lambda size: done.append(("recv", size)),
-                               sendall=lambda data: done.append(("sendall", data)))
+        self.link = link = SimpleNamespace(
+            fileno=lambda: 8, recv=lambda size: done.append(("recv", size)),
+            sendall=lambda data: done.append(("sendall", data)))
         with mock.patch.object(launch, "_execute", lambda *words: done.append(
                 ("execute", *words)) or 77), self.assertRaises(Ended):
             launch.become(the_terms, ["sh", "-c"], "/opt", startup, link, wants_listener)

@@ -271,8 +271,9 @@ class Texts(unittest.TestCase):
             self.assertEqual(linux.reason(error), text)
 
     def test_the_first_namespace_of_users_has_all_ids(self):
-        for text, first in (("         0          0 4294967295\n", True), ("0 0 4294967294\n", False),
-                            ("0 1000 1\n", False), ("0 0 1\n1 1 4294967294\n", False)):
+        for text, first in (
+                ("         0          0 4294967295\n", True), ("0 0 4294967294\n", False),
+                ("0 1000 1\n", False), ("0 0 1\n1 1 4294967294\n", False)):
             def fake_open(path, text=text, **_):
                 return io.StringIO({"/proc/self/uid_map": text}[path])
             with mock.patch.object(linux, "open", fake_open, create=True):

@@ -203,7 +203,8 @@ class Words(unittest.TestCase):
         fields = [name.replace("-", "_") for name in told]
 
         self.assertEqual(sorted(fields), sorted({*Options._fields} - {"command", "help"}))
-        for name, default in re.findall(r"^  --([a-z]+) .*\(default ([^)]+)\)$", options.HELP, re.M):
+        defaults = re.findall(r"^  --([a-z]+) .*\(default ([^)]+)\)$", options.HELP, re.M)
+        for name, default in defaults:
             self.assertEqual(str(getattr(Options(), name)), default, name)
         self.assertEqual(len(re.findall("default [0-9/]", options.HELP)), 5)
 

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
-"""In which order a panel is built, and what is mounted with which limits; nothing is mounted here."""
+"""In which order a panel is built, and what is mounted with which limits; the mounts are played."""
 
 import errno
 import os
@@ -70,9 +70,20 @@ class Places(Building):
         self.assertEqual((os.getcwd(), made), (self.here, [(os.stat(".").st_ino, *OWNER)]))
         self.assertEqual(len(os.listdir("/proc/self/fd")), before)
 
+        self.done.clear()
         with mock.patch.object(panel, "CARRIERS", (f"{self.here}/no",)), \
                 self.assertRaisesRegex(SandboxError, "^this machine has no /tmp$"):
             panel._enter_state(options.Options(), OWNER)
+        self.assertEqual(self.done, [])
+
+    def test_what_is_in_memory_is_entered_after_it_was_mounted(self):
+        self.play_os(chdir=None, open=9, close=None)
+        play(self, panel, "state", self.done, make_folders=None)
+        with mock.patch.object(panel, "CARRIERS", (self.here,)):
+            panel._enter_state(options.Options(disk=55), OWNER)
+
+        self.assertEqual([step[0] for step in self.done],
+                         ["mount", "chdir", "open", "make_folders", "close"])
 
     def test_memory_is_carried_by_a_folder_that_every_machine_has(self):
         self.assertEqual(panel.CARRIERS, ("/tmp", "/var/tmp", "/mnt", "/run"))
@@ -191,6 +202,8 @@ class Drop(Building):
         """Returns what was done, up to the settings of the kernel."""
         self.done.clear()
         written = mock.mock_open()
+        written().write.side_effect = self.done.append
+        written.reset_mock()
         self.play_os(setgroups=None, setresgid=None, setresuid=None)
         with mock.patch.object(panel, "open", written, create=True), \
                 mock.patch.object(panel, "_make_read_only", lambda path: self.done.append(
@@ -198,10 +211,9 @@ class Drop(Building):
             panel._drop_to_panel(standing, the_ids)
         written.assert_called_once_with("/proc/sys/user/max_user_namespaces", "w",
                                         encoding="ascii")
-        written().write.assert_called_once_with("0")
-        self.assertEqual(self.done[-2:], [("prctl", linux.PR_SET_DUMPABLE, 0),
+        self.assertEqual(self.done[-3:], [("prctl", linux.PR_SET_DUMPABLE, 0), "0",
                                           ("read only", "/proc/sys")])
-        return self.done[:-2]
+        return self.done[:-3]
 
     def test_real_root_enters_the_panels_users_before_anything_runs(self):
         self.assertEqual(self.drop(host.Standing(33, True), IDS), [
@@ -252,6 +264,12 @@ class Trouble(Building):
             self.assertEqual(panel._make_trouble(options.Options(read_only=(path,))), [])
             self.assertEqual(self.done, [*([("make_plain_folders", path)] if made else []),
                                          ("_make_read_only", path)])
+
+    def test_full_places_are_made_before_they_may_be_read_only(self):
+        panel._make_trouble(options.Options(full=("/a/b",), read_only=("/a",)))
+
+        self.assertEqual([step[0] for step in self.done], [
+            "make_plain_folders", "mount", "_fill_up", "make_plain_folders", "_make_read_only"])
 
     def test_a_link_into_proc_is_no_place(self):
         os.symlink("/proc/self/limits", "link")
@@ -307,8 +325,8 @@ class Build(Building):
         journal = self.done
         source = SimpleNamespace(fd=70, path="/host/usb")
         put = tuple((SimpleNamespace(fd=80 + number), f"/put{number}") for number in range(puts))
-        self.taken = taken = host.Taken("machine", {}, ("nodes",), (), (host.Share(91, True, "/s"),), put,
-                           source if has_usb else None)
+        self.taken = host.Taken("machine", {}, ("nodes",), (), (host.Share(91, True, "/s"),), put,
+                                source if has_usb else None)
         standing = host.Standing(33, True)
         for part in ("_enter_state", "_change_root", "_fill", "_forget_by_reboot", "_make_devices",
                      "_show", "_drop_to_panel"):
@@ -320,7 +338,7 @@ class Build(Building):
             ("_make_trouble",)) or [95])
         patch.start()
         self.addCleanup(patch.stop)
-        play(self, panel, "host", journal, take=taken)
+        play(self, panel, "host", journal, take=self.taken)
         play(self, panel, "usr", journal, lay=usr.Layers(1, 2, 3, 4, {}))
         play(self, panel, "trees", journal, empty=None, copy_dir=None)
         play(self, panel, "files", journal, Maker=lambda owners: self.maker)

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
-"""What stands for a tool of the panel asks the supervisor, which is the test, and does as it says."""
+"""What stands for a tool of the panel asks the supervisor, which is played, and does as it says."""
 
 import importlib.machinery
 import importlib.util

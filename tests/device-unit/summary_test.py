@@ -175,7 +175,10 @@ class Compare(unittest.TestCase):
             self.write(f"{registry}/{name}/list", "list")
         before = self.picture()
         self.write(f"{registry}/Changed/list", "other")
+        self.write(f"{registry}/Changed/new", "other")
         self.write(f"{registry}/Added/list", "list")
+        self.write("root/var/lib/KxUserPackagesOther/x/y", "no record")
+        self.write("root/opt/x", "no record")
         os.unlink(f"{self.here}/{registry}/Removed/list")
         os.rmdir(f"{self.here}/{registry}/Removed")
 
@@ -187,11 +190,10 @@ class Compare(unittest.TestCase):
         self.write("root/etc/passwd", "root:x:0:0:::\nold:x:5:5:::\n")
         self.write("root/etc/shadow", "root:*:1:\nold:*:1:\nghost:one:1:\nno colon\n")
         before = self.picture()
-        self.write("root/etc/shadow", "ghost:two:1:\nroot:*:9:\nbare:\n")
+        self.write("root/etc/shadow", "ghost:two:1:\nroot:*:9:\nbare:\nnew ghost:one:1:\n")
 
         self.assertEqual(summary.compare(before, self.picture(), False)["users"], [
-            {"name": "ghost", "change": "password changed"},
-            {"name": "old", "change": "password changed"}])
+            {"name": name, "change": "password changed"} for name in ("ghost", "new ghost", "old")])
 
     def test_a_user_whose_entry_and_password_changed_has_two_lines(self):
         before = self.picture()

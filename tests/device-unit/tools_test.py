@@ -336,12 +336,12 @@ class Calls(Panel):
         made = self.made(B="2", A="1")
         self.assertEqual(made.call([b"kx-setting-cui", b"list"]), self.exit(0, b"A=1\nB=2\n"))
 
-        self.assertEqual(made.call([b"kx-setting-cui", b"set", b"B=", b"C=x=y", b"D\xff=\xfe"]),
+        self.assertEqual(made.call([b"kx-setting-cui", b"set", b"B=", b"C=x=y", b"X\xff=\xfe"]),
                          self.exit(0))
         self.assertEqual(made.call([b"kx-setting-cui", b"list"]),
-                         self.exit(0, b"A=1\nB=\nC=x=y\nD\xff=\xfe\n"))
+                         self.exit(0, b"A=1\nB=\nC=x=y\nX\xff=\xfe\n"))
         self.assertEqual(self.noted("settings.json"), {
-            "A": "1", "B": "", "C": "x=y", "D\udcff": "\udcfe"})
+            "A": "1", "B": "", "C": "x=y", "X\udcff": "\udcfe"})
 
     def test_settings_of_wrong_form_change_nothing(self):
         made = self.made(A="1")

@@ -106,7 +106,7 @@ class Refusals(unittest.TestCase):
 
 
 class Notices(unittest.TestCase):
-    """The kernel tells of a program's start; the program that starts is in this process's memory."""
+    """The kernel tells of a program's start; its words are in the memory of this process."""
 
     def setUp(self):
         file = tempfile.TemporaryFile()
@@ -137,7 +137,7 @@ class Notices(unittest.TestCase):
             self.assertEqual(data, struct.pack("=Q", 987654321012))
 
     def told(self, listener, path, *words, call=None, process=None):
-        """Handles the start of a program; returns the answer to the kernel and the trace's lines."""
+        """Handles the start of a program; returns the answers to the kernel and the trace."""
         text = ctypes.create_string_buffer(path)
         texts = [ctypes.create_string_buffer(word) for word in words]
         array = (ctypes.c_void_p * (len(texts) + 1))(*map(ctypes.addressof, texts), None)

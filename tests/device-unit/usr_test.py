@@ -164,7 +164,7 @@ class Tools(Machine):
                 self.assertRaises(OSError, usr._own_folders, "machine", "mid", OWNER, 1)
             else:
                 usr._own_folders("machine", "mid", OWNER, 1)
-                self.assertEqual(sorted(os.listdir("mid")), ["bin", "lib", "local", "sbin", "share"])
+                self.assertEqual(sorted(os.listdir("mid")), sorted(os.listdir("machine")))
 
 
 class Layers(Machine):
