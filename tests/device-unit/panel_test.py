@@ -138,19 +138,17 @@ class Places(Building):
                          "the shared one a file")
 
     def test_what_does_not_outlive_a_reboot_is_removed(self):
-        emptied = []
         folder = os.open(self.here, trees.DIR_FLAGS)
         self.addCleanup(os.close, folder)
         for name in ("reboot", "drive.json"):
             os.close(os.open(name, os.O_CREAT))
-        self.play_os(open=lambda path, flags: (path, flags), close=None)
-        play(self, panel, "trees", empty=emptied.append)
+        self.play_os(open=lambda path, _: f"opened {path}", close=None)
+        play(self, panel, "trees", self.done, empty=None)
         panel._forget_by_reboot(self.maker, folder)
 
-        self.assertEqual(emptied, [("/tmp", trees.DIR_FLAGS), ("/run", trees.DIR_FLAGS)])
-        self.assertEqual([step for step in self.done if step[0] == "folders"],
-                         [("folders", "/tmp"), ("folders", "/run")])
-        self.assertEqual([step[1] for step in self.done if step[0] == "close"], emptied)
+        self.assertEqual(self.done, [step for path in ("/tmp", "/run") for step in (
+            ("folders", path), ("open", path, trees.DIR_FLAGS), ("empty", f"opened {path}"),
+            ("close", f"opened {path}"))])
         self.assertEqual(os.listdir(self.here), ["drive.json"])
 
 
@@ -168,8 +166,8 @@ class Fill(Building):
 
     def fill(self, root=()):
         """Fills a panel whose root has these names."""
-        self.play_os(listdir=lambda path: {"/": list(root)}[path], chmod=None, chown=None,
-                     close=None)
+        self.play_os(listdir=lambda path: {"/": list(root)}[path], chmod=None, close=None,
+                     chown=lambda name, *_, dir_fd: os.stat(name, dir_fd=dir_fd))
         panel._fill(self.maker, self.taken, self.folder, OWNER)
 
     every = [("close", 66), ("file", "/.kx-device", b"sandboxed device\n", 0o444, 0),
@@ -189,6 +187,13 @@ class Fill(Building):
         self.done.clear()
         self.fill(["bin"])
         self.assertEqual(self.done, self.every)
+
+    def test_a_panel_whose_first_files_fail_stays_unfinished(self):
+        with mock.patch.object(panel, "_make_first_files", side_effect=OSError(28, "full")), \
+                self.assertRaises(OSError):
+            self.fill()
+
+        self.assertEqual(os.listdir(self.folder), [])
 
     def test_a_panel_that_was_left_unfinished_is_refused(self):
         with self.assertRaisesRegex(SandboxError, "^the state was left unfinished; erase it$"):

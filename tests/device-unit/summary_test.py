@@ -326,6 +326,7 @@ class Compare(unittest.TestCase):
         self.assertEqual(self.changes(before), [("removed", "/usr/bin/null")])
         self.assertFalse(before.machine_has("bin/hidden"))
         self.assertTrue(before.machine_has("bin/other"))
+        self.assertTrue(before.machine_has("bin/null"))
         self.assertFalse(before.machine_has("bin/other/below"))
         self.write("upper/bin/hidden", "own")
         self.show(bin=["hidden", "other", "null"])
