@@ -197,10 +197,11 @@ class Waiting(Playing):
         play(self, front, "select", poll=lambda: SimpleNamespace(
             poll=poll, register=lambda *words: watched.append(words)))
         self.made = made
+        self.addCleanup(lambda: made.drive_socket and made.drive_socket.close())
         try:
             return made.wait()
         finally:
-            self.assertEqual(watched, [(made.control.fileno(), front.select.POLLIN),
+            self.assertEqual(watched[:2], [(made.control.fileno(), front.select.POLLIN),
                                        (made.wake, front.select.POLLIN)])
 
     def told(self):
@@ -215,6 +216,12 @@ class Waiting(Playing):
         self.assertEqual(self.waiting({"ready": True}, self.ended(3 << 8)), 3)
         self.assertEqual(self.told(), [])
         self.assertEqual(self.waits, [300001.0, 600001.0])
+
+    def test_the_drive_can_be_moved_from_the_start_of_the_command(self):
+        self.assertEqual(self.waiting(
+            lambda _: self.assertEqual(os.listdir(self.here), []), {"ready": True},
+            lambda _: self.assertEqual(os.listdir(self.here), ["control"]), self.ended(),
+            state=self.here), 0)
 
     def test_the_time_counts_from_the_start_of_the_command(self):
         self.assertEqual(self.waiting(299, {"ready": True}, 9.5, self.ended(), seconds=10), 0)

@@ -86,7 +86,7 @@ class Namespaces(unittest.TestCase):
         play(self, keeper, "os", done, geteuid=lambda: user, _exit=end)
         play(self, keeper, "linux", done, unshare=unshare, is_first_user_namespace=lambda: True)
         start = SimpleNamespace(sendall=lambda data: done.append(("say", data)),
-                                recv=lambda size: answer[:size])
+                                recv=lambda size: done.append("heard") or answer[:size])
         with mock.patch.object(keeper, "_make_user_namespace", lambda ids: f"users of {ids}"):
             standing = keeper._enter_namespaces("ids", start)
         return standing, [step for step in done if step[0] not in (
@@ -99,7 +99,7 @@ class Namespaces(unittest.TestCase):
 
     def test_an_ordinary_user_enters_it_at_once_and_is_given_the_ids(self):
         self.assertEqual(self.enter(7), (host.Standing(-1, False), [
-            ("unshare", linux.CLONE_NEWUSER), ("say", b"map"), *self.rest]))
+            ("unshare", linux.CLONE_NEWUSER), ("say", b"map"), "heard", *self.rest]))
 
     def test_without_an_answer_it_ends(self):
         with self.assertRaises(Ended) as ended:
@@ -134,7 +134,7 @@ class UserNamespace(unittest.TestCase):
 
     def make(self, unshare=None, write_map=None):
         """Makes one whose child only plays that it enters; returns its descriptor."""
-        done = play(self, keeper, "ids_module", write_map=write_map)
+        self.mapped = done = play(self, keeper, "ids_module", write_map=write_map)
         play(self, keeper, "linux", unshare=unshare)
 
         def fork():
@@ -169,6 +169,7 @@ class UserNamespace(unittest.TestCase):
             with self.assertRaises(SandboxError) as raised:
                 self.make(**words)
             self.assertEqual(str(raised.exception), text)
+            self.assertEqual(len(self.mapped), "write_map" in words)
             self.assertEqual(os.listdir("/proc/self/fd"), self.before)
 
 

@@ -187,13 +187,18 @@ class Compare(unittest.TestCase):
             {"name": "Removed", "change": "removed"}])
 
     def test_what_only_one_of_the_files_tells_of_users_counts_too(self):
-        self.write("root/etc/passwd", "root:x:0:0:::\nold:x:5:5:::\n")
-        self.write("root/etc/shadow", "root:*:1:\nold:*:1:\nghost:one:1:\nno colon\n")
+        self.write("root/etc/passwd", "root:x:0:0:::\nold:x:5:5:::\nlost:x:6:6:::\n")
+        self.write("root/etc/shadow", "root:*:1:\nold:*:1:\nghost:one:1:\nno colon\n"
+                   "gone ghost:one:\ngone bare:\n")
         before = self.picture()
+        self.write("root/etc/passwd", "root:x:0:0:::\nold:x:5:5:::\nfound:x:7:7:::\n")
         self.write("root/etc/shadow", "ghost:two:1:\nroot:*:9:\nbare:\nnew ghost:one:1:\n")
 
-        self.assertEqual(summary.compare(before, self.picture(), False)["users"], [
-            {"name": name, "change": "password changed"} for name in ("ghost", "new ghost", "old")])
+        self.assertEqual([(item["name"], item["change"]) for item in summary.compare(
+            before, self.picture(), False)["users"]], [
+                ("found", "added"), ("ghost", "password changed"),
+                ("gone ghost", "password changed"), ("lost", "removed"),
+                ("new ghost", "password changed"), ("old", "password changed")])
 
     def test_a_user_whose_entry_and_password_changed_has_two_lines(self):
         before = self.picture()

@@ -482,6 +482,33 @@ class Starting(Serving):
         with self.assertRaisesRegex(SandboxError,
                                     "^the command's process ended before it could start$"):
             self.start(b"")
+        with self.assertRaisesRegex(SandboxError, "^no rights$"):
+            self.start(b"no rights", trace="t", trace_shell=True)
+
+    def test_the_childs_own_end_is_let_go_of_before_it_is_waited_for(self):
+        made = self.made()
+        seen = []
+        ours, theirs = socket.socketpair()
+        play(self, supervisor, "os", fork=55)
+        play(self, supervisor, "socket", socketpair=lambda *_: (ours, theirs))
+        with mock.patch.object(made, "_follow", lambda *words: seen.append(
+                (theirs.fileno(), words))):
+            made.start(["x"])
+
+        self.assertEqual(seen, [(-1, (55, ours, False, ()))])
+
+    def test_the_word_comes_when_the_listener_is_listened_to(self):
+        made = self.made(trace="t", trace_shell=True)
+        listener = os.open("/dev/null", os.O_RDONLY)
+        watched = []
+        link = SimpleNamespace(sendall=lambda data: watched.append((data, listener in
+                                                                    made.handlers)))
+        play(self, supervisor, "socket", recv_fds=(b"ready", [listener], 0, None))
+        with mock.patch.object(made, "poll"):
+            made._follow(55, link, True, [])
+        os.close(listener)
+
+        self.assertEqual(watched, [(b"go", True)])
 
     def test_program_starts_are_listened_to_when_somebody_wants_to_know(self):
         for asked, wanted in (
