@@ -224,9 +224,19 @@ class Kept(unittest.TestCase):
             self.act("pull", "", self.path)
         self.assertFalse(os.path.exists(f"{self.path}/elsewhere"))
 
-    def test_a_folder_that_is_no_state_is_refused(self):
+    def test_it_is_ones_turn_before_a_look_at_the_panel(self):
+        order = []
+        play(self, drive, "fcntl", flock=lambda *_: order.append("turn"))
+        with mock.patch.object(state.State, "try_lock", lambda _: order.append("look") or True):
+            self.act("pull", "", self.path)
+
+        self.assertEqual(order, ["turn", "look"])
+
+    def test_a_folder_that_is_no_state_is_refused_and_left_alone(self):
         with self.assertRaisesRegex(SandboxError, "is not the state of a panel"):
             self.act("pull", "", f"{self.here}/stick")
+
+        self.assertEqual(os.listdir(f"{self.here}/stick"), ["note"])
 
     # -- while a panel runs ----------------------------------------------------------------------
 

@@ -18,12 +18,13 @@ from kxdevice import linux
 from played import play
 
 FORGET = """\
-import sys
+import os
 from kxdevice import linux
 linux.forget_command_line("kx-device")
 for name in ("cmdline", "environ"):
     with open(f"/proc/self/{name}", "rb") as file:
         print(file.read().rstrip(b"\\0"))
+print(dict(os.environ))
 """
 
 
@@ -34,7 +35,7 @@ class CommandLine(unittest.TestCase):
         seen = subprocess.run([sys.executable, "-c", FORGET, "secret"], check=True,
                               env={**os.environ, "SECRET": "caller"}, stdout=subprocess.PIPE)
 
-        self.assertEqual(seen.stdout, b"b'kx-device'\nb''\n")
+        self.assertEqual(seen.stdout, b"b'kx-device'\nb''\n{}\n")
 
 
 def plain(name, arguments):
@@ -46,6 +47,18 @@ def plain(name, arguments):
         sizes = {len(arguments) - 2: arguments[-1].value}
     return [ctypes.string_at(value, sizes[at]) if at in sizes else getattr(value, "value", value)
             for at, value in enumerate(arguments)]
+
+
+class Errors(unittest.TestCase):
+    """What the kernel really refuses."""
+
+    def test_its_number_arrives(self):
+        for action, number in ((lambda: linux.prctl(9999), errno.EINVAL),
+                               (lambda: linux.open_inside("no/such"), errno.ENOENT),
+                               (lambda: linux.open_inside("no", 9999), errno.EBADF)):
+            with self.assertRaises(OSError) as raised:
+                action()
+            self.assertEqual(raised.exception.errno, number)
 
 
 class Calls(unittest.TestCase):
