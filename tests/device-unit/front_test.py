@@ -223,6 +223,15 @@ class Waiting(Playing):
             lambda _: self.assertEqual(os.listdir(self.here), ["control"]), self.ended(),
             state=self.here), 0)
 
+    def test_who_moves_the_drive_hears_of_the_panel_how_that_went(self):
+        answers = []
+
+        def ask(made):
+            made.drive_client = SimpleNamespace(sendall=answers.append, close=lambda: None)
+        self.assertEqual(self.waiting({"ready": True}, ask, {"drive": "no"}, self.ended()), 0)
+
+        self.assertEqual(answers, [b'{"problem": "no"}\n'])
+
     def test_the_time_counts_from_the_start_of_the_command(self):
         self.assertEqual(self.waiting(299, {"ready": True}, 9.5, self.ended(), seconds=10), 0)
         self.assertEqual(self.waits, [300001.0, 1001.0, 10001.0, 501.0])
@@ -667,6 +676,7 @@ class Play(unittest.TestCase):
             self.assertTrue(os.path.samestat(os.fstat(outputs[field]),
                                              os.stat(f"{self.here}/{name}")))
             self.assertEqual(os.path.getsize(f"{self.here}/{name}"), 0)
+            os.write(outputs[field], b"new")
             os.close(outputs[field])
 
 
