@@ -158,6 +158,15 @@ class State(unittest.TestCase):
         self.refused(f"^{self.path} belongs to somebody else, or somebody else can change it; use "
                      "a folder of your own$")
 
+    def test_of_several_troubles_the_one_that_may_be_an_attack_is_told(self):
+        self.record(format=2, owner=os.geteuid() + 1)
+        self.refused("was made by another version")
+        os.chmod(self.path, 0o770)
+        self.refused("belongs to somebody else, or somebody else can change it")
+        with open(f"{self.path}/{state.RECORD}", "w", encoding="ascii") as file:
+            file.write("nonsense")
+        self.refused("belongs to somebody else, or somebody else can change it")
+
     def test_a_held_state_is_told_by_its_name(self):
         first = state.make_state(self.path, OWN)
         self.assertTrue(first.try_lock())

@@ -11,7 +11,7 @@ import unittest
 from types import SimpleNamespace
 from unittest import mock
 
-from kxdevice import linux, names, tools, trees
+from kxdevice import linux, names, state, tools, trees
 from played import play
 
 PLUGGED = {"present": True, "plugged": True, "mounted": True}
@@ -183,6 +183,47 @@ class Drive(Panel):
         play(self, tools, "linux", umount=OSError(errno.EPERM, "no"))
         with self.assertRaises(PermissionError):
             drive.unmount()
+
+    def test_a_refused_drive_leaves_the_files_of_the_one_that_is_there(self):
+        self.write("drive/old")
+        self.write("incoming/new")
+        drive = self.drive(**PLUGGED)
+        drive.start(False)
+        drive.plug(True)
+
+        self.assertEqual((os.listdir(f"{self.here}/drive"), os.listdir(f"{self.here}/incoming")),
+                         (["old"], ["new"]))
+
+    def test_a_drive_that_cannot_be_mounted_is_not_there(self):
+        pulled = {"present": True, "plugged": False, "mounted": False}
+        drive = self.drive(**pulled)
+        play(self, tools, "linux", move_mount=OSError(errno.EIO, "no"))
+        with self.assertRaises(OSError):
+            drive.plug(False)
+
+        self.assertEqual((self.has_node(), self.noted(), self.done), (False, pulled, []))
+
+    def test_a_drive_that_cannot_be_unmounted_stays(self):
+        drive = self.drive(**PLUGGED)
+        drive.start(False)
+        self.done.clear()
+        play(self, tools, "linux", umount=OSError(errno.EIO, "no"))
+        with self.assertRaises(OSError):
+            drive.pull()
+
+        self.assertEqual((self.has_node(), self.noted(), self.done), (True, PLUGGED, []))
+
+    def test_only_what_was_noted_is_traced(self):
+        for facts, action in (({**PLUGGED, "plugged": False, "mounted": False}, "plug"),
+                              (PLUGGED, "pull"), (PLUGGED, "unmount")):
+            drive = self.drive(**facts)
+            drive.start(False)
+            play(self, tools, "state", write_json=OSError(errno.ENOSPC, "full"))
+            self.done.clear()
+            with self.assertRaises(OSError):
+                getattr(drive, action)(*([False] if action == "plug" else []))
+            self.assertEqual([step for step in self.done if step[0] == "event"], [])
+            play(self, tools, "state", write_json=state.write_json)
 
     def test_a_drive_that_never_was_cannot_come_back(self):
         drive = self.drive()
