@@ -77,6 +77,8 @@ class Run(unittest.TestCase):
                              (status, said, act))
         self.assertEqual(self.run_with("pull"), (
             2, ["device/drive: --state is missing; see device/drive --help"], ["children"]))
+        self.assertEqual(self.run_with(), (
+            2, ["device/drive: give plug [DIR] or pull; see device/drive --help"], ["children"]))
 
     def test_help_is_shown(self):
         for word in ("--help", "-h"):
