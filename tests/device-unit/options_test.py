@@ -208,6 +208,18 @@ class Words(unittest.TestCase):
             self.assertEqual(str(getattr(Options(), name)), default, name)
         self.assertEqual(len(re.findall("default [0-9/]", options.HELP)), 5)
 
+    def test_the_help_tells_the_names_of_the_panel_and_every_status(self):
+        for text in (
+                "usage: device/run [options] [--] COMMAND [ARG...]\n",
+                "empty /tmp and /run, run /mnt/user/startup.sh\n",
+                "plug in a USB drive holding a copy of DIR: /mnt/usb and /dev/sda1\n",
+                "--put build/dev/kx_Updater=/usr/bin/kx_Updater --share pkg=/mnt/user/pkg \\\n",
+                "--summary -- kx_Updater -unzipedDir /mnt/user/pkg\n", "sh -c 'ls /mnt/usb'\n",
+                "--boot --fail usb_umount=1 --full /mnt/user -- sleep 5\n", ", 2 wrong use,\n",
+                "\n124 time limit reached, 125 the panel cannot be made, 126 COMMAND cannot be "
+                "executed,\n127 COMMAND not found.\n"):
+            self.assertIn(text, options.HELP)
+
     def test_a_complaint_is_one_line_of_the_very_bytes(self):
         reader, writer = os.pipe()
         with mock.patch.object(options.os, "write", lambda to, data, write=os.write: write(
