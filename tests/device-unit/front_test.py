@@ -584,13 +584,15 @@ class Play(unittest.TestCase):
                     raise trouble
 
             def wait(self):
+                done.append(("wait",))
                 self.ended_by = ended_by
                 return status
 
             def clean_up(self):
                 done.append(("clean up",))
         groups = SimpleNamespace(make=lambda *words: done.append(("make", *words)),
-                                 open_members=lambda: (88,), has_memory=has_memory)
+                                 open_members=lambda: (88,) if done else (),
+                                 has_memory=has_memory)
         with mock.patch.object(front, "Front", Front), \
                 mock.patch.object(front.cgroups, "Groups", lambda: groups), \
                 mock.patch.object(ids, "for_caller", lambda: ids.Ids([(0, 7, 1)], [(0, 8, 1)])), \
@@ -606,7 +608,7 @@ class Play(unittest.TestCase):
 
         self.assertEqual(result, 3)
         self.assertEqual(done[0], ("make", f"kx-device-{os.getpid()}", 20 << 20, 30))
-        self.assertEqual(done[2:], [("clean up",)])
+        self.assertEqual(done[2:], [("wait",), ("clean up",)])
         self.assertEqual(order.options.command, ("a", "b"))
         self.assertEqual(order.terms, launch.Terms(
             {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
