@@ -110,15 +110,17 @@ class Making(unittest.TestCase):
         self.write("from/deep/new", b"new")
         os.makedirs(f"{self.here}/to/deep")
         self.write("to/deep/kept")
-        os.symlink("to", f"{self.here}/link")
-        for path in ("link", "to"):
+        os.mkdir(f"{self.here}/other")
+        os.symlink("../to", f"{self.here}/other/link")
+        for path in ("other/link", "to"):
             source = trees.Source(f"{self.here}/from")
             self.maker.copy(source, f"{self.here}/{path}")
             os.close(source.fd)
 
         self.assertEqual(sorted(os.listdir(f"{self.here}/to/deep")), ["kept", "new"])
         self.assertEqual(self.facts("to")[0], "drwx--x--x")
-        self.assertTrue(os.path.islink(f"{self.here}/link"))
+        self.assertEqual(os.listdir(f"{self.here}/other"), ["link"])
+        self.assertTrue(os.path.islink(f"{self.here}/other/link"))
         self.nothing_stays_open()
 
     def test_a_copied_file_takes_the_place_of_a_link_and_makes_the_folders_above(self):

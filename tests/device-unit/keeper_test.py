@@ -9,6 +9,7 @@ import select
 import signal
 import subprocess
 import sys
+import time
 import unittest
 from types import SimpleNamespace
 from unittest import mock
@@ -140,7 +141,13 @@ class UserNamespace(unittest.TestCase):
         def fork():
             self.children.append(os.fork())
             return self.children[-1]
-        play(self, keeper, "os", fork=fork)
+        caller = os.getpid()
+
+        def leave(status):
+            if os.getpid() == caller:
+                raise AssertionError("not the child, but the keeper ends")
+            os._exit(status)
+        play(self, keeper, "os", fork=fork, _exit=leave)
         try:
             return keeper._make_user_namespace("ids"), done
         finally:
@@ -152,6 +159,8 @@ class UserNamespace(unittest.TestCase):
 
         def write_map(process, _):
             seen.append(os.stat(f"/proc/{process}/ns/user").st_ino)
+            time.sleep(0.05)  # a child that does not wait would end now
+            self.assertIsNone(os.waitid(os.P_PID, process, os.WEXITED | os.WNOHANG | os.WNOWAIT))
         descriptor, done = self.make(write_map=write_map)
 
         self.assertEqual(done, [("write_map", self.children[0], "ids")])
