@@ -196,6 +196,14 @@ class Kept(unittest.TestCase):
         self.assertEqual([(*call[:4], sorted(call[4])) for call in self.owners], [
             ("chown", "drive.json", facts.st_uid, facts.st_gid, ["dir_fd"])])
 
+    def test_a_drive_whose_files_cannot_be_taken_is_not_plugged_in(self):
+        self.note(PULLED)
+        play(self, drive, "tools", take_incoming=OSError(errno.ENOSPC, "full"))
+        with self.assertRaises(OSError):
+            self.act("plug", f"{self.here}/stick", self.path)
+
+        self.assertEqual(self.noted(), PULLED)
+
     def test_the_old_drive_keeps_its_files_when_it_comes_back(self):
         os.close(os.open(f"{self.path}/drive/old", os.O_CREAT))
         self.note(PULLED)

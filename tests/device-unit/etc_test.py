@@ -122,6 +122,13 @@ class Files(unittest.TestCase):
 class Names(unittest.TestCase):
     """The names of the panel, on which the updater, its packages and the device agree."""
 
+    def test_the_folders_of_a_fresh_panel_are_told_in_order(self):
+        self.assertEqual(" ".join(names.FOLDERS), (
+            "/bin /dev /dev/shm /etc /etc/pam.d /etc/security /home /home/user /lib /mnt /mnt/usb "
+            "/mnt/user /opt /proc /root /run /sbin /tmp /usr /usr/bin /usr/bin/kxsystem /usr/lib "
+            "/usr/local /usr/local/bin /usr/local/lib /usr/sbin /usr/share /var /var/cache "
+            "/var/lib /var/log /var/tmp"))
+
     def test_they_are_those_of_the_device(self):
         self.assertEqual({name: value for name, value in vars(names).items()
                           if name.isupper() and name != "FOLDERS"}, {

@@ -108,6 +108,9 @@ class ForCaller(unittest.TestCase):
 
         self.assertEqual(self.chosen(7, files), ([(0, 7, 1), (1, 200000, 65535)],
                                                  [(0, 8, 1), (1, 300000, 100)]))
+        files = {"/etc/subuid": "me:200000:7\n", "/etc/subgid": "me:300000:70000\n"}
+        self.assertEqual(self.chosen(7, files), ([(0, 7, 1), (1, 200000, 7)],
+                                                 [(0, 8, 1), (1, 300000, 65535)]))
 
     def test_an_ordinary_user_without_both_ranges_or_the_tools_has_only_root(self):
         ranges = {"/etc/subuid": "me:200000:65536\n", "/etc/subgid": "me:200000:65536\n"}

@@ -7,6 +7,7 @@ import importlib.util
 import os
 import signal
 import socket
+import subprocess
 import tempfile
 import threading
 import unittest
@@ -126,6 +127,17 @@ class Calls(unittest.TestCase):
         self.assertEqual(self.call("/x/tool"), (
             126, b"", f"tool: this is not the sandboxed device ({self.stand_in.MARKER} is "
                       "missing)\n".encode()))
+
+
+class Program(unittest.TestCase):
+    """The program itself, where there is no panel."""
+
+    def test_it_refuses_to_act_on_anything_but_the_device(self):
+        done = subprocess.run([f"{HOME}/device/bin/stand-in", "x"], check=False,
+                              stdin=subprocess.DEVNULL, capture_output=True)
+
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (
+            126, b"", b"stand-in: this is not the sandboxed device (/.kx-device is missing)\n"))
 
 
 class Names(unittest.TestCase):
