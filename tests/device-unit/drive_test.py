@@ -107,7 +107,7 @@ class Kept(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
-        self.here = folder.name
+        self.here = os.path.realpath(folder.name)
         for name in ("s", "stick"):
             shutil.copytree(f"{self.template}/{name}", f"{self.here}/{name}")
             os.chmod(f"{self.here}/{name}", stat.S_IMODE(os.stat(

@@ -23,7 +23,7 @@ class State(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
-        self.path = f"{folder.name}/s"
+        self.path = f"{os.path.realpath(folder.name)}/s"
 
     def record(self, **changes):
         """Makes a state and changes its record."""

@@ -39,7 +39,7 @@ class Trees(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
-        self.here = folder.name
+        self.here = os.path.realpath(folder.name)
         for name in ("outside", "from", "from/deep", "from/deep/er", "to"):
             os.mkdir(f"{self.here}/{name}")
         self.write("outside/kept", b"kept")
@@ -219,6 +219,17 @@ class Trees(unittest.TestCase):
         self.copy()
 
         self.assertEqual(set(modes), {0o600})
+
+    def test_a_folder_gets_its_mode_after_its_content(self):
+        order = []
+
+        def fchmod(descriptor, mode):
+            order.append(os.path.relpath(os.readlink(f"/proc/self/fd/{descriptor}"), self.here))
+            os.fchmod(descriptor, mode)
+        play(self, trees, "os", fchmod=fchmod)
+        self.copy()
+
+        self.assertEqual(order, ["to/deep/er/small", "to/deep/er", "to/deep", "to/large", "to"])
 
     def test_a_written_file_can_be_read_by_all_unless_told_otherwise(self):
         umask = os.umask(0)
