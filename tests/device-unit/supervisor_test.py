@@ -673,8 +673,9 @@ class Finishing(Serving):
 class Main(Serving):
     """The life of process 1, from its birth to its exit status."""
 
-    def live(self, build=lambda *_: "panel", run=lambda: None):
+    def live(self, build=lambda *_: "panel", run=lambda: None, process=1):
         """Lives it; returns the status, what was done and what the front heard."""
+        play(self, supervisor, "os", getpid=process)
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_STREAM)
         control, front = Link(ours), Link(theirs)
         self.addCleanup(control.close)
@@ -717,6 +718,12 @@ class Main(Serving):
         self.assertEqual(done[12][3:], ("panel", [], []))
         self.assertEqual(done[13:], [("prctl", linux.PR_SET_PDEATHSIG, signal.SIGKILL),
                                      ("_exit", 0)])
+
+    def test_any_other_process_builds_and_ends_nothing(self):
+        status, done, heard = self.live(process=2)
+
+        self.assertEqual((status, heard), (1, [{"fail": "the panel has no processes of its own"}]))
+        self.assertEqual([step for step in done if step[0] in ("build", "supervisor", "kill")], [])
 
     def test_whatever_goes_wrong_is_told_and_ends_it(self):
         advice = "; it needs Linux 5.14 or later with overlay mounts, and rights to mount in " \
