@@ -12,7 +12,7 @@ import unittest
 from kxscripts import processes
 from played import InFolder
 
-PYTHON = [sys.executable, "-ISc"]
+PYTHON = [sys.executable, "-ISBc"]
 
 
 def alive(pid):
@@ -116,12 +116,13 @@ class Children(InFolder):
         self.assertEqual(processes._running, set())  # pylint: disable=protected-access
 
     def test_stop_all_ends_what_runs_with_its_children_and_starts_nothing_more(self):
-        thread, ended, pid = self.in_thread("sleep 77777 & echo $! >pid; wait")
+        thread, ended, pid = self.in_thread(
+            "trap 'wait; exit 4' TERM; sleep 77777 & echo $! >pid; wait")
 
         processes.stop_all()
 
         thread.join(10)
-        self.assertEqual(ended, [-signal.SIGTERM])
+        self.assertEqual(ended, [4])
         self.assertFalse(alive(pid))
         with self.assertRaises(processes.Stopped):
             processes.run(["touch", "started"], cwd=self.root)
@@ -155,7 +156,8 @@ class Children(InFolder):
         timer = threading.Thread(target=lambda: (self.hung(), os.kill(os.getpid(), signal.SIGTERM)))
         with self.assertRaises(processes.Interrupted), processes.signals_end_the_script():
             timer.start()
-            processes.run(["sh", "-c", "sleep 77777 & echo $! >pid; wait"], cwd=self.root)
+            processes.run(["sh", "-c", "trap wait TERM; sleep 77777 & echo $! >pid; wait"],
+                          cwd=self.root)
         timer.join()
 
         self.assertFalse(alive(int((self.root / "pid").read_text(encoding="utf-8"))))
