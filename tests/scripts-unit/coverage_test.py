@@ -6,7 +6,9 @@ import unittest
 from unittest import mock
 
 from kxscripts import common, coverage
-from played import InFolder
+from played import PROJECT, InFolder
+
+PLACES = (coverage.ROOT, coverage.BUILD, coverage.COUNTS, coverage.SUM, str(coverage.MEMORY))
 
 
 class Coverage(InFolder):
@@ -37,6 +39,7 @@ class Coverage(InFolder):
         self.left = getattr(self, "left", [])
         self.left.append(sorted(path.name for path in self.root.rglob("*.gcda")))
         if words[:2] == ["bats", "--tap"] and words[2].endswith("a.bats"):
+            self.assertTrue(self.counts.is_dir())
             for number in "12":
                 place = self.counts / f"device.{number}" / self.build.relative_to("/")
                 place.mkdir(parents=True)
@@ -160,6 +163,11 @@ class Coverage(InFolder):
         self.assertEqual(coverage.failure_in(log, "none").splitlines(), lines[60:])
         log.write_bytes(b"not ok \xff")
         self.assertEqual(coverage.failure_in(log, "^not ok"), "not ok \N{REPLACEMENT CHARACTER}")
+
+    def test_counts_are_kept_beside_the_build(self):
+        build = PROJECT / "build"
+        self.assertEqual(PLACES, (PROJECT, build / "coverage", build / "coverage-counts",
+                                  build / "coverage-counts.sum", "/dev/shm"))
 
     def test_arguments_are_refused_and_the_help_tells_the_goal(self):
         self.measured("src")

@@ -9,7 +9,9 @@ from unittest import mock
 from kxscripts import checks, common, gate, parts, processes, results
 from kxscripts.parts import Done, Part
 from kxscripts.results import Case
-from played import InFolder
+from played import PROJECT, InFolder
+
+PLACES = (gate.ROOT, gate.LOGS)
 
 
 class InProject(InFolder):
@@ -31,6 +33,9 @@ class Work(InProject):
         with mock.patch.dict(os.environ, foreign | kept, clear=True):
             self.assertEqual(gate.environment(KX_UPDATER=self.root, A=2),
                              kept | {"KX_UPDATER": str(self.root), "A": "2"})
+
+    def test_logs_are_kept_in_the_build_folder(self):
+        self.assertEqual(PLACES, (PROJECT, PROJECT / "build/test"))
 
     def test_names_of_files_are_made_of_letters(self):
         self.assertEqual(gate.kept("unit tests (asan)", ".log"), self.logs / "unit-tests-asan.log")
