@@ -16,7 +16,7 @@ import tempfile
 from kxscripts import common, processes, reproducible
 from kxscripts.common import ROOT, Failed
 
-SHELLS = re.compile(rb"#!.*[/ ](bash|sh|dash|bats)\s*$")
+SHELLS = re.compile(rb"#!.*[/ ](bash|sh|dash|bats)(\s|$)|# shellcheck shell=")
 # Compiled files that nobody wrote, or that other checks are about.
 NOT_READ = ("mocs_compilation.cpp", "/headers/", "/qrc_")
 # What clang-tidy does not look for. Reserved names take a tenth of its time: they are looked for in
@@ -125,9 +125,8 @@ def first_line(file):
 
 
 def check_shell():
-    """shellcheck finds nothing in the scripts of the shell and the bats tests."""
-    files = [file for file in common.sources()
-             if file == "scripts/lib.sh" or SHELLS.match(first_line(file))]
+    """shellcheck finds nothing in the scripts of the shell, the bats tests and what they load."""
+    files = [file for file in common.sources() if SHELLS.match(first_line(file))]
     if not files:
         raise Failed("no script of the shell")
     run("shellcheck", "-x", *files)

@@ -70,9 +70,10 @@ class Checks(InProject):
 
     def test_shell_reads_what_a_shell_runs(self):
         shells = {"a": "#!/bin/sh", "b": "#!/usr/bin/env bash", "c": "#!/bin/dash ",
-                  "d": "#! bats", "e": "#!/usr/bin/bash", "scripts/lib.sh": "# no first line"}
+                  "d": "#! bats", "e": "#!/usr/bin/bash", "o": "# shellcheck shell=bash",
+                  "l": "#!/bin/sh -e"}
         others = {"f": "#!/usr/bin/python3", "g": "#!/bin/zsh", "h": "#!/bin/shx", "i": "/bin/sh",
-                  "j": "", "k": "#!/bin/fish", "lib.sh": "# none", "l": "#!/bin/sh -e",
+                  "j": "", "k": "#!/bin/fish", "p": "# shellcheck disable=SC1", "q": " #!/bin/sh",
                   "m": "x\n#!/bin/sh", "n": "#" + "x" * 200 + "!/bin/sh"}
         for name, line in (shells | others).items():
             self.write(name, f"{line}\nmore\n")
