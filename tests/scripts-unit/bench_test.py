@@ -471,6 +471,16 @@ class Main(InProject):
                 (len(name) if name.startswith("folder") else None)
         self.patch(bench, "RUNNERS", {kind: runner(kind.__name__) for kind in bench.RUNNERS})
 
+        real = bench.Results
+
+        def kept(folder):
+            """The real results, closed at last."""
+            made = real(folder)
+            for file in (made._text, made._rows):  # pylint: disable=protected-access
+                self.addCleanup(file.close)
+            return made
+        self.patch(bench, "Results", kept)
+
     def test_every_workload_is_run_by_default(self):
         self.main(bench)
         self.assertEqual([name for _, name, _ in self.ran], list(w.WORKLOADS))

@@ -176,6 +176,14 @@ class Telling(InProject):
         self.assertEqual(self.out, "a: 1 passed, 2 failed, 1.0 s\n-- a: y\n" + "".join(
             f"   {number}\n" for number in range(40, 100)))
 
+    def test_what_is_told_is_seen_at_once(self):
+        for tell in (lambda: gate.tell_begun(Part("a", None)),
+                     lambda: gate.tell_ended(self.done("a", Case("x", "passed"))),
+                     lambda: gate.tell_all([], 1)):
+            with mock.patch("sys.stdout", mock.Mock()) as stream:
+                tell()
+            self.assertEqual(stream.mock_calls[-1], mock.call.flush())
+
     def test_of_many_failed_cases_the_first_are_shown(self):
         cases = [Case(f"c{number}", "failed", 0.0, "why") for number in range(21)]
         self.tell(gate.tell_ended, self.done("a", *cases[:20]))

@@ -188,6 +188,12 @@ class Tree(InFolder):
         self.assertEqual(self.verdict()[0],
                          f"check-layers: no sources below {self.root}/tools/t")
 
+    def test_this_project_keeps_to_the_real_tables(self):
+        real = program("scripts/check-layers.py")
+        status = self.main(real)
+        self.assertEqual(status, 0, self.out)
+        self.assertRegex(self.out, r"^\d{3,} files keep to their layers\n$")
+
     def test_this_project_is_checked_by_default(self):
         self.patch(layers, "TABLES", {"src/none": {}})
         status = self.main(layers)
