@@ -57,6 +57,9 @@ class Report(InFolder):
         self.assertEqual(self.cases("1..1", "# told", "ok 1 a in 1ms")[0][3], None)
         self.assertIn("# told", self.printed)
 
+    def test_only_words_behind_a_number_sign_tell_why(self):
+        self.assertEqual(self.cases("1..1", "not ok 1 a in 1ms", "words", "# why")[0][4], "why")
+
     def test_forbidden_characters_become_question_marks(self):
         case, = self.cases("1..1", "not ok 1 a\x1b\x7f in 1ms", "# \0\x08\x0b\x0c\x0e\x1f\ufffe\uffff",
                            "# \t\ud800x")

@@ -215,6 +215,8 @@ class Installations(InProject):
                                         ["commands", "no-commands", "package"])])
         self.assertAlmostEqual(micros, 1100 / 3)
         self.assertEqual(self.results.lines[0], "\nload: three files; 10 commands")
+        self.assertIn("  updater               2.200      4.000     0.0015        1.0",
+                      self.results.lines)
         self.assertIn("  control/floor: wall 1.050, cpu 1.250, own cpu 2.000", self.results.lines)
         self.assertIn("  peak memory: updater/empty application 2.000", self.results.lines)
         self.assertEqual(self.results.lines[-1],
@@ -258,7 +260,7 @@ class Installations(InProject):
             self.assertEqual((self.results.lines, self.results.goals), ([], []))
 
     def test_the_window_s_start_is_measured_with_a_package_on_the_drive(self):
-        self.started_with(does=lambda words: self.write("build/bench-work/zipped", "x"))
+        self.started_with(does=lambda words: self.assertTrue((self.work / "drive").is_dir()))
         self.patch(w, "folder_step", mock.Mock(return_value=([], [])))
         self.patch(w, "WORKLOADS", {"window-start": w.Window("a start", 1, 1)})
         self.runs = {"floor": (2, 1, 1, 1000), "updater": (3, 1, 1, 1100), "control": (5,)}
@@ -284,6 +286,8 @@ class Installations(InProject):
         w.folder_step.assert_called_once_with(self.work / "package", 3, 100, 209715)
         self.assertEqual(self.package, ["UserPackage.kx-project"])
         self.assertEqual(self.results.lines[0], "\nwindow-start: a start; offscreen platform")
+        self.assertIn("  floor                 2.000      1.000     1.0000        1.0",
+                      self.results.lines)
         self.assertEqual(self.results.lines[-1], "  control/floor: wall 2.500")
         self.assertEqual(self.results.goals, [
             ("window-start", "wall updater/floor", 1.5, 1.10),
@@ -299,7 +303,8 @@ class Windows(InProject):
         outputs = list(outputs)
         self.patch(w, "WORKLOADS", {"window-log": w.Window("pieces", 1, 1)})
         self.patch(bench, "on_device", lambda *words, **keywords: (
-            self.started.append((words, keywords)), outputs.pop(0))[1])
+            self.started.append((words, keywords)),
+            self.assertTrue((self.work / "package").is_dir()), outputs.pop(0))[-1])
         bench.run_window(self.results, "window-log", (rounds, 60))
 
     def test_first_and_last_pieces_are_compared(self):

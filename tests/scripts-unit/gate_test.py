@@ -144,6 +144,14 @@ class Schedule(InProject):
         self.plan["unit tests (asan)"].work()
         self.assertEqual(commands.seen[0][:3], ["ctest", "--preset", "asan"])
 
+    def test_builds_make_what_the_tests_start(self):
+        builds = self.patch(common, "try_build", mock.Mock(return_value=None))
+        self.plan["build release"].work()
+        self.assertEqual(builds.call_args.args[0], "release")
+        self.assertLessEqual({"all", "kx_probe"}, set(builds.call_args.args[1:]))
+        self.plan["build asan"].work()
+        self.assertEqual(builds.call_args.args[0], "asan")
+
     def test_it_can_be_done_and_ends(self):
         plan = [Part(part.name, lambda: [Case("x", "passed")], part.needs, part.after)
                 for part in gate.schedule()]
@@ -233,7 +241,7 @@ class Telling(InProject):
 
     def test_only_what_passed_whole_and_not_empty_ends_well(self):
         good = self.done("a", Case("x", "passed"))
-        for other, status in ((good, 0), (self.done("b", Case("y", "failed")), 1),
+        for other, status in ((good, 0), (self.done("b", Case("y", "failed"), good.cases[0]), 1), (self.done("b", Case("y", "failed")), 1),
                               (self.done("b", Case("y", "skipped")), 1), (self.done("b"), 1)):
             self.tell_all(good, other)
             self.assertEqual(self.status, status)
@@ -260,6 +268,12 @@ class Main(InProject):
         self.assertEqual(self.out.splitlines()[-1], "1 passed, 0 failed")
         self.assertIn(" 0.0 s  in all\n", self.out)
 
+    def test_it_is_the_first_run_of_a_project(self):
+        self.logs.rmdir()
+        self.logs.parent.rmdir()
+        self.assertEqual(self.main(gate), 0)
+        self.assertTrue(self.logs.is_dir())
+
     def test_a_failed_part_is_the_end_of_the_gate(self):
         self.patch(gate, "schedule", lambda: [Part("a", lambda: [Case("x", "failed")])])
         self.assertEqual(self.main(gate), 1)
@@ -281,6 +295,8 @@ class Main(InProject):
     def test_it_takes_no_arguments(self):
         self.assertEqual(self.main(gate, "x"), 2)
         self.assertEqual(self.main(gate, "--help"), 0)
+        self.assertIn("usage: scripts/test", self.out)
+        self.assertIn("Ends with 0 only when", self.out)
         self.setups.assert_not_called()
 
 

@@ -59,6 +59,20 @@ expect_asked() {
     diff <([ $# -eq 0 ] || printf '%s\n' "$@") "$STUB/log"
 }
 
+# expect_group GROUP... -- PACKAGE...: what a machine that has none of it gets for the groups.
+expect_group() {
+    local groups=()
+    while [ "$1" != -- ]; do
+        groups+=("$1")
+        shift
+    done
+    shift
+    : >"$STUB/log"
+    set_up "${groups[@]}"
+    [ "$status" -eq 0 ]
+    expect_asked "install -y -q --no-install-recommends $(printf '%s\n' "$@" | sort -u | paste -sd ' ')"
+}
+
 @test "nothing is asked for where nothing is missing" {
     set_up
 
@@ -116,6 +130,7 @@ END
     done
     run --separate-stderr env PATH="$STUB/bin" "$ROOT/scripts/setup" test
     [ "$status" -eq 1 ]
+    # shellcheck disable=SC2154 # bats sets it
     [ "$stderr" = 'scripts/setup: missing jq; run it as root, or install sudo' ]
 
     rm "$STUB/bin/dpkg-query"
@@ -145,20 +160,6 @@ END
     done
     run --separate-stderr "$ROOT/scripts/setup" --nonsense
     [ "$output" = '' ]
-}
-
-# expect_group GROUP... -- PACKAGE...: what a machine that has none of it gets for the groups.
-expect_group() {
-    local groups=()
-    while [ "$1" != -- ]; do
-        groups+=("$1")
-        shift
-    done
-    shift
-    : >"$STUB/log"
-    set_up "${groups[@]}"
-    [ "$status" -eq 0 ]
-    expect_asked "install -y -q --no-install-recommends $(printf '%s\n' "$@" | sort -u | paste -sd ' ')"
 }
 
 @test "a bare machine gets what each group is for, and all but the displays by default" {
