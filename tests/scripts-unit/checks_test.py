@@ -134,6 +134,7 @@ class Tidy(InProject):
                           .read_text(encoding="utf-8"))
         self.assertEqual([entry["command"] for entry in once if entry["file"] == "/x/src/b.cpp"],
                          ["c++ 0"])
+        self.assertEqual(self.builds()[0], ("tidy", "kx_forms"))
         self.assertEqual(self.builds()[-1], ("tidy", "gui_autogen", "sub/b_autogen"))
 
         self.built.clear()

@@ -198,11 +198,18 @@ class Ending(InFolder):
         self.assertEqual(stopped.call_count, 2)
 
     def test_programs_of_the_scripts_begin_with_nothing_missing(self):
-        for name in ("check", "check-reproducible", "coverage", "fuzz", "test"):
+        for name, text in (
+                ("check", "A check that finds nothing to look at has failed. positional arguments: "
+                          "CHECK all by default: format, layers, headers, spelling, shell, odr, "
+                          "reproducible, tidy"),
+                ("check-reproducible", "are the same bytes"), ("coverage", "below 95 percent"),
+                ("fuzz", "MINUTES [TARGET ...]"), ("test", "Ends with 0 only when")):
             told = subprocess.run([PROJECT / "scripts" / name, "--help"], capture_output=True,
                                   cwd=self.root, text=True, check=False)
             self.assertEqual((told.returncode, told.stderr), (0, ""), name)
-            self.assertIn(f"usage: scripts/{name}", told.stdout)
+            words = " ".join(told.stdout.split())
+            self.assertIn(f"usage: scripts/{name} [-h]", words)
+            self.assertIn(text, words)
             refused = subprocess.run([PROJECT / "scripts" / name, "--no-such-option"],
                                      capture_output=True, check=False)
             self.assertEqual(refused.returncode, 2, name)

@@ -12,6 +12,8 @@ import unittest
 from kxscripts import processes
 from played import InFolder
 
+# It tells its number when it has no trap of its parent's any more.
+SLEEPER = "sh -c 'echo $$ >pid; exec sleep 77777'"
 PYTHON = [sys.executable, "-ISBc"]
 
 
@@ -117,7 +119,7 @@ class Children(InFolder):
 
     def test_stop_all_ends_what_runs_with_its_children_and_starts_nothing_more(self):
         thread, ended, pid = self.in_thread(
-            "trap 'wait; exit 4' TERM; sleep 77777 & echo $! >pid; wait")
+            f'trap "wait; exit 4" TERM; {SLEEPER} & wait')
 
         processes.stop_all()
 
@@ -156,8 +158,7 @@ class Children(InFolder):
         timer = threading.Thread(target=lambda: (self.hung(), os.kill(os.getpid(), signal.SIGTERM)))
         with self.assertRaises(processes.Interrupted), processes.signals_end_the_script():
             timer.start()
-            processes.run(["sh", "-c", "trap wait TERM; sleep 77777 & echo $! >pid; wait"],
-                          cwd=self.root)
+            processes.run(["sh", "-c", f"trap wait TERM; {SLEEPER} & wait"], cwd=self.root)
         timer.join()
 
         self.assertFalse(alive(int((self.root / "pid").read_text(encoding="utf-8"))))
