@@ -74,6 +74,52 @@ class Includes(InFolder):
                 len(list(layers.problems_of(self.root, "src", layers.SRC, path))), count)
 
 
+class Rows(InFolder):
+    """The rows of the real tables; every one of them is compared with the architecture by
+    tests/scripts/arrows.py."""
+
+    def expect(self, name, includes, *problems):
+        """What is said about a file with these includes, in this order."""
+        path = self.write(name, "".join(f"#include {include}\n" for include in includes))
+        top = next(top for top in layers.TABLES if name.startswith(f"{top}/"))
+        self.assertEqual(
+            list(layers.problems_of(self.root, top, layers.TABLES[top], path)),
+            [f"{name}: {problem}" for problem in problems])
+
+    def test_a_layer_of_the_updater_includes_no_layer_above_it(self):
+        self.expect("src/osa/OSA.cpp", ['"osa/PathList.h"', '"engine/q_UpdaterEngine.h"',
+                                        '"steps/SS.h"', '"engine/ILogger.h"'],
+                    'the layer osa must not include "steps/SS.h"',
+                    'the layer osa must not include "engine/ILogger.h"')
+        self.expect("src/engine/UserPackageInstaller.cpp",
+                    ["<QString>", "<QtCore/QString>", "<vector>", "<picojson.h>"],
+                    "the layer engine is free of Qt, but includes <QString>",
+                    "the layer engine is free of Qt, but includes <QtCore/QString>")
+
+    def test_a_shared_room_includes_neither_a_program_s_folders_nor_a_room_above_it(self):
+        self.expect("lib/io/Text.cpp", ['"format/Json.h"', '"trial/Places.h"', "<utf8.h>", "<zip.h>"],
+                    'the layer io must not include "format/Json.h"',
+                    'the layer io must not include "trial/Places.h"',
+                    "the layer io is free of zip.h, but includes <zip.h>")
+        self.expect("lib/checks/Targets.cpp", ['"checks/Targets.h"', '"io/Text.h"', "<picojson.h>"])
+        self.expect("lib/misc/Misc.cpp", ["<string>"], "the folder 'misc' is no known layer")
+
+    def test_a_folder_of_the_tool_includes_only_the_rooms_that_its_line_names(self):
+        tool = "tools/kx-package"
+        self.expect(f"{tool}/common/Output.cpp", ['"common/Epoch.h"', '"io/Error.h"',
+                                                  '"checks/Rules.h"'],
+                    'the layer common must not include "checks/Rules.h"')
+        self.expect(f"{tool}/main.cpp", ["<CLI/CLI.hpp>", '"commands/All.h"', '"manifest/Glob.h"'],
+                    'the layer  must not include "manifest/Glob.h"')
+        self.expect(f"{tool}/schema/Schema.cpp", ["<toml++/toml.h>"],
+                    "the layer schema is free of toml++, but includes <toml++/toml.h>")
+
+    def test_an_include_of_another_layer_is_written_in_one_way(self):
+        self.expect("src/osa/OSA.hpp", ["<steps/SS.h>", '"osa/../steps/SS.h"', '"OSA.h"'],
+                    "write <steps/SS.h> in quotes", 'write "osa/../steps/SS.h" without dots',
+                    'write "OSA.h" with its layer')
+
+
 class Names(InFolder):
     """The panel's names, each in one place."""
 
