@@ -4,7 +4,9 @@
 few short commands of the shell."""
 import io
 import json
+import os
 import resource
+import sys
 import unittest
 from unittest import mock
 
@@ -27,9 +29,19 @@ class Runs(InFolder):
         self.assertEqual(measure.run(["/bin/sh", "-c", "kill -9 $$"])["status"], -9)
 
     def test_a_program_has_no_input_and_its_output_is_thrown_away(self):
-        file = self.root / "told"
-        measure.run(["/bin/sh", "-c", f"readlink -f /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2 >{file}"])
-        self.assertEqual(file.read_text(encoding="utf-8").split()[::2], ["/dev/null"] * 2)
+        file = self.write("told")
+        with file.open("r+b") as other:
+            before = [os.dup(fd) for fd in range(3)]
+            for fd in range(3):
+                os.dup2(other.fileno(), fd)
+            try:
+                measure.run(["/bin/sh", "-c", "for fd in 0 1 2; do\n"
+                                              f"readlink /proc/$$/fd/$fd >>{file}.fds\ndone\n:"])
+            finally:
+                for fd, kept in enumerate(before):
+                    os.dup2(kept, fd)
+                    os.close(kept)
+        self.assertEqual((self.root / "told.fds").read_text(encoding="utf-8"), "/dev/null\n" * 3)
 
     def test_the_time_of_its_own_is_that_of_the_process(self):
         opened = mock.mock_open(read_data="2500000000 7 9\n")
@@ -65,9 +77,15 @@ class Rounds(InFolder):
 
     def test_no_round_begins_that_would_not_end_in_time(self):
         for clock, rounds in (((0, 10, 20, 30), 3), ((0, 10, 19, 26), 3), ((0, 15, 30), 2),
-                              ((5, 21), 1), ((0, 31), 1)):
+                              ((5, 21), 1), ((5, 19, 33), 2), ((0, 31), 1)):
             _, told = self.measured(3, 30, clock)
             self.assertEqual(told[-1]["round"], rounds, clock)
+
+    def test_each_run_is_told_at_once(self):
+        stream = self.patch(sys, "stdout", mock.Mock())
+        self.tell = lambda work: work()
+        self.measured(1, 1, range(9))
+        self.assertEqual(stream.flush.call_count, 3)
 
     def test_nothing_is_run_outside_of_the_sandboxed_device(self):
         self.patch(measure, "run", mock.Mock())

@@ -193,7 +193,7 @@ class CTest(InFolder):
         self.assertEqual(self.of(0, output="words\n")[0].text,
                          f"reported no case in {self.root}/ctest.xml\nwords")
         case, = results.of_ctest(self.root / "none.xml", self.root, 0, "x\n" * 99)
-        self.assertEqual((case.name, case.outcome), ("ctest", "failed"))
+        self.assertEqual((case.name, case.outcome, case.seconds), ("ctest", "failed", 0.0))
         self.assertEqual(case.text.splitlines(),
                          [f"left no report {self.root}/none.xml", *["x"] * 60])
 
