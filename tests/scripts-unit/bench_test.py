@@ -442,6 +442,7 @@ class Reading(InProject):
 
     def test_medians_are_compared(self):
         self.patch(w, "WORKLOADS", {"read": w.Reading("a description", lambda: [{}] * 1000, 15, 2.5)})
+        self.write("build/bench-work/old")
         self.started_with("parse 0.001\nread 0.002\nparse 0.003\nread 0.009\nparse 0.002\n"
                           "read 0.005\n", does=self.look)
         bench.run_reading(self.results, "read", (3, 0))

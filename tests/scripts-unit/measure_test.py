@@ -35,13 +35,14 @@ class Runs(InFolder):
             for fd in range(3):
                 os.dup2(other.fileno(), fd)
             try:
-                measure.run(["/bin/sh", "-c", "for fd in 0 1 2; do\n"
-                                              f"readlink /proc/$$/fd/$fd >>{file}.fds\ndone\n:"])
+                measure.run([sys.executable, "-ISBc", (
+                    "import os, sys\nfds = [os.readlink(f'/proc/self/fd/{fd}') for fd in range(3)]"
+                    "\nopen(sys.argv[1], 'x').write(' '.join(fds))"), f"{file}.fds"])
             finally:
                 for fd, kept in enumerate(before):
                     os.dup2(kept, fd)
                     os.close(kept)
-        self.assertEqual((self.root / "told.fds").read_text(encoding="utf-8"), "/dev/null\n" * 3)
+        self.assertEqual((self.root / "told.fds").read_text(encoding="utf-8"), " ".join(["/dev/null"] * 3))
 
     def test_the_time_of_its_own_is_that_of_the_process(self):
         opened = mock.mock_open(read_data="2500000000 7 9\n")

@@ -22,6 +22,40 @@ for case in results.read(pathlib.Path("$BATS_TEST_TMPDIR/report.xml")):
 END
 }
 
+# played_device: on-device in a tree of its own, whose device/run notes what it is asked for in
+# $TREE/log, leaves what a binary would and ends with $ENDS; with $NONE it can make no panel.
+played_device() {
+    TREE=$BATS_TEST_TMPDIR/tree
+    mkdir -p "$TREE/tests/support" "$TREE/device"
+    cp "$ROOT/tests/support/on-device" "$TREE/tests/support"
+    cat >"$TREE/device/run" <<'END'
+#!/bin/bash
+printf '%s\n' "$*" >>"$(dirname "$0")/../log"
+[ "$*" != '-- true' ] || { [ -z "$NONE" ] || { echo "no namespaces" >&2; exit 1; }; exit 0; }
+[ "$1" != --erase ] || exec rm -r "$3"
+state=$(sed -n 's/.*--state \([^ ]*\).*/\1/p' <<<"$*")
+[ -z "$state" ] || mkdir -p "$state/root/var"
+[[ $* != */var/report.xml* ]] || echo "a report" >"$state/root/var/report.xml"
+[[ $* != *GCOV_PREFIX=/var/gcov* ]] || { mkdir "$state/root/var/gcov"; echo 1 >"$state/root/var/gcov/a.gcda"; }
+exit "${ENDS:-0}"
+END
+    chmod +x "$TREE/device/run"
+    printf '#!/bin/sh\n' >"$TREE/binary"
+    chmod +x "$TREE/binary"
+    unset ASAN_OPTIONS UBSAN_OPTIONS KX_COVERAGE_OUT CI
+    export TMPDIR=$TREE
+}
+
+# on_device ARG...: leaves $status, $output and the lines of what was asked of the device in $asked.
+on_device() {
+    rm -f "$TREE/log"
+    run "$TREE/tests/support/on-device" "$@"
+    echo "$output"
+    mapfile -t asked < <(cat "$TREE/log")
+    # What is kept of the panel while its binary runs is gone.
+    [ -z "$(find "$TREE" -name 'tmp.*')" ]
+}
+
 @test "every case of a run of bats is reported, with its output" {
     run report <<'END'
 1..5
@@ -133,4 +167,64 @@ END
         "--gtest_output=xml:$BATS_TEST_TMPDIR/new/report.xml" crash
     [ "$status" -eq 9 ]
     [ ! -e "$BATS_TEST_TMPDIR/new/report.xml" ]
+}
+
+@test "a binary is started on the sandboxed device with the settings of its tools" {
+    played_device
+    local support=$TREE/tests/support options
+
+    ENDS=7 on_device "$TREE/binary" -x "a b"
+    [ "$status" -eq 7 ]
+    options="--seconds 280 --processes 256 --share $TREE/binary=/opt/test/binary"
+    options+=" --share $support/lsan.supp=/opt/test/lsan.supp"
+    options+=" --env LSAN_OPTIONS=suppressions=/opt/test/lsan.supp:print_suppressions=0"
+    [ "${asked[0]}" = '-- true' ]
+    [ "${asked[1]}" = "$options -- /opt/test/binary -x a b" ]
+    [ ${#asked[@]} -eq 2 ]
+
+    ASAN_OPTIONS=a UBSAN_OPTIONS='b c' GTEST_FILTER='' on_device "$TREE/binary"
+    [ "$status" -eq 0 ]
+    [ "${asked[1]}" = "$options --env ASAN_OPTIONS=a --env UBSAN_OPTIONS=b c --env GTEST_FILTER= -- /opt/test/binary" ]
+}
+
+@test "a report and counts are brought out of the panel, whose files are erased" {
+    played_device
+    mkdir "$TREE/counts"
+    local report=$TREE/new/report.xml
+
+    ENDS=1 on_device "$TREE/binary" "--gtest_output=xml:$report" -x
+    [ "$status" -eq 1 ]
+    [ "$(cat "$report")" = 'a report' ]
+    [[ ${asked[1]} == *' --state '*' -- /opt/test/binary --gtest_output=xml:/var/report.xml -x' ]]
+    [[ ${asked[1]} != *GCOV_PREFIX* ]]
+    [[ ${asked[2]} == '--erase --state '* ]]
+    [ -z "$(ls "$TREE/counts")" ]
+
+    local number
+    for number in 1 2; do
+        KX_COVERAGE_OUT=$TREE/counts on_device "$TREE/binary"
+        [ "$status" -eq 0 ]
+        [[ ${asked[1]} == *' --state '*' --env GCOV_PREFIX=/var/gcov -- /opt/test/binary' ]]
+        [ "$(cat "$TREE"/counts/device.*/a.gcda | wc -l)" -eq "$number" ]
+    done
+}
+
+@test "where no panel can be made nothing is started, which is a failure where everything must run" {
+    played_device
+    export NONE=1
+    on_device "$TREE/binary"
+    [ "$status" -eq 77 ]
+    [ "$output" = 'no namespaces' ]
+    [ ${#asked[@]} -eq 1 ]
+    CI=false on_device "$TREE/binary"
+    [ "$status" -eq 77 ]
+    CI=true on_device "$TREE/binary"
+    [ "$status" -eq 1 ]
+
+    on_device
+    [ "$status" -eq 2 ]
+    [ "$output" = 'usage: on-device BINARY [ARG...]' ]
+    on_device "$TREE/none"
+    [ "$status" -eq 2 ]
+    [ ${#asked[@]} -eq 0 ]
 }
