@@ -254,6 +254,9 @@ class Installations(InProject):
         self.assertEqual(self.results.goals, [("growth", "dearest/cheapest file", 2.0, 1.10)])
         self.assertEqual(self.results.lines, ["\ngrowth: own cpu for a file: folder-1k 2.0 us, "
                                               "folder-10k 3.0 us, folder-50k 4.0 us"])
+        self.results = Told()
+        bench.tell_growth(self.results, {"folder-1k": 1.0, "folder-50k": 1.5})
+        self.assertEqual(self.results.goals, [("growth", "dearest/cheapest file", 1.5, 1.10)])
         for own in ({"folder-1k": 1.0}, {}, {"one-512m": 1.0, "items-1k": 2.0}):
             self.results = Told()
             bench.tell_growth(self.results, own)
