@@ -149,7 +149,7 @@ END
 
     local option group
     for option in --help -h; do
-        run --separate-stderr "$ROOT/scripts/setup" test "$option"
+        run --separate-stderr env PATH="$STUB/bin:/usr/bin:/bin" "$ROOT/scripts/setup" test "$option"
         [ "$status" -eq 0 ]
         diff <(printf '%s\n' "${usage[@]}") <(printf '%s\n' "${lines[@]}")
     done
@@ -158,7 +158,7 @@ END
     for group in build tools demo test bench display web vnc; do
         grep -qw "$group" <<<"$output"
     done
-    run --separate-stderr "$ROOT/scripts/setup" --nonsense
+    run --separate-stderr env PATH="$STUB/bin:/usr/bin:/bin" "$ROOT/scripts/setup" --nonsense
     [ "$output" = '' ]
 }
 
