@@ -167,27 +167,27 @@ def chosen():
     return names
 
 
-def main():
-    """Runs the checks that are asked for, all of them to their end."""
-    names, failed = chosen(), []
-    try:
-        with processes.signals_end_the_script():
-            for name in names:
-                common.say(f"check {name}")
-                try:
-                    CHECKS[name]()
-                except (Failed, OSError, ValueError, subprocess.CalledProcessError) as failure:
-                    print(f"check {name}: {failure}", file=sys.stderr, flush=True)
-                    failed.append(name)
-    except processes.Interrupted as interrupted:
-        processes.stop_all()
-        print("scripts/check: interrupted", file=sys.stderr)
-        return 128 + interrupted.number
+def make(names):
+    """Makes the checks, all of them to their end. Returns the exit status."""
+    failed = []
+    for name in names:
+        common.say(f"check {name}")
+        try:
+            CHECKS[name]()
+        except (Failed, OSError, ValueError, subprocess.CalledProcessError) as failure:
+            print(f"check {name}: {failure}", file=sys.stderr, flush=True)
+            failed.append(name)
     if failed:
         print(f"scripts/check: failed: {' '.join(failed)}", file=sys.stderr)
         return 1
     common.say(f"{len(names)} checks passed")
     return 0
+
+
+def main():
+    """Runs the checks that are asked for."""
+    names = chosen()
+    return common.run_script("scripts/check", lambda: make(names))
 
 
 if __name__ == "__main__":

@@ -252,7 +252,7 @@ class Main(InProject):
         stopped = self.patch(processes, "stop_all", mock.Mock())
         checks.CHECKS["good"] = lambda: os.kill(os.getpid(), signal.SIGINT)
         self.assertEqual(self.main(checks, "good", "os"), 130)
-        self.assertEqual((self.done, self.err), ([], "scripts/check: interrupted\n"))
+        self.assertEqual((self.done, self.err), ([], "scripts/check: interrupted by SIGINT\n"))
         stopped.assert_called_once_with()
 
 

@@ -199,6 +199,33 @@ class Ending(InFolder):
             self.assertEqual(self.err, f"scripts/x: interrupted by {number.name}\n")
         self.assertEqual(stopped.call_count, 2)
 
+    def test_a_second_signal_does_not_disturb_the_end(self):
+        ended = []
+
+        def stop_all():
+            for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
+                os.kill(os.getpid(), number)
+            ended.append(True)
+        self.patch(processes, "stop_all", stop_all)
+        status = self.tell(common.run_script, "x", lambda: os.kill(os.getpid(), signal.SIGTERM),
+                           ": more")
+        self.assertEqual((status, ended, self.err),
+                         (143, [True], "x: interrupted by SIGTERM: more\n"))
+
+    def test_what_went_wrong_is_told_at_once(self):
+        for work in (lambda: self.fail_with(common.Failed("why")),
+                     lambda: os.kill(os.getpid(), signal.SIGTERM)):
+            self.patch(processes, "stop_all", mock.Mock())
+            stream = mock.Mock()
+            with mock.patch("sys.stderr", stream):
+                common.run_script("x", work)
+            self.assertEqual(stream.mock_calls[-1], mock.call.flush())
+
+    @staticmethod
+    def fail_with(problem):
+        """Raises it."""
+        raise problem
+
     def test_each_script_starts_its_program(self):
         # In a tree where nothing can be set up, should one of them not see the option.
         shutil.copytree(PROJECT / "scripts/kxscripts", self.root / "scripts/kxscripts",
