@@ -164,6 +164,29 @@ class Children(InFolder):
         self.assertFalse(alive(int((self.root / "pid").read_text(encoding="utf-8"))))
         self.assertEqual(processes._running, set())  # pylint: disable=protected-access
 
+    def test_a_signal_while_a_command_starts_leaves_none_behind(self):
+        real, begun = processes.subprocess.Popen, []
+
+        def start(*words, **keywords):
+            begun.append(real(*words, **keywords))
+            os.kill(os.getpid(), signal.SIGTERM)
+            time.sleep(0.01)
+            return begun[0]
+        self.patch(processes.subprocess, "Popen", start)
+        with self.assertRaises(processes.Interrupted) as raised, \
+                processes.signals_end_the_script():
+            processes.run(["sleep", "77777"], cwd=self.root)
+        self.assertEqual(raised.exception.number, signal.SIGTERM)
+        self.assertEqual(begun[0].wait(5), -signal.SIGTERM)
+
+    def test_a_signal_while_a_missing_command_starts_ends_the_script(self):
+        def start(*_, **__):
+            os.kill(os.getpid(), signal.SIGTERM)
+            raise FileNotFoundError
+        self.patch(processes.subprocess, "Popen", start)
+        with self.assertRaises(processes.Interrupted), processes.signals_end_the_script():
+            processes.run(["x"], cwd=self.root, output=self.output)
+
     def test_a_group_that_has_gone_is_told(self):
         with processes.subprocess.Popen(["true"], start_new_session=True) as child:
             os.waitid(os.P_PID, child.pid, os.WEXITED | os.WNOWAIT)
