@@ -183,6 +183,8 @@ END
     expect_group web -- novnc tigervnc-standalone-server websockify
     expect_group vnc -- socat tigervnc-standalone-server
     expect_group vnc bench display -- python3 socat tigervnc-standalone-server xserver-xephyr
+    expect_group bench display vnc web build -- python3 socat xserver-xephyr novnc \
+        tigervnc-standalone-server websockify "${build[@]}"
     expect_group -- "${build[@]}" "${tools[@]}" "${demo[@]}" "${tests[@]}"
 }
 
