@@ -70,6 +70,13 @@ class Building(InFolder):
                          "why\nbuilding the preset dev failed; all of it: build/dev.log")
         self.assertEqual(len(commands.seen), 1)
 
+    def test_what_a_signal_has_ended_is_not_built(self):
+        for command, count in (("cmake --preset", 1), ("cmake --build", 2)):
+            commands = self.played(statuses={command: -9})
+            self.assertEqual(common.try_build("dev", root=self.root),
+                             "\nbuilding the preset dev failed; all of it: build/dev.log")
+            self.assertEqual(len(commands.seen), count)
+
     def test_a_failure_is_told_with_the_end_of_the_log(self):
         self.played(statuses={"cmake --build": 2},
                     printed={"cmake --build": "".join(f"{number}\n" for number in range(100))})

@@ -89,6 +89,7 @@ class Coverage(InFolder):
 
         self.measured()
 
+        self.assertEqual(self.commands.lost, set())
         out, memory = {"KX_COVERAGE_OUT": str(self.counts)}, {"TMPDIR": f"{self.root}/memory"}
         self.assertEqual(self.commands.added[4:7], [
             out, out | memory | {"KX_UPDATER": f"{self.build}/kx_Updater"},

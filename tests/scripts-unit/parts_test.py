@@ -81,7 +81,8 @@ class Run(unittest.TestCase):
         over = []
 
         def work(name):
-            return lambda: over.append((name, sorted(self.ended))) or passes("passed")()
+            # A part that hangs must not keep the script from its end.
+            return lambda: self.assertTrue(threading.current_thread().daemon) or over.append((name, sorted(self.ended))) or passes("passed")()
         self.run_parts(Part("a", work("a")), Part("b", raises(common.Failed("no"))),
                        Part("c", work("c"), needs=("a",), after=("b",)),
                        Part("d", work("d"), after=("a", "b", "c")))

@@ -40,6 +40,7 @@ class Commands:
         self.seen = []     # words
         self.folders = []  # where each was started
         self.added = []    # what each found in its environment that this program lacks
+        self.lost = set()  # what this program has in its environment and one of them lacked
 
     def _of(self, table, line, otherwise):
         return next((value for begin, value in table.items() if line.startswith(begin)), otherwise)
@@ -51,6 +52,7 @@ class Commands:
         self.folders.append(cwd)
         self.added.append({name: value for name, value in (env or {}).items()
                            if os.environ.get(name) != value})
+        self.lost.update(os.environ.keys() - (os.environ if env is None else env).keys())
         if output is not None:
             output.write(self._of(self.printed, line, "").encode())
             output.flush()

@@ -179,6 +179,23 @@ class Children(InFolder):
         self.assertEqual(raised.exception.number, signal.SIGTERM)
         self.assertEqual(begun[0].wait(5), -signal.SIGTERM)
 
+    def test_a_signal_while_another_thread_starts_a_command_interrupts_the_script(self):
+        real, over = processes.subprocess.Popen, threading.Event()
+
+        def start(*words, **keywords):
+            signal.pthread_kill(threading.main_thread().ident, signal.SIGTERM)
+            over.wait(10)
+            return real(*words, **keywords)
+        self.patch(processes.subprocess, "Popen", start)
+        thread = threading.Thread(target=lambda: self.run_shell("true"))
+        self.addCleanup(thread.join, 20)
+        try:
+            with self.assertRaises(processes.Interrupted), processes.signals_end_the_script():
+                thread.start()
+                over.wait(10)
+        finally:
+            over.set()
+
     def test_a_signal_while_a_missing_command_starts_ends_the_script(self):
         def start(*_, **__):
             os.kill(os.getpid(), signal.SIGTERM)

@@ -58,6 +58,7 @@ class Reproducible(InFolder):
         self.assertTrue(reproducible.built_alone(self.root, "panel", "prog", ["-DA=1"], log))
         self.assertEqual(commands.lines, ["cmake --preset panel -DKX_UNITY=ON -DA=1",
                                           "cmake --build --preset panel --target prog"])
+        self.assertEqual(commands.lost, set())
         self.assertEqual(commands.added, [{"CCACHE_DISABLE": "1"}] * 2)
         self.assertEqual(commands.folders, [self.root] * 2)
         self.assertEqual(log.read_text(encoding="utf-8"), "words\nwords\n")
