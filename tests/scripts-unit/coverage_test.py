@@ -104,6 +104,12 @@ class Coverage(InFolder):
         self.assertTrue((self.build / "old.gcno").exists())
         self.assertFalse((self.counts / "old").exists())
 
+    def test_a_second_measurement_takes_the_place_of_the_first(self):
+        for _ in range(2):
+            self.measured()
+            self.assertEqual((self.status, self.err), (0, ""))
+            self.assertEqual((self.build / "a.gcda").read_text(encoding="utf-8"), "12")
+
     def test_memory_is_taken_where_there_is_room_and_nobody_has_chosen(self):
         memory = self.write("memory/x").parent
         with mock.patch.dict("os.environ", {"TMPDIR": "/elsewhere"}):
@@ -120,11 +126,12 @@ class Coverage(InFolder):
 
     def test_a_run_that_fails_ends_the_measurement_and_shows_its_failures(self):
         rows = (
-            ("ctest", "ctest", "\n".join(["fine", "1: [  FAILED  ] A.b", "more", "***Failed"])),
+            ("ctest", "ctest", "\n".join(["fine", "1: [  FAILED  ] A.b", "more"])),
+            ("ctest", "ctest", "\n".join(["fine", "x ...***Exception: SegFault", "more"])),
             ("bats --tap " + str(self.root / "tests/device/a.bats"), "bats", "ok 1\nnot ok 2\n# x"),
             ("bats --tap " + str(self.root / "tests/device/try.bats"), "try", "ok 1\nnot ok 2\n#"),
             ("gcov-tool", "merge", "profile mismatch"))
-        for count, (command, log, printed) in enumerate(rows, start=5):
+        for count, (command, log, printed) in zip((5, 5, 6, 7, 8), rows):
             self.measured(statuses={command: 3}, printed={command: printed})
             self.assertEqual(self.status, 1)
             shown = printed.splitlines()[1:] if log != "merge" else [printed]
@@ -151,7 +158,8 @@ class Coverage(InFolder):
                 path.rename(path.with_suffix(".kept"))
             self.measured()
             self.assertEqual(self.status, 1)
-            self.assertIn("scripts/coverage: no bats file in tests/device", self.err)
+            self.assertEqual(self.err, "scripts/coverage: no bats file in tests/device is about the "
+                                       "updater, or about kx-package try\n")
             for path in kept.values():
                 path.with_suffix(".kept").rename(path)
 

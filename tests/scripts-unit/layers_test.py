@@ -167,13 +167,15 @@ class Modules(InFolder):
     def test_a_module_imports_those_of_the_rows_above_its_own(self):
         self.patch(layers, "DEVICE", (("kxdevice.a", "kxdevice.b"), ("kxdevice.c",)))
         files = [self.write("device/kxdevice/__init__.py"),
-                 self.write("device/kxdevice/a.py", "from kxdevice import b, c, none\nimport os"),
+                 self.write("device/kxdevice/a.py", "from kxdevice import b, c, none\nimport os"
+                            "\nimport kxoperate.x"),
                  self.write("device/kxdevice/c.py", "from kxdevice import a, b\nimport kxdevicex.c"),
                  self.write("device/kxdevice/d.py")]
         self.assertEqual(list(layers.device_problems(self.root, files)), [
             "device/kxdevice/a.py: must not import kxdevice.b",
             "device/kxdevice/a.py: must not import kxdevice.c",
             "device/kxdevice/a.py: must not import kxdevice.none",
+            "device/kxdevice/a.py: must not import kxoperate.x",
             "device/kxdevice/d.py: the module 'kxdevice.d' has no row"])
         self.assertEqual(list(layers.unused_modules(files[:2])), ["device: no module kxdevice.b",
                                                                   "device: no module kxdevice.c"])
