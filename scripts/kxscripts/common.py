@@ -120,8 +120,8 @@ def sources(*patterns, root=ROOT):
 
 
 def run_script(name, work, interrupted=""):
-    """Does the work of a script, which a signal ends with all that it has started; further signals do
-    not disturb that.
+    """Does the work of a script, which a signal ends with all that it has started; further signals
+    do not disturb that.
 
     interrupted   what is told besides when a signal has ended it
     Returns the exit status of the script: what the work returns, or 1 when it raises Failed or

@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
-"""Measures which lines of src/, lib/ and tools/ the unit tests and the device tests execute. Prints a
-table, leaves pages in build/coverage/report/. Ends non-zero below 95 percent of the lines."""
+"""Measures which lines of src/, lib/ and tools/ the unit tests and the device tests execute. Prints
+a table, leaves pages in build/coverage/report/. Ends non-zero below 95 percent of the lines."""
 import argparse
 import os
 import pathlib
@@ -14,8 +14,8 @@ from kxscripts.common import ROOT, Failed
 
 LEAST = 95  # percent of the lines
 BUILD = ROOT / "build" / "coverage"
-# Programs on the sandboxed device cannot write into the build folder; what they count is carried out
-# of the device into new folders of this one.
+# Programs on the sandboxed device cannot write into the build folder; what they count is carried
+# out of the device into new folders of this one.
 COUNTS = ROOT / "build" / "coverage-counts"
 SUM = ROOT / "build" / "coverage-counts.sum"
 MEMORY = pathlib.Path("/dev/shm")

@@ -43,7 +43,7 @@ def parsed(words):
 
 
 def command_of(target, seconds, folder):
-    """What fuzzes a target: it reads its new inputs and the tracked ones, and writes the new ones."""
+    """What fuzzes a target: it reads its new inputs and the tracked ones, and adds new ones."""
     return [f"build/fuzz/tests/fuzz/fuzz_{target}", folder / "corpus" / target,
             f"tests/fuzz/corpus/{target}", *TARGETS[target], f"-max_total_time={seconds}", *LIMITS,
             f"-artifact_prefix={folder / 'findings' / target}-", "-print_final_stats=1"]
@@ -84,7 +84,8 @@ def problem_of(status, findings, lines):
 
 
 def work(seconds, targets):
-    """Fuzzes all targets, each whatever the others find. Raises Failed with what they have found."""
+    """Fuzzes all targets, each whatever the others find. Returns 0, or raises Failed with what they
+    have found."""
     common.setup("build", "tools", "test")
     common.say("building the fuzzers")
     common.build("fuzz", root=ROOT)

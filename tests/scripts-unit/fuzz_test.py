@@ -107,8 +107,8 @@ class Fuzz(InFolder):
         self.fuzzed("--help")
 
         self.assertEqual((self.status, self.commands.seen), (0, []))
-        for text in ("all by default: reader, installer", "usage: scripts/fuzz", "MINUTES", "build/fuzz/corpus",
-                     "build/fuzz/findings"):
+        for text in ("all by default: reader, installer", "usage: scripts/fuzz", "MINUTES",
+                     "build/fuzz/corpus", "build/fuzz/findings"):
             self.assertIn(text, self.out)
 
     def test_a_finding_is_told_and_the_other_targets_are_fuzzed(self):

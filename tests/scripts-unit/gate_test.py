@@ -241,7 +241,8 @@ class Telling(InProject):
 
     def test_only_what_passed_whole_and_not_empty_ends_well(self):
         good = self.done("a", Case("x", "passed"))
-        for other, status in ((good, 0), (self.done("b", Case("y", "failed"), good.cases[0]), 1), (self.done("b", Case("y", "failed")), 1),
+        for other, status in ((good, 0), (self.done("b", Case("y", "failed"), good.cases[0]), 1),
+                              (self.done("b", Case("y", "failed")), 1),
                               (self.done("b", Case("y", "skipped")), 1), (self.done("b"), 1)):
             self.tell_all(good, other)
             self.assertEqual(self.status, status)

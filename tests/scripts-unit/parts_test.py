@@ -81,8 +81,12 @@ class Run(unittest.TestCase):
         over = []
 
         def work(name):
-            # A part that hangs must not keep the script from its end.
-            return lambda: self.assertTrue(threading.current_thread().daemon) or over.append((name, sorted(self.ended))) or passes("passed")()
+            def do():
+                # A part that hangs must not keep the script from its end.
+                self.assertTrue(threading.current_thread().daemon)
+                over.append((name, sorted(self.ended)))
+                return [Case(name, "passed")]
+            return do
         self.run_parts(Part("a", work("a")), Part("b", raises(common.Failed("no"))),
                        Part("c", work("c"), needs=("a",), after=("b",)),
                        Part("d", work("d"), after=("a", "b", "c")))
@@ -107,8 +111,10 @@ class Run(unittest.TestCase):
         begun = []
         good = Part("a", lambda: begun.append(1))
         for plan, text in (
-                ((good, Part("b", None, after=("c",))), "b: listed twice, or waits for {'c'} too early"),
-                ((good, Part("b", None, needs=("b",))), "b: listed twice, or waits for {'b'} too early"),
+                ((good, Part("b", None, after=("c",))),
+                 "b: listed twice, or waits for {'c'} too early"),
+                ((good, Part("b", None, needs=("b",))),
+                 "b: listed twice, or waits for {'b'} too early"),
                 ((good, good), "a: listed twice, or waits for set() too early")):
             with self.assertRaises(ValueError) as raised:
                 self.run_parts(*plan)
