@@ -159,9 +159,9 @@ class Tidy(InProject):
     def test_findings_are_told_without_their_number(self):
         self.played(statuses={"clang-tidy": 1},
                     printed={"clang-tidy": "12 warnings generated.\n3 warnings and 1 error generated."
-                                           "\na.cpp:1: found\n  code generated.\n"})
+                                           "\na.cpp:1: found \udcff\n  code generated.\n"})
         self.assertEqual(checks.tidy_one("a.cpp"),
-                         (1, ["a.cpp:1: found", "  code generated."]))
+                         (1, ["a.cpp:1: found \N{REPLACEMENT CHARACTER}", "  code generated."]))
 
     def check(self, *files, **keywords):
         """Reads these files."""

@@ -7,7 +7,7 @@ from unittest import mock
 from kxscripts import common, fuzz
 from played import PROJECT, InFolder
 
-DONE = ("INFO: seed\nstat::number_of_executed_units: 12\nstat::average_exec_per_sec: 3\n"
+DONE = ("INFO: seed \udcff\nstat::number_of_executed_units: 12\nstat::average_exec_per_sec: 3\n"
         "stat::peak_rss_mb: 40\nDone 12 runs in 4 second(s)\n")
 FUZZER = "build/fuzz/tests/fuzz/fuzz_"
 

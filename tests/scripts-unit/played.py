@@ -27,11 +27,11 @@ def program(path):
 
 
 class Commands:
-    """Stands for processes.run: notes each command, with what it adds to the environment, and plays
+    r"""Stands for processes.run: notes each command, with what it adds to the environment, and plays
     it.
 
     statuses   what commands end with, by their first words; all others end well
-    printed    what they print, in the same way
+    printed    what they print, in the same way; "\udcff" is the byte ff, which is no text
     does       called with the words of each command, for what it leaves behind"""
 
     def __init__(self, statuses=None, printed=None, does=None):
@@ -54,7 +54,7 @@ class Commands:
                            if os.environ.get(name) != value})
         self.lost.update(os.environ.keys() - (os.environ if env is None else env).keys())
         if output is not None:
-            output.write(self._of(self.printed, line, "").encode())
+            output.write(self._of(self.printed, line, "").encode(errors="surrogateescape"))
             output.flush()
         self.does(words)
         return self._of(self.statuses, line, 0)
