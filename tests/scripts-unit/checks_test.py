@@ -97,9 +97,10 @@ class Checks(InProject):
         checks.check_headers()
         self.assertEqual(self.builds(), [("dev", "kx_headers")])
 
-        self.sources += ["src/osa/MySum.h", "lib/other/X.h", "src/more/Left.h"]
-        self.expect_failed("tests/headers.cmake leaves out: lib/other/X.h src/more/Left.h "
-                           "src/osa/MySum.h", checks.check_headers)
+        self.sources += ["src/osa/MySum.h", "lib/other/X.h", "lib/studio/Text.h", "src/more/Left.h",
+                         "tools/t/Out.h"]
+        self.expect_failed("tests/headers.cmake leaves out: lib/other/X.h lib/studio/Text.h "
+                           "src/more/Left.h src/osa/MySum.h tools/t/Out.h", checks.check_headers)
 
     def test_one_definition_of_each_type_is_asked_of_both_programs(self):
         checks.check_odr()

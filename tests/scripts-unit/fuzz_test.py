@@ -156,6 +156,11 @@ class Fuzz(InFolder):
                          "left no finding; all of it: build/fuzz/reader.log\n")
         self.assertIn("fuzz_reader: not found\n", self.out)
 
+    def test_a_fuzzer_that_a_signal_has_ended_has_failed(self):
+        self.fuzzed("1", "reader", statuses={FUZZER: -9})
+        self.assertEqual(self.status, 1)
+        self.assertIn("reader: the fuzzer ended with -9 and left no finding;", self.err)
+
     def test_a_fuzzer_that_tried_nothing_has_not_passed(self):
         for told in ("", "stat::number_of_executed_units: 0\nDone 0 runs in 1 second(s)\n",
                      "stat::peak_rss_mb: 40\n"):

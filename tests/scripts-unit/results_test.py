@@ -187,6 +187,9 @@ class CTest(InFolder):
         self.assertEqual(self.of(-9, good)[1:], [
             Case("ctest", "failed", 0.0, "ended with -9, but no test failed")])
         self.assertEqual(len(self.of(8, good, '<testcase name="none"/>')), 2)
+        skipped, ended = self.of(8, '<testcase name="one"><skipped/></testcase>')
+        self.assertEqual((skipped.outcome, ended.text),
+                         ("skipped", "ended with 8, but no test failed"))
         self.assertEqual(len(self.of(0, good)), 1)
 
     def test_ctest_without_a_report_or_a_test_has_failed(self):
