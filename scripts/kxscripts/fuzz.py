@@ -88,7 +88,7 @@ def work(seconds, targets):
     have found."""
     common.setup("build", "tools", "test")
     common.say("building the fuzzers")
-    common.build("fuzz", root=ROOT)
+    common.build("fuzz", *(f"fuzz_{target}" for target in targets), root=ROOT)
     problems = [problem for problem in [fuzz(target, seconds) for target in targets] if problem]
     if problems:
         raise common.Failed("\n  ".join(["failed:", *problems]))

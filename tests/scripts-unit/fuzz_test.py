@@ -45,7 +45,9 @@ class Fuzz(InFolder):
         self.assertEqual(self.status, 0)
         self.assertEqual(self.err, "")
         self.assertEqual(self.commands.lines[:2],
-                         ["cmake --preset fuzz", "cmake --build --preset fuzz"])
+                         ["cmake --preset fuzz", "cmake --build --preset fuzz --target "
+                          "fuzz_reader fuzz_installer fuzz_strings fuzz_archive fuzz_check "
+                          "fuzz_manifest"])
         self.assertEqual([words[0] for words in self.commands.seen[2:]],
                          [FUZZER + target for target in
                           ("reader", "installer", "strings", "archive", "check", "manifest")])
