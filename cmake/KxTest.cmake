@@ -101,3 +101,12 @@ function(kx_add_bats_test name file timeout)
   set_tests_properties(${name} PROPERTIES TIMEOUT ${timeout}
     ENVIRONMENT "KX_BATS_REPORT=${KX_TEST_REPORTS}/${name}.xml;${KX_TEST_ENVIRONMENT};${ARGN}")
 endfunction()
+
+# kx_add_python_test(NAME MODULE PATH): a module of unittest of the folder, and where what it is about
+# is found.
+function(kx_add_python_test name module path)
+  add_test(NAME ${name}
+    COMMAND /usr/bin/python3 -B -m xmlrunner --output-file "${KX_TEST_REPORTS}/${name}.xml" ${module}
+    WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
+  set_tests_properties(${name} PROPERTIES TIMEOUT 120 ENVIRONMENT "PYTHONPATH=${path}")
+endfunction()

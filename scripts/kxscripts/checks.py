@@ -17,7 +17,7 @@ import tempfile
 from kxscripts import common, processes, reproducible
 from kxscripts.common import ROOT, Failed
 
-SHELLS = re.compile(rb"#!.*[/ ](bash|sh|dash|bats)\s*$")
+SHELLS = re.compile(rb"#!.*[/ ](bash|sh|dash|bats)(\s|$)|# shellcheck shell=")
 # Compiled files that nobody wrote, or that other checks are about.
 NOT_READ = ("mocs_compilation.cpp", "/headers/", "/qrc_")
 # Tests that are programs of their own, each with a main function or an answer of the system's.
@@ -182,9 +182,8 @@ def first_line(file):
 
 
 def check_shell():
-    """shellcheck finds nothing in the scripts of the shell and the bats tests."""
-    files = [file for file in common.sources()
-             if file == "scripts/lib.sh" or SHELLS.match(first_line(file))]
+    """shellcheck finds nothing in the scripts of the shell, the bats tests and what they load."""
+    files = [file for file in common.sources() if SHELLS.match(first_line(file))]
     if not files:
         raise Failed("no script of the shell")
     run("shellcheck", "-x", *files)
@@ -225,27 +224,27 @@ def chosen():
     return names
 
 
-def main():
-    """Runs the checks that are asked for, all of them to their end."""
-    names, failed = chosen(), []
-    try:
-        with processes.signals_end_the_script():
-            for name in names:
-                common.say(f"check {name}")
-                try:
-                    CHECKS[name]()
-                except (Failed, OSError, ValueError, subprocess.CalledProcessError) as failure:
-                    print(f"check {name}: {failure}", file=sys.stderr, flush=True)
-                    failed.append(name)
-    except processes.Interrupted as interrupted:
-        processes.stop_all()
-        print("scripts/check: interrupted", file=sys.stderr)
-        return 128 + interrupted.number
+def make(names):
+    """Makes the checks, all of them to their end. Returns the exit status."""
+    failed = []
+    for name in names:
+        common.say(f"check {name}")
+        try:
+            CHECKS[name]()
+        except (Failed, OSError, ValueError, subprocess.CalledProcessError) as failure:
+            print(f"check {name}: {failure}", file=sys.stderr, flush=True)
+            failed.append(name)
     if failed:
         print(f"scripts/check: failed: {' '.join(failed)}", file=sys.stderr)
         return 1
     common.say(f"{len(names)} checks passed")
     return 0
+
+
+def main():
+    """Runs the checks that are asked for."""
+    names = chosen()
+    return common.run_script("scripts/check", lambda: make(names))
 
 
 if __name__ == "__main__":
