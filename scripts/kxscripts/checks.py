@@ -43,6 +43,11 @@ def check_format():
     run("clang-format", "--dry-run", "-Werror", *common.sources("*.cpp", "*.h"))
 
 
+def is_test(file):
+    """Tells whether a compiled file belongs to the tests, wherever the project lies."""
+    return "/tests/" in "/" + os.path.relpath(file, ROOT)
+
+
 def flags_of(entry):
     """What a file of the compilation database is compiled with, without the file itself, and what
     generated files it may include."""
@@ -51,7 +56,6 @@ def flags_of(entry):
         if option in words:
             place = words.index(option)
             del words[place:place + 2]
-    words = [word for word in words if "cmake_pch" not in word]
     return ([word for word in words if "/autogen/" not in word],
             [word for word in words if "/autogen/" in word])
 
@@ -71,8 +75,8 @@ def read_together(entries, folder):
     neighbours, and is read with others of that kind."""
     alike, others = {}, []
     for entry in entries:
-        if "/tests/" not in entry["file"] or any(part in entry["file"]
-                                                 for part in (*NOT_READ, *READ_ALONE)):
+        if not is_test(entry["file"]) or any(part in entry["file"]
+                                             for part in (*NOT_READ, *READ_ALONE)):
             others.append(entry)
             continue
         flags, generated = flags_of(entry)
@@ -116,7 +120,7 @@ def read_by_tidy():
 
 def tidy_one(file):
     """Reads one file. Returns the exit status and the findings."""
-    less = OF_TESTS if "/tests/" in file else OF_PRODUCT
+    less = OF_TESTS if is_test(file) else OF_PRODUCT
     with tempfile.TemporaryFile() as output:
         status = processes.run(
             ["clang-tidy", "-p", "build/tidy/once", "--quiet",

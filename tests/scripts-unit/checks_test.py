@@ -3,6 +3,7 @@
 """What scripts/check asks of its tools, and what it makes of their answers."""
 import json
 import os
+import pathlib
 import signal
 import subprocess
 import threading
@@ -143,6 +144,51 @@ class Tidy(InProject):
         checks.read_by_tidy()
         self.assertNotIn(("tidy",), self.builds())
 
+    def unity(self, name, *sources):
+        """Makes a file that compiles several sources. Returns its path."""
+        return self.write(f"build/tidy/tests/{name}/Unity/unity_0.cxx",
+                          "".join(f'#include "{source}"\n' for source in sources))
+
+    def entries(self, *files_and_options):
+        """Makes the compilation database of files with their options."""
+        self.write("build/tidy/compile_commands.json", json.dumps(
+            [{"file": str(file), "directory": "/built",
+              "command": f"/usr/bin/c++ {options} -o x.o -c {file}"}
+             for file, options in files_and_options]))
+
+    def test_tests_with_the_same_options_are_read_together(self):
+        one = self.unity("one", "/x/tests/a.cpp", "/x/tests/b.cpp")
+        two = self.unity("two", "/x/tests/b.cpp", "/x/tests/c.cpp")
+        other = self.unity("other", "/x/tests/d.cpp")
+        product = self.unity("../src", "/x/src/e.cpp").resolve()
+        self.entries(
+            (product, "-DA -I/x/src"), (one, "-DA -I/x/src -I/b/autogen/one"),
+            (two, "-I/x/src -DA -I/b/autogen/two"), (other, "-DB"),
+            ("/x/tests/alone.cpp", "-DA -I/x/src"), ("/x/tests/apart.cpp", "-I/x/src -DA"),
+            ("/x/tests/fuzz/f.cpp", "-DA -I/x/src"), ("/x/tests/bench/g.cpp", "-DA -I/x/src"))
+
+        files = [pathlib.Path(file) for file in checks.read_by_tidy()]
+
+        together = self.root / "build/tidy/once/tests"
+        self.assertEqual(files[0], together / "0.cxx", "the longest comes first")
+        self.assertEqual(set(files), {
+            together / "0.cxx", together / "2.cxx", other, product,
+            pathlib.Path("/x/tests/fuzz/f.cpp"), pathlib.Path("/x/tests/bench/g.cpp")})
+        self.assertEqual(checks.sources_of(str(files[0])),
+                         ["/x/tests/a.cpp", "/x/tests/b.cpp", "/x/tests/c.cpp"])
+        self.assertEqual(checks.sources_of(str(together / "2.cxx")),
+                         ["/x/tests/alone.cpp", "/x/tests/apart.cpp"])
+        # Each program has a main function of its own.
+        self.assertEqual(files[0].read_text(encoding="utf-8").splitlines()[3:6],
+                         ["#undef main", "#define main main_1", '#include "/x/tests/b.cpp"'])
+        once = {entry["file"]: entry for entry in json.loads(
+            (together.parent / "compile_commands.json").read_text(encoding="utf-8"))}
+        self.assertEqual(once[str(files[0])], {
+            "directory": "/built", "file": str(files[0]),
+            "arguments": ["c++", "-DA", "-I/x/src", "-I/b/autogen/one", "-I/b/autogen/two",
+                          "-Wno-shadow", "-c", str(files[0])]})
+        self.assertIn("-DB", once[str(other)]["command"])
+
     def test_product_and_tests_are_read_for_their_checks(self):
         commands = self.played()
         for file in ("/x/src/a.cpp", "/x/tests/a.cpp"):
@@ -172,7 +218,8 @@ class Tidy(InProject):
 
     def test_every_file_is_read_and_the_bad_ones_are_told(self):
         self.patch(checks, "tidy_one", lambda file: (int("bad" in file), [file, "words"]))
-        with self.assertRaisesRegex(common.Failed, "^clang-tidy refuses 2 of 3 files$"):
+        with self.assertRaisesRegex(common.Failed, "^clang-tidy refuses 2 of 3 files; where names clash "
+                                    "because tests are read together, give one of them another"):
             self.check("bad1", "good", "bad2")
         self.assertEqual(self.out, "bad1\nwords\nbad2\nwords\n")
 
