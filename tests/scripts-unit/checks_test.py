@@ -170,22 +170,22 @@ class Tidy(InProject):
         files = [pathlib.Path(file) for file in checks.read_by_tidy()]
 
         together = self.root / "build/tidy/once/tests"
-        self.assertEqual(files[0], together / "0.cxx", "the longest comes first")
+        self.assertEqual(files[0], together / "2.cxx", "the longest comes first")
         self.assertEqual(set(files), {
             together / "0.cxx", together / "2.cxx", other, product,
             pathlib.Path("/x/tests/fuzz/f.cpp"), pathlib.Path("/x/tests/bench/g.cpp")})
         self.assertEqual(checks.sources_of(str(files[0])),
-                         ["/x/tests/a.cpp", "/x/tests/b.cpp", "/x/tests/c.cpp"])
-        self.assertEqual(checks.sources_of(str(together / "2.cxx")),
-                         ["/x/tests/alone.cpp", "/x/tests/apart.cpp"])
+                         ["/x/tests/b.cpp", "/x/tests/c.cpp", "/x/tests/a.cpp"])
+        self.assertEqual(checks.sources_of(str(together / "0.cxx")),
+                         ["/x/tests/apart.cpp", "/x/tests/alone.cpp"])
         # Each program has a main function of its own.
         self.assertEqual(files[0].read_text(encoding="utf-8").splitlines()[3:6],
-                         ["#undef main", "#define main main_1", '#include "/x/tests/b.cpp"'])
+                         ["#undef main", "#define main main_1", '#include "/x/tests/c.cpp"'])
         once = {entry["file"]: entry for entry in json.loads(
             (together.parent / "compile_commands.json").read_text(encoding="utf-8"))}
         self.assertEqual(once[str(files[0])], {
             "directory": "/built", "file": str(files[0]),
-            "arguments": ["c++", "-DA", "-I/x/src", "-I/b/autogen/one", "-I/b/autogen/two",
+            "arguments": ["c++", "-I/x/src", "-DA", "-I/b/autogen/two", "-I/b/autogen/one",
                           "-Wno-shadow", "-c", str(files[0])]})
         self.assertIn("-DB", once[str(other)]["command"])
 
