@@ -63,6 +63,11 @@ INSTANTIATE_TEST_SUITE_P(
                       GlobCase{"QuestionMarkNeedsACharacter", "a?", "a", false},
                       GlobCase{"QuestionMarkIsOneUtf8Character", "?.txt", "\xe3\x81\x82.txt", true},
                       GlobCase{"QuestionMarkIsNotTwo", "?.txt", "\xc3\xa4\xc3\xa4.txt", false},
+                      GlobCase{"StarTakesWholeCharacters", "*\xa4.txt", "\xc3\xa4.txt", false},
+                      GlobCase{"StarTakesBytesThatAreNoCharacters", "*b",
+                               "\xff\xfe"
+                               "b",
+                               true},
                       GlobCase{"AnyDepth", "**", "a/b/c", true},
                       GlobCase{"AnyDepthBeforeAName", "**/x", "a/b/x", true},
                       GlobCase{"AnyDepthMayBeNone", "**/x", "x", true},
@@ -136,6 +141,19 @@ TEST(ListTree, DoesNotEnterFoldersThatHoldNothingWanted)
     EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterOf("wanted/*"))), ElementsAre("wanted/x"));
     EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterWithout({"other"}))),
                 ElementsAre("wanted/", "wanted/x"));
+}
+
+TEST(ListTree, EntersWhateverTheEndOfAPatternFitsAtAnyDepth)
+{
+    const TempDir dir;
+    dir.Write("a/b/c/x", "");
+    dir.Write("a/.git/x", "");
+    dir.Write("b/x", "");
+
+    EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterOf("a/**"))),
+                ElementsAre("a/", "a/b/", "a/b/c/", "a/b/c/x"));
+    EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterOf("a/**/c/*"))), ElementsAre("a/b/c/x"));
+    EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterOf("a"))), ElementsAre("a/"));
 }
 
 TEST(ListTree, TakesLinksToFilesAndRefusesOtherThings)
