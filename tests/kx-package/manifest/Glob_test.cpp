@@ -55,6 +55,8 @@ INSTANTIATE_TEST_SUITE_P(
                       GlobCase{"StarInName", "a*.txt", "abc.txt", true},
                       GlobCase{"StarForNothing", "a*.txt", "a.txt", true},
                       GlobCase{"StarTriesLaterPlaces", "*ab", "aab", true},
+                      GlobCase{"StarBeginsTheRestAnew", "*ab", "axb", false},
+                      GlobCase{"LaterStarsDoNotGoBack", "*bc*cd", "bcd", false},
                       GlobCase{"TwoStars", "*a*b", "xaxxb", true},
                       GlobCase{"StarStaysInItsPart", "*", "a/b", false},
                       GlobCase{"NameIsMatchedWhole", "a", "ab", false},
@@ -141,6 +143,20 @@ TEST(ListTree, DoesNotEnterFoldersThatHoldNothingWanted)
     EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterOf("wanted/*"))), ElementsAre("wanted/x"));
     EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterWithout({"other"}))),
                 ElementsAre("wanted/", "wanted/x"));
+}
+
+TEST(TreeFilters, EnterOnlyFoldersThatMayHoldSomethingWanted)
+{
+    const TreeFilter files = FilterOf("wanted/*/x");
+    EXPECT_TRUE(files.isEntered("wanted"));
+    EXPECT_TRUE(files.isEntered("wanted/a"));
+    EXPECT_FALSE(files.isEntered("other"));
+    EXPECT_FALSE(files.isEntered("wanted/a/x"));
+    EXPECT_FALSE(FilterOf("x").isEntered("x"));
+    EXPECT_TRUE(FilterOf("a/**").isEntered("a/b/c"));
+    EXPECT_FALSE(FilterOf("a/**").isEntered("a/.b"));
+    EXPECT_FALSE(FilterWithout({"a"}).isEntered("a"));
+    EXPECT_TRUE(FilterWithout({"a"}).isEntered("b"));
 }
 
 TEST(ListTree, EntersWhateverTheEndOfAPatternFitsAtAnyDepth)
