@@ -85,7 +85,7 @@ protected:
         const std::unique_ptr<Package> package = OpenPackage(m_dir / "pkg");
         const LinkEnd end = FollowLink(*package, *package->Find(link));
         EXPECT_EQ(end.target, target);
-        const std::string name = end.entry == nullptr ? "" : end.entry->name;
+        std::string name = end.entry == nullptr ? "" : end.entry->name;
         fs::remove(path);
         return name;
     }

@@ -62,7 +62,7 @@ Manifest ManifestOfAll()
 std::string Told(const ProjectModel& model)
 {
     std::string text = WriteDescription(model.root).substr(3);
-    text = std::regex_replace(text, std::regex("\\s*\"\\$type\": \"[^\"]*\",?"), "");
+    text = std::regex_replace(text, std::regex(R"(\s*"\$type": "[^"]*",?)"), "");
     text = std::regex_replace(text, std::regex("\\s*\n\\s*"), "");
     return text;
 }
