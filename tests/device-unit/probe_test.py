@@ -9,7 +9,7 @@ import unittest
 
 from kxoperate.probe import Probe
 
-PATIENCE = 10  # seconds; what is expected comes at once
+PATIENCE = 600  # seconds; what is expected comes at once
 
 
 class Listening(unittest.TestCase):
@@ -26,10 +26,14 @@ class Listening(unittest.TestCase):
         self.program.sendall(b'{"front": "old"}\n')
         self.assertTrue(self.probe.wait_for(lambda state: state["front"] == "old", PATIENCE))
 
-    def answer(self):
-        """Answers one request."""
-        self.program.recv(100)
-        self.program.sendall(b'{"sync": 2}\n')
+    def answer(self, number):
+        """Answers one request, in a thread that is returned."""
+        def answer():
+            self.program.recv(100)
+            self.program.sendall(b'{"sync": %d}\n' % number)
+        thread = threading.Thread(target=answer)
+        thread.start()
+        return thread
 
     def test_what_is_drawn_is_on_the_screen_when_the_program_has_said_so(self):
         self.assertFalse(self.probe.sync(0.05))
@@ -42,17 +46,22 @@ class Listening(unittest.TestCase):
         self.assertFalse(self.probe.sync(0.05))
         self.assertEqual(self.program.recv(100), b"sync\n")
 
-        answering = threading.Thread(target=self.answer)
-        answering.start()
+        answering = self.answer(2)
         self.assertTrue(self.probe.sync(PATIENCE))
         answering.join()
+
+    def test_each_request_has_its_answer(self):
+        for number in (1, 2, 3):
+            answering = self.answer(number)
+            self.assertTrue(self.probe.sync(PATIENCE))
+            answering.join()
 
     def test_a_program_that_ends_answers_no_more(self):
         self.program.sendall(b'{"fro')
         self.program.close()
 
         self.assertTrue(self.probe.wait_for_end(PATIENCE))
-        self.assertFalse(self.probe.sync(600))
+        self.assertFalse(self.probe.sync(PATIENCE))
         self.assertEqual(self.probe.state, {"front": "old"})
 
     def test_a_condition_is_asked_of_each_state_until_it_holds(self):
@@ -66,13 +75,13 @@ class Listening(unittest.TestCase):
         later = threading.Timer(0.05, lambda: (self.program.sendall(b'{"front": "last"}\n'),
                                                self.program.close()))
         later.start()
-        self.assertFalse(self.probe.wait_for(lambda state: state["front"] == "new", 600))
+        self.assertFalse(self.probe.wait_for(lambda state: state["front"] == "new", PATIENCE))
         self.assertTrue(self.probe.ended)
-        self.assertTrue(self.probe.wait_for(lambda state: state["front"] == "last", 600))
+        self.assertTrue(self.probe.wait_for(lambda state: state["front"] == "last", PATIENCE))
         later.join()
 
     def test_the_end_wakes_who_waits_for_an_answer_and_for_the_end(self):
-        for wait in (lambda: self.probe.sync(600), lambda: not self.probe.wait_for_end(600)):
+        for wait in (lambda: self.probe.sync(PATIENCE), lambda: not self.probe.wait_for_end(PATIENCE)):
             later = threading.Timer(0.05, self.program.close)
             later.start()
             self.assertFalse(wait())
@@ -82,7 +91,7 @@ class Listening(unittest.TestCase):
         self.assertFalse(self.probe.wait_for_end(0.02))
         self.assertFalse(self.probe.ended)
         self.probe.note_end()
-        self.assertTrue(self.probe.wait_for_end(600))
+        self.assertTrue(self.probe.wait_for_end(PATIENCE))
 
     def test_requests_are_lines(self):
         self.assertTrue(self.probe.ask("quit"))
@@ -94,7 +103,7 @@ class Listening(unittest.TestCase):
 
     def test_what_is_no_word_ends_it(self):
         self.program.sendall(b"no word\n")
-        self.assertTrue(self.probe.wait_for_end(600))
+        self.assertTrue(self.probe.wait_for_end(PATIENCE))
 
 
 class Silence(unittest.TestCase):
@@ -110,10 +119,10 @@ class Silence(unittest.TestCase):
         self.assertIsNone(self.probe.state)
         self.assertFalse(self.probe.wait_for(lambda state: True, 0.02))
         self.assertFalse(self.probe.ask("quit"))
-        self.assertFalse(self.probe.sync(600))
+        self.assertFalse(self.probe.sync(PATIENCE))
         self.assertFalse(self.probe.ended)
         self.probe.note_end()
-        self.assertFalse(self.probe.wait_for(lambda state: True, 600))
+        self.assertFalse(self.probe.wait_for(lambda state: True, PATIENCE))
 
     def test_a_program_finds_it_by_its_environment(self):
         self.assertEqual(Probe.environment("/run/p", "/plugins"), {

@@ -153,7 +153,8 @@ class Waiting(Playing):
     def test_nothing_holds_of_widgets_that_are_not_there(self):
         del self.widgets["MainWindow"], self.widgets["labelMsg"], self.widgets["logArea"]
         del self.widgets["tabsCenter"]
-        self.play("wait size 0x0")
+        self.widgets["InstallButton"].pop("shown")
+        self.play("wait size 0x0\nwait no-button InstallButton")
         for what in ("size 800x480", "message ''", "log x", "tab Install"):
             self.assertIn("still not so", self.complaint("wait " + what))
 
@@ -198,6 +199,9 @@ class Pressing(Playing):
         for line in ("press tab", "press InstallButton tab"):
             self.assertIn(": a button is pressed by its NAME, a tab by 'tab' and its name; shown",
                           self.complaint(line))
+        for widget in (self.widgets["tabsCenter"], self.widgets["InstallButton"]):
+            widget.pop("tabs", None)
+        self.assertIn(": there is no such tab; shown", self.complaint("press tab Log"))
         self.widgets["tabsCenter"]["shown"] = False
         self.assertIn("still not so after 2.5 seconds", self.complaint("press tab Log"))
         self.assertEqual(self.screen.click.mock_calls, [])
@@ -221,6 +225,7 @@ class Noting(Playing):
         self.assertEqual(self.calls, [("sync", 2.5)])
 
     def test_the_texts_of_the_package_each_in_one_line(self):
+        self.assertEqual(self.play("texts"), ["textTitle | textVersion | textComment"])
         self.widgets["textComment"]["text"] = "a\\b\nc"
         del self.widgets["textVersion"]
         self.assertEqual(self.play("texts"), ["textTitle |  | a\\\\b\\nc"])
@@ -257,11 +262,12 @@ class Running(Playing):
 
     def test_what_a_command_says_is_noted_without_the_last_line_breaks(self):
         self.assertEqual(self.play("run sh -c 'echo out; echo err >&2; echo'"), ["out\nerr"])
+        self.assertEqual(self.play("run printf ' X \\n'"), [" X "])
         self.assertEqual(self.play("run true"), [])
         self.assertEqual(self.play(r"run printf 'a\377b'"), ["a\ufffdb"])
 
     def test_a_command_has_no_input(self):
-        self.assertEqual(self.play("run cat"), [])
+        self.assertEqual(self.play("run readlink /proc/self/fd/0"), ["/dev/null"])
 
     def test_a_command_that_fails_is_told_behind_what_it_said(self):
         self.assertIn(": the command ended with 3; shown: ",
