@@ -7,6 +7,7 @@ import pathlib
 import signal
 import unittest
 from unittest import mock
+from xml.etree import ElementTree
 
 from fake_programs import FakePrograms
 from kxoperate import screen
@@ -59,6 +60,11 @@ class Starting(FakePrograms):
         self.assertEqual(words, ["-screen", "0", "640x48x24", "-extension", "GLX", "-displayfd",
                                  "-nolisten", "tcp", "-noreset"])
         self.assertIsNone(self.called("Xvnc"))
+
+    def test_servers_have_no_input(self):
+        self.put("Xvfb", f"readlink /proc/$$/fd/0 >'{self.folder}/input'\n" + SERVER.format(17))
+        self.start()
+        self.assertEqual(pathlib.Path(self.folder, "input").read_text("ascii"), "/dev/null\n")
 
     def test_a_server_for_viewers(self):
         made = self.start(serve="/run/here")
@@ -139,6 +145,8 @@ class Starting(FakePrograms):
             "HOME", "DISPLAY", "XDG_CONFIG_DIRS", "FONTCONFIG_FILE", "MINE")}, {
                 "HOME": self.folder, "DISPLAY": ":17", "XDG_CONFIG_DIRS": self.folder,
                 "FONTCONFIG_FILE": fonts, "MINE": "1"})
+        for text in (file, fonts):
+            ElementTree.parse(text)  # what cannot be read is not obeyed
         text = pathlib.Path(file).read_text(encoding="utf-8")
         for part in ("<animateIconify>no<", "<number>1<", "<popupTime>0<"):
             self.assertIn(part, text)
@@ -203,6 +211,12 @@ class Using(FakePrograms):
     def test_the_pointer_goes_away_without_a_click(self):
         self.screen.move_away()
         self.assertEqual(self.called("xdotool"), ["mousemove", "4000", "4000"])
+
+    def test_what_a_tool_says_on_its_output_is_nobodys(self):
+        self.put("xdotool", "output=$(readlink /proc/$$/fd/1)\n"
+                            f"echo $output >'{self.folder}/output'")
+        self.screen.move_away()
+        self.assertEqual(pathlib.Path(self.folder, "output").read_text("ascii"), "/dev/null\n")
 
     def test_a_tool_that_fails_is_told_with_its_last_word(self):
         self.put("xdotool", "echo out; printf 'first\\nno \\377 hand\\n\\n' >&2; exit 3")

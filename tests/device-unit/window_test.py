@@ -14,9 +14,33 @@ from unittest import mock
 from kxdevice import front
 from kxoperate import shared, window
 
-PATH = ("PATH=/opt/kx_Updater:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin")
+PATH = "PATH=/opt/kx_Updater:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 OPERATE = ["--", "/opt/kx_Updater/device/operate", "--plugins", "/opt/kx_Updater/plugins", "--out",
            "/var/log/operate"]
+HELP = """\
+Starts the updater's window on the sandboxed device, on a screen of the panel's own, and plays the
+user's part by a script.
+
+  device/window [OPTION...] [OPTION of device/run...] [-- COMMAND...]
+
+  --script FILE   what the user does; device/operate --help explains it. Without it the window
+                  stays until device/window is ended
+  --out DIR       gets pictures, transcript, and the updater's output as updater.out, updater.err
+  --size WxH      of the screen; 800x480
+  --lang LANG     en or ja
+  --no-wm         no window manager: the window keeps its design size
+  --display :N    shows the window on this X server of the panel instead of a new one
+  --serve SOCKET  lets VNC viewers see the screen and press; SOCKET is a path on the panel
+  --patience SEC  the longest wait for anything that the script waits for; 30
+  --updater FILE  the updater; build/release/kx_Updater
+  --probe DIR     the built folder "plugins" of the probe; build/release/plugins
+
+COMMAND is "kx_Updater -upDir /mnt/usb" unless given. The updater is /opt/kx_Updater/kx_Updater on
+the panel, kx_Updater for short.
+
+Exit status: as of device/run; the updater's own, 3 when the script could not go on (one line says
+where, and failed.png shows what the screen showed), 4 when there is no screen.
+"""
 UPDATER = ["--", "kx_Updater", "-upDir", "/mnt/usb"]
 
 
@@ -153,22 +177,9 @@ class Use(Windows):
         refused(f"{self.release}/kx_Updater")
         self.assertEqual(self.played, [])
 
-    def test_the_help_tells_every_option_once_with_its_value(self):
+    def test_the_help(self):
         for word in ("--help", "-h"):
-            status, text = self.show("--boot", word, "--nonsense")
-            self.assertEqual(status, 0)
-            lines = text.splitlines()
-            for option in ("--script FILE", "--out DIR", "--size WxH", "--lang LANG", "--no-wm ",
-                           "--display :N", "--serve SOCKET", "--patience SEC", "--updater FILE",
-                           "--probe DIR"):
-                self.assertEqual(
-                    sum(line.startswith(f"  {option.strip()} ") for line in lines), 1, option)
-            self.assertIn("  --lang LANG     en or ja\n", text)
-            self.assertIn("                  stays until device/window is ended\n", text)
-            self.assertIn('\nCOMMAND is "kx_Updater -upDir /mnt/usb" unless given. The updater is '
-                          "/opt/kx_Updater/kx_Updater on\n", text)
-            self.assertIn("the updater's own, 3 when the script could not go on", text)
-            self.assertIn("showed), 4 when there is no screen.", text)
+            self.assertEqual(self.show("--boot", word, "--nonsense"), (0, HELP))
         self.assertEqual(self.played, [])
 
 
