@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import threading
@@ -21,9 +22,24 @@ from kxoperate.script import Player
 from kxscripts.common import ROOT
 from scene import Scene
 
-STATES = ["confirm", "installing", "installing-log", "finished", "log", "failed", "failed-log",
-          "remove-drive", "reboot", "rebooting", "error-two-packages", "error-no-package",
-          "error-broken-package", "error-no-drive", "installed-list"]
+CAPTIONS = {
+    "confirm": "the question (ER_MSG01)",
+    "installing": "installing (ER_MSG10_INSTALL_START)",
+    "installing-log": "the same, with the log in front",
+    "finished": "installed (ER_MSG90)",
+    "log": "the log after it",
+    "failed": "a step has failed (ER_MSG91)",
+    "failed-log": "the log after it",
+    "remove-drive": "the drive is still plugged in (ER_MSG99)",
+    "reboot": "the drive is gone",
+    "rebooting": "reboot was pressed (ER_MSG92_REBOOTING)",
+    "error-two-packages": "two packages on the drive (ER_MSG02)",
+    "error-no-package": "no package (ER_MSG03)",
+    "error-broken-package": "a package that cannot be unpacked (ER_MSG04)",
+    "error-no-drive": "the folder of the drive is missing (ER_MSG05)",
+    "installed-list": "the list of installed software",
+}
+STATES = list(CAPTIONS)
 SIZES = ["480x272", "640x480", "800x480", "1024x600"]
 RUNS = {"road": {"confirm", "installed-list", "installing-log", "installing", "finished", "log",
                  "remove-drive", "reboot", "rebooting"},
@@ -116,10 +132,10 @@ class Use(Scene):
     def test_the_help_names_what_there_is(self):
         with self.assertRaises(SystemExit):
             self.parse("--help")
-        for state in STATES:
-            self.assertRegex(self.out, rf"(?m)^  {state} +{re.escape(pictures.STATES[state])}$")
+        for state, caption in CAPTIONS.items():
+            self.assertRegex(self.out, rf"(?m)^  {state} +{re.escape(caption)}$")
         text = " ".join(self.out.split())
-        for part in ("OUT gets a folder per language and screen, index.html", "both unless given",
+        for part in ("OUT gets a folder per language and screen, index.html", "--lang {en,ja} both unless given",
                      "of the screen; 480x272 640x480 800x480 1024x600 unless given",
                      "all of the list below unless given", "--size WxH", "--state NAME",
                      "takes those of the documents anew, into docs/images",
@@ -395,7 +411,10 @@ class Taking(Scene):
         for name in ("setup", "build"):
             self.patch(pictures, name, lambda *words, name=name: self.done.append((name, *words)))
         self.patch(pictures, "make_drives", lambda work: self.done.append(("drives", work)))
-        self.patch(pictures, "take_all", lambda options, work: (rows, problems))
+        def take_all(options, work):
+            self.assertEqual((options, "drives", work), (self.options, *self.done[-1]))
+            return rows, problems
+        self.patch(pictures, "take_all", take_all)
         with self.told():
             return pictures.main()
 
@@ -416,6 +435,15 @@ class Taking(Scene):
         self.assertEqual((self.out, self.err),
                          ("", "scripts/pictures: one\nscripts/pictures: two\n"))
         self.assertEqual(os.listdir("out"), [])
+
+    def test_what_it_needs_and_cannot_have_is_told(self):
+        shutil.copytree(ROOT / "scripts", self.root / "scripts")
+        setup = self.root / "scripts/setup"
+        setup.write_text("#!/bin/sh\nexit 1\n", encoding="utf-8")
+        done = subprocess.run([self.root / "scripts/pictures", "out"], capture_output=True,
+                              encoding="utf-8", check=False)
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (
+            1, "", "scripts/pictures: what is missing could not be installed\n"))
 
     def test_those_of_the_documents_get_their_names(self):
         self.options.docs = True

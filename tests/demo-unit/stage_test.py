@@ -175,6 +175,7 @@ class Panels(Scene):
 
     def test_the_window_is_on_a_panel_that_is_kept_traced_and_told(self):
         stage = self.stage("--lang", "ja")
+        self.assertIsNone(stage.window)
         demo = str(self.root / "demo")
         stage.open_window("--serve", "x")
         self.assertEqual(stage.processes.calls, [("start", [
@@ -198,7 +199,7 @@ class Panels(Scene):
         self.patch(demo_stage, "TICK", 0.001)
         looks = iter((False, False, True))
         self.assertTrue(Stage.wait_until(lambda: next(looks), Process(polls=5)))
-        self.assertFalse(Stage.wait_until(lambda: False, Process(polls=2)))
+        self.assertIs(Stage.wait_until(lambda: False, Process(polls=2)), False)
         self.assertTrue(Stage.wait_until(lambda: True, Process()))
 
     def test_between_two_looks_the_machine_rests(self):

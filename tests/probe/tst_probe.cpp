@@ -434,10 +434,14 @@ void tst_Probe::tellsNoCutOfWhatIsNotShown()
     framed->setText(QStringLiteral("HHHH"));
     framed->resize(QFontMetrics(framed->font()).boundingRect(framed->text()).width() + 4, 40);
     button->hide();
+    // Marks in the middle of a line that is too high.
+    auto* const low = Add<QPushButton>(window, "low", QRect(0, 200, 100, 10));
+    low->setText(QStringLiteral("----"));
     window.show();
     QTRY_VERIFY(program.Told(QStringLiteral("framed"))[kShown].toBool());
     QVERIFY(!program.Told(QStringLiteral("button")).contains(kCut));
     QVERIFY(!program.Told(QStringLiteral("framed")).contains(kCut));
+    QVERIFY(!program.Told(QStringLiteral("low")).contains(kCut));
 
     button->show();
     framed->setContentsMargins(10, 0, 10, 0); // leave less room
@@ -555,11 +559,11 @@ void tst_Probe::tellsRows()
     table->setRowCount(2);
     table->setColumnCount(3);
     table->setItem(0, 0, new QTableWidgetItem(QStringLiteral("a")));
-    table->setItem(0, 2, new QTableWidgetItem(QStringLiteral("c\nd")));
+    table->setItem(0, 2, new QTableWidgetItem(QStringLiteral("c\ne")));
     table->setItem(1, 1, new QTableWidgetItem(QStringLiteral("e")));
     window.show();
 
-    const QJsonArray first = Texts({QStringLiteral("a"), QString(), QStringLiteral("c\nd")});
+    const QJsonArray first = Texts({QStringLiteral("a"), QString(), QStringLiteral("c\ne")});
     const QJsonArray second = Texts({QString(), QStringLiteral("e"), QString()});
     QTRY_COMPARE(program.Told(QStringLiteral("table"))[QStringLiteral("rows")].toArray(),
                  QJsonArray({QJsonValue(first), QJsonValue(second)}));
