@@ -103,7 +103,7 @@ class Order(Scene):
             "open_display", "show", "stop_all", "tell", "ignore_signals", "clear", "tell_files",
             "tell_way_in"])
         self.assertIn(("tell", {"must_be_recorded": True}), self.done)
-        self.assertIn("No window can be opened on the display :3. Going on without a display.\n",
+        self.assertIn("\nNo window can be opened on the display :3. Going on without a display.\n",
                       self.out)
 
     def test_served(self):

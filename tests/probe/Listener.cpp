@@ -83,7 +83,7 @@ QJsonObject Listener::State() const
 {
     const QList<QByteArray> lines = Lines();
     for (int i = lines.size() - 1; i >= 0; --i) {
-        const QJsonObject told = QJsonDocument::fromJson(lines[i]).object();
+        QJsonObject told = QJsonDocument::fromJson(lines[i]).object();
         if (!told.contains(QStringLiteral("sync"))) {
             return told;
         }
