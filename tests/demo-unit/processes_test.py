@@ -40,11 +40,11 @@ class Starting(Scene):
         self.assertEqual(pathlib.Path("log").read_text("ascii"), "out\nerr\n/dev/null\n")
 
     def test_errors_go_where_the_output_goes_when_they_are_to_go_together(self):
-        for together, files in ((True, 1), (False, 2)):
+        for together, files in (("together=True", 1), ("", 2)):
             program = ("import sys; from kxscripts.demo_processes import Processes; "
                        "Processes().run('sh', '-c', 'seen=$(readlink /proc/$$/fd/1 /proc/$$/fd/2); '"
                        "'echo \\\"$seen\\\" >seen', "
-                       f"together={together})")
+                       f"{together})")
             with open("one", "wb") as one, open("two", "wb") as two:
                 subprocess.run([sys.executable, "-B", "-c", program], check=True, stdout=one,
                                stderr=two)
