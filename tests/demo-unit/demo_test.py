@@ -3,6 +3,8 @@
 """The demonstration from its beginning to its end, whose parts are played."""
 
 import os
+import pathlib
+import shutil
 import subprocess
 import sys
 import unittest
@@ -165,6 +167,28 @@ class Order(Scene):
                 # pylint: disable=protected-access
                 self.assertEqual(demo._mode(parse(words)), mode)
             self.assertEqual(self.out, told)
+
+
+class Start(Scene):
+    """The program as it is typed."""
+
+    def test_it_finds_its_own_modules_by_a_link_and_no_others_and_compiles_nothing(self):
+        for name in ("scripts", "device"):
+            shutil.copytree(ROOT / name, self.root / name,
+                            ignore=shutil.ignore_patterns("__pycache__"))
+        os.mkdir("mine")
+        for name in ("argparse", "pathlib", "sitecustomize"):
+            for folder in (".", "mine"):
+                pathlib.Path(folder, f"{name}.py").write_text("raise SystemExit(77)\n", "ascii")
+        os.symlink("scripts/demo", "link")
+        for words, status, begin in ((["--help"], 0, "Shows the main job: "), (["x"], 2, "")):
+            done = subprocess.run(["./link", *words], capture_output=True, encoding="utf-8",
+                                  check=False, env={**os.environ, "PYTHONPATH": "mine"})
+            self.assertEqual(done.returncode, status)
+            self.assertTrue(done.stdout.startswith(begin))
+        self.assertEqual(done.stderr,
+                         "scripts/demo: unknown option 'x'; see scripts/demo --help\n")
+        self.assertEqual(list(self.root.rglob("__pycache__")), [])
 
 
 class Output(unittest.TestCase):

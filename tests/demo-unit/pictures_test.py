@@ -437,13 +437,15 @@ class Taking(Scene):
         self.assertEqual(os.listdir("out"), [])
 
     def test_what_it_needs_and_cannot_have_is_told(self):
-        shutil.copytree(ROOT / "scripts", self.root / "scripts")
+        shutil.copytree(ROOT / "scripts", self.root / "scripts",
+                        ignore=shutil.ignore_patterns("__pycache__"))
         setup = self.root / "scripts/setup"
         setup.write_text("#!/bin/sh\nexit 1\n", encoding="utf-8")
         done = subprocess.run([self.root / "scripts/pictures", "out"], capture_output=True,
                               encoding="utf-8", check=False)
         self.assertEqual((done.returncode, done.stdout, done.stderr), (
             1, "", "scripts/pictures: what is missing could not be installed\n"))
+        self.assertEqual(list(self.root.rglob("__pycache__")), [])
 
     def test_those_of_the_documents_get_their_names(self):
         self.options.docs = True

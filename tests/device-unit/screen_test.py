@@ -163,6 +163,12 @@ class Starting(FakePrograms):
         self.assertEqual(str(caught.exception), "openbox did not start: cannot open")
         self.assertEqual(descriptors(), before)
 
+    def test_what_the_server_said_is_the_last_word_of_a_manager_that_said_none(self):
+        self.put("Xvfb", "echo 'no keymap' >&2\n" + SERVER.format(17))
+        self.put("openbox", "exit 1")
+        with self.assertRaisesRegex(ScreenError, "^openbox did not start: no keymap$"):
+            self.start().start_window_manager()
+
     def test_a_window_manager_that_is_never_ready_is_not_waited_for_for_ever(self):
         self.put("openbox", "exec sleep 600")
         made = self.start()
