@@ -27,6 +27,7 @@
 #include <QTimer>
 #include <QWindow>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 
@@ -131,11 +132,14 @@ QJsonArray Texts(const QStringList& texts)
     return QJsonArray::fromStringList(texts);
 }
 
-/// The descriptors of this process.
+/// The descriptors of this process, without the one that looks for them.
 QStringList Descriptors()
 {
-    return QDir(QStringLiteral("/proc/self/fd"))
-        .entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System);
+    QStringList open = QDir(QStringLiteral("/proc/self/fd"))
+                           .entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System);
+    const auto isClosed = [](const QString& name) { return fcntl(name.toInt(), F_GETFD) < 0; };
+    open.erase(std::remove_if(open.begin(), open.end(), isClosed), open.end());
+    return open;
 }
 
 const QString kAt = QStringLiteral("at");
@@ -188,6 +192,7 @@ private Q_SLOTS:
     void tellsEachChange();
     void tellsNothingTwice();
     void tellsManyChangesAtOnce();
+    void tellsAChangeBeforeTheNextOne();
     void answersWhenAllIsTold();
     void answersWhenTheScreenShowsAll();
     void readsRequestsLineByLine();
@@ -702,6 +707,26 @@ void tst_Probe::tellsManyChangesAtOnce()
                               Numbers(50, 50, 400, 300), kPatienceMs);
 
     QVERIFY(program.listener.Lines().size() <= before + 5);
+}
+
+void tst_Probe::tellsAChangeBeforeTheNextOne()
+{
+    Observed program;
+    Named<QMainWindow> window("Main");
+    window.show();
+    program.Settle();
+
+    window.setGeometry(10, 10, 100, 100);
+    QTimer::singleShot(100, &window, [&window] { window.setGeometry(20, 20, 100, 100); });
+    QTRY_COMPARE_WITH_TIMEOUT(program.Told(QStringLiteral("Main"))[kAt].toArray(),
+                              Numbers(20, 20, 100, 100), kPatienceMs);
+
+    QByteArray all;
+    const QList<QByteArray> lines = program.listener.Lines();
+    for (const QByteArray& line : lines) {
+        all += line;
+    }
+    QVERIFY(all.contains("[10,10,100,100]"));
 }
 
 void tst_Probe::answersWhenAllIsTold()
