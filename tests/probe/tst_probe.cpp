@@ -28,10 +28,13 @@
 #include <QWindow>
 
 #include <algorithm>
+#include <csignal>
 #include <functional>
 #include <memory>
+#include <thread>
 
 #include <fcntl.h>
+#include <unistd.h>
 
 namespace
 {
@@ -195,6 +198,7 @@ private Q_SLOTS:
     void tellsAChangeBeforeTheNextOne();
     void answersWhenAllIsTold();
     void answersWhenTheScreenShowsAll();
+    void tellsAllToAListenerThatTakesItsTime();
     void readsRequestsLineByLine();
     void leavesTheEventLoopWhenAsked();
     void letsTheProgramLiveWhenNobodyListens();
@@ -771,6 +775,39 @@ void tst_Probe::answersWhenTheScreenShowsAll()
     QVERIFY(lines[answer - 1].contains("\"text\":\"drawn\""));
 }
 
+void tst_Probe::tellsAllToAListenerThatTakesItsTime()
+{
+    const Deadline deadline;
+    Listener listener;
+    const auto probe = MakeProbe(QByteArray::fromStdString(listener.Path()));
+    Named<QMainWindow> window("Main");
+    const QString line = QString(63, QLatin1Char('x')) + QLatin1Char('\n');
+    for (const char* const name : {"one", "two", "three", "four", "five", "six"}) {
+        Add<QPlainTextEdit>(window, name, QRect(0, 0, 50, 50))->setPlainText(line.repeated(1024));
+    }
+    struct sigaction interrupting = {};
+    struct sigaction earlier = {};
+    interrupting.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &interrupting, &earlier);
+    // It is more than the line takes, and signals come in between.
+    std::thread slow([&listener, program = pthread_self()] {
+        for (int i = 0; i < 15; ++i) {
+            usleep(10000);
+            pthread_kill(program, SIGUSR1);
+        }
+        listener.Accept();
+    });
+    window.show();
+    QCoreApplication::processEvents();
+    slow.join();
+    sigaction(SIGUSR1, &earlier, nullptr);
+
+    QTRY_VERIFY_WITH_TIMEOUT(!listener.State().isEmpty(), kPatienceMs);
+    const QJsonObject told = listener.State().value(QStringLiteral("widgets")).toObject();
+    QVERIFY(told.value(QStringLiteral("six")).toObject().value(kText).toString() ==
+            line.repeated(1024));
+}
+
 void tst_Probe::readsRequestsLineByLine()
 {
     Observed program;
@@ -779,7 +816,7 @@ void tst_Probe::readsRequestsLineByLine()
     QCOMPARE(program.listener.Answers(), 0);
     program.listener.Ask("nc\nsync");
     QTRY_COMPARE_WITH_TIMEOUT(program.listener.Answers(), 1, kPatienceMs);
-    program.listener.Ask("\nsync\nnonsense\nsync\n");
+    program.listener.Ask("\nsync\nnonsense\n\nsync\n");
     QTRY_COMPARE_WITH_TIMEOUT(program.listener.Answers(), 4, kPatienceMs);
 
     // More than one reading takes.
