@@ -133,6 +133,16 @@ class State(unittest.TestCase):
         self.assertTrue(second.try_lock())
         os.close(second.lock)
 
+    def test_a_lock_is_never_held_through_a_link(self):
+        made = state.make_state(self.path, OWN)
+        elsewhere = os.path.join(os.path.dirname(self.path), "elsewhere")
+        os.symlink(elsewhere, f"{self.path}/lock")
+
+        with self.assertRaises(OSError) as raised:
+            made.try_lock()
+        self.assertEqual((raised.exception.errno, made.lock), (errno.ELOOP, -1))
+        self.assertFalse(os.path.lexists(elsewhere))
+
     def test_trouble_names_the_folder_and_what_helps(self):
         folder = os.path.dirname(self.path)
         with open(f"{folder}/file", "x", encoding="ascii"):
