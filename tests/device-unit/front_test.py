@@ -8,6 +8,7 @@ import json
 import os
 import signal
 import socket
+import stat
 import sys
 import tempfile
 import unittest
@@ -664,6 +665,13 @@ class Play(unittest.TestCase):
                 vars(kxdevice).pop("summary", None)
                 self.run_with(*words, "true")
                 self.assertEqual("kxdevice.summary" in sys.modules, wanted)
+
+    def test_nobody_else_writes_a_new_report(self):
+        self.addCleanup(os.umask, os.umask(0))
+        _, done = self.run_with("--trace", f"{self.here}/trace", "true")
+
+        self.assertEqual(stat.S_IMODE(os.fstat(done[1][3]["trace"]).st_mode), 0o644)
+        os.close(done[1][3]["trace"])
 
     def test_reports_are_files_of_their_own_that_are_emptied(self):
         for name in ("trace", "summary", "json"):

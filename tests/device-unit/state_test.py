@@ -59,6 +59,12 @@ class State(unittest.TestCase):
             state.erase(self.path)
             self.assertFalse(os.path.exists(self.path))
 
+    def test_a_state_that_could_not_be_made_whole_is_none(self):
+        with mock.patch.object(state, "OWN_FOLDERS", ("work", "work")):
+            with self.assertRaisesRegex(SandboxError, "cannot be made"):
+                state.make_state(self.path, OWN)
+        self.refused("is not the state of a panel; name a new or an empty folder$")
+
     def test_another_folder_is_no_state(self):
         os.mkdir(self.path, 0o700)
         with open(f"{self.path}/file", "x", encoding="ascii"):
