@@ -83,8 +83,8 @@ IPicoJ* q_UpdaterEngine::CreatePicoJObject(picojson::object& obj)
         SysLogger->OutLine("Initialized error in %s class.", object->ClassType());
         return nullptr;
     }
-    // A list element is filled twice: what the first filling built below it is abandoned, and a root
-    // or element that is given up leaves what stands below it.
+    // A list element is filled twice: what the first filling built below it is abandoned, and a
+    // root or element that is given up leaves what stands below it.
     OSA_Abandon(object.get());
     return object.release();
 }
