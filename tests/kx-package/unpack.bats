@@ -507,5 +507,5 @@ END
 
 @test "every package of the corpus is unpacked to sources of the same, or told why not" {
     /usr/bin/python3 "$BATS_TEST_DIRNAME/corpus/unpacking.py" --tool "$KX_PACKAGE" \
-        --fuzz "$ROOT/tests/fuzz/corpus" --archives 80 --descriptions 100
+        --fuzz "$ROOT/tests/fuzz/corpus" --archives 60 --descriptions 60
 }

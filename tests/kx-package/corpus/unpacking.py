@@ -52,7 +52,7 @@ def arguments():
 def add_fuzzed(corpus, folder):
     """The fuzzers' archives, and packages with their descriptions."""
     before = len(corpus.jobs)
-    for kind in ("archive", "check", "reader", "installer"):
+    for kind in ("archive", "check", "installer"):
         for name in sorted(os.listdir(os.path.join(folder, kind))):
             with open(os.path.join(folder, kind, name), "rb") as file:
                 data = file.read()
