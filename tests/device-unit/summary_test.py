@@ -163,7 +163,7 @@ class Compare(unittest.TestCase):
     def test_users_come_go_and_change(self):
         before = self.picture()
         self.write("root/etc/passwd", f"root:x:{os.getuid()}:{os.getgid()}:::/bin/other\n"
-                   "user:x:77777:77777::/home/user:\nnew:x:9:9:::\n")
+                   "user:x:77777:77777::/home/user:\nnew:x:9:9:one\x0bline::\n")
         self.write("root/etc/shadow", "root:*:2:\nuser:two:1:\nnew:*:1:\n")
 
         self.assertEqual(summary.compare(before, self.picture(), False)["users"], [
