@@ -54,7 +54,10 @@ std::vector<const archive::PackageEntry*> EntriesBelow(const archive::Package& p
 class Summarizer
 {
 public:
-    explicit Summarizer(const archive::Package& package) : m_package(package) {}
+    Summarizer(const archive::Package& package, Secrets secrets)
+        : m_package(package), m_secrets(secrets)
+    {
+    }
 
     Summary Run(const JsonNode& root)
     {
@@ -153,7 +156,7 @@ private:
         }
     }
 
-    static SummarySetting SettingOf(const JsonNode& node)
+    [[nodiscard]] SummarySetting SettingOf(const JsonNode& node) const
     {
         SummarySetting setting;
         setting.id = node.TextOf("ConfigId");
@@ -164,18 +167,20 @@ private:
         }
         for (const JsonNode& item : ElementsOf(node, "HardwareItems")) {
             const std::string& name = item.TextOf("ItemName");
-            setting.items.emplace_back(name, IsSecret(name) ? kMasked : item.TextOf("Value"));
+            const bool isMasked = m_secrets == Secrets::kMask && IsSecret(name);
+            setting.items.emplace_back(name, isMasked ? kMasked : item.TextOf("Value"));
         }
         return setting;
     }
 
     const archive::Package& m_package;
+    Secrets m_secrets;
     Summary m_summary;
 };
 
 } // namespace
 
-Summary Summarize(const archive::Package& package)
+Summary Summarize(const archive::Package& package, Secrets secrets)
 {
     const Description description = ReadDescription(package);
     const auto where = [&package](const TextPosition& at) {
@@ -194,7 +199,7 @@ Summary Summarize(const archive::Package& package)
                         std::string("is ") + description.root->KindName() + ", not an object",
                         "begin with { and the \"$type\" of the project");
     }
-    return Summarizer(package).Run(*description.root);
+    return Summarizer(package, secrets).Run(*description.root);
 }
 
 } // namespace kx::format

@@ -4,6 +4,7 @@
 
 #include "archive/Package.h"
 #include "format/Processor.h"
+#include "format/Secrets.h"
 
 #include <optional>
 #include <string>
@@ -12,9 +13,6 @@
 
 namespace kx::format
 {
-
-/// What stands for every password.
-constexpr const char* kMasked = "********";
 
 /// One item of a copy step, with what the package holds for it.
 struct SummaryItem {
@@ -31,7 +29,7 @@ struct SummarySetting {
     std::string kind; ///< name of the kind; empty when the updater knows none
     std::string id;   ///< what the description says
     bool isUsed = false;
-    std::vector<std::pair<std::string, std::string>> items; ///< passwords are masked
+    std::vector<std::pair<std::string, std::string>> items;
 };
 
 /// One step.
@@ -72,6 +70,6 @@ struct Summary {
 
 /// Looks into a package.
 /// @throws Error when its description cannot be read, or is no JSON object
-[[nodiscard]] Summary Summarize(const archive::Package& package);
+[[nodiscard]] Summary Summarize(const archive::Package& package, Secrets secrets = Secrets::kMask);
 
 } // namespace kx::format

@@ -9,7 +9,7 @@ load window
 
 # plan: plans the package on the drive.
 plan() {
-    "$KX_PACKAGE" plan --json "$DRIVE/Foo.kx-update" >"$WORK/plan" || true
+    "$KX_PACKAGE" plan --show-secrets --json "$DRIVE/Foo.kx-update" >"$WORK/plan" || true
     jq -r '.commands[].command' "$WORK/plan"
 }
 

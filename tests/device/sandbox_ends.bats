@@ -195,7 +195,7 @@ erase it" ]
 choose another tool" ]
 
     device --state state -- sh -c 'echo "#!/bin/sh" >/usr/local/bin/own; chmod 755 /usr/local/bin/own
-        cp /bin/false /usr/bin/true'
+        cp -f /bin/false /usr/bin/true'
     for tool in own true; do
         for option in "--fail $tool=1" "--missing $tool"; do
             # shellcheck disable=SC2086

@@ -19,15 +19,17 @@ using ::testing::Pair;
 class Summaries : public ::testing::Test
 {
 protected:
-    [[nodiscard]] Summary Of(const std::vector<ProjectBuilder::Object>& steps) const
+    [[nodiscard]] Summary Of(const std::vector<ProjectBuilder::Object>& steps,
+                             Secrets secrets = Secrets::kMask) const
     {
-        return OfDescription(ProjectBuilder::File(ProjectBuilder::Root(steps)));
+        return OfDescription(ProjectBuilder::File(ProjectBuilder::Root(steps)), secrets);
     }
 
-    [[nodiscard]] Summary OfDescription(const std::string& description) const
+    [[nodiscard]] Summary OfDescription(const std::string& description,
+                                        Secrets secrets = Secrets::kMask) const
     {
         m_dir.Write("Foo.temp/UserPackage.kx-project", description);
-        return Summarize(*archive::OpenPackage(m_dir / "Foo.temp"));
+        return Summarize(*archive::OpenPackage(m_dir / "Foo.temp"), secrets);
     }
 
     void Payload(const std::string& name, const std::string& content = "12345") const
@@ -120,6 +122,10 @@ TEST_F(Summaries, MaskPasswords)
                 ElementsAre(Pair("User", "u"), Pair("Password", "********")));
     EXPECT_FALSE(summary.steps[0].settings[1].isUsed);
     EXPECT_THAT(summary.steps[0].settings[1].items, ElementsAre(Pair("PASSWORD", "********")));
+
+    const Summary shown =
+        Of({HardwareStep({HardwareConfig("User", {{"Password", "secret"}})})}, Secrets::kShow);
+    EXPECT_THAT(shown.steps[0].settings[0].items, ElementsAre(Pair("Password", "secret")));
 }
 
 TEST_F(Summaries, TellOfTheUpdater)

@@ -59,7 +59,7 @@ hardware(setting("Backlight", ("Level", "8")), setting("Sound", ("Volume", "5"),
          setting("AutoStartupMode", ("CustomScript", "#!/bin/sh\n"), ("Mode", "script")))
 END
 
-    kx plan --json Foo.kx-update
+    kx plan --show-secrets --json Foo.kx-update
 
     [ "$status" -eq 0 ]
     expect_commands 'true' <<'END'
@@ -101,6 +101,30 @@ END
     [ "$(jq -c '[.commands[].step] | unique' out)" = '[null,1,2,3,4,5]' ]
 }
 
+@test "passwords are masked unless they are asked for" {
+    make Foo <<'END'
+hardware(setting("User", ("User", "user"), ("Password", "pass: w'ord")),
+         setting("Lan", ("Ip", "1"), ("password", "hidden"), ("Mask", "2")))
+END
+
+    for options in '' --json; do
+        # shellcheck disable=SC2086 # no option is no word
+        kx plan $options Foo
+        grep -F "echo 'user:********' | chpasswd" out
+        grep -F 'kx-setting-cui set Ip=1 password=********' out
+        ! grep -E "pass:|w'ord|hidden" out || return 1
+    done
+    kx plan --show-secrets Foo
+    grep -F "echo 'user:pass: w'ord' | chpasswd" out
+    grep -F 'kx-setting-cui set Ip=1 password=hidden Mask=2' out
+
+    kx show Foo
+    ! grep -E 'pass:|hidden' out || return 1
+    kx show --show-secrets Foo
+    grep -F "pass: w'ord" out
+    grep -F hidden out
+}
+
 @test "what the shell reads differently, what is not known, and what a script decides is marked" {
     make Foo <<'END'
 copy_file(item("a", "/opt/$HOME/a", "u+x;x"))
@@ -109,7 +133,7 @@ copy_file(item("b", "/opt/b/b", "755"))
 hardware(setting("User", ("User", "user"), ("Password", "it's")), setting("Lan", ("Ip", "`x`")))
 END
 
-    kx plan --json Foo
+    kx plan --show-secrets --json Foo
 
     expect_commands .readDifferently <<'END'
 [mkdir -p "/opt/$HOME/"]
@@ -127,7 +151,7 @@ END
 [mkdir -p "/opt/b/"]
 [cp -f "/mnt/usb/Foo.temp/UserPackage.kx-project" "/var/lib/KxUserPackages/Foo/UserPackage.kx-project" ]
 END
-    kx plan Foo
+    kx plan --show-secrets Foo
     grep -qxF '  mkdir -p "/opt/b/"  [depends on an earlier script]' out
     grep -qxF "  echo 'user:it's' | chpasswd  [the shell reads this differently]  [result not known]" out
 }

@@ -24,7 +24,7 @@ unpacks_to_same() {
 unpacks_to_same_plan() {
     rm -rf sources again
     mkdir again
-    kx plan --json "$1"
+    kx plan --show-secrets --json "$1"
     mv out plan.json
     kx unpack "$1" -o sources
     [ "$status" -eq 0 ] || {
@@ -37,7 +37,7 @@ unpacks_to_same_plan() {
         cat err >&2
         return 1
     }
-    kx plan --json "again/$(basename "$1")"
+    kx plan --show-secrets --json "again/$(basename "$1")"
     diff plan.json out
 }
 

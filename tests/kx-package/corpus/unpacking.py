@@ -85,7 +85,7 @@ def started(tool, *words):
 
 def planned(tool, package):
     """The commands of a panel, and how far it gets."""
-    told = json.loads(started(tool, "plan", "--json", package).stdout)
+    told = json.loads(started(tool, "plan", "--show-secrets", "--json", package).stdout)
     # Lines about files that are missing or broken are the plan's own.
     for key in ("log", "error"):
         told.pop(key, None)

@@ -3,6 +3,7 @@
 #include "archive/Package.h"
 #include "commands/Command.h"
 #include "commands/Values.h"
+#include "format/Secrets.h"
 #include "io/Hex.h"
 #include "io/Text.h"
 #include "io/Utf8.h"
@@ -26,6 +27,7 @@ using Process = rehearsal::PlannedCommand::Process;
 
 struct PlanOptions {
     std::string package;
+    bool areSecretsShown = false;
     rehearsal::Circumstances where;
 };
 
@@ -130,7 +132,12 @@ void WriteText(const Output& output, const rehearsal::Plan& plan)
 io::ExitCode RunPlan(const PlanOptions& options, const Output& output)
 {
     const std::unique_ptr<archive::Package> package = archive::OpenPackage(options.package);
-    const rehearsal::Plan plan = rehearsal::Rehearse(*package, options.where);
+    rehearsal::Plan plan = rehearsal::Rehearse(*package, options.where);
+    for (rehearsal::PlannedCommand& command : plan.commands) {
+        if (!options.areSecretsShown) {
+            command.command = format::MaskedCommand(command.command);
+        }
+    }
     if (output.isJson) {
         WriteJson(output, JsonOf(plan));
     } else {
@@ -163,9 +170,11 @@ void AddPlan(CLI::App& program, Invocation& invocation)
                      "A folder with the files of a panel; without it, a fresh panel")
         ->type_name(kFolderValue)
         ->check(CLI::ExistingDirectory);
+    command->add_flag("--show-secrets", options->areSecretsShown, "Show passwords, too");
     command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer("Nothing is run and nothing is changed. Scripts, passwords and settings are "
-                    "taken to succeed;\nwhat depends on what a script did before is marked.\n\n"
+                    "taken to succeed;\nwhat depends on what a script did before is marked. "
+                    "Passwords are masked.\n\n"
                     "Examples:\n"
                     "  kx-package plan Hello.kx-update\n"
                     "  kx-package plan --root panel/root Hello.kx-update\n"

@@ -250,10 +250,10 @@ void TellList(const Output& output, const char* heading, const std::vector<std::
     }
 }
 
-io::ExitCode Show(const std::string& path, const Output& output)
+io::ExitCode Show(const std::string& path, format::Secrets secrets, const Output& output)
 {
     const std::unique_ptr<archive::Package> package = archive::OpenPackage(path);
-    const format::Summary summary = format::Summarize(*package);
+    const format::Summary summary = format::Summarize(*package, secrets);
     const Recorded recorded = RecordedOf(*package);
     if (output.isJson) {
         WriteJson(output, SummaryAsJson(*package, summary, recorded));
@@ -279,18 +279,23 @@ void AddShow(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand("show", "Show what is in a package");
     const auto path = std::make_shared<std::string>();
+    const auto areSecretsShown = std::make_shared<bool>(false);
     command
         ->add_option("package", *path,
                      "A package file, the folder of an unpacked one, or - for standard input")
         ->type_name(kPackageValue)
         ->required();
+    command->add_flag("--show-secrets", *areSecretsShown, "Show passwords, too");
     command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer("Passwords are masked.\n\n"
                     "Examples:\n"
                     "  kx-package show recipes.kx-update\n"
                     "  kx-package show --json recipes.kx-update | jq -r '.steps[].kind'");
-    command->callback([path, &invocation] {
-        invocation.run = [path](const Output& output) { return Show(*path, output); };
+    command->callback([path, areSecretsShown, &invocation] {
+        invocation.run = [path, areSecretsShown](const Output& output) {
+            return Show(*path, *areSecretsShown ? format::Secrets::kShow : format::Secrets::kMask,
+                        output);
+        };
     });
 }
 

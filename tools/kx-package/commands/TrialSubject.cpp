@@ -2,9 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands/TrialSubject.h"
 
-#include "format/Summary.h"
-
-#include <algorithm>
+#include "format/Secrets.h"
 
 namespace kx::tool
 {
@@ -16,16 +14,7 @@ namespace
 std::string ShownCommand(std::string command)
 {
     command.erase(command.find_last_not_of(' ') + 1);
-    const std::string begin = "echo '";
-    const std::string end = "' | chpasswd";
-    const bool isPassword = command.size() > begin.size() + end.size() &&
-                            command.compare(0, begin.size(), begin) == 0 &&
-                            command.compare(command.size() - end.size(), end.size(), end) == 0;
-    if (!isPassword) {
-        return command;
-    }
-    const std::size_t colon = std::min(command.find(':'), command.size() - end.size());
-    return command.substr(0, colon) + ":" + format::kMasked + end;
+    return format::MaskedCommand(command);
 }
 
 } // namespace
