@@ -49,7 +49,8 @@ void Change(Recipe& recipe, const std::string& change)
 }
 
 /// Puts a program of 200 bytes in the updater's place, for a processor of 32 bits.
-/// @param numbers  "offset:size in the file:size in memory" of its only segment
+/// @param numbers  "offset:size in the file:size in memory" of the second of its two segments, the
+///                 only one that is loaded
 Put Small(bool isBigEndian)
 {
     return [isBigEndian](Recipe& recipe, const std::string& numbers) {
@@ -63,8 +64,8 @@ Put Small(bool isBigEndian)
                            "ELF\1";
         head += std::string(isBigEndian ? "\2\1" : "\1\1") + std::string(9, '\0') + number(2, 2) +
                 number(40, 2) + number(1, 4) + number(0, 4) + number(52, 4) + number(0, 8) +
-                number(52, 2) + number(32, 2) + number(1, 2);
-        head.resize(52, '\0');
+                number(52, 2) + number(32, 2) + number(2, 2);
+        head.resize(52 + 32, '\0');
         head += number(1, 4) + number(std::stoul(numbers), 4) + number(0, 4) + number(0, 4) +
                 number(std::stoul(numbers.substr(first + 1)), 4) +
                 number(std::stoul(numbers.substr(second + 1)), 4);

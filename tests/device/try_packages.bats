@@ -135,6 +135,11 @@ END
     expect_status 0
     [ "$(told '.installations[0].remarks[0]')" = \
         'the package has no kx_Updater that a panel could start; see kx-package check' ]
+    # Its steps can be made to fail all the same.
+    try --json --fail 1 Bar.kx-update
+    expect_status 1
+    [ "$(told '.installations[0].remarks[1]')" = \
+        'made to fail: step 1, cp -f "/mnt/usb/Bar.temp/0/0/app" "/opt/demo/app"' ]
 }
 
 @test "what cannot be read is told in one line" {

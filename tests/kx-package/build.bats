@@ -130,6 +130,7 @@ END
         and .remarks == ["pkg/package.toml:17:23: run looks like a program, but no pattern of '"'executable'"' matches it; it will not be executable"]
         and (keys == ["file", "payloadFiles", "remarks", "size", "unpackedSize", "updater"])' out
     [ "$(jq .size out)" = "$(stat -c %s demo.kx-update)" ]
+    [ "$(jq .unpackedSize out)" = "$(unzip -l demo.kx-update | awk 'END { print $1 }')" ]
 }
 
 @test "without an updater build says what to do" {
@@ -188,6 +189,12 @@ END
 kx-package: a package cannot be written to a terminal; redirect standard output
 status 2
 END
+    # What counts is where the package would go.
+    KX_PACKAGE=$KX_PACKAGE script -qec "${command/;/ 2>told;}" /dev/null </dev/null >seen
+    [ "$(tr -d '\r' <seen)" = 'status 2' ]
+    KX_PACKAGE=$KX_PACKAGE script -qec "${command/;/ >piped;}" /dev/null </dev/null >seen
+    [ "$(tr -d '\r' <seen)" = 'status 0' ]
+    unzip -tq piped
 }
 
 @test "a folder that is not there yet is named by the slash at its end" {

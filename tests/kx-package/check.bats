@@ -52,6 +52,11 @@ pack() {
     [ "$status" -eq 0 ]
     run "$KX_PACKAGE" check --strict hello.kx-update
     [ "$status" -eq 1 ]
+    run --separate-stderr "$KX_PACKAGE" check --strict --json hello.kx-update
+    [ "$status" -eq 1 ]
+    [ "$(jq -c '[.clean, .errors, .warnings]' <<<"$output")" = '[false,0,1]' ]
+    run --separate-stderr "$KX_PACKAGE" check --json hello.kx-update
+    [ "$(jq -c '[.clean, .errors, .warnings]' <<<"$output")" = '[true,0,1]' ]
     rm pkg/0/0/hello
     pack
     run "$KX_PACKAGE" check hello.kx-update

@@ -83,11 +83,19 @@ END
 @test "bash itself completes with it" {
     "$KX_PACKAGE" completion >words
 
+    mkdir recipes
+    touch 'one two.kx-update'
+
     # A terminal, a person who types TAB, and what is then on the line.
-    printf 'PS1=ready; . ./words; enable -n help\nkx-package bui\t\001echo \005\nexit\n' |
-        TERM=dumb script -qec 'bash --norc' typed >/dev/null
+    {
+        printf 'PS1=ready; . ./words; enable -n help\n'
+        printf 'kx-package %s\t\001echo \005\n' bui 'show one' 'new rec'
+        printf 'exit\n'
+    } | TERM=dumb script -qec 'bash --norc' typed >/dev/null
 
     grep -q 'kx-package build' typed
+    grep -q '^kx-package show one two.kx-update' typed
+    grep -q '^kx-package new recipes/' typed
 }
 
 @test "the help tells what options are without being given, and their bounds" {

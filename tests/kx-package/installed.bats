@@ -214,4 +214,12 @@ panel/var/lib/KxUserPackages: no packages
     grep -Fx '  (40 more lines of the list are damaged)' out
     kx installed --root panel --json
     jq -e '.packages[0] | (.problems | length) == 20 and .omittedProblems == 40' out
+
+    # One is told, too.
+    record demo 1.0 -- "${lines[@]::21}"
+    kx installed --root panel
+    grep '^  (1 more ' out
+    record demo 1.0 -- "${lines[@]::20}"
+    kx installed --root panel
+    [ "$(grep -c '^  (' out)" -eq 0 ]
 }

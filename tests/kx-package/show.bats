@@ -90,6 +90,54 @@ END
         "why": "The installation fails: Installation failed in step 1."}' out
 }
 
+@test "show tells what is unusual about a package" {
+    demo pkg
+    kx build pkg --updater arm-updater
+    unzip -q demo.kx-update -d demo.temp
+    rm -r demo.temp/1
+    chmod a-x demo.temp/kx_Updater
+    cp demo.temp/UserPackage.kx-project usual
+    {
+        printf '\xef\xbb\xbf'
+        # shellcheck disable=SC2016 # the $ of JSON keys
+        tail -c +4 usual | jq '.DB_StepSets."$values" |= (
+            .[0] += {"Comment": "the\ttools", "CanSkip": true, "IsRemove": false} |
+            .[0].PathSetDatas."$values"[0].Permissions = "" |
+            .[2].SS_StepSetId = "Odd\tkind" |
+            .[3].HardSettingDatas.DB_HardwareConfigs."$values" |= (
+                .[0].IsUsed = false | .[1].ConfigId = "N\tew"))'
+    } >demo.temp/UserPackage.kx-project
+
+    kx show demo.temp
+
+    [ "$status" -eq 0 ]
+    grep '^  updater\|^  payload' out >seen
+    sed -n '/^step/,/^recorded/p' out >>seen
+    diff - seen <<'END'
+  updater:   for arm, 64 bytes, not executable
+  payload:   1 file, 10 bytes
+step 1 of 4: copy-files, may fail (the\x09tools)
+  bin/hello -> /mnt/user/bin/hello, mode 777, 10 bytes
+
+step 2 of 4: copy-folder, recorded
+  share -> /mnt/user/share, 0 files, no payload
+
+step 3 of 4: unknown kind Odd\x09kind
+
+step 4 of 4: settings
+  backlight (not used): Level=8
+  N\x09ew (unknown kind): User=user Password=********
+
+recorded on the panel
+END
+    echo text >demo.temp/kx_Updater
+    kx show demo.temp
+    grep -qx '  updater:   no program, 5 bytes, not executable' out
+    rm demo.temp/kx_Updater
+    kx show demo.temp
+    grep -qx '  updater:   missing' out
+}
+
 @test "show says what it cannot read" {
     kx show none.kx-update
     expect 3 '' $'kx-package: none.kx-update: cannot open: No such file or directory\n'

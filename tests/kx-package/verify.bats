@@ -194,6 +194,7 @@ demo: 0 of 0 folders and 0 of 0 files are there
 
 @test "what may not be looked at is not known" {
     record demo 1.0 -- /closed/file
+    record other 1.0 -- /closed/file /gone
     mkdir panel/closed
     touch panel/closed/file
     chmod 700 panel/closed
@@ -203,9 +204,14 @@ demo: 0 of 0 folders and 0 of 0 files are there
     [ "$(id -u)" -eq 0 ] || chmod 000 panel/closed
     cp "$KX_PACKAGE" tool
 
-    status=0
     # Built for coverage it leaves its counts there.
     mkdir -m 777 counts
+    # What is known to be missing counts for more.
+    status=0
+    GCOV_PREFIX=counts "${drop[@]}" ./tool verify other --root panel >both 2>err || status=$?
+    [ "$status" -eq 1 ]
+    [ "$(grep -c '^  unknown: \|^  missing: ' both)" -eq 2 ]
+    status=0
     GCOV_PREFIX=counts "${drop[@]}" ./tool verify demo --root panel >out 2>err || status=$?
 
     chmod 700 panel/closed

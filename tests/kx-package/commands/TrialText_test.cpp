@@ -112,6 +112,8 @@ TEST(WriteTrialText, MasksNothingButPasswordsInTheCommandThatFailed)
     };
 
     EXPECT_EQ(shown("echo 'a:b' | chpasswd"), "made to fail: step 1, echo 'a:********' | chpasswd");
+    EXPECT_EQ(shown("echo 'a:b:c' | chpasswd"),
+              "made to fail: step 1, echo 'a:********' | chpasswd");
     EXPECT_EQ(shown("echo 'ab' | chpasswd"), "made to fail: step 1, echo 'ab:********' | chpasswd");
     EXPECT_EQ(shown("echo 'a:b' | chpasswd -e"), "made to fail: step 1, echo 'a:b' | chpasswd -e");
     EXPECT_EQ(shown("cat 'a:b' | chpasswd"), "made to fail: step 1, cat 'a:b' | chpasswd");

@@ -181,6 +181,19 @@ TEST_F(Layouts, KeepsFoldersWhoseNamesSortBetweenAnothersAndItsFiles)
                 ElementsAre("0/0/a-b/", "0/0/a/x < share/a/x"));
 }
 
+TEST_F(Layouts, KeepOneFormOfAFoldersTarget)
+{
+    m_dir.MakeDir("share");
+    const auto targetOf = [this](const std::string& written) {
+        std::string manifest = CopyFolder("share");
+        return ItemsOf(Make(manifest.replace(manifest.find("/t"), 2, written)));
+    };
+
+    EXPECT_THAT(targetOf("/t/"), ElementsAre("share > /t "));
+    EXPECT_THAT(targetOf("/t///"), ElementsAre("share > /t "));
+    EXPECT_THAT(targetOf("//"), ElementsAre("share > / "));
+}
+
 TEST_F(Layouts, RemarksOnProgramsThatWouldNotBeExecutable)
 {
     m_dir.Write("share/run", "#!/bin/sh\n");

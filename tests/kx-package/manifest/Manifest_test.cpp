@@ -135,12 +135,15 @@ TEST(Manifest, TakesTheNameOfItsFolderWhenItHasNone)
 TEST(Manifest, IsFoundFromItsOwnFolder)
 {
     const TempDir dir;
-    dir.Write("package.toml", kIdentity);
+    std::string text = kIdentity;
+    dir.Write("recipes/package.toml", text.erase(text.find("name"), 14));
     const std::filesystem::path before = std::filesystem::current_path();
-    std::filesystem::current_path(dir.Path());
+    std::filesystem::current_path(dir / "recipes");
 
     EXPECT_EQ(ReadManifest(".").folder, ".");
     EXPECT_EQ(ReadManifest("package.toml").folder, ".");
+    EXPECT_EQ(ReadManifest(".").name, "recipes");
+    EXPECT_EQ(ReadManifest("package.toml").name, "recipes");
 
     std::filesystem::current_path(before);
 }

@@ -177,6 +177,16 @@ TEST(TrialPanel, IsEndedWithThePersonsWish)
     EXPECT_TRUE(device.IsClean());
 }
 
+TEST(TrialPanel, KeepsItsFilesInTheUsualFolderWhereNoneIsNamed)
+{
+    for (const char* const named : {static_cast<const char*>(nullptr), ""}) {
+        const Environment none("TMPDIR", named);
+        const TrialPanel panel("/none", kBounds, {});
+
+        EXPECT_THAT(panel.Scratch("x"), testing::StartsWith("/tmp/kx-package-try-"));
+    }
+}
+
 TEST(TrialPanel, NeedsAFolderForItsFiles)
 {
     const Environment nowhere("TMPDIR", "/nowhere");
