@@ -86,6 +86,7 @@ int Start(int argc, char** argv)
     kx::tool::AddCompletion(program, invocation);
     kx::tool::AddInstalled(program, invocation);
     kx::tool::AddNew(program, invocation);
+    kx::tool::AddNewPanel(program, invocation);
     kx::tool::AddPlan(program, invocation);
     kx::tool::AddSchema(program, invocation);
     kx::tool::AddShow(program, invocation);

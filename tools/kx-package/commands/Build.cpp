@@ -33,6 +33,7 @@ namespace fs = std::filesystem;
 
 struct BuildOptions {
     std::string manifest = ".";
+    std::string panel;
     std::string output;
     std::string updater;
     std::string processor;
@@ -93,6 +94,8 @@ void RefuseTerminal(const BuildOptions& options, const Output& output)
 Built BuildPackage(const BuildOptions& options, const Output& output)
 {
     Manifest manifest = ReadManifest(options.manifest);
+    const std::string panelFile = options.panel.empty() ? manifest.panel : options.panel;
+    const format::PanelModel panel = PanelOf(panelFile, options.processor);
     if (const format::Processor* const processor = ReadProcessor(options.processor)) {
         manifest.processor = processor;
     }

@@ -3,6 +3,7 @@
 #include "checks/Checker.h"
 #include "commands/Command.h"
 #include "commands/FindingsText.h"
+#include "commands/LocalShells.h"
 #include "commands/Values.h"
 
 #include <memory>
@@ -17,14 +18,18 @@ namespace
 
 struct CheckArguments {
     std::string path;
+    std::string panel;
     std::string processor;
     bool isStrict = false;
 };
 
 io::ExitCode Check(const Output& output, const CheckArguments& arguments)
 {
-    const checks::Findings findings =
-        checks::CheckPackage(arguments.path, ReadProcessor(arguments.processor));
+    LocalShells shells;
+    checks::Expected expected;
+    expected.shells = &shells;
+    expected.panel = PanelOf(arguments.panel, arguments.processor);
+    const checks::Findings findings = checks::CheckPackage(arguments.path, expected);
     const bool isClean = findings.Count(checks::Severity::kError) == 0 &&
                          (!arguments.isStrict || findings.Count(checks::Severity::kWarning) == 0);
     WriteFindings(output, arguments.path, findings, isClean);
@@ -49,6 +54,7 @@ void AddCheck(CLI::App& program, Invocation& invocation)
         ->add_option("--processor", arguments->processor,
                      "The panel's processor: is the updater made for it?")
         ->type_name(ChoiceOf(format::ProcessorNames()));
+    AddPanelOption(*command, arguments->panel);
     command->footer("Exit status: 0 no problems, 1 problems, 2 wrong use, 3 could not read.\n"
                     "Errors are problems; warnings are with --strict; notes never are.\n"
                     "\n"

@@ -3,11 +3,11 @@
 #include "manifest/Manifest.h"
 
 #include "common/Epoch.h"
+#include "format/TomlTable.h"
 #include "io/Nearest.h"
 #include "io/Text.h"
 #include "io/WholeFile.h"
 #include "manifest/ManifestSteps.h"
-#include "manifest/TomlTable.h"
 #include "panel/Names.h"
 
 #include <cctype>
@@ -40,19 +40,9 @@ std::string FindManifest(const std::string& path)
     return manifest;
 }
 
-toml::table Parse(const std::string& text, const std::string& path)
-{
-    try {
-        return toml::parse(text);
-    } catch (const toml::parse_error& error) {
-        throw io::Error(io::ExitCode::kProblems, WhereOf(path, error.source().begin),
-                        "is not valid TOML: " + std::string(error.description()));
-    }
-}
-
 /// Returns the date of the package: the manifest's own, or that of SOURCE_DATE_EPOCH. The day on
 /// which a package is built is none: the same sources would not give the same package.
-std::string ReadDate(const TomlTable& table)
+std::string ReadDate(const format::TomlTable& table)
 {
     if (std::optional<std::string> date = table.OptionalDate("date")) {
         return *std::move(date);
@@ -64,7 +54,7 @@ std::string ReadDate(const TomlTable& table)
                     "add it, like 2026-11-21, or set SOURCE_DATE_EPOCH");
 }
 
-const format::Processor* ReadProcessor(const TomlTable& table)
+const format::Processor* ReadProcessor(const format::TomlTable& table)
 {
     const std::vector<std::string> names = format::ProcessorNames();
     const std::string word =
@@ -77,7 +67,7 @@ const format::Processor* ReadProcessor(const TomlTable& table)
     return processor;
 }
 
-std::string ReadName(const TomlTable& table, const std::string& folder)
+std::string ReadName(const format::TomlTable& table, const std::string& folder)
 {
     if (const std::optional<std::string> name = table.OptionalText("name")) {
         RefuseBadPackageName(*name, io::ExitCode::kProblems, table.Where("name"),
@@ -90,10 +80,10 @@ std::string ReadName(const TomlTable& table, const std::string& folder)
     return path;
 }
 
-void ReadIdentity(const TomlTable& table, Manifest& manifest)
+void ReadIdentity(const format::TomlTable& table, Manifest& manifest)
 {
-    table.RefuseOtherKeysThan(
-        {"name", "title", "version", "comment", "model", "os-version", "date", "processor"});
+    table.RefuseOtherKeysThan({"name", "title", "version", "comment", "model", "os-version", "date",
+                               "processor", "panel"});
     manifest.title = table.Text("title", "add it; the panel shows it");
     manifest.version = table.Text("version", "add it; the panel shows it");
     manifest.comment = table.OptionalText("comment").value_or("");
@@ -101,6 +91,13 @@ void ReadIdentity(const TomlTable& table, Manifest& manifest)
     manifest.osVersion = table.Text("os-version", "name the version of the panel's system");
     manifest.date = ReadDate(table);
     manifest.processor = ReadProcessor(table);
+    manifest.floatAbi = format::FloatAbiOfWord(table.OptionalText("processor").value_or(""));
+    if (const std::optional<std::string> panel = table.OptionalText("panel")) {
+        if (panel->empty()) {
+            throw table.Wrong("panel", "is empty", "name the file that describes the panel");
+        }
+        manifest.panel = PathFrom(manifest.folder, *panel);
+    }
     manifest.name = ReadName(table, manifest.folder);
 }
 
@@ -136,17 +133,17 @@ Manifest ReadManifest(const std::string& path)
     const fs::path folder = fs::path(manifest.path).parent_path();
     manifest.folder = folder.empty() ? "." : folder.string();
     const toml::table document =
-        Parse(io::ReadWholeFile(manifest.path, kLargestManifest), manifest.path);
+        format::ParseToml(io::ReadWholeFile(manifest.path, kLargestManifest), manifest.path);
 
-    const TomlTable root(document, manifest.path, "");
+    const format::TomlTable root(document, manifest.path, "");
     root.RefuseOtherKeysThan({"package", "steps"});
     const toml::table* const identity = root.Table("package");
     if (identity == nullptr) {
         throw io::Error(io::ExitCode::kProblems, manifest.path, "there is no [package]",
                         "begin with [package] and its title");
     }
-    ReadIdentity(TomlTable(*identity, manifest.path, "package"), manifest);
-    for (const TomlTable& step : root.Tables("steps")) {
+    ReadIdentity(format::TomlTable(*identity, manifest.path, "package"), manifest);
+    for (const format::TomlTable& step : root.Tables("steps")) {
         manifest.steps.push_back(ReadStep(step, manifest.folder));
     }
     return manifest;

@@ -67,6 +67,8 @@ struct Manifest {
     std::string osVersion;
     std::string date;
     const format::Processor* processor = nullptr;
+    format::FloatAbi floatAbi = format::FloatAbi::kUnknown; ///< as the word for the processor says
+    std::string panel; ///< path of the panel's description; empty when none is named
     std::vector<ManifestStep> steps;
 };
 

@@ -22,7 +22,7 @@ constexpr const char* kDefaultUninstall = "#!/bin/sh\n";
 
 /// Finds the kind that a table names.
 template <class Kind>
-const Kind* ReadKind(const TomlTable& table, const std::vector<const Kind*>& kinds)
+const Kind* ReadKind(const format::TomlTable& table, const std::vector<const Kind*>& kinds)
 {
     const std::vector<std::string> names = format::NamesOf(kinds);
     const std::string name = table.Text("kind", "add it; " + io::NearestRemedy("", names));
@@ -35,7 +35,7 @@ const Kind* ReadKind(const TomlTable& table, const std::vector<const Kind*>& kin
 }
 
 /// Returns a path for the panel that means there what it says here.
-std::string ReadTarget(const TomlTable& table)
+std::string ReadTarget(const format::TomlTable& table)
 {
     std::string target = table.Text("target", "write the full path on the panel");
     if (target.empty() || target[0] != '/') {
@@ -48,7 +48,7 @@ std::string ReadTarget(const TomlTable& table)
     return target;
 }
 
-std::string ReadSource(const TomlTable& table, const std::string& remedy)
+std::string ReadSource(const format::TomlTable& table, const std::string& remedy)
 {
     std::string source = table.Text("source", remedy);
     if (source.empty()) {
@@ -57,7 +57,7 @@ std::string ReadSource(const TomlTable& table, const std::string& remedy)
     return source;
 }
 
-std::string ReadMode(const TomlTable& table)
+std::string ReadMode(const format::TomlTable& table)
 {
     std::string mode = table.OptionalText("mode").value_or(kDefaultMode);
     const bool isOctal = mode.find_first_not_of("01234567") == std::string::npos;
@@ -68,14 +68,14 @@ std::string ReadMode(const TomlTable& table)
     return mode;
 }
 
-ManifestFiles ReadFiles(const TomlTable& table)
+ManifestFiles ReadFiles(const format::TomlTable& table)
 {
     table.RefuseOtherKeysThan({"source", "target", "mode"});
     const std::string remedy = "name a file, or files by a pattern like \"bin/*\"";
     return {ReadSource(table, remedy), ReadTarget(table), ReadMode(table), table.Where("source")};
 }
 
-ManifestFolder ReadFolder(const TomlTable& table)
+ManifestFolder ReadFolder(const format::TomlTable& table)
 {
     table.RefuseOtherKeysThan({"source", "target", "exclude", "executable"});
     return {ReadSource(table, "name the folder"), ReadTarget(table), table.Texts("exclude"),
@@ -83,8 +83,8 @@ ManifestFolder ReadFolder(const TomlTable& table)
 }
 
 /// Reads a script from the file that a key names.
-std::string ReadScriptFile(const TomlTable& table, const char* key, const std::string& named,
-                           const std::string& folder)
+std::string ReadScriptFile(const format::TomlTable& table, const char* key,
+                           const std::string& named, const std::string& folder)
 {
     std::string text;
     try {
@@ -100,7 +100,7 @@ std::string ReadScriptFile(const TomlTable& table, const char* key, const std::s
 }
 
 /// Reads a script that is given as a text or as the name of a file.
-std::optional<std::string> ReadScript(const TomlTable& table, const char* key,
+std::optional<std::string> ReadScript(const format::TomlTable& table, const char* key,
                                       const std::string& folder)
 {
     const std::string fileKey = std::string(key) + "-file";
@@ -116,7 +116,7 @@ std::optional<std::string> ReadScript(const TomlTable& table, const char* key,
     return text.has_value() ? std::optional(Replace_CRLF_to_LF(*text)) : std::nullopt;
 }
 
-void ReadScripts(const TomlTable& table, const std::string& folder, ManifestStep& step)
+void ReadScripts(const format::TomlTable& table, const std::string& folder, ManifestStep& step)
 {
     std::optional<std::string> install = ReadScript(table, "install", folder);
     if (!install.has_value()) {
@@ -130,7 +130,7 @@ void ReadScripts(const TomlTable& table, const std::string& folder, ManifestStep
 
 /// Reads one setting. The names and values keep the order in which they are written, because the
 /// setting tool gets its words in that order.
-ManifestSetting ReadSetting(const TomlTable& table, const std::string& folder)
+ManifestSetting ReadSetting(const format::TomlTable& table, const std::string& folder)
 {
     ManifestSetting setting;
     setting.kind = ReadKind(table, format::SettingKinds());
@@ -142,8 +142,8 @@ ManifestSetting ReadSetting(const TomlTable& table, const std::string& folder)
     table.RefuseOtherKeysThan(keys);
     setting.isUsed = table.Flag("used", true);
     if (const toml::table* const values = table.Table("values")) {
-        const TomlTable named(*values, table.File(), table.Name() + ".values");
-        for (const std::string& key : KeysAsWritten(*values)) {
+        const format::TomlTable named(*values, table.File(), table.Name() + ".values");
+        for (const std::string& key : named.Keys()) {
             setting.values.emplace_back(key, named.Text(key.c_str(), ""));
         }
     }
@@ -165,7 +165,7 @@ ManifestSetting ReadSetting(const TomlTable& table, const std::string& folder)
 
 /// Refuses a step without anything to do.
 template <class Things>
-Things NotEmpty(const TomlTable& table, const char* key, Things things)
+Things NotEmpty(const format::TomlTable& table, const char* key, Things things)
 {
     if (things.empty()) {
         throw io::Error(io::ExitCode::kProblems, table.Where(),
@@ -198,7 +198,7 @@ std::string PathFrom(const std::string& folder, const std::string& named)
     return !named.empty() && named[0] == '/' ? named : folder + "/" + named;
 }
 
-ManifestStep ReadStep(const TomlTable& table, const std::string& folder)
+ManifestStep ReadStep(const format::TomlTable& table, const std::string& folder)
 {
     ManifestStep step;
     step.kind = ReadKind(table, format::StepKinds());
@@ -207,17 +207,18 @@ ManifestStep ReadStep(const TomlTable& table, const std::string& folder)
     step.canSkip = table.Flag("skip", false);
     step.isRecorded = table.Flag("record", true);
     if (step.kind == &format::kCopyFilesKind) {
-        for (const TomlTable& files : NotEmpty(table, "files", table.Tables("files"))) {
+        for (const format::TomlTable& files : NotEmpty(table, "files", table.Tables("files"))) {
             step.files.push_back(ReadFiles(files));
         }
     } else if (step.kind == &format::kCopyFolderKind) {
-        for (const TomlTable& item : NotEmpty(table, "folders", table.Tables("folders"))) {
+        for (const format::TomlTable& item : NotEmpty(table, "folders", table.Tables("folders"))) {
             step.folders.push_back(ReadFolder(item));
         }
     } else if (step.kind == &format::kScriptKind) {
         ReadScripts(table, folder, step);
     } else {
-        for (const TomlTable& setting : NotEmpty(table, "settings", table.Tables("settings"))) {
+        for (const format::TomlTable& setting :
+             NotEmpty(table, "settings", table.Tables("settings"))) {
             step.settings.push_back(ReadSetting(setting, folder));
         }
     }

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "format/TomlTable.h"
 #include "manifest/Manifest.h"
-#include "manifest/TomlTable.h"
 
 namespace kx::tool
 {
@@ -11,7 +11,7 @@ namespace kx::tool
 /// Reads one step of a manifest.
 /// @param folder  the manifest's folder, for scripts in files of their own
 /// @throws Error for the first thing that is wrong
-[[nodiscard]] ManifestStep ReadStep(const TomlTable& table, const std::string& folder);
+[[nodiscard]] ManifestStep ReadStep(const format::TomlTable& table, const std::string& folder);
 
 /// Returns the path by which a file that a manifest names is opened.
 [[nodiscard]] std::string PathFrom(const std::string& folder, const std::string& named);
