@@ -78,7 +78,9 @@ std::string WithoutMark(std::string path)
 void CheckContents(const archive::Package& package, const Expected& expected, Findings& findings)
 {
     CheckEntries(package, findings);
-    CheckUpdater(package, expected.panel, findings);
+    if (expected.hasUpdater) {
+        CheckUpdater(package, expected.panel, findings);
+    }
     if (findings.HasErrorAt(archive::kDescriptionName)) {
         return; // it does not even arrive
     }

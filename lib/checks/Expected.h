@@ -41,6 +41,7 @@ public:
 struct Expected {
     format::PanelModel panel;  ///< that it is for
     std::string name;          ///< the package's own, by its manifest; empty when not known
+    bool hasUpdater = true;    ///< false: the package gets its updater later
     IShells* shells = nullptr; ///< null: scripts are not read by a shell
 };
 

@@ -23,8 +23,8 @@ namespace
 
 namespace fs = std::filesystem;
 
-/// The last part of a path, by '/' only.
-std::string LastPart(std::string path)
+/// The name of a file or folder, by '/' only.
+std::string NameOf(std::string path)
 {
     while (path.size() > 1 && path.back() == '/') {
         path.pop_back();
@@ -90,7 +90,7 @@ bool EndsInVersion(const std::string& name, const std::string& version)
 
 void CheckPackageName(const std::string& path, bool isArchive, Findings& findings)
 {
-    const std::string name = LastPart(path);
+    const std::string name = NameOf(path);
     const auto add = [&findings](RuleId rule, const std::string& what) {
         findings.Add(rule, Location::Whole(), what);
     };
@@ -140,7 +140,7 @@ void CheckRecordName(const std::string& record, const std::string& version, cons
 void CheckNeighbours(const std::string& path, Findings& findings)
 {
     constexpr int kMostNames = 100000;
-    const std::string name = LastPart(path);
+    const std::string name = NameOf(path);
     const fs::path folder = fs::path(path).parent_path();
     std::error_code error;
     std::set<std::string> others; // told in the same order wherever the package lies

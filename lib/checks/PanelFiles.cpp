@@ -14,11 +14,6 @@ namespace kx::checks
 namespace
 {
 
-std::string LastPart(const std::string& path)
-{
-    return path.substr(path.rfind('/') + 1);
-}
-
 /// "/bin/x" and "/usr/bin/x" are one file on a panel whose /bin leads to /usr/bin.
 std::string OtherPath(const std::string& path)
 {
@@ -46,7 +41,7 @@ PanelFiles::PanelFiles(const format::PanelModel& model)
     if (model.interpreters.has_value()) {
         m_knowsLoaders =
             std::any_of(model.interpreters->begin(), model.interpreters->end(),
-                        [](const std::string& path) { return IsLoaderName(LastPart(path)); });
+                        [](const std::string& path) { return IsLoaderName(io::LastPart(path)); });
     }
     if (!model.root.empty()) {
         m_root.emplace(model.root);
@@ -62,7 +57,7 @@ PanelFiles::PanelFiles(const format::PanelModel& model)
 void PanelFiles::AddBrought(const std::string& target)
 {
     m_brought.insert(target);
-    m_broughtNames.insert(LastPart(target));
+    m_broughtNames.insert(io::LastPart(target));
 }
 
 bool PanelFiles::IsListed(const std::string& path) const
@@ -100,7 +95,7 @@ bool PanelFiles::HasLoader(const std::string& path) const
 
 bool PanelFiles::HasLibrary(const std::string& name, const std::vector<std::string>& folders) const
 {
-    const std::string last = LastPart(name);
+    const std::string last = io::LastPart(name);
     if (!m_knowsLibraries || IsLoaderName(last) || m_libraries.count(last) != 0 ||
         m_broughtNames.count(last) != 0) {
         return true;

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "checks/ScriptChecks.h"
 
-#include "io/Text.h"
+#include "io/Path.h"
 #include "osa/OSA.h"
 
 #include <algorithm>
@@ -30,11 +30,6 @@ std::string TakeWord(std::string_view& line)
     const std::string word(line.substr(0, end));
     line.remove_prefix(end);
     return word;
-}
-
-std::string LastPart(const std::string& path)
-{
-    return path.substr(path.rfind('/') + 1);
 }
 
 void CheckFirstLine(std::string_view line, const Location& place, Severity failure,
@@ -74,7 +69,7 @@ ScriptHead HeadOf(const std::string& script)
     if (head.interpreter.empty() || head.interpreter.front() != '/') {
         return {};
     }
-    if (LastPart(head.interpreter) == "env") {
+    if (io::LastPart(head.interpreter) == "env") {
         head.command = TakeWord(line);
         if (head.command == "-S") {
             head.command = TakeWord(line);
@@ -95,7 +90,7 @@ bool BeginsLikeScript(const std::string& head)
 std::string ShellFor(const std::string& script, const std::string& panelShell)
 {
     const ScriptHead head = HeadOf(script);
-    const std::string name = LastPart(head.command.empty() ? head.interpreter : head.command);
+    const std::string name = io::LastPart(head.command.empty() ? head.interpreter : head.command);
     if (name == "sh") {
         return panelShell.empty() ? name : panelShell;
     }

@@ -247,15 +247,24 @@ std::optional<std::string> TomlTable::OptionalDate(const char* key) const
     return text.data();
 }
 
-void TomlTable::RefuseOtherKeysThan(const std::vector<std::string>& known) const
+std::vector<io::Error> TomlTable::OtherKeysThan(const std::vector<std::string>& known) const
 {
+    std::vector<io::Error> others;
     for (const std::string& key : KeysAsWritten(m_table)) {
         if (std::find(known.begin(), known.end(), key) == known.end()) {
             const auto place = m_table.find(key)->first.source().begin;
-            throw io::Error(io::ExitCode::kProblems, WhereOf(m_file, place),
-                            QuotedKey(m_name, key) + " is not known here",
-                            io::NearestRemedy(key, known));
+            others.emplace_back(io::ExitCode::kProblems, WhereOf(m_file, place),
+                                QuotedKey(m_name, key) + " is not known here",
+                                io::NearestRemedy(key, known));
         }
+    }
+    return others;
+}
+
+void TomlTable::RefuseOtherKeysThan(const std::vector<std::string>& known) const
+{
+    if (const std::vector<io::Error> others = OtherKeysThan(known); !others.empty()) {
+        throw io::Errors(others);
     }
 }
 

@@ -56,7 +56,11 @@ public:
     /// Returns a date as "2026/11/21", from a text as it stands or a TOML date.
     [[nodiscard]] std::optional<std::string> OptionalDate(const char* key) const;
 
+    /// Returns an error for every key that is not among the known ones.
+    [[nodiscard]] std::vector<io::Error> OtherKeysThan(const std::vector<std::string>& known) const;
+
     /// Refuses every key that is not among the known ones.
+    /// @throws Errors
     void RefuseOtherKeysThan(const std::vector<std::string>& known) const;
 
     [[nodiscard]] bool Has(const char* key) const { return m_table.contains(key); }

@@ -146,7 +146,7 @@ END
 
 @test "the source of a package in place of the package is told what to do" {
     demo pkg
-    for command in check show plan; do
+    for command in show plan; do
         kx "$command" pkg
         expect 2 '' $'kx-package: pkg: is the source of a package; build it first: kx-package build pkg\n'
     done

@@ -136,11 +136,12 @@ def taken_by_reader(tool, name, text):
         (path / "f").write_text("#!/bin/sh\n", encoding="utf-8")
         (path / name).write_text(text, encoding="utf-8")
         if name == "panel.toml":
-            (path / "package.toml").write_text(IDENTITY + "panel = 'panel.toml'\n",
+            identity = IDENTITY.replace("x86_64", "arm") if "'arm" in text else IDENTITY
+            (path / "package.toml").write_text(identity + "panel = 'panel.toml'\n",
                                                encoding="utf-8")
         done = subprocess.run([tool, "build", folder, "-o", f"{folder}/m.kx-update", "--updater",
                                "/usr/bin/true"], capture_output=True, text=True, check=False)
-        return not re.search(r"(panel|package)\.toml:?\d*:?\d*: ", done.stderr), done.stderr
+        return not re.search(r"^kx-package: .*(panel|package)\.toml", done.stderr, re.M), done.stderr
 
 
 def main():

@@ -27,7 +27,7 @@ struct NewPanelOptions {
 };
 
 /// Returns a text as TOML writes it.
-std::string Quoted(const std::string& text)
+std::string TomlText(const std::string& text)
 {
     std::string quoted = "\"";
     for (const char c : io::Printable(text)) {
@@ -37,13 +37,13 @@ std::string Quoted(const std::string& text)
 }
 
 /// Returns texts as a TOML array, several to a line.
-std::string ListOf(const std::vector<std::string>& texts)
+std::string TomlList(const std::vector<std::string>& texts)
 {
     constexpr std::size_t kLongestLine = 90;
     std::string list = "[";
     std::size_t begin = 0; // of the last line
     for (const std::string& text : texts) {
-        const std::string word = Quoted(text) + (&text == &texts.back() ? "" : ",");
+        const std::string word = TomlText(text) + (&text == &texts.back() ? "" : ",");
         if (list.size() - begin + word.size() > kLongestLine) {
             begin = list.size();
             list += "\n  ";
@@ -54,23 +54,23 @@ std::string ListOf(const std::vector<std::string>& texts)
 }
 
 /// Returns a line of the file: what is known, or what may be written there.
-std::string LineOf(const std::string& key, const std::string& known, const std::string& example)
+std::string PanelLine(const std::string& key, const std::string& known, const std::string& example)
 {
     return known.empty() ? "#" + key + " = " + example + "\n" : key + " = " + known + "\n";
 }
 
-std::string LineOf(const std::string& key, const std::vector<std::string>& known,
-                   const std::string& example)
+std::string PanelLine(const std::string& key, const std::vector<std::string>& known,
+                      const std::string& example)
 {
-    return LineOf(key, known.empty() ? std::string() : ListOf(known), example);
+    return PanelLine(key, known.empty() ? std::string() : TomlList(known), example);
 }
 
-std::string QuotedOr(const std::string& known)
+std::string TomlTextOr(const std::string& known)
 {
-    return known.empty() ? known : Quoted(known);
+    return known.empty() ? known : TomlText(known);
 }
 
-constexpr const char* kHead =
+constexpr const char* kPanelHead =
     R"(# What a model of panel is: "kx-package check --panel FILE", and build, plan and try, judge packages
 # by it; a manifest names it by panel = "FILE". Everything may be left out, and what is left out is
 # not judged. A list that is there is complete.
@@ -85,32 +85,32 @@ format = 1                    # of this file
 # or soft (armel).
 )";
 
-constexpr const char* kSoftware = R"(
+constexpr const char* kPanelSoftware = R"(
 # The version of the GNU C library ("ldd --version" shows it).
 )";
 
-constexpr const char* kRoot = R"(
+constexpr const char* kPanelRoot = R"(
 # A folder with a copy of the panel's files, from this file's folder on: libraries and interpreters
 # are looked for there, too, and "plan" begins with it.
 )";
 
-constexpr const char* kLibraries = R"(
+constexpr const char* kPanelLibraries = R"(
 # The names of all shared libraries, as programs ask for them.
 )";
 
-constexpr const char* kInterpreters = R"(
+constexpr const char* kPanelInterpreters = R"(
 # The full paths of all interpreters that scripts name behind #!, and of the programs' loader.
 )";
 
-constexpr const char* kShell = R"(
+constexpr const char* kPanelShell = R"(
 # The program that /bin/sh is: bash, busybox or dash.
 )";
 
-constexpr const char* kUsers = R"(
+constexpr const char* kPanelUsers = R"(
 # The users whose passwords a package can change.
 )";
 
-constexpr const char* kRest = R"(
+constexpr const char* kPanelRest = R"(
 # Where a package should write nothing.
 #protected = ["/boot", "/usr/bin/kxsystem"]
 
@@ -137,16 +137,16 @@ std::string PanelText(const NewPanelOptions& options)
     const std::string abi = found.floatAbi == format::FloatAbi::kHard   ? "hard"
                             : found.floatAbi == format::FloatAbi::kSoft ? "soft"
                                                                         : "";
-    return kHead + LineOf("processor", QuotedOr(processor), "\"arm\"") +
-           LineOf("float-abi", QuotedOr(abi), "\"hard\"") + kSoftware +
-           LineOf("c-library", QuotedOr(found.cLibrary), "\"2.31\"") + kRoot +
-           LineOf("root", std::string(), "\"panel-root\"") + kLibraries +
-           LineOf("libraries", found.libraries, "[\"libc.so.6\", \"libQt5Widgets.so.5\"]") +
-           kInterpreters +
-           LineOf("interpreters", found.interpreters,
-                  "[\"/bin/sh\", \"/usr/bin/python3\", \"/lib/ld-linux-armhf.so.3\"]") +
-           kShell + LineOf("shell", QuotedOr(found.shell), "\"dash\"") + kUsers +
-           LineOf("users", found.users, "[\"root\", \"user\"]") + kRest;
+    return kPanelHead + PanelLine("processor", TomlTextOr(processor), "\"arm\"") +
+           PanelLine("float-abi", TomlTextOr(abi), "\"hard\"") + kPanelSoftware +
+           PanelLine("c-library", TomlTextOr(found.cLibrary), "\"2.31\"") + kPanelRoot +
+           PanelLine("root", std::string(), "\"panel-root\"") + kPanelLibraries +
+           PanelLine("libraries", found.libraries, "[\"libc.so.6\", \"libQt5Widgets.so.5\"]") +
+           kPanelInterpreters +
+           PanelLine("interpreters", found.interpreters,
+                     "[\"/bin/sh\", \"/usr/bin/python3\", \"/lib/ld-linux-armhf.so.3\"]") +
+           kPanelShell + PanelLine("shell", TomlTextOr(found.shell), "\"dash\"") + kPanelUsers +
+           PanelLine("users", found.users, "[\"root\", \"user\"]") + kPanelRest;
 }
 
 io::ExitCode MakeNewPanel(const NewPanelOptions& options, const Output& output)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "compose/Layout.h"
 
+#include "format/Program.h"
 #include "io/Text.h"
 #include "io/Utf8.h"
 #include "io/WholeFile.h"
@@ -60,13 +61,18 @@ bool IsProgram(const std::string& mode)
     return std::any_of(mode.end() - 3, mode.end(), [](char digit) { return (digit - '0') & 1; });
 }
 
-/// Tells whether a file begins like something to run.
+/// Tells whether a file is something to run: a script, or a program and no library.
 bool LooksExecutable(const std::string& path)
 {
     constexpr std::size_t kMarkSize = 4;
     const std::string head = io::ReadFileHead(path, kMarkSize, "read");
-    return head.substr(0, 2) == "#!" || head == "\x7f"
-                                                "ELF";
+    if (head != "\x7f"
+                "ELF") {
+        return head.substr(0, 2) == "#!";
+    }
+    const std::optional<format::Program> program =
+        format::ReadProgram(io::ReadFileHead(path, format::kLargestProgram, "read"));
+    return !program.has_value() || program->kind == format::Program::Kind::kStarted;
 }
 
 std::string NumberPath(std::size_t step, std::size_t item)
@@ -77,9 +83,10 @@ std::string NumberPath(std::size_t step, std::size_t item)
 class Builder
 {
 public:
-    Builder(const Manifest& manifest, const std::string& output)
-        : m_manifest(manifest), m_output(output)
+    Builder(const Manifest& manifest, const std::string& output, Mistakes& mistakes)
+        : m_manifest(manifest), m_output(output), m_mistakes(mistakes)
     {
+        m_layout.origins.resize(manifest.steps.size());
     }
 
     Layout Build()
@@ -87,10 +94,10 @@ public:
         std::vector<std::vector<CopyItem>> items(m_manifest.steps.size());
         for (std::size_t i = 0; i < m_manifest.steps.size(); ++i) {
             for (const ManifestFiles& files : m_manifest.steps[i].files) {
-                AddFiles(files, i, items[i]);
+                Add([&] { AddFiles(files, i, items[i]); }, items[i], m_layout.origins[i]);
             }
             for (const ManifestFolder& folder : m_manifest.steps[i].folders) {
-                AddFolder(folder, i, items[i]);
+                Add([&] { AddFolder(folder, i, items[i]); }, items[i], m_layout.origins[i]);
             }
         }
         m_layout.model = MakeModel(m_manifest, items);
@@ -98,6 +105,19 @@ public:
     }
 
 private:
+    /// Adds an item of the manifest whole or not at all.
+    template <class Work>
+    void Add(Work work, std::vector<CopyItem>& items, std::vector<ItemOrigin>& origins)
+    {
+        const std::size_t count = items.size();
+        const std::size_t payload = m_layout.payload.size();
+        if (!m_mistakes.Try(work)) {
+            items.resize(count);
+            origins.resize(count);
+            m_layout.payload.resize(payload);
+        }
+    }
+
     /// Finds what a pattern or path stands for; names are below the fixed part of it.
     [[nodiscard]] std::vector<FoundFile> Find(const ManifestFiles& files) const
     {
@@ -156,6 +176,7 @@ private:
                                         std::nullopt, false, IsProgram(files.mode)});
             items.push_back({below + file.name,
                              isIntoFolder ? files.target + file.name : files.target, files.mode});
+            m_layout.origins[step].push_back({files.where, files.targetWhere, files.modeWhere});
         }
     }
 
@@ -170,7 +191,9 @@ private:
         const std::vector<FoundFile> found = ListTree(folder, FilterWithout(item.exclude));
         RefuseIdlePatterns(item, found);
         AddTree(item, found, number);
+        TellIdleExcludes(item, folder);
         items.push_back({item.source, TrimmedTarget(item.target), ""});
+        m_layout.origins[step].push_back({item.where, item.targetWhere, item.where});
     }
 
     void AddTree(const ManifestFolder& item, const std::vector<FoundFile>& found,
@@ -190,9 +213,9 @@ private:
             }
             const bool isProgram = FitsAny(item.executable, file.name);
             if (!isProgram && LooksExecutable(file.path)) {
-                m_layout.remarks.push_back(item.where + ": " + file.name +
-                                           " looks like a program, but no pattern of 'executable' "
-                                           "matches it; it will not be executable");
+                m_layout.remarks.push_back(
+                    {item.where, file.name + " looks like a program, but no pattern of "
+                                             "'executable' matches it; it will not be executable"});
             }
             m_layout.payload.push_back(
                 {number + file.name, file.path, std::nullopt, false, isProgram});
@@ -242,6 +265,16 @@ private:
         }
     }
 
+    /// So is one for what stays out; but it may be there for files that come and go.
+    void TellIdleExcludes(const ManifestFolder& item, const std::string& folder)
+    {
+        for (const std::string& pattern : IdlePatterns(folder, item.exclude)) {
+            m_layout.remarks.push_back(
+                {item.excludeWhere,
+                 "nothing in '" + item.source + "' matches '" + pattern + "' of 'exclude'"});
+        }
+    }
+
     /// The panel's record holds a folder's name as it is given, so one form is kept.
     static std::string TrimmedTarget(std::string target)
     {
@@ -253,14 +286,23 @@ private:
 
     const Manifest& m_manifest;
     const std::string& m_output;
+    Mistakes& m_mistakes;
     Layout m_layout;
 };
 
 } // namespace
 
+Layout MakeLayout(const Manifest& manifest, const std::string& output, Mistakes& mistakes)
+{
+    return Builder(manifest, output, mistakes).Build();
+}
+
 Layout MakeLayout(const Manifest& manifest, const std::string& output)
 {
-    return Builder(manifest, output).Build();
+    Mistakes mistakes;
+    Layout layout = MakeLayout(manifest, output, mistakes);
+    mistakes.ThrowAny();
+    return layout;
 }
 
 } // namespace kx::tool

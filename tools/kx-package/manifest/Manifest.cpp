@@ -80,25 +80,59 @@ std::string ReadName(const format::TomlTable& table, const std::string& folder)
     return path;
 }
 
-void ReadIdentity(const format::TomlTable& table, Manifest& manifest)
+/// The file that describes the panel; empty when none is named.
+std::string ReadPanelPath(const format::TomlTable& table, const std::string& folder)
 {
-    table.RefuseOtherKeysThan({"name", "title", "version", "comment", "model", "os-version", "date",
-                               "processor", "panel"});
-    manifest.title = table.Text("title", "add it; the panel shows it");
-    manifest.version = table.Text("version", "add it; the panel shows it");
-    manifest.comment = table.OptionalText("comment").value_or("");
-    manifest.model = table.Text("model", "name the panel's model");
-    manifest.osVersion = table.Text("os-version", "name the version of the panel's system");
-    manifest.date = ReadDate(table);
-    manifest.processor = ReadProcessor(table);
-    manifest.floatAbi = format::FloatAbiOfWord(table.OptionalText("processor").value_or(""));
-    if (const std::optional<std::string> panel = table.OptionalText("panel")) {
-        if (panel->empty()) {
-            throw table.Wrong("panel", "is empty", "name the file that describes the panel");
-        }
-        manifest.panel = PathFrom(manifest.folder, *panel);
+    const std::optional<std::string> panel = table.OptionalText("panel");
+    if (panel.has_value() && panel->empty()) {
+        throw table.Wrong("panel", "is empty", "name the file that describes the panel");
     }
-    manifest.name = ReadName(table, manifest.folder);
+    return panel.has_value() ? PathFrom(folder, *panel) : std::string();
+}
+
+void ReadIdentity(const format::TomlTable& table, Manifest& manifest, Mistakes& mistakes)
+{
+    const std::vector<std::string> keys = {"name",       "title", "version",   "comment", "model",
+                                           "os-version", "date",  "processor", "panel"};
+    mistakes.Try([&] { table.RefuseOtherKeysThan(keys); });
+    for (const std::string& key : keys) {
+        manifest.where[key] = table.Where(key.c_str());
+    }
+    const auto read = [&](std::string& text, const char* key, const char* remedy) {
+        mistakes.Try([&] { text = table.Text(key, remedy); });
+    };
+    read(manifest.title, "title", "add it; the panel shows it");
+    read(manifest.version, "version", "add it; the panel shows it");
+    mistakes.Try([&] { manifest.comment = table.OptionalText("comment").value_or(""); });
+    read(manifest.model, "model", "name the panel's model");
+    read(manifest.osVersion, "os-version", "name the version of the panel's system");
+    mistakes.Try([&] { manifest.date = ReadDate(table); });
+    mistakes.Try([&] {
+        manifest.processor = ReadProcessor(table);
+        manifest.floatAbi = format::FloatAbiOfWord(table.OptionalText("processor").value_or(""));
+    });
+    mistakes.Try([&] { manifest.panel = ReadPanelPath(table, manifest.folder); });
+    mistakes.Try([&] { manifest.name = ReadName(table, manifest.folder); });
+}
+
+void ReadDocument(const format::TomlTable& root, Manifest& manifest, Mistakes& mistakes)
+{
+    mistakes.Try([&] { root.RefuseOtherKeysThan({"package", "steps"}); });
+    mistakes.Try([&] {
+        const toml::table* const identity = root.Table("package");
+        if (identity == nullptr) {
+            throw io::Error(io::ExitCode::kProblems, manifest.path, "there is no [package]",
+                            "begin with [package] and its title");
+        }
+        ReadIdentity(format::TomlTable(*identity, manifest.path, "package"), manifest, mistakes);
+    });
+    mistakes.Try([&] {
+        for (const format::TomlTable& step : root.Tables("steps")) {
+            if (std::optional<ManifestStep> read = ReadStep(step, manifest.folder, mistakes)) {
+                manifest.steps.push_back(*std::move(read));
+            }
+        }
+    });
 }
 
 } // namespace
@@ -126,26 +160,25 @@ void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std:
     }
 }
 
-Manifest ReadManifest(const std::string& path)
+Manifest ReadManifest(const std::string& path, Mistakes& mistakes)
 {
     Manifest manifest;
     manifest.path = FindManifest(path);
     const fs::path folder = fs::path(manifest.path).parent_path();
     manifest.folder = folder.empty() ? "." : folder.string();
-    const toml::table document =
-        format::ParseToml(io::ReadWholeFile(manifest.path, kLargestManifest), manifest.path);
+    const std::string text = io::ReadWholeFile(manifest.path, kLargestManifest);
+    mistakes.Try([&] {
+        const toml::table document = format::ParseToml(text, manifest.path);
+        ReadDocument(format::TomlTable(document, manifest.path, ""), manifest, mistakes);
+    });
+    return manifest;
+}
 
-    const format::TomlTable root(document, manifest.path, "");
-    root.RefuseOtherKeysThan({"package", "steps"});
-    const toml::table* const identity = root.Table("package");
-    if (identity == nullptr) {
-        throw io::Error(io::ExitCode::kProblems, manifest.path, "there is no [package]",
-                        "begin with [package] and its title");
-    }
-    ReadIdentity(format::TomlTable(*identity, manifest.path, "package"), manifest);
-    for (const format::TomlTable& step : root.Tables("steps")) {
-        manifest.steps.push_back(ReadStep(step, manifest.folder));
-    }
+Manifest ReadManifest(const std::string& path)
+{
+    Mistakes mistakes;
+    Manifest manifest = ReadManifest(path, mistakes);
+    mistakes.ThrowAny();
     return manifest;
 }
 

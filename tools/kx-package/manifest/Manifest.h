@@ -6,7 +6,9 @@
 #include "format/Kinds.h"
 #include "format/Processor.h"
 #include "io/Error.h"
+#include "manifest/Mistakes.h"
 
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,7 +24,10 @@ struct ManifestFiles {
     std::string source; ///< path or pattern below the manifest's folder, or an absolute one
     std::string target; ///< file on the panel, or folder when it ends in '/'
     std::string mode;   ///< three or four octal digits
-    std::string where;  ///< file, line and column of `source`
+    // File, line and column of these three.
+    std::string where;
+    std::string targetWhere;
+    std::string modeWhere;
 };
 
 /// A folder whose contents are to be copied.
@@ -31,7 +36,9 @@ struct ManifestFolder {
     std::string target;
     std::vector<std::string> exclude;    ///< patterns of what stays out, below the folder
     std::vector<std::string> executable; ///< patterns of files that are programs
-    std::string where;
+    std::string where;                   ///< file, line and column of `source`
+    std::string targetWhere;
+    std::string excludeWhere;
 };
 
 /// One hardware setting.
@@ -39,6 +46,8 @@ struct ManifestSetting {
     const format::SettingKind* kind = nullptr;
     bool isUsed = true;
     std::vector<std::pair<std::string, std::string>> values; ///< as written
+    std::string where;                                       ///< file, line and column of `kind`
+    std::vector<std::string> valuesWhere;                    ///< of the values, in their order
 };
 
 /// One step; which members are used depends on its kind.
@@ -52,6 +61,9 @@ struct ManifestStep {
     std::string install;   ///< text of the script
     std::string uninstall; ///< text of its counterpart
     std::vector<ManifestSetting> settings;
+    std::string where; ///< file, line and column
+    std::string installWhere;
+    std::string uninstallWhere;
 };
 
 /// What an author wrote about a package. Texts are UTF-8 without zero characters; those that were
@@ -70,12 +82,19 @@ struct Manifest {
     format::FloatAbi floatAbi = format::FloatAbi::kUnknown; ///< as the word for the processor says
     std::string panel; ///< path of the panel's description; empty when none is named
     std::vector<ManifestStep> steps;
+    std::map<std::string, std::string> where; ///< file, line and column of the identity's keys
 };
 
 /// Reads a manifest.
 /// @param path  the manifest, or the folder in which it lies as kManifestName
-/// @throws Error for the first thing that is wrong, with its place and what to do
+/// @throws Errors for all that is wrong, each with its place and what to do
 [[nodiscard]] Manifest ReadManifest(const std::string& path);
+
+/// Reads a manifest as far as that is possible.
+/// @param mistakes  gets all that is wrong. Steps and items with a mistake are left out; the
+///                  processor is null when it has one
+/// @throws Error when the file cannot be read
+[[nodiscard]] Manifest ReadManifest(const std::string& path, Mistakes& mistakes);
 
 /// Refuses a name for a package's file that the panel would not take well.
 /// @param name  without the extension

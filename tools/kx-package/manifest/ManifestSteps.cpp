@@ -72,14 +72,20 @@ ManifestFiles ReadFiles(const format::TomlTable& table)
 {
     table.RefuseOtherKeysThan({"source", "target", "mode"});
     const std::string remedy = "name a file, or files by a pattern like \"bin/*\"";
-    return {ReadSource(table, remedy), ReadTarget(table), ReadMode(table), table.Where("source")};
+    return {ReadSource(table, remedy), ReadTarget(table),     ReadMode(table),
+            table.Where("source"),     table.Where("target"), table.Where("mode")};
 }
 
 ManifestFolder ReadFolder(const format::TomlTable& table)
 {
     table.RefuseOtherKeysThan({"source", "target", "exclude", "executable"});
-    return {ReadSource(table, "name the folder"), ReadTarget(table), table.Texts("exclude"),
-            table.Texts("executable"), table.Where("source")};
+    return {ReadSource(table, "name the folder"),
+            ReadTarget(table),
+            table.Texts("exclude"),
+            table.Texts("executable"),
+            table.Where("source"),
+            table.Where("target"),
+            table.Where("exclude")};
 }
 
 /// Reads a script from the file that a key names.
@@ -116,8 +122,17 @@ std::optional<std::string> ReadScript(const format::TomlTable& table, const char
     return text.has_value() ? std::optional(Replace_CRLF_to_LF(*text)) : std::nullopt;
 }
 
+/// Where a script stands that is given as a text or as the name of a file.
+std::string WhereOfScript(const format::TomlTable& table, const char* key)
+{
+    const std::string fileKey = std::string(key) + "-file";
+    return table.Where(table.Has(key) ? key : fileKey.c_str());
+}
+
 void ReadScripts(const format::TomlTable& table, const std::string& folder, ManifestStep& step)
 {
+    step.installWhere = WhereOfScript(table, "install");
+    step.uninstallWhere = WhereOfScript(table, "uninstall");
     std::optional<std::string> install = ReadScript(table, "install", folder);
     if (!install.has_value()) {
         throw io::Error(io::ExitCode::kProblems, table.Where(),
@@ -140,11 +155,13 @@ ManifestSetting ReadSetting(const format::TomlTable& table, const std::string& f
         keys.insert(keys.end(), {"script", "script-file"});
     }
     table.RefuseOtherKeysThan(keys);
+    setting.where = table.Where("kind");
     setting.isUsed = table.Flag("used", true);
     if (const toml::table* const values = table.Table("values")) {
         const format::TomlTable named(*values, table.File(), table.Name() + ".values");
         for (const std::string& key : named.Keys()) {
             setting.values.emplace_back(key, named.Text(key.c_str(), ""));
+            setting.valuesWhere.push_back(named.Where(key.c_str()));
         }
     }
     if (!isAutoStart) {
@@ -159,6 +176,7 @@ ManifestSetting ReadSetting(const format::TomlTable& table, const std::string& f
                               "keep one of them");
         }
         setting.values.emplace_back(format::kCustomScriptItem, *std::move(script));
+        setting.valuesWhere.push_back(WhereOfScript(table, "script"));
     }
     return setting;
 }
@@ -173,6 +191,16 @@ Things NotEmpty(const format::TomlTable& table, const char* key, Things things)
                         std::string("add [[steps.") + key + "]] below it");
     }
     return things;
+}
+
+/// Reads the items of a step, all but those with a mistake.
+template <class Item, class Read>
+void ReadItems(const format::TomlTable& table, const char* key, std::vector<Item>& items,
+               Mistakes& mistakes, Read read)
+{
+    for (const format::TomlTable& item : NotEmpty(table, key, table.Tables(key))) {
+        mistakes.Try([&] { items.push_back(read(item)); });
+    }
 }
 
 /// Returns the keys that a step of the kind may have.
@@ -198,31 +226,33 @@ std::string PathFrom(const std::string& folder, const std::string& named)
     return !named.empty() && named[0] == '/' ? named : folder + "/" + named;
 }
 
-ManifestStep ReadStep(const format::TomlTable& table, const std::string& folder)
+std::optional<ManifestStep> ReadStep(const format::TomlTable& table, const std::string& folder,
+                                     Mistakes& mistakes)
 {
     ManifestStep step;
-    step.kind = ReadKind(table, format::StepKinds());
-    table.RefuseOtherKeysThan(KeysOf(*step.kind));
-    step.comment = table.OptionalText("comment").value_or("");
-    step.canSkip = table.Flag("skip", false);
-    step.isRecorded = table.Flag("record", true);
-    if (step.kind == &format::kCopyFilesKind) {
-        for (const format::TomlTable& files : NotEmpty(table, "files", table.Tables("files"))) {
-            step.files.push_back(ReadFiles(files));
-        }
-    } else if (step.kind == &format::kCopyFolderKind) {
-        for (const format::TomlTable& item : NotEmpty(table, "folders", table.Tables("folders"))) {
-            step.folders.push_back(ReadFolder(item));
-        }
-    } else if (step.kind == &format::kScriptKind) {
-        ReadScripts(table, folder, step);
-    } else {
-        for (const format::TomlTable& setting :
-             NotEmpty(table, "settings", table.Tables("settings"))) {
-            step.settings.push_back(ReadSetting(setting, folder));
-        }
+    step.where = table.Where();
+    if (!mistakes.Try([&] { step.kind = ReadKind(table, format::StepKinds()); })) {
+        return {};
     }
-    return step;
+    mistakes.Try([&] { table.RefuseOtherKeysThan(KeysOf(*step.kind)); });
+    mistakes.Try([&] { step.comment = table.OptionalText("comment").value_or(""); });
+    mistakes.Try([&] { step.canSkip = table.Flag("skip", false); });
+    mistakes.Try([&] { step.isRecorded = table.Flag("record", true); });
+    const bool isWhole = mistakes.Try([&] {
+        if (step.kind == &format::kCopyFilesKind) {
+            ReadItems(table, "files", step.files, mistakes, ReadFiles);
+        } else if (step.kind == &format::kCopyFolderKind) {
+            ReadItems(table, "folders", step.folders, mistakes, ReadFolder);
+        } else if (step.kind == &format::kScriptKind) {
+            ReadScripts(table, folder, step);
+        } else {
+            ReadItems(table, "settings", step.settings, mistakes,
+                      [&](const format::TomlTable& item) { return ReadSetting(item, folder); });
+        }
+    });
+    const bool isEmpty = step.files.empty() && step.folders.empty() && step.settings.empty();
+    return !isWhole || (isEmpty && step.kind != &format::kScriptKind) ? std::nullopt
+                                                                      : std::optional(step);
 }
 
 } // namespace kx::tool

@@ -9,9 +9,11 @@ namespace kx::tool
 {
 
 /// Reads one step of a manifest.
-/// @param folder  the manifest's folder, for scripts in files of their own
-/// @throws Error for the first thing that is wrong
-[[nodiscard]] ManifestStep ReadStep(const format::TomlTable& table, const std::string& folder);
+/// @param folder    the manifest's folder, for scripts in files of their own
+/// @param mistakes  gets all that is wrong; items with a mistake are left out
+/// @return nothing when there is nothing left of the step
+[[nodiscard]] std::optional<ManifestStep> ReadStep(const format::TomlTable& table,
+                                                   const std::string& folder, Mistakes& mistakes);
 
 /// Returns the path by which a file that a manifest names is opened.
 [[nodiscard]] std::string PathFrom(const std::string& folder, const std::string& named);
