@@ -9,7 +9,7 @@ load package
 
 # found: "severity id file:line:column", one a line, of the JSON in out.
 found() {
-    jq -r '.findings[] | "\(.severity) \(.id) \(.place.file):\(.place.line):\(.place.column)"' "${1:-out}"
+    jq -r '.findings[] | "\(.severity) \(.id) \(.place.file):\(.place.line):\(.place.column)"' out
 }
 
 # line TEXT: where the text stands in pkg/package.toml, "line".

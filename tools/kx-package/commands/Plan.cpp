@@ -26,6 +26,7 @@ using Process = rehearsal::PlannedCommand::Process;
 
 struct PlanOptions {
     std::string package;
+    std::string panel;
     rehearsal::Circumstances where;
 };
 
@@ -130,7 +131,12 @@ void WriteText(const Output& output, const rehearsal::Plan& plan)
 io::ExitCode RunPlan(const PlanOptions& options, const Output& output)
 {
     const std::unique_ptr<archive::Package> package = archive::OpenPackage(options.package);
-    const rehearsal::Plan plan = rehearsal::Rehearse(*package, options.where);
+    rehearsal::Circumstances where = options.where;
+    if (!options.panel.empty()) {
+        const format::PanelModel panel = format::ReadPanelFile(options.panel);
+        where.root = where.root.empty() ? panel.root : where.root;
+    }
+    const rehearsal::Plan plan = rehearsal::Rehearse(*package, where);
     if (output.isJson) {
         WriteJson(output, JsonOf(plan));
     } else {
@@ -163,6 +169,11 @@ void AddPlan(CLI::App& program, Invocation& invocation)
                      "A folder with the files of a panel; without it, a fresh panel")
         ->type_name(kFolderValue)
         ->check(CLI::ExistingDirectory);
+    command
+        ->add_option("--panel", options->panel,
+                     "The description of the panel (see new-panel): the copy of its files that it "
+                     "names counts, unless --root names one")
+        ->type_name(kFileValue);
     command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer("Nothing is run and nothing is changed. Scripts, passwords and settings are "
                     "taken to succeed;\nwhat depends on what a script did before is marked.\n\n"
