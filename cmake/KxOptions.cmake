@@ -20,7 +20,9 @@ endif()
 
 if(KX_SANITIZE)
   target_compile_options(kx_options INTERFACE
-    -fsanitize=${KX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    -fsanitize=${KX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
+    # Here, because of two options that contradict each other the last one holds.
+    $<$<BOOL:$<TARGET_PROPERTY:KX_WATCHES_ONLY_MEMORY>>:-fno-sanitize=undefined>)
   target_link_options(kx_options INTERFACE -fsanitize=${KX_SANITIZE})
 endif()
 

@@ -22,7 +22,8 @@ file(MAKE_DIRECTORY "${KX_TEST_REPORTS}")
 # memory is watched.
 function(kx_compile_tests target)
   if(KX_SANITIZE)
-    target_compile_options(${target} PRIVATE -O0 -fno-sanitize=undefined)
+    target_compile_options(${target} PRIVATE -O0)
+    set_target_properties(${target} PROPERTIES KX_WATCHES_ONLY_MEMORY ON)
   endif()
 endfunction()
 
@@ -99,4 +100,13 @@ function(kx_add_bats_test name file timeout)
       "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
   set_tests_properties(${name} PROPERTIES TIMEOUT ${timeout}
     ENVIRONMENT "KX_BATS_REPORT=${KX_TEST_REPORTS}/${name}.xml;${KX_TEST_ENVIRONMENT};${ARGN}")
+endfunction()
+
+# kx_add_python_test(NAME MODULE PATH): a module of unittest of the folder, and where what it is about
+# is found.
+function(kx_add_python_test name module path)
+  add_test(NAME ${name}
+    COMMAND /usr/bin/python3 -B -m xmlrunner --output-file "${KX_TEST_REPORTS}/${name}.xml" ${module}
+    WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
+  set_tests_properties(${name} PROPERTIES TIMEOUT 120 ENVIRONMENT "PYTHONPATH=${path}")
 endfunction()

@@ -114,9 +114,10 @@ def problems_of(root, top, table, path):
 
 def literals_of(path):
     """The texts between quotes, as they stand in the source."""
-    code = re.sub(r"//.*", "", path.read_text(encoding="utf-8"))
-    includes = re.sub(r"(?m)^\s*#.*$", "", code)
-    return re.findall(r'"((?:[^"\\\n]|\\.)*)"', includes)
+    code = re.sub(r"(?m)^\s*#.*$", "", path.read_text(encoding="utf-8"))
+    # Two slashes between quotes begin no comment.
+    found = re.finditer(r'"((?:[^"\\\n]|\\.)*)"|//.*', code)
+    return [one[1] for one in found if one[1] is not None]
 
 
 def repeated_names(root, files):
@@ -210,4 +211,5 @@ def main():
     sys.exit(1 if problems else 0)
 
 
-main()
+if __name__ == "__main__":
+    main()

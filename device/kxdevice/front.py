@@ -222,6 +222,7 @@ class Front:
                     return NO_SANDBOX
                 self._tell(stop="signal")
                 deadline = time.monotonic() + GRACE
+                continue
             for message in self._next_messages(poll, left):
                 if "fail" in message:
                     raise SandboxError(message["fail"])

@@ -331,6 +331,8 @@ def main(order, standing, control):
             signal.signal(number, signal.SIG_IGN)
         linux.forget_command_line("kx-device")
         try:
+            if os.getpid() != 1:  # its end, and what it ends, would not be the panel's alone
+                raise SandboxError("the panel has no processes of its own")
             panel = panel_module.build(order.options, order.ids, standing, order.stand_in)
             # Nothing below the panel's own /usr may become part of this process from here on.
             sys.path[:] = []

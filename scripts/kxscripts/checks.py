@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import re
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -16,9 +17,11 @@ import tempfile
 from kxscripts import common, processes, reproducible
 from kxscripts.common import ROOT, Failed
 
-SHELLS = re.compile(rb"#!.*[/ ](bash|sh|dash|bats)\s*$")
+SHELLS = re.compile(rb"#!.*[/ ](bash|sh|dash|bats)(\s|$)|# shellcheck shell=")
 # Compiled files that nobody wrote, or that other checks are about.
 NOT_READ = ("mocs_compilation.cpp", "/headers/", "/qrc_")
+# Tests that are programs of their own, each with a main function or an answer of the system's.
+READ_ALONE = ("/tests/fuzz/", "/tests/bench/")
 # What clang-tidy does not look for. Reserved names take a tenth of its time: they are looked for in
 # the product. Files that are compiled together are read together, from a file in the build folder,
 # where the settings of tests/ do not reach: they follow here.
@@ -40,6 +43,60 @@ def check_format():
     run("clang-format", "--dry-run", "-Werror", *common.sources("*.cpp", "*.h"))
 
 
+def is_test(file):
+    """Tells whether a compiled file belongs to the tests, wherever the project lies."""
+    return "/tests/" in "/" + os.path.relpath(file, ROOT)
+
+
+def flags_of(entry):
+    """What a file of the compilation database is compiled with, without the file itself, and what
+    generated files it may include."""
+    words = shlex.split(entry["command"])[1:]
+    for option in ("-o", "-c"):
+        if option in words:
+            place = words.index(option)
+            del words[place:place + 2]
+    return ([word for word in words if "/autogen/" not in word],
+            [word for word in words if "/autogen/" in word])
+
+
+def sources_of(file):
+    """The sources that a file which compiles several of them includes; another file is its own."""
+    if not file.endswith(".cxx"):
+        return [file]
+    text = pathlib.Path(file).read_text(encoding="utf-8")
+    return re.findall(r'^#include "(/.*)"', text, flags=re.M)
+
+
+def read_together(entries, folder):
+    """The entries of the compilation database with the tests in few files instead of many: most of
+    the time goes into the headers, which all of them include. Each file that is made includes
+    sources that are compiled with the same options; what a target compiles alone clashes with its
+    neighbours, and is read with others of that kind."""
+    alike, others = {}, []
+    for entry in entries:
+        if not is_test(entry["file"]) or any(part in entry["file"]
+                                             for part in (*NOT_READ, *READ_ALONE)):
+            others.append(entry)
+            continue
+        flags, generated = flags_of(entry)
+        key = (tuple(sorted(flags)), "/Unity/" in entry["file"])
+        alike.setdefault(key, []).append((entry, flags, generated))
+    for number, members in enumerate(alike.values()):
+        if len(members) == 1:
+            others.append(members[0][0])
+            continue
+        made = folder / "tests" / f"{number}.cxx"
+        sources = dict.fromkeys(source for entry, _, _ in members
+                                for source in sources_of(entry["file"]))
+        made.write_text("".join(f"#undef main\n#define main main_{place}\n#include \"{source}\"\n"
+                                for place, source in enumerate(sources)), encoding="utf-8")
+        flags = [*members[0][1], *(word for _, _, generated in members for word in generated)]
+        others.append({"directory": members[0][0]["directory"], "file": str(made),
+                       "arguments": ["c++", *flags, "-Wno-shadow", "-c", str(made)]})
+    return others
+
+
 def read_by_tidy():
     """Makes the compilation database of what clang-tidy reads, and what the sources include of
     generated files. Returns the files, each once: one of several programs is read once."""
@@ -49,18 +106,21 @@ def read_by_tidy():
     generated = re.findall(r"^(?!.*CMakeFiles)([^/\n].*_autogen): phony$", targets, flags=re.M)
     if generated:
         common.build("tidy", *generated)
-    folder = ROOT / "build" / "tidy"
-    entries = json.loads((folder / "compile_commands.json").read_text(encoding="utf-8"))
+    folder = ROOT / "build" / "tidy" / "once"
+    (folder / "tests").mkdir(parents=True, exist_ok=True)
+    entries = json.loads((folder.parent / "compile_commands.json").read_text(encoding="utf-8"))
     once = {entry["file"]: entry for entry in reversed(entries)}
-    (folder / "once").mkdir(exist_ok=True)
-    (folder / "once" / "compile_commands.json").write_text(json.dumps(list(once.values())),
-                                                           encoding="utf-8")
-    return sorted(file for file in once if not any(part in file for part in NOT_READ))
+    once = {entry["file"]: entry for entry in read_together(once.values(), folder)}
+    (folder / "compile_commands.json").write_text(json.dumps(list(once.values())),
+                                                  encoding="utf-8")
+    # What takes long comes first, or it would be waited for in the end.
+    return sorted((file for file in once if not any(part in file for part in NOT_READ)),
+                  key=lambda file: (-len(sources_of(file)), file))
 
 
 def tidy_one(file):
     """Reads one file. Returns the exit status and the findings."""
-    less = OF_TESTS if "/tests/" in file else OF_PRODUCT
+    less = OF_TESTS if is_test(file) else OF_PRODUCT
     with tempfile.TemporaryFile() as output:
         status = processes.run(
             ["clang-tidy", "-p", "build/tidy/once", "--quiet",
@@ -87,7 +147,8 @@ def check_tidy():
             processes.stop_all()  # or the pool would first read all the others
             raise
     if bad:
-        raise Failed(f"clang-tidy refuses {bad} of {len(files)} files")
+        raise Failed(f"clang-tidy refuses {bad} of {len(files)} files; where names clash because "
+                     "tests are read together, give one of them another name")
 
 
 def check_layers():
@@ -125,9 +186,8 @@ def first_line(file):
 
 
 def check_shell():
-    """shellcheck finds nothing in the scripts of the shell and the bats tests."""
-    files = [file for file in common.sources()
-             if file == "scripts/lib.sh" or SHELLS.match(first_line(file))]
+    """shellcheck finds nothing in the scripts of the shell, the bats tests and what they load."""
+    files = [file for file in common.sources() if SHELLS.match(first_line(file))]
     if not files:
         raise Failed("no script of the shell")
     run("shellcheck", "-x", *files)
@@ -168,27 +228,27 @@ def chosen():
     return names
 
 
-def main():
-    """Runs the checks that are asked for, all of them to their end."""
-    names, failed = chosen(), []
-    try:
-        with processes.signals_end_the_script():
-            for name in names:
-                common.say(f"check {name}")
-                try:
-                    CHECKS[name]()
-                except (Failed, OSError, ValueError, subprocess.CalledProcessError) as failure:
-                    print(f"check {name}: {failure}", file=sys.stderr, flush=True)
-                    failed.append(name)
-    except processes.Interrupted as interrupted:
-        processes.stop_all()
-        print("scripts/check: interrupted", file=sys.stderr)
-        return 128 + interrupted.number
+def make(names):
+    """Makes the checks, all of them to their end. Returns the exit status."""
+    failed = []
+    for name in names:
+        common.say(f"check {name}")
+        try:
+            CHECKS[name]()
+        except (Failed, OSError, ValueError, subprocess.CalledProcessError) as failure:
+            print(f"check {name}: {failure}", file=sys.stderr, flush=True)
+            failed.append(name)
     if failed:
         print(f"scripts/check: failed: {' '.join(failed)}", file=sys.stderr)
         return 1
     common.say(f"{len(names)} checks passed")
     return 0
+
+
+def main():
+    """Runs the checks that are asked for."""
+    names = chosen()
+    return common.run_script("scripts/check", lambda: make(names))
 
 
 if __name__ == "__main__":

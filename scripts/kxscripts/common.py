@@ -119,6 +119,25 @@ def sources(*patterns, root=ROOT):
     return names
 
 
+def run_script(name, work, interrupted=""):
+    """Does the work of a script, which a signal ends with all that it has started; further signals
+    do not disturb that.
+
+    interrupted   what is told besides when a signal has ended it
+    Returns the exit status of the script: what the work returns, or 1 when it raises Failed or
+    OSError, which is told on standard error, or what a shell gives to whom a signal has ended."""
+    with processes.signals_end_the_script():
+        try:
+            return work()
+        except (Failed, OSError) as failure:
+            print(f"{name}: {failure}", file=sys.stderr, flush=True)
+            return 1
+        except processes.Interrupted as end:
+            processes.stop_all()
+            print(f"{name}: interrupted by {end}{interrupted}", file=sys.stderr, flush=True)
+            return 128 + end.number
+
+
 def main():
     """For the scripts of the shell, in the working directory: `build PRESET [TARGET...]`, or
     `sources [PATTERN...]`, which prints the sources, one a line."""

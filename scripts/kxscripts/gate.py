@@ -8,7 +8,6 @@ import fnmatch
 import os
 import re
 import shutil
-import signal
 import sys
 import time
 
@@ -187,26 +186,19 @@ def tell_all(all_done, seconds):
     return 1 if failed or not all_done or any(done.passed == 0 for done in all_done) else 0
 
 
+def work():
+    """Does all parts, after what is missing was installed. Returns the exit status."""
+    start = time.monotonic()
+    common.setup("build", "tools", "demo", "test", "display", "web", "vnc")
+    shutil.rmtree(LOGS, ignore_errors=True)
+    LOGS.mkdir(parents=True)
+    return tell_all(parts.run(schedule(), tell_begun, tell_ended), time.monotonic() - start)
+
+
 def main():
     """Runs the gate."""
     argparse.ArgumentParser(prog="scripts/test", description=__doc__).parse_args()
-    start = time.monotonic()
-    try:
-        with processes.signals_end_the_script():
-            common.setup("build", "tools", "demo", "test", "display", "web", "vnc")
-            shutil.rmtree(LOGS, ignore_errors=True)
-            LOGS.mkdir(parents=True)
-            return tell_all(parts.run(schedule(), tell_begun, tell_ended),
-                            time.monotonic() - start)
-    except common.Failed as failure:
-        print(f"scripts/test: {failure}", file=sys.stderr)
-        return 1
-    except processes.Interrupted as interrupted:
-        processes.stop_all()
-        name = signal.Signals(interrupted.number).name
-        print(f"scripts/test: interrupted by {name}: nothing is known of what was not told",
-              file=sys.stderr)
-        return 128 + interrupted.number
+    return common.run_script("scripts/test", work, ": nothing is known of what was not told")
 
 
 if __name__ == "__main__":

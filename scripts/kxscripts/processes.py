@@ -14,6 +14,8 @@ PATIENCE = 10  # seconds from the request to end until force
 _lock = threading.Lock()
 _running = set()
 _stopping = False
+_holding = False  # whether the main thread starts a command
+_held = None  # the signal that came meanwhile
 
 
 class Interrupted(BaseException):
@@ -28,28 +30,46 @@ class Stopped(Exception):
     """The script ends: nothing is started any more."""
 
 
+@contextlib.contextmanager
+def _uninterrupted():
+    """Lets a signal interrupt this thread behind the body only: a command that has begun but is not
+    yet known would go on. Signals interrupt the main thread alone."""
+    global _holding, _held  # pylint: disable=global-statement
+    if threading.current_thread() is not threading.main_thread():
+        yield
+        return
+    _holding, _held = True, None
+    try:
+        yield
+    finally:
+        _holding = False
+        if _held is not None:
+            raise Interrupted(_held)
+
+
 def run(command, *, cwd, output=None, env=None):
     """Runs a command to its end, without input.
 
     output   a file for both of its outputs; None: those of the script
     Returns the exit status, negative for the signal that ended it; 127 when there is no such
     program. Raises Stopped after `stop_all`. When the waiting is interrupted, ends the command."""
-    with _lock:
-        if _stopping:
-            raise Stopped
-        try:
+    child = None
+    try:
+        with _uninterrupted(), _lock:
+            if _stopping:
+                raise Stopped
             # pylint: disable=consider-using-with
             child = subprocess.Popen(command, cwd=cwd, env=env, stdin=subprocess.DEVNULL,
                                      stdout=output, stderr=subprocess.STDOUT if output else None,
                                      start_new_session=True)
-        except FileNotFoundError:
-            _tell(output, f"{command[0]}: not found; scripts/setup installs what is missing\n")
-            return 127
-        _running.add(child)
-    try:
+            _running.add(child)
         return child.wait()
+    except FileNotFoundError:
+        _tell(output, f"{command[0]}: not found; scripts/setup installs what is missing\n")
+        return 127
     except BaseException:
-        _end([child])
+        if child is not None:
+            _end([child])
         raise
     finally:
         with _lock:
@@ -105,9 +125,12 @@ def signals_end_the_script():
     fail. Handlers are not inherited, so every signal gets one, and the children begin like those of
     a terminal."""
     def interrupt(number, _frame):
+        global _held  # pylint: disable=global-statement
         for other in earlier:
             signal.signal(other, lambda *_: None)
-        raise Interrupted(number)
+        if not _holding:
+            raise Interrupted(number)
+        _held = number
 
     earlier = {}
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):

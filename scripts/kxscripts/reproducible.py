@@ -66,7 +66,7 @@ def differences(program, shipped, other, folders):
 
 
 def check(root):
-    """Raises Failed after it has told what is wrong, on standard error."""
+    """Returns 0, or raises Failed after it has told what is wrong, on standard error."""
     common.build("release", *ALONE, root=root)
     failed = False
     with tempfile.TemporaryDirectory() as name:
@@ -86,6 +86,7 @@ def check(root):
                 print("\n".join([*lines, f"check-reproducible: {reason}"]), file=sys.stderr)
     if failed:
         raise common.Failed("the programs cannot be reproduced")
+    return 0
 
 
 def main():
@@ -93,16 +94,8 @@ def main():
     parser = argparse.ArgumentParser(prog="scripts/check-reproducible", description=__doc__)
     parser.add_argument("root", nargs="?", type=pathlib.Path, default=common.ROOT,
                         help="the project's folder; this one by default")
-    try:
-        with processes.signals_end_the_script():
-            check(parser.parse_args().root.resolve())
-    except (common.Failed, OSError) as failure:
-        print(f"check-reproducible: {failure}", file=sys.stderr)
-        return 1
-    except processes.Interrupted as interrupted:
-        processes.stop_all()
-        return 128 + interrupted.number
-    return 0
+    root = parser.parse_args().root.resolve()
+    return common.run_script("check-reproducible", lambda: check(root))
 
 
 if __name__ == "__main__":

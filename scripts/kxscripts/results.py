@@ -152,6 +152,6 @@ def of_ctest(report, folder, status, output):
             cases.append(Case(name, SKIPPED, 0.0, reason[-1] if reason else entry.text))
             continue
         cases += of_program(name, folder / f"{name}.xml", entry.outcome == PASSED, printed)
-    if status != 0 and all(case.outcome == PASSED for case in cases):
+    if status != 0 and all(case.outcome != FAILED for case in cases):
         cases.append(Case("ctest", FAILED, 0.0, f"ended with {status}, but no test failed"))
     return cases

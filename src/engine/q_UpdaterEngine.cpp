@@ -6,6 +6,7 @@
 #include "model/DB_Hardware.h"
 #include "model/DB_StepSets.h"
 #include "model/PicoJFactory.h"
+#include "osa/OSA_Abandon.h"
 #include "osa/PathList.h"
 #include "steps/HW.h"
 #include "steps/SS.h"
@@ -82,6 +83,9 @@ IPicoJ* q_UpdaterEngine::CreatePicoJObject(picojson::object& obj)
         SysLogger->OutLine("Initialized error in %s class.", object->ClassType());
         return nullptr;
     }
+    // A list element is filled twice: what the first filling built below it is abandoned, and a
+    // root or element that is given up leaves what stands below it.
+    OSA_Abandon(object.get());
     return object.release();
 }
 
@@ -93,6 +97,10 @@ ISS_StepSet* q_UpdaterEngine::CreateSS_StepSetObject(DB_StepSet* record)
 
 IHW_ConfigSet* q_UpdaterEngine::CreateHW_ConfigSet(DB_HardwareConfig* record)
 {
-    return CreateFrom(*HW_ConfigSetTbl, record->ConfigId.c_str(), &IHW_ConfigSet::ConfigId,
-                      [record](const IHW_ConfigSet& p) { return p.New(record); });
+    IHW_ConfigSet* const setting =
+        CreateFrom(*HW_ConfigSetTbl, record->ConfigId.c_str(), &IHW_ConfigSet::ConfigId,
+                   [record](const IHW_ConfigSet& p) { return p.New(record); });
+    // A hardware step does not destroy its settings.
+    OSA_Abandon(setting);
+    return setting;
 }

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 namespace
 {
 
-constexpr const char* kUnprotect = "/usr/bin/kxsystem/wprotect_off";
+constexpr const char* kWriteUnprotect = "/usr/bin/kxsystem/wprotect_off";
 constexpr const char* kRecord = "/var/lib/KxUserPackages/kx_test_package";
 
 } // namespace
@@ -55,7 +55,7 @@ TEST_F(ConsoleModeOnDevice, InstallsAndRecordsAPackage)
                           "**** Installation step 3/3\n"
                           "Installation succeeded.\n");
     EXPECT_THAT(shell.Commands(),
-                ElementsAre(kUnprotect, R"(rm -r "/var/lib/KxUserPackages/kx_test_package")",
+                ElementsAre(kWriteUnprotect, R"(rm -r "/var/lib/KxUserPackages/kx_test_package")",
                             R"(mkdir -p "/opt/app/")",
                             "cp -f \"" + Package() + R"(/0/0/viewer" "/opt/app/viewer" )",
                             R"(chmod 755 "/opt/app/viewer" )", R"(mkdir -p "/tmp/Zt/")",
@@ -107,7 +107,7 @@ TEST_F(ConsoleModeOnDevice, RemovesTheEarlierRecordAndWritesNoneWhenStepTwoOfThr
                           "**** Installation step 2/3\n"
                           "Installation failed in step 2.\n");
     EXPECT_THAT(shell.Commands(),
-                ElementsAre(kUnprotect, R"(rm -r "/var/lib/KxUserPackages/kx_test_package")"));
+                ElementsAre(kWriteUnprotect, R"(rm -r "/var/lib/KxUserPackages/kx_test_package")"));
     EXPECT_FALSE(fs::exists(kRecord));
 }
 

@@ -66,4 +66,5 @@ def main():
             break
 
 
-main()
+if __name__ == "__main__":
+    main()

@@ -4,8 +4,6 @@
 // What the entries are called.
 #include "checks/RuleRow.h"
 
-#include <algorithm>
-
 namespace kx::checks
 {
 
@@ -31,17 +29,6 @@ Put NameAs(unsigned flags, unsigned madeOn)
 void NameTwice(Recipe& recipe, const std::string& value)
 {
     recipe.Part("1/0/a").extra = Bytes(0x7075, 2) + Bytes(value.size() + 5, 2) + "\1crc." + value;
-}
-
-/// Adds files; their names stand between blanks.
-void AddAll(Recipe& recipe, const std::string& value)
-{
-    for (std::size_t at = 0; at < value.size();) {
-        const std::size_t end = std::min(value.find(' ', at), value.size());
-        const std::string name = value.substr(at, end - at);
-        recipe.parts.push_back({name, "", name.back() == '/' ? 040755U : 0100644U});
-        at = end + 1;
-    }
 }
 
 constexpr unsigned kUtf8 = 0x800;

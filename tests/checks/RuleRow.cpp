@@ -45,6 +45,16 @@ Put Added()
     return [](Recipe& recipe, const std::string& value) { recipe.parts.push_back({value, ""}); };
 }
 
+void AddAll(Recipe& recipe, const std::string& value)
+{
+    for (std::size_t at = 0; at < value.size();) {
+        const std::size_t end = std::min(value.find(' ', at), value.size());
+        const std::string name = value.substr(at, end - at);
+        recipe.parts.push_back({name, "", name.back() == '/' ? 040755U : 0100644U});
+        at = end + 1;
+    }
+}
+
 Put Patched(const char* mark, std::size_t offset, std::size_t nth)
 {
     return [=](Recipe& recipe, const std::string& value) {

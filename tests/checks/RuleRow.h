@@ -65,6 +65,9 @@ Put Renamed(const char* name);
 /// Adds an empty file.
 Put Added();
 
+/// Adds empty files and folders; their names stand between blanks, those of folders end in '/'.
+void AddAll(Recipe& recipe, const std::string& value);
+
 /// Changes bytes of the archive: at @p offset of the @p nth record that begins with @p mark.
 Put Patched(const char* mark, std::size_t offset, std::size_t nth = 0);
 

@@ -5,8 +5,6 @@
 // folder "1/0", which holds a file "a".
 #include "checks/RuleRow.h"
 
-#include <algorithm>
-
 namespace kx::checks
 {
 
@@ -25,17 +23,6 @@ void LinkFile(Recipe& recipe, const std::string& target)
 {
     recipe.Part("0/0/hello").mode = 0120777;
     recipe.Part("0/0/hello").content = target;
-}
-
-/// Adds empty files and folders; their names stand between blanks.
-void AddAll(Recipe& recipe, const std::string& value)
-{
-    for (std::size_t at = 0; at < value.size();) {
-        const std::size_t end = std::min(value.find(' ', at), value.size());
-        const std::string name = value.substr(at, end - at);
-        recipe.parts.push_back({name, "", name.back() == '/' ? 040755U : 0100644U});
-        at = end + 1;
-    }
 }
 
 /// Replaces the file that is copied by others.

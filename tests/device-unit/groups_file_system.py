@@ -15,7 +15,7 @@ from unittest import mock
 
 from kxdevice import cgroups
 
-_MKDIR, _RMDIR = os.mkdir, os.rmdir
+_MKDIR, _RMDIR, _EXIT = os.mkdir, os.rmdir, os._exit  # pylint: disable=protected-access
 _V1 = {"memory": ("memory.limit_in_bytes", "memory.swappiness", "memory.memsw.limit_in_bytes",
                   "memory.oom_control"),
        "pids": ("pids.max",)}
@@ -49,11 +49,12 @@ class GroupsFileSystem:
                    mock.patch.object(cgroups, "open", self._open, create=True),
                    mock.patch.object(cgroups.os, "mkdir", self._mkdir),
                    mock.patch.object(cgroups.os, "rmdir", self._rmdir),
+                   mock.patch.object(cgroups.os, "_exit", self._exit),
                    mock.patch.object(cgroups.time, "sleep", self.sleeps.append))
         self._stack = [folder, *patches]
+        self._process = os.getpid()
         for patch in patches:
             patch.start()
-        self._process = os.getpid()
         return self
 
     def __exit__(self, *_):
@@ -125,6 +126,11 @@ class GroupsFileSystem:
                 raise OSError(errno.EBUSY, "rmdir")
             os.unlink(f"{path}/{name}")
         _RMDIR(path)
+
+    def _exit(self, status):
+        if os.getpid() == self._process:
+            raise AssertionError("not the child, but the caller ends")
+        _EXIT(status)
 
     def _open(self, path, mode="r", **options):
         if path == "/proc/self/cgroup":

@@ -4,6 +4,7 @@
 
 import io
 import os
+import subprocess
 import unittest
 from unittest import mock
 
@@ -24,7 +25,8 @@ class ForCaller(unittest.TestCase):
 
         with mock.patch.object(ids, "open", fake_open, create=True), \
                 mock.patch.multiple(os, geteuid=lambda: user, getuid=lambda: user,
-                                    getegid=lambda: user + 1, access=lambda *_: tools), \
+                                    getegid=lambda: user + 1,
+                                    access=tools if callable(tools) else lambda *_: tools), \
                 mock.patch.object(ids, "_own_name", lambda: "me"):
             made = ids.for_caller()
         return made.users, made.groups
@@ -54,14 +56,61 @@ class ForCaller(unittest.TestCase):
     def test_root_without_other_ids_is_refused(self):
         files = {"/proc/self/uid_map": "0 1000 1\n", "/proc/self/gid_map": ALL}
 
-        with self.assertRaisesRegex(linux.SandboxError, "^root has no unprivileged ids"):
+        with self.assertRaisesRegex(linux.SandboxError, "^root has no unprivileged ids to give to "
+                                    "the panel; start it as an ordinary user$"):
             self.chosen(0, files)
+
+    def test_root_of_a_container_gets_the_largest_range_there_is(self):
+        files = {"/proc/self/uid_map": "0 1000 1\n1 200000 9\n20 300000 40\n100 1 3\n",
+                 "/proc/self/gid_map": "0 1000 2\n5 7 1\n"}
+
+        self.assertEqual(self.chosen(0, files), ([(0, 20, 40)], [(0, 1, 1)]))
+
+    def test_a_range_at_the_very_edge_of_what_is_mapped_is_taken(self):
+        for text, start in (("0 0 200000\n200000 200000 65536\n", 200000),
+                            ("200000 0 65536\n0 0 9\n", 200000),
+                            ("0 0 9\n200000 0 65535\n", 200000)):
+            files = {"/proc/self/uid_map": text, "/proc/self/gid_map": ALL,
+                     "/etc/subuid": "root:200000:65536\n"}
+            self.assertEqual(self.chosen(0, files)[0], [(0, start, min(
+                65536, 65535 if "65535" in text else 65536))])
+        files = {"/proc/self/uid_map": "0 0 9\n200001 0 65536\n", "/proc/self/gid_map": ALL,
+                 "/etc/subuid": "root:200000:65536\n"}
+        self.assertEqual(self.chosen(0, files)[0], [(0, 200001, 65536)])
+
+    def test_lines_of_another_form_are_left_out(self):
+        files = {"/etc/subuid": "me:1\nme:1:2:3\nme:-1:5\nme:5:x\nme:300:9\n",
+                 "/etc/subgid": "me:400:8\n"}
+
+        self.assertEqual(self.chosen(7, files), ([(0, 7, 1), (1, 300, 9)],
+                                                 [(0, 8, 1), (1, 400, 8)]))
+
+    def test_ranges_need_both_tools_each_in_either_folder(self):
+        files = {"/etc/subuid": "me:300:9\n", "/etc/subgid": "me:400:8\n"}
+        for there, wanted in (
+                (("/usr/bin/newuidmap", "/usr/bin/newgidmap"), 2),
+                (("/bin/newuidmap", "/usr/bin/newgidmap"), 2),
+                (("/bin/newuidmap", "/bin/newgidmap"), 2), (("/usr/bin/newuidmap",), 1),
+                (("/bin/newgidmap",), 1), ((), 1)):
+            def access(path, mode, there=there):
+                return mode == os.X_OK and path in there
+            self.assertEqual(len(self.chosen(7, files, access)[0]), wanted, there)
+
+    def test_a_user_without_a_name_is_known_by_his_number(self):
+        with mock.patch("pwd.getpwuid", side_effect=KeyError), \
+                mock.patch.object(os, "getuid", lambda: 4321):
+            self.assertEqual(ids._own_name(), "4321")
+        with mock.patch("pwd.getpwuid", return_value=mock.Mock(pw_name="me")):
+            self.assertEqual(ids._own_name(), "me")
 
     def test_an_ordinary_user_is_root_inside_and_has_the_ranges_of_his_name_or_number(self):
         files = {"/etc/subuid": "you:1:9\nme:200000:65536\n", "/etc/subgid": "7:300000:100\n"}
 
         self.assertEqual(self.chosen(7, files), ([(0, 7, 1), (1, 200000, 65535)],
                                                  [(0, 8, 1), (1, 300000, 100)]))
+        files = {"/etc/subuid": "me:200000:7\n", "/etc/subgid": "me:300000:70000\n"}
+        self.assertEqual(self.chosen(7, files), ([(0, 7, 1), (1, 200000, 7)],
+                                                 [(0, 8, 1), (1, 300000, 65535)]))
 
     def test_an_ordinary_user_without_both_ranges_or_the_tools_has_only_root(self):
         ranges = {"/etc/subuid": "me:200000:65536\n", "/etc/subgid": "me:200000:65536\n"}
@@ -123,6 +172,31 @@ class Write(unittest.TestCase):
             except linux.SandboxError as error:
                 done.append(str(error))
         return done
+
+    def test_the_tools_get_nothing_of_the_caller(self):
+        large = ids.Ids([(0, 7, 1), (1, 1000, 50)], [(0, 8, 1), (1, 2000, 20)])
+        with mock.patch("subprocess.run") as run, mock.patch.object(os, "geteuid", lambda: 7):
+            run.return_value.returncode = 0
+            ids.write_map(42, large)
+
+        for call in run.call_args_list:
+            self.assertEqual(call.kwargs, {
+                "env": {"PATH": "/usr/bin:/bin"}, "stdin": subprocess.DEVNULL,
+                "capture_output": True, "check": False})
+
+    def test_a_map_is_written_in_one_piece_and_trouble_is_told(self):
+        reader, writer = os.pipe()
+        opened = []
+
+        def fake_open(*words):
+            opened.append(words)
+            return writer
+        with mock.patch.object(ids.os, "open", fake_open):
+            ids._put(42, "uid_map", "0 1 2\n")
+        self.assertEqual(opened, [("/proc/42/uid_map", os.O_WRONLY | os.O_CLOEXEC)])
+        self.assertRaises(OSError, os.fstat, writer)
+        with os.fdopen(reader, "rb") as file:
+            self.assertEqual(file.read(), b"0 1 2\n")
 
     def test_groups_are_given_up_before_an_ordinary_user_maps_his_own(self):
         small, large = ids.Ids([(0, 7, 1)], [(0, 8, 1)]), ids.Ids([(0, 1, 9)], [(0, 2, 9)])

@@ -2,7 +2,9 @@
 # SPDX-License-Identifier: MIT
 """The command line of device/run, whole."""
 
+import io
 import os
+import re
 import tempfile
 import unittest
 from unittest import mock
@@ -109,6 +111,59 @@ class Parse(unittest.TestCase):
             with self.subTest(words=words), self.assertRaises(UsageError):
                 options.parse(words)
 
+    def test_what_is_wrong_is_told_with_the_option_and_its_text(self):
+        number = "needs a number from"
+        place = "needs a full path of the panel's files, not"
+        pair = "needs HOST=INSIDE with a full path inside, not"
+        for words, text in (
+                ("", "COMMAND is missing"), ("-x c", "unknown option -x"),
+                ("-boot c", "unknown option -boot"), ("--x=1 c", "unknown option --x=1"),
+                ("--boot=1 c", "--boot takes no value"), ("--state", "--state needs a value"),
+                ("--summary= c", "--summary= needs the name of a file"),
+                ("--full= c", "--full needs a value"),
+                ("--memory 15 c", f"--memory {number} 16 to 1048576, not '15'"),
+                ("--processes 3 c", f"--processes {number} 4 to 30000, not '3'"),
+                ("--seconds 0 c", f"--seconds {number} 1 to 1000000, not '0'"),
+                ("--disk 0000000020 c", f"--disk {number} 16 to 1048576, not '0000000020'"),
+                ("--share file c", f"--share {pair} 'file'"),
+                ("--share =/x c", f"--share {pair} '=/x'"),
+                ("--put file=x c", f"--put {pair} 'file=x'"),
+                ("--share file=/x/ c", "--share file=/x/: INSIDE must not end in /"),
+                ("--share nowhere=/x c", "--share nowhere=/x: there is no nowhere"),
+                ("--put nowhere=/x c", "--put nowhere=/x: there is no nowhere"),
+                ("--put file=/dev/ c", "--put file=/dev/: /dev/file belongs to the panel itself"),
+                ("--share file=//proc/y c",
+                 "--share file=//proc/y: /proc/y belongs to the panel itself"),
+                ("--usb file c", "--usb: file is not a folder"),
+                ("--env A c", "--env needs NAME=VALUE, not 'A'"),
+                ("--env =b c", "--env needs NAME=VALUE, not '=b'"),
+                ("--env 1=b c", "--env: '1' is not a name of a variable"),
+                ("--fail cp c", "--fail needs TOOL=STATUS or TOOL=STATUS@N, not 'cp'"),
+                ("--fail ..=1 c", "--fail needs the plain name of a tool, not '..'"),
+                ("--fail-shell 0=sync c", "--fail-shell needs N=TEXT, not '0=sync'"),
+                ("--missing a/b c", "--missing needs the plain name of a tool, not 'a/b'"),
+                ("--full tmp c", f"--full {place} 'tmp'"),
+                ("--read-only / c", f"--read-only {place} '/'"),
+                ("--erase", "--erase needs --state DIR and no COMMAND"),
+                ("--trace-shell c", "--trace-shell needs --trace FILE"),
+                ("--chdir x c", "--chdir needs a full path")):
+            with self.subTest(words), self.assertRaises(UsageError) as raised:
+                options.parse(words.split())
+            self.assertEqual(str(raised.exception), text)
+
+    def test_the_first_call_is_the_smallest_that_can_fail(self):
+        parsed = options.parse(["--fail", "cp=1@1", "--fail-shell", "1=x", "c"])
+
+        self.assertEqual((parsed.fail, parsed.fail_shell), ((("cp", 1, 1),), ((1, "x"),)))
+
+    def test_what_is_given_of_the_host_is_known_by_its_real_name(self):
+        os.symlink("a=b", "link")
+        parsed = options.parse(["--share", "link=/x", "--put", "link=/opt/", "--usb", "link", "c"])
+
+        self.assertEqual((parsed.share, parsed.put, parsed.usb), (
+            ((f"{self.here}/a=b", "/x"),), ((f"{self.here}/a=b", "/opt/link"),),
+            f"{self.here}/a=b"))
+
     def test_options_that_need_a_value_are_known(self):
         for name in ("state", "share", "put", "usb", "env", "chdir", "fail", "fail-shell",
                      "missing", "full", "read-only", "trace", "summary-json", "memory",
@@ -138,6 +193,55 @@ class Environment(unittest.TestCase):
             self.assertEqual(options.environment(Options()), {
                 "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
                 "HOME": "/root"})
+
+
+class Words(unittest.TestCase):
+    """What the device says by itself."""
+
+    def test_the_help_names_every_option_with_its_default(self):
+        told = re.findall(r"^  --([a-z-]+)", options.HELP, re.M)
+        fields = [name.replace("-", "_") for name in told]
+
+        self.assertEqual(sorted(fields), sorted({*Options._fields} - {"command", "help"}))
+        defaults = re.findall(r"^  --([a-z]+) .*\(default ([^)]+)\)$", options.HELP, re.M)
+        for name, default in defaults:
+            self.assertEqual(str(getattr(Options(), name)), default, name)
+        self.assertEqual(len(re.findall("default [0-9/]", options.HELP)), 5)
+
+    def test_the_help_tells_the_names_of_the_panel_and_every_status(self):
+        for text in (
+                "usage: device/run [options] [--] COMMAND [ARG...]\n",
+                "empty /tmp and /run, run /mnt/user/startup.sh\n",
+                "plug in a USB drive holding a copy of DIR: /mnt/usb and /dev/sda1\n",
+                "--put build/dev/kx_Updater=/usr/bin/kx_Updater --share pkg=/mnt/user/pkg \\\n",
+                "--summary -- kx_Updater -unzipedDir /mnt/user/pkg\n", "sh -c 'ls /mnt/usb'\n",
+                "--boot --fail usb_umount=1 --full /mnt/user -- sleep 5\n", ", 2 wrong use,\n",
+                "\n124 time limit reached, 125 the panel cannot be made, 126 COMMAND cannot be "
+                "executed,\n127 COMMAND not found.\n"):
+            self.assertIn(text, options.HELP)
+
+    def test_a_complaint_is_one_line_of_the_very_bytes(self):
+        reader, writer = os.pipe()
+        with mock.patch.object(options.os, "write", lambda to, data, write=os.write: write(
+                {2: writer}[to], data)):
+            options.complain("a\nb \udcff\u00e9")
+        os.close(writer)
+        with os.fdopen(reader, "rb") as file:
+            self.assertEqual(file.read(), b"a b \xff\xc3\xa9\n")
+        with mock.patch.object(options.os, "write", side_effect=OSError(28, "full")):
+            options.complain("nobody hears it")
+
+    def test_a_help_that_cannot_be_written_is_a_failure(self):
+        with mock.patch.object(options.sys, "stdout", io.StringIO()) as out:
+            self.assertEqual(options.show_help("text\n"), 0)
+            self.assertEqual(out.getvalue(), "text\n")
+        with open("/dev/full", "w", encoding="ascii") as full:
+            with mock.patch.object(options.sys, "stdout", full):
+                self.assertEqual(options.show_help("text\n"), 1)
+            with self.assertRaises(OSError):
+                full.close()
+        with mock.patch.object(options.sys, "stdout", None):
+            self.assertEqual(options.show_help("text\n"), 1)
 
 
 if __name__ == "__main__":

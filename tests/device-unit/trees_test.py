@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: MIT
 """Trees of files are copied and removed whole, and no link in them is followed."""
 
+import errno
 import os
 import stat
 import tempfile
@@ -10,6 +11,7 @@ from unittest import mock
 
 from kxdevice import trees
 from kxdevice.linux import SandboxError
+from played import play
 
 
 def look(folder):
@@ -37,7 +39,7 @@ class Trees(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
-        self.here = folder.name
+        self.here = os.path.realpath(folder.name)
         for name in ("outside", "from", "from/deep", "from/deep/er", "to"):
             os.mkdir(f"{self.here}/{name}")
         self.write("outside/kept", b"kept")
@@ -156,6 +158,107 @@ class Trees(unittest.TestCase):
             self.assertIsNone(trees.read_file(folder, name), name)
         self.assertEqual(len(trees.read_file(folder, "file")), trees.CHUNK + 10)
         self.assertEqual(len(trees.read_file(folder, "file", trees.CHUNK)), trees.CHUNK)
+
+    def test_nothing_stays_open(self):
+        folder = self.open("to")
+        source = self.open("from")
+        before = os.listdir("/proc/self/fd")
+        trees.copy_dir(source, folder, os.getuid(), os.getgid(), "from")
+        trees.write_file(folder, "file", b"data")
+        trees.read_file(folder, "file")
+        trees.read_file(folder, "deep")
+        trees.remove(folder, "deep")
+        trees.empty(folder)
+        os.mkfifo(f"{self.here}/from/deep/fifo")
+        for action in (lambda: trees.Source(f"{self.here}/from/deep/fifo"),
+                       lambda: trees.copy_dir(source, folder, os.getuid(), os.getgid(), "from")):
+            self.assertRaises(SandboxError, action)
+
+        self.assertEqual(os.listdir("/proc/self/fd"), before)
+
+    def test_what_is_mounted_in_a_folder_stays_and_other_trouble_is_told(self):
+        for number, told in ((errno.EBUSY, False), (errno.ENOTEMPTY, False), (errno.EROFS, True)):
+            removed = play(self, trees, "os", rmdir=OSError(number, "no"), unlink=None)
+            if told:
+                self.assertRaises(OSError, trees.empty, self.open("from"))
+            else:
+                trees.empty(self.open("from"))
+                self.assertEqual(sum(step[0] == "rmdir" for step in removed), 2)
+                self.assertEqual(sum(step[0] == "unlink" for step in removed), 4)
+
+    def test_a_source_keeps_its_name_for_messages(self):
+        source = trees.Source(f"{self.here}/from/large")
+        self.addCleanup(os.close, source.fd)
+
+        self.assertEqual(source.path, f"{self.here}/from/large")
+
+    def test_what_cannot_be_opened_for_another_reason_is_not_replaced(self):
+        for number in (errno.EACCES, errno.EMFILE):
+            play(self, trees, "os", open=OSError(number, "no"), unlink=self.fail, mkdir=self.fail)
+            self.assertRaises(OSError, trees.open_or_make, self.open("to"), "deep")
+
+    def test_a_folder_takes_the_place_of_a_link_in_its_own_folder_only(self):
+        umask = os.umask(0)
+        self.addCleanup(os.umask, umask)
+        os.symlink(f"{self.here}/outside", f"{self.here}/to/link")
+        made = trees.open_or_make(self.open("to"), "link")
+        os.close(made)
+
+        self.assertEqual(look(f"{self.here}/to")["link"][0], "drwxr-xr-x")
+        self.assertTrue(self.outside_is_as_before())
+
+    def test_what_is_being_copied_is_nobody_elses_until_it_is_whole(self):
+        umask = os.umask(0)
+        self.addCleanup(os.umask, umask)
+        modes = []
+
+        def write(descriptor, data):
+            modes.append(stat.S_IMODE(os.fstat(descriptor).st_mode))
+            return os.write(descriptor, data)
+        play(self, trees, "os", write=write)
+        self.copy()
+
+        self.assertEqual(set(modes), {0o600})
+
+    def test_a_folder_gets_its_mode_after_its_content(self):
+        order = []
+
+        def fchmod(descriptor, mode):
+            order.append(os.path.relpath(os.readlink(f"/proc/self/fd/{descriptor}"), self.here))
+            os.fchmod(descriptor, mode)
+        play(self, trees, "os", fchmod=fchmod)
+        self.copy()
+
+        self.assertEqual(order, ["to/deep/er/small", "to/deep/er", "to/deep", "to/large", "to"])
+
+    def test_a_written_file_can_be_read_by_all_unless_told_otherwise(self):
+        umask = os.umask(0)
+        self.addCleanup(os.umask, umask)
+        folder = self.open("to")
+        trees.write_file(folder, "usual", b"")
+        trees.write_file(folder, "own", b"", 0o640)
+
+        self.assertEqual([look(f"{self.here}/to")[name][0] for name in ("own", "usual")],
+                         ["-rw-r-----", "-rw-r--r--"])
+
+    def test_readers_see_the_old_file_or_the_new_one(self):
+        self.write("to/file", b"old")
+        seen = []
+
+        def write(descriptor, data):
+            with open(f"{self.here}/to/file", "rb") as file:
+                seen.append(file.read())
+            return os.write(descriptor, data)
+        play(self, trees, "os", write=write)
+        trees.write_file(self.open("to"), "file", b"new")
+
+        self.assertEqual(seen, [b"old"])
+
+    def test_at_most_sixteen_mebibytes_are_read_unless_told_otherwise(self):
+        with open(f"{self.here}/to/file", "wb") as file:
+            os.truncate(file.fileno(), (16 << 20) + 1)
+
+        self.assertEqual(len(trees.read_file(self.open("to"), "file")), 16 << 20)
 
     def test_a_descriptor_that_takes_little_at_a_time_gets_every_byte(self):
         write = os.write

@@ -18,12 +18,12 @@ void __wrap__ZdlPvm(void* block, std::size_t size);
 namespace
 {
 
-DeletionWatch* current = nullptr;
+DeletionWatch* currentWatch = nullptr;
 
 void NoteDeletion(const void* block)
 {
-    if (current != nullptr) {
-        current->Note(block);
+    if (currentWatch != nullptr) {
+        currentWatch->Note(block);
     }
 }
 
@@ -43,10 +43,10 @@ void __wrap__ZdlPvm(void* block, std::size_t size)
 
 DeletionWatch::DeletionWatch(const void* object) : m_object(object)
 {
-    current = this;
+    currentWatch = this;
 }
 
 DeletionWatch::~DeletionWatch()
 {
-    current = nullptr;
+    currentWatch = nullptr;
 }

@@ -30,7 +30,7 @@ Object UnknownStep(const char* id = kUnknownId)
 }
 
 /// An object that is no step.
-Object HardwareItem()
+Object HardwareItemJson()
 {
     return {{"$type", ProjectBuilder::Text("Zt.DB_HardwareItem, Drovic")},
             {"ItemName", ProjectBuilder::Text("name")},
@@ -225,7 +225,7 @@ TEST_F(StepLoop, PutsTheEarlierPackageBackOnEveryWayOut)
     EXPECT_EQ(q_UpdaterEngine::CurrentPackage, &earlier);
     EXPECT_EQ(run({UnknownStep()}), kGeneralError);
     EXPECT_EQ(q_UpdaterEngine::CurrentPackage, &earlier);
-    EXPECT_EQ(run({HardwareItem()}), kFieldError);
+    EXPECT_EQ(run({HardwareItemJson()}), kFieldError);
     EXPECT_EQ(q_UpdaterEngine::CurrentPackage, &earlier);
     EXPECT_THROW(static_cast<void>(run({ScriptedStep::Json("worse")})), std::runtime_error);
     EXPECT_EQ(q_UpdaterEngine::CurrentPackage, &earlier);
@@ -246,7 +246,7 @@ TEST_F(StepLoop, DeletesAStepThatThrows)
 TEST_F(StepLoop, DoesNotUseAnElementThatIsNoStep)
 {
     const ScriptedStepTable table(Ending({}));
-    Read({ScriptedStep::Json("a"), HardwareItem(), ScriptedStep::Json("c")});
+    Read({ScriptedStep::Json("a"), HardwareItemJson(), ScriptedStep::Json("c")});
 
     EXPECT_EQ(m_package.ExecuteInstallStep(), 2002);
 
@@ -259,7 +259,7 @@ TEST_F(StepLoop, DoesNotUseAnElementThatIsNoStep)
 TEST_F(StepLoop, DoesNotUseAStepListOfAnotherClass)
 {
     Object root = ProjectBuilder::Root();
-    root["DB_StepSets"] = ProjectBuilder::Value(HardwareItem());
+    root["DB_StepSets"] = ProjectBuilder::Value(HardwareItemJson());
     ReadRoot(root);
 
     EXPECT_EQ(m_package.ExecuteInstallStep(), 2002);

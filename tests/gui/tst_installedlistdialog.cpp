@@ -3,6 +3,7 @@
 
 // What the list of the installed packages shows.
 #include "gui/InstalledListDialog.h"
+#include "gui/InstalledTable.h"
 #include "gui/Stage.h"
 
 #include <QTableWidget>
@@ -25,11 +26,6 @@ std::string Description(const std::string& title, const std::string& version,
     root["PackageVersion"] = ProjectBuilder::Text(version);
     root["Comment"] = ProjectBuilder::Text(comment);
     return File(root);
-}
-
-QTableWidget& TableOf(const InstalledListDialog& dialog)
-{
-    return *dialog.findChild<QTableWidget*>(QStringLiteral("tableWidget"));
 }
 
 /// The rows of the table: "title|version|comment".

@@ -4,6 +4,7 @@
 // The form of the list of the installed packages, and how it follows the dialog's size.
 #include "gui/AutoResize.h"
 #include "gui/InstalledListDialog.h"
+#include "gui/InstalledTable.h"
 #include "gui/MetaObject.h"
 #include "gui/Stage.h"
 #include "gui/VirtualTable.h"
@@ -17,11 +18,6 @@
 
 namespace
 {
-
-QTableWidget& TableOf(const InstalledListDialog& dialog)
-{
-    return *dialog.findChild<QTableWidget*>(QStringLiteral("tableWidget"));
-}
 
 /// The font sizes of everything in the dialog that follows its size, or -1 when they differ.
 int PointsOf(const InstalledListDialog& dialog)

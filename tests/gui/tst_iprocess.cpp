@@ -22,7 +22,7 @@
 namespace
 {
 
-constexpr int kPatienceMs = 20000;
+constexpr int kProcessPatienceMs = 20000;
 
 /// Keeps what the hooks get, one entry a call: "out <text>", "err <text>", "end <code>".
 class Child final : public IProcess
@@ -164,7 +164,7 @@ void tst_IProcess::argumentsAreReadAsLatin1()
 
     QVERIFY(child.Follow({"args", "exit 0", "a b", "\xE9\"$x", "\xC3\xA9", ""}));
 
-    QTRY_VERIFY_WITH_TIMEOUT(events.contains(QStringLiteral("end 0")), kPatienceMs);
+    QTRY_VERIFY_WITH_TIMEOUT(events.contains(QStringLiteral("end 0")), kProcessPatienceMs);
     events.removeLast();
     for (QString& event : events) {
         event.remove(QStringLiteral("out "));
@@ -199,7 +199,7 @@ void tst_IProcess::noArguments()
 
     QVERIFY(child.Start(KX_FAKE_UPDATER, count, &argument));
 
-    QTRY_COMPARE_WITH_TIMEOUT(events, List({"end 0"}), kPatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(events, List({"end 0"}), kProcessPatienceMs);
 }
 
 void tst_IProcess::twoLinesOfOneWriteAreOneChunk()
@@ -209,7 +209,7 @@ void tst_IProcess::twoLinesOfOneWriteAreOneChunk()
 
     QVERIFY(child.Follow({R"(out one\ntwo\n)"}));
 
-    QTRY_COMPARE_WITH_TIMEOUT(events, List({"out one\ntwo\n", "end 0"}), kPatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(events, List({"out one\ntwo\n", "end 0"}), kProcessPatienceMs);
 }
 
 void tst_IProcess::partOfALineIsAChunk()
@@ -221,10 +221,11 @@ void tst_IProcess::partOfALineIsAChunk()
 
     QVERIFY(child.Follow({"out half", "wait " + fifo.Path(), R"(out  a line\n)"}));
 
-    QTRY_COMPARE_WITH_TIMEOUT(events, List({"out half"}), kPatienceMs);
-    QTRY_VERIFY_WITH_TIMEOUT(fifo.Take(), kPatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(events, List({"out half"}), kProcessPatienceMs);
+    QTRY_VERIFY_WITH_TIMEOUT(fifo.Take(), kProcessPatienceMs);
     fifo.Release();
-    QTRY_COMPARE_WITH_TIMEOUT(events, List({"out half", "out  a line\n", "end 0"}), kPatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(events, List({"out half", "out  a line\n", "end 0"}),
+                              kProcessPatienceMs);
 }
 
 void tst_IProcess::standardErrorHasItsOwnHook()
@@ -236,10 +237,11 @@ void tst_IProcess::standardErrorHasItsOwnHook()
 
     QVERIFY(child.Follow({R"(err wrong\n)", "wait " + fifo.Path(), R"(out right\n)"}));
 
-    QTRY_COMPARE_WITH_TIMEOUT(events, List({"err wrong\n"}), kPatienceMs);
-    QTRY_VERIFY_WITH_TIMEOUT(fifo.Take(), kPatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(events, List({"err wrong\n"}), kProcessPatienceMs);
+    QTRY_VERIFY_WITH_TIMEOUT(fifo.Take(), kProcessPatienceMs);
     fifo.Release();
-    QTRY_COMPARE_WITH_TIMEOUT(events, List({"err wrong\n", "out right\n", "end 0"}), kPatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(events, List({"err wrong\n", "out right\n", "end 0"}),
+                              kProcessPatienceMs);
 }
 
 void tst_IProcess::chunkIsTheExactBytesAndAZero()
@@ -251,7 +253,7 @@ void tst_IProcess::chunkIsTheExactBytesAndAZero()
 
         QVERIFY(child.Start(KX_FAKE_UPDATER, 1, const_cast<const char**>(arguments.data())));
 
-        QTRY_VERIFY_WITH_TIMEOUT(child.hasEnded, kPatienceMs);
+        QTRY_VERIFY_WITH_TIMEOUT(child.hasEnded, kProcessPatienceMs);
         QCOMPARE(child.chunk, expected);
     }
 }
@@ -263,7 +265,7 @@ void tst_IProcess::outputOfAnySizeArrivesWhole()
 
     QVERIFY(child.Follow({"flood 3000000"}));
 
-    QTRY_VERIFY_WITH_TIMEOUT(events.contains(QStringLiteral("end 0")), kPatienceMs);
+    QTRY_VERIFY_WITH_TIMEOUT(events.contains(QStringLiteral("end 0")), kProcessPatienceMs);
     QCOMPARE(events.takeLast(), QStringLiteral("end 0"));
     QVERIFY(events.size() > 1);
     QString output;
@@ -290,7 +292,8 @@ void tst_IProcess::exitCodeAndTheLineOnStandardOutput()
 
     ::testing::internal::CaptureStdout();
     const bool isStarted = child.Follow({"exit " + std::to_string(code)});
-    const bool hasEnded = QTest::qWaitFor([&events] { return !events.isEmpty(); }, kPatienceMs);
+    const bool hasEnded =
+        QTest::qWaitFor([&events] { return !events.isEmpty(); }, kProcessPatienceMs);
     std::fflush(stdout);
     const std::string output = ::testing::internal::GetCapturedStdout();
 
@@ -308,7 +311,8 @@ void tst_IProcess::crashTellsTheErrorAndThenTheEnd()
 
     ::testing::internal::CaptureStdout();
     const bool isStarted = child.Follow({"kill 9"});
-    const bool hasEnded = QTest::qWaitFor([&events] { return events.size() >= 2; }, kPatienceMs);
+    const bool hasEnded =
+        QTest::qWaitFor([&events] { return events.size() >= 2; }, kProcessPatienceMs);
     std::fflush(stdout);
     const std::string output = ::testing::internal::GetCapturedStdout();
 
@@ -342,7 +346,7 @@ void tst_IProcess::programThatCannotBeExecuted()
 
     child.Start((dir / name.toStdString()).c_str(), 0, nullptr);
 
-    QTRY_COMPARE_WITH_TIMEOUT(events, List({"end -1"}), kPatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(events, List({"end -1"}), kProcessPatienceMs);
     QCOMPARE(child.LastError(), int{QProcess::FailedToStart});
 }
 
@@ -368,10 +372,10 @@ void tst_IProcess::startWorksAgainAfterTheEnd()
     Child child(events);
 
     QVERIFY(child.Follow({"exit 4"}));
-    QTRY_COMPARE_WITH_TIMEOUT(events, List({"end 4"}), kPatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(events, List({"end 4"}), kProcessPatienceMs);
     QVERIFY(child.Follow({"exit 5"}));
 
-    QTRY_COMPARE_WITH_TIMEOUT(events, List({"end 4", "end 5"}), kPatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(events, List({"end 4", "end 5"}), kProcessPatienceMs);
 }
 
 void tst_IProcess::endOfTheRunnerKillsTheChildAndCallsNoHook()
@@ -381,7 +385,7 @@ void tst_IProcess::endOfTheRunnerKillsTheChildAndCallsNoHook()
     QStringList events;
     auto child = std::make_unique<Child>(events);
     QVERIFY(child->Follow({"keep " + life.Path(), "out x", "forever"}));
-    QTRY_COMPARE_WITH_TIMEOUT(events, List({"out x"}), kPatienceMs);
+    QTRY_COMPARE_WITH_TIMEOUT(events, List({"out x"}), kProcessPatienceMs);
     QVERIFY(life.Take());
     QVERIFY(life.HasReader());
 

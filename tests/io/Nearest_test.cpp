@@ -31,4 +31,26 @@ TEST(NearestRemedy, NamesTheNearestOrAll)
     EXPECT_EQ(NearestRemedy("xxxxxx", {"a"}), "there are a");
 }
 
+TEST(Nearest, CountsLettersToInsertRemoveAndReplaceAtEveryPlace)
+{
+    EXPECT_EQ(Nearest("xxcopy", {"copy"}), "copy");
+    EXPECT_EQ(Nearest("copyxx", {"copy"}), "copy");
+    EXPECT_EQ(Nearest("copy", {"xxcopy"}), "xxcopy");
+    EXPECT_EQ(Nearest("copy", {"copyxx"}), "copyxx");
+    EXPECT_EQ(Nearest("xxcopyx", {"copy"}), "");
+    EXPECT_EQ(Nearest("copy", {"xxxcopy"}), "");
+    EXPECT_EQ(Nearest("abcdefghi", {"abcdef"}), "abcdef");
+    EXPECT_EQ(Nearest("abcdefgh", {"abcde"}), "");
+    EXPECT_EQ(Nearest("ab", {"cd"}), "");
+    EXPECT_EQ(Nearest("ax", {"ab", "ac"}), "ab");
+}
+
+TEST(Nearest, ComparesWordsOfUpToTwoHundredLetters)
+{
+    const std::string longest(200, 'a');
+
+    EXPECT_EQ(Nearest(longest, {longest}), longest);
+    EXPECT_EQ(Nearest(longest + "a", {longest}), "");
+}
+
 } // namespace kx::io

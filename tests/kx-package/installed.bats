@@ -203,3 +203,15 @@ panel/var/lib/KxUserPackages: no packages
     NO_COLOR=1 run script -qec "$KX_PACKAGE installed --root panel" /dev/null
     [[ "$output" != *$'\e'* ]]
 }
+
+@test "installed tells how many lines of a damaged list it left out" {
+    mapfile -t lines < <(seq 60)
+    record demo 1.0 -- "${lines[@]}"
+
+    kx installed --root panel
+    [ "$status" -eq 1 ]
+    [ "$(grep -c '^  problem:   ' out)" -eq 20 ]
+    grep -Fx '  (40 more lines of the list are damaged)' out
+    kx installed --root panel --json
+    jq -e '.packages[0] | (.problems | length) == 20 and .omittedProblems == 40' out
+}

@@ -18,9 +18,9 @@ namespace
 {
 
 /// One line a field or element: "Title text", "PathSetDatas -> CLASS", "* CLASS".
-using Lines = std::vector<std::string>;
+using FieldLines = std::vector<std::string>;
 
-void AppendFields(const ClassInfo& info, Lines& lines)
+void AppendFields(const ClassInfo& info, FieldLines& lines)
 {
     if (info.base != nullptr) {
         AppendFields(*info.base, lines);
@@ -38,12 +38,12 @@ void AppendFields(const ClassInfo& info, Lines& lines)
 }
 
 /// Collects a class and every class that can be reached from it.
-void Collect(const ClassInfo& info, std::map<std::string, Lines>& classes)
+void Collect(const ClassInfo& info, std::map<std::string, FieldLines>& classes)
 {
     if (classes.count(info.type) != 0) {
         return;
     }
-    Lines& lines = classes[info.type];
+    FieldLines& lines = classes[info.type];
     AppendFields(info, lines);
     for (const ClassInfo* const element : info.elements) {
         lines.push_back(std::string("* ") + element->type);
@@ -60,7 +60,7 @@ void Collect(const ClassInfo& info, std::map<std::string, Lines>& classes)
 
 TEST(ClassInfo, LeadsFromTheRootToEveryClassOfTheFormat)
 {
-    std::map<std::string, Lines> classes;
+    std::map<std::string, FieldLines> classes;
 
     Collect(DB_KxUserProject::kInfo, classes);
 

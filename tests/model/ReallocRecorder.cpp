@@ -12,23 +12,24 @@ void* __wrap_realloc(void* block, std::size_t size);
 namespace
 {
 
-ReallocRecorder* current = nullptr;
+ReallocRecorder* currentRecorder = nullptr;
 
 } // namespace
 
 void* __wrap_realloc(void* block, std::size_t size)
 {
-    return current != nullptr ? current->Reallocate(block, size) : __real_realloc(block, size);
+    return currentRecorder != nullptr ? currentRecorder->Reallocate(block, size)
+                                      : __real_realloc(block, size);
 }
 
 ReallocRecorder::ReallocRecorder()
 {
-    current = this;
+    currentRecorder = this;
 }
 
 ReallocRecorder::~ReallocRecorder()
 {
-    current = nullptr;
+    currentRecorder = nullptr;
 }
 
 void* ReallocRecorder::Reallocate(void* block, std::size_t size)

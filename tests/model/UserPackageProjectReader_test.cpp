@@ -23,7 +23,7 @@ using namespace std::string_literals;
 using picojson::object;
 using picojson::value;
 
-constexpr const char* kMark = "\xEF\xBB\xBF";
+constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
 
 std::string NotAPackage(const std::string& path)
 {
@@ -78,13 +78,16 @@ INSTANTIATE_TEST_SUITE_P(
         BadFile{"Empty", "", {"%s file is corrupted."}},
         BadFile{"OneByte", "{", {"%s file is corrupted."}},
         BadFile{"TwoBytes", "{}", {"%s file is corrupted."}},
-        BadFile{"AByteOrderMarkAlone", kMark, {"%s file is corrupted."}},
-        BadFile{"FourBytes", kMark + "{"s, {" Unable to analyze the data in %s file."}},
-        BadFile{"FourBytesWithABlank", kMark + " "s, {" Unable to analyze the data in %s file."}},
-        BadFile{
-            "FourBytesWithAZeroByte", kMark + "\0"s, {" Unable to analyze the data in %s file."}},
+        BadFile{"AByteOrderMarkAlone", kByteOrderMark, {"%s file is corrupted."}},
+        BadFile{"FourBytes", kByteOrderMark + "{"s, {" Unable to analyze the data in %s file."}},
+        BadFile{"FourBytesWithABlank",
+                kByteOrderMark + " "s,
+                {" Unable to analyze the data in %s file."}},
+        BadFile{"FourBytesWithAZeroByte",
+                kByteOrderMark + "\0"s,
+                {" Unable to analyze the data in %s file."}},
         BadFile{"FiveBytesWithAnEmptyObject",
-                kMark + "{}"s,
+                kByteOrderMark + "{}"s,
                 {"$type is nothing", "%s file is not kx-package.\n"
                                      " Root object of this file is not DB_KxUserProject."}}),
     [](const auto& test) { return test.param.name; });
@@ -102,13 +105,13 @@ INSTANTIATE_TEST_SUITE_P(
                 ProjectBuilder::File(ProjectBuilder::Root()).insert(50, 1, '\0'),
                 {" Unable to analyze the data in %s file."}},
         BadFile{"InUtf16", "\xFF\xFE{\0}\0"s, {" Unable to analyze the data in %s file."}},
-        BadFile{"NoJson", kMark + "hello"s, {" Unable to analyze the data in %s file."}},
+        BadFile{"NoJson", kByteOrderMark + "hello"s, {" Unable to analyze the data in %s file."}},
         BadFile{"AnotherRoot",
                 ProjectBuilder::File(ProjectBuilder::StepSets({})),
                 {"%s file is not kx-package.\n"
                  " Root object of this file is not DB_KxUserProject."}},
         BadFile{"AnUnknownRoot",
-                kMark + R"({"$type":"Other"})"s,
+                kByteOrderMark + R"({"$type":"Other"})"s,
                 {"Other is unknown class.", "%s file is not kx-package.\n"
                                             " Root object of this file is not DB_KxUserProject."}}),
     [](const auto& test) { return test.param.name; });
@@ -220,7 +223,8 @@ class RootThatIsNoObject : public ProjectReader, public ::testing::WithParamInte
 
 TEST_P(RootThatIsNoObject, ThrowsWithoutAMessage)
 {
-    EXPECT_THROW(static_cast<void>(Read(std::string(kMark) + GetParam())), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(Read(std::string(kByteOrderMark) + GetParam())),
+                 std::runtime_error);
 
     EXPECT_THAT(Lines(), IsEmpty());
 }
@@ -231,7 +235,7 @@ INSTANTIATE_TEST_SUITE_P(Roots, RootThatIsNoObject,
 
 TEST_F(ProjectReader, DoesNotLookAtTheNestingBehindARootThatIsNoObject)
 {
-    EXPECT_THROW(static_cast<void>(Read(kMark + "7"s + std::string(2000, '['))),
+    EXPECT_THROW(static_cast<void>(Read(kByteOrderMark + "7"s + std::string(2000, '['))),
                  std::runtime_error);
 }
 
@@ -239,7 +243,7 @@ TEST_F(ProjectReader, ThrowsInRootOnlyModeToo)
 {
     q_UpdaterEngine::ChildlenMode = 1;
 
-    EXPECT_THROW(static_cast<void>(Read(kMark + "[]"s)), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(Read(kByteOrderMark + "[]"s)), std::runtime_error);
 }
 
 TEST_F(ProjectReader, ReleasesBufferAndDocumentOnEveryWayOut)
@@ -250,7 +254,8 @@ TEST_F(ProjectReader, ReleasesBufferAndDocumentOnEveryWayOut)
     document["Comment"] = value(large);
 
     EXPECT_NE(Read(ProjectBuilder::File(document)), nullptr);
-    EXPECT_EQ(Read(kMark + "{\"a\":\""s + large), nullptr);
-    EXPECT_EQ(Read(kMark + "{\"a\":\""s + large + "\"}"), nullptr);
-    EXPECT_THROW(static_cast<void>(Read(kMark + "[\""s + large + "\"]")), std::runtime_error);
+    EXPECT_EQ(Read(kByteOrderMark + "{\"a\":\""s + large), nullptr);
+    EXPECT_EQ(Read(kByteOrderMark + "{\"a\":\""s + large + "\"}"), nullptr);
+    EXPECT_THROW(static_cast<void>(Read(kByteOrderMark + "[\""s + large + "\"]")),
+                 std::runtime_error);
 }

@@ -16,28 +16,28 @@ int __wrap_mkfifo(const char* path, mode_t mode);
 namespace
 {
 
-CallHooks* current = nullptr;
+CallHooks* currentHooks = nullptr;
 
 } // namespace
 
 void* __wrap_malloc(std::size_t size)
 {
-    return current != nullptr ? current->Malloc(size) : __real_malloc(size);
+    return currentHooks != nullptr ? currentHooks->Malloc(size) : __real_malloc(size);
 }
 
 int __wrap_mkfifo(const char* path, mode_t mode)
 {
-    return current != nullptr ? current->Mkfifo(path, mode) : __real_mkfifo(path, mode);
+    return currentHooks != nullptr ? currentHooks->Mkfifo(path, mode) : __real_mkfifo(path, mode);
 }
 
 CallHooks::CallHooks()
 {
-    current = this;
+    currentHooks = this;
 }
 
 CallHooks::~CallHooks()
 {
-    current = nullptr;
+    currentHooks = nullptr;
 }
 
 void CallHooks::BeforeMalloc(std::function<void()> action)

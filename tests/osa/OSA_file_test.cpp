@@ -42,22 +42,22 @@ std::string WriteSparse(const TempDir& dir, off_t size)
 }
 
 /// What the file tests say of one path.
-struct Kind {
+struct FileKind {
     bool isExisting;
     bool isDir;
     int size;
 
-    bool operator==(const Kind& other) const
+    bool operator==(const FileKind& other) const
     {
         return isExisting == other.isExisting && isDir == other.isDir && size == other.size;
     }
-    friend void PrintTo(const Kind& kind, std::ostream* out)
+    friend void PrintTo(const FileKind& kind, std::ostream* out)
     {
         *out << "exists " << kind.isExisting << " dir " << kind.isDir << " size " << kind.size;
     }
 };
 
-Kind KindOf(const std::string& path)
+FileKind KindOf(const std::string& path)
 {
     return {OSA_IsFileExist(path.c_str()), OSA_IsDir(path.c_str()), OSA_FileSize(path.c_str())};
 }
@@ -68,23 +68,23 @@ TEST(OsaFileTests, TellARegularFile)
 {
     const TempDir dir;
 
-    EXPECT_EQ(KindOf(dir.Write("f", "12345")), (Kind{true, false, 5}));
-    EXPECT_EQ(KindOf(dir.Write("empty", "")), (Kind{true, false, 0}));
-    EXPECT_EQ(KindOf(dir.Write("zero bytes", "\0\0"s)), (Kind{true, false, 2}));
+    EXPECT_EQ(KindOf(dir.Write("f", "12345")), (FileKind{true, false, 5}));
+    EXPECT_EQ(KindOf(dir.Write("empty", "")), (FileKind{true, false, 0}));
+    EXPECT_EQ(KindOf(dir.Write("zero bytes", "\0\0"s)), (FileKind{true, false, 2}));
 }
 
 TEST(OsaFileTests, GiveAFolderNoSize)
 {
     const TempDir dir;
 
-    EXPECT_EQ(KindOf(dir.Path()), (Kind{true, true, -1}));
-    EXPECT_EQ(KindOf(dir.Path() + "/"), (Kind{true, true, -1}));
-    EXPECT_EQ(KindOf("/"), (Kind{true, true, -1}));
+    EXPECT_EQ(KindOf(dir.Path()), (FileKind{true, true, -1}));
+    EXPECT_EQ(KindOf(dir.Path() + "/"), (FileKind{true, true, -1}));
+    EXPECT_EQ(KindOf("/"), (FileKind{true, true, -1}));
 }
 
 TEST(OsaFileTests, GiveADeviceNoSize)
 {
-    EXPECT_EQ(KindOf("/dev/null"), (Kind{true, false, -1}));
+    EXPECT_EQ(KindOf("/dev/null"), (FileKind{true, false, -1}));
 }
 
 TEST(OsaFileTests, GiveAFifoNoSize)
@@ -92,7 +92,7 @@ TEST(OsaFileTests, GiveAFifoNoSize)
     const TempDir dir;
     ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
 
-    EXPECT_EQ(KindOf(dir / "fifo"), (Kind{true, false, -1}));
+    EXPECT_EQ(KindOf(dir / "fifo"), (FileKind{true, false, -1}));
 }
 
 TEST(OsaFileTests, FollowLinks)
@@ -104,10 +104,10 @@ TEST(OsaFileTests, FollowLinks)
     fs::create_symlink("missing", dir / "to nothing");
     fs::create_symlink("to itself", dir / "to itself");
 
-    EXPECT_EQ(KindOf(dir / "to file"), (Kind{true, false, 3}));
-    EXPECT_EQ(KindOf(dir / "to folder"), (Kind{true, true, -1}));
-    EXPECT_EQ(KindOf(dir / "to nothing"), (Kind{false, false, -1}));
-    EXPECT_EQ(KindOf(dir / "to itself"), (Kind{false, false, -1}));
+    EXPECT_EQ(KindOf(dir / "to file"), (FileKind{true, false, 3}));
+    EXPECT_EQ(KindOf(dir / "to folder"), (FileKind{true, true, -1}));
+    EXPECT_EQ(KindOf(dir / "to nothing"), (FileKind{false, false, -1}));
+    EXPECT_EQ(KindOf(dir / "to itself"), (FileKind{false, false, -1}));
 }
 
 TEST(OsaFileTests, RefuseAPathThatCannotBeExamined)
@@ -115,11 +115,11 @@ TEST(OsaFileTests, RefuseAPathThatCannotBeExamined)
     const TempDir dir;
     const std::string file = dir.Write("file", "123");
 
-    EXPECT_EQ(KindOf(""), (Kind{false, false, -1}));
-    EXPECT_EQ(KindOf(dir / "missing"), (Kind{false, false, -1}));
-    EXPECT_EQ(KindOf(file + "/below"), (Kind{false, false, -1}));
-    EXPECT_EQ(KindOf(file + "/"), (Kind{false, false, -1}));
-    EXPECT_EQ(KindOf(dir / std::string(5000, 'n')), (Kind{false, false, -1}));
+    EXPECT_EQ(KindOf(""), (FileKind{false, false, -1}));
+    EXPECT_EQ(KindOf(dir / "missing"), (FileKind{false, false, -1}));
+    EXPECT_EQ(KindOf(file + "/below"), (FileKind{false, false, -1}));
+    EXPECT_EQ(KindOf(file + "/"), (FileKind{false, false, -1}));
+    EXPECT_EQ(KindOf(dir / std::string(5000, 'n')), (FileKind{false, false, -1}));
 }
 
 TEST(OsaFileTests, TakeOddNamesAsTheyAre)
@@ -127,7 +127,7 @@ TEST(OsaFileTests, TakeOddNamesAsTheyAre)
     const TempDir dir;
 
     for (const std::string name : {"%s%n", "a b", "\"q\"", "$HOME", "\xFF\xFE", "a\\b", "-rf"}) {
-        EXPECT_EQ(KindOf(dir.Write(name, "1234")), (Kind{true, false, 4})) << name;
+        EXPECT_EQ(KindOf(dir.Write(name, "1234")), (FileKind{true, false, 4})) << name;
     }
 }
 

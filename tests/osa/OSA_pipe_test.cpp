@@ -25,7 +25,7 @@ namespace
 {
 
 /// Reads @p stream to its end.
-std::vector<std::string> Lines(OSA_PipeInStream& stream)
+std::vector<std::string> LinesOf(OSA_PipeInStream& stream)
 {
     std::vector<std::string> lines;
     for (const char* line = stream.gets(); line != nullptr; line = stream.gets()) {
@@ -103,7 +103,7 @@ TEST(OsaPipeInStream, ReadsTheLinesOfAWriterAndLeavesTheFifo)
         writer.Write("one\ntwo\n\nrest");
         writer.Close();
 
-        EXPECT_THAT(Lines(stream), ElementsAre("one\n", "two\n", "\n", "rest"));
+        EXPECT_THAT(LinesOf(stream), ElementsAre("one\n", "two\n", "\n", "rest"));
         EXPECT_EQ(stream.gets(), nullptr);
     }
 
@@ -133,7 +133,7 @@ TEST(OsaPipeInStream, UsesAnExistingFileAsItIs)
 
     OSA_PipeInStream stream(path.c_str());
 
-    EXPECT_THAT(Lines(stream), ElementsAre("a\n", "b"));
+    EXPECT_THAT(LinesOf(stream), ElementsAre("a\n", "b"));
     EXPECT_EQ(ModeOf(path), static_cast<mode_t>(S_IFREG | 0640));
 }
 
@@ -143,7 +143,7 @@ TEST(OsaPipeInStream, HasNoLinesInAnEmptyFile)
 
     OSA_PipeInStream stream(dir.Write("file", "").c_str());
 
-    EXPECT_THAT(Lines(stream), IsEmpty());
+    EXPECT_THAT(LinesOf(stream), IsEmpty());
     EXPECT_EQ(stream.gets(), nullptr);
 }
 
@@ -193,7 +193,7 @@ TEST_P(OsaPipeInStreamLine, ComesInPiecesOf998Characters)
     const std::string line = std::string(GetParam().length, 'x') + "\n";
 
     OSA_PipeInStream stream(dir.Write("file", line + "next\n").c_str());
-    const std::vector<std::string> pieces = Lines(stream);
+    const std::vector<std::string> pieces = LinesOf(stream);
 
     std::vector<std::size_t> lengths;
     std::string joined;
@@ -216,7 +216,7 @@ TEST(OsaPipeInStream, PassesBytesOnAsTheyAre)
 
     OSA_PipeInStream stream(dir.Write("file", "\xFF\xFE%s\r\nab\0cd\n"s).c_str());
 
-    EXPECT_THAT(Lines(stream), ElementsAre("\xFF\xFE%s\r\n", "ab"));
+    EXPECT_THAT(LinesOf(stream), ElementsAre("\xFF\xFE%s\r\n", "ab"));
 }
 
 TEST(OsaPipeInStream, CanBeDerivedFrom)

@@ -23,7 +23,7 @@ namespace
 constexpr int kFailed = 256;
 constexpr int kNotStarted = 32512;
 
-constexpr auto kFile = archive::PackageEntry::Kind::kFile;
+constexpr auto kFileEntry = archive::PackageEntry::Kind::kFile;
 constexpr auto kFolder = archive::PackageEntry::Kind::kFolder;
 constexpr auto kLink = archive::PackageEntry::Kind::kLink;
 
@@ -63,7 +63,7 @@ TEST_F(StageTest, IsUpAsLongAsItLives)
 
 TEST_F(StageTest, UnpacksNothingWhereUnzipDoesNot)
 {
-    package.Add(kFile, archive::kUpdaterName, "", 0755);
+    package.Add(kFileEntry, archive::kUpdaterName, "", 0755);
     package.unpackStatus = 1;
     Stage stage(panel, package, plan);
 
@@ -276,10 +276,10 @@ TEST_F(StageTest, TheUnpackedPackageIsNoScriptsBusinessTheDriveIs)
 
 TEST_F(StageTest, UnpacksFilesFoldersAndLinks)
 {
-    package.Add(kFile, "0/0/app", "a");
+    package.Add(kFileEntry, "0/0/app", "a");
     package.Add(kFolder, "1/0/empty");
     package.Add(kLink, "1/0/link", "../../0/0");
-    package.Add(kFile, "UserPackage.kx-project", "description");
+    package.Add(kFileEntry, "UserPackage.kx-project", "description");
     Stage stage(panel, package, plan);
 
     EXPECT_EQ(Unpack(stage), 0);
@@ -293,7 +293,7 @@ TEST_F(StageTest, UnpacksFilesFoldersAndLinks)
 
 TEST_F(StageTest, ReadsTheDescriptionThatALinkLeadsTo)
 {
-    package.Add(kFile, "sub/real", "description");
+    package.Add(kFileEntry, "sub/real", "description");
     package.Add(kLink, "second", "sub/real");
     package.Add(kLink, "UserPackage.kx-project", "second");
     Stage stage(panel, package, plan);
@@ -317,7 +317,7 @@ std::string Doubled(int count)
 
 TEST_F(StageTest, ADescriptionOfFourMillionObjectsIsRead)
 {
-    package.Add(kFile, "UserPackage.kx-project", Doubled(22));
+    package.Add(kFileEntry, "UserPackage.kx-project", Doubled(22));
     Stage stage(panel, package, plan);
 
     EXPECT_EQ(Unpack(stage), 0);
@@ -325,7 +325,7 @@ TEST_F(StageTest, ADescriptionOfFourMillionObjectsIsRead)
 
 TEST_F(StageTest, ADescriptionWithoutEndIsRefused)
 {
-    package.Add(kFile, "UserPackage.kx-project", Doubled(23));
+    package.Add(kFileEntry, "UserPackage.kx-project", Doubled(23));
     Stage stage(panel, package, plan);
 
     EXPECT_EQ(Thrown([&] { static_cast<void>(Unpack(stage)); }),
@@ -335,7 +335,7 @@ TEST_F(StageTest, ADescriptionWithoutEndIsRefused)
 
 TEST_F(StageTest, ADamagedDescriptionIsAnError)
 {
-    package.Add(kFile, "UserPackage.kx-project", "damaged");
+    package.Add(kFileEntry, "UserPackage.kx-project", "damaged");
     Stage stage(panel, package, plan);
 
     EXPECT_EQ(Thrown([&] { static_cast<void>(Unpack(stage)); }),
@@ -344,7 +344,7 @@ TEST_F(StageTest, ADamagedDescriptionIsAnError)
 
 TEST_F(StageTest, FindsTheUpdaterAsTheWindowDoes)
 {
-    package.Add(kFile, "program", "", 0755);
+    package.Add(kFileEntry, "program", "", 0755);
     package.Add(kLink, "kx_Updater", "program");
     Stage stage(panel, package, plan);
     static_cast<void>(Unpack(stage));
@@ -357,7 +357,7 @@ TEST_F(StageTest, FindsTheUpdaterThatAnybodyMayExecute)
     for (const unsigned mode : {0755U, 0100U, 0010U, 0001U, 0641U, 0654U}) {
         VirtualPanel fresh("");
         MadePackage made;
-        made.Add(kFile, "kx_Updater", "", mode);
+        made.Add(kFileEntry, "kx_Updater", "", mode);
         Stage stage(fresh, made, plan);
         static_cast<void>(Unpack(stage));
 
@@ -370,7 +370,7 @@ TEST_F(StageTest, FindsNoUpdaterThatCannotBeExecuted)
     for (const unsigned mode : {0644U, 0U, 0666U, 04222U}) {
         VirtualPanel fresh("");
         MadePackage made;
-        made.Add(kFile, "kx_Updater", "", mode);
+        made.Add(kFileEntry, "kx_Updater", "", mode);
         Stage stage(fresh, made, plan);
         static_cast<void>(Unpack(stage));
 
@@ -390,7 +390,7 @@ TEST_F(StageTest, AFolderIsNoUpdater)
 
 TEST_F(StageTest, FindsNoUpdaterInAFolderOfForeignLetters)
 {
-    package.Add(kFile, "kx_Updater", "", 0755);
+    package.Add(kFileEntry, "kx_Updater", "", 0755);
     plan.packageFile = "/mnt/usb/F\xc3\xb6\xc3\xb6.kx-update";
     Stage stage(panel, package, plan);
     static_cast<void>(stage.Run("mkdir -p \"/mnt/usb/F\xc3\xb6\xc3\xb6.temp\""));

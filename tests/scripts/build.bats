@@ -6,8 +6,6 @@
 # one.
 
 ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
-# shellcheck source=scripts/lib.sh
-. "$ROOT/scripts/lib.sh"
 # The compiler's messages in plain letters.
 export LC_ALL=C
 
@@ -63,6 +61,11 @@ int main(int argc, char**)
     return Sum({argc, 1});
 }
 END
+}
+
+# build PRESET [TARGET...]: as the scripts of the project build.
+build() {
+    PYTHONPATH=$ROOT/scripts /usr/bin/python3 -B -m kxscripts.common build "$@"
 }
 
 # check_reproducible: leaves $status and $output.

@@ -24,6 +24,7 @@ kx_add_test(first_test SOURCES first_test.cpp LIBRARIES GTest::gtest_main)
 kx_add_test(panel_test ON_DEVICE SOURCES first_test.cpp LIBRARIES GTest::gtest_main)
 kx_add_qt_test(tst_second SOURCES tst_second.cpp)
 kx_add_bats_test(third_bats third.bats 60 LOOK=1)
+kx_add_python_test(fourth_test fourth "$PWD/path")
 END
     cat >first_test.cpp <<'END'
 #include <gtest/gtest.h>
@@ -55,6 +56,17 @@ END
 test "reads what it is given" { [ "$LOOK" = 1 ]; }
 test "fails" { false; }
 END
+    mkdir path
+    echo 'A = 1' >path/found.py
+    cat >fourth.py <<'END'
+import unittest
+import found
+class Fourth(unittest.TestCase):
+    def test_good(self):
+        self.assertEqual(found.A, 1)
+    def test_bad(self):
+        self.assertEqual(found.A, 2)
+END
 }
 
 @test "every case and every row of every kind of test is counted" {
@@ -80,5 +92,7 @@ passed tst_second: tst_Second::rows(none)
 failed tst_second: tst_Second::rows(screen)
 passed third_bats: third.reads what it is given
 failed third_bats: third.fails
+passed fourth_test: fourth.Fourth.test_good
+failed fourth_test: fourth.Fourth.test_bad
 END
 }

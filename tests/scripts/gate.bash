@@ -10,6 +10,8 @@
 #   $STUB/panel.xml updater.xml bats.status  what bats leaves
 #   $STUB/fails                              words of command lines that fail: presets, checks
 #   $STUB/env                                the environment of ctest
+#
+# shellcheck disable=SC2154 # bats sets $output, $lines and $status
 
 ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
 

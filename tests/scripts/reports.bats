@@ -2,8 +2,7 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
 #
-# The report that bats leaves (tests/support/bats-report), the order of the gate's parts, and the
-# report that a binary on the sandboxed device leaves.
+# The reports that bats (tests/support/bats-report) and a binary on the sandboxed device leave.
 
 ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
 
@@ -21,6 +20,40 @@ from kxscripts import results
 for case in results.read(pathlib.Path("$BATS_TEST_TMPDIR/report.xml")):
     print(case.outcome, case.name, case.seconds, repr(case.text))
 END
+}
+
+# played_device: on-device in a tree of its own, whose device/run notes what it is asked for in
+# $TREE/log, leaves what a binary would and ends with $ENDS; with $NONE it can make no panel.
+played_device() {
+    TREE=$BATS_TEST_TMPDIR/tree
+    mkdir -p "$TREE/tests/support" "$TREE/device"
+    cp "$ROOT/tests/support/on-device" "$TREE/tests/support"
+    cat >"$TREE/device/run" <<'END'
+#!/bin/bash
+printf '%s\n' "$*" >>"$(dirname "$0")/../log"
+[ "$*" != '-- true' ] || { [ -z "$NONE" ] || { echo "no namespaces" >&2; exit 1; }; exit 0; }
+[ "$1" != --erase ] || exec rm -r "$3"
+state=$(sed -n 's/.*--state \([^ ]*\).*/\1/p' <<<"$*")
+[ -z "$state" ] || mkdir -p "$state/root/var"
+[[ $* != */var/report.xml* ]] || echo "a report" >"$state/root/var/report.xml"
+[[ $* != *GCOV_PREFIX=/var/gcov* ]] || { mkdir "$state/root/var/gcov"; echo 1 >"$state/root/var/gcov/a.gcda"; }
+exit "${ENDS:-0}"
+END
+    chmod +x "$TREE/device/run"
+    printf '#!/bin/sh\n' >"$TREE/binary"
+    chmod +x "$TREE/binary"
+    unset ASAN_OPTIONS UBSAN_OPTIONS KX_COVERAGE_OUT CI
+    export TMPDIR=$TREE
+}
+
+# on_device ARG...: leaves $status, $output and the lines of what was asked of the device in $asked.
+on_device() {
+    rm -f "$TREE/log"
+    run "$TREE/tests/support/on-device" "$@"
+    echo "$output"
+    mapfile -t asked < <(cat "$TREE/log")
+    # What is kept of the panel while its binary runs is gone.
+    [ -z "$(find "$TREE" -name 'tmp.*')" ]
 }
 
 @test "every case of a run of bats is reported, with its output" {
@@ -63,33 +96,6 @@ failed two.too slow 0.009 ''
 END
 }
 
-@test "a case that was cut off, and those that were not run, are errors" {
-    run report <<'END'
-1..4
-suite /tests/one.bats
-begin 1 first
-ok 1 first in 1ms
-begin 2 second
-END
-
-    [ "$status" -eq 0 ]
-    diff <(printf '%s\n' "${lines[@]:2}") - <<'END'
-passed one.first 0.001 ''
-failed one.second 0.0 'bats ended before this case did'
-failed one.a case that was not run 0.0 'bats ended before this case did'
-failed one.a case that was not run 0.0 'bats ended before this case did'
-END
-}
-
-@test "a run without a plan is an error, and one of no cases leaves none" {
-    run report </dev/null
-    [ "$output" = "failed a case that was not run 0.0 'bats ended before this case did'" ]
-
-    run report <<<'1..0'
-    [ "$status" -ne 0 ]
-    [[ $output == *'reported no case in'* ]]
-}
-
 @test "an interrupted run leaves its report: the formatter reads on until bats has ended" {
     cd "$BATS_TEST_TMPDIR"
     mkfifo stream
@@ -111,30 +117,6 @@ END
 
     grep -qx '# Interrupted' told
     grep -q 'name="second" time="0.002"><failure>Interrupted</failure>' report.xml
-}
-
-@test "characters that no XML file can hold do not spoil a report" {
-    run report < <(printf '1..1\nbegin 1 x\nnot ok 1 x\033[1m in 1ms\n# \033[31mred\001\377 \302\200\n')
-
-    [ "$status" -eq 0 ]
-    [[ ${lines[-1]} == "failed x?[1m 0.001 '?[31mred?"* ]]
-    # Any reader can read it.
-    /usr/bin/python3 -c 'import sys, xml.etree.ElementTree as tree; tree.parse(sys.argv[1])' \
-        "$BATS_TEST_TMPDIR/report.xml"
-}
-
-@test "nor do they spoil what another program wrote" {
-    cd "$BATS_TEST_TMPDIR"
-    printf '<testsuite><testcase name="a"><failure>&#27;[1m&#x1b;[0m \001 &#65;&#x10;&#10;end</failure></testcase></testsuite>' \
-        >report.xml
-
-    run python <<'END'
-import pathlib
-from kxscripts import results
-print(results.read(pathlib.Path("report.xml"))[0])
-END
-
-    [ "$output" = "Case(name='a', outcome='failed', seconds=0.0, text='?[1m?[0m ? A?\nend')" ]
 }
 
 @test "bats itself works with the formatter" {
@@ -164,108 +146,6 @@ failed some.killed False
 END
 }
 
-@test "QtTest's outcomes: a fault that is expected is no case, one that is missing a failure" {
-    cd "$BATS_TEST_TMPDIR"
-    cat >report.xml <<'END'
-<TestCase name="t"><TestFunction name="f">
-<Incident type="xfail" file="a" line="1"><Description>known</Description></Incident>
-<Incident type="pass"/><Duration msecs="8"/></TestFunction>
-<TestFunction name="g"><Incident type="xpass" file="a" line="2"><Description>now good</Description>
-</Incident></TestFunction>
-<TestFunction name="initTestCase"><Incident type="fail" file="a" line="3"/></TestFunction>
-<TestFunction name="h"><Incident type="bpass"/></TestFunction>
-<Duration msecs="9"/></TestCase>
-END
-
-    run python <<'END'
-import pathlib
-from kxscripts import results
-for case in results.read(pathlib.Path("report.xml")):
-    print(case.outcome, case.name, case.seconds, case.text)
-END
-
-    diff <(printf '%s\n' "$output") - <<'END'
-passed t::f() 0.004 
-failed t::g() 0.0 a:2: now good
-failed t::initTestCase() 0.0 
-skipped t::h() 0.0 
-END
-}
-
-@test "a part begins when those it waits for are over, and only then" {
-    run python <<'END'
-import time
-from kxscripts import common, parts
-from kxscripts.results import Case
-told = []
-def work(name, seconds=0.0, problem=None):
-    def do():
-        time.sleep(seconds)
-        if problem:
-            raise problem
-        outcomes = {"nothing": (), "skips": ("passed", "skipped")}.get(name, ("passed",))
-        return [Case(name, outcome) for outcome in outcomes]
-    return do
-P = parts.Part
-done = parts.run([
-    P("slow", work("slow", 0.3)), P("quick", work("quick")), P("bad", work("bad", 0, common.Failed("no"))),
-    P("after both", work("x"), after=("slow", "bad")), P("needs bad", work("y"), needs=("bad",)),
-    P("needs quick", work("z"), needs=("quick",)), P("nothing", work("nothing")),
-    P("odd", work("odd", 0, KeyError("k"))), P("skips", work("skips")),
-    P("needs skips", work("w"), needs=("skips",)),
-], lambda part: told.append("+" + part.name), lambda one: told.append("-" + one.part.name))
-at = told.index
-assert at("-slow") < at("+after both") and at("-bad") < at("+after both"), told
-assert at("-quick") < at("+needs quick") < at("-slow"), told
-assert "+needs bad" not in told, told
-for one in done:
-    print(one.part.name, one.passed, one.failed, one.cases[0].text.splitlines()[-1:], one.seconds > 0.29)
-END
-
-    echo "$output"
-    diff <(printf '%s\n' "$output") - <<'END'
-slow 1 0 [] True
-quick 1 0 [] False
-bad 0 1 ['no'] False
-after both 1 0 [] False
-needs bad 0 1 ['not done, because bad failed'] False
-needs quick 1 0 [] False
-nothing 0 1 ['nothing was tested'] False
-odd 0 1 ["KeyError: 'k'"] False
-skips 1 1 [] False
-needs skips 0 1 ['not done, because skips failed'] False
-END
-}
-
-@test "once everything was ended nothing is started any more" {
-    run python <<'END'
-from kxscripts import processes
-processes.stop_all()
-try:
-    processes.run(["echo", "started"], cwd="/")
-except processes.Stopped:
-    print("stopped")
-END
-
-    [ "$output" = stopped ]
-}
-
-@test "a part that waits for an unknown one, and one that is listed twice, are refused" {
-    run python <<'END'
-from kxscripts import parts
-P = parts.Part
-for plan in ([P("a", None, after=("b",))], [P("a", None, needs=("a",))],
-             [P("a", None), P("a", None)]):
-    try:
-        parts.run(plan, None, None)
-        print("taken")
-    except ValueError as error:
-        print(error)
-END
-
-    diff <(printf '%s\n' "$output" | cut -d : -f 1) <(printf 'a\na\na\n')
-}
-
 @test "a report is brought out of the sandboxed device" {
     cat >"$BATS_TEST_TMPDIR/binary" <<'END'
 #!/bin/sh
@@ -287,4 +167,64 @@ END
         "--gtest_output=xml:$BATS_TEST_TMPDIR/new/report.xml" crash
     [ "$status" -eq 9 ]
     [ ! -e "$BATS_TEST_TMPDIR/new/report.xml" ]
+}
+
+@test "a binary is started on the sandboxed device with the settings of its tools" {
+    played_device
+    local support=$TREE/tests/support options
+
+    ENDS=7 on_device "$TREE/binary" -x "a b"
+    [ "$status" -eq 7 ]
+    options="--seconds 280 --processes 256 --share $TREE/binary=/opt/test/binary"
+    options+=" --share $support/lsan.supp=/opt/test/lsan.supp"
+    options+=" --env LSAN_OPTIONS=suppressions=/opt/test/lsan.supp:print_suppressions=0"
+    [ "${asked[0]}" = '-- true' ]
+    [ "${asked[1]}" = "$options -- /opt/test/binary -x a b" ]
+    [ ${#asked[@]} -eq 2 ]
+
+    ASAN_OPTIONS=a UBSAN_OPTIONS='b c' GTEST_FILTER='' on_device "$TREE/binary"
+    [ "$status" -eq 0 ]
+    [ "${asked[1]}" = "$options --env ASAN_OPTIONS=a --env UBSAN_OPTIONS=b c --env GTEST_FILTER= -- /opt/test/binary" ]
+}
+
+@test "a report and counts are brought out of the panel, whose files are erased" {
+    played_device
+    mkdir "$TREE/counts"
+    local report=$TREE/new/report.xml
+
+    ENDS=1 on_device "$TREE/binary" "--gtest_output=xml:$report" -x
+    [ "$status" -eq 1 ]
+    [ "$(cat "$report")" = 'a report' ]
+    [[ ${asked[1]} == *' --state '*' -- /opt/test/binary --gtest_output=xml:/var/report.xml -x' ]]
+    [[ ${asked[1]} != *GCOV_PREFIX* ]]
+    [[ ${asked[2]} == '--erase --state '* ]]
+    [ -z "$(ls "$TREE/counts")" ]
+
+    local number
+    for number in 1 2; do
+        KX_COVERAGE_OUT=$TREE/counts on_device "$TREE/binary"
+        [ "$status" -eq 0 ]
+        [[ ${asked[1]} == *' --state '*' --env GCOV_PREFIX=/var/gcov -- /opt/test/binary' ]]
+        [ "$(cat "$TREE"/counts/device.*/a.gcda | wc -l)" -eq "$number" ]
+    done
+}
+
+@test "where no panel can be made nothing is started, which is a failure where everything must run" {
+    played_device
+    export NONE=1
+    on_device "$TREE/binary"
+    [ "$status" -eq 77 ]
+    [ "$output" = 'no namespaces' ]
+    [ ${#asked[@]} -eq 1 ]
+    CI=false on_device "$TREE/binary"
+    [ "$status" -eq 77 ]
+    CI=true on_device "$TREE/binary"
+    [ "$status" -eq 1 ]
+
+    on_device
+    [ "$status" -eq 2 ]
+    [ "$output" = 'usage: on-device BINARY [ARG...]' ]
+    on_device "$TREE/none"
+    [ "$status" -eq 2 ]
+    [ ${#asked[@]} -eq 0 ]
 }

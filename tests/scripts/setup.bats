@@ -4,11 +4,14 @@
 #
 # scripts/setup where Debian's package tools are played: nothing is installed here.
 #
-#   $STUB/states     "PACKAGE STATE" for what dpkg knows; every other package is installed
+#   $STUB/states     "PACKAGE STATE" for what dpkg knows, PACKAGE "*" for all; every other package
+#                    is installed
 #   $STUB/failures   how often apt-get install fails
 #   $STUB/log        what was asked of apt-get
 
 ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
+
+bats_require_minimum_version 1.5.0
 
 setup() {
     cd "$BATS_TEST_TMPDIR" || return
@@ -17,15 +20,20 @@ setup() {
     echo 0 >"$STUB/failures"
     touch "$STUB/states" "$STUB/log"
     stand_in dpkg-query <<'END'
-state=$(sed -n "s/^${*: -1} //p" "$STUB/states")
-[ "$state" != unknown ] || exit 1
+while read -r name value; do
+    [[ ${*: -1} != $name ]] || state=$value
+done <"$STUB/states"
+[ "$state" != unknown ] || { echo "no package ${*: -1}" >&2 && exit 1; }
 printf '%s' "${state:-installed}"
 END
     stand_in apt-get <<'END'
 echo "$*" >>"$STUB/log"
-left=$(cat "$STUB/failures")
+[ "$DEBIAN_FRONTEND" = noninteractive ] || [ "$1" != install ] || echo "it asks" >>"$STUB/log"
+echo "apt-get prints this"
+read -r left <"$STUB/failures"
 [ "$1" = install ] && [ "$left" -gt 0 ] || exit 0
 echo $((left - 1)) >"$STUB/failures"
+echo "apt-get: no luck" >&2
 exit 100
 END
     stand_in id <<<'echo 0'
@@ -49,6 +57,20 @@ set_up() {
 # expect_asked [LINE...]: all that apt-get was asked for.
 expect_asked() {
     diff <([ $# -eq 0 ] || printf '%s\n' "$@") "$STUB/log"
+}
+
+# expect_group GROUP... -- PACKAGE...: what a machine that has none of it gets for the groups.
+expect_group() {
+    local groups=()
+    while [ "$1" != -- ]; do
+        groups+=("$1")
+        shift
+    done
+    shift
+    : >"$STUB/log"
+    set_up "${groups[@]}"
+    [ "$status" -eq 0 ]
+    expect_asked "install -y -q --no-install-recommends $(printf '%s\n' "$@" | sort -u | paste -sd ' ')"
 }
 
 @test "nothing is asked for where nothing is missing" {
@@ -82,7 +104,8 @@ scripts/setup: done' ]
     echo 2 >"$STUB/failures"
     set_up test
     [ "$status" -eq 100 ]
-    [ "$output" = 'scripts/setup: installing jq' ]
+    [ "$output" = 'scripts/setup: installing jq
+apt-get: no luck' ]
 }
 
 @test "a user needs sudo, and is told so" {
@@ -92,24 +115,28 @@ scripts/setup: done' ]
 echo "sudo $*" >>"$STUB/log"
 exec "$@"
 END
+    echo 1 >"$STUB/failures"
+    local install='install -y -q --no-install-recommends jq'
     set_up test
     [ "$status" -eq 0 ]
-    [ "$(head -n 1 "$STUB/log")" = \
-        'sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends jq' ]
+    expect_asked "sudo env DEBIAN_FRONTEND=noninteractive apt-get $install" "$install" \
+        'sudo apt-get update -q' 'update -q' \
+        "sudo env DEBIAN_FRONTEND=noninteractive apt-get $install" "$install"
 
     rm "$STUB/bin/sudo"
     local tool
     for tool in bash env id sed sort; do
         [ -e "$STUB/bin/$tool" ] || ln -s "$(type -P "$tool")" "$STUB/bin"
     done
-    run env PATH="$STUB/bin" "$ROOT/scripts/setup" test
+    run --separate-stderr env PATH="$STUB/bin" "$ROOT/scripts/setup" test
     [ "$status" -eq 1 ]
-    [ "$output" = 'scripts/setup: missing jq; run it as root, or install sudo' ]
+    # shellcheck disable=SC2154 # bats sets it
+    [ "$stderr" = 'scripts/setup: missing jq; run it as root, or install sudo' ]
 
     rm "$STUB/bin/dpkg-query"
-    run env PATH="$STUB/bin" "$ROOT/scripts/setup" bench
+    run --separate-stderr env PATH="$STUB/bin" "$ROOT/scripts/setup" bench
     [ "$status" -eq 1 ]
-    [ "$output" = 'scripts/setup: this machine has no dpkg; install by hand: python3' ]
+    [ "$stderr" = 'scripts/setup: this machine has no dpkg; install by hand: python3' ]
 }
 
 @test "an unknown group is refused before anything is installed, and the help names all groups" {
@@ -118,13 +145,61 @@ END
     [ "$status" -eq 2 ]
     [ "${lines[0]}" = "scripts/setup: unknown group 'nonsense'" ]
     expect_asked
+    local usage=("${lines[@]:1}")
 
-    set_up --help
-    [ "$status" -eq 0 ]
-    local group usage=$output
-    for group in build tools demo test bench display web vnc; do
-        grep -qw "$group" <<<"$usage"
-        set_up "$group"
+    local option group
+    for option in --help -h; do
+        run --separate-stderr env PATH="$STUB/bin:/usr/bin:/bin" "$ROOT/scripts/setup" test "$option"
         [ "$status" -eq 0 ]
+        diff <(printf '%s\n' "${usage[@]}") <(printf '%s\n' "${lines[@]}")
+    done
+    [[ ${lines[0]} == 'Installs what the project needs'* ]]
+    [[ ${lines[-1]} == *'in a VNC viewer' ]]
+    for group in build tools demo test bench display web vnc; do
+        grep -qw "$group" <<<"$output"
+    done
+    run --separate-stderr env PATH="$STUB/bin:/usr/bin:/bin" "$ROOT/scripts/setup" --nonsense
+    [ "$output" = '' ]
+}
+
+@test "a bare machine gets what each group is for, and all but the displays by default" {
+    echo '* unknown' >"$STUB/states"
+    local compiler=(ca-certificates cmake g++ git ninja-build picojson-dev)
+    local build=("${compiler[@]}" qtbase5-dev qttools5-dev-tools)
+    local tools=("${compiler[@]}" libbz2-dev libcli11-dev libtomlplusplus-dev libutfcpp-dev libzip-dev
+        pkg-config zlib1g-dev)
+    local demo=(fonts-dejavu-core fonts-ipafont-gothic imagemagick openbox passwd python3 uidmap unzip
+        util-linux xdotool xvfb zip)
+    local tests=(bats clang clang-format clang-tidy codespell gcovr groff-base jq keyutils
+        libarchive-tools libclang-rt-14-dev libgmock-dev libgtest-dev man-db p7zip-full procps python3
+        python3-jsonschema python3-xmlrunner shellcheck util-linux)
+
+    expect_group build -- "${build[@]}"
+    expect_group tools -- "${tools[@]}"
+    expect_group demo -- "${demo[@]}"
+    expect_group test -- "${tests[@]}"
+    expect_group bench -- python3
+    expect_group display -- socat xserver-xephyr
+    expect_group web -- novnc tigervnc-standalone-server websockify
+    expect_group vnc -- socat tigervnc-standalone-server
+    expect_group vnc bench display -- python3 socat tigervnc-standalone-server xserver-xephyr
+    expect_group bench display vnc web build -- python3 socat xserver-xephyr novnc \
+        tigervnc-standalone-server websockify "${build[@]}"
+    expect_group -- "${build[@]}" "${tools[@]}" "${demo[@]}" "${tests[@]}"
+}
+
+@test "a machine that lacks Python gets it before a script begins" {
+    local name tool
+    for tool in bash dirname readlink; do
+        ln -s "$(type -P "$tool")" "$STUB/bin"
+    done
+    mkdir scripts
+    stand_in setup <<<'echo "setup $*" >&2; exit 5'
+    cp "$STUB/bin/setup" scripts
+    for name in check check-reproducible coverage fuzz test; do
+        sed 's|/usr/bin/python3|/usr/bin/no-python3|g' "$ROOT/scripts/$name" >"scripts/$name"
+        run env PATH="$STUB/bin" bash "scripts/$name"
+        [ "$status" -eq 5 ]
+        [ "$output" = 'setup test' ]
     done
 }

@@ -20,7 +20,7 @@ int __wrap_system(const char* command);
 namespace
 {
 
-ShellRecorder* current = nullptr;
+ShellRecorder* currentShell = nullptr;
 
 [[noreturn]] void Refuse(const char* reason, const char* command)
 {
@@ -69,23 +69,23 @@ int __wrap_system(const char* command)
 
 int OSA_SystemRun(const char* command)
 {
-    if (current == nullptr) {
+    if (currentShell == nullptr) {
         Refuse("a command outside the life of a recorder", command);
     }
-    return current->Run(command);
+    return currentShell->Run(command);
 }
 
 ShellRecorder::ShellRecorder(Mode mode) : m_mode(mode)
 {
-    if (current != nullptr) {
+    if (currentShell != nullptr) {
         Refuse("a second recorder", "");
     }
-    current = this;
+    currentShell = this;
 }
 
 ShellRecorder::~ShellRecorder()
 {
-    current = nullptr;
+    currentShell = nullptr;
 }
 
 void ShellRecorder::Answer(const std::string& command, int status)

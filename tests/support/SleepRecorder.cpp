@@ -10,16 +10,16 @@
 namespace
 {
 
-SleepRecorder* current = nullptr;
+SleepRecorder* currentSleep = nullptr;
 
 void Note(const char* function, unsigned argument)
 {
-    if (current == nullptr) {
+    if (currentSleep == nullptr) {
         std::fprintf(stderr, "SleepRecorder: outside the life of a recorder: %s %u\n", function,
                      argument);
         std::abort();
     }
-    current->Note(function, argument);
+    currentSleep->Note(function, argument);
 }
 
 } // namespace
@@ -36,12 +36,12 @@ void OSA_SystemPause(unsigned microseconds)
 
 SleepRecorder::SleepRecorder()
 {
-    current = this;
+    currentSleep = this;
 }
 
 SleepRecorder::~SleepRecorder()
 {
-    current = nullptr;
+    currentSleep = nullptr;
 }
 
 void SleepRecorder::Note(const char* function, unsigned argument)

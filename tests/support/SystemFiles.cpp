@@ -7,38 +7,38 @@
 namespace
 {
 
-SystemFiles* current = nullptr;
+SystemFiles* currentFiles = nullptr;
 
 } // namespace
 
 int OSA_SystemStat(const char* path, struct stat* info)
 {
-    return current != nullptr ? current->Stat(path, info) : stat(path, info);
+    return currentFiles != nullptr ? currentFiles->Stat(path, info) : stat(path, info);
 }
 
 std::FILE* OSA_SystemOpen(const char* path, const char* mode)
 {
-    return current != nullptr ? current->Open(path, mode) : std::fopen(path, mode);
+    return currentFiles != nullptr ? currentFiles->Open(path, mode) : std::fopen(path, mode);
 }
 
 int OSA_SystemList(const char* dir, dirent*** entries)
 {
-    return current != nullptr ? current->List(dir, entries)
-                              : scandir(dir, entries, nullptr, alphasort);
+    return currentFiles != nullptr ? currentFiles->List(dir, entries)
+                                   : scandir(dir, entries, nullptr, alphasort);
 }
 
 SystemFiles::SystemFiles()
 {
-    if (current != nullptr) {
+    if (currentFiles != nullptr) {
         std::fputs("SystemFiles: a second one\n", stderr);
         std::abort();
     }
-    current = this;
+    currentFiles = this;
 }
 
 SystemFiles::~SystemFiles()
 {
-    current = nullptr;
+    currentFiles = nullptr;
 }
 
 int SystemFiles::Stat(const char* path, struct stat* info)

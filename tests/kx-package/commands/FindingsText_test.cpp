@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands/FindingsText.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <picojson.h>
 
@@ -83,6 +84,24 @@ TEST(WriteFindings, ColoursTheSumByTheWorstOfThem)
     checks::Findings warnings;
     warnings.Add(checks::RuleId::kPayloadUnused, checks::Location::Entry("8"), "no step uses it");
     EXPECT_EQ(sumOf(warnings), "a.kx-update: \x1b[33m0 errors, 1 warning, 0 notes\x1b[0m\n");
+}
+
+TEST(WriteFindings, TellsHowManyOfAKindAreNotListed)
+{
+    checks::Findings findings;
+    for (std::size_t i = 0; i < checks::Findings::kMostOfARule + 3; ++i) {
+        findings.Add(checks::RuleId::kPayloadUnused, checks::Location::Entry("8"), "unused");
+    }
+    std::ostringstream text;
+    WriteFindings({text, text}, "a.kx-update", findings, true);
+    EXPECT_THAT(text.str(), testing::HasSubstr("\n  (3 more of this kind are not listed)\n"));
+
+    std::ostringstream json;
+    WriteFindings({json, json, true}, "a.kx-update", findings, true);
+    picojson::value told;
+    ASSERT_EQ(picojson::parse(told, json.str()), "");
+    EXPECT_EQ(told.get("omitted").serialize(), R"({"payload-unused":3})");
+    EXPECT_TRUE(told.get("clean").get<bool>());
 }
 
 TEST(WriteFindings, TellsProgramsTheSame)

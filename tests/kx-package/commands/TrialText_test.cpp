@@ -3,6 +3,7 @@
 #include "commands/TrialText.h"
 #include "kx-package/commands/Trials.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -99,6 +100,51 @@ TEST(WriteTrialText, TellsWhatAFailureDidNotDo)
     EXPECT_EQ(lineOf(true, 1), "  made to fail: step 1, cp a b");
     EXPECT_EQ(lineOf(true, 2), "  the installation went on: the step may be skipped, or the "
                                "updater does not look at this command's result");
+}
+
+TEST(WriteTrialText, MasksNothingButPasswordsInTheCommandThatFailed)
+{
+    const auto shown = [](const std::string& command) {
+        Installation installation;
+        installation.isUnpacked = true;
+        installation.isRefused = true;
+        return RemarksOn(installation, {"F", 1, command}).at(0);
+    };
+
+    EXPECT_EQ(shown("echo 'a:b' | chpasswd"), "made to fail: step 1, echo 'a:********' | chpasswd");
+    EXPECT_EQ(shown("echo 'ab' | chpasswd"), "made to fail: step 1, echo 'ab:********' | chpasswd");
+    EXPECT_EQ(shown("echo 'a:b' | chpasswd -e"), "made to fail: step 1, echo 'a:b' | chpasswd -e");
+    EXPECT_EQ(shown("cat 'a:b' | chpasswd"), "made to fail: step 1, cat 'a:b' | chpasswd");
+    EXPECT_EQ(shown("echo '"), "made to fail: step 1, echo '");
+}
+
+TEST(WriteTrialText, RemarksOnNoCommandWhereNothingWasUnpacked)
+{
+    Installation installation;
+    installation.remarks = {"cut"};
+
+    EXPECT_THAT(RemarksOn(installation, {"F", 1, "cp"}), testing::ElementsAre("cut"));
+    installation.isUnpacked = true;
+    EXPECT_THAT(RemarksOn(installation, {"F", 0, ""}), testing::ElementsAre("cut"));
+}
+
+TEST(WriteTrialText, OfAPackageThatWasNotUnpackedIsWhatTheUnpackingPrinted)
+{
+    TrialResult result;
+    result.installations.resize(1);
+    const auto told = [&result] {
+        std::ostringstream out;
+        WriteTrialText({out, out, false, true}, {"F", 0, ""}, result);
+        return out.str();
+    };
+    EXPECT_EQ(told(), "F: \x1b[31mnot installed\x1b[0m\n");
+
+    result.installations[0].log.Append("bad\n");
+    result.installations[0].remarks = {"why"};
+    EXPECT_EQ(told(), "F: \x1b[31mnot installed\x1b[0m\n"
+                      "  \x1b[33mwhy\x1b[0m\n"
+                      "\n\x1b[1mWhat the unpacking printed\x1b[0m\n"
+                      "  | bad\n");
 }
 
 TEST(ShellGreeting, TellsWhetherThePackageIsInstalled)

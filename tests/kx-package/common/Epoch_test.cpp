@@ -23,6 +23,11 @@ TEST(SourceDateEpoch, IsANumberOfSeconds)
     const Environment set("SOURCE_DATE_EPOCH", "1700000000");
 
     EXPECT_EQ(SourceDateEpoch(), 1700000000);
+
+    const Environment first("SOURCE_DATE_EPOCH", "0");
+    EXPECT_EQ(SourceDateEpoch(), 0);
+    const Environment last("SOURCE_DATE_EPOCH", "4354819199");
+    EXPECT_EQ(SourceDateEpoch(), 4354819199);
 }
 
 TEST(SourceDateEpoch, RefusesWhatNoPackageCanHold)

@@ -1,13 +1,69 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "common/Output.h"
+#include "io/TemporaryFile.h"
+#include "support/Environment.h"
+#include "support/Streams.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 
+#include <unistd.h>
+
 namespace kx::tool
 {
+
+TEST(StandardOutput, IsColouredOnATerminalUnlessThatIsNotWanted)
+{
+    const TerminalStream terminal(STDOUT_FILENO);
+    const ReplacedStream file(STDERR_FILENO, io::MakeTemporaryFile());
+    const Environment unset("NO_COLOR", nullptr);
+    EXPECT_TRUE(StandardOutput(false).hasColour);
+    EXPECT_FALSE(StandardOutput(false).isWatched);
+    EXPECT_FALSE(StandardOutput(false).isJson);
+    EXPECT_FALSE(StandardOutput(true).hasColour);
+    EXPECT_TRUE(StandardOutput(true).isJson);
+    const Environment empty("NO_COLOR", "");
+    EXPECT_TRUE(StandardOutput(false).hasColour);
+    const Environment set("NO_COLOR", "0");
+    EXPECT_FALSE(StandardOutput(false).hasColour);
+}
+
+TEST(StandardOutput, IsWatchedWhereErrorsGoToATerminal)
+{
+    const ReplacedStream file(STDOUT_FILENO, io::MakeTemporaryFile());
+    const TerminalStream terminal(STDERR_FILENO);
+    const Environment unset("NO_COLOR", nullptr);
+
+    EXPECT_TRUE(StandardOutput(false).isWatched);
+    EXPECT_FALSE(StandardOutput(false).hasColour);
+    EXPECT_FALSE(StandardOutput(true).isWatched);
+}
+
+TEST(Coloured, IsTheTextAloneWhereThereAreNoColours)
+{
+    std::ostringstream out;
+
+    EXPECT_EQ(Coloured({out, out}, Colour::kRed, "t"), "t");
+    const Output output{out, out, false, true, false};
+    EXPECT_EQ(Coloured(output, Colour::kBold, "t"), "\x1b[1mt\x1b[0m");
+    EXPECT_EQ(Coloured(output, Colour::kRed, "t"), "\x1b[31mt\x1b[0m");
+    EXPECT_EQ(Coloured(output, Colour::kYellow, "t"), "\x1b[33mt\x1b[0m");
+    EXPECT_EQ(Coloured(output, Colour::kGreen, "t"), "\x1b[32mt\x1b[0m");
+    EXPECT_EQ(Coloured(output, Colour::kGrey, "t"), "\x1b[90mt\x1b[0m");
+}
+
+TEST(WriteError, IsOneSafeLineForPeople)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+
+    WriteError({out, err}, io::Error(io::ExitCode::kProblems, "a\x1b", "is wrong", "mend it"));
+
+    EXPECT_EQ(out.str(), "");
+    EXPECT_EQ(err.str(), "kx-package: a\\x1b: is wrong; mend it\n");
+}
 
 TEST(WriteError, KeepsJsonReadableWhateverThePlaceIsCalled)
 {

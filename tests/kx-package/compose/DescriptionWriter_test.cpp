@@ -129,6 +129,17 @@ TEST(WriteDescription, HasAByteOrderMarkTypesFirstAndTheTablesOrder)
                                             "}\n");
 }
 
+TEST(WriteDescription, EscapesQuotesBackslashesAndWhatDoesNotShow)
+{
+    ProjectModel model;
+    model.root.Title = "\"\\\t\r\x01\x1f \x7f/\xc3\xa9";
+    model.root.DB_StepSets = &model.Make<DB_StepSets>();
+
+    EXPECT_THAT(
+        WriteDescription(model.root),
+        ::testing::HasSubstr("\"Title\": \"\\\"\\\\\\t\\r\\u0001\\u001f \\u007f/\xc3\xa9\",\n"));
+}
+
 TEST(WriteDescription, RefusesAModelThatIsNotWhole)
 {
     ProjectModel model;

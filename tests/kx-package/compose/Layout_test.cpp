@@ -158,6 +158,20 @@ TEST_F(Layouts, TakesFilesFromOutsideTheFolder)
                 ElementsAre((m_dir / "outside/x") + " > /t/y 644"));
 }
 
+TEST_F(Layouts, TakeNoFoldersForAPatternOfFiles)
+{
+    m_dir.Write("data/x", "");
+    m_dir.Write("data/deep/y", "");
+
+    EXPECT_THAT(ItemsOf(Make(CopyFiles("data/*", "/t/"))), ElementsAre("data/x > /t/x 644"));
+}
+
+TEST_F(Layouts, TakeFilesBelowTheRootByAPattern)
+{
+    EXPECT_THAT(ItemsOf(Make(CopyFiles("/et?/passwd", "/t/"))),
+                ElementsAre("/etc/passwd > /t/etc/passwd 644"));
+}
+
 TEST_F(Layouts, NeverTakesThePackageItselfIn)
 {
     m_dir.Write("out/demo.kx-update", "an older one");
@@ -182,7 +196,7 @@ TEST_F(Layouts, RemarksOnProgramsThatWouldNotBeExecutable)
 {
     m_dir.Write("share/run", "#!/bin/sh\n");
     m_dir.Write("share/elf", "\x7f"
-                             "ELF");
+                             "ELF\1\1");
     m_dir.Write("share/text", "#");
 
     m_dir.Write("share/libfoo.so", ElfOf().Bytes());

@@ -55,6 +55,8 @@ INSTANTIATE_TEST_SUITE_P(
                       GlobCase{"StarInName", "a*.txt", "abc.txt", true},
                       GlobCase{"StarForNothing", "a*.txt", "a.txt", true},
                       GlobCase{"StarTriesLaterPlaces", "*ab", "aab", true},
+                      GlobCase{"StarBeginsTheRestAnew", "*ab", "axb", false},
+                      GlobCase{"LaterStarsDoNotGoBack", "*bc*cd", "bcd", false},
                       GlobCase{"TwoStars", "*a*b", "xaxxb", true},
                       GlobCase{"StarStaysInItsPart", "*", "a/b", false},
                       GlobCase{"NameIsMatchedWhole", "a", "ab", false},
@@ -63,6 +65,11 @@ INSTANTIATE_TEST_SUITE_P(
                       GlobCase{"QuestionMarkNeedsACharacter", "a?", "a", false},
                       GlobCase{"QuestionMarkIsOneUtf8Character", "?.txt", "\xe3\x81\x82.txt", true},
                       GlobCase{"QuestionMarkIsNotTwo", "?.txt", "\xc3\xa4\xc3\xa4.txt", false},
+                      GlobCase{"StarTakesWholeCharacters", "*\xa4.txt", "\xc3\xa4.txt", false},
+                      GlobCase{"StarTakesBytesThatAreNoCharacters", "*b",
+                               "\xff\xfe"
+                               "b",
+                               true},
                       GlobCase{"AnyDepth", "**", "a/b/c", true},
                       GlobCase{"AnyDepthBeforeAName", "**/x", "a/b/x", true},
                       GlobCase{"AnyDepthMayBeNone", "**/x", "x", true},
@@ -136,6 +143,33 @@ TEST(ListTree, DoesNotEnterFoldersThatHoldNothingWanted)
     EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterOf("wanted/*"))), ElementsAre("wanted/x"));
     EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterWithout({"other"}))),
                 ElementsAre("wanted/", "wanted/x"));
+}
+
+TEST(TreeFilters, EnterOnlyFoldersThatMayHoldSomethingWanted)
+{
+    const TreeFilter files = FilterOf("wanted/*/x");
+    EXPECT_TRUE(files.isEntered("wanted"));
+    EXPECT_TRUE(files.isEntered("wanted/a"));
+    EXPECT_FALSE(files.isEntered("other"));
+    EXPECT_FALSE(files.isEntered("wanted/a/x"));
+    EXPECT_FALSE(FilterOf("x").isEntered("x"));
+    EXPECT_TRUE(FilterOf("a/**").isEntered("a/b/c"));
+    EXPECT_FALSE(FilterOf("a/**").isEntered("a/.b"));
+    EXPECT_FALSE(FilterWithout({"a"}).isEntered("a"));
+    EXPECT_TRUE(FilterWithout({"a"}).isEntered("b"));
+}
+
+TEST(ListTree, EntersWhateverTheEndOfAPatternFitsAtAnyDepth)
+{
+    const TempDir dir;
+    dir.Write("a/b/c/x", "");
+    dir.Write("a/.git/x", "");
+    dir.Write("b/x", "");
+
+    EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterOf("a/**"))),
+                ElementsAre("a/", "a/b/", "a/b/c/", "a/b/c/x"));
+    EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterOf("a/**/c/*"))), ElementsAre("a/b/c/x"));
+    EXPECT_THAT(NamesOf(ListTree(dir.Path(), FilterOf("a"))), ElementsAre("a/"));
 }
 
 TEST(ListTree, TakesLinksToFilesAndRefusesOtherThings)

@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <filesystem>
+
 namespace kx::tool
 {
 
@@ -248,6 +251,24 @@ TEST(RefusedManifest, IsBoundedInDepth)
 
     EXPECT_EQ(answer.substr(0, 20), "1: DIR/package.toml:");
     EXPECT_NE(answer.find("is not valid TOML"), std::string::npos);
+}
+
+TEST(RefusedManifest, IsLargerThanSixteenMebibytesOrNamesSuchAScript)
+{
+    constexpr std::uintmax_t kTooMuch = (std::uintmax_t{16} << 20) + 1;
+    const TempDir dir;
+    const std::string script = dir.Write("x.sh", "x");
+    const std::string path =
+        dir.Write("package.toml", std::string(kIdentity) +
+                                      "[[steps]]\nkind = \"script\"\ninstall-file = \"x.sh\"\n");
+    const auto answer = [&path] {
+        return Thrown([&path] { static_cast<void>(ReadManifest(path)); });
+    };
+
+    std::filesystem::resize_file(script, kTooMuch);
+    EXPECT_EQ(answer(), "3: " + path + ":12:16: " + script + ": is larger than 16.0 MiB");
+    std::filesystem::resize_file(path, kTooMuch);
+    EXPECT_EQ(answer(), "3: " + path + ": is larger than 16.0 MiB");
 }
 
 TEST(RefusedManifest, NeedsAPackage)

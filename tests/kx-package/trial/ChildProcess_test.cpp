@@ -15,7 +15,9 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace kx::tool
 {
@@ -114,6 +116,36 @@ TEST(RunChild, LeavesNoChildBehindWhenItIsAskedInVain)
 
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(RunChild, EndsAChildWhoseParentIsKilled)
+{
+    const Deadline deadline;
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    // The grandchild is handed over to this process, which then sees its end.
+    ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+    const pid_t parent = fork();
+    if (parent == 0) {
+        const std::string script =
+            "echo $$ >&" + std::to_string(ends[1]) + "; exec /usr/bin/sleep 60";
+        static_cast<void>(RunChild({"/bin/sh", "-c", script}, Always));
+        _exit(0);
+    }
+    std::array<char, 16> text{};
+    ASSERT_GT(read(ends[0], text.data(), text.size() - 1), 0);
+    const pid_t child = std::stoi(text.data());
+
+    kill(parent, SIGKILL);
+    waitpid(parent, nullptr, 0);
+    int status = 0;
+
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
+    close(ends[0]);
+    close(ends[1]);
 }
 
 TEST(RunChild, SaysWhyAProgramCannotBeStarted)

@@ -6,6 +6,7 @@
 #include "support/Thrown.h"
 #include "trial/Equipment.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace kx::tool
@@ -88,6 +89,19 @@ TEST_F(Places, AToolWhereItWasBuiltFindsTheDeviceOfItsSourcesAndTheReleaseBuilds
     EXPECT_EQ(FindDevice("", m_tool), device);
     EXPECT_EQ(FindTrialUpdater("", m_tool), updater);
     EXPECT_EQ(FindDevice("", m_tool), MakeDevice("build/lib/kx_Updater/device"));
+}
+
+TEST_F(Places, AnUpdaterBesideAToolThatWasMovedIsNotTakenForTheReleaseBuilds)
+{
+    m_dir.Write("release/kx_Updater", ProgramFor(m_native), kExecutable);
+    EXPECT_THAT(Thrown([&] { static_cast<void>(FindTrialUpdater("", m_tool)); }),
+                testing::HasSubstr(": there is no updater for "));
+
+    m_dir.Write("bin/kx-package.sources", m_dir / "sources" + "\n");
+    EXPECT_EQ(FindTrialUpdater("", m_tool), m_dir / "release/kx_Updater");
+    m_dir.Write("release/kx_Updater", ProgramFor(m_native), 0644);
+    EXPECT_THAT(Thrown([&] { static_cast<void>(FindTrialUpdater("", m_tool)); }),
+                testing::HasSubstr(": there is no updater for "));
 }
 
 TEST_F(Places, TheUpdaterIsTheNamedOneOrTheMachinesOwn)

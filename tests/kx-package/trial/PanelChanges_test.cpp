@@ -65,6 +65,31 @@ TEST(ReadPanelChanges, TurnsWhatStandsForBytesIntoThem)
     EXPECT_EQ(PathRead(R"(/\ud83d\udc80)"), "/💀");
     // Nor is what only looks like them.
     EXPECT_EQ(PathRead(R"(/\\udcff)"), R"(/\udcff)");
+    EXPECT_EQ(PathRead(R"(/\\\udcff)"), "/\\\xff");
+    // The bounds of the bytes, of the first halves, and digits of all kinds.
+    EXPECT_EQ(PathRead(R"(/\ud800\udc80)"), "/\xf0\x90\x82\x80");
+    EXPECT_EQ(PathRead(R"(/\udbff\udcff)"), "/\xf4\x8f\xb3\xbf");
+    EXPECT_EQ(PathRead(R"(/\udc89\udc90\udCfA\udc99)"), "/\x89\x90\xfa\x99");
+    EXPECT_EQ(PathRead(R"(/\u0000b)"), std::string("/\0b", 3));
+}
+
+TEST(ReadPanelChanges, SaysWhatIsWrong)
+{
+    const auto told = [](const std::string& json) {
+        try {
+            static_cast<void>(ReadPanelChanges(json));
+        } catch (const std::runtime_error& error) {
+            return std::string(error.what());
+        }
+        return std::string("nothing thrown");
+    };
+
+    EXPECT_NE(told("x"), "nothing thrown");
+    EXPECT_NE(told("x"), "an object is missing");
+    EXPECT_EQ(told("[]"), "an object is missing");
+    EXPECT_EQ(told(R"({"files": [1]})"), "an object is missing");
+    EXPECT_EQ(told(R"({"files": 1})"), "the list 'files' is missing");
+    EXPECT_EQ(told(R"({"files": []})"), "the list 'settings' is missing");
 }
 
 class BrokenSummary : public testing::TestWithParam<const char*>

@@ -95,6 +95,14 @@ TEST(RoadOf, OfAFileThatIsNoPackageOnlyLeavesTheDrive)
     EXPECT_THAT(road.leaving, ElementsAre("/usr/bin/kxsystem/usb_umount"));
 }
 
+TEST(RoadOf, OfTwoPackagesOnOneDriveFindsNone)
+{
+    rehearsal::Plan plan = PlanOfFoo();
+    plan.outcome = rehearsal::Outcome::kNotAlone;
+
+    EXPECT_FALSE(RoadOf(plan).isFound);
+}
+
 TEST(RoadOf, OfAPlanWithoutCommandsIsEmpty)
 {
     const Road road = RoadOf(PlanOfFoo());

@@ -66,6 +66,15 @@ TEST(FailureOfStep, CountsTheSameCommandOfEarlierSteps)
     EXPECT_EQ(FailureOfStep(plan, 3, 3).number, 3);
 }
 
+TEST(FailureOfStep, IsNoCommandOfTheWindow)
+{
+    rehearsal::Plan plan = PlanOf(1);
+    Add(plan, 1, "cp window", Process::kWindow);
+    Add(plan, 1, "cp installer");
+
+    EXPECT_EQ(FailureOfStep(plan, 1, 1).command, "cp installer");
+}
+
 TEST(FailureOfStep, RefusesAStepThatCannotFail)
 {
     const rehearsal::Plan plan = PlanOf(1);

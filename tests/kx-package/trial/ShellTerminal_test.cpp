@@ -1,16 +1,20 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "io/Descriptor.h"
+#include "io/TemporaryFile.h"
+#include "support/Deadline.h"
+#include "support/Streams.h"
+#include "support/Thrown.h"
 #include "trial/ShellTerminal.h"
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
+#include <array>
+#include <string>
 #include <utility>
 
 #include <fcntl.h>
-#include <pty.h>
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace kx::tool
@@ -28,60 +32,112 @@ Size SizeOf(int terminal)
     return ioctl(terminal, TIOCGWINSZ, &size) == 0 ? Size(size.ws_row, size.ws_col) : Size(-1, -1);
 }
 
-/// A person's terminal, which is standard input for the life of the object.
-class Person
-{
-public:
-    Person() : m_input(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3))
-    {
-        int screen = -1;
-        int keyboard = -1;
-        if (openpty(&screen, &keyboard, nullptr, nullptr, nullptr) != 0) {
-            throw std::runtime_error("there is no terminal");
-        }
-        m_screen = io::Descriptor(screen);
-        const io::Descriptor opened(keyboard);
-        dup2(keyboard, STDIN_FILENO);
-    }
-    Person(const Person&) = delete;
-    Person& operator=(const Person&) = delete;
-    ~Person()
-    {
-        if (m_input.IsOpen()) {
-            dup2(m_input.Number(), STDIN_FILENO);
-        } else {
-            close(STDIN_FILENO);
-        }
-    }
-
-    void Resize(Size size) const
-    {
-        winsize told{};
-        told.ws_row = static_cast<unsigned short>(size.first);
-        told.ws_col = static_cast<unsigned short>(size.second);
-        static_cast<void>(ioctl(m_screen.Number(), TIOCSWINSZ, &told));
-    }
-
-private:
-    io::Descriptor m_input; ///< what standard input was before
-    io::Descriptor m_screen;
-};
-
 } // namespace
 
-TEST(ShellTerminal, IsAsLargeAsThePersonsWhicheverSideOfThatChanges)
+class ShellTerminals : public testing::Test
 {
-    const Person person;
-    person.Resize({25, 80});
+protected:
+    /// What the person sees next.
+    [[nodiscard]] std::string Seen() const { return ReadFrom(m_person.Screen()); }
+
+    static std::string ReadFrom(int terminal)
+    {
+        std::array<char, 256> text{};
+        const ssize_t count = read(terminal, text.data(), text.size());
+        return count > 0 ? std::string(text.data(), static_cast<std::size_t>(count)) : "";
+    }
+
+    static bool Type(int terminal, const std::string& text)
+    {
+        return write(terminal, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    }
+
+    /// How the person's terminal is set.
+    static tcflag_t Modes()
+    {
+        termios told{};
+        return tcgetattr(STDIN_FILENO, &told) == 0 ? told.c_lflag : 0;
+    }
+
+    const Deadline m_deadline;
+    const TerminalStream m_person{STDIN_FILENO};
+};
+
+TEST_F(ShellTerminals, AreAsLargeAsThePersonsWhicheverSideOfThatChanges)
+{
+    m_person.Resize(25, 80);
     const ShellTerminal terminal;
     EXPECT_EQ(SizeOf(terminal.PanelSide()), Size(25, 80));
 
     for (const Size& size : {Size(25, 132), Size(40, 132), Size(41, 133)}) {
-        person.Resize(size);
+        m_person.Resize(size.first, size.second);
         terminal.CopySize();
 
         EXPECT_EQ(SizeOf(terminal.PanelSide()), size);
     }
+}
+
+TEST_F(ShellTerminals, TakeEveryKeyOfThePersonAsItIsAndGiveTheTerminalBack)
+{
+    const tcflag_t before = Modes();
+    ASSERT_NE(before & ICANON, 0U);
+    {
+        const ShellTerminal terminal;
+
+        EXPECT_EQ(Modes() & (ICANON | ECHO | ISIG), 0U);
+    }
+    EXPECT_EQ(Modes(), before);
+}
+
+TEST_F(ShellTerminals, CarryKeysToThePanelAndItsAnswersBack)
+{
+    ShellTerminal terminal;
+    EXPECT_FALSE(terminal.HasPending());
+    ASSERT_TRUE(Type(m_person.Screen(), "ls\n"));
+
+    EXPECT_TRUE(terminal.TakeKeys());
+    EXPECT_TRUE(terminal.HasPending());
+    terminal.HandOver();
+    EXPECT_FALSE(terminal.HasPending());
+    EXPECT_EQ(ReadFrom(terminal.PanelSide()), "ls\n");
+    // The panel's side echoes what was typed, as the person's own does not.
+    terminal.ShowPrinted();
+    EXPECT_EQ(Seen(), "ls\r\n");
+    ASSERT_TRUE(Type(terminal.PanelSide(), "a\n"));
+    terminal.ShowPrinted();
+    EXPECT_EQ(Seen(), "a\r\n");
+}
+
+TEST_F(ShellTerminals, SayALine)
+{
+    const ShellTerminal terminal;
+
+    terminal.Say("hello");
+
+    EXPECT_EQ(Seen(), "hello\r\n");
+}
+
+TEST_F(ShellTerminals, LeaveNeitherSideToProgramsAndDoNotWaitOnTheirOwn)
+{
+    ShellTerminal terminal;
+
+    EXPECT_EQ(fcntl(terminal.OurSide(), F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(fcntl(terminal.PanelSide(), F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(fcntl(terminal.Keyboard(), F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(fcntl(terminal.OurSide(), F_GETFL) & O_NONBLOCK, O_NONBLOCK);
+    // Nothing was printed, so there is nothing to wait for.
+    terminal.ShowPrinted();
+}
+
+TEST_F(ShellTerminals, AreThereOnlyWhereStandardInputIsOne)
+{
+    EXPECT_TRUE(ShellTerminal::IsThere());
+
+    const ReplacedStream file(STDIN_FILENO, io::MakeTemporaryFile());
+    EXPECT_FALSE(ShellTerminal::IsThere());
+    EXPECT_EQ(Thrown([] { const ShellTerminal terminal; }),
+              "3: --shell: cannot use the terminal of standard input: Inappropriate ioctl for "
+              "device");
 }
 
 } // namespace kx::tool

@@ -1,14 +1,18 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
+#include "io/Descriptor.h"
 #include "kx-package/trial/FakeDevice.h"
+#include "support/Streams.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
 #include "trial/Trial.h"
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 namespace kx::tool
 {
@@ -49,12 +53,10 @@ const std::string kTells = "[ -n \"$summary\" ] || exit 0\n"
                            "\"packages\": [], \"reboot\": false}' >\"$summary\"\n"
                            "echo 'refused\tcp' >\"$trace\"\n";
 
-/// Tries a folder on a device.
-TrialResult Try(const FakeDevice& device, bool isTwice = false)
+/// What a trial on a device is told, but for its package.
+TrialRequest RequestFor(const FakeDevice& device, bool isTwice = false)
 {
-    const TempDir dir;
     TrialRequest request;
-    request.package = dir.MakeDir("Foo");
     request.device = device.Folder();
     request.updater = "/none";
     request.bounds.disk = 1;
@@ -65,6 +67,15 @@ TrialResult Try(const FakeDevice& device, bool isTwice = false)
                     "/var/lib/KxUserPackages/Foo",
                     {"sync"},
                     {"rm"}};
+    return request;
+}
+
+/// Tries a folder on a device.
+TrialResult Try(const FakeDevice& device, bool isTwice = false)
+{
+    const TempDir dir;
+    TrialRequest request = RequestFor(device, isTwice);
+    request.package = dir.MakeDir("Foo");
     return RunTrial(request);
 }
 
@@ -123,6 +134,182 @@ TEST(RunTrial, GivesEachInstallationItsTimeAndTheReadingOfItsRecordAMinute)
     EXPECT_EQ(result.installations.size(), 2U);
     // Each time it is unpacked, installed and read.
     EXPECT_EQ(ReadFile(device.Folder() + "/seconds"), "600\n600\n60\n600\n600\n60\n");
+}
+
+/// A device's script that answers by the position of a call: the first unpacks, the second
+/// installs, the third reads the record.
+std::string AnswersTo(const std::string& unpacking, const std::string& installing,
+                      const std::string& reading)
+{
+    return "case $(grep -c '^--state' \"${0%/*}/calls\") in\n"
+           "1) " +
+           unpacking + " ;;\n2) " + installing + " ;;\n3) " + reading + " ;;\nesac\n" + kTells;
+}
+
+/// How often a device's panel was started; scripts are told on several lines.
+int StartsOf(const FakeDevice& device)
+{
+    std::istringstream lines(ReadFile(device.Folder() + "/calls"));
+    int starts = 0;
+    for (std::string line; std::getline(lines, line);) {
+        starts += line.compare(0, 7, "--state") == 0 ? 1 : 0;
+    }
+    return starts;
+}
+
+TEST(RunTrial, ReadsTheRecordOfAnInstallation)
+{
+    const FakeDevice device(
+        AnswersTo("", "", R"(printf 'Foo\n #dir\n/d/\n/e/\n #file\n/f\n/g h\n')"));
+
+    const TrialResult result = Try(device);
+
+    ASSERT_TRUE(result.installations.at(0).record.has_value());
+    EXPECT_THAT(result.installations[0].record->folders, testing::ElementsAre("/d/", "/e/"));
+    EXPECT_THAT(result.installations[0].record->files, testing::ElementsAre("/f", "/g h"));
+}
+
+TEST(RunTrial, TellsThatThereIsNoRecord)
+{
+    const FakeDevice device(AnswersTo("", "", "exit 1"));
+
+    const Installation installation = Try(device).installations.at(0);
+
+    EXPECT_FALSE(installation.record.has_value());
+    EXPECT_TRUE(installation.isInstalled);
+}
+
+TEST(RunTrial, TakesAnInstallationThatDoesNotEndWithZeroForFailed)
+{
+    const FakeDevice device(AnswersTo("", "trap 'exit 101' EXIT", "exit 1"));
+
+    const Installation installation = Try(device).installations.at(0);
+
+    EXPECT_TRUE(installation.isUnpacked);
+    EXPECT_FALSE(installation.isInstalled);
+    EXPECT_EQ(installation.exitCode, 101);
+}
+
+TEST(RunTrial, SaysWhyAPackageWasNotUnpacked)
+{
+    const auto told = [](const std::string& ending) {
+        const FakeDevice device(AnswersTo(ending, "exit 1", "exit 1"));
+        const Installation installation = Try(device).installations.at(0);
+        EXPECT_FALSE(installation.isUnpacked) << ending;
+        EXPECT_EQ(StartsOf(device), 2) << ending; // to unpack, and to leave
+        return testing::PrintToString(installation.remarks) +
+               testing::PrintToString(installation.log.Lines());
+    };
+
+    EXPECT_EQ(told("exit 118"), "{ \"the package has no UserPackage.kx-project at its top level; "
+                                "see kx-package check\" }{}");
+    EXPECT_EQ(told("exit 120"), "{ \"the package could not be laid on the panel's drive\" }{}");
+    EXPECT_EQ(told("echo bad; exit 9"), "{ \"a panel cannot unpack the package: unzip ends with 9; "
+                                        "see kx-package check\" }{ \"bad\" }");
+}
+
+TEST(RunTrial, RemarksOnAPackageWithoutAnUpdaterAndInstallsWithItsOwn)
+{
+    const FakeDevice device(AnswersTo("exit 119", "", "exit 1"));
+
+    const Installation installation = Try(device).installations.at(0);
+
+    EXPECT_TRUE(installation.isInstalled);
+    EXPECT_THAT(installation.remarks,
+                testing::ElementsAre("the package has no kx_Updater that a panel could start; see "
+                                     "kx-package check"));
+}
+
+TEST(RunTrial, RemarksOnNamesThatPanelsTakeOtherwise)
+{
+    const TempDir dir;
+    const auto remarksOn = [&dir](const std::string& name) {
+        const FakeDevice device(kTells);
+        TrialRequest request = RequestFor(device);
+        request.package = dir.MakeDir("Foo");
+        request.road.archive = "/mnt/usb/" + name;
+        return RunTrial(request).installations.at(0).remarks;
+    };
+
+    EXPECT_THAT(remarksOn("a b.kx-update"), testing::IsEmpty());
+    EXPECT_THAT(remarksOn("a$b.kx-update"),
+                testing::ElementsAre("the panel's shell interprets the $ in the package's name; "
+                                     "see kx-package check"));
+    EXPECT_THAT(remarksOn("\xc3\xa4.kx-update"),
+                testing::ElementsAre("a panel would not start the installation: the package's "
+                                     "name is not plain ASCII; see kx-package check"));
+}
+
+TEST(RunTrial, StartsNothingForAFileThatIsNoPackage)
+{
+    const TempDir dir;
+    const FakeDevice device(kTells);
+    TrialRequest request = RequestFor(device, true);
+    request.package = dir.Write("Foo.zip", "x");
+    request.road.isFound = false;
+
+    const TrialResult result = RunTrial(request);
+
+    ASSERT_EQ(result.installations.size(), 1U);
+    EXPECT_THAT(result.installations[0].remarks,
+                testing::ElementsAre("a panel finds no package: the file's name does not end in "
+                                     ".kx-update"));
+    EXPECT_FALSE(result.installations[0].isInstalled);
+    EXPECT_EQ(StartsOf(device), 0);
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, SaysThatADeviceDidNotTellWhatChanged)
+{
+    const FakeDevice device("[ -z \"$summary\" ] || { echo x >\"$summary\"; : >\"$trace\"; }\n");
+
+    EXPECT_THAT(Thrown([&device] { static_cast<void>(Try(device)); }),
+                testing::StartsWith("3: " + device.Folder() +
+                                    "/run: the device did not tell what changed: "));
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, TakesAPackageFromStandardInputUpToTheSizeOfTheDisk)
+{
+    const TempDir dir;
+    const FakeDevice device(kTells);
+    const std::string path = dir.Write("input", "packed");
+    TrialRequest request = RequestFor(device);
+    request.package = "-";
+    {
+        const ReplacedStream input(STDIN_FILENO, io::OpenFile(path));
+        EXPECT_TRUE(RunTrial(request).installations.at(0).isInstalled);
+    }
+    EXPECT_THAT(ReadFile(device.Folder() + "/calls"), testing::HasSubstr("/package.kx-update="));
+
+    std::filesystem::resize_file(path, (1U << 20) + 1);
+    const ReplacedStream input(STDIN_FILENO, io::OpenFile(path));
+    EXPECT_EQ(Thrown([&request] { static_cast<void>(RunTrial(request)); }),
+              "3: standard input: is larger than 1.0 MiB; see --disk");
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, OpensAShellForTheRestOfTheDay)
+{
+    const TempDir dir;
+    const FakeDevice device("echo \"$seconds\" >>\"${0%/*}/seconds\"\n" + kTells +
+                            "[ \"$seconds\" != 86400 ] || exit 7\n");
+    const TerminalStream person(STDIN_FILENO);
+    TrialRequest request = RequestFor(device);
+    request.package = dir.MakeDir("Foo");
+    request.shellGreeting = [](bool isInstalled) {
+        return std::string(isInstalled ? "installed" : "not installed");
+    };
+
+    const TrialResult result = RunTrial(request);
+
+    ASSERT_TRUE(result.shell.has_value());
+    EXPECT_EQ(result.shell->exitStatus, 7);
+    EXPECT_EQ(ReadFile(device.Folder() + "/seconds"), "600\n600\n60\n86400\n");
+    std::array<char, 64> seen{};
+    EXPECT_GT(read(person.Screen(), seen.data(), seen.size() - 1), 0);
+    EXPECT_STREQ(seen.data(), "installed\r\n");
+    EXPECT_TRUE(device.IsClean());
 }
 
 } // namespace
