@@ -19,6 +19,7 @@ struct ArchiveItem {
     std::optional<std::string> content; ///< the content itself, instead of a file's
     bool isFolder = false;
     bool isExecutable = false; ///< mode 755 instead of 644; folders have 755
+    std::optional<unsigned> mode = std::nullopt; ///< of a file, 0 to 0777, instead of these two
 };
 
 /// How an archive is written.

@@ -19,6 +19,8 @@ namespace
 
 namespace fs = std::filesystem;
 
+constexpr std::size_t kPiece = std::size_t{1} << 18;
+
 class FolderPackage final : public Package
 {
 public:
@@ -44,6 +46,20 @@ public:
     {
         const std::string path = m_path + "/" + name;
         return io::ReadUpTo(io::OpenFile(path, "read").Number(), limit, path);
+    }
+
+    void Stream(const std::string& name, const ContentSink& sink) const override
+    {
+        const std::string path = m_path + "/" + name;
+        const io::Descriptor file = io::OpenFile(path, "read");
+        std::string piece(kPiece, '\0');
+        std::size_t count = piece.size();
+        while (count == piece.size()) {
+            count = io::ReadUpTo(file.Number(), piece.data(), piece.size(), path);
+            if (!sink(std::string_view(piece).substr(0, count))) {
+                return;
+            }
+        }
     }
 
     [[nodiscard]] std::string LinkTarget(const std::string& name) const override

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <map>
 
 #include <sys/stat.h>
@@ -21,6 +22,11 @@ const PackageEntry* Package::Find(const std::string& name) const
         entries.begin(), entries.end(), name,
         [](const PackageEntry& entry, const std::string& wanted) { return entry.name < wanted; });
     return place != entries.end() && place->name == name ? &*place : nullptr;
+}
+
+void Package::Stream(const std::string& name, const ContentSink& sink) const
+{
+    static_cast<void>(sink(Read(name, UINT64_MAX)));
 }
 
 std::string Package::LinkTarget(const std::string& name) const

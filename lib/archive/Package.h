@@ -6,8 +6,12 @@
 #include "panel/Names.h"
 
 #include <cstdint>
+#include <ctime>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kx::archive
@@ -30,7 +34,11 @@ struct PackageEntry {
     std::uint64_t size = 0; ///< bytes of a file's content, or of a link's target
     unsigned mode = 0;      ///< permission bits, 0 to 07777; 0 where the package tells none
     bool hasMode = false;
+    std::optional<std::time_t> moment; ///< of an archive's file, as if it had been written in UTC
 };
+
+/// Takes a content, piece by piece; false ends the reading.
+using ContentSink = std::function<bool(std::string_view piece)>;
 
 /// Tells that something in a package is damaged, or packed in a way that cannot be read here.
 class ContentError final : public io::Error
@@ -62,6 +70,11 @@ public:
     /// @throws ContentError when it is damaged, or packed in a way that cannot be read here
     /// @throws Error when it cannot be read
     [[nodiscard]] virtual std::string Read(const std::string& name, std::uint64_t limit) const = 0;
+
+    /// Hands the content of the file @p name to @p sink, in pieces: it needs no memory for all of
+    /// it. That a content is damaged may be found at its end, when the sink has had all before.
+    /// @throws what Read throws
+    virtual void Stream(const std::string& name, const ContentSink& sink) const;
 
     /// Returns what the link @p name leads to, as written there; empty when that is damaged. In an
     /// archive it is the link's content.
