@@ -19,8 +19,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kPiece = std::size_t{1} << 18;
-
 class FolderPackage final : public Package
 {
 public:
@@ -50,16 +48,7 @@ public:
 
     void Stream(const std::string& name, const ContentSink& sink) const override
     {
-        const std::string path = m_path + "/" + name;
-        const io::Descriptor file = io::OpenFile(path, "read");
-        std::string piece(kPiece, '\0');
-        std::size_t count = piece.size();
-        while (count == piece.size()) {
-            count = io::ReadUpTo(file.Number(), piece.data(), piece.size(), path);
-            if (!sink(std::string_view(piece).substr(0, count))) {
-                return;
-            }
-        }
+        StreamFile(m_path + "/" + name, sink);
     }
 
     [[nodiscard]] std::string LinkTarget(const std::string& name) const override

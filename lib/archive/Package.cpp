@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "archive/Package.h"
 
+#include "io/Descriptor.h"
 #include "io/Error.h"
 #include "io/StandardInput.h"
+#include "io/Transfer.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -62,6 +64,20 @@ std::unique_ptr<Package> OpenPackage(const std::string& path)
                         "name a package or the folder of an unpacked one");
     }
     return OpenArchive(path);
+}
+
+void StreamFile(const std::string& path, const ContentSink& sink)
+{
+    constexpr std::size_t kPiece = std::size_t{1} << 18;
+    const io::Descriptor file = io::OpenFile(path, "read");
+    std::string piece(kPiece, '\0');
+    std::size_t count = piece.size();
+    while (count == piece.size()) {
+        count = io::ReadUpTo(file.Number(), piece.data(), piece.size(), path);
+        if (!sink(std::string_view(piece).substr(0, count))) {
+            return;
+        }
+    }
 }
 
 std::vector<PackageEntry> Arranged(std::vector<PackageEntry> entries)

@@ -96,6 +96,10 @@ public:
 [[nodiscard]] std::unique_ptr<Package> OpenArchive(const std::string& path);
 [[nodiscard]] std::unique_ptr<Package> OpenFolder(const std::string& path);
 
+/// Hands the content of a file out, in pieces.
+/// @throws Error when it cannot be read, or is no regular file
+void StreamFile(const std::string& path, const ContentSink& sink);
+
 /// Sorts entries by name, adds the folders that only show as parts of names, and drops all but the
 /// last of several entries with one name, which is what unpacking leaves. Folders whose path is too
 /// long for any system are not added.

@@ -103,9 +103,7 @@ Built BuildPackage(const BuildOptions& options, const Output& output)
         std::count_if(layout.payload.begin(), layout.payload.end(),
                       [](const archive::ArchiveItem& item) { return !item.isFolder; }));
     built.remarks = std::move(layout.remarks);
-    built.updater =
-        options.updater.empty() ? FindUpdater(*manifest.processor, ThisMachine()) : options.updater;
-    RefuseOtherUpdater(built.updater, *manifest.processor);
+    built.updater = UpdaterFor(manifest, options.updater);
 
     std::vector<archive::ArchiveItem> items = std::move(layout.payload);
     items.push_back(
@@ -113,7 +111,7 @@ Built BuildPackage(const BuildOptions& options, const Output& output)
     items.push_back({archive::kUpdaterName, built.updater, std::nullopt, false, true});
     Progress progress(output, "packing");
     archive::ArchiveOptions archive;
-    archive.moment = SourceDateEpoch().value_or(0);
+    archive.moment = manifest.timestamp.value_or(SourceDateEpoch().value_or(0));
     archive.onProgress = [&progress](double fraction) { progress.Show(fraction); };
     built.archive = archive::WriteArchive(built.path, std::move(items), archive);
     return built;

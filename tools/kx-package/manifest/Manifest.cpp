@@ -8,8 +8,10 @@
 #include "io/WholeFile.h"
 #include "manifest/ManifestSteps.h"
 #include "manifest/TomlTable.h"
+#include "osa/OSA.h"
 #include "panel/Names.h"
 
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 #include <system_error>
@@ -66,6 +68,9 @@ std::string ReadDate(const TomlTable& table)
 
 const format::Processor* ReadProcessor(const TomlTable& table)
 {
+    if (table.Has("updater") && !table.Has("processor")) {
+        return nullptr; // it may be for one that is not known here
+    }
     const std::vector<std::string> names = format::ProcessorNames();
     const std::string word =
         table.Text("processor", "name the panel's; " + io::NearestRemedy("", names));
@@ -90,21 +95,67 @@ std::string ReadName(const TomlTable& table, const std::string& folder)
     return path;
 }
 
-void ReadIdentity(const TomlTable& table, Manifest& manifest)
+/// Reads the moment that everything in the package is dated by.
+std::optional<std::time_t> ReadTimestamp(const TomlTable& table)
 {
-    table.RefuseOtherKeysThan(
-        {"name", "title", "version", "comment", "model", "os-version", "date", "processor"});
+    const std::optional<std::time_t> moment = table.OptionalMoment("timestamp");
+    if (moment.has_value() && (*moment < 0 || *moment >= kFirstOf2108)) {
+        throw table.Wrong("timestamp", "is not a time from 1970 to 2107",
+                          "an archive can hold no other");
+    }
+    return moment;
+}
+
+/// Reads title and so on.
+void ReadTexts(const TomlTable& table, Manifest& manifest)
+{
     manifest.title = table.Text("title", "add it; the panel shows it");
     manifest.version = table.Text("version", "add it; the panel shows it");
     manifest.comment = table.OptionalText("comment").value_or("");
     manifest.model = table.Text("model", "name the panel's model");
     manifest.osVersion = table.Text("os-version", "name the version of the panel's system");
     manifest.date = ReadDate(table);
+}
+
+void ReadIdentity(const TomlTable& table, Manifest& manifest)
+{
+    std::vector<std::string> keys = {"name", "processor", "updater", "timestamp", "extra"};
+    const bool isVerbatim = table.Has("description-file");
+    if (isVerbatim) {
+        keys.emplace_back("description-file");
+        table.RefuseOtherKeysThan(keys);
+        manifest.texts = ReadVerbatimObject(table, manifest.folder);
+    } else {
+        keys.insert(keys.begin(), {"title", "version", "comment", "model", "os-version", "date"});
+        table.RefuseOtherKeysThan(keys);
+        ReadTexts(table, manifest);
+    }
     manifest.processor = ReadProcessor(table);
     manifest.name = ReadName(table, manifest.folder);
+    manifest.timestamp = ReadTimestamp(table);
+    if (const std::optional<std::string> updater = table.OptionalText("updater")) {
+        manifest.updater = PathFrom(manifest.folder, *updater);
+    }
+    if (const toml::table* const extra = table.Table("extra")) {
+        manifest.extra = ReadTree(TomlTable(*extra, manifest.path, "package.extra"));
+    }
 }
 
 } // namespace
+
+std::string AcceptedPackageName(std::string name)
+{
+    std::replace_if(
+        name.begin(), name.end(),
+        [](char c) {
+            return std::isalnum(static_cast<unsigned char>(c)) == 0 &&
+                   std::string_view("-_.").find(c) == std::string_view::npos;
+        },
+        '-');
+    name = ReplaceStringAll(name, panel::kUnpackedSuffix, "-temp");
+    name.erase(0, std::min(name.find_first_not_of("-."), name.size()));
+    return name.empty() ? "package" : name;
+}
 
 void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std::string& where,
                           const std::string& remedy)

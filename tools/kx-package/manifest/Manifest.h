@@ -3,10 +3,15 @@
 #pragma once
 
 #include "archive/Package.h"
+#include "format/Json.h"
 #include "format/Kinds.h"
 #include "format/Processor.h"
 #include "io/Error.h"
 
+#include <ctime>
+#include <map>
+#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,15 +28,20 @@ struct ManifestFiles {
     std::string target; ///< file on the panel, or folder when it ends in '/'
     std::string mode;   ///< three or four octal digits
     std::string where;  ///< file, line and column of `source`
+    std::string origin; ///< what the description says instead of `source`, and the package's name
+                        ///< of the file; empty for the source itself
 };
 
-/// A folder whose contents are to be copied.
+/// A folder whose contents are to be copied, or go into the package for other reasons.
 struct ManifestFolder {
     std::string source;
     std::string target;
     std::vector<std::string> exclude;    ///< patterns of what stays out, below the folder
     std::vector<std::string> executable; ///< patterns of files that are programs
     std::string where;
+    std::string origin; ///< what the description says instead of `source`; empty for that itself
+    std::map<std::string, unsigned> modes;    ///< of files, by their path below the folder
+    std::map<std::string, std::string> names; ///< in the package, of files and of empty folders
 };
 
 /// One hardware setting.
@@ -40,6 +50,15 @@ struct ManifestSetting {
     bool isUsed = true;
     std::vector<std::pair<std::string, std::string>> values; ///< as written
 };
+
+/// An object of the description that is taken as it is.
+struct ManifestObject {
+    std::string path;                             ///< its file
+    std::shared_ptr<const format::JsonNode> node; ///< null where there is none
+};
+
+/// The kind of steps that are taken as they are: the panel knows none of that name.
+extern const format::StepKind kVerbatimKind;
 
 /// One step; which members are used depends on its kind.
 struct ManifestStep {
@@ -52,6 +71,9 @@ struct ManifestStep {
     std::string install;   ///< text of the script
     std::string uninstall; ///< text of its counterpart
     std::vector<ManifestSetting> settings;
+    ManifestObject verbatim; ///< the step itself, of the kind kVerbatimKind
+    std::optional<ManifestFolder>
+        payload; ///< likewise: what is in the package's folder of the step
 };
 
 /// What an author wrote about a package. Texts are UTF-8 without zero characters; those that were
@@ -66,7 +88,11 @@ struct Manifest {
     std::string model;
     std::string osVersion;
     std::string date;
-    const format::Processor* processor = nullptr;
+    const format::Processor* processor = nullptr; ///< null only beside an updater of its own
+    std::string updater;                          ///< path of the packed updater; may be empty
+    std::optional<std::time_t> timestamp;         ///< of everything in the package
+    ManifestObject texts;                         ///< the root with title and so on, if it is one
+    std::optional<ManifestFolder> extra;          ///< what is in the package besides
     std::vector<ManifestStep> steps;
 };
 
@@ -74,6 +100,9 @@ struct Manifest {
 /// @param path  the manifest, or the folder in which it lies as kManifestName
 /// @throws Error for the first thing that is wrong, with its place and what to do
 [[nodiscard]] Manifest ReadManifest(const std::string& path);
+
+/// Makes a name for a package's file, without the extension, that panels take well of any other.
+[[nodiscard]] std::string AcceptedPackageName(std::string name);
 
 /// Refuses a name for a package's file that the panel would not take well.
 /// @param name  without the extension

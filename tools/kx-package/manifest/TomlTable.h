@@ -4,8 +4,10 @@
 
 #include "io/Error.h"
 
+#include <ctime>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <toml++/toml.h>
@@ -37,6 +39,13 @@ public:
 
     /// Returns an array of texts; empty when the key is missing.
     [[nodiscard]] std::vector<std::string> Texts(const char* key) const;
+
+    /// Returns the texts of a table with their keys, as written; empty when the key is missing.
+    [[nodiscard]] std::vector<std::pair<std::string, std::string>>
+    TextsByKey(const char* key) const;
+
+    /// Returns the moment that a TOML date-time with an offset tells.
+    [[nodiscard]] std::optional<std::time_t> OptionalMoment(const char* key) const;
 
     /// Returns a table, or null when the key is missing.
     [[nodiscard]] const toml::table* Table(const char* key) const;
