@@ -40,8 +40,9 @@ TOOL = {
     "compose": ({"io", "archive", "format", "model", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
+    "unpack": ({"io", "archive", "format", "model", "osa", "manifest", "compose"}, set()),
     "commands": ({"io", "panel", "archive", "format", "checks", "rehearsal", "registry", "osa",
-                  "common", "manifest", "compose", "schema", "trial"}, JSON | {"CLI"}),
+                  "common", "manifest", "compose", "schema", "trial", "unpack"}, JSON | {"CLI"}),
     "": ({"io", "common", "commands"}, {"CLI"}),  # main.cpp
 }
 TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL}

@@ -90,6 +90,7 @@ int Start(int argc, char** argv)
     kx::tool::AddSchema(program, invocation);
     kx::tool::AddShow(program, invocation);
     kx::tool::AddTry(program, invocation);
+    kx::tool::AddUnpack(program, invocation);
     kx::tool::AddVerify(program, invocation);
     try {
         program.parse(argc, argv);

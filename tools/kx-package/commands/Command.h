@@ -32,6 +32,7 @@ void AddPlan(CLI::App& program, Invocation& invocation);
 void AddSchema(CLI::App& program, Invocation& invocation);
 void AddShow(CLI::App& program, Invocation& invocation);
 void AddTry(CLI::App& program, Invocation& invocation);
+void AddUnpack(CLI::App& program, Invocation& invocation);
 void AddVerify(CLI::App& program, Invocation& invocation);
 
 } // namespace kx::tool
