@@ -84,6 +84,7 @@ int Start(int argc, char** argv)
     kx::tool::AddBuild(program, invocation);
     kx::tool::AddCheck(program, invocation);
     kx::tool::AddCompletion(program, invocation);
+    kx::tool::AddDiff(program, invocation);
     kx::tool::AddInstalled(program, invocation);
     kx::tool::AddNew(program, invocation);
     kx::tool::AddPlan(program, invocation);

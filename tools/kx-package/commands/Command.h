@@ -26,6 +26,7 @@ struct Invocation {
 void AddBuild(CLI::App& program, Invocation& invocation);
 void AddCheck(CLI::App& program, Invocation& invocation);
 void AddCompletion(CLI::App& program, Invocation& invocation);
+void AddDiff(CLI::App& program, Invocation& invocation);
 void AddInstalled(CLI::App& program, Invocation& invocation);
 void AddNew(CLI::App& program, Invocation& invocation);
 void AddPlan(CLI::App& program, Invocation& invocation);

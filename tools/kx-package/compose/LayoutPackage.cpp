@@ -24,7 +24,9 @@ LayoutPackage::LayoutPackage(std::string path, bool isArchive, const Layout& lay
     for (const archive::ArchiveItem& item : layout.payload) {
         Add(item, entries);
     }
-    Add({archive::kUpdaterName, updater, std::nullopt, false, true}, entries);
+    if (!updater.empty()) {
+        Add({archive::kUpdaterName, updater, std::nullopt, false, true}, entries);
+    }
     archive::PackageEntry description;
     description.name = archive::kDescriptionName;
     description.size = m_description.size();

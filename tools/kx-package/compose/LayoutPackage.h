@@ -19,7 +19,7 @@ class LayoutPackage final : public archive::Package
 public:
     /// @param path       what the package is taken to be called
     /// @param isArchive  whether that is the name of an archive, or of an unpacked package's folder
-    /// @param updater    file of the packed updater
+    /// @param updater    file of the packed updater; empty for none
     /// @throws Error when a file cannot be looked at
     LayoutPackage(std::string path, bool isArchive, const Layout& layout,
                   const std::string& updater);
