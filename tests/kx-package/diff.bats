@@ -116,7 +116,7 @@ put("extra/new", "")
 END
     kx diff 1.kx-update 2.kx-update
     expect 1 "$(cat "$BATS_TEST_DIRNAME/golden/steps.diff")"$'\n' ''
-    run grep -E 'hidden|other' out
+    run grep -E 'hidden|: other' out
     [ "$status" -eq 1 ]
 }
 

@@ -61,7 +61,8 @@ std::string HarmlessName(std::string_view part)
     const std::string lower = Lower(name);
     if (name.empty() || name.front() == '-' || name.front() == ' ' || name == "." || name == ".." ||
         lower == ".git" || IsDeviceName(lower)) {
-        name = "_" + name.substr(name.empty() || lower == ".git" || name.front() == '-' ? 1 : 0);
+        const bool isReplaced = lower == ".git" || lower.substr(0, 1) == "-";
+        name = "_" + name.substr(isReplaced ? 1 : 0);
     }
     if (name.back() == '.' || name.back() == ' ') {
         name.back() = '_';
