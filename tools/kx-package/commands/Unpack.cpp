@@ -154,8 +154,7 @@ void AddUnpack(CLI::App& program, Invocation& invocation)
         ->type_name(kFolderValue)
         ->required();
     constexpr std::uint64_t kMostMiB = std::uint64_t{1} << 30;
-    command->add_option("--disk", arguments->diskMiB, "The most that may be written")
-        ->type_name("MiB")
+    command->add_option("--disk", arguments->diskMiB, "The most that may be written, in MiB")
         ->capture_default_str()
         ->check(CLI::Range(std::uint64_t{1}, kMostMiB));
     command->add_flag("--json", invocation.isJson, "Write the result as JSON");
