@@ -62,8 +62,8 @@ AtomicFolder::AtomicFolder(const std::string& path)
 {
     const fs::path place(m_path);
     const std::string above = place.parent_path().string();
-    const NewFolder made =
-        MakeFolderIn(m_isInside ? m_path : (above.empty() ? "." : above), place.filename().string());
+    const NewFolder made = MakeFolderIn(m_isInside ? m_path : (above.empty() ? "." : above),
+                                        place.filename().string());
     if (made.error != 0) {
         throw AccessError(m_path, "make the folder", made.error);
     }

@@ -33,8 +33,8 @@ public:
 private:
     void MoveUp() const;
 
-    std::string m_path;     ///< without '/' at its end
-    std::string m_made;     ///< empty once it has its place
+    std::string m_path;      ///< without '/' at its end
+    std::string m_made;      ///< empty once it has its place
     bool m_isInside = false; ///< it was made in an empty folder
 };
 

@@ -132,7 +132,13 @@ END
     grep -q 'changed /mnt/user/share/large: 9.0 MiB -> 9.0 MiB, another content' out
     kx diff one.kx-update one.kx-update
     [ "$status" -eq 0 ]
-    [ -z "$(ls -A "${TMPDIR:-/tmp}" | grep '^\.kx\.' || true)" ]
+    # What is kept meanwhile lies where it should, and is gone.
+    mkdir kept
+    TMPDIR=$PWD/kept kx diff one.kx-update other/one.kx-update
+    [ "$status" -eq 1 ]
+    [ -z "$(ls -A kept)" ]
+    TMPDIR=$PWD/none kx diff one.kx-update other/one.kx-update
+    [ "$status" -eq 3 ]
 }
 
 @test "diff refuses what cannot be compared" {

@@ -362,9 +362,9 @@ END
     chmod 644 demo/kx_Updater
     refused 1 '*there is no kx_Updater in it that a panel could start; no panel installs it' demo
     chmod 755 demo/kx_Updater
-    sed -i 's/"Title"/"Titel"/' demo/UserPackage.kx-project
+    sed -i 's/"Title"/"Titles"/' demo/UserPackage.kx-project
     refused 1 '*demo:UserPackage.kx-project:1:1: has no Title; no panel reads such a description' demo
-    sed -i 's/"Titel": "[^"]*"/"Title": 8/' demo/UserPackage.kx-project
+    sed -i 's/"Titles": "[^"]*"/"Title": 8/' demo/UserPackage.kx-project
     refused 1 '*UserPackage.kx-project:6:12: is a number, which Title must not be; *' demo
     echo nothing >demo/UserPackage.kx-project
     refused 1 '*UserPackage.kx-project:*' demo
@@ -493,7 +493,7 @@ END
   "manifest": "package.toml",
   "payloadFiles": 1,
   "remarks": [],
-  "size": '"$(cat $(find sources -type f) | wc -c)"',
+  "size": '"$(find sources -type f -exec cat {} + | wc -c)"',
   "verbatimSteps": [
     1
   ]
