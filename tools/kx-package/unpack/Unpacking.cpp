@@ -36,6 +36,8 @@ using archive::PackageEntry;
 
 constexpr unsigned kPlainMode = 0644;
 constexpr unsigned kProgramMode = 0755;
+/// Build looks for each pattern at each file: more programs are listed by their modes.
+constexpr std::size_t kMostPatterns = 100;
 
 /// A tree that was written: what a manifest says of it.
 struct WrittenTree {
@@ -258,10 +260,12 @@ private:
         m_writer.MakeFolder(tree.source);
         LocalNames names;
         std::vector<std::string> programs;
+        std::size_t renamed = 0;
         for (const PayloadPart& part : parts) {
             const std::string local = names.Of(part.name);
             if (local != part.name) {
                 tree.names += Line(TomlText(local), TomlText(part.name));
+                ++renamed;
             }
             if (part.entry == nullptr) {
                 m_writer.MakeFolder(tree.source + "/" + local);
@@ -270,13 +274,19 @@ private:
             m_writer.WriteEntry(tree.source + "/" + local, *part.entry);
             ++m_unpacked.files;
             const unsigned mode = part.entry->mode & 0777U;
-            if (mode == kProgramMode && !HasWildcard(local)) {
+            if (mode == kProgramMode && !HasWildcard(local) && programs.size() < kMostPatterns) {
                 programs.push_back(local);
             } else if (mode != kPlainMode) {
                 tree.modes += Line(TomlText(local), TomlText(Octal(mode)));
             }
         }
         tree.text = Line("source", TomlText(tree.source)) + ProgramsLine(programs);
+        if (renamed != 0) {
+            m_unpacked.remarks.push_back(
+                "'" + place + "' has " + io::CountText(renamed, "file") +
+                " by other names than the package, which could do harm or clash: 'names' in " +
+                kManifestName + " brings them back");
+        }
         return tree;
     }
 
