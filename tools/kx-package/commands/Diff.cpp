@@ -114,7 +114,7 @@ picojson::value FileAsJson(const std::optional<PackageFile>& file)
                                });
 }
 
-picojson::value ChangedFileAsJson(const FileChange& change)
+picojson::value ChangedFileAsJson(const PackageFileChange& change)
 {
     return picojson::value(picojson::object{
         {"path", JsonText(change.path)},
@@ -226,7 +226,7 @@ std::string FileText(const PackageFile& file)
     return "mode " + io::Printable(file.mode) + ", " + io::SizeText(file.size);
 }
 
-void TellFileChange(const Output& output, const FileChange& change)
+void TellFileChange(const Output& output, const PackageFileChange& change)
 {
     std::string line =
         std::string("  ") + WordForChange(change) + " " + io::Printable(change.path) + ": ";

@@ -64,7 +64,7 @@ void AddFactIf(bool isSaid, const char* name, std::string value, std::vector<Fac
 /// What is read up to a zero byte.
 std::string Read(const std::string& text)
 {
-    return text.c_str();
+    return text.substr(0, text.find('\0'));
 }
 
 std::string Octal(unsigned mode)
@@ -93,7 +93,7 @@ public:
         AddIdentity();
         const auto* const steps = ObjectAs<DB_StepSets>(m_model.root.DB_StepSets);
         for (int i = 0; steps != nullptr && i < steps->count; ++i) {
-            AddStep(steps->ElementAt(i), static_cast<std::size_t>(i));
+            AddStep(*steps->ElementAt(i), static_cast<std::size_t>(i));
         }
         AddUnused();
         return std::move(m_contents);
@@ -113,10 +113,10 @@ private:
         m_contents.updater = m_payload.FileAt(archive::kUpdaterName);
     }
 
-    void AddStep(IPicoJ* object, std::size_t index)
+    void AddStep(IPicoJ& object, std::size_t index)
     {
         StepFacts step;
-        const auto* const base = ObjectAs<DB_StepSet>(object);
+        const auto* const base = ObjectAs<DB_StepSet>(&object);
         const format::StepKind* const kind =
             base == nullptr ? nullptr
                             : format::FindKind(format::StepKinds(), &format::StepKind::id,
@@ -125,10 +125,10 @@ private:
             AddFactIf(!Read(base->Comment).empty(), "comment", Read(base->Comment), step.facts);
             AddFactIf(base->CanSkip, "skip", "true", step.facts);
         }
-        const bool isKnown = kind != nullptr && AddKnown(*kind, object, index, step);
+        const bool isKnown = kind != nullptr && AddKnown(*kind, &object, index, step);
         step.kind = kind != nullptr ? kind->name : "unknown";
         if (!isKnown) {
-            AddFact("description", WriteObject(*object), step.facts, true); // of whatever there is
+            AddFact("description", WriteObject(object), step.facts, true); // of whatever there is
         }
         m_contents.steps.push_back(std::move(step));
     }

@@ -122,6 +122,7 @@ std::vector<FactChange> CompareFacts(const std::vector<Fact>& before,
 std::vector<Fact> FactsOf(const std::map<std::string, Fact>& settings)
 {
     std::vector<Fact> facts;
+    facts.reserve(settings.size());
     for (const auto& [name, fact] : settings) {
         facts.push_back(fact);
     }
@@ -236,10 +237,10 @@ std::vector<StepChange> CompareAllSteps(const PackageContents& before, const Pac
 
 using Files = std::map<std::string, PackageFile>;
 
-std::vector<FileChange> CompareFiles(const Side& before, const Files& one, const Side& after,
-                                     const Files& other)
+std::vector<PackageFileChange> CompareFiles(const Side& before, const Files& one, const Side& after,
+                                            const Files& other)
 {
-    std::vector<FileChange> changes;
+    std::vector<PackageFileChange> changes;
     for (const auto& [path, file] : one) {
         const auto found = other.find(path);
         if (found == other.end()) {
@@ -256,8 +257,9 @@ std::vector<FileChange> CompareFiles(const Side& before, const Files& one, const
             changes.push_back({path, std::nullopt, file, false});
         }
     }
-    std::sort(changes.begin(), changes.end(),
-              [](const FileChange& a, const FileChange& b) { return a.path < b.path; });
+    std::sort(
+        changes.begin(), changes.end(),
+        [](const PackageFileChange& a, const PackageFileChange& b) { return a.path < b.path; });
     return changes;
 }
 

@@ -36,7 +36,7 @@ struct StepChange {
 };
 
 /// A file that is gone, new, or another one.
-struct FileChange {
+struct PackageFileChange {
     std::string path;
     std::optional<PackageFile> before;
     std::optional<PackageFile> after;
@@ -55,9 +55,9 @@ struct PackageDifference {
     std::vector<FactChange> identity;
     std::vector<StepChange> steps;
     std::vector<FactChange> settings;
-    std::vector<FileChange> files;  ///< by path on the panel
-    std::vector<FileChange> unused; ///< that no step copies, by name in the package
-    std::vector<KeptPath> kept;     ///< what the first one brought and the second one does not
+    std::vector<PackageFileChange> files;  ///< by path on the panel
+    std::vector<PackageFileChange> unused; ///< that no step copies, by name in the package
+    std::vector<KeptPath> kept; ///< what the first one brought and the second one does not
 
     /// Tells whether a panel makes no difference between them.
     [[nodiscard]] bool IsNone() const;

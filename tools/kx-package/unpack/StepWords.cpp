@@ -143,32 +143,33 @@ CopyWords FolderWordsOf(IPicoJ* step)
     return words;
 }
 
-ScriptWords ScriptWordsOf(IPicoJ* object)
+ScriptWords ScriptWordsOf(IPicoJ* step)
 {
     ScriptWords words;
-    auto* const step = ObjectAs<DB_ScriptStepSet>(object);
-    if (step == nullptr || !IsOfKind(*step, format::kScriptKind)) {
+    auto* const record = ObjectAs<DB_ScriptStepSet>(step);
+    if (record == nullptr || !IsOfKind(*record, format::kScriptKind)) {
         return words;
     }
-    words.install = ObjectAs<DB_ScriptFunctionData>(step->InstallScriptFunctionData);
-    words.uninstall = ObjectAs<DB_ScriptFunctionData>(step->UninstallScriptFunctionData);
+    words.install = ObjectAs<DB_ScriptFunctionData>(record->InstallScriptFunctionData);
+    words.uninstall = ObjectAs<DB_ScriptFunctionData>(record->UninstallScriptFunctionData);
     if (words.install != nullptr && words.uninstall != nullptr &&
         IsSayableScript(words.install->ScriptData) &&
         IsSayableScript(words.uninstall->ScriptData)) {
         Normalise(*words.install);
         Normalise(*words.uninstall);
-        words.step = step;
+        words.step = record;
     }
     return words;
 }
 
-SettingsWords SettingsWordsOf(IPicoJ* object)
+SettingsWords SettingsWordsOf(IPicoJ* step)
 {
     SettingsWords words;
-    auto* const step = ObjectAs<DB_HardSettingStepSet>(object);
-    auto* const data =
-        step == nullptr ? nullptr : ObjectAs<DB_HardSettingFunctionData>(step->HardSettingDatas);
-    if (data == nullptr || !IsOfKind(*step, format::kSettingsKind)) {
+    auto* const record = ObjectAs<DB_HardSettingStepSet>(step);
+    auto* const data = record == nullptr
+                           ? nullptr
+                           : ObjectAs<DB_HardSettingFunctionData>(record->HardSettingDatas);
+    if (data == nullptr || !IsOfKind(*record, format::kSettingsKind)) {
         return words;
     }
     for (const DB_HardwareConfig* const config :
@@ -182,7 +183,7 @@ SettingsWords SettingsWordsOf(IPicoJ* object)
         }
         words.settings.push_back({config, {items.begin(), items.end()}});
     }
-    words.step = words.settings.empty() ? nullptr : step;
+    words.step = words.settings.empty() ? nullptr : record;
     return words;
 }
 

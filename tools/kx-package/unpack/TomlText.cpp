@@ -65,7 +65,7 @@ std::string TomlLines(std::string_view text)
             Append(text[i], toml);
         }
     }
-    return toml + "\"\"\"";
+    return toml + R"(""")";
 }
 
 std::string TomlKey(std::string_view key)

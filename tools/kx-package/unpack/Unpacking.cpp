@@ -178,7 +178,7 @@ private:
                Line("updater", TomlText(path)) + TimestampLine();
     }
 
-    std::string ProcessorLine(const PackageEntry& updater) const
+    [[nodiscard]] std::string ProcessorLine(const PackageEntry& updater) const
     {
         const auto head =
             format::ReadProgramHead(m_package.Read(updater.name, format::kProgramHeadSize));
@@ -190,7 +190,7 @@ private:
         return "# processor = \"...\"   # not known: the packed updater does not tell\n";
     }
 
-    std::string TimestampLine() const
+    [[nodiscard]] std::string TimestampLine() const
     {
         const std::optional<std::time_t> moment = MomentOf(m_package);
         return !moment.has_value()
@@ -331,7 +331,7 @@ private:
     }
 
     /// Tells whether the payload of every item of a step is a folder, or missing.
-    bool HasFolders(std::size_t step, std::size_t items) const
+    [[nodiscard]] bool HasFolders(std::size_t step, std::size_t items) const
     {
         const auto isInTheWay = [this](const std::string& name) {
             const PackageEntry* const entry = m_package.Find(name);
@@ -375,7 +375,8 @@ private:
         std::vector<PayloadPart> parts;
     };
 
-    bool IsSameTree(const std::vector<PayloadPart>& parts, const PlacedTree& other) const
+    [[nodiscard]] bool IsSameTree(const std::vector<PayloadPart>& parts,
+                                  const PlacedTree& other) const
     {
         LocalNames names; // the same as when the other one was written: the order is the same
         const auto isSame = [&](const PayloadPart& one, const PayloadPart& two) {
@@ -398,8 +399,8 @@ private:
 
     // ---- steps ----
 
-    std::string StepHead(std::size_t index, const char* what, const format::StepKind& kind,
-                         const DB_StepSet& step, bool isRecorded) const
+    static std::string StepHead(std::size_t index, const char* what, const format::StepKind& kind,
+                                const DB_StepSet& step, bool isRecorded)
     {
         return "\n# Step " + std::to_string(index + 1) + " " + what + ".\n[[steps]]\n" +
                Line("kind", TomlText(kind.name)) +
