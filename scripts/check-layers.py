@@ -42,7 +42,7 @@ TOOL = {
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
     "compare": ({"io", "panel", "archive", "format", "model", "osa", "compose", "unpack"}, {"dtl"}),
     "unpack": ({"io", "archive", "format", "model", "osa", "manifest", "compose"}, set()),
-    "commands": ({"io", "panel", "archive", "format", "checks", "rehearsal", "registry", "osa",
+    "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "osa",
                   "common", "manifest", "compose", "schema", "trial", "unpack", "compare"},
                  JSON | {"CLI"}),
     "": ({"io", "common", "commands"}, {"CLI"}),  # main.cpp
