@@ -41,8 +41,11 @@ TOOL = {
     "compose": ({"io", "archive", "format", "model", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
-    "commands": ({"io", "panel", "archive", "format", "checks", "rehearsal", "registry", "osa",
-                  "common", "manifest", "compose", "schema", "trial"}, JSON | {"CLI"}),
+    "compare": ({"io", "panel", "archive", "format", "model", "osa", "compose", "unpack"}, {"dtl"}),
+    "unpack": ({"io", "archive", "format", "model", "osa", "manifest", "compose"}, set()),
+    "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "osa",
+                  "common", "manifest", "compose", "schema", "trial", "unpack", "compare"},
+                 JSON | {"CLI"}),
     "": ({"io", "common", "commands"}, {"CLI"}),  # main.cpp
 }
 TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL}
@@ -80,7 +83,7 @@ def library_of(target):
     if re.fullmatch(r"(Qt\w+/)?Q\w+", target):
         return "Qt"
     first = target.split("/")[0]
-    return first if first in GUARDED | {"CLI", "toml++"} else None
+    return first if first in GUARDED | {"CLI", "dtl", "toml++"} else None
 
 
 def problems_of(root, top, table, path):

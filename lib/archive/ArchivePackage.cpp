@@ -52,6 +52,10 @@ public:
     {
         return m_unpacked->Read(name, limit);
     }
+    void Stream(const std::string& name, const ContentSink& sink) const override
+    {
+        m_unpacked->Stream(name, sink);
+    }
     [[nodiscard]] int UnpackStatus() const override { return m_unpacked->UnpackStatus(); }
 
 private:

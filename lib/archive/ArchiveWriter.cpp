@@ -186,9 +186,9 @@ void Add(zip_t* archive, const ArchiveItem& item, bool isEmpty, const DosTime& w
         Throw(path, archive);
     }
     const auto index = static_cast<zip_uint64_t>(added);
-    const unsigned mode = item.isFolder       ? S_IFDIR | 0755
-                          : item.isExecutable ? S_IFREG | 0755
-                                              : S_IFREG | 0644;
+    const unsigned mode = item.isFolder
+                              ? S_IFDIR | 0755
+                              : S_IFREG | item.mode.value_or(item.isExecutable ? 0755 : 0644);
     constexpr unsigned kFolderMark = 0x10; // for systems that know no modes
     const zip_uint32_t attributes = mode << kZipModeShift | (item.isFolder ? kFolderMark : 0);
     const zip_int32_t method = item.isFolder || isEmpty ? ZIP_CM_STORE : ZIP_CM_DEFLATE;

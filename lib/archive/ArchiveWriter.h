@@ -18,7 +18,8 @@ struct ArchiveItem {
     std::string source;                 ///< file to take the content from
     std::optional<std::string> content; ///< the content itself, instead of a file's
     bool isFolder = false;
-    bool isExecutable = false; ///< mode 755 instead of 644; folders have 755
+    bool isExecutable = false;                   ///< mode 755 instead of 644; folders have 755
+    std::optional<unsigned> mode = std::nullopt; ///< of a file, 0 to 0777, instead of these two
 };
 
 /// How an archive is written.

@@ -46,6 +46,11 @@ public:
         return io::ReadUpTo(io::OpenFile(path, "read").Number(), limit, path);
     }
 
+    void Stream(const std::string& name, const ContentSink& sink) const override
+    {
+        StreamFile(m_path + "/" + name, sink);
+    }
+
     [[nodiscard]] std::string LinkTarget(const std::string& name) const override
     {
         std::error_code error;

@@ -2,11 +2,14 @@
 // SPDX-License-Identifier: MIT
 #include "archive/Package.h"
 
+#include "io/Descriptor.h"
 #include "io/Error.h"
 #include "io/StandardInput.h"
+#include "io/Transfer.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <map>
 
 #include <sys/stat.h>
@@ -21,6 +24,11 @@ const PackageEntry* Package::Find(const std::string& name) const
         entries.begin(), entries.end(), name,
         [](const PackageEntry& entry, const std::string& wanted) { return entry.name < wanted; });
     return place != entries.end() && place->name == name ? &*place : nullptr;
+}
+
+void Package::Stream(const std::string& name, const ContentSink& sink) const
+{
+    static_cast<void>(sink(Read(name, UINT64_MAX)));
 }
 
 std::string Package::LinkTarget(const std::string& name) const
@@ -56,6 +64,20 @@ std::unique_ptr<Package> OpenPackage(const std::string& path)
                         "name a package or the folder of an unpacked one");
     }
     return OpenArchive(path);
+}
+
+void StreamFile(const std::string& path, const ContentSink& sink)
+{
+    constexpr std::size_t kPiece = std::size_t{1} << 18;
+    const io::Descriptor file = io::OpenFile(path, "read");
+    std::string piece(kPiece, '\0');
+    std::size_t count = piece.size();
+    while (count == piece.size()) {
+        count = io::ReadUpTo(file.Number(), piece.data(), piece.size(), path);
+        if (!sink(std::string_view(piece).substr(0, count))) {
+            return;
+        }
+    }
 }
 
 std::vector<PackageEntry> Arranged(std::vector<PackageEntry> entries)

@@ -6,8 +6,12 @@
 #include "panel/Names.h"
 
 #include <cstdint>
+#include <ctime>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kx::archive
@@ -30,7 +34,11 @@ struct PackageEntry {
     std::uint64_t size = 0; ///< bytes of a file's content, or of a link's target
     unsigned mode = 0;      ///< permission bits, 0 to 07777; 0 where the package tells none
     bool hasMode = false;
+    std::optional<std::time_t> moment; ///< of an archive's file, as if it had been written in UTC
 };
+
+/// Takes a content, piece by piece; false ends the reading.
+using ContentSink = std::function<bool(std::string_view piece)>;
 
 /// Tells that something in a package is damaged, or packed in a way that cannot be read here.
 class ContentError final : public io::Error
@@ -63,6 +71,11 @@ public:
     /// @throws Error when it cannot be read
     [[nodiscard]] virtual std::string Read(const std::string& name, std::uint64_t limit) const = 0;
 
+    /// Hands the content of the file @p name to @p sink, in pieces: it needs no memory for all of
+    /// it. That a content is damaged may be found at its end, when the sink has had all before.
+    /// @throws what Read throws
+    virtual void Stream(const std::string& name, const ContentSink& sink) const;
+
     /// Returns what the link @p name leads to, as written there; empty when that is damaged. In an
     /// archive it is the link's content.
     [[nodiscard]] virtual std::string LinkTarget(const std::string& name) const;
@@ -82,6 +95,10 @@ public:
 [[nodiscard]] std::unique_ptr<Package> OpenPackage(const std::string& path);
 [[nodiscard]] std::unique_ptr<Package> OpenArchive(const std::string& path);
 [[nodiscard]] std::unique_ptr<Package> OpenFolder(const std::string& path);
+
+/// Hands the content of a file out, in pieces.
+/// @throws Error when it cannot be read, or is no regular file
+void StreamFile(const std::string& path, const ContentSink& sink);
 
 /// Sorts entries by name, adds the folders that only show as parts of names, and drops all but the
 /// last of several entries with one name, which is what unpacking leaves. Folders whose path is too

@@ -7,6 +7,7 @@
 #include "archive/ZipNames.h"
 #include "io/Error.h"
 
+#include <cstdint>
 #include <utility>
 
 namespace kx::archive
@@ -24,6 +25,7 @@ PackageEntry EntryOf(const ZipMember& member, UnpackedName name)
                  : IsLink(member) ? PackageEntry::Kind::kLink
                                   : PackageEntry::Kind::kFile;
     constexpr unsigned kReadOnly = 1;
+    entry.moment = member.moment;
     entry.hasMode = true;
     if (HasFileMode(member)) {
         entry.mode = (member.attributes >> kZipModeShift) & 0777U;
@@ -54,6 +56,16 @@ UnpackedArchive::UnpackedArchive(std::string path, const ByteSource& source,
 
 std::string UnpackedArchive::Read(const std::string& name, std::uint64_t limit) const
 {
+    std::string bytes;
+    Stream(name, [&bytes, limit](std::string_view piece) {
+        bytes.append(piece.substr(0, static_cast<std::size_t>(limit) - bytes.size()));
+        return bytes.size() < limit;
+    });
+    return bytes;
+}
+
+void UnpackedArchive::Stream(const std::string& name, const ContentSink& sink) const
+{
     const auto found = m_members.find(name);
     if (found == m_members.end()) {
         throw io::Error(io::ExitCode::kNoAccess, m_path,
@@ -67,12 +79,7 @@ std::string UnpackedArchive::Read(const std::string& name, std::uint64_t limit) 
     if ((member.flags & kZipEncrypted) != 0) {
         refuse("it is encrypted");
     }
-    std::string bytes;
-    const ContentSink keep = [&bytes, limit](std::string_view piece) {
-        bytes.append(piece.substr(0, static_cast<std::size_t>(limit) - bytes.size()));
-        return bytes.size() < limit;
-    };
-    switch (ContentReader(m_source).Read(member, limit, keep).state) {
+    switch (ContentReader(m_source).Read(member, UINT64_MAX, sink).state) {
     case ContentState::kUnsupported:
         refuse("it is packed by a method that is not known here");
         break;
@@ -87,7 +94,6 @@ std::string UnpackedArchive::Read(const std::string& name, std::uint64_t limit) 
     case ContentState::kTooLarge:  // as much as was asked for
         break;
     }
-    return bytes;
 }
 
 int UnpackedArchive::UnpackStatus() const

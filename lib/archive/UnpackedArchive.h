@@ -24,6 +24,7 @@ public:
     [[nodiscard]] bool IsArchive() const override { return true; }
     [[nodiscard]] const std::vector<PackageEntry>& Entries() const override { return m_entries; }
     [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override;
+    void Stream(const std::string& name, const ContentSink& sink) const override;
     [[nodiscard]] int UnpackStatus() const override;
 
 private:

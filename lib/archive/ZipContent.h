@@ -2,9 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "archive/Package.h"
 #include "archive/ZipStructure.h"
-
-#include <functional>
 
 namespace kx::archive
 {
@@ -23,9 +22,6 @@ struct ContentResult {
     ContentState state = ContentState::kFine;
     std::uint64_t size = 0; ///< bytes that came out
 };
-
-/// Takes the unpacked bytes, piece by piece; false ends the reading.
-using ContentSink = std::function<bool(std::string_view piece)>;
 
 /// Tells whether contents of the method can be unpacked here.
 [[nodiscard]] bool IsReadableMethod(unsigned method);

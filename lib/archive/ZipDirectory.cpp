@@ -3,6 +3,7 @@
 #include "archive/ZipFields.h"
 #include "archive/ZipRecords.h"
 
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -15,6 +16,19 @@ namespace
 
 constexpr std::uint32_t kDirectoryMark = 0x02014b50;
 
+/// Returns the moment that the directory tells; months and days that there are not are counted on.
+std::time_t MomentOf(unsigned date, unsigned time)
+{
+    std::tm parts{};
+    parts.tm_year = static_cast<int>(date >> 9) + 80;
+    parts.tm_mon = static_cast<int>(date >> 5 & 0xf) - 1;
+    parts.tm_mday = static_cast<int>(date & 0x1f);
+    parts.tm_hour = static_cast<int>(time >> 11);
+    parts.tm_min = static_cast<int>(time >> 5 & 0x3f);
+    parts.tm_sec = static_cast<int>(time & 0x1f) * 2;
+    return timegm(&parts);
+}
+
 /// Reads the central directory header at @p at.
 /// @return the place behind it, which lies behind the end of a directory that is cut
 std::size_t ReadMember(std::string_view bytes, std::size_t at, ZipStructure& zip)
@@ -26,7 +40,8 @@ std::size_t ReadMember(std::string_view bytes, std::size_t at, ZipStructure& zip
     member.neededVersion = fields.Two();
     member.flags = fields.Two();
     member.method = fields.Two();
-    fields.Skip(4); // date and time
+    const std::uint16_t time = fields.Two();
+    member.moment = MomentOf(fields.Two(), time);
     member.crc = fields.Four();
     member.packedSize = fields.Four();
     member.size = fields.Four();

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,7 @@ struct ZipHeader {
 /// One entry of the central directory, with its local header.
 struct ZipMember : ZipHeader {
     std::uint8_t madeOn = 0;        ///< the system that the attributes are of
+    std::time_t moment = 0;         ///< the date, as if it had been written in UTC
     std::uint32_t attributes = 0;   ///< external attributes
     std::uint64_t headerAt = 0;     ///< place of the local header in the file
     bool hasLocal = false;          ///< a local header stands there; else `local` is empty

@@ -177,6 +177,39 @@ std::vector<std::int64_t> TomlTable::Numbers(const char* key) const
     return numbers;
 }
 
+std::vector<std::pair<std::string, std::string>> TomlTable::TextsByKey(const char* key) const
+{
+    std::vector<std::pair<std::string, std::string>> texts;
+    if (const toml::table* const table = Table(key)) {
+        const TomlTable named(*table, m_file, (m_name.empty() ? "" : m_name + ".") + key);
+        for (const std::string& name : KeysAsWritten(*table)) {
+            texts.emplace_back(name, named.Text(name.c_str(), ""));
+        }
+    }
+    return texts;
+}
+
+std::optional<std::time_t> TomlTable::OptionalMoment(const char* key) const
+{
+    const toml::node* const node = m_table.get(key);
+    if (node == nullptr) {
+        return std::nullopt;
+    }
+    const toml::date_time told =
+        node->is_date_time() ? node->as_date_time()->get() : toml::date_time();
+    if (!told.offset.has_value()) {
+        throw WrongType(*node, key, "a date-time with an offset, like 2026-11-21T10:20:30Z");
+    }
+    std::tm parts{};
+    parts.tm_year = static_cast<int>(told.date.year) - 1900;
+    parts.tm_mon = static_cast<int>(told.date.month) - 1;
+    parts.tm_mday = told.date.day;
+    parts.tm_hour = told.time.hour;
+    parts.tm_min = told.time.minute - told.offset->minutes;
+    parts.tm_sec = told.time.second;
+    return timegm(&parts);
+}
+
 const toml::table* TomlTable::Table(const char* key) const
 {
     const toml::node* const node = m_table.get(key);

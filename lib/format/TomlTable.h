@@ -5,8 +5,10 @@
 #include "io/Error.h"
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <toml++/toml.h>
@@ -41,6 +43,13 @@ public:
 
     /// Returns an array of whole numbers; empty when the key is missing.
     [[nodiscard]] std::vector<std::int64_t> Numbers(const char* key) const;
+
+    /// Returns the texts of a table with their keys, as written; empty when the key is missing.
+    [[nodiscard]] std::vector<std::pair<std::string, std::string>>
+    TextsByKey(const char* key) const;
+
+    /// Returns the moment that a TOML date-time with an offset tells.
+    [[nodiscard]] std::optional<std::time_t> OptionalMoment(const char* key) const;
 
     /// Returns a table, or null when the key is missing.
     [[nodiscard]] const toml::table* Table(const char* key) const;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kx::io
@@ -77,6 +78,20 @@ int NameFileIn(const std::string& folder, const std::string& stem, NewFile& file
         file.path = std::move(path);
         return 0;
     });
+}
+
+NewFolder MakeFolderIn(const std::string& folder, const std::string& stem)
+{
+    constexpr mode_t kMode = 0777; // less the umask
+    NewFolder made;
+    made.error = TakeFreeName(folder, stem, [&made](std::string path) {
+        if (mkdir(path.c_str(), kMode) != 0) {
+            return errno;
+        }
+        made.path = std::move(path);
+        return 0;
+    });
+    return made;
 }
 
 Descriptor MakeTemporaryFile()

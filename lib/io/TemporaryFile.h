@@ -28,6 +28,16 @@ struct NewFile {
 /// @return 0, or an errno; then it still has none
 [[nodiscard]] int NameFileIn(const std::string& folder, const std::string& stem, NewFile& file);
 
+/// A folder that was just made.
+struct NewFolder {
+    std::string path; ///< the caller removes it
+    int error = 0;    ///< errno when it could not be made
+};
+
+/// Makes a folder in a folder, by a name that nothing has: ".STEM.PROCESS-NUMBER"; a long stem is
+/// cut.
+[[nodiscard]] NewFolder MakeFolderIn(const std::string& folder, const std::string& stem);
+
 /// Makes a file for this process alone, which is gone when it is closed, in the folder that
 /// $TMPDIR names, otherwise in /tmp.
 /// @throws Error "cannot make a temporary file: …", at the folder

@@ -86,6 +86,18 @@ TEST(ArchiveWriter, WritesWhatTheReaderReadsBack)
     EXPECT_EQ(package->Find("0/0/empty")->kind, PackageEntry::Kind::kFolder);
 }
 
+TEST(ArchiveWriter, WritesTheModesThatItIsTold)
+{
+    const TempDir dir;
+    std::vector<ArchiveItem> items = {{"a", "", "", false, false}, {"b", "", "", false, true}};
+    items[0].mode = 0600;
+    items[1].mode = 0;
+
+    static_cast<void>(WriteArchive(dir / "x.kx-update", items, {}));
+
+    EXPECT_THAT(EntriesOf(dir / "x.kx-update"), ElementsAre("a 100600 0 0 0", "b 100000 0 0 0"));
+}
+
 TEST(ArchiveWriter, GivesTheSameBytesForAnyOrderModeDateZoneAndUmask)
 {
     const TempDir dir;
@@ -114,6 +126,7 @@ TEST(ArchiveWriter, DatesEntriesByTheMomentInUniversalTime)
 
     // Behind signature, version, flags and method: time, then date, low byte first.
     EXPECT_EQ(bytes.substr(10, 4), std::string("\xaa\xb1\x6e\x57", 4));
+    EXPECT_EQ(OpenPackage(dir / "x.kx-update")->Find("a")->moment, 1700000000);
 
     static_cast<void>(WriteArchive(dir / "y.kx-update", {{"a", "", "", false, false}}, {}));
     EXPECT_EQ(ReadFile(dir / "y.kx-update").substr(10, 4), std::string("\x00\x00\x21\x00", 4));

@@ -10,6 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+
 #include <sys/stat.h>
 
 namespace kx::archive
@@ -46,6 +48,48 @@ std::vector<std::string> NamesOf(const Package& package)
         names.push_back(entry.name + mark);
     }
     return names;
+}
+
+/// Returns what Stream hands out, up to @p most bytes.
+std::string Streamed(const Package& package, const std::string& name, std::size_t most)
+{
+    std::string bytes;
+    package.Stream(name, [&bytes, most](std::string_view piece) {
+        bytes += piece;
+        return bytes.size() < most;
+    });
+    return bytes;
+}
+
+TEST_F(OpenArchiveTest, HandsContentsOutInPieces)
+{
+    const std::string large(std::size_t{1} << 20, 'x');
+    const auto package = Open(ZipOf({{"a", large}, {"b", ""}}));
+
+    EXPECT_EQ(Streamed(*package, "a", SIZE_MAX), large);
+    EXPECT_LT(Streamed(*package, "a", 1).size(), large.size());
+    EXPECT_EQ(Streamed(*package, "b", SIZE_MAX), "");
+}
+
+TEST_F(OpenArchiveTest, TellsOfDamageAtTheEndOfAContent)
+{
+    std::string zip = ZipOf({{"a", "content"}});
+    zip.replace(zip.find("content"), 1, "k");
+
+    EXPECT_EQ(Thrown([&] { Streamed(*Open(zip), "a", SIZE_MAX); }),
+              "3: " + Path() + ":a: cannot read: CRC error");
+}
+
+TEST(OpenFolder, HandsContentsOutInPieces)
+{
+    const TempDir folder;
+    const std::string large(std::size_t{1} << 20, 'x');
+    folder.Write("a", large);
+    const auto package = OpenFolder(folder.Path());
+
+    EXPECT_EQ(Streamed(*package, "a", SIZE_MAX), large);
+    EXPECT_LT(Streamed(*package, "a", 1).size(), large.size());
+    EXPECT_EQ(package->Find("a")->moment, std::nullopt);
 }
 
 TEST_F(OpenArchiveTest, ShowsWhatUnpackingLeaves)

@@ -106,6 +106,7 @@ try --disk UINT:UINT in [16 - 1048576]=2048
 try --memory UINT:UINT in [16 - 1048576]=4096
 try --processes UINT:UINT in [4 - 30000]=256
 try --seconds UINT:UINT in [1 - 1000000]=600
+unpack --disk UINT:UINT in [1 - 1073741824]=2048
 verify --root DIR=/
 END
     )

@@ -84,6 +84,7 @@ int Start(int argc, char** argv)
     kx::tool::AddBuild(program, invocation);
     kx::tool::AddCheck(program, invocation);
     kx::tool::AddCompletion(program, invocation);
+    kx::tool::AddDiff(program, invocation);
     kx::tool::AddInstalled(program, invocation);
     kx::tool::AddNew(program, invocation);
     kx::tool::AddNewPanel(program, invocation);
@@ -91,6 +92,7 @@ int Start(int argc, char** argv)
     kx::tool::AddSchema(program, invocation);
     kx::tool::AddShow(program, invocation);
     kx::tool::AddTry(program, invocation);
+    kx::tool::AddUnpack(program, invocation);
     kx::tool::AddVerify(program, invocation);
     try {
         program.parse(argc, argv);

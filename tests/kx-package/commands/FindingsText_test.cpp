@@ -93,11 +93,11 @@ TEST(WriteFindings, TellsHowManyOfAKindAreNotListed)
         findings.Add(checks::RuleId::kPayloadUnused, checks::Location::Entry("8"), "unused");
     }
     std::ostringstream text;
-    WriteFindings({text, text}, "a.kx-update", findings, true);
+    WriteFindings({text, text}, {Checked("a.kx-update", findings, false)});
     EXPECT_THAT(text.str(), testing::HasSubstr("\n  (3 more of this kind are not listed)\n"));
 
     std::ostringstream json;
-    WriteFindings({json, json, true}, "a.kx-update", findings, true);
+    WriteFindings({json, json, true}, {Checked("a.kx-update", findings, false)});
     picojson::value told;
     ASSERT_EQ(picojson::parse(told, json.str()), "");
     EXPECT_EQ(told.get("omitted").serialize(), R"({"payload-unused":3})");

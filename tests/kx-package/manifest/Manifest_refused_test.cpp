@@ -137,7 +137,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "tables"},
         Mistake{"StepsHoldNumbers", "[[steps]]\nkind = \"script\"\ninstall = \"\"\n[[steps]]\n",
                 ":13:1: 'steps[1].kind' is missing; add it; there are copy-files, copy-folder, "
-                "script and settings"},
+                "script, settings and verbatim"},
         Mistake{"UnknownKind", "[[steps]]\nkind = \"copy-file\"\n",
                 ":11:8: 'steps[0].kind' is 'copy-file', which is not a known kind; did you mean "
                 "'copy-files'?"},

@@ -9,8 +9,9 @@
 #include "commands/Values.h"
 #include "common/Epoch.h"
 #include "common/Progress.h"
-#include "compose/ComposedPackage.h"
+#include "compose/DescriptionWriter.h"
 #include "compose/Layout.h"
+#include "compose/LayoutPackage.h"
 #include "compose/UpdaterSearch.h"
 #include "io/AtomicFile.h"
 #include "io/Text.h"
@@ -122,7 +123,7 @@ BuildPlan MakePlan(const BuildOptions& options, std::string& path)
 
 /// Checks what was built.
 checks::Findings CheckBuilt(const BuildPlan& plan, const std::string& path,
-                            const std::vector<archive::ArchiveItem>& items)
+                            const std::string& updater)
 {
     LocalShells shells;
     checks::Expected expected;
@@ -132,7 +133,8 @@ checks::Findings CheckBuilt(const BuildPlan& plan, const std::string& path,
     const std::string file =
         IsStandardOutput(path) ? plan.manifest.name + archive::kPackageExtension : path;
     checks::Findings findings;
-    CheckManifest(plan.manifest, plan.layout, ComposedPackage(file, items), expected, findings);
+    CheckManifest(plan.manifest, plan.layout, LayoutPackage(file, true, plan.layout, updater),
+                  expected, findings);
     findings.Sort();
     return findings;
 }
@@ -145,21 +147,21 @@ Built BuildPackage(const BuildOptions& options, const Output& output)
     built.files = static_cast<std::size_t>(
         std::count_if(payload.begin(), payload.end(),
                       [](const archive::ArchiveItem& item) { return !item.isFolder; }));
-    const format::Processor& processor = *plan.manifest.processor;
-    built.updater =
-        options.updater.empty() ? FindUpdater(processor, ThisMachine()) : options.updater;
-    RefuseOtherUpdater(built.updater, processor);
+    built.updater = UpdaterFor(plan.manifest, options.updater);
     for (const Remark& remark : plan.layout.remarks) {
         built.remarks.push_back(remark.where + ": " + remark.what);
     }
 
-    const std::vector<archive::ArchiveItem> items = ItemsOf(plan.layout, built.updater);
+    std::vector<archive::ArchiveItem> items = payload;
+    items.push_back(
+        {archive::kDescriptionName, "", WriteDescription(plan.layout.model->root), false, false});
+    items.push_back({archive::kUpdaterName, built.updater, std::nullopt, false, true});
     Progress progress(output, "packing");
     archive::ArchiveOptions archive;
-    archive.moment = SourceDateEpoch().value_or(0);
+    archive.moment = plan.manifest.timestamp.value_or(SourceDateEpoch().value_or(0));
     archive.onProgress = [&progress](double fraction) { progress.Show(fraction); };
-    built.archive = archive::WriteArchive(built.path, items, archive);
-    built.findings = CheckBuilt(plan, built.path, items);
+    built.archive = archive::WriteArchive(built.path, std::move(items), archive);
+    built.findings = CheckBuilt(plan, built.path, built.updater);
     return built;
 }
 

@@ -26,6 +26,7 @@ struct Invocation {
 void AddBuild(CLI::App& program, Invocation& invocation);
 void AddCheck(CLI::App& program, Invocation& invocation);
 void AddCompletion(CLI::App& program, Invocation& invocation);
+void AddDiff(CLI::App& program, Invocation& invocation);
 void AddInstalled(CLI::App& program, Invocation& invocation);
 void AddNew(CLI::App& program, Invocation& invocation);
 void AddNewPanel(CLI::App& program, Invocation& invocation);
@@ -33,6 +34,7 @@ void AddPlan(CLI::App& program, Invocation& invocation);
 void AddSchema(CLI::App& program, Invocation& invocation);
 void AddShow(CLI::App& program, Invocation& invocation);
 void AddTry(CLI::App& program, Invocation& invocation);
+void AddUnpack(CLI::App& program, Invocation& invocation);
 void AddVerify(CLI::App& program, Invocation& invocation);
 
 } // namespace kx::tool

@@ -3,7 +3,6 @@
 #include "commands/ManifestChecks.h"
 
 #include "commands/Values.h"
-#include "compose/DescriptionWriter.h"
 #include "compose/UpdaterSearch.h"
 
 #include <array>
@@ -80,7 +79,7 @@ bool Contains(const std::string& text, const char* part)
 class Places
 {
 public:
-    Places(const Manifest& manifest, const Layout& layout, const ComposedPackage& package)
+    Places(const Manifest& manifest, const Layout& layout, const LayoutPackage& package)
         : m_manifest(manifest), m_layout(layout), m_package(package)
     {
     }
@@ -185,16 +184,19 @@ private:
 
     const Manifest& m_manifest;
     const Layout& m_layout;
-    const ComposedPackage& m_package;
+    const LayoutPackage& m_package;
 };
 
-/// Returns the updater that this machine has for a processor; empty when it has none.
-std::string UpdaterFor(const format::Processor& processor)
+/// Returns the updater that the package will get; empty when the author names one when it is built.
+std::string KnownUpdater(const Manifest& manifest)
 {
+    if (manifest.processor == nullptr && manifest.updater.empty()) {
+        return {};
+    }
     try {
-        return FindUpdater(processor, ThisMachine());
+        return UpdaterFor(manifest, "");
     } catch (const io::Error&) {
-        return {}; // the author names one when the package is built
+        return {};
     }
 }
 
@@ -209,7 +211,7 @@ void FillIn(Manifest& manifest)
 
 } // namespace
 
-void CheckManifest(const Manifest& manifest, const Layout& layout, const ComposedPackage& package,
+void CheckManifest(const Manifest& manifest, const Layout& layout, const LayoutPackage& package,
                    const checks::Expected& expected, checks::Findings& findings)
 {
     checks::CheckContents(package, expected, findings);
@@ -251,17 +253,6 @@ format::PanelModel PanelFor(const Manifest& manifest, const PanelOptions& option
     return panel;
 }
 
-std::vector<archive::ArchiveItem> ItemsOf(const Layout& layout, const std::string& updater)
-{
-    std::vector<archive::ArchiveItem> items = layout.payload;
-    items.push_back(
-        {archive::kDescriptionName, "", WriteDescription(layout.model->root), false, false});
-    if (!updater.empty()) {
-        items.push_back({archive::kUpdaterName, updater, std::nullopt, false, true});
-    }
-    return items;
-}
-
 checks::Findings CheckManifestFile(const std::string& path, const PanelOptions& options,
                                    checks::IShells* shells)
 {
@@ -277,11 +268,10 @@ checks::Findings CheckManifestFile(const std::string& path, const PanelOptions& 
             FillIn(manifest);
         }
         const Layout layout = MakeLayout(manifest, "", mistakes);
-        const std::string updater =
-            expected.panel.processor == nullptr ? "" : UpdaterFor(*expected.panel.processor);
+        const std::string updater = KnownUpdater(manifest);
         expected.hasUpdater = !updater.empty();
-        const ComposedPackage package(manifest.name + archive::kPackageExtension,
-                                      ItemsOf(layout, updater));
+        const LayoutPackage package(manifest.name + archive::kPackageExtension, true, layout,
+                                    updater);
         CheckManifest(manifest, layout, package, expected, findings);
     }
     for (const io::Error& mistake : mistakes.All()) {

@@ -3,8 +3,7 @@
 #pragma once
 
 #include "checks/Checker.h"
-#include "compose/ComposedPackage.h"
-#include "compose/Layout.h"
+#include "compose/LayoutPackage.h"
 #include "manifest/Manifest.h"
 
 #include <string>
@@ -18,7 +17,7 @@ namespace kx::tool
 /// @param findings  gets what is found, placed in the manifest: file, line and column; remarks on
 ///                  the layout are told, too
 /// @throws Error when a file of the payload, or the copy of a panel's files, cannot be read
-void CheckManifest(const Manifest& manifest, const Layout& layout, const ComposedPackage& package,
+void CheckManifest(const Manifest& manifest, const Layout& layout, const LayoutPackage& package,
                    const checks::Expected& expected, checks::Findings& findings);
 
 /// What the command line says about the panel.
@@ -45,10 +44,5 @@ CheckManifestFile(const std::string& path, const PanelOptions& options, checks::
 /// @throws Error when the option --processor names none
 [[nodiscard]] format::PanelModel PanelFor(const Manifest& manifest, const PanelOptions& options,
                                           Mistakes& mistakes);
-
-/// Returns what goes into the archive: payload, description, updater.
-/// @param updater  path; empty: none
-[[nodiscard]] std::vector<archive::ArchiveItem> ItemsOf(const Layout& layout,
-                                                        const std::string& updater);
 
 } // namespace kx::tool

@@ -10,10 +10,7 @@
 #include "io/Transfer.h"
 #include "manifest/Manifest.h"
 #include "osa/OSA.h"
-#include "panel/Names.h"
 
-#include <algorithm>
-#include <cctype>
 #include <ctime>
 #include <filesystem>
 #include <memory>
@@ -150,22 +147,6 @@ constexpr NewFile kFiles[] = {
     {"scripts/uninstall.sh", "#!/bin/sh\nrm -f /mnt/user/bin/hello\n"},
 };
 
-/// Makes a name that panels take well of any folder's name.
-std::string NameFor(const fs::path& folder)
-{
-    std::string name = folder.filename().string();
-    std::replace_if(
-        name.begin(), name.end(),
-        [](char c) {
-            return std::isalnum(static_cast<unsigned char>(c)) == 0 &&
-                   std::string_view("-_.").find(c) == std::string_view::npos;
-        },
-        '-');
-    name = ReplaceStringAll(name, panel::kUnpackedSuffix, "-temp");
-    name.erase(0, std::min(name.find_first_not_of("-."), name.size()));
-    return name.empty() ? "package" : name;
-}
-
 /// Makes the folder, or takes one that is empty.
 void PrepareFolder(const std::string& folder)
 {
@@ -200,7 +181,7 @@ io::ExitCode MakeNew(const std::string& folder, const Output& output)
     const std::time_t moment = SourceDateEpoch().value_or(std::time(nullptr));
     PrepareFolder(folder);
     std::error_code error;
-    const std::string name = NameFor(fs::canonical(folder, error));
+    const std::string name = AcceptedPackageName(fs::canonical(folder, error).filename().string());
     const format::Processor* const native = format::NativeProcessor();
     const std::string processor = native != nullptr ? native->name : "aarch64";
     const std::string date = ReplaceStringAll(DateText(moment), "/", "-");

@@ -19,7 +19,6 @@ std::optional<std::time_t> SourceDateEpoch()
     if (text == nullptr || *text == '\0') {
         return std::nullopt;
     }
-    constexpr std::int64_t kFirstOf2108 = 4354819200;
     std::int64_t seconds = 0;
     const char* const end = text + std::strlen(text);
     const auto [rest, error] = std::from_chars(text, end, seconds);

@@ -9,6 +9,9 @@
 namespace kx::tool
 {
 
+/// The first second that the dates of a package cannot hold.
+constexpr std::time_t kFirstOf2108 = 4354819200;
+
 /// Returns the moment that the environment variable SOURCE_DATE_EPOCH names, or nothing when it is
 /// not set or empty.
 /// @throws Error when it is no number of seconds that a package can hold, 1970 to 2107

@@ -187,6 +187,13 @@ private:
 
 } // namespace
 
+std::string WriteObject(const IPicoJ& object)
+{
+    Writer writer;
+    writer.Write(object);
+    return writer.Text() + "\n";
+}
+
 std::string WriteDescription(const DB_KxUserProject& root)
 {
     Writer writer;

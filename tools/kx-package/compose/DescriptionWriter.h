@@ -5,6 +5,7 @@
 #include <string>
 
 class DB_KxUserProject;
+class IPicoJ;
 
 namespace kx::tool
 {
@@ -15,5 +16,9 @@ namespace kx::tool
 /// @throws std::invalid_argument when an object is of a class that stands in no table, or a child
 ///         object is missing
 [[nodiscard]] std::string WriteDescription(const DB_KxUserProject& root);
+
+/// Writes one object of a description, without the mark.
+/// @throws std::invalid_argument likewise
+[[nodiscard]] std::string WriteObject(const IPicoJ& object);
 
 } // namespace kx::tool

@@ -10,6 +10,9 @@
 #include "manifest/ManifestSteps.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -75,6 +78,12 @@ bool LooksExecutable(const std::string& path)
     return !program.has_value() || program->kind == format::Program::Kind::kStarted;
 }
 
+/// Returns the last part of a text for the description, as the panel takes it for a name.
+std::string NameOfOrigin(const std::string& origin)
+{
+    return origin.substr(origin.find_last_of("/\\:") + 1);
+}
+
 std::string NumberPath(std::size_t step, std::size_t item)
 {
     return std::to_string(step) + "/" + std::to_string(item) + "/";
@@ -99,7 +108,15 @@ public:
             for (const ManifestFolder& folder : m_manifest.steps[i].folders) {
                 Add([&] { AddFolder(folder, i, items[i]); }, items[i], m_layout.origins[i]);
             }
+            if (m_manifest.steps[i].payload.has_value()) {
+                m_mistakes.Try(
+                    [&] { AddOtherTree(*m_manifest.steps[i].payload, std::to_string(i) + "/"); });
+            }
         }
+        if (m_manifest.extra.has_value()) {
+            m_mistakes.Try([&] { AddOtherTree(*m_manifest.extra, ""); });
+        }
+        m_mistakes.Try([&] { RefuseSameNames(); });
         m_layout.model = MakeModel(m_manifest, items);
         return std::move(m_layout);
     }
@@ -169,12 +186,18 @@ private:
         }
         const std::string fixed = FixedFolder(files.source);
         for (const FoundFile& file : found) {
-            RefuseBadName(file, true, files.where);
-            const std::string base = file.name.substr(file.name.rfind('/') + 1);
             const std::string below = fixed.empty() ? "" : fixed == "/" ? fixed : fixed + "/";
+            std::string source = below + file.name;
+            std::string base = file.name.substr(file.name.rfind('/') + 1);
+            if (files.origin.empty()) {
+                RefuseBadName(file, true, files.where);
+            } else {
+                source = files.origin;
+                base = NameOfOrigin(source);
+            }
             m_layout.payload.push_back({NumberPath(step, items.size()) + base, file.path,
                                         std::nullopt, false, IsProgram(files.mode)});
-            items.push_back({below + file.name,
+            items.push_back({std::move(source),
                              isIntoFolder ? files.target + file.name : files.target, files.mode});
             m_layout.origins[step].push_back({files.where, files.targetWhere, files.modeWhere});
         }
@@ -182,18 +205,62 @@ private:
 
     void AddFolder(const ManifestFolder& item, std::size_t step, std::vector<CopyItem>& items)
     {
+        AddOtherTree(item, NumberPath(step, items.size()));
+        items.push_back(
+            {item.origin.empty() ? item.source : item.origin, TrimmedTarget(item.target), ""});
+        m_layout.origins[step].push_back({item.where, item.targetWhere, item.where});
+    }
+
+    /// Adds what is in a folder.
+    /// @param number  in the package, what comes before the names in the folder
+    void AddOtherTree(const ManifestFolder& item, const std::string& number)
+    {
         const std::string folder = PathFrom(m_manifest.folder, item.source);
         if (!IsFolder(folder)) {
             throw io::Error(io::ExitCode::kProblems, item.where,
                             "there is no folder '" + item.source + "'");
         }
-        const std::string number = NumberPath(step, items.size());
         const std::vector<FoundFile> found = ListTree(folder, FilterWithout(item.exclude));
         RefuseIdlePatterns(item, found);
+        RefuseIdlePaths(item, "modes", item.modes, found);
+        RefuseIdlePaths(item, "names", item.names, found);
         AddTree(item, found, number);
         TellIdleExcludes(item, folder);
-        items.push_back({item.source, TrimmedTarget(item.target), ""});
-        m_layout.origins[step].push_back({item.where, item.targetWhere, item.where});
+    }
+
+    /// What a folder says of a file that is not there was written for another one.
+    template <class Values>
+    static void RefuseIdlePaths(const ManifestFolder& item, const char* key,
+                                const std::map<std::string, Values>& told,
+                                const std::vector<FoundFile>& found)
+    {
+        for (const auto& each : told) {
+            const std::string& path = each.first;
+            const auto place =
+                std::lower_bound(found.begin(), found.end(), path,
+                                 [](const FoundFile& file, const std::string& wanted) {
+                                     return file.name < wanted;
+                                 });
+            if (place == found.end() || place->name != path) {
+                throw io::Error(io::ExitCode::kProblems, item.where,
+                                "there is no '" + path + "' in '" + item.source + "', which '" +
+                                    key + "' names",
+                                "paths begin below the folder");
+            }
+        }
+    }
+
+    /// No two things of a package may have one name.
+    void RefuseSameNames() const
+    {
+        std::set<std::string> names = {archive::kDescriptionName, archive::kUpdaterName};
+        for (const archive::ArchiveItem& item : m_layout.payload) {
+            if (!names.insert(item.name).second) {
+                throw io::Error(io::ExitCode::kProblems, m_manifest.path,
+                                "'" + item.name + "' would be in the package twice",
+                                "look at 'extra', 'payload' and 'names'");
+            }
+        }
     }
 
     void AddTree(const ManifestFolder& item, const std::vector<FoundFile>& found,
@@ -205,29 +272,37 @@ private:
             if (IsSameFile(file.path, m_output)) {
                 continue;
             }
-            RefuseBadName(file, false, item.where);
+            const auto renamed = item.names.find(file.name);
+            if (renamed == item.names.end()) {
+                RefuseBadName(file, false, item.where);
+            }
+            const std::string& name = renamed == item.names.end() ? file.name : renamed->second;
             isEmpty = false;
             if (file.isFolder) {
-                AddFolderIfEmpty(found, i, number);
+                AddFolderIfEmpty(found, i, number + name + "/");
                 continue;
             }
+            const auto mode = item.modes.find(file.name);
             const bool isProgram = FitsAny(item.executable, file.name);
-            if (!isProgram && LooksExecutable(file.path)) {
+            if (!isProgram && mode == item.modes.end() && LooksExecutable(file.path)) {
                 m_layout.remarks.push_back(
                     {item.where, file.name + " looks like a program, but no pattern of "
                                              "'executable' matches it; it will not be executable"});
             }
-            m_layout.payload.push_back(
-                {number + file.name, file.path, std::nullopt, false, isProgram});
+            m_layout.payload.push_back({number + name, file.path, std::nullopt, false, isProgram});
+            if (mode != item.modes.end()) {
+                m_layout.payload.back().mode = mode->second;
+            }
         }
-        if (isEmpty) {
+        if (isEmpty && !number.empty()) {
             m_layout.payload.push_back({number, "", std::nullopt, true, false});
         }
     }
 
     /// Folders with something in them show in the names of that.
+    /// @param name  of the folder in the package
     void AddFolderIfEmpty(const std::vector<FoundFile>& found, std::size_t index,
-                          const std::string& number)
+                          const std::string& name)
     {
         const std::string prefix = found[index].name + "/";
         // Names between "a" and "a/…" in the order of bytes, like "a-b", are few.
@@ -237,7 +312,7 @@ private:
         const bool isEmpty =
             inside == found.end() || inside->name.compare(0, prefix.size(), prefix) != 0;
         if (isEmpty) {
-            m_layout.payload.push_back({number + prefix, "", std::nullopt, true, false});
+            m_layout.payload.push_back({name, "", std::nullopt, true, false});
         }
     }
 

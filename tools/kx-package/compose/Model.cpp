@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "compose/Model.h"
 
+#include "compose/ObjectReader.h"
 #include "manifest/Manifest.h"
 #include "model/DB_FunctionDatas.h"
 #include "model/DB_Hardware.h"
@@ -89,17 +90,23 @@ std::unique_ptr<ProjectModel> MakeModel(const Manifest& manifest,
 {
     auto model = std::make_unique<ProjectModel>();
     DB_KxUserProject& root = model->root;
-    root.ModelName = manifest.model;
-    root.OsVersion = manifest.osVersion;
-    root.PackageVersion = manifest.version;
-    root.Title = manifest.title;
-    root.Comment = manifest.comment;
-    root.Date = manifest.date;
+    if (manifest.texts.node != nullptr) {
+        FillRootTexts(*manifest.texts.node, manifest.texts.path, *model);
+    } else {
+        root.ModelName = manifest.model;
+        root.OsVersion = manifest.osVersion;
+        root.PackageVersion = manifest.version;
+        root.Title = manifest.title;
+        root.Comment = manifest.comment;
+        root.Date = manifest.date;
+    }
     auto& steps = model->Make<DB_StepSets>();
     root.DB_StepSets = &steps;
     for (std::size_t i = 0; i < manifest.steps.size(); ++i) {
         const ManifestStep& step = manifest.steps[i];
-        if (step.kind == &format::kScriptKind) {
+        if (step.kind == &kVerbatimKind) {
+            steps.AddJ(&MakeObject(*step.verbatim.node, step.verbatim.path, *model));
+        } else if (step.kind == &format::kScriptKind) {
             steps.AddJ(&MakeScriptStep(step, *model));
         } else if (step.kind == &format::kSettingsKind) {
             steps.AddJ(&MakeSettingsStep(step, *model));

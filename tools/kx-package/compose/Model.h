@@ -44,6 +44,7 @@ struct CopyItem {
 
 /// Makes the description that a manifest asks for.
 /// @param items  for every step the items that it copies
+/// @throws Error for what cannot be taken as it is
 [[nodiscard]] std::unique_ptr<ProjectModel>
 MakeModel(const Manifest& manifest, const std::vector<std::vector<CopyItem>>& items);
 

@@ -5,6 +5,7 @@
 #include "archive/Package.h"
 #include "io/Error.h"
 #include "io/WholeFile.h"
+#include "manifest/Manifest.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -65,6 +66,19 @@ std::optional<format::ProgramHead> ReadUpdaterHead(const std::string& path)
     }
     return format::ReadProgramHead(
         io::ReadFileHead(path, format::kProgramHeadSize, "open the updater"));
+}
+
+std::string UpdaterFor(const Manifest& manifest, const std::string& wanted)
+{
+    std::string path = !wanted.empty() ? wanted
+                       : !manifest.updater.empty()
+                           ? manifest.updater
+                           : FindUpdater(*manifest.processor, ThisMachine());
+    // A manifest that names no processor has an updater of its own, for whatever it is for.
+    if (manifest.processor != nullptr) {
+        RefuseOtherUpdater(path, *manifest.processor);
+    }
+    return path;
 }
 
 void RefuseOtherUpdater(const std::string& path, const format::Processor& processor)

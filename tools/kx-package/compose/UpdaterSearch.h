@@ -10,6 +10,8 @@
 namespace kx::tool
 {
 
+struct Manifest;
+
 /// Where updaters may be found on this machine.
 struct Machine {
     std::string toolFolder;                    ///< folder in which this program lies
@@ -32,5 +34,11 @@ struct Machine {
 /// Refuses a file that is no program for the processor.
 /// @throws Error
 void RefuseOtherUpdater(const std::string& path, const format::Processor& processor);
+
+/// Returns the path of the updater for a package: the one that was asked for, the manifest's own,
+/// or the installed one.
+/// @param wanted  path; may be empty
+/// @throws Error when there is none, or it is no program for the manifest's processor
+[[nodiscard]] std::string UpdaterFor(const Manifest& manifest, const std::string& wanted);
 
 } // namespace kx::tool

@@ -8,8 +8,10 @@
 #include "io/Text.h"
 #include "io/WholeFile.h"
 #include "manifest/ManifestSteps.h"
+#include "osa/OSA.h"
 #include "panel/Names.h"
 
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 #include <system_error>
@@ -56,6 +58,9 @@ std::string ReadDate(const format::TomlTable& table)
 
 const format::Processor* ReadProcessor(const format::TomlTable& table)
 {
+    if (table.Has("updater") && !table.Has("processor")) {
+        return nullptr; // it may be for one that is not known here
+    }
     const std::vector<std::string> names = format::ProcessorNames();
     const std::string word =
         table.Text("processor", "name the panel's; " + io::NearestRemedy("", names));
@@ -90,14 +95,20 @@ std::string ReadPanelPath(const format::TomlTable& table, const std::string& fol
     return panel.has_value() ? PathFrom(folder, *panel) : std::string();
 }
 
-void ReadIdentity(const format::TomlTable& table, Manifest& manifest, Mistakes& mistakes)
+/// Reads the moment that everything in the package is dated by.
+std::optional<std::time_t> ReadTimestamp(const format::TomlTable& table)
 {
-    const std::vector<std::string> keys = {"name",       "title", "version",   "comment", "model",
-                                           "os-version", "date",  "processor", "panel"};
-    mistakes.Try([&] { table.RefuseOtherKeysThan(keys); });
-    for (const std::string& key : keys) {
-        manifest.where[key] = table.Where(key.c_str());
+    const std::optional<std::time_t> moment = table.OptionalMoment("timestamp");
+    if (moment.has_value() && (*moment < 0 || *moment >= kFirstOf2108)) {
+        throw table.Wrong("timestamp", "is not a time from 1970 to 2107",
+                          "an archive can hold no other");
     }
+    return moment;
+}
+
+/// Reads title and so on.
+void ReadTexts(const format::TomlTable& table, Manifest& manifest, Mistakes& mistakes)
+{
     const auto read = [&](std::string& text, const char* key, const char* remedy) {
         mistakes.Try([&] { text = table.Text(key, remedy); });
     };
@@ -107,12 +118,53 @@ void ReadIdentity(const format::TomlTable& table, Manifest& manifest, Mistakes& 
     read(manifest.model, "model", "name the panel's model");
     read(manifest.osVersion, "os-version", "name the version of the panel's system");
     mistakes.Try([&] { manifest.date = ReadDate(table); });
+}
+
+/// Reads what is put in besides the steps' files.
+void ReadAdditions(const format::TomlTable& table, Manifest& manifest, Mistakes& mistakes)
+{
+    mistakes.Try([&] { manifest.timestamp = ReadTimestamp(table); });
+    mistakes.Try([&] {
+        if (const std::optional<std::string> updater = table.OptionalText("updater")) {
+            manifest.updater = PathFrom(manifest.folder, *updater);
+        }
+    });
+    mistakes.Try([&] {
+        if (const toml::table* const extra = table.Table("extra")) {
+            manifest.extra = ReadTree(format::TomlTable(*extra, manifest.path, "package.extra"));
+        }
+    });
+}
+
+void ReadIdentity(const format::TomlTable& table, Manifest& manifest, Mistakes& mistakes)
+{
+    const std::vector<std::string> texts = {"title", "version",    "comment",
+                                            "model", "os-version", "date"};
+    std::vector<std::string> keys = {"name", "processor", "panel", "updater", "timestamp", "extra"};
+    for (const std::vector<std::string>& all : {texts, keys}) {
+        for (const std::string& key : all) {
+            manifest.where[key] = table.Where(key.c_str());
+        }
+    }
+    const bool isVerbatim = table.Has("description-file");
+    if (isVerbatim) {
+        keys.emplace_back("description-file");
+    } else {
+        keys.insert(keys.begin(), texts.begin(), texts.end());
+    }
+    mistakes.Try([&] { table.RefuseOtherKeysThan(keys); });
+    if (isVerbatim) {
+        mistakes.Try([&] { manifest.texts = ReadVerbatimObject(table, manifest.folder); });
+    } else {
+        ReadTexts(table, manifest, mistakes);
+    }
     mistakes.Try([&] {
         manifest.processor = ReadProcessor(table);
         manifest.floatAbi = format::FloatAbiOfWord(table.OptionalText("processor").value_or(""));
     });
     mistakes.Try([&] { manifest.panel = ReadPanelPath(table, manifest.folder); });
     mistakes.Try([&] { manifest.name = ReadName(table, manifest.folder); });
+    ReadAdditions(table, manifest, mistakes);
 }
 
 void ReadDocument(const format::TomlTable& root, Manifest& manifest, Mistakes& mistakes)
@@ -136,6 +188,20 @@ void ReadDocument(const format::TomlTable& root, Manifest& manifest, Mistakes& m
 }
 
 } // namespace
+
+std::string AcceptedPackageName(std::string name)
+{
+    std::replace_if(
+        name.begin(), name.end(),
+        [](char c) {
+            return std::isalnum(static_cast<unsigned char>(c)) == 0 &&
+                   std::string_view("-_.").find(c) == std::string_view::npos;
+        },
+        '-');
+    name = ReplaceStringAll(name, panel::kUnpackedSuffix, "-temp");
+    name.erase(0, std::min(name.find_first_not_of("-."), name.size()));
+    return name.empty() ? "package" : name;
+}
 
 void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std::string& where,
                           const std::string& remedy)

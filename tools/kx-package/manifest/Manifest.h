@@ -3,12 +3,16 @@
 #pragma once
 
 #include "archive/Package.h"
+#include "format/Json.h"
 #include "format/Kinds.h"
 #include "format/Processor.h"
 #include "io/Error.h"
 #include "manifest/Mistakes.h"
 
+#include <ctime>
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,9 +32,11 @@ struct ManifestFiles {
     std::string where;
     std::string targetWhere;
     std::string modeWhere;
+    std::string origin; ///< what the description says instead of `source`, and the package's name
+                        ///< of the file; empty for the source itself
 };
 
-/// A folder whose contents are to be copied.
+/// A folder whose contents are to be copied, or go into the package for other reasons.
 struct ManifestFolder {
     std::string source;
     std::string target;
@@ -39,6 +45,9 @@ struct ManifestFolder {
     std::string where;                   ///< file, line and column of `source`
     std::string targetWhere;
     std::string excludeWhere;
+    std::string origin; ///< what the description says instead of `source`; empty for that itself
+    std::map<std::string, unsigned> modes;    ///< of files, by their path below the folder
+    std::map<std::string, std::string> names; ///< in the package, of files and of empty folders
 };
 
 /// One hardware setting.
@@ -49,6 +58,15 @@ struct ManifestSetting {
     std::string where;                                       ///< file, line and column of `kind`
     std::vector<std::string> valuesWhere;                    ///< of the values, in their order
 };
+
+/// An object of the description that is taken as it is.
+struct ManifestObject {
+    std::string path;                             ///< its file
+    std::shared_ptr<const format::JsonNode> node; ///< null where there is none
+};
+
+/// The kind of steps that are taken as they are: the panel knows none of that name.
+extern const format::StepKind kVerbatimKind;
 
 /// One step; which members are used depends on its kind.
 struct ManifestStep {
@@ -61,6 +79,9 @@ struct ManifestStep {
     std::string install;   ///< text of the script
     std::string uninstall; ///< text of its counterpart
     std::vector<ManifestSetting> settings;
+    ManifestObject verbatim; ///< the step itself, of the kind kVerbatimKind
+    std::optional<ManifestFolder>
+        payload;       ///< likewise: what is in the package's folder of the step
     std::string where; ///< file, line and column
     std::string installWhere;
     std::string uninstallWhere;
@@ -78,9 +99,13 @@ struct Manifest {
     std::string model;
     std::string osVersion;
     std::string date;
-    const format::Processor* processor = nullptr;
+    const format::Processor* processor = nullptr; ///< null only beside an updater of its own
     format::FloatAbi floatAbi = format::FloatAbi::kUnknown; ///< as the word for the processor says
-    std::string panel; ///< path of the panel's description; empty when none is named
+    std::string panel;                    ///< path of the panel's description; may be empty
+    std::string updater;                  ///< path of the packed updater; may be empty
+    std::optional<std::time_t> timestamp; ///< of everything in the package
+    ManifestObject texts;                 ///< the root with title and so on, if it is one
+    std::optional<ManifestFolder> extra;  ///< what is in the package besides
     std::vector<ManifestStep> steps;
     std::map<std::string, std::string> where; ///< file, line and column of the identity's keys
 };
@@ -95,6 +120,9 @@ struct Manifest {
 ///                  processor is null when it has one
 /// @throws Error when the file cannot be read
 [[nodiscard]] Manifest ReadManifest(const std::string& path, Mistakes& mistakes);
+
+/// Makes a name for a package's file, without the extension, that panels take well of any other.
+[[nodiscard]] std::string AcceptedPackageName(std::string name);
 
 /// Refuses a name for a package's file that the panel would not take well.
 /// @param name  without the extension

@@ -2,13 +2,17 @@
 // SPDX-License-Identifier: MIT
 #include "manifest/ManifestSteps.h"
 
+#include "format/Description.h"
 #include "io/Nearest.h"
 #include "io/Text.h"
 #include "io/Utf8.h"
 #include "io/WholeFile.h"
+#include "manifest/Glob.h"
 #include "osa/OSA.h"
 
 #include <algorithm>
+#include <memory>
+#include <utility>
 
 namespace kx::tool
 {
@@ -18,7 +22,6 @@ namespace
 
 constexpr std::uint64_t kLargestScript = std::uint64_t{16} << 20;
 constexpr const char* kDefaultMode = "644";
-constexpr const char* kDefaultUninstall = "#!/bin/sh\n";
 
 /// Finds the kind that a table names.
 template <class Kind>
@@ -68,24 +71,98 @@ std::string ReadMode(const format::TomlTable& table)
     return mode;
 }
 
+/// Reads what the description is to say instead of the source; its last part names the file in the
+/// package.
+std::string ReadFileOrigin(const format::TomlTable& table, const std::string& source)
+{
+    std::string origin = table.OptionalText("origin").value_or("");
+    if (origin.empty()) {
+        return origin;
+    }
+    const std::string name = OSA_GetFilenameExt(origin.c_str());
+    if (name.empty() || name == "." || name == ".." || !io::UnsafeCharacter(name).empty()) {
+        throw table.Wrong("origin", "ends in no name that a file can have in the package",
+                          "end it with another name");
+    }
+    if (HasWildcard(source)) {
+        throw table.Wrong("origin", "is given together with a pattern", "name one file");
+    }
+    return origin;
+}
+
 ManifestFiles ReadFiles(const format::TomlTable& table)
 {
-    table.RefuseOtherKeysThan({"source", "target", "mode"});
+    table.RefuseOtherKeysThan({"source", "target", "mode", "origin"});
     const std::string remedy = "name a file, or files by a pattern like \"bin/*\"";
-    return {ReadSource(table, remedy), ReadTarget(table),     ReadMode(table),
-            table.Where("source"),     table.Where("target"), table.Where("mode")};
+    ManifestFiles files = {ReadSource(table, remedy),
+                           ReadTarget(table),
+                           ReadMode(table),
+                           table.Where("source"),
+                           table.Where("target"),
+                           table.Where("mode"),
+                           {}};
+    files.origin = ReadFileOrigin(table, files.source);
+    return files;
+}
+
+/// Reads the modes of single files of a folder.
+std::map<std::string, unsigned> ReadModes(const format::TomlTable& table)
+{
+    std::map<std::string, unsigned> modes;
+    for (const auto& [path, mode] : table.TextsByKey("modes")) {
+        if (mode.size() != 3 || mode.find_first_not_of("01234567") != std::string::npos) {
+            throw table.Wrong("modes", "has '" + mode + "' for '" + path + "', which is not a mode",
+                              "write three octal digits, like \"600\"");
+        }
+        constexpr int kOctal = 8;
+        modes[path] = static_cast<unsigned>(std::stoul(mode, nullptr, kOctal));
+    }
+    return modes;
+}
+
+/// Reads what files of a folder are called in the package where that is not their own name.
+std::map<std::string, std::string> ReadNames(const format::TomlTable& table)
+{
+    std::map<std::string, std::string> names;
+    for (auto& [path, name] : table.TextsByKey("names")) {
+        // No archive holds other names.
+        const std::string framed = "/" + name + "/";
+        const bool isBad =
+            framed.find("//") != std::string::npos || framed.find("/./") != std::string::npos ||
+            framed.find("/../") != std::string::npos ||
+            std::any_of(name.begin(), name.end(),
+                        [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; });
+        if (isBad) {
+            throw table.Wrong("names", "has '" + name + "' for '" + path + "', which is no path",
+                              "write the path below the folder");
+        }
+        names[path] = std::move(name);
+    }
+    return names;
+}
+
+/// Reads what folders have in common, whatever they are for.
+void ReadTreeInto(const format::TomlTable& table, ManifestFolder& folder)
+{
+    folder.source = ReadSource(table, "name the folder");
+    folder.exclude = table.Texts("exclude");
+    folder.executable = table.Texts("executable");
+    folder.where = table.Where("source");
+    folder.excludeWhere = table.Where("exclude");
+    folder.modes = ReadModes(table);
+    folder.names = ReadNames(table);
 }
 
 ManifestFolder ReadFolder(const format::TomlTable& table)
 {
-    table.RefuseOtherKeysThan({"source", "target", "exclude", "executable"});
-    return {ReadSource(table, "name the folder"),
-            ReadTarget(table),
-            table.Texts("exclude"),
-            table.Texts("executable"),
-            table.Where("source"),
-            table.Where("target"),
-            table.Where("exclude")};
+    table.RefuseOtherKeysThan(
+        {"source", "target", "exclude", "executable", "modes", "names", "origin"});
+    ManifestFolder folder;
+    ReadTreeInto(table, folder);
+    folder.target = ReadTarget(table);
+    folder.targetWhere = table.Where("target");
+    folder.origin = table.OptionalText("origin").value_or("");
+    return folder;
 }
 
 /// Reads a script from the file that a key names.
@@ -219,7 +296,72 @@ std::vector<std::string> KeysOf(const format::StepKind& kind)
     return keys;
 }
 
+/// The kinds of steps that a manifest may have: the panel's, and the one that is taken as it is.
+const std::vector<const format::StepKind*>& ManifestKinds()
+{
+    static const std::vector<const format::StepKind*> kKinds = [] {
+        std::vector<const format::StepKind*> kinds = format::StepKinds();
+        kinds.push_back(&kVerbatimKind);
+        return kinds;
+    }();
+    return kKinds;
+}
+
+ManifestStep ReadVerbatimStep(const format::TomlTable& table, const std::string& folder)
+{
+    table.RefuseOtherKeysThan({"kind", "description-file", "payload"});
+    ManifestStep step;
+    step.kind = &kVerbatimKind;
+    step.where = table.Where();
+    step.verbatim = ReadVerbatimObject(table, folder);
+    if (const toml::table* const payload = table.Table("payload")) {
+        step.payload =
+            ReadTree(format::TomlTable(*payload, table.File(), table.Name() + ".payload"));
+    }
+    return step;
+}
+
 } // namespace
+
+const format::StepKind kVerbatimKind = {"verbatim", "", nullptr, "is taken as it is"};
+
+ManifestFolder ReadTree(const format::TomlTable& table)
+{
+    table.RefuseOtherKeysThan({"source", "exclude", "executable", "modes", "names"});
+    ManifestFolder folder;
+    ReadTreeInto(table, folder);
+    return folder;
+}
+
+ManifestObject ReadVerbatimObject(const format::TomlTable& table, const std::string& folder)
+{
+    constexpr const char* kKey = "description-file";
+    ManifestObject object;
+    object.path = PathFrom(folder, table.Text(kKey, "name the file with the JSON object"));
+    std::string text;
+    try {
+        text = io::ReadWholeFile(object.path, format::kLargestDescription);
+    } catch (const io::Error& error) {
+        throw io::Error(error.Code(), table.Where(kKey), error.Line());
+    }
+    const auto refuse = [&object](const format::TextPosition& at, const std::string& what) {
+        throw io::Error(io::ExitCode::kProblems,
+                        object.path + ":" + std::to_string(at.line) + ":" +
+                            std::to_string(at.column),
+                        what, "write one JSON object, as it stands in a description");
+    };
+    try {
+        std::size_t end = 0;
+        object.node = std::make_shared<const format::JsonNode>(format::ParseJson(text, end));
+        if (!object.node->IsObject() ||
+            text.find_first_not_of(" \t\r\n", end) != std::string::npos) {
+            refuse(object.node->position, "is more, or something else, than one object");
+        }
+    } catch (const format::JsonError& error) {
+        refuse(error.position, error.what);
+    }
+    return object;
+}
 
 std::string PathFrom(const std::string& folder, const std::string& named)
 {
@@ -231,8 +373,12 @@ std::optional<ManifestStep> ReadStep(const format::TomlTable& table, const std::
 {
     ManifestStep step;
     step.where = table.Where();
-    if (!mistakes.Try([&] { step.kind = ReadKind(table, format::StepKinds()); })) {
+    if (!mistakes.Try([&] { step.kind = ReadKind(table, ManifestKinds()); })) {
         return {};
+    }
+    if (step.kind == &kVerbatimKind) {
+        const bool isRead = mistakes.Try([&] { step = ReadVerbatimStep(table, folder); });
+        return isRead ? std::optional(step) : std::nullopt;
     }
     mistakes.Try([&] { table.RefuseOtherKeysThan(KeysOf(*step.kind)); });
     mistakes.Try([&] { step.comment = table.OptionalText("comment").value_or(""); });
