@@ -87,7 +87,7 @@ class CommandLine(unittest.TestCase):
                     "800", "0x480", "800x0", "9x10", "10x9", "10000x10", "10x10000", "10x10x")),
                 (["--headless", "--web"], "--headless goes with neither --web nor --vnc"),
                 (["--vnc", "--headless"], "--headless goes with neither --web nor --vnc"),
-                (["--web", "7", "--vnc", "7"], "--web and --vnc need two ports")):
+                (["--web", "7000", "--vnc", "7000"], "--web and --vnc need two ports")):
             with self.assertRaises(UsageError) as caught:
                 self.parse(*words)
             self.assertEqual(str(caught.exception), problem)

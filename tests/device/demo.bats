@@ -88,6 +88,8 @@ play() {
 # serve OPTION...: starts the demonstration and waits until it has explained itself and the window
 # is there.
 serve() {
+    # What an earlier one has said would count until the new one begins.
+    : >"$OUT"
     env --default-signal=HUP,INT setsid "$ROOT/scripts/demo" --dir "$DIR" "$@" \
         >"$OUT" 2>&1 3>&- </dev/null &
     DEMO=$!

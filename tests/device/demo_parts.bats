@@ -57,6 +57,13 @@ on_fresh_panel() {
         'Exit status: 0 shown to the end, 1 not possible (one line says why), 2 wrong use.' ]
 }
 
+@test "nothing of the user's own Python gets into scripts/demo" {
+    mkdir own
+    printf 'raise SystemExit("a module of the user")\n' | tee own/argparse.py >own/usercustomize.py
+    run -0 env PYTHONPATH="$PWD/own" PYTHONVERBOSE=1 "$ROOT/scripts/demo" --help
+    [[ ${lines[0]} == 'Shows the main job: '* ]]
+}
+
 @test "output that nobody takes ends it with one line at most" {
     run -141 --separate-stderr /usr/bin/python3 -c 'import os, subprocess, sys
 ours, theirs = os.pipe()

@@ -3,6 +3,7 @@
 """The lines of bats' stream, and the report that is made of them."""
 import io
 import os
+import pathlib
 import signal
 import unittest
 from unittest import mock
@@ -69,7 +70,12 @@ class Report(InFolder):
     def test_a_report_is_whole_or_not_there(self):
         report = bats_report.Report()
         path = self.write("report.xml", "earlier")
-        with mock.patch.object(ElementTree.ElementTree, "write", side_effect=OSError):
+
+        def ends_halfway(file, **_):
+            pathlib.Path(file).write_text("<testsuite", encoding="utf-8")
+            raise OSError
+
+        with mock.patch.object(ElementTree.ElementTree, "write", side_effect=ends_halfway):
             with self.assertRaises(OSError):
                 report.write(path)
         self.assertEqual(path.read_text(encoding="utf-8"), "earlier")

@@ -15,8 +15,9 @@ class Numbers(unittest.TestCase):
     """What is made of several runs."""
 
     def test_programs_are_compared_within_each_round(self):
-        runs = {"a": [{"x": 11}, {"x": 22}, {"x": 90}], "b": [{"x": 10}, {"x": 20}, {"x": 30}]}
-        self.assertEqual(results.median_of(runs["a"], "x"), 22)
+        # The medians of both are those of different rounds: their ratio would be another one.
+        runs = {"a": [{"x": 11}, {"x": 40}, {"x": 21}], "b": [{"x": 10}, {"x": 20}, {"x": 30}]}
+        self.assertEqual(results.median_of(runs["a"], "x"), 21)
         self.assertAlmostEqual(results.ratio_of(runs, "x", "a", "b"), 1.1)
         self.assertAlmostEqual(results.ratio_of(runs, "x", "b", "a"), 1 / 1.1)
 

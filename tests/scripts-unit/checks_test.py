@@ -203,6 +203,14 @@ class Tidy(InProject):
             "/x/tests/a.cpp"])
         self.assertEqual(commands.folders, [self.root] * 2)
 
+    def test_tests_are_those_of_the_project_wherever_it_lies(self):
+        self.patch(checks, "ROOT", pathlib.Path("/tests/project"))
+        for file, is_test in (("/tests/project/src/a.cpp", False), ("/tests/other/a.cpp", False),
+                              ("/tests/project/tests/a.cpp", True),
+                              ("/tests/project/build/tidy/tests/a.cpp", True),
+                              ("/tests/project/src/tests.cpp", False)):
+            self.assertIs(checks.is_test(file), is_test, file)
+
     def test_findings_are_told_without_their_number(self):
         self.played(statuses={"clang-tidy": 1},
                     printed={"clang-tidy": "12 warnings generated.\n3 warnings and 1 error generated."

@@ -183,7 +183,7 @@ TEST_F(CarriedLayouts, RefuseWhatNoPackageHolds)
         EXPECT_EQ(RefusedStep(begin + "modes = { a = \"" + mode + "\" }\n"),
                   "1: DIR/package.toml:15:9: 'steps[0].folders[0].modes' has '" +
                       std::string(mode) +
-                      "' for 'a', which is not a mode; write three octal digits, like \"600\"");
+                      "' for 'a', which is no mode; write three octal digits, like \"600\"");
     }
     for (const char* const name : {"", "/a", "a/", "../a", "a/../b", "a//b", ".", "a\\nb"}) {
         EXPECT_THAT(RefusedStep(begin + "names = { a = \"" + name + "\" }\n"),

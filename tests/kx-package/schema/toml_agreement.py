@@ -106,6 +106,10 @@ MANIFESTS = {  # behind the identity
     SETTINGS + "settings = [{ kind = 'sound', values = { Volume = 5 } }]": False,
     SETTINGS + "settings = [{ values = {} }]": False,
     SETTINGS: False,
+    FOLDERS + "folders = [{ source = 'd', target = '/d', modes = { f = '600' }, "
+              "names = { f = 'g' }, origin = 'x' }]": True,
+    FOLDERS + "folders = [{ source = 'd', target = '/d', modes = { f = '9' } }]": False,
+    "[[steps]]\nkind = 'verbatim'": False,
     "[[steps]]\nkind = 'copy'": False,
     "[[steps]]\ncomment = 'c'": False,
     "[[step]]": False,
@@ -116,6 +120,9 @@ IDENTITIES = {  # what in the identity stands instead
     ("title = \"t\"\n", ""): False,
     ("\"x86_64\"", "\"amd64\""): True,
     ("\"x86_64\"", "\"vax\""): False,
+    ("title = \"t\"\n", "title = \"t\"\ntimestamp = 2026-11-21T10:20:30Z\n"): True,
+    ("title = \"t\"\n", "title = \"t\"\nextra = { source = 'd' }\n"): True,
+    ("title = \"t\"\n", "title = \"t\"\nextra = { sources = 'd' }\n"): False,
     ("title", "titles"): False,
     ("version = \"1\"\nmodel", "version = 1\nmodel"): False,
 }

@@ -105,14 +105,22 @@ ManifestFiles ReadFiles(const format::TomlTable& table)
     return files;
 }
 
+/// Makes the error of what a table says of a path.
+io::Error WrongEntry(const format::TomlTable& table, const char* key, const std::string& path,
+                     const std::string& value, const char* wanted, const std::string& remedy)
+{
+    return table.Wrong(key, "has '" + value + "' for '" + path + "', which is no " + wanted,
+                       remedy);
+}
+
 /// Reads the modes of single files of a folder.
 std::map<std::string, unsigned> ReadModes(const format::TomlTable& table)
 {
     std::map<std::string, unsigned> modes;
     for (const auto& [path, mode] : table.TextsByKey("modes")) {
         if (mode.size() != 3 || mode.find_first_not_of("01234567") != std::string::npos) {
-            throw table.Wrong("modes", "has '" + mode + "' for '" + path + "', which is not a mode",
-                              "write three octal digits, like \"600\"");
+            throw WrongEntry(table, "modes", path, mode, "mode",
+                             "write three octal digits, like \"600\"");
         }
         constexpr int kOctal = 8;
         modes[path] = static_cast<unsigned>(std::stoul(mode, nullptr, kOctal));
@@ -133,8 +141,7 @@ std::map<std::string, std::string> ReadNames(const format::TomlTable& table)
             std::any_of(name.begin(), name.end(),
                         [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; });
         if (isBad) {
-            throw table.Wrong("names", "has '" + name + "' for '" + path + "', which is no path",
-                              "write the path below the folder");
+            throw WrongEntry(table, "names", path, name, "path", "write the path below the folder");
         }
         names[path] = std::move(name);
     }

@@ -74,7 +74,11 @@ constexpr const char* kManifest = R"({
 "properties": {
   "package": {
     "type": "object", "additionalProperties": false,
-    "required": ["title", "version", "model", "os-version", "processor"],
+    "anyOf": [{"required": ["processor"]}, {"required": ["updater"]}],
+    "if": {"required": ["description-file"]},
+    "then": {"properties": {"title": false, "version": false, "comment": false, "model": false,
+      "os-version": false, "date": false}},
+    "else": {"required": ["title", "version", "model", "os-version"]},
     "properties": {
       "name": {"description": "Of the package's file, without extension.", "type": "string",
         "pattern": "^[A-Za-z0-9_][A-Za-z0-9_.-]*$"},
@@ -87,12 +91,19 @@ constexpr const char* kManifest = R"({
         "type": "string"},
       "processor": {"description": "The panel's processor, or another word for it.",
         "enum": [@PROCESSORS@]},
+      "updater": {"description": "The file of the updater to put in.", "type": "string"},
+      "timestamp": {"description": "Date and time of everything in the package, with an offset.",
+        "type": "string"},
+      "extra": {"description": "What is in the package besides.", "$ref": "#/$defs/tree"},
+      "description-file": {"description": "A JSON object with title and so on, taken as it is.",
+        "type": "string"},
       "panel": {"description": "The file that describes the model of panel.", "type": "string",
         "minLength": 1}}},
   "steps": {"description": "In the order in which the panel executes them.", "type": "array",
     "items": {"type": "object", "required": ["kind"], "oneOf": [
       {"$ref": "#/$defs/copy-files"}, {"$ref": "#/$defs/copy-folder"},
-      {"$ref": "#/$defs/script"}, {"$ref": "#/$defs/settings"}]}}
+      {"$ref": "#/$defs/script"}, {"$ref": "#/$defs/settings"},
+      {"$ref": "#/$defs/verbatim"}]}}
 },
 "$defs": {
   "comment": {"description": "For people.", "type": "string"},
@@ -102,6 +113,24 @@ constexpr const char* kManifest = R"({
     "default": true},
   "target": {"description": "Full path on the panel.", "type": "string", "pattern": "^/"},
   "patterns": {"type": "array", "items": {"type": "string"}},
+  "modes": {"description": "Modes of single files.", "type": "object",
+    "additionalProperties": {"type": "string", "pattern": "^[0-7]{3}$"}},
+  "names": {"description": "What files are called in the package.", "type": "object",
+    "additionalProperties": {"type": "string", "minLength": 1}},
+  "tree": {"type": "object", "additionalProperties": false, "required": ["source"],
+    "properties": {
+      "source": {"description": "A folder.", "type": "string", "minLength": 1},
+      "exclude": {"description": "Patterns of what stays out.", "$ref": "#/$defs/patterns"},
+      "executable": {"description": "Patterns of programs.", "$ref": "#/$defs/patterns"},
+      "modes": {"$ref": "#/$defs/modes"}, "names": {"$ref": "#/$defs/names"}}},
+  "verbatim": {
+    "additionalProperties": false, "required": ["description-file"],
+    "properties": {
+      "kind": {"description": "Is taken as it is.", "const": "verbatim"},
+      "description-file": {"description": "The file with the step's JSON object.",
+        "type": "string"},
+      "payload": {"description": "What is in the package's folder of the step.",
+        "$ref": "#/$defs/tree"}}},
   "copy-files": {
     "additionalProperties": false, "required": ["files"],
     "properties": {
@@ -114,7 +143,9 @@ constexpr const char* kManifest = R"({
           "source": {"description": "A file, or a pattern.", "type": "string", "minLength": 1},
           "target": {"$ref": "#/$defs/target"},
           "mode": {"description": "Three or four octal digits.", "type": "string",
-            "pattern": "^[0-7]{3,4}$", "default": "644"}}}}}},
+            "pattern": "^[0-7]{3,4}$", "default": "644"},
+          "origin": {"description": "What the description says instead of the source.",
+            "type": "string"}}}}}},
   "copy-folder": {
     "additionalProperties": false, "required": ["folders"],
     "properties": {
@@ -128,7 +159,10 @@ constexpr const char* kManifest = R"({
           "target": {"$ref": "#/$defs/target"},
           "exclude": {"description": "Patterns of what stays out.", "$ref": "#/$defs/patterns"},
           "executable": {"description": "Patterns of programs.",
-            "$ref": "#/$defs/patterns"}}}}}},
+            "$ref": "#/$defs/patterns"},
+          "modes": {"$ref": "#/$defs/modes"}, "names": {"$ref": "#/$defs/names"},
+          "origin": {"description": "What the description says instead of the source.",
+            "type": "string"}}}}}},
   "script": {
     "additionalProperties": false,
     "oneOf": [{"required": ["install"]}, {"required": ["install-file"]}],
