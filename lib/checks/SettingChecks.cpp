@@ -149,8 +149,9 @@ void SettingsCheck::CheckForPanel(const std::string& name, const std::string& va
         names.push_back(setting.name);
         if (setting.name == name) {
             if (!setting.Takes(value)) {
-                m_findings.Add(RuleId::kSettingRefused, valueAt,
-                               "is '" + value + "'; '" + name + "' takes " + setting.Taken());
+                std::string what = "is '" + value;
+                what.append("'; '").append(name).append("' takes ").append(setting.Taken());
+                m_findings.Add(RuleId::kSettingRefused, valueAt, what);
             }
             return;
         }

@@ -310,8 +310,9 @@ private:
         for (const std::string& folder : m_panel.protectedPlaces) {
             // Of a folder with many files one finding says it all.
             if (io::IsIn(target, folder) && m_protected.insert(place.path + folder).second) {
-                m_findings.Add(RuleId::kTargetProtected, place,
-                               "'" + target + "' is in '" + folder + "'");
+                std::string what = "'" + target;
+                what.append("' is in '").append(folder).append("'");
+                m_findings.Add(RuleId::kTargetProtected, place, what);
             }
         }
         if (target == panel::kStartupScript) {

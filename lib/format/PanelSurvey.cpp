@@ -96,7 +96,8 @@ std::string ShellOf(const io::RootedFolder& root)
         if (target.empty()) {
             break;
         }
-        path = target[0] == '/' ? target : path.substr(0, path.rfind('/') + 1) + target;
+        path.resize(target[0] == '/' ? 0 : path.rfind('/') + 1);
+        path.append(target);
     }
     const std::string name = path.substr(path.rfind('/') + 1);
     const std::vector<std::string>& shells = PanelShells();

@@ -19,7 +19,7 @@ struct Checked {
     bool isClean = true;
 
     /// @param isStrict  warnings are problems, too
-    Checked(std::string path, checks::Findings findings, bool isStrict);
+    Checked(std::string of, checks::Findings found, bool isStrict);
 };
 
 /// Tells the findings: as text, or as one JSON document. Of several packages the document is a

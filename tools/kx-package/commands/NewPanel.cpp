@@ -141,12 +141,12 @@ std::string PanelText(const NewPanelOptions& options)
            PanelLine("float-abi", TomlTextOr(abi), "\"hard\"") + kPanelSoftware +
            PanelLine("c-library", TomlTextOr(found.cLibrary), "\"2.31\"") + kPanelRoot +
            PanelLine("root", std::string(), "\"panel-root\"") + kPanelLibraries +
-           PanelLine("libraries", found.libraries, "[\"libc.so.6\", \"libQt5Widgets.so.5\"]") +
+           PanelLine("libraries", found.libraries, R"(["libc.so.6", "libQt5Widgets.so.5"])") +
            kPanelInterpreters +
            PanelLine("interpreters", found.interpreters,
-                     "[\"/bin/sh\", \"/usr/bin/python3\", \"/lib/ld-linux-armhf.so.3\"]") +
+                     R"(["/bin/sh", "/usr/bin/python3", "/lib/ld-linux-armhf.so.3"])") +
            kPanelShell + PanelLine("shell", TomlTextOr(found.shell), "\"dash\"") + kPanelUsers +
-           PanelLine("users", found.users, "[\"root\", \"user\"]") + kPanelRest;
+           PanelLine("users", found.users, R"(["root", "user"])") + kPanelRest;
 }
 
 io::ExitCode MakeNewPanel(const NewPanelOptions& options, const Output& output)

@@ -40,6 +40,7 @@ struct SchemaOptions {
 std::vector<std::string> SubjectNames()
 {
     std::vector<std::string> names;
+    names.reserve(kSubjects.size());
     for (const Subject& subject : kSubjects) {
         names.emplace_back(subject.name);
     }
