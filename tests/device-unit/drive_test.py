@@ -283,6 +283,8 @@ class Kept(unittest.TestCase):
             self.assertEqual(self.heard, [{"drive": action, "new": new}])
             self.assertIsNone(self.noted())
             os.unlink(f"{self.path}/control")
+        self.listen(json.dumps({"problem": "no" * 1000}).encode() + b"\n")
+        self.assertEqual(self.act("pull", "", self.path), "no" * 1000)
         # The copy waits for the panel to take it.
         self.assertEqual((self.files(), self.files("incoming")), ([], ["note"]))
 

@@ -8,6 +8,7 @@ import json
 import os
 import signal
 import socket
+import stat
 import sys
 import tempfile
 import unittest
@@ -665,6 +666,13 @@ class Play(unittest.TestCase):
                 self.run_with(*words, "true")
                 self.assertEqual("kxdevice.summary" in sys.modules, wanted)
 
+    def test_nobody_else_writes_a_new_report(self):
+        self.addCleanup(os.umask, os.umask(0))
+        _, done = self.run_with("--trace", f"{self.here}/trace", "true")
+
+        self.assertEqual(stat.S_IMODE(os.fstat(done[1][3]["trace"]).st_mode), 0o644)
+        os.close(done[1][3]["trace"])
+
     def test_reports_are_files_of_their_own_that_are_emptied(self):
         for name in ("trace", "summary", "json"):
             with open(f"{self.here}/{name}", "w", encoding="ascii") as file:
@@ -700,8 +708,10 @@ class Streams(unittest.TestCase):
                 for number in numbers:
                     os.close(number)
                 told = front._fill_standard_streams()
+                # What stands in for a stream can be read and written.
                 null = [number for number in range(3)
-                        if os.readlink(f"/proc/self/fd/{number}") == "/dev/null"]
+                        if os.readlink(f"/proc/self/fd/{number}") == "/dev/null"
+                        and (os.read(number, 1), os.write(number, b"x")) == (b"", 1)]
                 more = len(os.listdir("/proc/self/fd")) - before
                 os.write(60, json.dumps([told, null, more]).encode())
             finally:

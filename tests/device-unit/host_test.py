@@ -117,6 +117,11 @@ class Taking(unittest.TestCase):
         for source in (taken.usb, *(source for source, _ in (*taken.puts, *taken.etc))):
             os.close(source.fd)
 
+    def test_a_link_of_the_machine_that_leads_nowhere_is_left_out(self):
+        os.symlink("nowhere", f"{self.here}/link")
+        with mock.patch.object(etc, "FROM_HOST", (os.path.relpath(f"{self.here}/link", "/etc"),)):
+            self.assertEqual(host.take(options.Options(), INSIDE).etc, ())
+
     def test_without_a_drive_none_is_taken(self):
         taken = host.take(options.Options(), INSIDE)
         for source, _ in taken.etc:

@@ -217,7 +217,7 @@ class End(unittest.TestCase):
 CLOSE = """\
 import os
 from kxdevice import keeper
-opened = [os.dup2(0, number) for number in (10, 11, 12)]
+opened = [os.dup2(0, number) for number in (3, 10, 11, 12)]
 keeper._close_others({11, -1})
 def is_open(number):
     try:

@@ -189,6 +189,13 @@ class Execute(unittest.TestCase):
         self.assertEqual((status, line), (
             126, "device/run: tool: cannot be executed (Permission denied)\n"))
 
+    def test_a_name_is_told_in_its_very_bytes(self):
+        reader, writer = os.pipe()
+        with os.fdopen(reader, "rb") as said:
+            with os.fdopen(writer, "wb"):
+                self.assertEqual(launch._execute("", ["t\udcff"], USUAL, writer), 127)
+            self.assertEqual(said.read(), b"device/run: t\xff: not found on the panel\n")
+
     def test_without_anybody_to_tell_the_status_tells(self):
         with open("/dev/full", "wb", buffering=0) as full:
             for complaint in (-1, full.fileno()):

@@ -164,6 +164,18 @@ class Parse(unittest.TestCase):
             ((f"{self.here}/a=b", "/x"),), ((f"{self.here}/a=b", "/opt/link"),),
             f"{self.here}/a=b"))
 
+    def test_the_last_equals_sign_before_a_full_path_parts_the_names(self):
+        os.makedirs("odd=/deep=")
+        for host in ("odd=", "odd=/deep="):
+            self.assertEqual(options.parse(["--share", f"{host}=/x", "c"]).share,
+                             ((f"{self.here}/{host}", "/x"),))
+
+    def test_a_copy_has_the_name_of_what_is_copied_however_that_is_written(self):
+        os.mkdir("folder")
+        for host in ("folder/", "./folder", "folder/../folder/."):
+            self.assertEqual(options.parse(["--put", f"{host}=/opt/", "c"]).put,
+                             ((f"{self.here}/folder", "/opt/folder"),), host)
+
     def test_options_that_need_a_value_are_known(self):
         for name in ("state", "share", "put", "usb", "env", "chdir", "fail", "fail-shell",
                      "missing", "full", "read-only", "trace", "summary-json", "memory",

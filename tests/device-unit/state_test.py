@@ -59,6 +59,12 @@ class State(unittest.TestCase):
             state.erase(self.path)
             self.assertFalse(os.path.exists(self.path))
 
+    def test_a_state_that_could_not_be_made_whole_is_none(self):
+        with mock.patch.object(state, "OWN_FOLDERS", ("work", "work")):
+            with self.assertRaisesRegex(SandboxError, "cannot be made"):
+                state.make_state(self.path, OWN)
+        self.refused("is not the state of a panel; name a new or an empty folder$")
+
     def test_another_folder_is_no_state(self):
         os.mkdir(self.path, 0o700)
         with open(f"{self.path}/file", "x", encoding="ascii"):
@@ -132,6 +138,16 @@ class State(unittest.TestCase):
         os.close(first.lock)
         self.assertTrue(second.try_lock())
         os.close(second.lock)
+
+    def test_a_lock_is_never_held_through_a_link(self):
+        made = state.make_state(self.path, OWN)
+        elsewhere = os.path.join(os.path.dirname(self.path), "elsewhere")
+        os.symlink(elsewhere, f"{self.path}/lock")
+
+        with self.assertRaises(OSError) as raised:
+            made.try_lock()
+        self.assertEqual((raised.exception.errno, made.lock), (errno.ELOOP, -1))
+        self.assertFalse(os.path.lexists(elsewhere))
 
     def test_trouble_names_the_folder_and_what_helps(self):
         folder = os.path.dirname(self.path)

@@ -191,11 +191,11 @@ class Notices(unittest.TestCase):
     def test_a_missing_tool_is_told_once_for_each_place_that_is_tried(self):
         missing = {b"/bin/cp": b"cp", b"/usr/bin/cp": b"cp"}
         listener = self.listener(False, missing)
-        words = (b"/x/cp", b"a", b"b")
+        words = (b"/x/cp", b"a", b"b", b"c", b"d")
 
-        for path, line in ((b"/bin/cp", b"tool\tcp\ta\tb\n"), (b"/bin/cp", b""),
-                           (b"/usr/bin/cp", b"tool\tcp\ta\tb\n"),
-                           (b"/bin/cp", b"tool\tcp\ta\tb\n"), (b"/bin/rm", b"")):
+        for path, line in ((b"/bin/cp", b"tool\tcp\ta\tb\tc\td\n"), (b"/bin/cp", b""),
+                           (b"/usr/bin/cp", b"tool\tcp\ta\tb\tc\td\n"),
+                           (b"/bin/cp", b"tool\tcp\ta\tb\tc\td\n"), (b"/bin/rm", b"")):
             self.assertEqual(self.told(listener, path, *words), (self.on, line))
 
     def test_what_is_refused_is_told_and_does_not_start(self):
