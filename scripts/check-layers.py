@@ -29,14 +29,15 @@ LIB = {
     "io": (set(), {"utf8.h"}),
     "panel": ({"osa/PanelNames.h"}, set()),
     "archive": ({"io", "panel"}, {"zip.h", "zlib.h", "bzlib.h"}),
-    "format": ({"io", "panel", "archive", "osa", "model", "steps", "engine/Installation.h"}, JSON),
+    "format": ({"io", "panel", "archive", "osa", "model", "steps", "engine/Installation.h"},
+               JSON | {"toml++", "gelf.h", "libelf.h"}),
     "rehearsal": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
     "checks": ({"io", "panel", "archive", "format", "rehearsal", "osa", "model"}, JSON),
     "registry": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
 }
 TOOL = {
     "common": ({"io"}, JSON),
-    "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, {"toml++"}),
+    "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, set()),
     "compose": ({"io", "archive", "format", "model", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
@@ -73,7 +74,7 @@ PANEL = "lib/panel"
 # The only file of src/app that may include the window.
 GUI_USER = "src/app/RunModes.cpp"
 SUFFIXES = {".h", ".hpp", ".hh", ".inc", ".ipp", ".tpp", ".cpp", ".cc", ".cxx", ".c"}
-GUARDED = {"picojson.h", "utf8.h", "zip.h", "zlib.h", "bzlib.h"}  # libraries that a layer must be allowed
+GUARDED = {"picojson.h", "utf8.h", "zip.h", "zlib.h", "bzlib.h", "gelf.h", "libelf.h"}  # libraries that a layer must be allowed
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.M)
 
 

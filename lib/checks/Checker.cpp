@@ -65,12 +65,22 @@ std::optional<std::string> DescriptionBytes(const archive::Package& package, Fin
     }
 }
 
-/// Checks what stands in a package, whatever it came as.
-void CheckContents(const archive::Package& package, const format::Processor* processor,
-                   Findings& findings)
+std::string WithoutMark(std::string path)
+{
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    return path;
+}
+
+} // namespace
+
+void CheckContents(const archive::Package& package, const Expected& expected, Findings& findings)
 {
     CheckEntries(package, findings);
-    CheckUpdater(package, processor, findings);
+    if (expected.hasUpdater) {
+        CheckUpdater(package, expected.panel, findings);
+    }
     if (findings.HasErrorAt(archive::kDescriptionName)) {
         return; // it does not even arrive
     }
@@ -82,23 +92,16 @@ void CheckContents(const archive::Package& package, const format::Processor* pro
     const format::JsonNode* const root =
         description.root.has_value() ? &*description.root : nullptr;
     if (root != nullptr) {
-        CheckSteps(*root, package, format::RecordName(package.Path()), findings);
+        const std::string record = format::RecordName(package.Path());
+        CheckRecordName(record, root->TextOf("PackageVersion"), expected.name, findings);
+        CheckIdentityFor(*root, expected.panel, findings);
+        CheckSteps(*root, package, record, expected, findings);
     }
     CheckInstallation(package, root, findings);
 }
 
-std::string WithoutMark(std::string path)
-{
-    while (path.size() > 1 && path.back() == '/') {
-        path.pop_back();
-    }
-    return path;
-}
-
-} // namespace
-
 void CheckArchivePackage(const std::string& path, const archive::ByteSource& source,
-                         const format::Processor* processor, Findings& findings)
+                         const Expected& expected, Findings& findings)
 {
     const archive::ZipStructure zip = archive::ReadZipStructure(source);
     const archive::UnpackVerdict verdict = archive::JudgeUnpacking(source, zip);
@@ -109,17 +112,17 @@ void CheckArchivePackage(const std::string& path, const archive::ByteSource& sou
         return;
     }
     if (!zip.members.empty()) {
-        CheckContents(archive::UnpackedArchive(path, source, zip, verdict.status), processor,
+        CheckContents(archive::UnpackedArchive(path, source, zip, verdict.status), expected,
                       findings);
     }
 }
 
-Findings CheckPackage(const std::string& path, const format::Processor* processor)
+Findings CheckPackage(const std::string& path, const Expected& expected)
 {
     if (path == io::kStandardInput) {
         const io::StandardInput input;
         Findings findings;
-        CheckArchivePackage(io::kStandardInputName, archive::FileBytes(input.Path()), processor,
+        CheckArchivePackage(io::kStandardInputName, archive::FileBytes(input.Path()), expected,
                             findings);
         findings.Sort();
         return findings;
@@ -135,9 +138,9 @@ Findings CheckPackage(const std::string& path, const format::Processor* processo
     if (isArchive) {
         const archive::FileBytes source(path);
         CheckNeighbours(path, findings);
-        CheckArchivePackage(path, source, processor, findings);
+        CheckArchivePackage(path, source, expected, findings);
     } else {
-        CheckContents(*archive::OpenFolder(WithoutMark(path)), processor, findings);
+        CheckContents(*archive::OpenFolder(WithoutMark(path)), expected, findings);
     }
     findings.Sort();
     return findings;

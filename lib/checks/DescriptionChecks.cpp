@@ -109,17 +109,15 @@ void CheckText(const format::Description& description, Findings& findings)
     }
 }
 
-/// Reports why there is no JSON to look into.
-void ReportUnreadable(const format::Description& description, Findings& findings)
+/// Tells whether the description lacks its mark and would be one with it.
+bool LacksMark(const format::Description& description)
 {
-    if (!description.HasByteOrderMark() &&
-        format::ParseDescription("\xef\xbb\xbf" + description.bytes).root.has_value()) {
-        findings.Add(RuleId::kDescriptionMark, FileLocation({1, 1}),
-                     "does not begin with a byte order mark");
-        return;
+    if (description.HasByteOrderMark()) {
+        return false;
     }
-    findings.Add(RuleId::kDescriptionJson, FileLocation(description.error.position),
-                 description.error.what);
+    const std::optional<format::JsonNode> whole =
+        format::ParseDescription("\xef\xbb\xbf" + description.bytes).root;
+    return whole.has_value() && whole->IsObject();
 }
 
 void CheckWindowTexts(const format::JsonNode& root, Findings& findings)
@@ -129,6 +127,18 @@ void CheckWindowTexts(const format::JsonNode& root, Findings& findings)
         if (value != nullptr && format::HasForeignBytes(value->text)) {
             findings.Add(RuleId::kDescriptionLatin1, LocationIn(*value, key),
                          "contains characters beyond ASCII");
+        }
+    }
+}
+
+/// Checks what the window shows to tell packages and their versions apart.
+void CheckIdentity(const format::JsonNode& root, Findings& findings)
+{
+    for (const char* const key : {"Title", "PackageVersion"}) {
+        const format::JsonNode* const value = root.Member(key);
+        if (value != nullptr && value->IsString() &&
+            value->text.find_first_not_of(" \t\r\n") == std::string::npos) {
+            findings.Add(RuleId::kIdentityEmpty, LocationIn(*value, key), "is empty");
         }
     }
 }
@@ -153,8 +163,16 @@ format::Description CheckDescription(std::string bytes, Findings& findings)
         return nothing;
     }
     format::Description description = format::ParseDescription(std::move(bytes));
+    const bool isObject = description.root.has_value() && description.root->IsObject();
+    if (!isObject && LacksMark(description)) {
+        findings.Add(RuleId::kDescriptionMark, FileLocation({1, 1}),
+                     "does not begin with a byte order mark");
+        description.root.reset();
+        return description;
+    }
     if (!description.root.has_value()) {
-        ReportUnreadable(description, findings);
+        findings.Add(RuleId::kDescriptionJson, FileLocation(description.error.position),
+                     description.error.what);
         return description;
     }
     if (!description.HasByteOrderMark()) {
@@ -178,7 +196,24 @@ format::Description CheckDescription(std::string bytes, Findings& findings)
     }
     CheckClasses(*description.root, findings);
     CheckWindowTexts(*description.root, findings);
+    CheckIdentity(*description.root, findings);
     return description;
+}
+
+void CheckIdentityFor(const format::JsonNode& root, const format::PanelModel& panel,
+                      Findings& findings)
+{
+    const auto compare = [&](const char* key,
+                             const std::optional<std::vector<std::string>>& known) {
+        const format::JsonNode* const value = root.Member(key);
+        if (value != nullptr && known.has_value() &&
+            std::find(known->begin(), known->end(), value->text) == known->end()) {
+            findings.Add(RuleId::kIdentityPanel, LocationIn(*value, key),
+                         "is '" + value->text + "'; the panel is of none of that");
+        }
+    };
+    compare("ModelName", panel.models);
+    compare("OsVersion", panel.osVersions);
 }
 
 } // namespace kx::checks

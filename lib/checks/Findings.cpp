@@ -30,6 +30,13 @@ bool Findings::HasErrorAt(const std::string& file) const
     });
 }
 
+void Findings::Change(const std::function<void(Finding& finding)>& change)
+{
+    for (Finding& finding : m_findings) {
+        change(finding);
+    }
+}
+
 void Findings::Sort()
 {
     std::stable_sort(m_findings.begin(), m_findings.end(),

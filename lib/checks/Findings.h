@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,9 @@ public:
 
     /// Tells whether an error was found at a file of the package.
     [[nodiscard]] bool HasErrorAt(const std::string& file) const;
+
+    /// Changes the places and texts of all findings.
+    void Change(const std::function<void(Finding& finding)>& change);
 
     /// Sorts: errors first, then warnings, then notes; else the order in which they were found.
     void Sort();

@@ -14,6 +14,12 @@ namespace kx::checks
 /// @param isArchive  a file that the window unpacks; else a folder for console mode
 void CheckPackageName(const std::string& path, bool isArchive, Findings& findings);
 
+/// Checks the name of the package's record: it should be the same for all versions.
+/// @param version  that the description says
+/// @param own      the package's name by its manifest; empty when not known
+void CheckRecordName(const std::string& record, const std::string& version, const std::string& own,
+                     Findings& findings);
+
 /// Checks what stands beside the package file: twins that desktop systems leave, other packages.
 void CheckNeighbours(const std::string& path, Findings& findings);
 

@@ -26,6 +26,8 @@ enum class RuleId : std::size_t {
     kNameWildcard,
     kNameTwin,
     kNameNeighbour,
+    kNameCopy,
+    kNameVersion,
     // the archive
     kArchiveEnd,
     kArchiveEmpty,
@@ -73,6 +75,7 @@ enum class RuleId : std::size_t {
     kUpdaterScript,
     kUpdaterCut,
     kUpdaterProcessor,
+    kUpdaterOther,
     // the description file
     kDescriptionMissing,
     kDescriptionLink,
@@ -85,6 +88,8 @@ enum class RuleId : std::size_t {
     kDescriptionTrailing,
     kDescriptionUtf8,
     kDescriptionLatin1,
+    kIdentityEmpty,
+    kIdentityPanel,
     kListsNested,
     // objects and fields
     kTypeMissing,
@@ -118,12 +123,23 @@ enum class RuleId : std::size_t {
     kTargetLong,
     kTargetLost,
     kTargetRegistry,
+    kTargetUp,
+    kTargetSystem,
+    kTargetProtected,
+    kTargetSpace,
+    kStartupTwice,
     kSourceShell,
     kPermissions,
     kPermissionsMask,
     kPermissionsOpen,
     kCommandLong,
     kCommandTooLong,
+    // programs in the payload
+    kProgramProcessor,
+    kProgramFloat,
+    kProgramLoader,
+    kProgramLibrary,
+    kProgramVersion,
     // scripts
     kScriptEmpty,
     kScriptInterpreter,
@@ -131,22 +147,31 @@ enum class RuleId : std::size_t {
     kScriptReturn,
     kScriptCarriage,
     kScriptZero,
+    kScriptMissing,
+    kScriptSyntax,
     // settings
     kSettingKind,
     kSettingShell,
     kSettingBlank,
     kSettingPattern,
     kSettingName,
+    kSettingEmpty,
+    kSettingTwice,
+    kSettingRefused,
     kUserQuote,
     kUserEscape,
     kUserLine,
     kUserLong,
     kUserMissing,
     kUserName,
+    kUserUnknown,
     kUserItem,
     kUserPassword,
     // the installation as a whole
     kInstallationFails,
+    // the manifest of a package that is not built yet
+    kManifestMistake,
+    kManifestHint,
 
     kEnd, ///< how many there are
 };

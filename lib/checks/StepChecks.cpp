@@ -5,7 +5,7 @@
 #include "archive/Links.h"
 #include "checks/ClassChecks.h"
 #include "checks/Commands.h"
-#include "checks/ScriptChecks.h"
+#include "checks/PayloadChecks.h"
 #include "checks/SettingChecks.h"
 #include "checks/TargetChecks.h"
 #include "checks/Targets.h"
@@ -15,10 +15,14 @@
 #include "format/ShellText.h"
 #include "io/Nearest.h"
 #include "io/Path.h"
+#include "io/Text.h"
 #include "osa/OSA.h"
 #include "panel/Names.h"
 
 #include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
 #include <vector>
 
 namespace kx::checks
@@ -54,10 +58,12 @@ struct CopyItem {
 class StepCheck
 {
 public:
-    StepCheck(const archive::Package& package, const std::string& recordName, Findings& findings)
+    StepCheck(const archive::Package& package, const std::string& recordName,
+              const Expected& expected, Findings& findings)
         : m_package(package), m_unpacked(std::string(panel::kDriveFolder) + "/" + recordName +
                                          panel::kUnpackedSuffix + "/"),
-          m_findings(findings)
+          m_findings(findings), m_panel(expected.panel), m_payload(package, expected, findings),
+          m_settings(expected.panel, m_payload, findings)
     {
     }
 
@@ -73,6 +79,9 @@ public:
                       std::to_string(i));
         }
         m_used.ReportUnused(m_package, m_findings);
+        m_payload.Report();
+        ReportPlaces();
+        ReportStartup();
     }
 
 private:
@@ -104,7 +113,7 @@ private:
         if (kind == &format::kScriptKind) {
             CheckScriptStep(step, path);
         } else if (kind == &format::kSettingsKind) {
-            CheckSettings(step, path, m_failure, m_findings);
+            m_settings.CheckStep(step, path, m_failure);
         } else {
             CheckCopyStep(step, path, number, kind == &format::kCopyFilesKind);
         }
@@ -116,9 +125,9 @@ private:
         const format::JsonNode* const script =
             data != nullptr ? data->Member("ScriptData") : nullptr;
         if (script != nullptr && script->IsString()) {
-            CheckScript(script->text, ScriptUse::kStep,
-                        LocationIn(*script, path + ".InstallScriptFunctionData.ScriptData"),
-                        m_failure, m_findings);
+            m_payload.AddScript(script->text, ScriptUse::kStep,
+                                LocationIn(*script, path + ".InstallScriptFunctionData.ScriptData"),
+                                m_failure);
         }
     }
 
@@ -149,9 +158,10 @@ private:
     {
         const std::string name = OSA_GetFilenameExt(item.Text("SourcePath").c_str());
         const std::string& target = item.Text("DestinationPath");
+        m_isSystemFolder = false;
         const std::string entry = item.folder + "/" + name;
         m_used.AddFile(entry);
-        CheckPayloadFile(item, name, entry);
+        const archive::PackageEntry* const file = CheckPayloadFile(item, name, entry);
         CheckPermissions(item);
         if (const std::string changed = format::ChangedInDoubleQuotes(name); !changed.empty()) {
             m_findings.Add(RuleId::kSourceShell, item.At("SourcePath"), "contains " + changed);
@@ -165,16 +175,18 @@ private:
         if (io::PlainPath(target) == "/") {
             m_findings.Add(RuleId::kTargetRoot, place, "is the root folder");
         } else {
-            CheckFileTarget(item, target, name);
+            CheckFileTarget(item, target, name, file);
         }
     }
 
-    void CheckPayloadFile(const CopyItem& item, const std::string& name, const std::string& entry)
+    /// @return the file that is copied, null when there is none
+    const archive::PackageEntry* CheckPayloadFile(const CopyItem& item, const std::string& name,
+                                                  const std::string& entry)
     {
         if (name.empty()) {
             m_findings.AddAs(m_failure, RuleId::kPayloadMissing, item.At("SourcePath"),
                              "does not name a file");
-            return;
+            return nullptr;
         }
         const archive::PackageEntry* found = m_package.Find(entry);
         if (found != nullptr && found->kind == archive::PackageEntry::Kind::kLink) {
@@ -182,18 +194,18 @@ private:
             if (found == nullptr) {
                 m_findings.AddAs(m_failure, RuleId::kPayloadLink, Location::Entry(entry),
                                  "is a link that leads to nothing in the package");
-                return;
+                return nullptr;
             }
         }
         if (found != nullptr && found->kind == archive::PackageEntry::Kind::kFile) {
-            return;
+            return found;
         }
         const std::vector<std::string> others = FilesIn(item.folder);
         if (found != nullptr || others.empty()) {
             m_findings.AddAs(m_failure, RuleId::kPayloadMissing, item.At("SourcePath"),
                              found != nullptr ? "'" + entry + "' is not a file"
                                               : "there is no '" + entry + "' in the package");
-            return;
+            return nullptr;
         }
         const std::string nearest = io::Nearest(name, others);
         m_findings.AddAs(m_failure, RuleId::kPayloadName, item.At("SourcePath"),
@@ -201,6 +213,7 @@ private:
                              (nearest.empty() ? others.front() : nearest) + "'");
         // They are what the item means, so they are not unused besides.
         m_used.AddFolder(item.folder);
+        return nullptr;
     }
 
     /// The names of the files that lie in a folder of the package itself, not below.
@@ -249,7 +262,8 @@ private:
         }
     }
 
-    void CheckFileTarget(const CopyItem& item, const std::string& target, const std::string& name)
+    void CheckFileTarget(const CopyItem& item, const std::string& target, const std::string& name,
+                         const archive::PackageEntry* payload)
     {
         const Location place = item.At("DestinationPath");
         std::string file = target;
@@ -260,7 +274,8 @@ private:
         TargetState state = m_targets.AddFile(file);
         if (!isFolder && state == TargetState::kFolder) {
             isFolder = true;
-            state = m_targets.AddFile(target + "/" + name);
+            file = target + "/" + name;
+            state = m_targets.AddFile(file);
         }
         if (isFolder) {
             // Without a mark at its end the target is the name of a file, which is not made.
@@ -269,6 +284,80 @@ private:
             CheckFolderMode(item, target);
         }
         ReportTarget(state, file, place);
+        if (payload != nullptr) {
+            Bring(*payload, io::PlainPath(file), MakesExecutable(item.Text("Permissions")), place);
+        }
+    }
+
+    static bool MakesExecutable(const std::string& mode)
+    {
+        const bool isOctal = mode.find_first_not_of("01234567 \t") == std::string::npos;
+        return isOctal ? mode.empty() || mode.find_first_of("1357") != std::string::npos
+                       : mode.find_first_of("xX") != std::string::npos;
+    }
+
+    /// Notes a file that arrives on the panel, and judges where.
+    /// @param payload  a file of the package
+    /// @param target   plain full path
+    void Bring(const archive::PackageEntry& payload, const std::string& target, bool isExecutable,
+               const Location& place)
+    {
+        m_payload.AddFile(payload, target, isExecutable);
+        m_brought.insert_or_assign(target, Brought{payload.size, place, m_failure});
+        if (IsSystemFile(target) && !m_isSystemFolder) {
+            m_findings.Add(RuleId::kTargetSystem, place, "'" + target + "' is the panel's own");
+        }
+        for (const std::string& folder : m_panel.protectedPlaces) {
+            // Of a folder with many files one finding says it all.
+            if (io::IsIn(target, folder) && m_protected.insert(place.path + folder).second) {
+                std::string what = "'" + target;
+                what.append("' is in '").append(folder).append("'");
+                m_findings.Add(RuleId::kTargetProtected, place, what);
+            }
+        }
+        if (target == panel::kStartupScript) {
+            m_copiedStartup = place;
+        }
+    }
+
+    /// Returns the place that a file fills: that with the longest path above it, or null.
+    [[nodiscard]] const format::PanelPlace* PlaceOf(const std::string& target) const
+    {
+        const format::PanelPlace* nearest = nullptr;
+        for (const format::PanelPlace& place : m_panel.places) {
+            if (io::IsIn(target, place.path) &&
+                (nearest == nullptr || place.path.size() > nearest->path.size())) {
+                nearest = &place;
+            }
+        }
+        return nearest;
+    }
+
+    void ReportPlaces()
+    {
+        std::map<const format::PanelPlace*, std::uint64_t> filled;
+        std::map<const format::PanelPlace*, const Brought*> last;
+        for (const auto& [target, file] : m_brought) {
+            if (const format::PanelPlace* const place = PlaceOf(target)) {
+                filled[place] += file.size;
+                last[place] = &file;
+            }
+        }
+        for (const auto& [place, bytes] : filled) {
+            if (bytes > place->bytes) {
+                m_findings.AddAs(last[place]->failure, RuleId::kTargetSpace, last[place]->place,
+                                 "'" + place->path + "' gets " + io::SizeText(bytes) +
+                                     ", and holds " + io::SizeText(place->bytes));
+            }
+        }
+    }
+
+    void ReportStartup()
+    {
+        if (m_copiedStartup.has_value() && m_settings.Startup().has_value()) {
+            m_findings.Add(RuleId::kStartupTwice, *m_copiedStartup,
+                           "a setting writes the start-up script, too");
+        }
     }
 
     /// The folder gets the mode that was meant for the file.
@@ -305,6 +394,12 @@ private:
         const bool isUsable = CheckTarget(target, true, place, m_failure, m_findings);
         if (isUsable && io::PlainPath(target) == "/") {
             m_findings.Add(RuleId::kTargetWhole, place, "is the root folder");
+        }
+        m_isSystemFolder = isUsable && IsSystemFolder(io::PlainPath(target));
+        if (m_isSystemFolder) {
+            m_findings.Add(RuleId::kTargetSystem, place,
+                           "a folder is copied over the panel's own '" + io::PlainPath(target) +
+                               "'");
         }
         const archive::PackageEntry* found = m_package.Find(item.folder);
         if (found != nullptr && found->kind == archive::PackageEntry::Kind::kLink) {
@@ -348,8 +443,9 @@ private:
             }
             return;
         }
+        const archive::PackageEntry* end = &entry;
         if (entry.kind == archive::PackageEntry::Kind::kLink) {
-            const archive::PackageEntry* const end = archive::FollowLink(m_package, entry).entry;
+            end = archive::FollowLink(m_package, entry).entry;
             if (end == nullptr || io::IsIn(entry.name, end->name)) {
                 m_findings.AddAs(m_failure, RuleId::kPayloadLink, Location::Entry(entry.name),
                                  end == nullptr ? "is a link that leads to nothing in the package"
@@ -361,8 +457,19 @@ private:
                      Location::Entry(entry.name), m_failure, m_findings);
         if (!target.empty()) {
             ReportTarget(m_targets.AddFile(target), io::PlainPath(target), place);
+            if (end->kind == archive::PackageEntry::Kind::kFile) {
+                constexpr unsigned kExecute = 0111;
+                Bring(*end, io::PlainPath(target), (end->mode & kExecute) != 0, place);
+            }
         }
     }
+
+    /// A file that arrives on the panel.
+    struct Brought {
+        std::uint64_t size;
+        Location place;
+        Severity failure; ///< of the step
+    };
 
     const archive::Package& m_package;
     std::string m_unpacked; ///< where the package lies when its commands run, as a rule
@@ -370,14 +477,21 @@ private:
     Severity m_failure = Severity::kError; ///< of what makes the present step fail
     Targets m_targets;
     UsedPayload m_used;
+    const format::PanelModel& m_panel;
+    PayloadCheck m_payload;
+    SettingsCheck m_settings;
+    std::map<std::string, Brought> m_brought; ///< by their plain full paths
+    std::set<std::string> m_protected;        ///< items and places that were told
+    std::optional<Location> m_copiedStartup;
+    bool m_isSystemFolder = false; ///< the present item's target was told as a whole
 };
 
 } // namespace
 
 void CheckSteps(const format::JsonNode& root, const archive::Package& package,
-                const std::string& recordName, Findings& findings)
+                const std::string& recordName, const Expected& expected, Findings& findings)
 {
-    StepCheck(package, recordName, findings).Check(root);
+    StepCheck(package, recordName, expected, findings).Check(root);
 }
 
 } // namespace kx::checks

@@ -14,6 +14,27 @@ namespace kx::checks
 namespace
 {
 
+/// "/bin/sh" is "/usr/bin/sh" on a panel whose /bin leads there.
+std::string WithoutUsr(const std::string& path)
+{
+    const std::string usr = "/usr";
+    for (const char* const folder : {"/usr/bin", "/usr/lib", "/usr/sbin"}) {
+        if (io::IsIn(path, folder)) {
+            return path.substr(usr.size());
+        }
+    }
+    return path;
+}
+
+/// Programs of /bin that the updater and every start need.
+constexpr const char* kSystemPrograms[] = {"busybox", "chmod", "cp",         "mkdir",
+                                           "rm",      "sh",    panel::kSync, "unzip"};
+
+/// Files that no package brings for its own sake.
+constexpr const char* kSystemFiles[] = {
+    "/etc/fstab",         "/etc/group",  "/etc/gshadow", "/etc/inittab",   "/etc/passwd",
+    "/etc/ld.so.preload", "/etc/shadow", "/sbin/init",   "/sbin/chpasswd", panel::kReboot};
+
 /// Checks where the target lies.
 /// @return false when it is longer than a path or a name can be
 bool CheckTargetFolder(const std::string& target, const Location& place, Severity failure,
@@ -47,6 +68,27 @@ bool CheckTargetFolder(const std::string& target, const Location& place, Severit
 
 } // namespace
 
+bool IsSystemFile(const std::string& path)
+{
+    const std::string plain = WithoutUsr(path);
+    const std::string name = plain.substr(plain.rfind('/') + 1);
+    const bool isLibrary = io::IsIn(plain, "/lib") || io::IsIn(plain, "/lib64");
+    const bool isLoader = name.compare(0, 3, "ld-") == 0 || name.compare(0, 8, "libc.so.") == 0;
+    const auto isOneOf = [](const auto& list, const std::string& one) {
+        return std::find(std::begin(list), std::end(list), one) != std::end(list);
+    };
+    return isOneOf(kSystemFiles, plain) ||
+           (plain == "/bin/" + name && isOneOf(kSystemPrograms, name)) ||
+           io::IsIn(plain, "/boot") || io::IsIn(plain, "/bin/kxsystem") || (isLibrary && isLoader);
+}
+
+bool IsSystemFolder(const std::string& path)
+{
+    const std::string plain = WithoutUsr(path);
+    return plain == "/bin" || plain == "/boot" || plain == "/etc" || plain == "/lib" ||
+           plain == "/sbin";
+}
+
 bool CheckTarget(const std::string& target, bool isFolder, const Location& place, Severity failure,
                  Findings& findings)
 {
@@ -73,6 +115,11 @@ bool CheckTarget(const std::string& target, bool isFolder, const Location& place
     if (target.front() != '/') {
         findings.Add(RuleId::kTargetRelative, place, "'" + target + "' is not a full path");
         return false;
+    }
+    const std::string path = target + "/";
+    if (path.find("/../") != std::string::npos) {
+        findings.Add(RuleId::kTargetUp, place,
+                     "contains '..': it arrives at '" + io::PlainPath(target) + "'");
     }
     return CheckTargetFolder(target, place, failure, findings);
 }

@@ -3,6 +3,7 @@
 #include "checks/UpdaterChecks.h"
 
 #include "checks/NameChecks.h"
+#include "format/Program.h"
 
 #include <algorithm>
 #include <string>
@@ -53,10 +54,39 @@ std::uint64_t NeededSize(std::string_view bytes, const format::ProgramHead& head
     return needed;
 }
 
-void CheckProgram(const std::string& bytes, const archive::PackageEntry& entry,
-                  const format::Processor* processor, Findings& findings)
+/// Compares the updater with the panel that it is for.
+/// @param bytes  all of it
+void CheckForPanel(std::string bytes, const format::ProgramHead& head,
+                   const format::PanelModel& panel, Findings& findings)
 {
     const Location place = Location::Entry(archive::kUpdaterName);
+    // Every updater knows the description's name; of a part of one nobody can tell.
+    if (!findings.Has(RuleId::kUpdaterCut) &&
+        bytes.find(archive::kDescriptionName) == std::string::npos) {
+        findings.Add(RuleId::kUpdaterOther, place, "is another program");
+    }
+    if (panel.processor != nullptr && !head.IsFor(*panel.processor)) {
+        findings.Add(RuleId::kUpdaterProcessor, place,
+                     "is for " + head.ProcessorName() + ", not for " + panel.processor->name);
+        return;
+    }
+    const std::optional<format::Program> program = format::ReadProgram(std::move(bytes));
+    const bool isOther = program.has_value() && !program->loader.empty() &&
+                         program->floatAbi != format::FloatAbi::kUnknown &&
+                         panel.floatAbi != format::FloatAbi::kUnknown &&
+                         program->floatAbi != panel.floatAbi;
+    if (isOther) {
+        findings.Add(RuleId::kUpdaterProcessor, place,
+                     std::string("is ") + format::FloatAbiName(program->floatAbi) + ", not " +
+                         format::FloatAbiName(panel.floatAbi));
+    }
+}
+
+void CheckProgram(const archive::Package& package, const archive::PackageEntry& entry,
+                  const format::PanelModel& panel, Findings& findings)
+{
+    const Location place = Location::Entry(archive::kUpdaterName);
+    const std::string bytes = package.Read(entry.name, kHeadSize);
     const std::optional<format::ProgramHead> head = format::ReadProgramHead(bytes);
     if (!head.has_value()) {
         const bool isScript = bytes.compare(0, 2, "#!") == 0;
@@ -70,15 +100,12 @@ void CheckProgram(const std::string& bytes, const archive::PackageEntry& entry,
     if (NeededSize(bytes, *head) > entry.size) {
         findings.Add(RuleId::kUpdaterCut, place, "is truncated");
     }
-    if (processor != nullptr && !head->IsFor(*processor)) {
-        findings.Add(RuleId::kUpdaterProcessor, place,
-                     "is for " + head->ProcessorName() + ", not for " + processor->name);
-    }
+    CheckForPanel(package.Read(entry.name, format::kLargestProgram), *head, panel, findings);
 }
 
 } // namespace
 
-void CheckUpdater(const archive::Package& package, const format::Processor* processor,
+void CheckUpdater(const archive::Package& package, const format::PanelModel& panel,
                   Findings& findings)
 {
     if (findings.HasErrorAt(archive::kUpdaterName)) {
@@ -104,7 +131,7 @@ void CheckUpdater(const archive::Package& package, const format::Processor* proc
                        RuleId::kUpdaterMode, Location::Entry(entry->name), "is not executable");
     }
     try {
-        CheckProgram(package.Read(entry->name, kHeadSize), *entry, processor, findings);
+        CheckProgram(package, *entry, panel, findings);
     } catch (const archive::ContentError&) {
         return; // found when the archive was looked at
     }

@@ -4,14 +4,14 @@
 
 #include "archive/Package.h"
 #include "checks/Findings.h"
-#include "format/Processor.h"
+#include "format/PanelFile.h"
 
 namespace kx::checks
 {
 
 /// Checks the updater that the package brings along.
-/// @param processor  the panel's, or null when it is not known
-void CheckUpdater(const archive::Package& package, const format::Processor* processor,
+/// @param panel  that it is for, as far as that is known
+void CheckUpdater(const archive::Package& package, const format::PanelModel& panel,
                   Findings& findings);
 
 } // namespace kx::checks

@@ -48,6 +48,26 @@ const Processor* NativeProcessor()
     return uname(&name) == 0 ? FindProcessor(name.machine) : nullptr;
 }
 
+FloatAbi FloatAbiOfWord(std::string_view word)
+{
+    return word == "armhf"   ? FloatAbi::kHard
+           : word == "armel" ? FloatAbi::kSoft
+                             : FloatAbi::kUnknown;
+}
+
+const char* FloatAbiName(FloatAbi abi)
+{
+    switch (abi) {
+    case FloatAbi::kHard:
+        return "hard-float";
+    case FloatAbi::kSoft:
+        return "soft-float";
+    case FloatAbi::kUnknown:
+        break;
+    }
+    return "";
+}
+
 bool ProgramHead::IsFor(const Processor& processor) const
 {
     return machine == processor.machine && is64Bit == processor.is64Bit && !isBigEndian;

@@ -30,6 +30,20 @@ struct Processor {
 /// Returns this machine's processor, or null when it is none of them.
 [[nodiscard]] const Processor* NativeProcessor();
 
+/// How programs for arm hand over numbers with a fraction: those of the one kind do not run with
+/// the libraries of the other.
+enum class FloatAbi {
+    kUnknown, ///< not told, or another processor
+    kHard,    ///< in registers of their own: Debian's armhf
+    kSoft,    ///< in the usual registers: Debian's armel
+};
+
+/// Returns what a word for a processor says about that: "armhf" and "armel" do.
+[[nodiscard]] FloatAbi FloatAbiOfWord(std::string_view word);
+
+/// Returns "hard-float" or "soft-float"; empty when it is not known.
+[[nodiscard]] const char* FloatAbiName(FloatAbi abi);
+
 /// What the head of a program tells.
 struct ProgramHead {
     unsigned machine = 0;

@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace kx::io
 {
@@ -36,6 +38,18 @@ private:
     ExitCode m_code;
     std::string m_where;
     std::string m_remedy;
+};
+
+/// Several errors at once, at least one: as an Error it is the first of them.
+class Errors final : public Error
+{
+public:
+    explicit Errors(std::vector<Error> all) : Error(all.front()), m_all(std::move(all)) {}
+
+    [[nodiscard]] const std::vector<Error>& All() const { return m_all; }
+
+private:
+    std::vector<Error> m_all;
 };
 
 /// Makes the error of a system call that failed: its text is that of @p number (an errno).

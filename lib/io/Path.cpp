@@ -24,6 +24,11 @@ std::string PlainPath(const std::string& path)
     return plain.empty() ? "/" : plain;
 }
 
+std::string LastPart(const std::string& path)
+{
+    return path.substr(path.rfind('/') + 1);
+}
+
 bool IsIn(const std::string& path, const std::string& folder)
 {
     return path.compare(0, folder.size(), folder) == 0 &&

@@ -12,6 +12,9 @@ namespace kx::io
 /// Returns a full path without doubled marks, "." and "..", and without a mark at its end.
 [[nodiscard]] std::string PlainPath(const std::string& path);
 
+/// Returns what stands behind the last '/'.
+[[nodiscard]] std::string LastPart(const std::string& path);
+
 /// Tells whether a path is @p folder or lies below it; both plain.
 [[nodiscard]] bool IsIn(const std::string& path, const std::string& folder);
 

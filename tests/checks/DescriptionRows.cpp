@@ -13,6 +13,12 @@ namespace of_descriptions
 constexpr const char* kFile = "UserPackage.kx-project";
 constexpr const char* kMark = "\xef\xbb\xbf";
 
+/// Checks the package for a panel.
+void OnPanel(Recipe& recipe, const std::string& panel)
+{
+    recipe.panel = panel;
+}
+
 void SetBytes(Recipe& recipe, const std::string& bytes)
 {
     recipe.description = bytes;
@@ -122,10 +128,33 @@ const std::vector<RuleRow> kRows = {
      SetBytes,
      kAmongOthers},
 
-    {"description-mark", kError, kFile, {""}, SetMark},
+    {"description-mark", kError, kFile, {"", " ", "\n", "\t\t", " \n"}, SetMark},
+    {"description-mark",
+     kError,
+     kFile,
+     {"{\n \"a\": 1}", "{ \"a\": 1}", "{\r\n\t\"$type\": \"x\"\n}", "{\"$type\": \"x\"}", "  {}",
+      "{\n\n}", "{\"\": {}}"},
+     SetBytes},
     {"description-mark", kWarning, kFile, {"abc", "\n\n\n", "\xef\xbb\xbe"}, SetMark},
     {"description-mark", kSilent, "", {kMark}, SetMark},
-    {"description-mark", kSilent, "", {"no JSON", "\xef\xbb{}"}, SetBytes, kAmongOthers},
+    {"description-mark", kSilent, "", {"no JSON", "\xef\xbb{}", "[ 1,2]"}, SetBytes, kAmongOthers},
+
+    {"identity-empty", kWarning, "Title", {"", " ", "\\n"}, Text("Hello")},
+    {"identity-empty", kWarning, "PackageVersion", {"\"\""}, Piece("\"1\"")},
+    {"identity-empty", kSilent, "", {"0", "-"}, Text("Hello")},
+    {"identity-empty", kSilent, "", {""}, Text("c")}, // the comment
+
+    {"identity-panel",
+     kWarning,
+     "ModelName",
+     {"models = [\"TP2\"]", "models = []", "models = [\"tp\"]"},
+     OnPanel},
+    {"identity-panel", kWarning, "OsVersion", {"os-versions = [\"2.0\"]"}, OnPanel},
+    {"identity-panel",
+     kSilent,
+     "",
+     {"models = [\"TP2\", \"TP\"]", "os-versions = [\"2\"]", "users = [\"user\"]"},
+     OnPanel},
 
     {"description-json",
      kError,

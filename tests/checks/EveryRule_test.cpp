@@ -35,7 +35,7 @@ std::vector<RuleCase> AllCases()
     for (const std::vector<RuleRow>* const rows :
          {&NameRows(), &ArchiveRows(), &EntryRows(), &PathRows(), &UpdaterRows(),
           &DescriptionRows(), &ClassRows(), &StepRows(), &TargetRows(), &ScriptRows(),
-          &SettingRows()}) {
+          &SettingRows(), &PayloadRows()}) {
         for (const RuleRow& row : *rows) {
             for (const std::string& value : row.values) {
                 cases.push_back({&row, &value});
@@ -114,6 +114,9 @@ TEST(EveryRuleTable, HoldsAFaultyAndACleanPackageForEveryRule)
     std::map<std::string, int> known;
     for (std::size_t i = 0; i < static_cast<std::size_t>(RuleId::kEnd); ++i) {
         const char* const id = RuleOf(static_cast<RuleId>(i)).id;
+        if (i >= static_cast<std::size_t>(RuleId::kManifestMistake)) {
+            continue; // no package breaks them: found where manifests are read
+        }
         ++known[id];
         EXPECT_GT(faulty[id], 0) << "no package breaks the rule " << id;
         EXPECT_GT(clean[id], 0) << "no package just keeps the rule " << id;

@@ -26,6 +26,27 @@ void PutBeside(Recipe& recipe, const std::string& value)
     recipe.neighbour = value;
 }
 
+/// Calls a package of version 1.0.0 by a name.
+void CallVersion(Recipe& recipe, const std::string& value)
+{
+    recipe.Replace("\"PackageVersion\": \"1\"", "\"PackageVersion\": \"1.0.0\"");
+    Call(recipe, value);
+}
+
+/// Calls the package of a manifest that names it "own" by a name.
+void CallOwn(Recipe& recipe, const std::string& value)
+{
+    recipe.ownName = "own";
+    Call(recipe, value);
+}
+
+/// The same when the manifest's own name ends in the version.
+void OwnVersion(Recipe& recipe, const std::string& value)
+{
+    recipe.ownName = value;
+    CallVersion(recipe, value);
+}
+
 const std::vector<RuleRow> kRows = {
     {"name-extension",
      kError,
@@ -69,6 +90,30 @@ const std::vector<RuleRow> kRows = {
      {"other.zip", "kx-update", "other.kx-update.bak", "other.KX-UPDATE"},
      PutBeside},
     {"name-neighbour", kSilent, "", {".other.kx-update"}, PutBeside, kAmongOthers},
+
+    {"name-copy",
+     kWarning,
+     "",
+     {"m (1)", "m(12)", "m - Copy", "m - Copy (2)", "m - Kopie", "m copy", "Copy of m",
+      "Kopie von m", "m-1.0 (1)"},
+     Call},
+    {"name-copy",
+     kSilent,
+     "",
+     {"m", "(1)", "m (a)", "m ()", "m (1", "copy", "photocopy", "Copy of ", "m (1) b",
+      "m - copying"},
+     Call},
+
+    {"name-version", kWarning, "", {"m-1.0.0", "m_1.0.0", "m 1.0.0", "m-v1.0.0"}, CallVersion},
+    {"name-version",
+     kSilent,
+     "",
+     {"m", "m-1.0.1", "m1.0.0", "1.0.0", "-1.0.0", "m-1.0.0-b", "m-21.0.0"},
+     CallVersion},
+    {"name-version", kSilent, "", {"m-1", "hello-1"}, Call}, // the version is just a number
+    {"name-version", kWarning, "", {"own-1.0.0", "own-new", "own.old", "own_2"}, CallOwn},
+    {"name-version", kSilent, "", {"own", "owner", "my-own"}, CallOwn},
+    {"name-version", kSilent, "", {"own-1.0.0"}, OwnVersion},
 };
 
 } // namespace of_names

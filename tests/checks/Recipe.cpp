@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -63,6 +64,52 @@ constexpr const char* kDescription = R"({
 
 } // namespace
 
+namespace
+{
+
+/// A shell that stumbles over the word "wrong", and is called by what it is asked for.
+class FakeShells final : public IShells
+{
+public:
+    [[nodiscard]] bool Has(const std::string& shell) override { return shell != "busybox"; }
+    [[nodiscard]] std::optional<SyntaxMistake> Read(const std::string& shell,
+                                                    const std::string& script) override
+    {
+        const std::size_t at = script.find("wrong");
+        if (at == std::string::npos) {
+            return {};
+        }
+        const auto line = std::count(script.begin(), script.begin() + static_cast<long>(at), '\n');
+        return SyntaxMistake{shell, static_cast<std::size_t>(line) + 1, "unexpected"};
+    }
+};
+
+/// Checks a package in a folder by what a recipe knows besides.
+Findings CheckIn(const TempDir& folder, const std::string& path, const Recipe& recipe)
+{
+    FakeShells shells;
+    Expected expected;
+    if (!recipe.panelFiles.empty()) {
+        for (const std::string& file : recipe.panelFiles) {
+            folder.Write("panel/root/" + file, "");
+        }
+    }
+    if (!recipe.panel.empty() || !recipe.panelFiles.empty()) {
+        const std::string root = recipe.panelFiles.empty() ? "" : "root = \"root\"\n";
+        expected.panel =
+            format::ReadPanelFile(folder.Write("panel/panel.toml", root + recipe.panel));
+    }
+    if (!recipe.processor.empty()) {
+        expected.panel.processor = format::FindProcessor(recipe.processor);
+        expected.panel.floatAbi = format::FloatAbiOfWord(recipe.processor);
+    }
+    expected.name = recipe.ownName;
+    expected.shells = &shells;
+    return CheckPackage(path, expected);
+}
+
+} // namespace
+
 std::string ProgramBytes(unsigned machine)
 {
     std::string head = "\x7f"
@@ -75,6 +122,8 @@ std::string ProgramBytes(unsigned machine)
     head.resize(64, '\0');
     head += archive::Bytes(1, 4) + archive::Bytes(5, 4) + archive::Bytes(0, 24) +
             archive::Bytes(200, 8) + archive::Bytes(200, 8) + archive::Bytes(0, 8);
+    // Every updater knows the description's name.
+    head += "UserPackage.kx-project";
     head.resize(200, '\0');
     return head;
 }
@@ -120,7 +169,7 @@ Findings Recipe::Check() const
     if (!neighbour.empty()) {
         folder.Write(neighbour, "");
     }
-    return CheckPackage(folder / fileName, format::FindProcessor(processor));
+    return CheckIn(folder, folder / fileName, *this);
 }
 
 Findings Recipe::CheckFolder() const
@@ -139,7 +188,7 @@ Findings Recipe::CheckFolder() const
             folder.Write(folderName + "/" + part.name, part.content, part.mode & 0777U);
         }
     }
-    return CheckPackage(folder / (folderName + "/"), format::FindProcessor(processor));
+    return CheckIn(folder, folder / (folderName + "/"), *this);
 }
 
 std::vector<std::string> Problems(const Findings& findings)

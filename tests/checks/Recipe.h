@@ -24,6 +24,9 @@ public:
     std::vector<archive::ZipPart> parts; ///< without the description
     std::string neighbour;               ///< name of a file beside the package; none when empty
     std::string processor;               ///< the panel's; not known when empty
+    std::string panel;                   ///< the panel's description; nothing known when empty
+    std::vector<std::string> panelFiles; ///< in the copy of its files; no copy without any
+    std::string ownName;                 ///< by the manifest; not known when empty
     std::function<void(std::string& zip)> damage; ///< done to the finished archive, when set
 
     /// Replaces a text in the description; it must be there.

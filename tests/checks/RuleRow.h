@@ -86,5 +86,6 @@ const std::vector<RuleRow>& StepRows();
 const std::vector<RuleRow>& TargetRows();
 const std::vector<RuleRow>& ScriptRows();
 const std::vector<RuleRow>& SettingRows();
+const std::vector<RuleRow>& PayloadRows();
 
 } // namespace kx::checks

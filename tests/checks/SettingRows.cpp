@@ -59,6 +59,34 @@ void AddItem(Recipe& recipe, const std::string& name)
                                R"(", "Value": "x"}, )" + kFirst);
 }
 
+/// Adds a second item to the setting of the sound.
+void AddVolume(Recipe& recipe, const std::string& name)
+{
+    constexpr const char* kLast = R"("ItemName": "Volume", "Value": "5"})";
+    recipe.Replace(kLast, kLast + std::string(R"(, {"$type": "Zt.DB_HardwareItem, Drovic",
+        "ItemName": ")") + name +
+                              R"(", "Value": "6"})");
+}
+
+/// Makes the setting of the sound another one, with an empty value.
+void EmptyOf(Recipe& recipe, const std::string& kind)
+{
+    recipe.Replace("HW_SoundConfigSet", "HW_" + kind + "ConfigSet");
+    recipe.Replace("\"5\"", "\"\"");
+}
+
+/// Checks the package for a panel.
+void OnPanel(Recipe& recipe, const std::string& panel)
+{
+    recipe.panel = panel;
+}
+
+/// Checks the package for a panel whose setting tool takes something.
+void Taking(Recipe& recipe, const std::string& settings)
+{
+    recipe.panel = "[settings]\n" + settings;
+}
+
 const std::vector<std::string> kPatterns = {"*", "?", "[", "{", "~", "a*"};
 const std::vector<std::string> kNoPatterns = {"]", "}", "!", "^", "+", ".", "-", "%"};
 
@@ -103,9 +131,37 @@ const std::vector<RuleRow> kRows = {
     {"setting-shell",
      kSilent,
      "",
-     {"", "$", "5$", "#", "!", "=", "%", ",", ".", "-", "_", ":", "@", "]", "}", "^"},
+     {"$", "5$", "#", "!", "=", "%", ",", ".", "-", "_", ":", "@", "]", "}", "^"},
      kValue},
     {"setting-shell", kSilent, "", {"5;reboot"}, Unused(kValue)},
+
+    {"setting-empty", kWarning, kSound, {""}, kValue},
+    {"setting-empty", kSilent, "", {"0", "-"}, kValue},
+    {"setting-empty", kSilent, "", {""}, Unused(kValue)},
+    {"setting-empty", kSilent, "", {"Lan", "AutoStartupMode"}, EmptyOf},
+
+    {"setting-twice", kWarning, ITEM("0", "1", "ItemName"), {"Volume"}, AddVolume},
+    {"setting-twice", kSilent, "", {"Mute", "volume"}, AddVolume},
+    {"setting-twice", kSilent, "", {"Volume"}, Unused(AddVolume)},
+
+    {"setting-refused",
+     kError,
+     kSound,
+     {"Volume = { range = [0, 4] }", "Volume = { values = [\"6\", \"05\"] }",
+      "Volume = { range = [6, 9] }"},
+     Taking},
+    {"setting-refused", kError, kNameAt, {"volume = {}", ""}, Taking},
+    {"setting-refused",
+     kSilent,
+     "",
+     {"Volume = { range = [5, 5] }", "Volume = { values = [\"5\"] }", "Volume = {}"},
+     Taking},
+    {"setting-refused", kSilent, "", {""}, Unused(Taking)},
+
+    {"user-unknown", kError, kUser, {"users = []", "users = [\"users\", \"User\"]"}, OnPanel},
+    {"user-unknown", kWarning, kUser, {"users = []"}, Skippable(OnPanel)},
+    {"user-unknown", kSilent, "", {"users = [\"root\", \"user\"]", "models = [\"TP\"]"}, OnPanel},
+    {"user-unknown", kSilent, "", {"users = []"}, Unused(OnPanel)},
 
     {"setting-blank", kError, kSound, {"5 6", " 5", "5 ", "5\\t6"}, kValue},
     {"setting-blank", kSilent, "", {"5_6", "5\\u00a06"}, kValue},

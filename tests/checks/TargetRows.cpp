@@ -69,6 +69,31 @@ void SkippableFile(Recipe& recipe, const std::string& target)
     recipe.Replace("\"/opt/hello\"", "\"" + target + "\"");
 }
 
+/// Checks the package for a panel.
+void OnPanel(Recipe& recipe, const std::string& panel)
+{
+    recipe.panel = panel;
+}
+
+/// Checks the package for a panel with a place that holds nothing.
+void InPlaces(Recipe& recipe, const std::string& path)
+{
+    recipe.panel = "[[places]]\npath = \"" + path + "\"\nsize-mib = 0\n";
+}
+
+void InPlacesSkippable(Recipe& recipe, const std::string& path)
+{
+    Skippable(recipe);
+    InPlaces(recipe, path);
+}
+
+/// Copies a folder with the panel's users to /etc's own folder.
+void IntoEtc(Recipe& recipe, const std::string& /*name*/)
+{
+    recipe.Part("1/0/a").name = "1/0/etc/shadow";
+    recipe.Replace("/opt/share", "/");
+}
+
 constexpr const char* kSettings = "DB_StepSets.$values[3]";
 
 const std::vector<RuleRow> kRows = {
@@ -90,20 +115,17 @@ const std::vector<RuleRow> kRows = {
 
     {"target-root", kError, kTarget0, {"/", "//", "/.", "/opt/.."}, kFile, kAmongOthers},
     {"target-root", kError, kTarget0, {"/"}, kFile},
-    {"target-root", kSilent, "", {"/a", "/opt/../a"}, kFile},
+    {"target-root", kSilent, "", {"/a", "/opt/./a"}, kFile},
     {"target-root", kSilent, "", {"/"}, kFolder},
 
-    {"target-whole", kNote, kTarget1, {"/", "//", "/.", "/opt/.."}, kFolder},
-    {"target-whole", kSilent, "", {"/opt", "/a", "/opt/../a"}, kFolder},
+    {"target-whole", kNote, kTarget1, {"/", "//", "/."}, kFolder},
+    {"target-whole", kNote, kTarget1, {"/opt/.."}, kFolder, kAmongOthers},
+    {"target-whole", kSilent, "", {"/opt", "/a", "/opt/./a"}, kFolder},
     {"target-whole", kSilent, "", {"/"}, kFile, kAmongOthers},
 
     {"target-folder", kWarning, kTarget0, {"/opt/hello/", "/opt/", "/mnt/user/"}, kFile},
     {"target-folder", kError, kTarget0, {"/opt", "/mnt/user", "/usr/bin/.", "/bin"}, kFile},
-    {"target-folder",
-     kSilent,
-     "",
-     {"/opt/hello", "/mnt/users", "/opt/opt", "/opt/../hello"},
-     kFile},
+    {"target-folder", kSilent, "", {"/opt/hello", "/mnt/users", "/opt/opt", "/opt/./hello"}, kFile},
     {"target-folder", kSilent, "", {"/opt/share/", "/opt"}, kFolder},
 
     {"target-folder-mode",
@@ -124,7 +146,7 @@ const std::vector<RuleRow> kRows = {
     {"target-conflict",
      kError,
      kTarget1,
-     {"/opt/hello", "/opt/hello/share", "/opt/../opt/hello/", "/etc/passwd", "/etc/passwd/a"},
+     {"/opt/hello", "/opt/hello/share", "/opt/./hello/", "/etc/passwd", "/etc/passwd/a"},
      kFolder},
     {"target-conflict", kError, kTarget1, {"/opt/share/a/b"}, kFile},
     {"target-conflict",
@@ -144,7 +166,7 @@ const std::vector<RuleRow> kRows = {
          r.parts.push_back({"1/0/b/c", ""});
      },
      kAmongOthers},
-    {"target-conflict", kSilent, "", {"/opt/hello2", "/opt/hello-b/c", "/opt", "/etc"}, kFolder},
+    {"target-conflict", kSilent, "", {"/opt/hello2", "/opt/hello-b/c", "/opt", "/usr"}, kFolder},
     {"target-conflict", kSilent, "", {"/opt/hello2/b", "/opt/Hello/b"}, AddItem, kAmongOthers},
     {"target-conflict", kSilent, "", {"/etc/passwd2/hello", "/opt/share/b/c"}, kFile},
     {"target-conflict",
@@ -225,8 +247,7 @@ const std::vector<RuleRow> kRows = {
     {"target-lost",
      kWarning,
      kTarget0,
-     {"/dev/a", "/mnt/usb/a", "/proc/a", "/run/a", "/sys/a", "/tmp/a", "/opt/../tmp/a",
-      "//run/a/b"},
+     {"/dev/a", "/mnt/usb/a", "/proc/a", "/run/a", "/sys/a", "/tmp/a", "/./tmp/a", "//run/a/b"},
      kFile},
     {"target-lost",
      kWarning,
@@ -237,9 +258,77 @@ const std::vector<RuleRow> kRows = {
      kSilent,
      "",
      {"/dev2/a", "/mnt/usb2/a", "/process", "/runs", "/sys.a", "/tmpa", "/var/tmp/a", "/opt/run/a",
-      "/mnt/a", "/tmp/../opt/a"},
+      "/mnt/a"},
      kFile},
     {"target-lost", kSilent, "", {"/mnt", "/"}, kFolder},
+    {"target-lost", kSilent, "", {"/tmp/../opt/a"}, kFile, kAmongOthers},
+    {"target-lost", kWarning, kTarget0, {"/opt/../tmp/a"}, kFile, kAmongOthers},
+
+    {"target-up", kWarning, kTarget0, {"/opt/../hello", "/opt/a/../hello"}, kFile},
+    {"target-up", kWarning, kTarget1, {"/opt/..", "/opt/../opt/share/"}, kFolder},
+    {"target-up", kSilent, "", {"/opt/..hello", "/opt/...", "/opt/hello..", "/opt/./a"}, kFile},
+
+    {"target-system",
+     kWarning,
+     kTarget0,
+     {"/bin/sh", "/usr/bin/sh", "/bin/busybox", "/sbin/init", "/usr/sbin/init", "/etc/passwd",
+      "/etc/shadow", "/etc/fstab", "/boot/zImage", "/boot/dtb/a", "/lib/ld-linux-armhf.so.3",
+      "/usr/lib/arm-linux-gnueabihf/libc.so.6", "/lib64/ld-linux-x86-64.so.2", "/sbin/reboot",
+      "/usr/bin/kxsystem/usb_umount", "/bin/sync"},
+     kFile},
+    {"target-system", kWarning, kTarget1, {"/etc", "/etc/", "/bin", "/usr/lib", "/boot"}, kFolder},
+    {"target-system", kWarning, kTarget1, {"share"}, IntoEtc, kAmongOthers},
+    {"target-system",
+     kSilent,
+     "",
+     {"/usr/local/bin/sh", "/opt/bin/sh", "/bin/hello", "/sbin/init2", "/etc/hostname",
+      "/etc/hello.conf", "/boots/a", "/lib/libhello.so", "/lib/ldap.so", "/opt/etc/shadow",
+      "/etc/init.d/hello", "/usr/etc/passwd"},
+     kFile},
+    {"target-system", kSilent, "", {"/opt/etc", "/etc/hello", "/usr", "/usr/share", "/"}, kFolder},
+
+    {"target-protected",
+     kWarning,
+     kTarget0,
+     {"protected = [\"/opt/hello\"]", "protected = [\"/srv\", \"/opt/./hello/\"]"},
+     OnPanel},
+    {"target-protected", kWarning, kTarget1, {"protected = [\"/opt/share\"]"}, OnPanel},
+    {"target-protected",
+     kSilent,
+     "",
+     {"protected = [\"/op\", \"/opt/hell\", \"/opt/share/b\", \"/opt/hello/a\"]"},
+     OnPanel},
+
+    {"target-space", kError, kTarget0, {"/opt/hello"}, InPlaces},
+    {"target-space", kError, kTarget1, {"/opt/share", "/opt/share/a"}, InPlaces},
+    {"target-space", kWarning, kTarget0, {"/opt/hello"}, InPlacesSkippable},
+    {"target-space", kSilent, "", {"/opt/hell", "/srv", "/opt/share/b"}, InPlaces},
+    {"target-space",
+     kSilent,
+     "",
+     {"[[places]]\npath = \"/opt\"\nsize-mib = 0\n[[places]]\npath = \"/opt/hello\"\nsize-mib = 1\n"
+      "[[places]]\npath = \"/opt/share\"\nsize-mib = 1"},
+     OnPanel},
+
+    {"startup-twice",
+     kWarning,
+     kTarget0,
+     {"/mnt/user/startup.sh", "/mnt/user/./startup.sh"},
+     kFile},
+    {"startup-twice", kSilent, "", {"/mnt/user/startup.sh2", "/mnt/startup.sh"}, kFile},
+    {"startup-twice",
+     kSilent,
+     "",
+     {"/mnt/user/startup.sh"},
+     [](Recipe& r, const std::string& v) {
+         r.Replace("\"IsUsed\": true,\n     \"HardwareItems\": {\"$type\": \"Zt.DB_HardwareItems, "
+                   "Drovic\", \"$values\": [\n      {\"$type\": \"Zt.DB_HardwareItem, Drovic\", "
+                   "\"ItemName\": \"CustomScript\"",
+                   "\"IsUsed\": false,\n     \"HardwareItems\": {\"$type\": \"Zt.DB_HardwareItems, "
+                   "Drovic\", \"$values\": [\n      {\"$type\": \"Zt.DB_HardwareItem, Drovic\", "
+                   "\"ItemName\": \"CustomScript\"");
+         kFile(r, v);
+     }},
 
     {"target-registry",
      kWarning,

@@ -3,6 +3,7 @@
 
 // The updater in the package.
 #include "checks/RuleRow.h"
+#include "support/ElfOf.h"
 
 namespace kx::checks
 {
@@ -69,6 +70,7 @@ Put Small(bool isBigEndian)
         head += number(1, 4) + number(std::stoul(numbers), 4) + number(0, 4) + number(0, 4) +
                 number(std::stoul(numbers.substr(first + 1)), 4) +
                 number(std::stoul(numbers.substr(second + 1)), 4);
+        head += "UserPackage.kx-project";
         head.resize(200, '\0');
         recipe.Part(kUpdater).content = head;
     };
@@ -84,6 +86,33 @@ void ForMachine(Recipe& recipe, const std::string& value)
 {
     recipe.Part(kUpdater).content = ProgramBytes(static_cast<unsigned>(std::stoul(value)));
     recipe.processor = value.substr(value.find(':') + 1);
+}
+
+/// An updater for an arm.
+ElfOf AbiProgram(bool isHard, const std::string& loader)
+{
+    ElfOf elf = ArmProgram();
+    elf.flags = isHard ? 0x5000400 : 0x5000200;
+    elf.loader = loader;
+    elf.rest = "UserPackage.kx-project";
+    return elf;
+}
+
+/// Makes the updater of one kind, for a panel of another: "armel:armhf".
+void ForAbi(Recipe& recipe, const std::string& value)
+{
+    const bool isHard = value.compare(0, 5, "armhf") == 0;
+    recipe.Part(kUpdater).content =
+        AbiProgram(isHard, isHard ? "/lib/ld-linux-armhf.so.3" : "/lib/ld-linux.so.3").Bytes();
+    recipe.processor = value.substr(value.find(':') + 1);
+}
+
+/// Makes the updater a program that holds a text.
+void Knowing(Recipe& recipe, const std::string& text)
+{
+    ElfOf elf = AbiProgram(true, "");
+    elf.rest = text;
+    recipe.Part(kUpdater).content = elf.Bytes();
 }
 
 const std::vector<RuleRow> kRows = {
@@ -125,7 +154,7 @@ const std::vector<RuleRow> kRows = {
      SetContent},
     {"updater-program", kError, kUpdater, {"19"}, Cut},
     {"updater-program", kSilent, "", {"200"}, Cut},
-    {"updater-program", kSilent, "", {"20"}, Cut},
+    {"updater-program", kSilent, "", {"20"}, Cut, kAmongOthers},
     {"updater-program", kSilent, "", {"#!"}, SetContent, kAmongOthers},
 
     {"updater-script",
@@ -217,6 +246,23 @@ const std::vector<RuleRow> kRows = {
      }},
     {"updater-processor", kSilent, "", {"x86_64", "amd64", "x86-64", ""}, ForPanel},
     {"updater-processor", kSilent, "", {"183:aarch64", "243:riscv64", "62:x86_64"}, ForMachine},
+    // Of an arm both kinds of programs have the same processor.
+    {"updater-processor", kError, kUpdater, {"armel:armhf", "armhf:armel"}, ForAbi},
+    {"updater-processor",
+     kSilent,
+     "",
+     {"armel:armel", "armhf:armhf", "armel:arm", "armhf:armv7l", "armel:"},
+     ForAbi},
+    {"updater-processor", kSilent, "",
+     [](Recipe& r) {
+         ForAbi(r, "armel:armhf");
+         ElfOf alone = AbiProgram(false, ""); // all libraries are in it
+         alone.type = 2;
+         r.Part(kUpdater).content = alone.Bytes();
+     }},
+
+    {"updater-other", kWarning, kUpdater, {"Userpackage.kx-project", "kx_Updater"}, Knowing},
+    {"updater-other", kSilent, "", {"UserPackage.kx-project", "xUserPackage.kx-project2"}, Knowing},
 };
 
 } // namespace of_updaters

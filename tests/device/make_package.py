@@ -352,7 +352,8 @@ class Package:
         done = subprocess.run([os.environ["KX_PACKAGE"], "build", source, "-o", package,
                                "--updater", updater], stdout=subprocess.DEVNULL,
                               stderr=subprocess.PIPE, env=environment, check=False)
-        if done.returncode != 0:
+        # The package is there, too, when the check at the end finds something wrong with it.
+        if done.returncode not in (0, 1) or not os.path.exists(package):
             manifest = pathlib.Path(source, "package.toml").read_text(encoding="utf-8")
             sys.exit(f"{done.stderr.decode(errors='replace')}{manifest}")
 

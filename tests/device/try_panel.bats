@@ -188,3 +188,16 @@ END
         wait_until "$RUN" --erase --state "$folder" 2>/dev/null
     done
 }
+
+@test "what a described panel lacks for a package stands among the remarks" {
+    hello Foo.kx-update 'script("#!/bin/bash\ntrue\n")'
+    echo 'interpreters = []' >panel.toml
+
+    try --json --panel panel.toml Foo.kx-update
+
+    expect_status 0
+    jq -e '.installations[0].remarks == ["on the panel of panel.toml: DB_StepSets.$values[0].InstallScriptFunctionData.ScriptData there is no '"'/bin/bash'"' on the panel (script-missing)"]' "$OUT"
+    echo 'users = []' >panel.toml
+    try --json --panel panel.toml Foo.kx-update
+    jq -e '.installations[0].remarks == []' "$OUT"
+}

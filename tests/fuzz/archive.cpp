@@ -70,8 +70,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     RequireReadable(package, verdict);
 
     kx::checks::Findings findings;
-    kx::checks::CheckArchivePackage(package.Path(), bytes, kx::format::FindProcessor("arm"),
-                                    findings);
+    kx::checks::Expected expected;
+    expected.panel.processor = kx::format::FindProcessor("arm");
+    kx::checks::CheckArchivePackage(package.Path(), bytes, expected, findings);
     findings.Sort();
     Require(verdict.status == 0 || findings.Count(kx::checks::Severity::kError) != 0);
     return 0;

@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const kx::format::Description description = kx::checks::CheckDescription(
         std::string(reinterpret_cast<const char*>(data), size), findings);
     if (description.root.has_value()) {
-        kx::checks::CheckSteps(*description.root, package, "fuzz", findings);
+        kx::checks::CheckSteps(*description.root, package, "fuzz", {}, findings);
     }
     kx::checks::CheckInstallation(
         package, description.root.has_value() ? &*description.root : nullptr, findings);

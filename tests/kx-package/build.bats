@@ -128,7 +128,8 @@ END
     [ ! -s err ]
     jq -e '.file == "demo.kx-update" and .payloadFiles == 4 and .updater == "arm-updater"
         and .remarks == ["pkg/package.toml:17:23: run looks like a program, but no pattern of '"'executable'"' matches it; it will not be executable"]
-        and (keys == ["file", "payloadFiles", "remarks", "size", "unpackedSize", "updater"])' out
+        and (keys == ["clean", "errors", "file", "findings", "notes", "omitted", "payloadFiles", "remarks", "size", "unpackedSize", "updater", "warnings"])
+        and .clean and .warnings == 1 and .findings[0].id == "manifest-hint"' out
     [ "$(jq .size out)" = "$(stat -c %s demo.kx-update)" ]
     [ "$(jq .unpackedSize out)" = "$(unzip -l demo.kx-update | awk 'END { print $1 }')" ]
 }
@@ -224,8 +225,13 @@ END
 
     [ "$status" -eq 0 ]
     unzip -tq out
-    [ "$(cat err)" = "kx-package: pkg/package.toml:17:23: run looks like a program, but no pattern of \
-'executable' matches it; it will not be executable" ]
+    diff err - <<'END'
+warning: manifest-hint: pkg/package.toml:17:23
+  run looks like a program, but no pattern of 'executable' matches it; it will not be executable
+  On the panel: The package does what the manifest says.
+  Remedy: Correct the manifest at that place, or leave it.
+-: 0 errors, 1 warning, 2 notes
+END
 }
 
 @test "a mistake in the manifest is told as JSON, and nothing but JSON" {

@@ -18,7 +18,9 @@ setup() {
     unset NO_COLOR
     local work=$PWD
     (cd "$ROOT/scripts" && /usr/bin/python3 -B -m kxscripts.hello "$work/source")
-    "$KX_PACKAGE" build source -o built.kx-update --updater /usr/bin/true \
+    # A program that does nothing, and that the check takes for an updater.
+    { cat /usr/bin/true && echo UserPackage.kx-project; } >updater
+    "$KX_PACKAGE" build source -o built.kx-update --updater updater \
         --processor "$(uname -m)" >/dev/null
     unzip -q built.kx-update -d pkg
     rm built.kx-update

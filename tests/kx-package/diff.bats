@@ -46,7 +46,7 @@ END
         '[1,"1/demo.kx-update","2/demo.kx-update",false]' ]
     diff - <(jq -c '.identity[], .settings[]' out) <<END
 {"after":"1.1","before":"1.0","name":"version"}
-{"after":"for $(uname -m), 64 bytes","before":"for arm, 64 bytes","name":"updater"}
+{"after":"for $(uname -m), 86 bytes","before":"for arm, 86 bytes","name":"updater"}
 {"after":"9","before":"8","name":"backlight Level"}
 {"after":"********","before":"********","name":"user Password"}
 END

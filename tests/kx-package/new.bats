@@ -79,7 +79,7 @@ END
 @test "new dates the package by SOURCE_DATE_EPOCH and tells as JSON what it made" {
     SOURCE_DATE_EPOCH=1700000000 kx new recipes --json
 
-    jq -e '.folder == "recipes" and (.files | length) == 7' out
+    jq -e '.folder == "recipes" and (.files | length) == 8' out
     grep -q '^date = 2023-11-14 ' recipes/package.toml
 }
 

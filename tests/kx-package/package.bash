@@ -24,10 +24,12 @@ setup() {
     esac
 }
 
-# program WORDSIZE MACHINE: the first bytes of a program, in printf's spelling.
+# program WORDSIZE MACHINE: the first bytes of a program, in printf's spelling, and what makes it an
+# updater.
 program() {
     printf '%b' "\x7fELF\x0$1\x01\x01\0\0\0\0\0\0\0\0\0\x03\0$2\0"
     printf '\0%.0s' {1..44}
+    printf 'UserPackage.kx-project'
 }
 
 # kx ARGUMENT...: starts kx-package; leaves $status, and the files out and err.

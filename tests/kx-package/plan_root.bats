@@ -169,3 +169,22 @@ END
     [ "$(jq -c .error out)" = '{"code":3,"message":"cannot list: Permission denied","place":"root/opt/closed","remedy":""}' ]
     [ ! -s err ]
 }
+
+@test "a root: the description of a panel names it, --root counts more" {
+    mkdir -p tp/root/mnt/user/bin other
+    echo 'root = "root"' >tp/panel.toml
+    make Foo <<'END'
+copy_file(item("a", "/mnt/user/bin/a", "600"))
+END
+    kx plan --json --root tp/root Foo
+    mv out wanted
+    kx plan --json --panel tp/panel.toml Foo
+    [ "$status" -eq 0 ]
+    cmp out wanted
+    kx plan --json --root other Foo
+    mv out wanted
+    kx plan --json --panel tp/panel.toml --root other Foo
+    cmp out wanted
+    kx plan --panel none.toml Foo
+    [ "$status" -eq 3 ]
+}

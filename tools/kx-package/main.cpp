@@ -87,6 +87,7 @@ int Start(int argc, char** argv)
     kx::tool::AddDiff(program, invocation);
     kx::tool::AddInstalled(program, invocation);
     kx::tool::AddNew(program, invocation);
+    kx::tool::AddNewPanel(program, invocation);
     kx::tool::AddPlan(program, invocation);
     kx::tool::AddSchema(program, invocation);
     kx::tool::AddShow(program, invocation);

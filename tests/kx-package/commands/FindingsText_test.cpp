@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <picojson.h>
 
 #include <sstream>
 
@@ -31,7 +32,7 @@ std::string Told(bool isJson, bool hasColour = false)
     std::ostringstream out;
     std::ostringstream err;
     const Output output{out, err, isJson, hasColour};
-    WriteFindings(output, "a.kx-update", SomeFindings(), false);
+    WriteFindings(output, {Checked("a.kx-update", SomeFindings(), false)});
     EXPECT_EQ(err.str(), "");
     return out.str();
 }
@@ -71,7 +72,7 @@ TEST(WriteFindings, ColoursTheSumByTheWorstOfThem)
 {
     const auto sumOf = [](const checks::Findings& findings) {
         std::ostringstream out;
-        WriteFindings({out, out, false, true}, "a.kx-update", findings, true);
+        WriteFindings({out, out, false, true}, {Checked("a.kx-update", findings, false)});
         return out.str().substr(out.str().rfind("a.kx-update: "));
     };
     checks::Findings findings;
@@ -92,11 +93,11 @@ TEST(WriteFindings, TellsHowManyOfAKindAreNotListed)
         findings.Add(checks::RuleId::kPayloadUnused, checks::Location::Entry("8"), "unused");
     }
     std::ostringstream text;
-    WriteFindings({text, text}, "a.kx-update", findings, true);
+    WriteFindings({text, text}, {Checked("a.kx-update", findings, false)});
     EXPECT_THAT(text.str(), testing::HasSubstr("\n  (3 more of this kind are not listed)\n"));
 
     std::ostringstream json;
-    WriteFindings({json, json, true}, "a.kx-update", findings, true);
+    WriteFindings({json, json, true}, {Checked("a.kx-update", findings, false)});
     picojson::value told;
     ASSERT_EQ(picojson::parse(told, json.str()), "");
     EXPECT_EQ(told.get("omitted").serialize(), R"({"payload-unused":3})");
@@ -126,6 +127,49 @@ TEST(WriteFindings, TellsProgramsTheSame)
         R"(at 0.","severity":"error"})");
     EXPECT_EQ(findings[1].get("place").serialize(), R"({"file":"9\\xff"})");
     EXPECT_EQ(findings[3].get("place").serialize(), "{}");
+}
+
+TEST(WriteFindings, TellsSeveralPackagesOneAfterTheOther)
+{
+    const std::vector<Checked> all = {Checked("a", SomeFindings(), false), Checked("b", {}, false)};
+    std::ostringstream text;
+    WriteFindings({text, text, false, false}, all);
+    EXPECT_NE(text.str().find("a: 1 error, 2 warnings, 1 note\nb: 0 errors, 0 warnings, 0 notes\n"),
+              std::string::npos);
+
+    std::ostringstream json;
+    WriteFindings({json, json, true, false}, all);
+    picojson::value document;
+    EXPECT_EQ(picojson::parse(document, json.str()), "");
+    EXPECT_FALSE(document.get("clean").get<bool>());
+    ASSERT_EQ(document.get("packages").get<picojson::array>().size(), 2U);
+    EXPECT_EQ(document.get("packages").get(1).get("package").get<std::string>(), "b");
+    EXPECT_TRUE(document.get("packages").get(1).get("clean").get<bool>());
+}
+
+TEST(WriteProblems, LeavesOutNotesAndSaysNothingWithoutProblems)
+{
+    std::ostringstream text;
+    const Output output{text, text, false, false};
+    checks::Findings notes;
+    notes.Add(checks::RuleId::kNameNeighbour, checks::Location::Whole(), "x");
+    WriteProblems(text, output, Checked("a", notes, true));
+    EXPECT_EQ(text.str(), "");
+
+    WriteProblems(text, output, Checked("a", SomeFindings(), true));
+    EXPECT_EQ(text.str().find("name-neighbour"), std::string::npos);
+    EXPECT_NE(text.str().find("warning: payload-unused: 8\n"), std::string::npos);
+    EXPECT_NE(text.str().find("a: 1 error, 2 warnings, 1 note\n"), std::string::npos);
+}
+
+TEST(Checked, CountsWarningsOnlyWhenItIsStrict)
+{
+    checks::Findings warning;
+    warning.Add(checks::RuleId::kPayloadUnused, checks::Location::Whole(), "x");
+    EXPECT_TRUE(Checked("a", warning, false).isClean);
+    EXPECT_FALSE(Checked("a", warning, true).isClean);
+    EXPECT_FALSE(Checked("a", SomeFindings(), false).isClean);
+    EXPECT_TRUE(Checked("a", {}, true).isClean);
 }
 
 } // namespace

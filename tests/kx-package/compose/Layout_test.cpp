@@ -4,6 +4,7 @@
 #include "kx-package/manifest/Manifests.h"
 #include "model/DB_FunctionDatas.h"
 #include "model/DB_StepSets.h"
+#include "support/ElfOf.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
 
@@ -48,6 +49,16 @@ std::vector<std::string> ItemsOf(const Layout& layout)
                                item->Permissions);
             }
         }
+    }
+    return told;
+}
+
+/// "file:line:column: what" of all remarks.
+std::vector<std::string> RemarksOf(const Layout& layout)
+{
+    std::vector<std::string> told;
+    for (const Remark& remark : layout.remarks) {
+        told.push_back(remark.where + ": " + remark.what);
     }
     return told;
 }
@@ -107,7 +118,7 @@ TEST_F(Layouts, PutsPayloadUnderTheNumbersOfStepsAndItems)
                                              "etc/b.conf > /etc/demo/b.conf 600",
                                              "etc/deep/a.conf > /etc/demo/deep/a.conf 600",
                                              "share > /mnt/user/share ", "none > / "));
-    EXPECT_THAT(layout.remarks, IsEmpty());
+    EXPECT_THAT(RemarksOf(layout), IsEmpty());
 }
 
 TEST_F(Layouts, PacksAsProgramsWhatAnybodyMayExecute)
@@ -201,14 +212,58 @@ TEST_F(Layouts, RemarksOnProgramsThatWouldNotBeExecutable)
                              "ELF\1\1");
     m_dir.Write("share/text", "#");
 
-    EXPECT_THAT(Make(CopyFolder("share")).remarks,
-                ElementsAre((m_dir / "package.toml") +
-                                ":13:10: elf looks like a program, but no pattern of "
-                                "'executable' matches it; it will not be executable",
-                            (m_dir / "package.toml") +
-                                ":13:10: run looks like a program, but no pattern of "
-                                "'executable' matches it; it will not be executable"));
-    EXPECT_THAT(Make(CopyFolder("share", "executable = ['*']")).remarks, IsEmpty());
+    m_dir.Write("share/libfoo.so", ElfOf().Bytes());
+    m_dir.Write("share/program", ArmProgram().Bytes());
+
+    const std::string what = " looks like a program, but no pattern of 'executable' matches it; it "
+                             "will not be executable";
+    EXPECT_THAT(RemarksOf(Make(CopyFolder("share"))),
+                ElementsAre(m_dir / "package.toml:13:10: elf" + what,
+                            m_dir / "package.toml:13:10: program" + what,
+                            m_dir / "package.toml:13:10: run" + what));
+    EXPECT_THAT(RemarksOf(Make(CopyFolder("share", "executable = ['*']"))), IsEmpty());
+}
+
+TEST_F(Layouts, RemarksOnPatternsThatKeepNothingOut)
+{
+    m_dir.Write("share/a/x.orig", "");
+    m_dir.Write("share/.git/config", "");
+    m_dir.Write("share/y", "");
+
+    EXPECT_THAT(RemarksOf(Make(CopyFolder("share", "exclude = ['**/*.orig', '.git', '*.bak']"))),
+                ElementsAre(m_dir / "package.toml:15:11: nothing in 'share' matches '*.bak' of "
+                                    "'exclude'"));
+}
+
+TEST_F(Layouts, TellAllMistakesAndLeaveOutWhatIsWrong)
+{
+    m_dir.Write("share/a", "");
+    m_dir.Write("good", "");
+    m_dir.Write("dir/a$b", "");
+    m_dir.Write("dir/a", "");
+    m_dir.Write(
+        "package.toml",
+        std::string(kIdentity) +
+            "[[steps]]\nkind = 'copy-files'\nfiles = [{ source = 'none', target = '/n' },\n"
+            " { source = 'good', target = '/g' }]\n"
+            "[[steps]]\nkind = 'copy-folder'\nfolders = [{ source = 'dir', target = '/d' },\n"
+            " { source = 'share', target = '/s' }, { source = 'nope', target = '/p' }]\n");
+    Mistakes mistakes;
+
+    const Layout layout = MakeLayout(ReadManifest(m_dir.Path()), "", mistakes);
+
+    EXPECT_THAT(PayloadOf(layout, m_dir), ElementsAre("0/0/good < good", "1/0/a < share/a"));
+    ASSERT_EQ(mistakes.All().size(), 3U);
+    EXPECT_EQ(mistakes.All()[0].Line(), m_dir / "package.toml:12:21: there is no file 'none'");
+    EXPECT_EQ(mistakes.All()[2].Line(), m_dir / "package.toml:17:50: there is no folder 'nope'");
+    ASSERT_EQ(layout.origins.size(), 2U);
+    ASSERT_EQ(layout.origins[0].size(), 1U);
+    EXPECT_EQ(layout.origins[0][0].source, m_dir / "package.toml:13:13");
+    EXPECT_EQ(layout.origins[0][0].target, m_dir / "package.toml:13:30");
+    ASSERT_EQ(layout.origins[1].size(), 1U);
+    EXPECT_EQ(layout.origins[1][0].source, m_dir / "package.toml:17:13");
+    EXPECT_EQ(Thrown([&] { static_cast<void>(MakeLayout(ReadManifest(m_dir.Path()), "")); }),
+              "1: " + mistakes.All()[0].Line());
 }
 
 TEST_F(Layouts, SayWhatIsNotThere)

@@ -65,6 +65,17 @@ description() {
     jq -e '."$id" == "urn:kx-updater:package-description"' out
 }
 
+@test "the schemas of the TOML files take what their readers take" {
+    kx schema panel -o panel.json
+    kx schema manifest -o manifest.json
+
+    run /usr/bin/python3 "$BATS_TEST_DIRNAME/toml_agreement.py" --tool "$KX_PACKAGE" \
+        --panel panel.json --manifest manifest.json "$SOURCES"/examples/*/package.toml
+
+    echo "$output"
+    [ "$status" -eq 0 ]
+}
+
 @test "schema says what it cannot write" {
     kx schema -o none/schema.json
     [ "$status" -eq 3 ]
@@ -94,6 +105,8 @@ description() {
     kx schema file.json
     [ "$status" -eq 2 ]
     [ ! -s out ]
+    kx schema panle
+    expect 2 '' $'kx-package: schema: there is none of \'panle\'; did you mean \'panel\'?\n'
     kx schema --strict
     [ "$status" -eq 2 ]
 }

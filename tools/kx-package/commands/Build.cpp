@@ -3,11 +3,15 @@
 #include "archive/ArchiveWriter.h"
 #include "archive/Package.h"
 #include "commands/Command.h"
+#include "commands/FindingsText.h"
+#include "commands/LocalShells.h"
+#include "commands/ManifestChecks.h"
 #include "commands/Values.h"
 #include "common/Epoch.h"
 #include "common/Progress.h"
 #include "compose/DescriptionWriter.h"
 #include "compose/Layout.h"
+#include "compose/LayoutPackage.h"
 #include "compose/UpdaterSearch.h"
 #include "io/AtomicFile.h"
 #include "io/Text.h"
@@ -35,7 +39,8 @@ struct BuildOptions {
     std::string manifest = ".";
     std::string output;
     std::string updater;
-    std::string processor;
+    PanelOptions panel;
+    bool isStrict = false;
 };
 
 /// What was built, for the report.
@@ -45,6 +50,7 @@ struct Built {
     std::size_t files = 0; ///< of the payload
     archive::WrittenArchive archive;
     std::vector<std::string> remarks;
+    checks::Findings findings;
 };
 
 bool IsStandardOutput(const std::string& path)
@@ -90,34 +96,76 @@ void RefuseTerminal(const BuildOptions& options, const Output& output)
     }
 }
 
+/// What a package is made of.
+struct BuildPlan {
+    Manifest manifest;
+    format::PanelModel panel;
+    Layout layout;
+};
+
+/// Reads the manifest and finds the files that it names.
+/// @param path  gets the package's
+/// @throws Errors for all that is wrong
+BuildPlan MakePlan(const BuildOptions& options, std::string& path)
+{
+    Mistakes mistakes;
+    BuildPlan plan;
+    plan.manifest = ReadManifest(options.manifest, mistakes);
+    plan.panel = PanelFor(plan.manifest, options.panel, mistakes);
+    if (const format::Processor* const processor = ReadProcessor(options.panel.processor)) {
+        plan.manifest.processor = processor;
+    }
+    path = plan.manifest.name.empty() ? std::string() : OutputPath(options, plan.manifest);
+    plan.layout = MakeLayout(plan.manifest, path, mistakes);
+    mistakes.ThrowAny();
+    return plan;
+}
+
+/// Checks what was built.
+checks::Findings CheckBuilt(const BuildPlan& plan, const std::string& path,
+                            const std::string& updater)
+{
+    LocalShells shells;
+    checks::Expected expected;
+    expected.panel = plan.panel;
+    expected.name = plan.manifest.name;
+    expected.shells = &shells;
+    const std::string file =
+        IsStandardOutput(path) ? plan.manifest.name + archive::kPackageExtension : path;
+    checks::Findings findings;
+    CheckManifest(plan.manifest, plan.layout, LayoutPackage(file, true, plan.layout, updater),
+                  expected, findings);
+    findings.Sort();
+    return findings;
+}
+
 Built BuildPackage(const BuildOptions& options, const Output& output)
 {
-    Manifest manifest = ReadManifest(options.manifest);
-    if (const format::Processor* const processor = ReadProcessor(options.processor)) {
-        manifest.processor = processor;
-    }
     Built built;
-    built.path = OutputPath(options, manifest);
-    Layout layout = MakeLayout(manifest, built.path);
+    const BuildPlan plan = MakePlan(options, built.path);
+    const std::vector<archive::ArchiveItem>& payload = plan.layout.payload;
     built.files = static_cast<std::size_t>(
-        std::count_if(layout.payload.begin(), layout.payload.end(),
+        std::count_if(payload.begin(), payload.end(),
                       [](const archive::ArchiveItem& item) { return !item.isFolder; }));
-    built.remarks = std::move(layout.remarks);
-    built.updater = UpdaterFor(manifest, options.updater);
+    built.updater = UpdaterFor(plan.manifest, options.updater);
+    for (const Remark& remark : plan.layout.remarks) {
+        built.remarks.push_back(remark.where + ": " + remark.what);
+    }
 
-    std::vector<archive::ArchiveItem> items = std::move(layout.payload);
+    std::vector<archive::ArchiveItem> items = payload;
     items.push_back(
-        {archive::kDescriptionName, "", WriteDescription(layout.model->root), false, false});
+        {archive::kDescriptionName, "", WriteDescription(plan.layout.model->root), false, false});
     items.push_back({archive::kUpdaterName, built.updater, std::nullopt, false, true});
     Progress progress(output, "packing");
     archive::ArchiveOptions archive;
-    archive.moment = manifest.timestamp.value_or(SourceDateEpoch().value_or(0));
+    archive.moment = plan.manifest.timestamp.value_or(SourceDateEpoch().value_or(0));
     archive.onProgress = [&progress](double fraction) { progress.Show(fraction); };
     built.archive = archive::WriteArchive(built.path, std::move(items), archive);
+    built.findings = CheckBuilt(plan, built.path, built.updater);
     return built;
 }
 
-void TellAsJson(const Built& built, const Output& output)
+void TellAsJson(const Built& built, const Checked& checked, const Output& output)
 {
     picojson::array remarks;
     for (const std::string& remark : built.remarks) {
@@ -130,6 +178,7 @@ void TellAsJson(const Built& built, const Output& output)
     told["payloadFiles"] = JsonNumber(built.files);
     told["updater"] = JsonText(built.updater);
     told["remarks"] = picojson::value(remarks);
+    AddFindings(told, checked);
     WriteJson(output, picojson::value(told));
 }
 
@@ -137,18 +186,19 @@ io::ExitCode Build(const BuildOptions& options, const Output& output)
 {
     RefuseTerminal(options, output);
     const Built built = BuildPackage(options, output);
+    const Checked checked(built.path, built.findings, options.isStrict);
+    const io::ExitCode code = checked.isClean ? io::ExitCode::kFine : io::ExitCode::kProblems;
     if (output.isJson) {
-        TellAsJson(built, output);
-        return io::ExitCode::kFine;
-    }
-    for (const std::string& remark : built.remarks) {
-        output.err << "kx-package: " << io::Printable(remark) << '\n';
+        TellAsJson(built, checked, output);
+        return code;
     }
     if (!IsStandardOutput(built.path)) {
         output.out << io::Printable(built.path) << ": " << io::SizeText(built.archive.size) << ", "
                    << io::CountText(built.files, "payload file") << '\n';
+        output.out.flush();
     }
-    return io::ExitCode::kFine;
+    WriteProblems(output.err, output, checked);
+    return code;
 }
 
 } // namespace
@@ -173,15 +223,23 @@ void AddBuild(CLI::App& program, Invocation& invocation)
                      "manifest's processor")
         ->type_name(kFileValue);
     command
-        ->add_option("--processor", options->processor,
+        ->add_option("--processor", options->panel.processor,
                      "The panel's processor, instead of the manifest's")
         ->type_name(ChoiceOf(format::ProcessorNames()));
+    AddPanelOption(*command, options->panel.file);
+    command->add_flag("--strict", options->isStrict,
+                      "Warnings of the check at the end are problems, too");
     command->add_flag("--json", invocation.isJson, "Write the result as JSON");
-    command->footer("Examples:\n"
-                    "  kx-package build\n"
-                    "  kx-package build recipes -o /media/usb/\n"
-                    "  kx-package build recipes --updater build/arm/kx_Updater\n"
-                    "  SOURCE_DATE_EPOCH=$(git log -1 --format=%ct) kx-package build");
+    command->footer(
+        "At the end the package is checked, as \"kx-package check\" does it: errors and "
+        "warnings are told.\n"
+        "Exit status: 0 made, 1 problems found (in the manifest: not made; by the "
+        "check: made),\n2 wrong use, 3 could not read or write.\n\n"
+        "Examples:\n"
+        "  kx-package build\n"
+        "  kx-package build recipes -o /media/usb/\n"
+        "  kx-package build recipes --updater build/arm/kx_Updater\n"
+        "  SOURCE_DATE_EPOCH=$(git log -1 --format=%ct) kx-package build");
     command->callback([options, &invocation] {
         invocation.run = [options](const Output& output) { return Build(*options, output); };
     });

@@ -3,9 +3,15 @@
 #include "checks/Checker.h"
 #include "commands/Command.h"
 #include "commands/FindingsText.h"
+#include "commands/LocalShells.h"
+#include "commands/ManifestChecks.h"
 #include "commands/Values.h"
+#include "io/StandardInput.h"
 
+#include <algorithm>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -16,18 +22,32 @@ namespace
 {
 
 struct CheckArguments {
-    std::string path;
-    std::string processor;
+    std::vector<std::string> paths;
+    PanelOptions panel;
     bool isStrict = false;
 };
 
+checks::Findings FindingsOf(const std::string& path, const CheckArguments& arguments,
+                            const checks::Expected& expected)
+{
+    return path != io::kStandardInput && IsManifest(path)
+               ? CheckManifestFile(path, arguments.panel, expected.shells)
+               : checks::CheckPackage(path, expected);
+}
+
 io::ExitCode Check(const Output& output, const CheckArguments& arguments)
 {
-    const checks::Findings findings =
-        checks::CheckPackage(arguments.path, ReadProcessor(arguments.processor));
-    const bool isClean = findings.Count(checks::Severity::kError) == 0 &&
-                         (!arguments.isStrict || findings.Count(checks::Severity::kWarning) == 0);
-    WriteFindings(output, arguments.path, findings, isClean);
+    LocalShells shells;
+    checks::Expected expected;
+    expected.panel = PanelOf(arguments.panel.file, arguments.panel.processor);
+    expected.shells = &shells;
+    std::vector<Checked> all;
+    for (const std::string& path : arguments.paths) {
+        all.emplace_back(path, FindingsOf(path, arguments, expected), arguments.isStrict);
+    }
+    WriteFindings(output, all);
+    const bool isClean =
+        std::all_of(all.begin(), all.end(), [](const Checked& checked) { return checked.isClean; });
     return isClean ? io::ExitCode::kFine : io::ExitCode::kProblems;
 }
 
@@ -39,21 +59,26 @@ void AddCheck(CLI::App& program, Invocation& invocation)
         program.add_subcommand("check", "Find what would go wrong with a package on a panel");
     const auto arguments = std::make_shared<CheckArguments>();
     command
-        ->add_option("package", arguments->path,
-                     "A package file, the folder of an unpacked one, or - for standard input")
+        ->add_option(
+            "package", arguments->paths,
+            "Package files, folders of unpacked ones, manifests or their folders, or - for "
+            "standard input")
         ->type_name(kPackageValue)
         ->required();
     command->add_flag("--json", invocation.isJson, "Write the findings as JSON");
     command->add_flag("--strict", arguments->isStrict, "Warnings are problems, too");
     command
-        ->add_option("--processor", arguments->processor,
+        ->add_option("--processor", arguments->panel.processor,
                      "The panel's processor: is the updater made for it?")
         ->type_name(ChoiceOf(format::ProcessorNames()));
+    AddPanelOption(*command, arguments->panel.file);
     command->footer("Exit status: 0 no problems, 1 problems, 2 wrong use, 3 could not read.\n"
                     "Errors are problems; warnings are with --strict; notes never are.\n"
                     "\n"
                     "Examples:\n"
                     "  kx-package check hello.kx-update\n"
+                    "  kx-package check hello/package.toml\n"
+                    "  kx-package check --panel tp-0700.toml *.kx-update\n"
                     "  kx-package check --strict --processor arm hello.kx-update\n"
                     "  kx-package check --json pkg/ | jq -r '.findings[].id'");
     command->callback([&invocation, arguments] {

@@ -29,6 +29,7 @@ void AddCompletion(CLI::App& program, Invocation& invocation);
 void AddDiff(CLI::App& program, Invocation& invocation);
 void AddInstalled(CLI::App& program, Invocation& invocation);
 void AddNew(CLI::App& program, Invocation& invocation);
+void AddNewPanel(CLI::App& program, Invocation& invocation);
 void AddPlan(CLI::App& program, Invocation& invocation);
 void AddSchema(CLI::App& program, Invocation& invocation);
 void AddShow(CLI::App& program, Invocation& invocation);

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <ostream>
 #include <set>
+#include <utility>
 
 namespace kx::tool
 {
@@ -40,21 +41,32 @@ std::string LocationText(const checks::Location& place, const std::string& packa
     return place.path.empty() ? text : text + " " + place.path;
 }
 
-void WriteText(const Output& output, const std::string& path, const checks::Findings& findings)
+void WriteFinding(std::ostream& to, const Output& output, const std::string& path,
+                  const checks::Finding& finding)
 {
+    const std::string head = std::string(checks::SeverityName(finding.severity)) + ": " +
+                             checks::RuleOf(finding.rule).id;
+    to << Coloured(output, ColourOf(finding.severity), head) << ": "
+       << io::Printable(LocationText(finding.location, path)) << '\n'
+       << "  " << io::Printable(finding.what) << '\n';
+}
+
+/// @param least  what is less severe is left out
+void WriteText(std::ostream& to, const Output& output, const Checked& checked,
+               checks::Severity least)
+{
+    const checks::Findings& findings = checked.findings;
     std::set<checks::RuleId> told;
     for (const checks::Finding& finding : findings.All()) {
-        const checks::Rule& rule = checks::RuleOf(finding.rule);
-        const std::string head =
-            std::string(checks::SeverityName(finding.severity)) + ": " + rule.id;
-        output.out << Coloured(output, ColourOf(finding.severity), head) << ": "
-                   << io::Printable(LocationText(finding.location, path)) << '\n'
-                   << "  " << io::Printable(finding.what) << '\n';
+        if (finding.severity < least) {
+            continue;
+        }
+        WriteFinding(to, output, checked.path, finding);
         if (told.insert(finding.rule).second) {
-            output.out << "  On the panel: " << rule.happens << '\n'
-                       << "  Remedy: " << rule.remedy << '\n';
+            const checks::Rule& rule = checks::RuleOf(finding.rule);
+            to << "  On the panel: " << rule.happens << '\n' << "  Remedy: " << rule.remedy << '\n';
             if (const std::size_t more = findings.Omitted(finding.rule); more != 0) {
-                output.out << "  (" << more << " more of this kind are not listed)\n";
+                to << "  (" << more << " more of this kind are not listed)\n";
             }
         }
     }
@@ -65,7 +77,7 @@ void WriteText(const Output& output, const std::string& path, const checks::Find
     const Colour colour = findings.Count(checks::Severity::kError) != 0     ? Colour::kRed
                           : findings.Count(checks::Severity::kWarning) != 0 ? Colour::kYellow
                                                                             : Colour::kGreen;
-    output.out << io::Printable(path) << ": " << Coloured(output, colour, sum) << '\n';
+    to << io::Printable(checked.path) << ": " << Coloured(output, colour, sum) << '\n';
 }
 
 picojson::value Text(const std::string& text)
@@ -98,9 +110,26 @@ picojson::value JsonOf(const checks::Finding& finding)
     return picojson::value(told);
 }
 
-void WriteDocument(const Output& output, const std::string& path, const checks::Findings& findings,
-                   bool isClean)
+picojson::value DocumentOf(const Checked& checked)
 {
+    picojson::object document;
+    document["package"] = Text(checked.path);
+    AddFindings(document, checked);
+    return picojson::value(document);
+}
+
+} // namespace
+
+Checked::Checked(std::string of, checks::Findings found, bool isStrict)
+    : path(std::move(of)), findings(std::move(found)),
+      isClean(findings.Count(checks::Severity::kError) == 0 &&
+              (!isStrict || findings.Count(checks::Severity::kWarning) == 0))
+{
+}
+
+void AddFindings(picojson::object& document, const Checked& checked)
+{
+    const checks::Findings& findings = checked.findings;
     picojson::array list;
     picojson::object omitted;
     for (const checks::Finding& finding : findings.All()) {
@@ -109,26 +138,41 @@ void WriteDocument(const Output& output, const std::string& path, const checks::
             omitted[checks::RuleOf(finding.rule).id] = JsonNumber(more);
         }
     }
-    picojson::object document;
-    document["package"] = Text(path);
-    document["clean"] = picojson::value(isClean);
+    document["clean"] = picojson::value(checked.isClean);
     document["errors"] = JsonNumber(findings.Count(checks::Severity::kError));
     document["warnings"] = JsonNumber(findings.Count(checks::Severity::kWarning));
     document["notes"] = JsonNumber(findings.Count(checks::Severity::kNote));
     document["findings"] = picojson::value(list);
     document["omitted"] = picojson::value(omitted);
-    WriteJson(output, picojson::value(document));
 }
 
-} // namespace
-
-void WriteFindings(const Output& output, const std::string& path, const checks::Findings& findings,
-                   bool isClean)
+void WriteFindings(const Output& output, const std::vector<Checked>& all)
 {
-    if (output.isJson) {
-        WriteDocument(output, path, findings, isClean);
-    } else {
-        WriteText(output, path, findings);
+    if (!output.isJson) {
+        for (const Checked& checked : all) {
+            WriteText(output.out, output, checked, checks::Severity::kNote);
+        }
+        return;
+    }
+    if (all.size() == 1) {
+        WriteJson(output, DocumentOf(all.front()));
+        return;
+    }
+    bool isClean = true;
+    picojson::array packages;
+    for (const Checked& checked : all) {
+        isClean = isClean && checked.isClean;
+        packages.push_back(DocumentOf(checked));
+    }
+    WriteJson(output, picojson::value(picojson::object{{"clean", picojson::value(isClean)},
+                                                       {"packages", picojson::value(packages)}}));
+}
+
+void WriteProblems(std::ostream& to, const Output& output, const Checked& checked)
+{
+    if (checked.findings.Count(checks::Severity::kError) != 0 ||
+        checked.findings.Count(checks::Severity::kWarning) != 0) {
+        WriteText(to, output, checked, checks::Severity::kWarning);
     }
 }
 

@@ -141,6 +141,7 @@ constexpr NewFile kFiles[] = {
     {"payload/bin/hello", "#!/bin/sh\necho \"Hello from the panel.\"\n"},
     {"payload/etc/hello.conf", "greeting = Hello\n"},
     {"payload/share/greeting.txt", "Hello\n"},
+    {"payload/share/greeting.txt.orig", "Hallo\n"},
     {"payload/share/bin/greet", "#!/bin/sh\ncat /mnt/user/share/hello/greeting.txt\n"},
     {"scripts/startup.sh", "#!/bin/sh\n/mnt/user/bin/hello\n"},
     {"scripts/uninstall.sh", "#!/bin/sh\nrm -f /mnt/user/bin/hello\n"},

@@ -27,6 +27,7 @@ using Process = rehearsal::PlannedCommand::Process;
 
 struct PlanOptions {
     std::string package;
+    std::string panel;
     bool areSecretsShown = false;
     rehearsal::Circumstances where;
 };
@@ -132,7 +133,12 @@ void WriteText(const Output& output, const rehearsal::Plan& plan)
 io::ExitCode RunPlan(const PlanOptions& options, const Output& output)
 {
     const std::unique_ptr<archive::Package> package = archive::OpenPackage(options.package);
-    rehearsal::Plan plan = rehearsal::Rehearse(*package, options.where);
+    rehearsal::Circumstances where = options.where;
+    if (!options.panel.empty()) {
+        const format::PanelModel panel = format::ReadPanelFile(options.panel);
+        where.root = where.root.empty() ? panel.root : where.root;
+    }
+    rehearsal::Plan plan = rehearsal::Rehearse(*package, where);
     for (rehearsal::PlannedCommand& command : plan.commands) {
         if (!options.areSecretsShown) {
             command.command = format::MaskedCommand(command.command);
@@ -170,6 +176,11 @@ void AddPlan(CLI::App& program, Invocation& invocation)
                      "A folder with the files of a panel; without it, a fresh panel")
         ->type_name(kFolderValue)
         ->check(CLI::ExistingDirectory);
+    command
+        ->add_option("--panel", options->panel,
+                     "The description of the panel (see new-panel): the copy of its files that it "
+                     "names counts, unless --root names one")
+        ->type_name(kFileValue);
     command->add_flag("--show-secrets", options->areSecretsShown, "Show passwords, too");
     command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer("Nothing is run and nothing is changed. Scripts, passwords and settings are "

@@ -5,10 +5,15 @@
 #include "commands/Command.h"
 #include "commands/Values.h"
 #include "io/AtomicFile.h"
+#include "io/Nearest.h"
 #include "io/Transfer.h"
+#include "schema/TomlSchemas.h"
 
+#include <array>
 #include <memory>
 #include <ostream>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -18,9 +23,40 @@ namespace kx::tool
 namespace
 {
 
+/// A kind of document that there is a schema of.
+struct Subject {
+    const char* name;
+    picojson::value (*make)();
+};
+
+constexpr std::array<Subject, 3> kSubjects = {
+    {{"description", MakeSchema}, {"manifest", MakeManifestSchema}, {"panel", MakePanelSchema}}};
+
 struct SchemaOptions {
+    std::string subject = kSubjects.front().name;
     std::string output = io::AtomicFile::kStandardOutput;
 };
+
+std::vector<std::string> SubjectNames()
+{
+    std::vector<std::string> names;
+    names.reserve(kSubjects.size());
+    for (const Subject& subject : kSubjects) {
+        names.emplace_back(subject.name);
+    }
+    return names;
+}
+
+picojson::value SchemaOf(const std::string& name)
+{
+    for (const Subject& subject : kSubjects) {
+        if (name == subject.name) {
+            return subject.make();
+        }
+    }
+    throw io::Error(io::ExitCode::kWrongUse, "schema", "there is none of '" + name + "'",
+                    io::NearestRemedy(name, SubjectNames()));
+}
 
 io::ExitCode TellSchema(const SchemaOptions& options, const Output& output)
 {
@@ -28,12 +64,13 @@ io::ExitCode TellSchema(const SchemaOptions& options, const Output& output)
         throw io::Error(io::ExitCode::kWrongUse, "--output", "does not name a file",
                         "name one, or - for standard output");
     }
+    const picojson::value schema = SchemaOf(options.subject);
     if (options.output == io::AtomicFile::kStandardOutput) {
-        WriteJson(output, MakeSchema());
+        WriteJson(output, schema);
         return io::ExitCode::kFine;
     }
     io::AtomicFile file(options.output);
-    io::WriteAll(file.File().Number(), MakeSchema().serialize(true), options.output);
+    io::WriteAll(file.File().Number(), schema.serialize(true), options.output);
     file.Commit();
     if (output.isJson) {
         WriteJson(output, picojson::value(picojson::object{{"file", JsonText(options.output)}}));
@@ -46,8 +83,15 @@ io::ExitCode TellSchema(const SchemaOptions& options, const Output& output)
 void AddSchema(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand(
-        "schema", "Write the JSON Schema of package descriptions, for editors and other tools");
+        "schema",
+        "Write the JSON Schema of what people and tools write, for editors and other tools");
     const auto options = std::make_shared<SchemaOptions>();
+    command
+        ->add_option("subject", options->subject,
+                     "Of what: a package's description, a manifest (package.toml), or the "
+                     "description of a panel (panel.toml)")
+        ->type_name(ChoiceOf(SubjectNames()))
+        ->capture_default_str();
     command
         ->add_option("-o,--output", options->output,
                      "The file to write it to, or - for standard output")
@@ -56,11 +100,12 @@ void AddSchema(CLI::App& program, Invocation& invocation)
     command->add_flag("--json", invocation.isJson,
                       "Write errors as JSON, too, and the name of the file that was made");
     command->footer(
-        "The schema is of draft 2020-12. It is for the JSON behind the byte order mark "
-        "of\nUserPackage.kx-project. It takes what the updater takes, but only the "
+        "The schema is of draft 2020-12. That of a description is for the JSON behind the byte "
+        "order mark of\nUserPackage.kx-project. It takes what the updater takes, but only the "
         "class that\nbelongs in a place, and only kinds of steps and settings that exist.\n\n"
         "Examples:\n"
         "  kx-package schema -o kx-project.schema.json\n"
+        "  kx-package schema manifest -o package.schema.json\n"
         "  tail -c +4 pkg/UserPackage.kx-project >description.json\n"
         "  jsonschema -i description.json kx-project.schema.json");
     command->callback([options, &invocation] {

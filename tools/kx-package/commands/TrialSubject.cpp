@@ -22,6 +22,7 @@ std::string ShownCommand(std::string command)
 std::vector<std::string> RemarksOn(const Installation& installation, const TrialSubject& subject)
 {
     std::vector<std::string> remarks = installation.remarks;
+    remarks.insert(remarks.end(), subject.panelRemarks.begin(), subject.panelRemarks.end());
     if (subject.failedStep == 0 || !installation.isUnpacked) {
         return remarks;
     }

@@ -15,6 +15,7 @@ struct TrialSubject {
     std::string package;        ///< as it was named
     std::size_t failedStep = 0; ///< step that was to fail; 0 for none
     std::string failedCommand;
+    std::vector<std::string> panelRemarks = {}; ///< what the described panel lacks for the package
 };
 
 /// Returns the remarks on an installation, with that on the step that was to fail. A password in

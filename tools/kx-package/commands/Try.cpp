@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
+#include "checks/Checker.h"
 #include "commands/Command.h"
 #include "commands/EmptyPackage.h"
 #include "commands/TrialJson.h"
@@ -30,6 +31,7 @@ namespace
 
 struct TryOptions {
     std::string package;
+    std::string panel;
     std::string device;
     std::string updater;
     std::size_t failedStep = 0;
@@ -49,6 +51,10 @@ void RefuseWrongUse(const TryOptions& options)
     }
     if (options.package != io::kStandardInput) {
         return;
+    }
+    if (!options.panel.empty()) {
+        throw io::Error(io::ExitCode::kWrongUse, "--panel", "needs the package in a file or folder",
+                        "name one instead of -");
     }
     if (options.hasFailedStep) {
         throw io::Error(io::ExitCode::kWrongUse, "--fail", "needs the package in a file or folder",
@@ -81,6 +87,27 @@ void PlanTrial(const TryOptions& options, TrialRequest& request)
     request.road = RoadOf(plan);
 }
 
+/// Returns what a panel of that description would stumble over: the sandboxed one is another.
+std::vector<std::string> RemarksOnPanel(const TryOptions& options)
+{
+    if (options.panel.empty()) {
+        return {};
+    }
+    checks::Expected expected;
+    expected.panel = format::ReadPanelFile(options.panel);
+    const checks::Findings findings = checks::CheckPackage(options.package, expected);
+    std::vector<std::string> remarks;
+    for (const checks::Finding& finding : findings.All()) {
+        if (finding.severity == checks::Severity::kError) {
+            const std::string& place =
+                finding.location.path.empty() ? finding.location.file : finding.location.path;
+            remarks.push_back("on the panel of " + options.panel + ": " + place + " " +
+                              finding.what + " (" + checks::RuleOf(finding.rule).id + ")");
+        }
+    }
+    return remarks;
+}
+
 io::ExitCode Try(const TryOptions& options, const Output& output)
 {
     RefuseWrongUse(options);
@@ -89,6 +116,7 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
         options.package == io::kStandardInput ? options.package : NamedPath(options.package);
     TrialSubject subject;
     subject.package = options.package;
+    subject.panelRemarks = RemarksOnPanel(options);
     PlanTrial(options, request);
     if (request.failure.has_value()) {
         subject.failedStep = options.failedStep;
@@ -165,6 +193,7 @@ void AddTry(CLI::App& program, Invocation& invocation)
         ->add_option("--env", options->environment,
                      "NAME=VALUE for the panel's environment, LANG=ja_JP.UTF-8 for example")
         ->allow_extra_args(false);
+    AddPanelOption(*command, options->panel);
     AddBounds(*command, options->bounds);
     command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer(

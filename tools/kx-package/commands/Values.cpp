@@ -5,6 +5,8 @@
 #include "io/Error.h"
 #include "io/Nearest.h"
 
+#include <CLI/CLI.hpp>
+
 namespace kx::tool
 {
 
@@ -26,6 +28,30 @@ const format::Processor* ReadProcessor(const std::string& word)
                         io::NearestRemedy(word, format::ProcessorNames()));
     }
     return processor;
+}
+
+void AddPanelOption(CLI::App& command, std::string& file)
+{
+    command
+        .add_option("--panel", file,
+                    "The description of the panel that it is for (see new-panel), by which it is "
+                    "judged")
+        ->type_name(kFileValue);
+}
+
+format::PanelModel PanelOf(const std::string& file, const std::string& processor)
+{
+    format::PanelModel panel;
+    if (!file.empty()) {
+        panel = format::ReadPanelFile(file);
+    }
+    if (const format::Processor* const named = ReadProcessor(processor)) {
+        const format::FloatAbi abi = format::FloatAbiOfWord(processor);
+        const bool isOther = named != panel.processor || abi != format::FloatAbi::kUnknown;
+        panel.floatAbi = isOther ? abi : panel.floatAbi;
+        panel.processor = named;
+    }
+    return panel;
 }
 
 } // namespace kx::tool

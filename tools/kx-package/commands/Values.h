@@ -2,10 +2,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "format/Processor.h"
+#include "format/PanelFile.h"
 
 #include <string>
 #include <vector>
+
+namespace CLI
+{
+class App;
+} // namespace CLI
 
 namespace kx::tool
 {
@@ -24,5 +29,15 @@ constexpr const char* kManifestValue = "MANIFEST"; ///< a manifest or its folder
 /// Returns the processor that the option --processor names, null for no word.
 /// @throws Error when there is none of that name
 [[nodiscard]] const format::Processor* ReadProcessor(const std::string& word);
+
+/// Adds the option --panel.
+/// @param file  gets its value; lives as long as the program
+void AddPanelOption(CLI::App& command, std::string& file);
+
+/// Returns what the options --panel and --processor say about the panel; the processor counts where
+/// both name one.
+/// @param file  empty: nothing is known
+/// @throws Error when the file cannot be read, or there is no such processor
+[[nodiscard]] format::PanelModel PanelOf(const std::string& file, const std::string& processor);
 
 } // namespace kx::tool

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <string_view>
+#include <vector>
 
 #include <unistd.h>
 
@@ -39,18 +40,41 @@ picojson::value JsonNumber(std::uint64_t number)
     return picojson::value(static_cast<double>(number));
 }
 
-void WriteError(const Output& output, const io::Error& error)
+namespace
 {
-    if (!output.isJson) {
-        output.err << "kx-package: " << io::Printable(error.Line()) << '\n';
-        return;
-    }
+
+picojson::value JsonOf(const io::Error& error)
+{
     picojson::object told;
     told["code"] = picojson::value(static_cast<double>(error.Code()));
     told["place"] = JsonText(error.Where());
     told["message"] = JsonText(error.what());
     told["remedy"] = JsonText(error.Remedy());
-    WriteJson(output, picojson::value(picojson::object{{"error", picojson::value(told)}}));
+    return picojson::value(told);
+}
+
+} // namespace
+
+void WriteError(const Output& output, const io::Error& error)
+{
+    const auto* const several = dynamic_cast<const io::Errors*>(&error);
+    const std::vector<io::Error> all =
+        several == nullptr ? std::vector<io::Error>{error} : several->All();
+    picojson::array list;
+    for (const io::Error& each : all) {
+        if (!output.isJson) {
+            output.err << "kx-package: " << io::Printable(each.Line()) << '\n';
+        }
+        list.push_back(JsonOf(each));
+    }
+    if (!output.isJson) {
+        return;
+    }
+    picojson::object told = {{"error", JsonOf(error)}};
+    if (all.size() > 1) {
+        told["errors"] = picojson::value(list);
+    }
+    WriteJson(output, picojson::value(told));
 }
 
 std::string Coloured(const Output& output, Colour colour, const std::string& text)

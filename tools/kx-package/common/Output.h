@@ -37,6 +37,7 @@ void WriteJson(const Output& output, const picojson::value& document);
 [[nodiscard]] picojson::value JsonNumber(std::uint64_t number);
 
 /// Tells the error: as a line "kx-package: …" on `err`, or as {"error": {…}} on `out` with isJson.
+/// Of io::Errors each has a line; in JSON the list "errors" holds all of them besides.
 void WriteError(const Output& output, const io::Error& error);
 
 /// The colours of the terminal.

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "compose/Layout.h"
 
+#include "format/Program.h"
 #include "io/Text.h"
 #include "io/Utf8.h"
 #include "io/WholeFile.h"
@@ -63,13 +64,18 @@ bool IsProgram(const std::string& mode)
     return std::any_of(mode.end() - 3, mode.end(), [](char digit) { return (digit - '0') & 1; });
 }
 
-/// Tells whether a file begins like something to run.
+/// Tells whether a file is something to run: a script, or a program and no library.
 bool LooksExecutable(const std::string& path)
 {
     constexpr std::size_t kMarkSize = 4;
     const std::string head = io::ReadFileHead(path, kMarkSize, "read");
-    return head.substr(0, 2) == "#!" || head == "\x7f"
-                                                "ELF";
+    if (head != "\x7f"
+                "ELF") {
+        return head.substr(0, 2) == "#!";
+    }
+    const std::optional<format::Program> program =
+        format::ReadProgram(io::ReadFileHead(path, format::kLargestProgram, "read"));
+    return !program.has_value() || program->kind == format::Program::Kind::kStarted;
 }
 
 /// Returns the last part of a text for the description, as the panel takes it for a name.
@@ -86,9 +92,10 @@ std::string NumberPath(std::size_t step, std::size_t item)
 class Builder
 {
 public:
-    Builder(const Manifest& manifest, const std::string& output)
-        : m_manifest(manifest), m_output(output)
+    Builder(const Manifest& manifest, const std::string& output, Mistakes& mistakes)
+        : m_manifest(manifest), m_output(output), m_mistakes(mistakes)
     {
+        m_layout.origins.resize(manifest.steps.size());
     }
 
     Layout Build()
@@ -96,24 +103,38 @@ public:
         std::vector<std::vector<CopyItem>> items(m_manifest.steps.size());
         for (std::size_t i = 0; i < m_manifest.steps.size(); ++i) {
             for (const ManifestFiles& files : m_manifest.steps[i].files) {
-                AddFiles(files, i, items[i]);
+                Add([&] { AddFiles(files, i, items[i]); }, items[i], m_layout.origins[i]);
             }
             for (const ManifestFolder& folder : m_manifest.steps[i].folders) {
-                AddFolder(folder, i, items[i]);
+                Add([&] { AddFolder(folder, i, items[i]); }, items[i], m_layout.origins[i]);
             }
             if (m_manifest.steps[i].payload.has_value()) {
-                AddOtherTree(*m_manifest.steps[i].payload, std::to_string(i) + "/");
+                m_mistakes.Try(
+                    [&] { AddOtherTree(*m_manifest.steps[i].payload, std::to_string(i) + "/"); });
             }
         }
         if (m_manifest.extra.has_value()) {
-            AddOtherTree(*m_manifest.extra, "");
+            m_mistakes.Try([&] { AddOtherTree(*m_manifest.extra, ""); });
         }
-        RefuseSameNames();
+        m_mistakes.Try([&] { RefuseSameNames(); });
         m_layout.model = MakeModel(m_manifest, items);
         return std::move(m_layout);
     }
 
 private:
+    /// Adds an item of the manifest whole or not at all.
+    template <class Work>
+    void Add(Work work, std::vector<CopyItem>& items, std::vector<ItemOrigin>& origins)
+    {
+        const std::size_t count = items.size();
+        const std::size_t payload = m_layout.payload.size();
+        if (!m_mistakes.Try(work)) {
+            items.resize(count);
+            origins.resize(count);
+            m_layout.payload.resize(payload);
+        }
+    }
+
     /// Finds what a pattern or path stands for; names are below the fixed part of it.
     [[nodiscard]] std::vector<FoundFile> Find(const ManifestFiles& files) const
     {
@@ -178,6 +199,7 @@ private:
                                         std::nullopt, false, IsProgram(files.mode)});
             items.push_back({std::move(source),
                              isIntoFolder ? files.target + file.name : files.target, files.mode});
+            m_layout.origins[step].push_back({files.where, files.targetWhere, files.modeWhere});
         }
     }
 
@@ -186,6 +208,7 @@ private:
         AddOtherTree(item, NumberPath(step, items.size()));
         items.push_back(
             {item.origin.empty() ? item.source : item.origin, TrimmedTarget(item.target), ""});
+        m_layout.origins[step].push_back({item.where, item.targetWhere, item.where});
     }
 
     /// Adds what is in a folder.
@@ -202,6 +225,7 @@ private:
         RefuseIdlePaths(item, "modes", item.modes, found);
         RefuseIdlePaths(item, "names", item.names, found);
         AddTree(item, found, number);
+        TellIdleExcludes(item, folder);
     }
 
     /// What a folder says of a file that is not there was written for another one.
@@ -261,9 +285,9 @@ private:
             const auto mode = item.modes.find(file.name);
             const bool isProgram = FitsAny(item.executable, file.name);
             if (!isProgram && mode == item.modes.end() && LooksExecutable(file.path)) {
-                m_layout.remarks.push_back(item.where + ": " + file.name +
-                                           " looks like a program, but no pattern of 'executable' "
-                                           "matches it; it will not be executable");
+                m_layout.remarks.push_back(
+                    {item.where, file.name + " looks like a program, but no pattern of "
+                                             "'executable' matches it; it will not be executable"});
             }
             m_layout.payload.push_back({number + name, file.path, std::nullopt, false, isProgram});
             if (mode != item.modes.end()) {
@@ -316,6 +340,16 @@ private:
         }
     }
 
+    /// So is one for what stays out; but it may be there for files that come and go.
+    void TellIdleExcludes(const ManifestFolder& item, const std::string& folder)
+    {
+        for (const std::string& pattern : IdlePatterns(folder, item.exclude)) {
+            m_layout.remarks.push_back(
+                {item.excludeWhere,
+                 "nothing in '" + item.source + "' matches '" + pattern + "' of 'exclude'"});
+        }
+    }
+
     /// The panel's record holds a folder's name as it is given, so one form is kept.
     static std::string TrimmedTarget(std::string target)
     {
@@ -327,14 +361,23 @@ private:
 
     const Manifest& m_manifest;
     const std::string& m_output;
+    Mistakes& m_mistakes;
     Layout m_layout;
 };
 
 } // namespace
 
+Layout MakeLayout(const Manifest& manifest, const std::string& output, Mistakes& mistakes)
+{
+    return Builder(manifest, output, mistakes).Build();
+}
+
 Layout MakeLayout(const Manifest& manifest, const std::string& output)
 {
-    return Builder(manifest, output).Build();
+    Mistakes mistakes;
+    Layout layout = MakeLayout(manifest, output, mistakes);
+    mistakes.ThrowAny();
+    return layout;
 }
 
 } // namespace kx::tool

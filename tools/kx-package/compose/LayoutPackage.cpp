@@ -77,4 +77,10 @@ void LayoutPackage::Stream(const std::string& name, const archive::ContentSink& 
     archive::StreamFile(m_sources.at(name), sink);
 }
 
+std::string LayoutPackage::SourceOf(const std::string& name) const
+{
+    const auto found = m_sources.find(name);
+    return found == m_sources.end() ? std::string() : found->second;
+}
+
 } // namespace kx::tool

@@ -33,6 +33,9 @@ public:
     [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override;
     void Stream(const std::string& name, const archive::ContentSink& sink) const override;
 
+    /// Returns the file that an entry is made of; empty when there is none.
+    [[nodiscard]] std::string SourceOf(const std::string& name) const;
+
 private:
     void Add(const archive::ArchiveItem& item, std::vector<archive::PackageEntry>& entries);
 

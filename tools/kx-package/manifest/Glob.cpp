@@ -157,6 +157,23 @@ TreeFilter FilterWithout(const std::vector<std::string>& patterns)
     return {isKept, isKept};
 }
 
+std::vector<std::string> IdlePatterns(const std::string& folder, std::vector<std::string> patterns)
+{
+    std::error_code error;
+    fs::recursive_directory_iterator place(folder, fs::directory_options::skip_permission_denied,
+                                           error);
+    for (; !error && !patterns.empty() && place != fs::recursive_directory_iterator();
+         place.increment(error)) {
+        const std::string name = place->path().lexically_relative(folder).string();
+        patterns.erase(std::remove_if(patterns.begin(), patterns.end(),
+                                      [&name](const std::string& pattern) {
+                                          return MatchesPath(pattern, name);
+                                      }),
+                       patterns.end());
+    }
+    return patterns;
+}
+
 std::vector<FoundFile> ListTree(const std::string& folder, const TreeFilter& filter)
 {
     std::vector<FoundFile> found;

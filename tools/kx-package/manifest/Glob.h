@@ -25,6 +25,11 @@ namespace kx::tool
 /// '/' at its end; empty when there is none. "data/*/x" gives "data", "/x" gives "/".
 [[nodiscard]] std::string FixedFolder(std::string_view pattern);
 
+/// Returns the patterns that fit nothing below a folder. What is in folders that cannot be entered
+/// is not looked at.
+[[nodiscard]] std::vector<std::string> IdlePatterns(const std::string& folder,
+                                                    std::vector<std::string> patterns);
+
 /// A file or folder below a folder.
 struct FoundFile {
     std::string name; ///< path below the folder that was searched

@@ -3,11 +3,11 @@
 #include "manifest/Manifest.h"
 
 #include "common/Epoch.h"
+#include "format/TomlTable.h"
 #include "io/Nearest.h"
 #include "io/Text.h"
 #include "io/WholeFile.h"
 #include "manifest/ManifestSteps.h"
-#include "manifest/TomlTable.h"
 #include "osa/OSA.h"
 #include "panel/Names.h"
 
@@ -42,19 +42,9 @@ std::string FindManifest(const std::string& path)
     return manifest;
 }
 
-toml::table Parse(const std::string& text, const std::string& path)
-{
-    try {
-        return toml::parse(text);
-    } catch (const toml::parse_error& error) {
-        throw io::Error(io::ExitCode::kProblems, WhereOf(path, error.source().begin),
-                        "is not valid TOML: " + std::string(error.description()));
-    }
-}
-
 /// Returns the date of the package: the manifest's own, or that of SOURCE_DATE_EPOCH. The day on
 /// which a package is built is none: the same sources would not give the same package.
-std::string ReadDate(const TomlTable& table)
+std::string ReadDate(const format::TomlTable& table)
 {
     if (std::optional<std::string> date = table.OptionalDate("date")) {
         return *std::move(date);
@@ -66,7 +56,7 @@ std::string ReadDate(const TomlTable& table)
                     "add it, like 2026-11-21, or set SOURCE_DATE_EPOCH");
 }
 
-const format::Processor* ReadProcessor(const TomlTable& table)
+const format::Processor* ReadProcessor(const format::TomlTable& table)
 {
     if (table.Has("updater") && !table.Has("processor")) {
         return nullptr; // it may be for one that is not known here
@@ -82,7 +72,7 @@ const format::Processor* ReadProcessor(const TomlTable& table)
     return processor;
 }
 
-std::string ReadName(const TomlTable& table, const std::string& folder)
+std::string ReadName(const format::TomlTable& table, const std::string& folder)
 {
     if (const std::optional<std::string> name = table.OptionalText("name")) {
         RefuseBadPackageName(*name, io::ExitCode::kProblems, table.Where("name"),
@@ -95,8 +85,18 @@ std::string ReadName(const TomlTable& table, const std::string& folder)
     return path;
 }
 
+/// The file that describes the panel; empty when none is named.
+std::string ReadPanelPath(const format::TomlTable& table, const std::string& folder)
+{
+    const std::optional<std::string> panel = table.OptionalText("panel");
+    if (panel.has_value() && panel->empty()) {
+        throw table.Wrong("panel", "is empty", "name the file that describes the panel");
+    }
+    return panel.has_value() ? PathFrom(folder, *panel) : std::string();
+}
+
 /// Reads the moment that everything in the package is dated by.
-std::optional<std::time_t> ReadTimestamp(const TomlTable& table)
+std::optional<std::time_t> ReadTimestamp(const format::TomlTable& table)
 {
     const std::optional<std::time_t> moment = table.OptionalMoment("timestamp");
     if (moment.has_value() && (*moment < 0 || *moment >= kFirstOf2108)) {
@@ -107,38 +107,84 @@ std::optional<std::time_t> ReadTimestamp(const TomlTable& table)
 }
 
 /// Reads title and so on.
-void ReadTexts(const TomlTable& table, Manifest& manifest)
+void ReadTexts(const format::TomlTable& table, Manifest& manifest, Mistakes& mistakes)
 {
-    manifest.title = table.Text("title", "add it; the panel shows it");
-    manifest.version = table.Text("version", "add it; the panel shows it");
-    manifest.comment = table.OptionalText("comment").value_or("");
-    manifest.model = table.Text("model", "name the panel's model");
-    manifest.osVersion = table.Text("os-version", "name the version of the panel's system");
-    manifest.date = ReadDate(table);
+    const auto read = [&](std::string& text, const char* key, const char* remedy) {
+        mistakes.Try([&] { text = table.Text(key, remedy); });
+    };
+    read(manifest.title, "title", "add it; the panel shows it");
+    read(manifest.version, "version", "add it; the panel shows it");
+    mistakes.Try([&] { manifest.comment = table.OptionalText("comment").value_or(""); });
+    read(manifest.model, "model", "name the panel's model");
+    read(manifest.osVersion, "os-version", "name the version of the panel's system");
+    mistakes.Try([&] { manifest.date = ReadDate(table); });
 }
 
-void ReadIdentity(const TomlTable& table, Manifest& manifest)
+/// Reads what is put in besides the steps' files.
+void ReadAdditions(const format::TomlTable& table, Manifest& manifest, Mistakes& mistakes)
 {
-    std::vector<std::string> keys = {"name", "processor", "updater", "timestamp", "extra"};
+    mistakes.Try([&] { manifest.timestamp = ReadTimestamp(table); });
+    mistakes.Try([&] {
+        if (const std::optional<std::string> updater = table.OptionalText("updater")) {
+            manifest.updater = PathFrom(manifest.folder, *updater);
+        }
+    });
+    mistakes.Try([&] {
+        if (const toml::table* const extra = table.Table("extra")) {
+            manifest.extra = ReadTree(format::TomlTable(*extra, manifest.path, "package.extra"));
+        }
+    });
+}
+
+void ReadIdentity(const format::TomlTable& table, Manifest& manifest, Mistakes& mistakes)
+{
+    const std::vector<std::string> texts = {"title", "version",    "comment",
+                                            "model", "os-version", "date"};
+    std::vector<std::string> keys = {"name", "processor", "panel", "updater", "timestamp", "extra"};
+    for (const std::vector<std::string>& all : {texts, keys}) {
+        for (const std::string& key : all) {
+            manifest.where[key] = table.Where(key.c_str());
+        }
+    }
     const bool isVerbatim = table.Has("description-file");
     if (isVerbatim) {
         keys.emplace_back("description-file");
-        table.RefuseOtherKeysThan(keys);
-        manifest.texts = ReadVerbatimObject(table, manifest.folder);
     } else {
-        keys.insert(keys.begin(), {"title", "version", "comment", "model", "os-version", "date"});
-        table.RefuseOtherKeysThan(keys);
-        ReadTexts(table, manifest);
+        keys.insert(keys.begin(), texts.begin(), texts.end());
     }
-    manifest.processor = ReadProcessor(table);
-    manifest.name = ReadName(table, manifest.folder);
-    manifest.timestamp = ReadTimestamp(table);
-    if (const std::optional<std::string> updater = table.OptionalText("updater")) {
-        manifest.updater = PathFrom(manifest.folder, *updater);
+    mistakes.Try([&] { table.RefuseOtherKeysThan(keys); });
+    if (isVerbatim) {
+        mistakes.Try([&] { manifest.texts = ReadVerbatimObject(table, manifest.folder); });
+    } else {
+        ReadTexts(table, manifest, mistakes);
     }
-    if (const toml::table* const extra = table.Table("extra")) {
-        manifest.extra = ReadTree(TomlTable(*extra, manifest.path, "package.extra"));
-    }
+    mistakes.Try([&] {
+        manifest.processor = ReadProcessor(table);
+        manifest.floatAbi = format::FloatAbiOfWord(table.OptionalText("processor").value_or(""));
+    });
+    mistakes.Try([&] { manifest.panel = ReadPanelPath(table, manifest.folder); });
+    mistakes.Try([&] { manifest.name = ReadName(table, manifest.folder); });
+    ReadAdditions(table, manifest, mistakes);
+}
+
+void ReadDocument(const format::TomlTable& root, Manifest& manifest, Mistakes& mistakes)
+{
+    mistakes.Try([&] { root.RefuseOtherKeysThan({"package", "steps"}); });
+    mistakes.Try([&] {
+        const toml::table* const identity = root.Table("package");
+        if (identity == nullptr) {
+            throw io::Error(io::ExitCode::kProblems, manifest.path, "there is no [package]",
+                            "begin with [package] and its title");
+        }
+        ReadIdentity(format::TomlTable(*identity, manifest.path, "package"), manifest, mistakes);
+    });
+    mistakes.Try([&] {
+        for (const format::TomlTable& step : root.Tables("steps")) {
+            if (std::optional<ManifestStep> read = ReadStep(step, manifest.folder, mistakes)) {
+                manifest.steps.push_back(*std::move(read));
+            }
+        }
+    });
 }
 
 } // namespace
@@ -180,26 +226,25 @@ void RefuseBadPackageName(const std::string& name, io::ExitCode code, const std:
     }
 }
 
-Manifest ReadManifest(const std::string& path)
+Manifest ReadManifest(const std::string& path, Mistakes& mistakes)
 {
     Manifest manifest;
     manifest.path = FindManifest(path);
     const fs::path folder = fs::path(manifest.path).parent_path();
     manifest.folder = folder.empty() ? "." : folder.string();
-    const toml::table document =
-        Parse(io::ReadWholeFile(manifest.path, kLargestManifest), manifest.path);
+    const std::string text = io::ReadWholeFile(manifest.path, kLargestManifest);
+    mistakes.Try([&] {
+        const toml::table document = format::ParseToml(text, manifest.path);
+        ReadDocument(format::TomlTable(document, manifest.path, ""), manifest, mistakes);
+    });
+    return manifest;
+}
 
-    const TomlTable root(document, manifest.path, "");
-    root.RefuseOtherKeysThan({"package", "steps"});
-    const toml::table* const identity = root.Table("package");
-    if (identity == nullptr) {
-        throw io::Error(io::ExitCode::kProblems, manifest.path, "there is no [package]",
-                        "begin with [package] and its title");
-    }
-    ReadIdentity(TomlTable(*identity, manifest.path, "package"), manifest);
-    for (const TomlTable& step : root.Tables("steps")) {
-        manifest.steps.push_back(ReadStep(step, manifest.folder));
-    }
+Manifest ReadManifest(const std::string& path)
+{
+    Mistakes mistakes;
+    Manifest manifest = ReadManifest(path, mistakes);
+    mistakes.ThrowAny();
     return manifest;
 }
 

@@ -7,6 +7,7 @@
 #include "format/Kinds.h"
 #include "format/Processor.h"
 #include "io/Error.h"
+#include "manifest/Mistakes.h"
 
 #include <ctime>
 #include <map>
@@ -27,7 +28,10 @@ struct ManifestFiles {
     std::string source; ///< path or pattern below the manifest's folder, or an absolute one
     std::string target; ///< file on the panel, or folder when it ends in '/'
     std::string mode;   ///< three or four octal digits
-    std::string where;  ///< file, line and column of `source`
+    // File, line and column of these three.
+    std::string where;
+    std::string targetWhere;
+    std::string modeWhere;
     std::string origin; ///< what the description says instead of `source`, and the package's name
                         ///< of the file; empty for the source itself
 };
@@ -38,7 +42,9 @@ struct ManifestFolder {
     std::string target;
     std::vector<std::string> exclude;    ///< patterns of what stays out, below the folder
     std::vector<std::string> executable; ///< patterns of files that are programs
-    std::string where;
+    std::string where;                   ///< file, line and column of `source`
+    std::string targetWhere;
+    std::string excludeWhere;
     std::string origin; ///< what the description says instead of `source`; empty for that itself
     std::map<std::string, unsigned> modes;    ///< of files, by their path below the folder
     std::map<std::string, std::string> names; ///< in the package, of files and of empty folders
@@ -49,6 +55,8 @@ struct ManifestSetting {
     const format::SettingKind* kind = nullptr;
     bool isUsed = true;
     std::vector<std::pair<std::string, std::string>> values; ///< as written
+    std::string where;                                       ///< file, line and column of `kind`
+    std::vector<std::string> valuesWhere;                    ///< of the values, in their order
 };
 
 /// An object of the description that is taken as it is.
@@ -73,7 +81,10 @@ struct ManifestStep {
     std::vector<ManifestSetting> settings;
     ManifestObject verbatim; ///< the step itself, of the kind kVerbatimKind
     std::optional<ManifestFolder>
-        payload; ///< likewise: what is in the package's folder of the step
+        payload;       ///< likewise: what is in the package's folder of the step
+    std::string where; ///< file, line and column
+    std::string installWhere;
+    std::string uninstallWhere;
 };
 
 /// What an author wrote about a package. Texts are UTF-8 without zero characters; those that were
@@ -89,17 +100,26 @@ struct Manifest {
     std::string osVersion;
     std::string date;
     const format::Processor* processor = nullptr; ///< null only beside an updater of its own
-    std::string updater;                          ///< path of the packed updater; may be empty
-    std::optional<std::time_t> timestamp;         ///< of everything in the package
-    ManifestObject texts;                         ///< the root with title and so on, if it is one
-    std::optional<ManifestFolder> extra;          ///< what is in the package besides
+    format::FloatAbi floatAbi = format::FloatAbi::kUnknown; ///< as the word for the processor says
+    std::string panel;                    ///< path of the panel's description; may be empty
+    std::string updater;                  ///< path of the packed updater; may be empty
+    std::optional<std::time_t> timestamp; ///< of everything in the package
+    ManifestObject texts;                 ///< the root with title and so on, if it is one
+    std::optional<ManifestFolder> extra;  ///< what is in the package besides
     std::vector<ManifestStep> steps;
+    std::map<std::string, std::string> where; ///< file, line and column of the identity's keys
 };
 
 /// Reads a manifest.
 /// @param path  the manifest, or the folder in which it lies as kManifestName
-/// @throws Error for the first thing that is wrong, with its place and what to do
+/// @throws Errors for all that is wrong, each with its place and what to do
 [[nodiscard]] Manifest ReadManifest(const std::string& path);
+
+/// Reads a manifest as far as that is possible.
+/// @param mistakes  gets all that is wrong. Steps and items with a mistake are left out; the
+///                  processor is null when it has one
+/// @throws Error when the file cannot be read
+[[nodiscard]] Manifest ReadManifest(const std::string& path, Mistakes& mistakes);
 
 /// Makes a name for a package's file, without the extension, that panels take well of any other.
 [[nodiscard]] std::string AcceptedPackageName(std::string name);

@@ -25,7 +25,7 @@ constexpr const char* kDefaultMode = "644";
 
 /// Finds the kind that a table names.
 template <class Kind>
-const Kind* ReadKind(const TomlTable& table, const std::vector<const Kind*>& kinds)
+const Kind* ReadKind(const format::TomlTable& table, const std::vector<const Kind*>& kinds)
 {
     const std::vector<std::string> names = format::NamesOf(kinds);
     const std::string name = table.Text("kind", "add it; " + io::NearestRemedy("", names));
@@ -38,7 +38,7 @@ const Kind* ReadKind(const TomlTable& table, const std::vector<const Kind*>& kin
 }
 
 /// Returns a path for the panel that means there what it says here.
-std::string ReadTarget(const TomlTable& table)
+std::string ReadTarget(const format::TomlTable& table)
 {
     std::string target = table.Text("target", "write the full path on the panel");
     if (target.empty() || target[0] != '/') {
@@ -51,7 +51,7 @@ std::string ReadTarget(const TomlTable& table)
     return target;
 }
 
-std::string ReadSource(const TomlTable& table, const std::string& remedy)
+std::string ReadSource(const format::TomlTable& table, const std::string& remedy)
 {
     std::string source = table.Text("source", remedy);
     if (source.empty()) {
@@ -60,7 +60,7 @@ std::string ReadSource(const TomlTable& table, const std::string& remedy)
     return source;
 }
 
-std::string ReadMode(const TomlTable& table)
+std::string ReadMode(const format::TomlTable& table)
 {
     std::string mode = table.OptionalText("mode").value_or(kDefaultMode);
     const bool isOctal = mode.find_first_not_of("01234567") == std::string::npos;
@@ -73,7 +73,7 @@ std::string ReadMode(const TomlTable& table)
 
 /// Reads what the description is to say instead of the source; its last part names the file in the
 /// package.
-std::string ReadFileOrigin(const TomlTable& table, const std::string& source)
+std::string ReadFileOrigin(const format::TomlTable& table, const std::string& source)
 {
     std::string origin = table.OptionalText("origin").value_or("");
     if (origin.empty()) {
@@ -90,18 +90,23 @@ std::string ReadFileOrigin(const TomlTable& table, const std::string& source)
     return origin;
 }
 
-ManifestFiles ReadFiles(const TomlTable& table)
+ManifestFiles ReadFiles(const format::TomlTable& table)
 {
     table.RefuseOtherKeysThan({"source", "target", "mode", "origin"});
     const std::string remedy = "name a file, or files by a pattern like \"bin/*\"";
-    ManifestFiles files = {
-        ReadSource(table, remedy), ReadTarget(table), ReadMode(table), table.Where("source"), {}};
+    ManifestFiles files = {ReadSource(table, remedy),
+                           ReadTarget(table),
+                           ReadMode(table),
+                           table.Where("source"),
+                           table.Where("target"),
+                           table.Where("mode"),
+                           {}};
     files.origin = ReadFileOrigin(table, files.source);
     return files;
 }
 
 /// Makes the error of what a table says of a path.
-io::Error WrongEntry(const TomlTable& table, const char* key, const std::string& path,
+io::Error WrongEntry(const format::TomlTable& table, const char* key, const std::string& path,
                      const std::string& value, const char* wanted, const std::string& remedy)
 {
     return table.Wrong(key, "has '" + value + "' for '" + path + "', which is no " + wanted,
@@ -109,7 +114,7 @@ io::Error WrongEntry(const TomlTable& table, const char* key, const std::string&
 }
 
 /// Reads the modes of single files of a folder.
-std::map<std::string, unsigned> ReadModes(const TomlTable& table)
+std::map<std::string, unsigned> ReadModes(const format::TomlTable& table)
 {
     std::map<std::string, unsigned> modes;
     for (const auto& [path, mode] : table.TextsByKey("modes")) {
@@ -124,7 +129,7 @@ std::map<std::string, unsigned> ReadModes(const TomlTable& table)
 }
 
 /// Reads what files of a folder are called in the package where that is not their own name.
-std::map<std::string, std::string> ReadNames(const TomlTable& table)
+std::map<std::string, std::string> ReadNames(const format::TomlTable& table)
 {
     std::map<std::string, std::string> names;
     for (auto& [path, name] : table.TextsByKey("names")) {
@@ -144,30 +149,32 @@ std::map<std::string, std::string> ReadNames(const TomlTable& table)
 }
 
 /// Reads what folders have in common, whatever they are for.
-void ReadTreeInto(const TomlTable& table, ManifestFolder& folder)
+void ReadTreeInto(const format::TomlTable& table, ManifestFolder& folder)
 {
     folder.source = ReadSource(table, "name the folder");
     folder.exclude = table.Texts("exclude");
     folder.executable = table.Texts("executable");
     folder.where = table.Where("source");
+    folder.excludeWhere = table.Where("exclude");
     folder.modes = ReadModes(table);
     folder.names = ReadNames(table);
 }
 
-ManifestFolder ReadFolder(const TomlTable& table)
+ManifestFolder ReadFolder(const format::TomlTable& table)
 {
     table.RefuseOtherKeysThan(
         {"source", "target", "exclude", "executable", "modes", "names", "origin"});
     ManifestFolder folder;
     ReadTreeInto(table, folder);
     folder.target = ReadTarget(table);
+    folder.targetWhere = table.Where("target");
     folder.origin = table.OptionalText("origin").value_or("");
     return folder;
 }
 
 /// Reads a script from the file that a key names.
-std::string ReadScriptFile(const TomlTable& table, const char* key, const std::string& named,
-                           const std::string& folder)
+std::string ReadScriptFile(const format::TomlTable& table, const char* key,
+                           const std::string& named, const std::string& folder)
 {
     std::string text;
     try {
@@ -183,7 +190,7 @@ std::string ReadScriptFile(const TomlTable& table, const char* key, const std::s
 }
 
 /// Reads a script that is given as a text or as the name of a file.
-std::optional<std::string> ReadScript(const TomlTable& table, const char* key,
+std::optional<std::string> ReadScript(const format::TomlTable& table, const char* key,
                                       const std::string& folder)
 {
     const std::string fileKey = std::string(key) + "-file";
@@ -199,8 +206,17 @@ std::optional<std::string> ReadScript(const TomlTable& table, const char* key,
     return text.has_value() ? std::optional(Replace_CRLF_to_LF(*text)) : std::nullopt;
 }
 
-void ReadScripts(const TomlTable& table, const std::string& folder, ManifestStep& step)
+/// Where a script stands that is given as a text or as the name of a file.
+std::string WhereOfScript(const format::TomlTable& table, const char* key)
 {
+    const std::string fileKey = std::string(key) + "-file";
+    return table.Where(table.Has(key) ? key : fileKey.c_str());
+}
+
+void ReadScripts(const format::TomlTable& table, const std::string& folder, ManifestStep& step)
+{
+    step.installWhere = WhereOfScript(table, "install");
+    step.uninstallWhere = WhereOfScript(table, "uninstall");
     std::optional<std::string> install = ReadScript(table, "install", folder);
     if (!install.has_value()) {
         throw io::Error(io::ExitCode::kProblems, table.Where(),
@@ -213,7 +229,7 @@ void ReadScripts(const TomlTable& table, const std::string& folder, ManifestStep
 
 /// Reads one setting. The names and values keep the order in which they are written, because the
 /// setting tool gets its words in that order.
-ManifestSetting ReadSetting(const TomlTable& table, const std::string& folder)
+ManifestSetting ReadSetting(const format::TomlTable& table, const std::string& folder)
 {
     ManifestSetting setting;
     setting.kind = ReadKind(table, format::SettingKinds());
@@ -223,11 +239,13 @@ ManifestSetting ReadSetting(const TomlTable& table, const std::string& folder)
         keys.insert(keys.end(), {"script", "script-file"});
     }
     table.RefuseOtherKeysThan(keys);
+    setting.where = table.Where("kind");
     setting.isUsed = table.Flag("used", true);
     if (const toml::table* const values = table.Table("values")) {
-        const TomlTable named(*values, table.File(), table.Name() + ".values");
-        for (const std::string& key : KeysAsWritten(*values)) {
+        const format::TomlTable named(*values, table.File(), table.Name() + ".values");
+        for (const std::string& key : named.Keys()) {
             setting.values.emplace_back(key, named.Text(key.c_str(), ""));
+            setting.valuesWhere.push_back(named.Where(key.c_str()));
         }
     }
     if (!isAutoStart) {
@@ -242,13 +260,14 @@ ManifestSetting ReadSetting(const TomlTable& table, const std::string& folder)
                               "keep one of them");
         }
         setting.values.emplace_back(format::kCustomScriptItem, *std::move(script));
+        setting.valuesWhere.push_back(WhereOfScript(table, "script"));
     }
     return setting;
 }
 
 /// Refuses a step without anything to do.
 template <class Things>
-Things NotEmpty(const TomlTable& table, const char* key, Things things)
+Things NotEmpty(const format::TomlTable& table, const char* key, Things things)
 {
     if (things.empty()) {
         throw io::Error(io::ExitCode::kProblems, table.Where(),
@@ -256,6 +275,16 @@ Things NotEmpty(const TomlTable& table, const char* key, Things things)
                         std::string("add [[steps.") + key + "]] below it");
     }
     return things;
+}
+
+/// Reads the items of a step, all but those with a mistake.
+template <class Item, class Read>
+void ReadItems(const format::TomlTable& table, const char* key, std::vector<Item>& items,
+               Mistakes& mistakes, Read read)
+{
+    for (const format::TomlTable& item : NotEmpty(table, key, table.Tables(key))) {
+        mistakes.Try([&] { items.push_back(read(item)); });
+    }
 }
 
 /// Returns the keys that a step of the kind may have.
@@ -285,14 +314,16 @@ const std::vector<const format::StepKind*>& ManifestKinds()
     return kKinds;
 }
 
-ManifestStep ReadVerbatimStep(const TomlTable& table, const std::string& folder)
+ManifestStep ReadVerbatimStep(const format::TomlTable& table, const std::string& folder)
 {
     table.RefuseOtherKeysThan({"kind", "description-file", "payload"});
     ManifestStep step;
     step.kind = &kVerbatimKind;
+    step.where = table.Where();
     step.verbatim = ReadVerbatimObject(table, folder);
     if (const toml::table* const payload = table.Table("payload")) {
-        step.payload = ReadTree(TomlTable(*payload, table.File(), table.Name() + ".payload"));
+        step.payload =
+            ReadTree(format::TomlTable(*payload, table.File(), table.Name() + ".payload"));
     }
     return step;
 }
@@ -301,7 +332,7 @@ ManifestStep ReadVerbatimStep(const TomlTable& table, const std::string& folder)
 
 const format::StepKind kVerbatimKind = {"verbatim", "", nullptr, "is taken as it is"};
 
-ManifestFolder ReadTree(const TomlTable& table)
+ManifestFolder ReadTree(const format::TomlTable& table)
 {
     table.RefuseOtherKeysThan({"source", "exclude", "executable", "modes", "names"});
     ManifestFolder folder;
@@ -309,7 +340,7 @@ ManifestFolder ReadTree(const TomlTable& table)
     return folder;
 }
 
-ManifestObject ReadVerbatimObject(const TomlTable& table, const std::string& folder)
+ManifestObject ReadVerbatimObject(const format::TomlTable& table, const std::string& folder)
 {
     constexpr const char* kKey = "description-file";
     ManifestObject object;
@@ -344,33 +375,37 @@ std::string PathFrom(const std::string& folder, const std::string& named)
     return !named.empty() && named[0] == '/' ? named : folder + "/" + named;
 }
 
-ManifestStep ReadStep(const TomlTable& table, const std::string& folder)
+std::optional<ManifestStep> ReadStep(const format::TomlTable& table, const std::string& folder,
+                                     Mistakes& mistakes)
 {
     ManifestStep step;
-    step.kind = ReadKind(table, ManifestKinds());
+    step.where = table.Where();
+    if (!mistakes.Try([&] { step.kind = ReadKind(table, ManifestKinds()); })) {
+        return {};
+    }
     if (step.kind == &kVerbatimKind) {
-        return ReadVerbatimStep(table, folder);
+        const bool isRead = mistakes.Try([&] { step = ReadVerbatimStep(table, folder); });
+        return isRead ? std::optional(step) : std::nullopt;
     }
-    table.RefuseOtherKeysThan(KeysOf(*step.kind));
-    step.comment = table.OptionalText("comment").value_or("");
-    step.canSkip = table.Flag("skip", false);
-    step.isRecorded = table.Flag("record", true);
-    if (step.kind == &format::kCopyFilesKind) {
-        for (const TomlTable& files : NotEmpty(table, "files", table.Tables("files"))) {
-            step.files.push_back(ReadFiles(files));
+    mistakes.Try([&] { table.RefuseOtherKeysThan(KeysOf(*step.kind)); });
+    mistakes.Try([&] { step.comment = table.OptionalText("comment").value_or(""); });
+    mistakes.Try([&] { step.canSkip = table.Flag("skip", false); });
+    mistakes.Try([&] { step.isRecorded = table.Flag("record", true); });
+    const bool isWhole = mistakes.Try([&] {
+        if (step.kind == &format::kCopyFilesKind) {
+            ReadItems(table, "files", step.files, mistakes, ReadFiles);
+        } else if (step.kind == &format::kCopyFolderKind) {
+            ReadItems(table, "folders", step.folders, mistakes, ReadFolder);
+        } else if (step.kind == &format::kScriptKind) {
+            ReadScripts(table, folder, step);
+        } else {
+            ReadItems(table, "settings", step.settings, mistakes,
+                      [&](const format::TomlTable& item) { return ReadSetting(item, folder); });
         }
-    } else if (step.kind == &format::kCopyFolderKind) {
-        for (const TomlTable& item : NotEmpty(table, "folders", table.Tables("folders"))) {
-            step.folders.push_back(ReadFolder(item));
-        }
-    } else if (step.kind == &format::kScriptKind) {
-        ReadScripts(table, folder, step);
-    } else {
-        for (const TomlTable& setting : NotEmpty(table, "settings", table.Tables("settings"))) {
-            step.settings.push_back(ReadSetting(setting, folder));
-        }
-    }
-    return step;
+    });
+    const bool isEmpty = step.files.empty() && step.folders.empty() && step.settings.empty();
+    return !isWhole || (isEmpty && step.kind != &format::kScriptKind) ? std::nullopt
+                                                                      : std::optional(step);
 }
 
 } // namespace kx::tool

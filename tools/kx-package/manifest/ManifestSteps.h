@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "format/TomlTable.h"
 #include "manifest/Manifest.h"
-#include "manifest/TomlTable.h"
 
 namespace kx::tool
 {
@@ -12,16 +12,19 @@ namespace kx::tool
 constexpr const char* kDefaultUninstall = "#!/bin/sh\n";
 
 /// Reads one step of a manifest.
-/// @param folder  the manifest's folder, for scripts in files of their own
-/// @throws Error for the first thing that is wrong
-[[nodiscard]] ManifestStep ReadStep(const TomlTable& table, const std::string& folder);
+/// @param folder    the manifest's folder, for scripts in files of their own
+/// @param mistakes  gets all that is wrong; items with a mistake are left out
+/// @return nothing when there is nothing left of the step
+[[nodiscard]] std::optional<ManifestStep> ReadStep(const format::TomlTable& table,
+                                                   const std::string& folder, Mistakes& mistakes);
 
 /// Reads the folder that a table tells of, without a target.
-[[nodiscard]] ManifestFolder ReadTree(const TomlTable& table);
+[[nodiscard]] ManifestFolder ReadTree(const format::TomlTable& table);
 
 /// Reads the object of a description that is in the file which the table names as description-file.
 /// @throws Error where it is no JSON object
-[[nodiscard]] ManifestObject ReadVerbatimObject(const TomlTable& table, const std::string& folder);
+[[nodiscard]] ManifestObject ReadVerbatimObject(const format::TomlTable& table,
+                                                const std::string& folder);
 
 /// Returns the path by which a file that a manifest names is opened.
 [[nodiscard]] std::string PathFrom(const std::string& folder, const std::string& named);

@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "manifest/TomlTable.h"
+#include "format/TomlTable.h"
 
 #include "io/Nearest.h"
 
@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <utility>
 
-namespace kx::tool
+namespace kx::format
 {
 
 namespace
@@ -41,6 +41,16 @@ std::string QuotedKey(const std::string& table, const std::string& key)
 }
 
 } // namespace
+
+toml::table ParseToml(const std::string& text, const std::string& file)
+{
+    try {
+        return toml::parse(text);
+    } catch (const toml::parse_error& error) {
+        throw io::Error(io::ExitCode::kProblems, WhereOf(file, error.source().begin),
+                        "is not valid TOML: " + std::string(error.description()));
+    }
+}
 
 std::string WhereOf(const std::string& file, const toml::source_position& position)
 {
@@ -148,6 +158,25 @@ std::vector<std::string> TomlTable::Texts(const char* key) const
     return texts;
 }
 
+std::vector<std::int64_t> TomlTable::Numbers(const char* key) const
+{
+    std::vector<std::int64_t> numbers;
+    const toml::node* const node = m_table.get(key);
+    if (node == nullptr) {
+        return numbers;
+    }
+    if (!node->is_array()) {
+        throw WrongType(*node, key, "an array of whole numbers");
+    }
+    for (const toml::node& element : *node->as_array()) {
+        if (!element.is_integer()) {
+            throw WrongType(element, key, "an array of whole numbers");
+        }
+        numbers.push_back(element.as_integer()->get());
+    }
+    return numbers;
+}
+
 std::vector<std::pair<std::string, std::string>> TomlTable::TextsByKey(const char* key) const
 {
     std::vector<std::pair<std::string, std::string>> texts;
@@ -211,6 +240,29 @@ std::vector<TomlTable> TomlTable::Tables(const char* key) const
     return tables;
 }
 
+std::optional<std::int64_t> TomlTable::OptionalNumber(const char* key, std::int64_t least,
+                                                      std::int64_t most) const
+{
+    const toml::node* const node = m_table.get(key);
+    if (node == nullptr) {
+        return std::nullopt;
+    }
+    if (!node->is_integer()) {
+        throw WrongType(*node, key, "a whole number");
+    }
+    const std::int64_t number = node->as_integer()->get();
+    if (number < least || number > most) {
+        throw Wrong(key, "is " + std::to_string(number),
+                    "write a number from " + std::to_string(least) + " to " + std::to_string(most));
+    }
+    return number;
+}
+
+std::vector<std::string> TomlTable::Keys() const
+{
+    return KeysAsWritten(m_table);
+}
+
 std::optional<std::string> TomlTable::OptionalDate(const char* key) const
 {
     const toml::node* const node = m_table.get(key);
@@ -228,16 +280,25 @@ std::optional<std::string> TomlTable::OptionalDate(const char* key) const
     return text.data();
 }
 
-void TomlTable::RefuseOtherKeysThan(const std::vector<std::string>& known) const
+std::vector<io::Error> TomlTable::OtherKeysThan(const std::vector<std::string>& known) const
 {
+    std::vector<io::Error> others;
     for (const std::string& key : KeysAsWritten(m_table)) {
         if (std::find(known.begin(), known.end(), key) == known.end()) {
             const auto place = m_table.find(key)->first.source().begin;
-            throw io::Error(io::ExitCode::kProblems, WhereOf(m_file, place),
-                            QuotedKey(m_name, key) + " is not known here",
-                            io::NearestRemedy(key, known));
+            others.emplace_back(io::ExitCode::kProblems, WhereOf(m_file, place),
+                                QuotedKey(m_name, key) + " is not known here",
+                                io::NearestRemedy(key, known));
         }
+    }
+    return others;
+}
+
+void TomlTable::RefuseOtherKeysThan(const std::vector<std::string>& known) const
+{
+    if (const std::vector<io::Error> others = OtherKeysThan(known); !others.empty()) {
+        throw io::Errors(others);
     }
 }
 
-} // namespace kx::tool
+} // namespace kx::format

@@ -4,6 +4,7 @@
 
 #include "io/Error.h"
 
+#include <cstdint>
 #include <ctime>
 #include <optional>
 #include <string>
@@ -12,15 +13,15 @@
 
 #include <toml++/toml.h>
 
-namespace kx::tool
+namespace kx::format
 {
 
-/// A table of a manifest: hands out the values of keys as the types that are wanted. Everything
+/// A table of a TOML file: hands out the values of keys as the types that are wanted. Everything
 /// that is wrong is an Error with file, line and column.
 class TomlTable
 {
 public:
-    /// @param file  the manifest's path, for messages
+    /// @param file  the path, for messages
     /// @param name  what messages call the table: "package", "steps[2]"
     TomlTable(const toml::table& table, const std::string& file, std::string name)
         : m_table(table), m_file(file), m_name(std::move(name))
@@ -40,6 +41,9 @@ public:
     /// Returns an array of texts; empty when the key is missing.
     [[nodiscard]] std::vector<std::string> Texts(const char* key) const;
 
+    /// Returns an array of whole numbers; empty when the key is missing.
+    [[nodiscard]] std::vector<std::int64_t> Numbers(const char* key) const;
+
     /// Returns the texts of a table with their keys, as written; empty when the key is missing.
     [[nodiscard]] std::vector<std::pair<std::string, std::string>>
     TextsByKey(const char* key) const;
@@ -53,13 +57,25 @@ public:
     /// Returns the tables of an array of tables; empty when the key is missing.
     [[nodiscard]] std::vector<TomlTable> Tables(const char* key) const;
 
+    /// Returns a whole number, or nothing when the key is missing.
+    /// @throws Error when it is none, or not between @p least and @p most
+    [[nodiscard]] std::optional<std::int64_t> OptionalNumber(const char* key, std::int64_t least,
+                                                             std::int64_t most) const;
+
     /// Returns a date as "2026/11/21", from a text as it stands or a TOML date.
     [[nodiscard]] std::optional<std::string> OptionalDate(const char* key) const;
 
+    /// Returns an error for every key that is not among the known ones.
+    [[nodiscard]] std::vector<io::Error> OtherKeysThan(const std::vector<std::string>& known) const;
+
     /// Refuses every key that is not among the known ones.
+    /// @throws Errors
     void RefuseOtherKeysThan(const std::vector<std::string>& known) const;
 
     [[nodiscard]] bool Has(const char* key) const { return m_table.contains(key); }
+
+    /// Returns the keys in the order in which they are written.
+    [[nodiscard]] std::vector<std::string> Keys() const;
 
     /// Returns file, line and column of the value of a key, or of the table itself.
     [[nodiscard]] std::string Where(const char* key) const;
@@ -82,10 +98,15 @@ private:
     std::string m_name;
 };
 
+/// Reads the text of a TOML file.
+/// @param file  the path, for messages
+/// @throws Error "is not valid TOML: …", with line and column
+[[nodiscard]] toml::table ParseToml(const std::string& text, const std::string& file);
+
 /// Returns "file:line:column" of a node.
 [[nodiscard]] std::string WhereOf(const std::string& file, const toml::source_position& position);
 
 /// Returns the keys of a table in the order in which they are written.
 [[nodiscard]] std::vector<std::string> KeysAsWritten(const toml::table& table);
 
-} // namespace kx::tool
+} // namespace kx::format

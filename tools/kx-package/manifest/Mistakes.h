@@ -1,0 +1,48 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "io/Error.h"
+
+#include <utility>
+#include <vector>
+
+namespace kx::tool
+{
+
+/// What is wrong with a manifest: all of it, so that an author corrects it in one go.
+class Mistakes
+{
+public:
+    /// Does a piece of the work. An Error that it throws is kept, and the work goes on behind it.
+    /// @return false when there was one
+    template <class Work>
+    bool Try(Work work)
+    {
+        try {
+            work();
+            return true;
+        } catch (const io::Errors& errors) {
+            m_all.insert(m_all.end(), errors.All().begin(), errors.All().end());
+        } catch (const io::Error& error) {
+            m_all.push_back(error);
+        }
+        return false;
+    }
+
+    [[nodiscard]] const std::vector<io::Error>& All() const { return m_all; }
+
+    /// Throws what there is, if there is anything.
+    /// @throws Errors
+    void ThrowAny() const
+    {
+        if (!m_all.empty()) {
+            throw io::Errors(m_all);
+        }
+    }
+
+private:
+    std::vector<io::Error> m_all;
+};
+
+} // namespace kx::tool
