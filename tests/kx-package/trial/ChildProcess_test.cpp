@@ -154,6 +154,9 @@ TEST(RunChild, SaysWhyAProgramCannotBeStarted)
               "3: /nowhere/run: cannot start: No such file or directory");
     EXPECT_EQ(Thrown([] { static_cast<void>(RunChild({"/etc/passwd"}, Always)); }),
               "3: /etc/passwd: cannot start: Permission denied");
+
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "nothing is left of them";
+    EXPECT_EQ(errno, ECHILD);
 }
 
 } // namespace

@@ -101,9 +101,9 @@ int NumberFrom(const io::Descriptor& failure)
 class Child
 {
 public:
-    Child(const std::vector<std::string>& words, ShellTerminal* terminal) : m_terminal(terminal)
+    Child(const std::vector<std::string>& words, ShellTerminal* terminal) : Child(terminal)
     {
-        Start(words);
+        Start(words); // what throws from here on is followed by the destructor
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
@@ -133,6 +133,8 @@ public:
     }
 
 private:
+    explicit Child(ShellTerminal* terminal) : m_terminal(terminal) {}
+
     void Start(const std::vector<std::string>& words)
     {
         Pipe failure;
