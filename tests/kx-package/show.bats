@@ -114,7 +114,7 @@ END
     grep '^  updater\|^  payload' out >seen
     sed -n '/^step/,/^recorded/p' out >>seen
     diff - seen <<'END'
-  updater:   for arm, 64 bytes, not executable
+  updater:   for arm, 86 bytes, not executable
   payload:   1 file, 10 bytes
 step 1 of 4: copy-files, may fail (the\x09tools)
   bin/hello -> /mnt/user/bin/hello, mode 777, 10 bytes
