@@ -27,7 +27,7 @@ std::string TakeWord(std::string_view& line)
 {
     line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
     const std::size_t end = std::min(line.find_first_of(" \t"), line.size());
-    const std::string word(line.substr(0, end));
+    std::string word(line.substr(0, end));
     line.remove_prefix(end);
     return word;
 }

@@ -132,7 +132,7 @@ const std::vector<RuleRow> kRows = {
     {"description-mark",
      kError,
      kFile,
-     {"{\n \"a\": 1}", "{ \"a\": 1}", "{\r\n\t\"$type\": \"x\"\n}", "{\"$type\": \"x\"}", "  {}",
+     {"{\n \"a\": 1}", "{ \"a\": 1}", "{\r\n\t\"$type\": \"x\"\n}", R"({"$type": "x"})", "  {}",
       "{\n\n}", "{\"\": {}}"},
      SetBytes},
     {"description-mark", kWarning, kFile, {"abc", "\n\n\n", "\xef\xbb\xbe"}, SetMark},
@@ -153,7 +153,7 @@ const std::vector<RuleRow> kRows = {
     {"identity-panel",
      kSilent,
      "",
-     {"models = [\"TP2\", \"TP\"]", "os-versions = [\"2\"]", "users = [\"user\"]"},
+     {R"(models = ["TP2", "TP"])", "os-versions = [\"2\"]", "users = [\"user\"]"},
      OnPanel},
 
     {"description-json",

@@ -29,7 +29,7 @@ void PutBeside(Recipe& recipe, const std::string& value)
 /// Calls a package of version 1.0.0 by a name.
 void CallVersion(Recipe& recipe, const std::string& value)
 {
-    recipe.Replace("\"PackageVersion\": \"1\"", "\"PackageVersion\": \"1.0.0\"");
+    recipe.Replace(R"("PackageVersion": "1")", R"("PackageVersion": "1.0.0")");
     Call(recipe, value);
 }
 

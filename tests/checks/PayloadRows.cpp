@@ -148,7 +148,7 @@ const Put kStart = Text("#!/bin/sh\\nstart\\n");
 Put WithPython(const Put& put)
 {
     return [put](Recipe& recipe, const std::string& value) {
-        recipe.panel = "interpreters = [\"/usr/bin/python3\", \"/usr/bin/env\"]";
+        recipe.panel = R"(interpreters = ["/usr/bin/python3", "/usr/bin/env"])";
         put(recipe, value);
     };
 }
@@ -216,7 +216,7 @@ const std::vector<RuleRow> kRows = {
     {"program-library",
      kError,
      kHello,
-     {"libraries = []", "libraries = [\"libc.so\", \"libc.so.60\"]"},
+     {"libraries = []", R"(libraries = ["libc.so", "libc.so.60"])"},
      OnPanel,
      kAmongOthers},
     {"program-library", kError, kHello, {"lib/libfoo.so", "opt/lib/libfoo.so.1"}, NeedsFoo},

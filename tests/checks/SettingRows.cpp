@@ -147,7 +147,7 @@ const std::vector<RuleRow> kRows = {
     {"setting-refused",
      kError,
      kSound,
-     {"Volume = { range = [0, 4] }", "Volume = { values = [\"6\", \"05\"] }",
+     {"Volume = { range = [0, 4] }", R"(Volume = { values = ["6", "05"] })",
       "Volume = { range = [6, 9] }"},
      Taking},
     {"setting-refused", kError, kNameAt, {"volume = {}", ""}, Taking},
@@ -158,9 +158,9 @@ const std::vector<RuleRow> kRows = {
      Taking},
     {"setting-refused", kSilent, "", {""}, Unused(Taking)},
 
-    {"user-unknown", kError, kUser, {"users = []", "users = [\"users\", \"User\"]"}, OnPanel},
+    {"user-unknown", kError, kUser, {"users = []", R"(users = ["users", "User"])"}, OnPanel},
     {"user-unknown", kWarning, kUser, {"users = []"}, Skippable(OnPanel)},
-    {"user-unknown", kSilent, "", {"users = [\"root\", \"user\"]", "models = [\"TP\"]"}, OnPanel},
+    {"user-unknown", kSilent, "", {R"(users = ["root", "user"])", "models = [\"TP\"]"}, OnPanel},
     {"user-unknown", kSilent, "", {"users = []"}, Unused(OnPanel)},
 
     {"setting-blank", kError, kSound, {"5 6", " 5", "5 ", "5\\t6"}, kValue},

@@ -197,7 +197,7 @@ expect_plan() {
     # The packages of these tests are installed by an updater that they do not bring.
     : >"$folder/kx_Updater"
     chmod 755 "$folder/kx_Updater"
-    "$KX_PACKAGE" plan --json --at /packages "$folder" >"$WORK/plan.json" || code=$?
+    "$KX_PACKAGE" plan --show-secrets --json --at /packages "$folder" >"$WORK/plan.json" || code=$?
     [ "$code" -le 1 ] || fail "no plan: $(cat "$WORK/plan.json")"
     "$ROOT/tests/device/compare_plan.py" "$WORK/plan.json" "$TRACE" "/packages/$1.temp" \
         "/packages/$1" >&2 || fail 'the plan is not what was run'

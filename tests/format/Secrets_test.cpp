@@ -34,7 +34,7 @@ TEST(MaskedCommand, LeavesEveryOtherCommandAsItIs)
          {"", "sync", "echo '", "' | chpasswd", "echo 'a:b' | chpasswd -e", "cat 'a:b' | chpasswd",
           "kx-setting-cui set Level=8 Mode=script ", "kx-setting-cui set ",
           "kx-setting-cui set Password ", "kx-setting-cui set Passwords=1 OldPassword=2 ",
-          "kx-setting-cui get Password=1 ", "cp -f \"Password=1\" \"/a\" "}) {
+          "kx-setting-cui get Password=1 ", R"(cp -f "Password=1" "/a" )"}) {
         EXPECT_EQ(MaskedCommand(command), command);
     }
 }

@@ -38,10 +38,11 @@ TEST(LocalShells, RunNothing)
 {
     const TempDir dir;
     const std::string made = dir / "made";
+    std::string script = "#!/bin/sh\ntouch ";
+    script.append(made).append("\n$(touch ").append(made).append(")\n: >").append(made);
+    script += "\ncat\nwhile :; do :; done\n";
     for (const char* const shell : {"sh", "bash"}) {
-        EXPECT_EQ(AnswerTo(shell, "#!/bin/sh\ntouch " + made + "\n$(touch " + made + ")\n: >" +
-                                      made + "\ncat\nwhile :; do :; done\n"),
-                  "read");
+        EXPECT_EQ(AnswerTo(shell, script), "read");
         EXPECT_FALSE(std::filesystem::exists(made)) << shell;
     }
 }
