@@ -5,14 +5,14 @@ import unittest
 from unittest import mock
 
 from kxscripts import common, fuzz
-from played import PROJECT, InFolder
+from played import PROJECT, InProject
 
 DONE = ("INFO: seed \udcff\nstat::number_of_executed_units: 12\nstat::average_exec_per_sec: 3\n"
         "stat::peak_rss_mb: 40\nDone 12 runs in 4 second(s)\n")
 FUZZER = "build/fuzz/tests/fuzz/fuzz_"
 
 
-class Fuzz(InFolder):
+class Fuzz(InProject):
     """The fuzzers are played; each does its work unless the test says otherwise."""
 
     def setUp(self):
