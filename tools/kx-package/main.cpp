@@ -91,6 +91,7 @@ int Start(int argc, char** argv)
     kx::tool::AddPlan(program, invocation);
     kx::tool::AddSchema(program, invocation);
     kx::tool::AddShow(program, invocation);
+    kx::tool::AddStick(program, invocation);
     kx::tool::AddTry(program, invocation);
     kx::tool::AddUnpack(program, invocation);
     kx::tool::AddVerify(program, invocation);
