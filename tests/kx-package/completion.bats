@@ -151,6 +151,7 @@ check
 show
 plan
 try
+stick
 diff
 unpack
 installed
