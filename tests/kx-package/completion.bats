@@ -46,13 +46,14 @@ options() {
     done
 }
 
-@test "packages are completed by package files and folders" {
+@test "packages are completed by package files, manifests and folders" {
     mkdir folder
-    touch 'one two.kx-update' other.txt
+    touch 'one two.kx-update' other.txt package.toml
 
     diff - <(complete_words kx-package check '' | sort) <<'END'
 folder
 one two.kx-update
+package.toml
 END
     diff - <(complete_words kx-package show 'one') <<'END'
 one two.kx-update
@@ -151,12 +152,4 @@ END
     expect 2 '' $'kx-package: A subcommand is required; see kx-package --help\n'
     kx check
     [ "$status" -eq 2 ]
-}
-
-@test "the source of a package in place of the package is told what to do" {
-    demo pkg
-    for command in show plan; do
-        kx "$command" pkg
-        expect 2 '' $'kx-package: pkg: is the source of a package; build it first: kx-package build pkg\n'
-    done
 }
