@@ -100,7 +100,7 @@ expect_same() {
 
 @test "all mistakes of a manifest are told, with exit status 1" {
     demo pkg
-    sed -i 's,"bin/\*","none/*",; s,^title,titel,' pkg/package.toml
+    sed -i 's,"bin/\*","none/*",; s,^title,caption,' pkg/package.toml
     for command in show plan 'diff pkg'; do
         # shellcheck disable=SC2086
         kx $command pkg/package.toml

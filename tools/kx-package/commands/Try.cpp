@@ -106,12 +106,29 @@ void PlanTrial(const TryOptions& options, const PackageSource* source, TrialRequ
 checks::Findings FindingsFor(const std::string& panel, const std::string& package,
                              const PackageSource* source)
 {
-    if (source != nullptr) {
-        return CheckManifestFile(package, {panel, ""}, nullptr);
-    }
     checks::Expected expected;
-    expected.panel = format::ReadPanelFile(panel);
-    return checks::CheckPackage(package, expected);
+    if (source == nullptr) {
+        expected.panel = format::ReadPanelFile(panel);
+        return checks::CheckPackage(package, expected);
+    }
+    expected.panel = PanelFor(source->manifest, panel);
+    expected.hasUpdater = !source->updater.empty();
+    checks::Findings findings;
+    CheckManifest(
+        source->manifest, source->layout,
+        LayoutPackage(PackageFileName(source->manifest), true, source->layout, source->updater),
+        expected, findings);
+    return findings;
+}
+
+std::string PlaceOf(const checks::Location& location)
+{
+    if (!location.path.empty()) {
+        return location.path;
+    }
+    return location.at.line == 0 ? location.file
+                                 : location.file + ":" + std::to_string(location.at.line) + ":" +
+                                       std::to_string(location.at.column);
 }
 
 /// Returns what a panel of that description would stumble over: the sandboxed one is another.
@@ -126,10 +143,9 @@ std::vector<std::string> RemarksOnPanel(const TryOptions& options, const Package
     std::vector<std::string> remarks;
     for (const checks::Finding& finding : findings.All()) {
         if (finding.severity == checks::Severity::kError) {
-            const std::string& place =
-                finding.location.path.empty() ? finding.location.file : finding.location.path;
-            remarks.push_back("on the panel of " + panel + ": " + place + " " + finding.what +
-                              " (" + checks::RuleOf(finding.rule).id + ")");
+            std::string remark = "on the panel of " + panel + ": ";
+            remark += PlaceOf(finding.location) + " " + finding.what;
+            remarks.push_back(remark + " (" + checks::RuleOf(finding.rule).id + ")");
         }
     }
     return remarks;
