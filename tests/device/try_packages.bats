@@ -141,7 +141,7 @@ END
 
     try --json src
     expect_status 0
-    [ "$(told '.installations[0].remarks[1]')" = "on the panel of src/../panel.toml: src/package.toml:17:1 there is no '/bin/bash' on the panel (script-missing)" ]
+    [ "$(told '.installations[0].remarks[1]')" = "on the panel of src/../panel.toml: src/package.toml:16:11 there is no '/bin/bash' on the panel (script-missing)" ]
     try --json --panel any.toml src
     [ "$(told '.installations[0].remarks | length')" -eq 1 ]
     rm panel.toml
