@@ -115,7 +115,7 @@ std::string P256ToDer(std::string_view signature)
     unsigned char* bytes = nullptr;
     const int size = i2d_ECDSA_SIG(made.get(), &bytes);
     RequireOpenSsl(size > 0, "write a signature");
-    const std::string der(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
+    std::string der(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
     OPENSSL_free(bytes);
     return der;
 }
