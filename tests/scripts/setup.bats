@@ -166,7 +166,7 @@ END
     echo '* unknown' >"$STUB/states"
     local compiler=(ca-certificates cmake g++ git ninja-build picojson-dev)
     local build=("${compiler[@]}" qtbase5-dev qttools5-dev-tools)
-    local tools=("${compiler[@]}" libbz2-dev libcli11-dev libdtl-dev libelf-dev libtomlplusplus-dev
+    local tools=("${compiler[@]}" libarchive-dev libbz2-dev libcli11-dev libdtl-dev libelf-dev libtomlplusplus-dev
         libutfcpp-dev libzip-dev
         pkg-config zlib1g-dev)
     local demo=(fonts-dejavu-core fonts-ipafont-gothic imagemagick openbox passwd python3 uidmap unzip
