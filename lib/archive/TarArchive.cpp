@@ -28,7 +28,12 @@ constexpr std::string_view kHere = "./";
 using Library = struct ::archive;
 
 struct FreeWriter {
-    void operator()(Library* writer) const { archive_write_free(writer); }
+    void operator()(Library* writer) const
+    {
+        // Else it would fill up what is missing of a file that was left in the middle.
+        archive_write_fail(writer);
+        archive_write_free(writer);
+    }
 };
 struct FreeReader {
     void operator()(Library* reader) const { archive_read_free(reader); }

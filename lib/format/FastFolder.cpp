@@ -2,10 +2,13 @@
 // SPDX-License-Identifier: MIT
 #include "format/FastFolder.h"
 
+#include "io/Text.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
+#include <functional>
 #include <set>
 #include <string_view>
 
@@ -213,6 +216,24 @@ void ReadUninstall(const std::string& text, FastFolder& folder)
     }
 }
 
+/// Tells whether a path of the panel is one that build takes.
+bool IsPanelPath(const std::string& path)
+{
+    return path.substr(0, 1) == "/" && io::UnsafeCharacter(path).empty();
+}
+
+/// Tells whether names are paths below a folder, each of them once and sorted, as build gives them.
+bool AreNames(const std::vector<std::string>& names)
+{
+    const auto isBad = [](const std::string& name) {
+        const std::string framed = "/" + name + "/";
+        return framed.find("//") != std::string::npos || framed.find("/./") != std::string::npos ||
+               framed.find("/../") != std::string::npos || !io::UnsafeCharacter(name).empty();
+    };
+    return std::none_of(names.begin(), names.end(), isBad) &&
+           std::adjacent_find(names.begin(), names.end(), std::greater_equal<>()) == names.end();
+}
+
 std::string TextLine(const char* name, const std::string& text)
 {
     return std::string(name) + "=\"" + text + "\"\n";
@@ -260,7 +281,9 @@ std::optional<FastFolder> ReadFastScripts(const std::string& install, const std:
         return std::nullopt;
     }
     ReadUninstall(uninstall, *folder);
-    const bool isSame = FastInstallScript(*folder) == install &&
+    const bool isBuilt = IsPanelPath(folder->target) && IsPanelPath(folder->archive) &&
+                         AreNames(folder->emptyFolders) && AreNames(folder->files);
+    const bool isSame = isBuilt && FastInstallScript(*folder) == install &&
                         FastUninstallScript(*folder) == uninstall &&
                         (!folder->isRecorded || folder->fileCount == folder->files.size());
     return isSame ? folder : std::nullopt;
