@@ -171,7 +171,7 @@ END
         pkg-config zlib1g-dev)
     local demo=(fonts-dejavu-core fonts-ipafont-gothic imagemagick openbox passwd python3 uidmap unzip
         util-linux xdotool xvfb zip)
-    local tests=(bats clang clang-format clang-tidy codespell gcovr groff-base jq keyutils
+    local tests=(bats busybox-static clang clang-format clang-tidy codespell gcovr groff-base jq keyutils
         libarchive-tools libclang-rt-14-dev libgmock-dev libgtest-dev man-db p7zip-full procps python3
         python3-jsonschema python3-xmlrunner shellcheck util-linux)
 
