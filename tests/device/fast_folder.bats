@@ -293,6 +293,7 @@ refused() {
 
     # Before the script; while it unpacks; before it has removed the archive.
     local cut shares
+    # shellcheck disable=SC2016 # expanded inside
     for cut in '' 'head -c 100000 "$5" | /usr/bin/gtar -x -C "$7"' '/usr/bin/gtar "$@"'; do
         printf '#!/bin/sh\n%s\nkill -9 -1\n' "$cut" >"$WORK/tar"
         chmod 755 "$WORK/tar"
@@ -337,7 +338,7 @@ END
     "$KX_PACKAGE" show --json "$PACKAGES/Foo" | jq -r '.steps[1].uninstall' >"$WORK/uninstall"
     local tools
     for tools in '' "${BUSYBOX[*]}"; do
-        # shellcheck disable=SC2086 # options
+        # shellcheck disable=SC2016,SC2086 # expanded inside; options
         device $tools --share "$WORK/uninstall=$KIT/uninstall" --look 'find /opt/new | sort' -- \
             sh -c '"$0" -unzipedDir /packages/Foo && cd /opt/new/tree &&
                 echo mine >sub/mine && mkdir own && echo mine >own/a && rm a && cd / &&
