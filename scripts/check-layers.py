@@ -28,7 +28,7 @@ SRC = {
 LIB = {
     "io": (set(), {"utf8.h"}),
     "panel": ({"osa/PanelNames.h"}, set()),
-    "archive": ({"io", "panel"}, {"zip.h", "zlib.h", "bzlib.h"}),
+    "archive": ({"io", "panel"}, {"archive.h", "archive_entry.h", "zip.h", "zlib.h", "bzlib.h"}),
     "format": ({"io", "panel", "archive", "osa", "model", "steps", "engine/Installation.h"},
                JSON | {"toml++", "gelf.h", "libelf.h"}),
     "rehearsal": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
@@ -75,7 +75,9 @@ PANEL = "lib/panel"
 # The only file of src/app that may include the window.
 GUI_USER = "src/app/RunModes.cpp"
 SUFFIXES = {".h", ".hpp", ".hh", ".inc", ".ipp", ".tpp", ".cpp", ".cc", ".cxx", ".c"}
-GUARDED = {"picojson.h", "utf8.h", "zip.h", "zlib.h", "bzlib.h", "gelf.h", "libelf.h"}  # libraries that a layer must be allowed
+# Libraries that a layer must be allowed.
+GUARDED = {"picojson.h", "utf8.h", "archive.h", "archive_entry.h", "zip.h", "zlib.h", "bzlib.h",
+           "gelf.h", "libelf.h"}
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.M)
 
 
