@@ -38,7 +38,7 @@ LIB = {
 TOOL = {
     "common": ({"io"}, JSON),
     "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, set()),
-    "compose": ({"io", "archive", "format", "model", "manifest"}, set()),
+    "compose": ({"io", "archive", "format", "model", "common", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
     "stick": ({"io", "panel", "archive", "engine"}, set()),

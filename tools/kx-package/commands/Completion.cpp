@@ -37,10 +37,10 @@ std::string CompleterOf(const CLI::App& program, const CLI::Option& option)
         return "_kx_package_files '*'";
     }
     if (isKind(kFolderValue)) {
-        return "_kx_package_files ''";
+        return "_kx_package_files";
     }
     if (isKind(kPackageValue)) {
-        return "_kx_package_files '*.kx-update'";
+        return "_kx_package_files '*.kx-update' '*.toml'";
     }
     if (isKind(kManifestValue)) {
         return "_kx_package_files '*.toml'";
@@ -91,13 +91,16 @@ _kx_package_words() {
     mapfile -t COMPREPLY < <(compgen -W "$1" -- "$word")
 }
 
-# Folders, and the files that fit a pattern.
+# Folders, and the files that fit one of the patterns.
 _kx_package_files() {
+    local pattern
     compopt -o filenames
     mapfile -t COMPREPLY < <(
         compgen -d -- "$word"
-        [ -z "$1" ] || compgen -f -X "!$1" -- "$word" | while IFS= read -r file; do
-            [ -d "$file" ] || printf '%s\n' "$file"
+        for pattern; do
+            compgen -f -X "!$pattern" -- "$word" | while IFS= read -r file; do
+                [ -d "$file" ] || printf '%s\n' "$file"
+            done
         done
     )
 }
