@@ -41,7 +41,7 @@ TOOL = {
     "compose": ({"io", "archive", "format", "model", "common", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
-    "stick": ({"io", "panel"}, set()),
+    "stick": ({"io", "panel", "archive", "engine"}, set()),
     "compare": ({"io", "panel", "archive", "format", "model", "osa", "compose", "unpack"}, {"dtl"}),
     "unpack": ({"io", "archive", "format", "model", "osa", "manifest", "compose"}, set()),
     "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "osa",
