@@ -152,6 +152,7 @@ check
 show
 plan
 try
+stick
 diff
 unpack
 installed

@@ -72,7 +72,8 @@ Names NamesOf(const CLI::App& program, const CLI::App& app)
         const std::vector<std::string> words = OptionWords(*option);
         names.options.insert(names.options.end(), words.begin(), words.end());
         if (words.empty()) {
-            names.positional = completer;
+            // What completes the first one offers folders, too, which is all that others want.
+            names.positional = names.positional.empty() ? completer : names.positional;
         } else if (option->get_items_expected_max() > 0) {
             names.values += "        '" + app.get_name() + ' ' +
                             Joined(words, "' | '" + app.get_name() + ' ') + "') " +
