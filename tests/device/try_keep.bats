@@ -8,7 +8,7 @@ load try
 
 setup() {
     try_setup
-    # Removed with the other states.
+    # shellcheck disable=SC2034 # removed with the other states
     STATE=$WORK/kept
 }
 
@@ -56,6 +56,7 @@ END
     mkdir here
     try --json --twice --keep here/kept/ Foo.kx-update
     expect_status 0
+    # shellcheck disable=SC2034 # removed with the other states
     STATE=$WORK/here/kept
     [ "$(told .kept)" = here/kept/ ]
     [ "$(ls -A here)" = kept ]

@@ -199,11 +199,12 @@ void TellKept(const Output& output, const TrialSubject& subject, const TrialResu
     output.out << Coloured(output, Colour::kBold,
                            "The panel is kept in " + io::Printable(subject.keptAt))
                << '\n';
-    for (const std::string& line :
-         {"kx-package installed --root " + folder + "/root", run + " --state " + folder + " -- sh",
-          run + " --erase --state " + folder}) {
+    const auto tell = [&output](const std::string& line) {
         output.out << "  " << io::Printable(line) << '\n';
-    }
+    };
+    tell("kx-package installed --root " + folder + "/root");
+    tell(std::string(run).append(" --state ").append(folder).append(" -- sh"));
+    tell(std::string(run).append(" --erase --state ").append(folder));
 }
 
 } // namespace
