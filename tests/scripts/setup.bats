@@ -181,14 +181,13 @@ END
     echo '* unknown' >"$STUB/states"
     local compiler=(ca-certificates cmake g++ git ninja-build picojson-dev)
     local build=("${compiler[@]}" qtbase5-dev qttools5-dev-tools)
-    local tools=("${compiler[@]}" libbz2-dev libcli11-dev libdtl-dev libelf-dev libtomlplusplus-dev
-        libutfcpp-dev libzip-dev
-        pkg-config zlib1g-dev)
+    local tools=("${compiler[@]}" libarchive-dev libbz2-dev libcli11-dev libdtl-dev libelf-dev libssl-dev
+        libtomlplusplus-dev libutfcpp-dev libzip-dev pkg-config zlib1g-dev)
     local demo=(fonts-dejavu-core fonts-ipafont-gothic imagemagick openbox passwd python3 uidmap unzip
         util-linux xdotool xvfb zip)
-    local tests=(bats clang clang-format clang-tidy codespell gcovr groff-base jq keyutils
-        libarchive-tools libclang-rt-14-dev libgmock-dev libgtest-dev man-db p7zip-full procps python3
-        python3-jsonschema python3-xmlrunner shellcheck util-linux)
+    local tests=(bats busybox-static clang clang-format clang-tidy codespell gcovr groff-base jq keyutils
+        libarchive-tools libclang-rt-14-dev libgmock-dev libgtest-dev man-db opensc openssl p7zip-full
+        procps python3 python3-jsonschema python3-xmlrunner shellcheck softhsm2 util-linux)
 
     local machine=(busybox-static cpio dmsetup dosfstools e2fsprogs exfatprogs python3
         qemu-system-x86 util-linux)
