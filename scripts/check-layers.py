@@ -28,7 +28,7 @@ SRC = {
 LIB = {
     "io": (set(), {"utf8.h"}),
     "panel": ({"osa/PanelNames.h"}, set()),
-    "archive": ({"io", "panel"}, {"zip.h", "zlib.h", "bzlib.h"}),
+    "archive": ({"io", "panel"}, {"archive.h", "archive_entry.h", "zip.h", "zlib.h", "bzlib.h"}),
     "format": ({"io", "panel", "archive", "osa", "model", "steps", "engine/Installation.h"},
                JSON | {"toml++", "gelf.h", "libelf.h"}),
     "signature": ({"io", "panel", "archive", "format/TomlTable.h"}, {"openssl"}),
@@ -42,7 +42,7 @@ TOOL = {
     "compose": ({"io", "archive", "format", "model", "common", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
-    "stick": ({"io", "panel"}, set()),
+    "stick": ({"io", "panel", "archive", "engine"}, set()),
     "signing": ({"io", "signature", "trial"}, set()),
     "compare": ({"io", "panel", "archive", "format", "model", "osa", "compose", "unpack"}, {"dtl"}),
     "unpack": ({"io", "archive", "format", "model", "osa", "manifest", "compose"}, set()),
@@ -78,7 +78,9 @@ PANEL = "lib/panel"
 # The only file of src/app that may include the window.
 GUI_USER = "src/app/RunModes.cpp"
 SUFFIXES = {".h", ".hpp", ".hh", ".inc", ".ipp", ".tpp", ".cpp", ".cc", ".cxx", ".c"}
-GUARDED = {"picojson.h", "utf8.h", "zip.h", "zlib.h", "bzlib.h", "gelf.h", "libelf.h"}  # libraries that a layer must be allowed
+# Libraries that a layer must be allowed.
+GUARDED = {"picojson.h", "utf8.h", "archive.h", "archive_entry.h", "zip.h", "zlib.h", "bzlib.h",
+           "gelf.h", "libelf.h"}
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.M)
 
 

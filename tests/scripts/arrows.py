@@ -21,6 +21,7 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 # One header of each library that a room has to be allowed.
 LIBRARIES = {"Qt": "QString", "picojson": "picojson.h", "utfcpp": "utf8.h", "libzip": "zip.h",
+             "libarchive": "archive.h",
              "libelf": "libelf.h", "gelf": "gelf.h", "zlib": "zlib.h", "bzip2": "bzlib.h",
              "CLI11": "CLI/CLI.hpp", "toml++": "toml++/toml.h", "dtl": "dtl/dtl.hpp",
              "libcrypto": "openssl/evp.h"}
