@@ -33,7 +33,7 @@ LIB = {
                JSON | {"toml++", "gelf.h", "libelf.h"}),
     "signature": ({"io", "panel", "archive", "format/TomlTable.h"}, {"openssl"}),
     "rehearsal": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
-    "checks": ({"io", "panel", "archive", "format", "rehearsal", "osa", "model"}, JSON),
+    "checks": ({"io", "panel", "archive", "format", "rehearsal", "signature", "osa", "model"}, JSON),
     "registry": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
 }
 TOOL = {
