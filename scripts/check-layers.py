@@ -39,7 +39,7 @@ LIB = {
 TOOL = {
     "common": ({"io"}, JSON),
     "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, set()),
-    "compose": ({"io", "archive", "format", "model", "common", "manifest"}, set()),
+    "compose": ({"io", "archive", "format", "signature", "model", "common", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
     "stick": ({"io", "panel", "archive", "engine"}, set()),
