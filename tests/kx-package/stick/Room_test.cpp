@@ -179,7 +179,7 @@ TEST(LimitsOf, OfManyThereIsANumber)
     const std::vector<std::string> lines = Limits("vfat", entries);
 
     ASSERT_EQ(lines.size(), 21U);
-    EXPECT_EQ(lines.back(), "79 more of that kind"); // each is also the same as the first
+    EXPECT_EQ(lines.back(), "79 more like these"); // each is also the same as the first
 }
 
 class RoomTest : public testing::Test

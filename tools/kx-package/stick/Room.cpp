@@ -148,7 +148,7 @@ public:
     {
         if (m_omitted != 0) {
             m_problems.emplace_back(io::ExitCode::kProblems, m_shown,
-                                    std::to_string(m_omitted) + " more of that kind", "");
+                                    std::to_string(m_omitted) + " more like these", "");
         }
         return std::move(m_problems);
     }
