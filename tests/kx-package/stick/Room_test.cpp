@@ -35,7 +35,7 @@ std::vector<std::string> Limits(const std::string& type, const std::vector<Packa
 {
     std::vector<std::string> lines;
     for (const io::Error& problem : LimitProblems(type, name, size, entries, "usb/a")) {
-        lines.push_back(problem.what());
+        lines.emplace_back(problem.what());
     }
     return lines;
 }
