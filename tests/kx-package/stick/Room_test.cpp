@@ -208,8 +208,8 @@ TEST_F(RoomTest, ThePackageAndWhatItUnpacksToMustFit)
     EXPECT_THAT(
         Problems(),
         ElementsAre("usb: the package takes 40.0 KiB and, where the panel unpacks it beside "
-                    "itself, 120.0 KiB; 156.0 KiB are free; remove what else is on the "
-                    "drive, or take a larger one"));
+                    "itself, 120.0 KiB; that is 4.0 KiB more than there is; remove what "
+                    "else is on the drive, or take a larger one"));
 
     m_balance.freed = kCluster;
     EXPECT_THAT(Problems(), IsEmpty());
