@@ -332,3 +332,28 @@ END
         cmp demo.kx-update drive/demo.kx-update
 END
 }
+
+@test "--replace counts on the room of what it removes" {
+    package
+    on_drive size=400k <<'END'
+        mkdir -p drive/old.temp/0/0
+        touch drive/old.temp/UserPackage.kx-project
+        head -c 400000 /dev/zero >drive/old.temp/0/0/big
+        kx stick demo.kx-update drive
+        [ "$status" -eq 1 ]
+        grep -q 'more than there is' err
+        kx stick --replace demo.kx-update drive
+        [ "$status" -eq 0 ]
+        [ "$(ls -A drive)" = demo.kx-update ]
+END
+}
+
+@test "a drive without room for so many files is told" {
+    package
+    on_drive size=16m,nr_inodes=10 <<'END'
+        kx stick demo.kx-update drive
+        [ "$status" -eq 1 ]
+        grep -qE '^kx-package: drive: unpacking makes 1[0-9] files and folders; its file system has room for [0-9]; take another drive$' err
+        [ -z "$(ls -A drive)" ]
+END
+}
