@@ -12,6 +12,7 @@
 #include "checks/StepChecks.h"
 #include "checks/UpdaterChecks.h"
 #include "io/Error.h"
+#include "io/Reach.h"
 #include "io/StandardInput.h"
 
 #include <memory>
@@ -130,7 +131,7 @@ Findings CheckPackage(const std::string& path, const Expected& expected)
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {
-        throw io::AccessError(path, "look at", errno);
+        throw io::ReadError(path, "open", errno);
     }
     Findings findings;
     const bool isArchive = !S_ISDIR(info.st_mode);

@@ -144,14 +144,14 @@ END
 
 @test "what cannot be read is told in one line" {
     try none.kx-update
-    expect_error 3 'none.kx-update: cannot open: No such file or directory'
+    expect_error 1 'none.kx-update: cannot open: No such file or directory'
     mkfifo pipe.kx-update
     try pipe.kx-update
-    expect_error 3 'pipe.kx-update: is neither a file nor a folder; name a package or the folder of an unpacked one'
+    expect_error 1 'pipe.kx-update: is neither a file nor a folder; name a package or the folder of an unpacked one'
     try /
-    expect_error 3 '/: is not a package; name a package or the folder of an unpacked one'
+    expect_error 1 '/: is not a package; name a package or the folder of an unpacked one'
     try --json none.kx-update
-    expect_status 3
+    expect_status 1
     expect_silence
     [ "$(told '.error.place + ": " + .error.message')" = \
         'none.kx-update: cannot open: No such file or directory' ]

@@ -5,6 +5,7 @@
 #include "common/Epoch.h"
 #include "format/TomlTable.h"
 #include "io/Nearest.h"
+#include "io/Reach.h"
 #include "io/Text.h"
 #include "io/WholeFile.h"
 #include "manifest/ManifestSteps.h"
@@ -34,8 +35,8 @@ std::string FindManifest(const std::string& path)
         return path;
     }
     std::string manifest = path + (path.back() == '/' ? "" : "/") + kManifestName;
-    if (!fs::exists(manifest, error)) {
-        throw io::Error(io::ExitCode::kNoAccess, path,
+    if (!io::IsThere(manifest)) {
+        throw io::Error(io::ExitCode::kProblems, path,
                         std::string("there is no ") + kManifestName + " in the folder",
                         "make one with kx-package new");
     }

@@ -7,6 +7,7 @@
 #include "io/Descriptor.h"
 #include "io/Error.h"
 #include "io/Interruption.h"
+#include "io/Reach.h"
 #include "io/StandardInput.h"
 #include "io/Text.h"
 #include "io/WholeFile.h"
@@ -311,10 +312,10 @@ std::string NamedPath(const std::string& path)
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {
-        throw io::AccessError(path, "open", errno);
+        throw io::ReadError(path, "open", errno);
     }
     if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is neither a file nor a folder",
+        throw io::Error(io::ExitCode::kProblems, path, "is neither a file nor a folder",
                         "name a package or the folder of an unpacked one");
     }
     if (access(path.c_str(), R_OK) != 0) {
@@ -329,7 +330,7 @@ std::string NamedPath(const std::string& path)
         named = fs::canonical(named).string();
     }
     if (named == "/") {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is not a package",
+        throw io::Error(io::ExitCode::kProblems, path, "is not a package",
                         "name a package or the folder of an unpacked one");
     }
     return named;
