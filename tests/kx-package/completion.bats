@@ -46,13 +46,14 @@ options() {
     done
 }
 
-@test "packages are completed by package files and folders" {
+@test "packages are completed by package files, manifests and folders" {
     mkdir folder
-    touch 'one two.kx-update' other.txt
+    touch 'one two.kx-update' other.txt package.toml
 
     diff - <(complete_words kx-package check '' | sort) <<'END'
 folder
 one two.kx-update
+package.toml
 END
     diff - <(complete_words kx-package show 'one') <<'END'
 one two.kx-update
@@ -151,6 +152,7 @@ check
 show
 plan
 try
+stick
 diff
 unpack
 installed
@@ -223,12 +225,4 @@ refused() {
     [ "$status" -eq 2 ]
     [ "$(jq -r .error.remedy out)" = 'write kx-package show --json' ]
     refused show one two "'two' is one word too many for show; see kx-package help show"
-}
-
-@test "the source of a package in place of the package is told what to do" {
-    demo pkg
-    for command in show plan; do
-        kx "$command" pkg
-        expect 2 '' $'kx-package: pkg: is the source of a package; build it first: kx-package build pkg\n'
-    done
 }

@@ -178,7 +178,7 @@ END
     "$KX_PACKAGE" build pkg --updater arm-updater -o - | "$KX_PACKAGE" check -
     status=0
     "$KX_PACKAGE" show - <&- >out 2>err || status=$?
-    [ "$status" -eq 3 ]
+    [ "$status" -eq 1 ]
     "$KX_PACKAGE" show - </dev/null >out 2>err || status=$?
     [ "$status" -eq 1 ]
     status=0

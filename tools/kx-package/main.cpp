@@ -64,6 +64,7 @@ void AddCommands(CLI::App& program, kx::tool::Invocation& invocation)
     kx::tool::AddShow(program, invocation);
     kx::tool::AddPlan(program, invocation);
     kx::tool::AddTry(program, invocation);
+    kx::tool::AddStick(program, invocation);
     kx::tool::AddDiff(program, invocation);
     kx::tool::AddUnpack(program, invocation);
     kx::tool::AddInstalled(program, invocation);

@@ -34,6 +34,7 @@ void AddNewPanel(CLI::App& program, Invocation& invocation);
 void AddPlan(CLI::App& program, Invocation& invocation);
 void AddSchema(CLI::App& program, Invocation& invocation);
 void AddShow(CLI::App& program, Invocation& invocation);
+void AddStick(CLI::App& program, Invocation& invocation);
 void AddTry(CLI::App& program, Invocation& invocation);
 void AddUnpack(CLI::App& program, Invocation& invocation);
 void AddVerify(CLI::App& program, Invocation& invocation);

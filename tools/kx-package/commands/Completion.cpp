@@ -37,10 +37,10 @@ std::string CompleterOf(const CLI::App& program, const CLI::Option& option)
         return "_kx_package_files '*'";
     }
     if (isKind(kFolderValue)) {
-        return "_kx_package_files ''";
+        return "_kx_package_files";
     }
     if (isKind(kPackageValue)) {
-        return "_kx_package_files '*.kx-update'";
+        return "_kx_package_files '*.kx-update' '*.toml'";
     }
     if (isKind(kManifestValue)) {
         return "_kx_package_files '*.toml'";
@@ -72,7 +72,8 @@ Names NamesOf(const CLI::App& program, const CLI::App& app)
         const std::vector<std::string> words = OptionWords(*option);
         names.options.insert(names.options.end(), words.begin(), words.end());
         if (words.empty()) {
-            names.positional = completer;
+            // What completes the first one offers folders, too, which is all that others want.
+            names.positional = names.positional.empty() ? completer : names.positional;
         } else if (option->get_items_expected_max() > 0) {
             names.values += "        '" + app.get_name() + ' ' +
                             Joined(words, "' | '" + app.get_name() + ' ') + "') " +
@@ -90,13 +91,16 @@ _kx_package_words() {
     mapfile -t COMPREPLY < <(compgen -W "$1" -- "$word")
 }
 
-# Folders, and the files that fit a pattern.
+# Folders, and the files that fit one of the patterns.
 _kx_package_files() {
+    local pattern
     compopt -o filenames
     mapfile -t COMPREPLY < <(
         compgen -d -- "$word"
-        [ -z "$1" ] || compgen -f -X "!$1" -- "$word" | while IFS= read -r file; do
-            [ -d "$file" ] || printf '%s\n' "$file"
+        for pattern; do
+            compgen -f -X "!$pattern" -- "$word" | while IFS= read -r file; do
+                [ -d "$file" ] || printf '%s\n' "$file"
+            done
         done
     )
 }

@@ -10,6 +10,16 @@
 namespace kx::tool
 {
 
+void AddPackage(CLI::App& command, const std::string& name, std::string& path)
+{
+    command
+        .add_option(name, path,
+                    "A package file, the folder of an unpacked one, a manifest or its folder, or - "
+                    "for standard input")
+        ->type_name(kPackageValue)
+        ->required();
+}
+
 std::string ChoiceOf(const std::vector<std::string>& words)
 {
     std::string choice;

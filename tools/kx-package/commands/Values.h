@@ -21,9 +21,13 @@ namespace kx::tool
 
 constexpr const char* kFileValue = "FILE";
 constexpr const char* kFolderValue = "DIR";
-constexpr const char* kPackageValue = "PACKAGE";   ///< a package file or the folder of one
+constexpr const char* kPackageValue = "PACKAGE";   ///< a package in any form, or its source
 constexpr const char* kManifestValue = "MANIFEST"; ///< a manifest or its folder
 constexpr const char* kCommandValue = "COMMAND";   ///< one of the program's commands
+
+/// Adds the argument that names a package to look into; see OpenAsPackage.
+/// @param path  gets its value; lives as long as the program
+void AddPackage(CLI::App& command, const std::string& name, std::string& path);
 
 /// Returns the type's name of an option whose value is one of these words.
 [[nodiscard]] std::string ChoiceOf(const std::vector<std::string>& words);

@@ -5,7 +5,6 @@
 #include "common/Epoch.h"
 #include "format/TomlTable.h"
 #include "io/Nearest.h"
-#include "io/Reach.h"
 #include "io/Text.h"
 #include "io/WholeFile.h"
 #include "manifest/ManifestSteps.h"
@@ -35,7 +34,8 @@ std::string FindManifest(const std::string& path)
         return path;
     }
     std::string manifest = path + (path.back() == '/' ? "" : "/") + kManifestName;
-    if (!io::IsThere(manifest)) {
+    // What may not be looked at, or leads to nothing, is told when it is read.
+    if (fs::symlink_status(manifest, error).type() == fs::file_type::not_found) {
         throw io::Error(io::ExitCode::kProblems, path,
                         std::string("there is no ") + kManifestName + " in the folder",
                         "make one with kx-package new");

@@ -7,7 +7,6 @@
 #include "io/Descriptor.h"
 #include "io/Error.h"
 #include "io/Interruption.h"
-#include "io/Reach.h"
 #include "io/StandardInput.h"
 #include "io/Text.h"
 #include "io/WholeFile.h"
@@ -18,7 +17,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kx::tool
@@ -102,9 +100,9 @@ public:
     {
         std::error_code error;
         m_path = request.package;
-        if (m_path == io::kStandardInput) {
+        if (request.build || m_path == io::kStandardInput) {
             m_path = m_panel.Scratch(std::string("package") + archive::kPackageExtension);
-            TakeStandardInput();
+            MakePackage();
         }
         m_isArchive = !fs::is_directory(m_path, error);
         fs::create_directory(m_panel.Scratch("drive"), error);
@@ -126,6 +124,7 @@ public:
     }
 
 private:
+    void MakePackage();
     void TakeStandardInput();
     [[nodiscard]] PanelResult Open();
     void Start(const std::optional<ShellFailure>& failure, Installation& installation);
@@ -141,17 +140,26 @@ private:
     bool m_isArchive = false;
 };
 
-void Trial::TakeStandardInput()
+void Trial::MakePackage()
 {
-    const io::Descriptor file = io::CreateFile(m_path, 0600);
-    const std::uint64_t limit = std::uint64_t{m_request.bounds.disk} << 20;
     try {
-        io::CopyStandardInput(file, m_path, limit, "see --disk");
+        if (m_request.build) {
+            m_request.build(m_path);
+        } else {
+            TakeStandardInput();
+        }
     } catch (const io::Error&) {
         RefuseIfInterrupted();
         throw;
     }
     RefuseIfInterrupted();
+}
+
+void Trial::TakeStandardInput()
+{
+    const io::Descriptor file = io::CreateFile(m_path, 0600);
+    const std::uint64_t limit = std::uint64_t{m_request.bounds.disk} << 20;
+    io::CopyStandardInput(file, m_path, limit, "see --disk");
 }
 
 PanelResult Trial::Open()
@@ -225,8 +233,11 @@ Installation Trial::Install(const std::optional<ShellFailure>& failure)
         return installation;
     }
     if (opened.status == kNoUpdater) {
-        installation.remarks.push_back(std::string("the package has no ") + archive::kUpdaterName +
-                                       " that a panel could start; see kx-package check");
+        installation.remarks.push_back(m_request.whyNoUpdater.empty()
+                                           ? std::string("the package has no ") +
+                                                 archive::kUpdaterName +
+                                                 " that a panel could start; see kx-package check"
+                                           : m_request.whyNoUpdater);
     }
     Start(failure, installation);
     installation.record = Leave();
@@ -309,15 +320,7 @@ PanelChanges Trial::ReadChanges() const
 
 std::string NamedPath(const std::string& path)
 {
-    struct stat info {
-    };
-    if (stat(path.c_str(), &info) != 0) {
-        throw io::ReadError(path, "open", errno);
-    }
-    if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
-        throw io::Error(io::ExitCode::kProblems, path, "is neither a file nor a folder",
-                        "name a package or the folder of an unpacked one");
-    }
+    static_cast<void>(archive::NamesArchive(path));
     if (access(path.c_str(), R_OK) != 0) {
         throw io::AccessError(path, "open", errno);
     }
