@@ -5,34 +5,27 @@
 # The exit status of every cause, for every command that reads or writes what it is told: what is not
 # there, what is something else, and what may not be read or written.
 
-load package
+load plan
 
-# bounded ARGUMENT...: kx-package by a user whom rights concern, also where the tests run as root.
-bounded() {
-    local words=("$KX_PACKAGE" "$@")
-    if [ "$(id -u)" -eq 0 ]; then
-        words=(setpriv --inh-caps=-dac_override,-dac_read_search
-            --bounding-set=-dac_override,-dac_read_search "${words[@]}")
-    fi
-    status=0
-    timeout 60 "${words[@]}" >out 2>err </dev/null || status=$?
+# ends STATUS WORD...: without the rights of root the words end with that status.
+ends() {
+    without_rights "${@:2}"
+    [ "$status" -eq "$1" ]
 }
 
 # tell STATUS MESSAGE WORD...: the words end with that status, nothing on standard output, and an
 # error that begins with the message; and the same as JSON.
 tell() {
-    bounded "${@:3}"
-    if [ "$status" -ne "$1" ] || [ -s out ] || [[ $(head -n 1 err) != "kx-package: $2"* ]]; then
+    if ! ends "$1" "${@:3}" || [ -s out ] || [[ $(head -n 1 err) != "kx-package: $2"* ]]; then
         echo "${*:3}: status $status, expected $1 and: $2" >&2
         cat out err >&2
         return 1
     fi
-    bounded "${@:3}" --json
-    [ "$status" -eq "$1" ] && [ ! -s err ] && jq -e ".error.code == $1" out >/dev/null || {
+    if ! ends "$1" "${@:3}" --json || [ -s err ] || ! jq -e ".error.code == $1" out >/dev/null; then
         echo "${*:3} --json: status $status" >&2
         cat out err >&2
         return 1
-    }
+    fi
 }
 
 # What can be wrong with a thing that is read: bad/CAUSE, and good things to say it of.
@@ -128,11 +121,12 @@ END
     mkfifo pipe
     tell 1 'folder: there is no package.toml in the folder' build folder
     tell 1 'folder: is not a file' build pkg --panel folder
-    for command in check show plan; do
-        tell 1 'pipe: is n' "$command" pipe
-        tell 1 'bad/file: cannot open the archive' "$command" bad/file || [ "$command" = check ]
+    for command in show plan; do
+        tell 1 'pipe: is neither a file nor a folder' "$command" pipe
+        tell 1 'bad/file: cannot open the archive' "$command" bad/file
     done
-    tell 1 'pipe: is n' try pipe
+    tell 1 'pipe: is neither a file nor a folder' check pipe
+    tell 1 'pipe: is neither a file nor a folder' try pipe
 }
 
 # named STATUS MESSAGE KEY VALUE: the manifest says that of its first step, or its script.
@@ -149,8 +143,7 @@ named() {
     # What a panel is like does not matter to a comparison.
     [ "$3" = panel ] || tell "$1" "$2" diff changed demo.kx-update
     [ ! -e changed.kx-update ]
-    bounded check changed
-    [ "$status" -eq "$1" ]
+    ends "$1" check changed
 }
 
 @test "what a manifest names: missing and of another kind is 1, unreadable is 3, by its own name" {
@@ -207,8 +200,8 @@ named() {
     named 1 "changed/package.toml:17:23: there is no folder 'Share'; there is 'share'" folder Share
     named 1 "changed/package.toml:13:21: there is no folder 'fils'; there is 'Files'" source 'fils/*'
     echo '#!/bin/sh' >pkg/install.sh
-    named 1 'changed/package.toml:21:16: changed/instal.sh: cannot open: No such file or directory; there is '"'changed/install.sh'" \
-        script instal.sh
+    named 1 'changed/package.toml:21:16: changed/instll.sh: cannot open: No such file or directory; there is '"'changed/install.sh'" \
+        script instll.sh
     tell 1 "Demo.kx-update: cannot open: No such file or directory; there is 'demo.kx-update'" \
         show Demo.kx-update
     tell 1 "pkg/Package.toml: cannot open: No such file or directory; there is 'pkg/package.toml'" \
