@@ -87,19 +87,31 @@ std::string TakeName(std::string_view& path)
     return name;
 }
 
+/// Returns the path of a name in a folder.
+std::string Joined(const std::string& folder, const std::string& name)
+{
+    std::string path = folder;
+    path += path.empty() || path.back() == '/' ? "" : "/";
+    path += name;
+    return path;
+}
+
 /// A list of folders that are still to be visited, by their names below the first one.
 using Waiting = std::vector<std::string>;
 
-void VisitFolder(const std::string& top, const std::string& folder, const BelowVisitor& visit,
+/// Visits what is in a folder itself.
+/// @param below    path of the folder below the first one, empty for that itself
+/// @param waiting  gets the folders in it that are to be visited
+void VisitFolder(const std::string& top, const std::string& below, const BelowVisitor& visit,
                  Waiting& waiting)
 {
-    const std::string path = folder.empty() ? top : top + "/" + folder;
+    const std::string path = below.empty() ? top : Joined(top, below);
     std::error_code error;
     fs::directory_iterator place(path, error);
     for (; !error && place != fs::directory_iterator(); place.increment(error)) {
         const std::string last = place->path().filename().string();
-        const std::string name = folder.empty() ? last : folder + "/" + last;
-        const std::string whole = path + (path.back() == '/' ? "" : "/") + last;
+        const std::string name = below.empty() ? last : Joined(below, last);
+        const std::string whole = Joined(path, last);
         struct stat info {
         };
         if (lstat(whole.c_str(), &info) != 0) {
@@ -150,10 +162,11 @@ std::string NearestPath(const std::string& folder, const std::string& path)
             continue;
         }
         std::string found = name;
-        if (LookAt(before + real + name) != 0) {
-            found = NearestName(name, SomeNames(before + real));
+        const std::string place = before + real;
+        if (LookAt(Joined(place, name)) != 0) {
+            found = NearestName(name, SomeNames(place));
         }
-        if (found.empty() || LookAt(before + real + found) != 0) {
+        if (found.empty() || LookAt(Joined(place, found)) != 0) {
             return {};
         }
         real += found + (rest.empty() ? "" : "/");
@@ -171,9 +184,9 @@ void ForEachBelow(const std::string& folder, const BelowVisitor& visit)
 {
     Waiting waiting = {""};
     while (!waiting.empty()) {
-        const std::string next = std::move(waiting.back());
+        const std::string below = std::move(waiting.back());
         waiting.pop_back();
-        VisitFolder(folder, next, visit, waiting);
+        VisitFolder(folder, below, visit, waiting);
     }
 }
 
