@@ -40,13 +40,13 @@ TEST(NamedPath, EndsInTheNameOfThePackage)
 TEST(NamedPath, RefusesWhatIsNoPackage)
 {
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("/nowhere")); }),
-              "3: /nowhere: cannot open: No such file or directory");
+              "1: /nowhere: cannot open: No such file or directory");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("")); }),
-              "3: cannot open: No such file or directory");
+              "1: cannot open: No such file or directory");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("//")); }),
               "3: //: is not a package; name a package or the folder of an unpacked one");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("/dev/null")); }),
-              "3: /dev/null: is neither a file nor a folder; name a package or the folder of an "
+              "1: /dev/null: is neither a file nor a folder; name a package or the folder of an "
               "unpacked one");
 }
 

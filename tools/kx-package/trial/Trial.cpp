@@ -358,7 +358,7 @@ std::string NamedPath(const std::string& path)
         named = fs::canonical(named).string();
     }
     if (named == "/") {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is not a package",
+        throw io::Error(io::ExitCode::kProblems, path, "is not a package",
                         "name a package or the folder of an unpacked one");
     }
     return named;
