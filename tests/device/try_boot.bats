@@ -23,6 +23,7 @@ expect_restart() {
 }
 
 @test "the start-up script runs on the restarted panel, and is told" {
+    # shellcheck disable=SC2016 # expanded on the panel
     starting Foo.kx-update '"#!/bin/sh\nls -A /tmp /mnt/usb\nls /dev/sda1\necho $HOME >/opt/home\nexit 3\n"' \
         'script("#!/bin/sh\ntouch /tmp/gone\n")'
 
