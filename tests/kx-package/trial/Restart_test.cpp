@@ -12,12 +12,12 @@ namespace kx::tool
 namespace
 {
 
-constexpr TrialBounds kBounds = {7, 300, 20, 1};
+constexpr TrialBounds kRestartBounds = {7, 300, 20, 1};
 
 /// Restarts the panel of a device; what changed is one user, so that it can be told from nothing.
 Restart Restarted(const FakeDevice& device)
 {
-    TrialPanel panel(device.Folder(), kBounds, {});
+    TrialPanel panel(device.Folder(), kRestartBounds, {});
     Restart restart = PlayRestart(panel, 3, 7, "/summary", [] {
         PanelChanges changes;
         changes.users = {{"u", "added"}};
