@@ -118,6 +118,12 @@ public:
         if (m_request.isTwice && result.installations.front().isUnpacked) {
             result.installations.push_back(Install(std::nullopt));
         }
+        if (m_request.bootSeconds != 0 && m_road.isFound) {
+            PullDrive();
+            result.restart =
+                PlayRestart(m_panel, m_request.bootSeconds, m_request.bounds.seconds,
+                            m_panel.Scratch("changes"), [this] { return ReadChanges(); });
+        }
         if (m_request.shellGreeting) {
             result.shell = VisitShell(result.installations.back().isInstalled);
         }
