@@ -4,6 +4,8 @@
 #
 # Folders whose files travel in one archive: what the commands know of them. What a panel does with
 # them is tested on the sandboxed device.
+#
+# shellcheck disable=SC2016 # texts for jq, and commands that are run later
 
 load package
 
@@ -202,11 +204,13 @@ END
         cp "$place" kept
         eval "$change"
         truncate -s "$size" "$place"
-        ! cmp -s kept "$place"
+        if cmp -s kept "$place"; then
+            return 1
+        fi
         rm -rf unpacked
         kx unpack changed -o unpacked
         [ "$status" -eq 0 ]
-        ! grep -q '^fast' unpacked/package.toml
+        [ "$(grep -c '^fast' unpacked/package.toml)" -eq 0 ]
         cmp "$place" unpacked/tree/files.tar
         cp kept "$place"
     done
@@ -243,9 +247,13 @@ A panel with the first one keeps, unless a script removes it
     sed -i '/^fast = true/d' source/package.toml
     kx build source -o three.kx-update --updater arm-updater
     kx diff two/fast.kx-update source
-    grep -q 'step 2' out
-    grep -qx '  - fast: archive /mnt/user/maps.kx-fast.tar' out
-    ! grep -q 'Files on the panel' out
+    expect 1 '--- two/fast.kx-update
++++ source
+
+Steps
+  step 2, copy-folder: changed
+-   fast: archive /mnt/user/maps.kx-fast.tar
+' ''
 }
 
 @test "installed and verify know what the scripts have unpacked" {
