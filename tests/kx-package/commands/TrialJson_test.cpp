@@ -39,7 +39,7 @@ TEST(WriteTrialJson, TellsEverything)
               R"({"exitCode":0,"files":[],"installed":true,"log":[],"logOmitted":0,)"
               R"("rebootAsked":false,"record":{"files":["\/f\t"],"folders":["\/d\/"]},)"
               R"("records":[],"remarks":[],"settings":[],"unpacked":true,"users":[]}],)"
-              R"("installed":true,"package":"F\u001b","recordName":"Foo",)"
+              R"("installed":true,"kept":null,"package":"F\u001b","recordName":"Foo",)"
               R"("shell":{"exitStatus":3,"files":[],"rebootAsked":false,"records":[],)"
               R"("remarks":["late"],"settings":[],"users":[]}})");
     EXPECT_EQ(err.str(), "");

@@ -120,6 +120,7 @@ void WriteTrialJson(const Output& output, const TrialSubject& subject, const Tri
     document["installed"] = picojson::value(result.installations.back().isInstalled);
     document["installations"] = picojson::value(installations);
     document["shell"] = JsonOf(result.shell);
+    document["kept"] = result.isKept ? JsonText(subject.keptAt) : picojson::value();
     WriteJson(output, picojson::value(document));
 }
 

@@ -27,6 +27,7 @@ struct TrialRequest {
     std::string updater;
     TrialBounds bounds;
     std::vector<std::string> environment;
+    std::string keepAt; ///< full path at which the panel is kept; empty for not at all
     bool isTwice = false;
     /// Returns the line that a shell on the panel begins with; without it there is no shell.
     std::function<std::string(bool isInstalled)> shellGreeting;
@@ -62,6 +63,7 @@ struct TrialResult {
     std::string recordName;                  ///< of the record's folder
     std::vector<Installation> installations; ///< one, or two
     std::optional<ShellVisit> shell;
+    bool isKept = false; ///< the panel, at TrialRequest::keepAt
 };
 
 /// Returns a path of the package that ends in its name: "." and the like become full paths.
