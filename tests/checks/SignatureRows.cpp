@@ -38,95 +38,118 @@ void FlipAt(std::string& zip, std::size_t at)
     zip[at] = static_cast<char>(zip[at] ^ 1);
 }
 
+void AskOnly(Recipe& recipe)
+{
+    recipe.requiresSignature = true;
+}
+
+void TrustOnly(Recipe& recipe)
+{
+    recipe.trusted = [] { return Trusting({&EdKey()}); };
+}
+
+void EndOtherwise(Recipe& recipe)
+{
+    recipe.requiresSignature = true;
+    recipe.damage = [](std::string& zip) { zip += "behind"; };
+}
+
+void DamageBlock(Recipe& recipe)
+{
+    SignAnd(recipe, [](std::string& zip) { FlipAt(zip, zip.find("KX-SIGNATURES 1\n") + 16); });
+}
+
+void ChangeContent(Recipe& recipe)
+{
+    SignAnd(recipe, [](std::string& zip) { FlipAt(zip, zip.find("#!/bin/sh") + 5); });
+}
+
+void SpoilSignature(Recipe& recipe)
+{
+    SignAnd(recipe, [](std::string& zip) {
+        FlipAt(zip, zip.find(EdKey().Public().Id()) + signature::kKeyIdSize);
+    });
+}
+
+void TrustAnother(Recipe& recipe)
+{
+    Sign(recipe);
+    recipe.trusted = [] { return Trusting({&OtherEdKey()}); };
+}
+
+void TrustForAnother(Recipe& recipe)
+{
+    Sign(recipe);
+    recipe.requiresSignature = false;
+    recipe.trusted = [] {
+        signature::TrustedKeys trusted = Trusting({&EdKey()});
+        trusted.keys[0].packages = {"other"};
+        return trusted;
+    };
+}
+
+void SignHidden(Recipe& recipe)
+{
+    Sign(recipe);
+    recipe.damage = [](std::string& zip) {
+        const std::size_t at = zip.find(archive::kCentral);
+        zip.insert(at, "hidden");
+        archive::Patch(zip, archive::kEndRecord, 16, archive::Bytes(at + 6, 4));
+        zip = signature::SignedBytes(zip, {&EdKey()}, "hello");
+    };
+}
+
+void CallOtherwise(Recipe& recipe)
+{
+    Sign(recipe);
+    recipe.fileName = "other.kx-update";
+}
+
+void TrustOnModels(Recipe& recipe)
+{
+    Sign(recipe);
+    recipe.trusted = [] {
+        signature::TrustedKeys trusted = Trusting({&EdKey()});
+        trusted.keys[0].models = {"TP-0700"};
+        return trusted;
+    };
+}
+
+void LayBesideNoKey(Recipe& recipe)
+{
+    Sign(recipe);
+    recipe.trusted = [] {
+        signature::TrustedKeys trusted = Trusting({&EdKey()});
+        trusted.problems.emplace_back(io::ExitCode::kProblems, "k.toml", "stands beside no key");
+        return trusted;
+    };
+}
+
 } // namespace
 
 const std::vector<RuleRow>& SignatureRows()
 {
     static const std::vector<RuleRow> rows = {
-        {"signature-missing", kError, "", [](Recipe& recipe) { recipe.requiresSignature = true; }},
-        {"signature-missing", kError, "",
-         [](Recipe& recipe) {
-             recipe.requiresSignature = true;
-             recipe.damage = [](std::string& zip) { zip += "behind"; };
-         },
-         kAmongOthers},
+        {"signature-missing", kError, "", AskOnly},
+        {"signature-missing", kError, "", EndOtherwise, kAmongOthers},
         {"signature-missing", kSilent, nullptr, Sign},
-        {"signature-missing", kSilent, nullptr,
-         [](Recipe& recipe) { recipe.trusted = [] { return Trusting({&EdKey()}); }; }},
-        {"signature-damaged", kError, "",
-         [](Recipe& recipe) {
-             SignAnd(recipe,
-                     [](std::string& zip) { FlipAt(zip, zip.find("KX-SIGNATURES 1\n") + 16); });
-         },
-         kAmongOthers},
+        {"signature-missing", kSilent, nullptr, TrustOnly},
+        {"signature-damaged", kError, "", DamageBlock, kAmongOthers},
         {"signature-damaged", kSilent, nullptr, Sign},
-        {"signature-changed", kError, "",
-         [](Recipe& recipe) {
-             SignAnd(recipe, [](std::string& zip) { FlipAt(zip, zip.find("#!/bin/sh") + 5); });
-         },
-         kAmongOthers},
+        {"signature-changed", kError, "", ChangeContent, kAmongOthers},
         {"signature-changed", kSilent, nullptr, Sign},
-        {"signature-bad", kError, "",
-         [](Recipe& recipe) {
-             SignAnd(recipe, [](std::string& zip) {
-                 FlipAt(zip, zip.find(EdKey().Public().Id()) + signature::kKeyIdSize);
-             });
-         }},
+        {"signature-bad", kError, "", SpoilSignature},
         {"signature-bad", kSilent, nullptr, Sign},
-        {"signature-untrusted", kError, "",
-         [](Recipe& recipe) {
-             Sign(recipe);
-             recipe.trusted = [] { return Trusting({&OtherEdKey()}); };
-         }},
-        {"signature-untrusted", kWarning, "",
-         [](Recipe& recipe) {
-             Sign(recipe);
-             recipe.requiresSignature = false;
-             recipe.trusted = [] {
-                 signature::TrustedKeys trusted = Trusting({&EdKey()});
-                 trusted.keys[0].packages = {"other"};
-                 return trusted;
-             };
-         }},
+        {"signature-untrusted", kError, "", TrustAnother},
+        {"signature-untrusted", kWarning, "", TrustForAnother},
         {"signature-untrusted", kSilent, nullptr, Sign},
-        {"signature-hidden", kError, "",
-         [](Recipe& recipe) {
-             Sign(recipe);
-             recipe.damage = [](std::string& zip) {
-                 const std::size_t at = zip.find(archive::kCentral);
-                 zip.insert(at, "hidden");
-                 archive::Patch(zip, archive::kEndRecord, 16, archive::Bytes(at + 6, 4));
-                 zip = signature::SignedBytes(zip, {&EdKey()}, "hello");
-             };
-         },
-         kAmongOthers},
+        {"signature-hidden", kError, "", SignHidden, kAmongOthers},
         {"signature-hidden", kSilent, nullptr, Sign},
-        {"signature-name", kWarning, "",
-         [](Recipe& recipe) {
-             Sign(recipe);
-             recipe.fileName = "other.kx-update";
-         }},
+        {"signature-name", kWarning, "", CallOtherwise},
         {"signature-name", kSilent, nullptr, Sign},
-        {"signature-models", kNote, "",
-         [](Recipe& recipe) {
-             Sign(recipe);
-             recipe.trusted = [] {
-                 signature::TrustedKeys trusted = Trusting({&EdKey()});
-                 trusted.keys[0].models = {"TP-0700"};
-                 return trusted;
-             };
-         }},
+        {"signature-models", kNote, "", TrustOnModels},
         {"signature-models", kSilent, nullptr, Sign},
-        {"signature-key", kWarning, "",
-         [](Recipe& recipe) {
-             Sign(recipe);
-             recipe.trusted = [] {
-                 signature::TrustedKeys trusted = Trusting({&EdKey()});
-                 trusted.problems.emplace_back(io::ExitCode::kProblems, "k.toml",
-                                               "stands beside no key");
-                 return trusted;
-             };
-         }},
+        {"signature-key", kWarning, "", LayBesideNoKey},
         {"signature-key", kSilent, nullptr, Sign},
         {"archive-gap", kSilent, nullptr, Sign},
     };

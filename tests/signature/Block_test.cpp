@@ -42,7 +42,7 @@ TEST(Block, HasItsPartsOneBehindTheOther)
     const Block block = BlockOfKeys(2);
     const std::string text = TextOf(block.statement);
     const std::string size(1, static_cast<char>(text.size()));
-    const std::string whole(1, static_cast<char>((16 + 2 + text.size() + 1 + 2 * 96 + 20) - 256));
+    const std::string whole(1, static_cast<char>((16 + 2 + text.size() + 1 + 192 + 20) - 256));
 
     EXPECT_EQ(BytesOf(block), "KX-SIGNATURES 1\n" + size + std::string(1, '\0') + text + "\2" +
                                   std::string(32, '\0') + std::string(64, 'd') +
