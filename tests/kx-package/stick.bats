@@ -75,7 +75,7 @@ END
         kx stick demo.kx-update /proc
         expect 2 '' "kx-package: /proc: is no drive, but the system's own (proc)$remedy"$'\n'
         kx stick demo.kx-update demo.kx-update
-        expect 3 '' $'kx-package: demo.kx-update: cannot open: Not a directory\n'
+        expect 1 '' $'kx-package: demo.kx-update: cannot open: Not a directory\n'
         [ -z "$(find drive -type f)" ]
 END
 }
@@ -173,7 +173,7 @@ END
         [ "$status" -eq 1 ]
         [ -z "$(ls -A drive)" ]
         kx stick --panel none.toml demo.kx-update drive
-        [ "$status" -eq 3 ]
+        [ "$status" -eq 1 ]
 END
 }
 
@@ -192,7 +192,7 @@ END
             expect 2 '' "kx-package: $path: is no package file; kx-package build makes one"$'\n'
         done
         kx stick none.kx-update drive
-        expect 3 '' $'kx-package: none.kx-update: cannot open: No such file or directory\n'
+        expect 1 '' $'kx-package: none.kx-update: cannot open: No such file or directory\n'
 END
 }
 
