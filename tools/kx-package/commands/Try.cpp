@@ -6,6 +6,7 @@
 #include "commands/TrialJson.h"
 #include "commands/TrialText.h"
 #include "commands/Values.h"
+#include "common/Progress.h"
 #include "compose/UpdaterSearch.h"
 #include "format/Summary.h"
 #include "io/StandardInput.h"
@@ -38,6 +39,7 @@ struct TryOptions {
     bool hasFailedStep = false;
     bool isTwice = false;
     bool hasShell = false;
+    bool isVerbose = false;
     TrialBounds bounds;
     std::vector<std::string> environment;
 };
@@ -108,6 +110,55 @@ std::vector<std::string> RemarksOnPanel(const TryOptions& options)
     return remarks;
 }
 
+/// Returns the name of the processor of a described panel; empty when there is none.
+std::string ProcessorOf(const std::string& panelFile)
+{
+    if (panelFile.empty()) {
+        return {};
+    }
+    const format::Processor* const processor = format::ReadPanelFile(panelFile).processor;
+    return processor != nullptr ? processor->name : "";
+}
+
+void ShowProgress(const TrialProgress& now, Progress& progress)
+{
+    if (!now.isInstalling) {
+        progress.Show(0, "unpacking");
+    } else if (now.steps == 0) {
+        progress.Show(0, "installing");
+    } else {
+        progress.Show(static_cast<double>(now.step - 1) / now.steps,
+                      "installing, step " + std::to_string(now.step) + " of " +
+                          std::to_string(now.steps));
+    }
+}
+
+io::ExitCode ExitCodeOf(Verdict verdict)
+{
+    switch (verdict) {
+    case Verdict::kInstalled:
+        return io::ExitCode::kFine;
+    case Verdict::kNotInstalled:
+        return io::ExitCode::kProblems;
+    case Verdict::kNotJudged:
+        break;
+    }
+    return io::ExitCode::kUnknown;
+}
+
+/// Tries the package; a person sees how far it has come.
+TrialResult RunWatched(TrialRequest& request, const Output& output)
+{
+    Progress progress(output, "unpacking");
+    // A shell has the terminal to itself.
+    if (!request.shellGreeting) {
+        request.onProgress = [&progress](const TrialProgress& now) {
+            ShowProgress(now, progress);
+        };
+    }
+    return RunTrial(request);
+}
+
 io::ExitCode Try(const TryOptions& options, const Output& output)
 {
     RefuseWrongUse(options);
@@ -128,17 +179,18 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
     request.bounds = options.bounds;
     request.environment = options.environment;
     request.isTwice = options.isTwice;
+    request.processor = ProcessorOf(options.panel);
     if (options.hasShell) {
         request.shellGreeting = ShellGreeting;
     }
 
-    const TrialResult result = RunTrial(request);
+    const TrialResult result = RunWatched(request, output);
     if (output.isJson) {
         WriteTrialJson(output, subject, result);
     } else {
-        WriteTrialText(output, subject, result);
+        WriteTrialText(output, subject, result, options.isVerbose);
     }
-    return result.installations.back().isInstalled ? io::ExitCode::kFine : io::ExitCode::kProblems;
+    return ExitCodeOf(result.Outcome());
 }
 
 void AddBounds(CLI::App& command, TrialBounds& bounds)
@@ -195,12 +247,15 @@ void AddTry(CLI::App& program, Invocation& invocation)
         ->allow_extra_args(false);
     AddPanelOption(*command, options->panel);
     AddBounds(*command, options->bounds);
+    command->add_flag("-v,--verbose", options->isVerbose,
+                      "List every file, and all that the updater printed");
     command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer(
         "Nothing is changed on this machine, and nothing is started outside the sandboxed "
         "panel.\n\n"
         "Exit status: 0 installed, 1 not installed, 2 wrong use, 3 no sandboxed panel, "
-        "no updater,\nor something could not be read or written.\n\n"
+        "no updater,\nor something could not be read or written, 4 not judged: the package starts "
+        "programs\nthat cannot run here, or that run here and not on its panel.\n\n"
         "Examples:\n"
         "  kx-package try recipes.kx-update\n"
         "  kx-package try --twice recipes.kx-update\n"

@@ -68,6 +68,15 @@ std::uint64_t UsedBytes(const std::string& folder)
     return error ? UINT64_MAX : bytes;
 }
 
+/// How long a device that was told to end may take: it may have much to tell about the panel, but
+/// a person who interrupts does not wait for that. A device that is killed takes its panel along.
+std::chrono::milliseconds Patience()
+{
+    constexpr std::chrono::milliseconds kToReport(40000);
+    constexpr std::chrono::milliseconds kToGiveUp(400);
+    return io::Interruption::IsAsked() ? kToGiveUp : kToReport;
+}
+
 /// What device/run says, without its name.
 std::vector<std::string> Said(const BoundedText& err)
 {
@@ -155,7 +164,7 @@ bool TrialPanel::IsDiskFull()
 }
 
 PanelResult TrialPanel::Run(const std::vector<std::string>& options,
-                            const std::vector<std::string>& command, ShellTerminal* terminal)
+                            const std::vector<std::string>& command, const PanelTerms& terms)
 {
     std::vector<std::string> words = {m_device + "/run",
                                       "--state",
@@ -179,14 +188,17 @@ PanelResult TrialPanel::Run(const std::vector<std::string>& options,
     bool isFull = false;
     const ChildResult ended = RunChild(
         words,
-        [this, &next, &isFull, kLook] {
+        [this, &next, &isFull, &terms, kLook] {
+            if (terms.onMoment) {
+                terms.onMoment();
+            }
             if (Clock::now() >= next) {
                 next = Clock::now() + kLook;
                 isFull = isFull || IsDiskFull();
             }
             return !isFull && !io::Interruption::IsAsked();
         },
-        terminal);
+        {terms.terminal, terms.onOutput, Patience});
     if (io::Interruption::IsAsked()) {
         throw io::Error(io::ExitCode::kNoAccess, "", "the trial was interrupted");
     }
