@@ -80,7 +80,7 @@ std::string CommandOfCopy(const std::vector<std::string>& commands, const std::s
 std::string CommandOf(const StepFailure& failure, const std::vector<std::string>& commands)
 {
     if (failure.form == Form::kCopy) {
-        return CommandOfCopy(commands, failure.copied);
+        return CommandOfCopy(commands, failure.subject);
     }
     if (failure.form == Form::kSetting) {
         const auto password =
@@ -94,7 +94,7 @@ std::string CommandOf(const StepFailure& failure, const std::vector<std::string>
 
 } // namespace
 
-void AddMadeFailure(const ShellFailure& failure, bool isInstalled,
+void AddMadeFailure(const ShellFailure& failure, bool wentOn,
                     std::vector<StepFailure>& failures)
 {
     const auto place =
@@ -106,7 +106,7 @@ void AddMadeFailure(const ShellFailure& failure, bool isInstalled,
     StepFailure made;
     made.step = failure.step;
     made.why = "made to fail";
-    made.isSkipped = isInstalled;
+    made.isSkipped = wentOn;
     made.command = failure.command;
     failures.insert(place, made);
 }
@@ -122,6 +122,13 @@ void CompleteFailures(const std::vector<format::SummaryStep>& steps, const RunTr
     failures.erase(std::remove_if(failures.begin(), failures.end(), isOthers), failures.end());
     for (StepFailure& failure : failures) {
         failure.kind = steps[static_cast<std::size_t>(failure.step) - 1].kind;
+        const format::SettingKind* const setting =
+            failure.form == Form::kSetting ? format::FindKind(
+                                                  format::SettingKinds(), &format::SettingKind::id,
+                                                  failure.subject) : nullptr;
+        if (setting != nullptr) {
+            failure.why = std::string("the setting '") + setting->name + "' failed";
+        }
         if (failure.command.empty()) {
             failure.command = CommandOf(failure, CommandsOf(trace, failure.step));
         }

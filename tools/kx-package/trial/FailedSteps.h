@@ -14,8 +14,8 @@ namespace kx::tool
 
 /// Adds the step whose command was made to fail, where the updater said nothing about it: it does
 /// not look at the result of every command.
-/// @param isInstalled  the installation went on to its end
-void AddMadeFailure(const ShellFailure& failure, bool isInstalled,
+/// @param wentOn  the installation went on behind that step
+void AddMadeFailure(const ShellFailure& failure, bool wentOn,
                     std::vector<StepFailure>& failures);
 
 /// Completes what the log told with what the description and the trace tell: the kinds of the

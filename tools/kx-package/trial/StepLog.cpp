@@ -117,7 +117,7 @@ std::optional<StepFailure> CopyFailure(std::string_view line)
     StepFailure failure;
     failure.form = StepFailure::Form::kCopy;
     failure.why = ResultText(result.substr(digits));
-    failure.copied = paths.substr(0, end);
+    failure.subject = paths.substr(0, end);
     return failure;
 }
 
@@ -130,7 +130,8 @@ std::optional<StepFailure> SettingFailure(std::string_view line)
     }
     StepFailure failure;
     failure.form = StepFailure::Form::kSetting;
-    failure.why = "the setting " + std::string(*behind) + " failed";
+    failure.subject = *behind;
+    failure.why = "the setting " + failure.subject + " failed";
     return failure;
 }
 

@@ -16,7 +16,7 @@ struct StepFailure {
     int step = 0; ///< counted from 1
     Form form = Form::kOther;
     std::string why;       ///< "exit status 1"; empty when the updater told nothing
-    std::string copied;    ///< of a copy: "SOURCE to TARGET"
+    std::string subject;   ///< of a copy "SOURCE to TARGET", of a setting its identifier
     unsigned failures = 1; ///< how many of its items failed
     bool isSkipped = true; ///< the installation went on
     std::string kind;      ///< of the step: "script"; empty when it is not known

@@ -295,7 +295,8 @@ void Trial::Explain(RunTrace& trace, const StepLog& log, const std::optional<She
 {
     installation.failedSteps = log.Failures();
     if (failure.has_value() && trace.isRefused) {
-        AddMadeFailure(*failure, installation.isInstalled, installation.failedSteps);
+        AddMadeFailure(*failure, installation.isInstalled || log.Step() > failure->step,
+                       installation.failedSteps);
     }
     if (installation.failedSteps.empty() && trace.Programs().empty()) {
         return;
