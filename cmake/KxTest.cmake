@@ -103,10 +103,11 @@ function(kx_add_bats_test name file timeout)
 endfunction()
 
 # kx_add_python_test(NAME MODULE PATH): a module of unittest of the folder, and where what it is about
-# is found.
+# is found; tests/support is found as well.
 function(kx_add_python_test name module path)
   add_test(NAME ${name}
     COMMAND /usr/bin/python3 -B -m xmlrunner --output-file "${KX_TEST_REPORTS}/${name}.xml" ${module}
     WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
-  set_tests_properties(${name} PROPERTIES TIMEOUT 120 ENVIRONMENT "PYTHONPATH=${path}")
+  set_tests_properties(${name} PROPERTIES TIMEOUT 120 ENVIRONMENT
+    "PYTHONPATH=${path}:${PROJECT_SOURCE_DIR}/tests/support")
 endfunction()

@@ -38,13 +38,14 @@ LIB = {
 TOOL = {
     "common": ({"io"}, JSON),
     "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, set()),
-    "compose": ({"io", "archive", "format", "model", "manifest"}, set()),
+    "compose": ({"io", "archive", "format", "model", "common", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
+    "stick": ({"io", "panel"}, set()),
     "compare": ({"io", "panel", "archive", "format", "model", "osa", "compose", "unpack"}, {"dtl"}),
     "unpack": ({"io", "archive", "format", "model", "osa", "manifest", "compose"}, set()),
     "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "osa",
-                  "common", "manifest", "compose", "schema", "trial", "unpack", "compare"},
+                  "common", "manifest", "compose", "schema", "trial", "unpack", "compare", "stick"},
                  JSON | {"CLI"}),
     "": ({"io", "common", "commands"}, {"CLI"}),  # main.cpp
 }

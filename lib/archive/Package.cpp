@@ -46,24 +46,23 @@ int Package::UnpackStatus() const
     return 0;
 }
 
-std::unique_ptr<Package> OpenPackage(const std::string& path)
+bool NamesArchive(const std::string& path)
 {
-    if (path == io::kStandardInput) {
-        return OpenArchive(path);
-    }
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {
         throw io::AccessError(path, "open", errno);
     }
-    if (S_ISDIR(info.st_mode)) {
-        return OpenFolder(path);
-    }
-    if (!S_ISREG(info.st_mode)) {
+    if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
         throw io::Error(io::ExitCode::kNoAccess, path, "is neither a file nor a folder",
                         "name a package or the folder of an unpacked one");
     }
-    return OpenArchive(path);
+    return S_ISREG(info.st_mode);
+}
+
+std::unique_ptr<Package> OpenPackage(const std::string& path)
+{
+    return path == io::kStandardInput || NamesArchive(path) ? OpenArchive(path) : OpenFolder(path);
 }
 
 void StreamFile(const std::string& path, const ContentSink& sink)

@@ -90,6 +90,10 @@ public:
     [[nodiscard]] const PackageEntry* Find(const std::string& name) const;
 };
 
+/// Tells whether a path names an archive, as any file does, or a folder.
+/// @throws Error when it is neither, or cannot be looked at
+[[nodiscard]] bool NamesArchive(const std::string& path);
+
 /// Opens an archive or a folder; "-" is the archive on standard input, read to its end.
 /// @throws Error when it is neither, or cannot be read
 [[nodiscard]] std::unique_ptr<Package> OpenPackage(const std::string& path);

@@ -57,7 +57,7 @@ UnpackedArchive::UnpackedArchive(std::string path, const ByteSource& source,
 std::string UnpackedArchive::Read(const std::string& name, std::uint64_t limit) const
 {
     std::string bytes;
-    Stream(name, [&bytes, limit](std::string_view piece) {
+    StreamBeginning(name, limit, [&bytes, limit](std::string_view piece) {
         bytes.append(piece.substr(0, static_cast<std::size_t>(limit) - bytes.size()));
         return bytes.size() < limit;
     });
@@ -65,6 +65,12 @@ std::string UnpackedArchive::Read(const std::string& name, std::uint64_t limit) 
 }
 
 void UnpackedArchive::Stream(const std::string& name, const ContentSink& sink) const
+{
+    StreamBeginning(name, UINT64_MAX, sink);
+}
+
+void UnpackedArchive::StreamBeginning(const std::string& name, std::uint64_t wanted,
+                                      const ContentSink& sink) const
 {
     const auto found = m_members.find(name);
     if (found == m_members.end()) {
@@ -79,7 +85,7 @@ void UnpackedArchive::Stream(const std::string& name, const ContentSink& sink) c
     if ((member.flags & kZipEncrypted) != 0) {
         refuse("it is encrypted");
     }
-    switch (ContentReader(m_source).Read(member, UINT64_MAX, sink).state) {
+    switch (ContentReader(m_source, wanted).Read(member, UINT64_MAX, sink).state) {
     case ContentState::kUnsupported:
         refuse("it is packed by a method that is not known here");
         break;

@@ -28,6 +28,10 @@ public:
     [[nodiscard]] int UnpackStatus() const override;
 
 private:
+    /// Streams a content of which not many more than @p wanted bytes will be asked for.
+    void StreamBeginning(const std::string& name, std::uint64_t wanted,
+                         const ContentSink& sink) const;
+
     std::string m_path;
     const ByteSource& m_source;
     const ZipStructure& m_zip;

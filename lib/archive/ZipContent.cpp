@@ -19,14 +19,12 @@ namespace kx::archive
 namespace
 {
 
-constexpr std::size_t kPiece = std::size_t{1} << 18;
-
 class Copier final : public Unpacker
 {
 public:
     Step Go(std::string_view& in, std::string& /*room*/, std::string_view& out) override
     {
-        out = in.substr(0, kPiece);
+        out = in;
         in.remove_prefix(out.size());
         return Step::kMore; // the end is where the bytes end
     }
@@ -97,6 +95,10 @@ std::unique_ptr<Unpacker> UnpackerFor(unsigned method)
     }
 }
 
+/// Bytes that are read, and unpacked, at once.
+constexpr std::uint64_t kSmallestPiece = std::uint64_t{1} << 12;
+constexpr std::uint64_t kLargestPiece = std::uint64_t{1} << 18;
+
 /// Feeds an entry's packed bytes to an unpacker and counts what comes out.
 class Reading
 {
@@ -123,7 +125,7 @@ private:
     {
         if (m_in.empty() && m_left != 0) {
             m_bytes = m_source.Read(
-                m_at, static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, m_left)));
+                m_at, static_cast<std::size_t>(std::min<std::uint64_t>(m_room.size(), m_left)));
             m_in = m_bytes;
             m_at += m_bytes.size();
             m_left = m_bytes.empty() ? 0 : m_left - m_bytes.size();
@@ -178,7 +180,11 @@ bool IsReadableMethod(unsigned method)
            method == kZipBzip2;
 }
 
-ContentReader::ContentReader(const ByteSource& source) : m_source(source), m_room(kPiece, '\0') {}
+ContentReader::ContentReader(const ByteSource& source, std::uint64_t wanted)
+    : m_source(source),
+      m_room(static_cast<std::size_t>(std::clamp(wanted, kSmallestPiece, kLargestPiece)), '\0')
+{
+}
 
 ContentResult ContentReader::Read(const ZipMember& member, std::uint64_t limit,
                                   const ContentSink& sink)

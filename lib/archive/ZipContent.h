@@ -5,6 +5,9 @@
 #include "archive/Package.h"
 #include "archive/ZipStructure.h"
 
+#include <cstdint>
+#include <string>
+
 namespace kx::archive
 {
 
@@ -31,7 +34,9 @@ class ContentReader
 {
 public:
     /// @param source  not owned; must live as long as the object
-    explicit ContentReader(const ByteSource& source);
+    /// @param wanted  how many bytes of each content will be asked for: for the beginning of a
+    ///                large one not much more than that is unpacked
+    explicit ContentReader(const ByteSource& source, std::uint64_t wanted = UINT64_MAX);
 
     /// Unpacks the content of an entry, never more than @p limit bytes and a piece.
     /// @throws Error when the source cannot be read

@@ -11,14 +11,11 @@
 #include "checks/NameChecks.h"
 #include "checks/StepChecks.h"
 #include "checks/UpdaterChecks.h"
-#include "io/Error.h"
 #include "io/StandardInput.h"
 
 #include <memory>
 #include <optional>
 #include <utility>
-
-#include <sys/stat.h>
 
 namespace kx::checks
 {
@@ -127,13 +124,8 @@ Findings CheckPackage(const std::string& path, const Expected& expected)
         findings.Sort();
         return findings;
     }
-    struct stat info {
-    };
-    if (stat(path.c_str(), &info) != 0) {
-        throw io::AccessError(path, "look at", errno);
-    }
     Findings findings;
-    const bool isArchive = !S_ISDIR(info.st_mode);
+    const bool isArchive = archive::NamesArchive(path);
     CheckPackageName(path, isArchive, findings);
     if (isArchive) {
         const archive::FileBytes source(path);

@@ -11,6 +11,9 @@ namespace
 // Set by a signal handler, so it cannot belong to an object.
 volatile std::sig_atomic_t g_signal = 0;
 
+// How many objects live: what has come for an outer one stays.
+int g_living = 0;
+
 extern "C" void NoteSignal(int number)
 {
     g_signal = number;
@@ -20,7 +23,9 @@ extern "C" void NoteSignal(int number)
 
 Interruption::Interruption()
 {
-    g_signal = 0;
+    if (g_living++ == 0) {
+        g_signal = 0;
+    }
     for (std::size_t i = 0; i < kSignals.size(); ++i) {
         struct sigaction action {
         };
@@ -38,7 +43,7 @@ Interruption::~Interruption()
     for (std::size_t i = 0; i < kSignals.size(); ++i) {
         static_cast<void>(sigaction(kSignals[i], &m_before[i], nullptr));
     }
-    if (g_signal != 0) {
+    if (--g_living == 0 && g_signal != 0) {
         static_cast<void>(std::raise(g_signal));
     }
 }

@@ -10,7 +10,8 @@ namespace kx::io
 
 /// While one lives, the signals by which a person or the system ends a program (INT, TERM, HUP)
 /// only set a mark, so that work can be left cleanly. At its end a signal that came is raised
-/// again and does what it would have done at first.
+/// again and does what it would have done at first. Where one lives inside another's life, the
+/// outer one ends it. Not for several threads.
 class Interruption
 {
 public:

@@ -4,7 +4,6 @@
 findings in build/fuzz/findings; a finding belongs into tests/fuzz/corpus together with its repair.
 No target runs a command or writes a device's file."""
 import argparse
-import os
 import re
 import sys
 
@@ -58,9 +57,7 @@ def fuzz(target, seconds):
     common.say(f"fuzzing {target} for {seconds} seconds")
     log = folder / f"{target}.log"
     with log.open("wb") as output:
-        # What the reader abandons on purpose would count as leaked.
-        status = processes.run(command_of(target, seconds, folder), cwd=ROOT, output=output,
-                               env=os.environ | {"ASAN_OPTIONS": "detect_leaks=0"})
+        status = processes.run(command_of(target, seconds, folder), cwd=ROOT, output=output)
     findings = sorted(set((folder / "findings").iterdir()) - earlier)
     lines = log.read_text(encoding="utf-8", errors="replace").splitlines()
     problem = problem_of(status, [file.relative_to(ROOT).as_posix() for file in findings], lines)

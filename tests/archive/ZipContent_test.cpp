@@ -40,6 +40,29 @@ TEST(ContentReader, GivesWhatWasPacked)
     EXPECT_EQ(Read(ZipOf({{"a", ""}})).state, ContentState::kFine);
 }
 
+TEST(ContentReader, UnpacksNotMuchMoreThanTheBeginningThatIsWanted)
+{
+    const std::string zip = ZipOf({DeflatedPart(std::string(1000000, 'x'))});
+    const MemoryBytes bytes(zip);
+    const ZipStructure structure = ReadZipStructure(bytes);
+    const auto sizeOfFirstPiece = [&](std::uint64_t wanted) {
+        std::size_t size = 0;
+        const ContentResult result =
+            ContentReader(bytes, wanted)
+                .Read(structure.members.at(0), UINT64_MAX, [&size](std::string_view piece) {
+                    size = piece.size();
+                    return false;
+                });
+        EXPECT_EQ(result.state, ContentState::kTooLarge);
+        return size;
+    };
+
+    EXPECT_EQ(sizeOfFirstPiece(0), 4096);
+    EXPECT_EQ(sizeOfFirstPiece(5), 4096);
+    EXPECT_EQ(sizeOfFirstPiece(10000), 10000);
+    EXPECT_EQ(sizeOfFirstPiece(UINT64_MAX), 1U << 18U);
+}
+
 TEST(ContentReader, FindsDamagedBytes)
 {
     std::string zip = ZipOf({DeflatedPart(std::string(1000, 'x') + "end")});

@@ -11,52 +11,19 @@ from kxscripts import demo_headless
 from kxscripts.common import Failed
 from scene import Process, Scene
 
-# What the user sees of it, in order: what is waited for and pressed is what leads there.
-ROAD = """\
-wait size 640x480
-wait button InstallButton
-state
-texts
-picture 1-confirm
-run touch /run/look
-press InstallButton
-wait log "part 4 of 4"
-state
-picture 2-installing-log
-press tab Install
-wait tab Install
-state
-picture 3-installing
-run rm /run/look
-wait button OkButton
-state
-picture 4-finished
-press InstalledListButton
-wait front InstalledListDialog
-list
-picture 5-installed-list
-press closeButton
-wait front MainWindow
-press tab Log
-wait tab Log
-picture 6-log
-press tab Install
-wait tab Install
-press OkButton
-wait no-button OkButton
-state
-picture 7-remove-the-drive
-run /usr/bin/kxsystem/drive pull
-wait button RebootButton
-state
-picture 8-reboot
-press RebootButton
-wait no-button RebootButton
-state
-picture 9-rebooting
-run echo "-- log"
-log
-"""
+# What the user sees, in order: the picture of it, and what was pressed since the one before. A list
+# that was opened and closed is seen no more.
+ROAD = [
+    ("1-confirm", []),
+    ("2-installing-log", ["InstallButton"]),
+    ("3-installing", ["tab Install"]),
+    ("4-finished", []),
+    ("5-installed-list", ["InstalledListButton"]),
+    ("6-log", ["closeButton", "tab Log"]),
+    ("7-remove-the-drive", ["tab Install", "OkButton"]),
+    ("8-reboot", []),
+    ("9-rebooting", ["RebootButton"]),
+]
 
 
 class Headless(Scene):
@@ -82,12 +49,43 @@ class Headless(Scene):
         with self.told():
             demo_headless.show(self.demo)
 
-    def test_the_script_is_the_whole_road_on_the_screen_that_is_asked_for(self):
+    def steps(self):
+        """What the script does, each as its verb and the rest."""
         self.show()
-        self.assertEqual((self.demo.folder / "script").read_text(encoding="utf-8"), ROAD)
+        text = (self.demo.folder / "script").read_text(encoding="utf-8")
+        return [tuple(line.partition(" ")[::2]) for line in text.splitlines()]
+
+    def test_the_script_is_the_whole_road_on_the_screen_that_is_asked_for(self):
+        steps, road, pressed = self.steps(), [], []
+        for verb, rest in steps:
+            if verb == "press":
+                pressed.append(rest)
+            elif verb == "picture":
+                road.append((rest, pressed))
+                pressed = []
+
+        self.assertEqual(steps[0], ("wait", "size 640x480"))
+        self.assertEqual((road, pressed), (ROAD, []))
         ((kind, words, _),) = self.demo.processes.calls
         self.assertEqual((kind, words[-4:]), ("start", [
             "--script", str(self.demo.folder / "script"), "--size", "640x480"]))
+
+    def test_what_a_press_or_the_drive_changes_is_waited_for_before_anything_is_shown(self):
+        changed = False
+        for verb, rest in self.steps():
+            if verb == "press" or rest.endswith("drive pull"):
+                changed = True
+            elif verb == "wait":
+                changed = False
+            elif verb in ("state", "texts", "list", "picture"):
+                self.assertFalse(changed, (verb, rest))
+
+    def test_the_package_goes_on_once_it_was_seen_at_work(self):
+        steps = self.steps()
+        held, let_go = steps.index(("run", "touch /run/look")), steps.index(("run", "rm /run/look"))
+        self.assertLess(held, steps.index(("press", "InstallButton")))
+        self.assertLess(steps.index(("picture", "3-installing")), let_go)
+        self.assertLess(let_go, steps.index(("wait", "button OkButton")))
 
     def test_every_action_of_it_can_be_played(self):
         class Anything:
@@ -101,7 +99,8 @@ class Headless(Scene):
         # pylint: disable=protected-access
         for name in player._actions:
             player._actions[name] = lambda *_: None
-        player.play(ROAD)
+        self.show()
+        player.play((self.demo.folder / "script").read_text(encoding="utf-8"))
 
     def test_pictures_transcript_and_log_are_left(self):
         self.show()

@@ -3,14 +3,10 @@
 """What the demonstration's tests share: a folder that stands for the project, and a stage whose
 processes are played."""
 
-import contextlib
-import io
 import os
-import pathlib
-import tempfile
-import unittest
 from unittest import mock
 
+from in_folder import InFolder
 from kxscripts import demo_options, demo_stage
 
 
@@ -65,33 +61,13 @@ class Processes:
         self.stopped.append("all")
 
 
-class Scene(unittest.TestCase):
-    """A test in a folder of its own, `root`; `out` and `err` are what was printed in `told`."""
+class Scene(InFolder):
+    """A test that stands in its folder, and may have a stage there."""
 
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.root = pathlib.Path(folder.name).resolve()
+        super().setUp()
         self.addCleanup(os.chdir, os.getcwd())
         os.chdir(self.root)
-        self.out = self.err = ""
-
-    def patch(self, target, name, value):
-        """Replaces something for the time of the test; returns the replacement."""
-        patcher = mock.patch.object(target, name, value)
-        patcher.start()
-        self.addCleanup(patcher.stop)
-        return value
-
-    @contextlib.contextmanager
-    def told(self):
-        """Keeps what the body prints."""
-        out, err = io.StringIO(), io.StringIO()
-        try:
-            with contextlib.redirect_stdout(out), contextlib.redirect_stderr(err):
-                yield
-        finally:
-            self.out, self.err = out.getvalue(), err.getvalue()
 
     def stage(self, *words, claimed=True):
         """Returns a stage with these options; its folder is there when it is claimed."""

@@ -69,6 +69,86 @@ setup() {
     nothing_is_left
 }
 
+# source_of_package [LINE]: the folder src with a manifest, and with another line in its head.
+source_of_package() {
+    mkdir src
+    echo program >src/app
+    cat >src/package.toml <<END
+[package]
+name = "Foo"
+title = "Demo"
+version = "1.0"
+model = "TP"
+os-version = "2.0"
+date = 2026-11-21
+processor = "arm"
+${1-}
+[[steps]]
+kind = "copy-files"
+files = [{ source = "app", target = "/opt/demo/app", mode = "755" }]
+
+[[steps]]
+kind = "script"
+install = "#!/bin/bash\necho done\n"
+END
+}
+
+@test "a manifest is tried as the package that build makes" {
+    source_of_package
+    try src
+    expect_status 0
+    expect_silence
+    head -n 2 "$OUT" >first
+    same first 'the first lines' <<'END'
+src: installed
+  it was built without an updater: this machine has none for arm
+END
+
+    # The head of a program for arm, which nobody starts.
+    printf '%b' "\x7fELF\x01\x01\x01\0\0\0\0\0\0\0\0\0\x03\0\x28\0" >src/updater
+    head -c 32 /dev/zero >>src/updater
+    sed -i 's/^processor.*/&\nupdater = "updater"/' src/package.toml
+    "$KX_PACKAGE" build src >/dev/null
+    try --json Foo.kx-update
+    expect_status 0
+    jq 'del(.package)' "$OUT" >built
+    for source in src src/. src/package.toml; do
+        try --json "$source"
+        expect_status 0
+        [ "$(told .package)" = "$source" ]
+        diff built <(jq 'del(.package)' "$OUT")
+    done
+}
+
+@test "a step of a manifest fails when it is to; mistakes in a manifest are told" {
+    source_of_package
+    try --json --twice --fail 2 src/package.toml
+    expect_status 0
+    [ "$(told '.installations | map(.installed) | tostring')" = '[false,true]' ]
+    try --fail 3 src
+    expect_error 2 '--fail: there is no step 3, the package has 2 steps'
+    echo 'x = 1' >>src/package.toml
+    try src
+    expect_status 1
+    grep -q '^kx-package: src/package.toml:[0-9]*:1: ' "$ERR"
+    expect_out </dev/null
+}
+
+@test "the panel of a manifest counts, unless the command line names one" {
+    source_of_package 'panel = "../panel.toml"'
+    echo 'interpreters = []' >panel.toml
+    : >any.toml
+
+    try --json src
+    expect_status 0
+    [ "$(told '.installations[0].remarks[1]')" = "on the panel of src/../panel.toml: src/package.toml:16:11 there is no '/bin/bash' on the panel (script-missing)" ]
+    try --json --panel any.toml src
+    [ "$(told '.installations[0].remarks | length')" -eq 1 ]
+    rm panel.toml
+    try src
+    expect_error 3 'src/../panel.toml: cannot open: No such file or directory'
+}
+
 @test "names and lines from the panel cannot play with the terminal" {
     # shellcheck disable=SC2016 # expanded on the panel
     hello Foo.kx-update 'script("#!/bin/sh\nprintf \"\\\\033[2Jx\\\\n\"; echo >\"/opt/$(printf \"a\\\\033\\\\377\")\"\n")'
@@ -143,11 +223,16 @@ END
 }
 
 @test "what cannot be read is told in one line" {
-    try none.kx-update
-    expect_error 3 'none.kx-update: cannot open: No such file or directory'
-    mkfifo pipe.kx-update
-    try pipe.kx-update
-    expect_error 3 'pipe.kx-update: is neither a file nor a folder; name a package or the folder of an unpacked one'
+    local name
+    for name in none none.toml none.kx-update; do
+        try "$name"
+        expect_error 3 "$name: cannot open: No such file or directory"
+    done
+    mkfifo pipe.kx-update pipe.toml
+    for name in pipe.kx-update pipe.toml; do
+        try "$name"
+        expect_error 3 "$name: is neither a file nor a folder; name a package or the folder of an unpacked one"
+    done
     try /
     expect_error 3 '/: is not a package; name a package or the folder of an unpacked one'
     try --json none.kx-update

@@ -105,6 +105,40 @@ TEST_P(Signals, DoAfterwardsWhatTheyDidBefore)
     EXPECT_EQ(g_handled, GetParam());
 }
 
+TEST_P(Signals, StayAskedForInsideAnotherObjectsLife)
+{
+    const Disposition own(GetParam(), Handle);
+    {
+        const Interruption outer;
+        ASSERT_EQ(std::raise(GetParam()), 0);
+        {
+            const Interruption inner;
+
+            EXPECT_TRUE(Interruption::IsAsked());
+        }
+        EXPECT_TRUE(Interruption::IsAsked());
+        EXPECT_EQ(g_handled, 0);
+    }
+
+    EXPECT_EQ(g_handled, GetParam());
+}
+
+TEST_P(Signals, ThatComeInsideAnotherObjectsLifeDoTheirWorkAtTheOutersEnd)
+{
+    const Disposition own(GetParam(), Handle);
+    {
+        const Interruption outer;
+        {
+            const Interruption inner;
+            ASSERT_EQ(std::raise(GetParam()), 0);
+        }
+        EXPECT_TRUE(Interruption::IsAsked());
+        EXPECT_EQ(g_handled, 0);
+    }
+
+    EXPECT_EQ(g_handled, GetParam());
+}
+
 TEST_P(Signals, AreForgottenByTheNextObject)
 {
     const Disposition own(GetParam(), Handle);

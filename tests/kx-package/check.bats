@@ -96,7 +96,7 @@ note user-password DB_StepSets.\$values[3].HardSettingDatas.DB_HardwareConfigs.\
     run --separate-stderr "$KX_PACKAGE" check missing.kx-update
     [ "$status" -eq 3 ]
     [ "$output" = "" ]
-    [ "$stderr" = "kx-package: missing.kx-update: cannot look at: No such file or directory" ]
+    [ "$stderr" = "kx-package: missing.kx-update: cannot open: No such file or directory" ]
 
     run --separate-stderr "$KX_PACKAGE" check --json missing.kx-update
     [ "$status" -eq 3 ]

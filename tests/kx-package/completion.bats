@@ -46,13 +46,14 @@ options() {
     done
 }
 
-@test "packages are completed by package files and folders" {
+@test "packages are completed by package files, manifests and folders" {
     mkdir folder
-    touch 'one two.kx-update' other.txt
+    touch 'one two.kx-update' other.txt package.toml
 
     diff - <(complete_words kx-package check '' | sort) <<'END'
 folder
 one two.kx-update
+package.toml
 END
     diff - <(complete_words kx-package show 'one') <<'END'
 one two.kx-update
@@ -72,6 +73,7 @@ END
     [ "$(complete_words kx-package check --processor = | wc -l)" -eq 5 ]
     [ -z "$(complete_words kx-package plan --at /)" ]
     [ "$(complete_words kx-package schema '' | xargs)" = 'description manifest panel' ]
+    diff <(complete_words kx-package help '') <(commands)
 }
 
 @test "the completion reads without complaint" {
@@ -141,6 +143,48 @@ END
     man --warnings -E UTF-8 -l -Tutf8 -Z "$ROOT/docs/kx-package.1" 2>&1 >/dev/null | diff - /dev/null
 }
 
+@test "the help lists the commands in the order of an author's work" {
+    diff - <(commands) <<'END'
+new
+new-panel
+build
+check
+show
+plan
+try
+stick
+diff
+unpack
+installed
+verify
+schema
+completion
+help
+version
+END
+}
+
+@test "help tells what --help tells, of the program and of every command" {
+    local command
+    "$KX_PACKAGE" --help | diff - <("$KX_PACKAGE" help)
+    for command in $(commands); do
+        "$KX_PACKAGE" "$command" --help | diff - <("$KX_PACKAGE" help "$command")
+    done
+    kx help bild
+    expect 2 '' $'kx-package: \'bild\' is not a command; did you mean \'build\'?\n'
+}
+
+@test "the version is told in three ways" {
+    kx --version
+    [ "$status" -eq 0 ]
+    grep -qxE 'kx-package [0-9]+\.[0-9]+\.[0-9]+' out
+    cp out version
+    for words in -V version; do
+        kx "$words"
+        expect 0 "$(cat version)"$'\n' ''
+    done
+}
+
 @test "a mistyped command is told with the nearest one, also as JSON" {
     kx builx some
     expect 2 '' $'kx-package: \'builx\' is not a command; did you mean \'build\'?\n'
@@ -148,15 +192,37 @@ END
     [ "$status" -eq 2 ]
     [ "$(jq -r .error.remedy out)" = "did you mean 'build'?" ]
     kx
-    expect 2 '' $'kx-package: A subcommand is required; see kx-package --help\n'
+    expect 2 '' $'kx-package: A subcommand is required; see kx-package help\n'
     kx check
-    [ "$status" -eq 2 ]
+    expect 2 '' $'kx-package: package is required; see kx-package help check\n'
 }
 
-@test "the source of a package in place of the package is told what to do" {
-    demo pkg
-    for command in show plan; do
-        kx "$command" pkg
-        expect 2 '' $'kx-package: pkg: is the source of a package; build it first: kx-package build pkg\n'
-    done
+# refused WORD... MESSAGE: the words are wrong use, for which kx-package gives this message.
+refused() {
+    kx "${@:1:$#-1}"
+    expect 2 '' "kx-package: ${*: -1}"$'\n'
+}
+
+@test "a mistyped option is told with the nearest one of its command" {
+    refused check --jsno "'--jsno' is not an option of check; did you mean '--json'?"
+    refused try --twcie pkg "'--twcie' is not an option of try; did you mean '--twice'?"
+    refused check --proccesor=arm pkg \
+        "'--proccesor' is not an option of check; did you mean '--processor'?"
+    refused check --proc arm pkg "'--proc' is not an option of check; did you mean '--processor'?"
+    refused show -json pkg "'-json' is not an option of show; did you mean '--json'?"
+    refused --versoin "'--versoin' is not an option; did you mean '--version'?"
+    refused --josn check "'--josn' is not an option of check; did you mean '--json'?"
+    # Nothing is near: a letter is near every other.
+    refused show --panel p.toml pkg "'--panel' is not an option of show; see kx-package help show"
+    refused show -x pkg "'-x' is not an option of show; see kx-package help show"
+    refused --frobnicate "'--frobnicate' is not an option; see kx-package help"
+}
+
+@test "an option before its command, and a word too many, are told" {
+    refused --strict check pkg \
+        "'--strict' stands before the command; write kx-package check --strict"
+    kx --json show pkg
+    [ "$status" -eq 2 ]
+    [ "$(jq -r .error.remedy out)" = 'write kx-package show --json' ]
+    refused show one two "'two' is one word too many for show; see kx-package help show"
 }

@@ -218,7 +218,7 @@ panel/var/lib/KxUserPackages: no packages
     # One is told, too.
     record demo 1.0 -- "${lines[@]::21}"
     kx installed --root panel
-    grep '^  (1 more ' out
+    grep -Fx '  (1 more line of the list is damaged)' out
     record demo 1.0 -- "${lines[@]::20}"
     kx installed --root panel
     [ "$(grep -c '^  (' out)" -eq 0 ]

@@ -102,13 +102,13 @@ END
     kx build pkg --updater arm-updater
 
     kx plan
-    expect 2 '' $'kx-package: package is required; see kx-package --help\n'
+    expect 2 '' $'kx-package: package is required; see kx-package help plan\n'
     kx plan demo.kx-update --at mnt/usb
-    expect 2 '' $'kx-package: --at: must be an absolute path; see kx-package --help\n'
+    expect 2 '' $'kx-package: --at: must be an absolute path; see kx-package help plan\n'
     kx plan demo.kx-update --at ''
     [ "$status" -eq 2 ]
     kx plan demo.kx-update --root none
-    expect 2 '' $'kx-package: --root: Directory does not exist: none; see kx-package --help\n'
+    expect 2 '' $'kx-package: --root: Directory does not exist: none; see kx-package help plan\n'
     kx plan demo.kx-update --root demo.kx-update
     [ "$status" -eq 2 ]
     kx plan demo.kx-update other

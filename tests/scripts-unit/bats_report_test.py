@@ -9,12 +9,12 @@ import unittest
 from unittest import mock
 from xml.etree import ElementTree
 
-from played import InFolder, program
+from played import InProject, program
 
 bats_report = program("tests/support/bats-report")
 
 
-class Report(InFolder):
+class Report(InProject):
     """A stream, line by line."""
 
     def cases(self, *lines):
@@ -84,7 +84,7 @@ class Report(InFolder):
         self.assertEqual([one.name for one in self.root.iterdir()], ["report.xml"])
 
 
-class Program(InFolder):
+class Program(InProject):
     """The program."""
 
     def start(self, stream, **environment):

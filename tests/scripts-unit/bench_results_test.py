@@ -8,7 +8,7 @@ import unittest
 from unittest import mock
 
 from kxbench import results, workloads
-from played import InFolder
+from played import InProject
 
 
 class Numbers(unittest.TestCase):
@@ -22,7 +22,7 @@ class Numbers(unittest.TestCase):
         self.assertAlmostEqual(results.ratio_of(runs, "x", "b", "a"), 1 / 1.1)
 
 
-class Written(InFolder):
+class Written(InProject):
     """The files."""
 
     def setUp(self):
@@ -78,7 +78,7 @@ class Written(InFolder):
         self.assertEqual(self.out, "")
 
 
-class Packages(InFolder):
+class Packages(InProject):
     """The packages that are measured."""
 
     def test_steps_of_every_kind(self):

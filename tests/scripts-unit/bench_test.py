@@ -10,7 +10,7 @@ import zlib
 from types import SimpleNamespace
 from unittest import mock
 
-from played import PROJECT, InFolder, program
+from played import PROJECT, InProject, program
 
 bench = program("scripts/bench")
 w = bench.w
@@ -43,7 +43,7 @@ def run_of(wall, cpu=None, own=None, peak=1024):
             "own": wall if own is None else own, "peak_kib": peak}
 
 
-class InProject(InFolder):
+class InProject(InProject):
     """The work is done in a folder that stands for the project; no device is made."""
 
     def setUp(self):

@@ -11,10 +11,10 @@ import unittest
 from unittest import mock
 
 from kxscripts import checks, common, processes, reproducible
-from played import InFolder
+from played import InProject
 
 
-class InProject(InFolder):
+class InProject(InProject):
     """A folder with some sources; the tools are played."""
 
     def setUp(self):

@@ -10,10 +10,10 @@ import unittest
 from unittest import mock
 
 from kxscripts import common, processes
-from played import PROJECT, InFolder
+from played import PROJECT, InProject
 
 
-class Telling(InFolder):
+class Telling(InProject):
     """Headlines, ends of logs."""
 
     def test_a_headline_stands_by_itself(self):
@@ -37,7 +37,7 @@ class Telling(InFolder):
         self.assertEqual(common.ROOT, PROJECT)
 
 
-class SettingUp(InFolder):
+class SettingUp(InProject):
     """Installing what is missing."""
 
     def test_the_groups_are_those_that_were_asked_for(self):
@@ -50,7 +50,7 @@ class SettingUp(InFolder):
         self.expect_failed("what is missing could not be installed", common.setup)
 
 
-class Building(InFolder):
+class Building(InProject):
     """cmake is played."""
 
     def test_it_configures_and_builds_quietly(self):
@@ -105,7 +105,7 @@ class Building(InFolder):
             self.main(common, "other")
 
 
-class Sources(InFolder):
+class Sources(InProject):
     """The list of sources."""
 
     def git(self, *words):
@@ -180,7 +180,7 @@ class Sources(InFolder):
         self.expect_failed(f"no source in {self.root}", common.sources, root=self.root)
 
 
-class Ending(InFolder):
+class Ending(InProject):
     """How a script ends."""
 
     def test_its_work_tells_the_exit_status(self):

@@ -6,12 +6,12 @@ import unittest
 from unittest import mock
 
 from kxscripts import common, coverage
-from played import PROJECT, InFolder
+from played import PROJECT, InProject
 
 PLACES = (coverage.ROOT, coverage.BUILD, coverage.COUNTS, coverage.SUM, str(coverage.MEMORY))
 
 
-class Coverage(InFolder):
+class Coverage(InProject):
     """The tools are played; a run of bats leaves counts of the sandboxed device."""
 
     def setUp(self):

@@ -9,12 +9,12 @@ from unittest import mock
 from kxscripts import checks, common, gate, parts, processes, results
 from kxscripts.parts import Done, Part
 from kxscripts.results import Case
-from played import PROJECT, InFolder
+from played import PROJECT, InProject
 
 PLACES = (gate.ROOT, gate.LOGS)
 
 
-class InProject(InFolder):
+class InProject(InProject):
     """A folder that stands for the project; the tools are played."""
 
     def setUp(self):

@@ -3,12 +3,12 @@
 """What scripts/check-layers.py says about single files, and how it ends."""
 import unittest
 
-from played import InFolder, program
+from played import InProject, program
 
 layers = program("scripts/check-layers.py")
 
 
-class Includes(InFolder):
+class Includes(InProject):
     """One source in a layer of a table of its own."""
 
     TABLE = {"low": (set(), {"Qt"}), "high": ({"low", "side/One.h"}, set()), "": (set(), set())}
@@ -74,7 +74,7 @@ class Includes(InFolder):
                 len(list(layers.problems_of(self.root, "src", layers.SRC, path))), count)
 
 
-class Rows(InFolder):
+class Rows(InProject):
     """The rows of the real tables; every one of them is compared with the architecture by
     tests/scripts/arrows.py."""
 
@@ -120,7 +120,7 @@ class Rows(InFolder):
                     'write "OSA.h" with its layer')
 
 
-class Names(InFolder):
+class Names(InProject):
     """The panel's names, each in one place."""
 
     def repeated(self, text, name="src/osa/OSA.cpp"):
@@ -146,7 +146,7 @@ class Names(InFolder):
                          ["src/osa/PanelNames.h: no name found"])
 
 
-class Modules(InFolder):
+class Modules(InProject):
     """The modules of the device."""
 
     def imports(self, text):
@@ -181,7 +181,7 @@ class Modules(InFolder):
                                                                   "device: no module kxdevice.c"])
 
 
-class Tree(InFolder):
+class Tree(InProject):
     """A whole tree, with tables of its own."""
 
     def setUp(self):

@@ -10,12 +10,12 @@ import sys
 import unittest
 from unittest import mock
 
-from played import InFolder, program
+from played import InProject, program
 
 measure = program("tests/bench/measure.py")
 
 
-class Runs(InFolder):
+class Runs(InProject):
     """One run."""
 
     def test_a_run_is_told_with_what_it_cost(self):
@@ -52,7 +52,7 @@ class Runs(InFolder):
         self.assertEqual(opened.call_args.args[0], "/proc/12/schedstat")
 
 
-class Rounds(InFolder):
+class Rounds(InProject):
     """All runs, which are played."""
 
     def measured(self, rounds, seconds, clock):

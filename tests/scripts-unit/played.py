@@ -2,16 +2,13 @@
 # SPDX-License-Identifier: MIT
 """What the tests of the scripts share: folders that stand for the project, and commands that are
 played instead of started."""
-import contextlib
 import importlib.machinery
 import importlib.util
-import io
 import os
 import pathlib
-import tempfile
-import unittest
 from unittest import mock
 
+from in_folder import InFolder
 from kxscripts import common, processes
 
 PROJECT = pathlib.Path(__file__).resolve().parent.parent.parent
@@ -65,23 +62,12 @@ class Commands:
         return [" ".join(words) for words in self.seen]
 
 
-class InFolder(unittest.TestCase):
-    """A test with a folder of its own that stands for the project's root, and the output of what it
-    does in `out` and `err` after `told`."""
+class InProject(InFolder):
+    """A test whose folder stands for the project's root; commands can be played in it."""
 
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.root = pathlib.Path(folder.name).resolve()
-        self.out = self.err = ""
+        super().setUp()
         self.addCleanup(common._all_sources.cache_clear)  # pylint: disable=protected-access
-
-    def patch(self, target, name, value):
-        """Replaces something for the time of the test, and returns the replacement."""
-        patcher = mock.patch.object(target, name, value)
-        self.addCleanup(patcher.stop)
-        patcher.start()
-        return value
 
     def played(self, **keywords):
         """Plays the commands from here on; returns what they were."""
@@ -95,16 +81,6 @@ class InFolder(unittest.TestCase):
         if mode is not None:
             path.chmod(mode)
         return path
-
-    @contextlib.contextmanager
-    def told(self):
-        """Keeps what the body prints."""
-        out, err = io.StringIO(), io.StringIO()
-        try:
-            with contextlib.redirect_stdout(out), contextlib.redirect_stderr(err):
-                yield
-        finally:
-            self.out, self.err = out.getvalue(), err.getvalue()
 
     def tell(self, work, *words, **keywords):
         """Does something and keeps what it prints; returns its result."""

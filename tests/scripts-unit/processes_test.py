@@ -10,7 +10,7 @@ import time
 import unittest
 
 from kxscripts import processes
-from played import InFolder
+from played import InProject
 
 # It tells its number when it has no trap of its parent's any more.
 SLEEPER = "sh -c 'echo $$ >pid; exec sleep 77777'"
@@ -26,7 +26,7 @@ def alive(pid):
         return False
 
 
-class Children(InFolder):
+class Children(InProject):
     """Real children, short ones."""
 
     def setUp(self):

@@ -7,10 +7,10 @@ import unittest
 from unittest import mock
 
 from kxscripts import common, reproducible
-from played import InFolder
+from played import InProject
 
 
-class Reproducible(InFolder):
+class Reproducible(InProject):
     """A folder that stands for the project; the builds are played."""
 
     def setUp(self):
@@ -85,7 +85,7 @@ class Reproducible(InFolder):
                                            f"{told}/c"])
 
 
-class Check(InFolder):
+class Check(InProject):
     """The whole check, with builds that are played."""
 
     def setUp(self):

@@ -5,12 +5,12 @@ import unittest
 
 from kxscripts import results
 from kxscripts.results import BadReport, Case
-from played import InFolder
+from played import InProject
 
 QT = '<TestCase name="tst">{}<Duration msecs="9"/></TestCase>'
 
 
-class Reports(InFolder):
+class Reports(InProject):
     """One report."""
 
     def read(self, text):
@@ -116,7 +116,7 @@ class Reports(InFolder):
                         '<Duration msecs="1"/></TestFunction></TestCase>')
 
 
-class Programs(InFolder):
+class Programs(InProject):
     """One test program, by its report, its status and its output."""
 
     def test_its_cases_bear_its_name(self):
@@ -145,7 +145,7 @@ class Programs(InFolder):
                          "end")])
 
 
-class CTest(InFolder):
+class CTest(InProject):
     """All programs that CTest ran."""
 
     def of(self, status, *cases, output=""):

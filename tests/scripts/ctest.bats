@@ -58,14 +58,16 @@ test "fails" { false; }
 END
     mkdir path
     echo 'A = 1' >path/found.py
+    echo 'B = 2' >tests/support/shared.py
     cat >fourth.py <<'END'
 import unittest
 import found
+import shared
 class Fourth(unittest.TestCase):
     def test_good(self):
         self.assertEqual(found.A, 1)
     def test_bad(self):
-        self.assertEqual(found.A, 2)
+        self.assertEqual(found.A, shared.B)
 END
 }
 

@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/WrongUse.h"
 #include "common/Output.h"
 #include "io/Error.h"
-#include "io/Nearest.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -22,23 +22,6 @@ bool WantsJson(int argc, char** argv)
 {
     return std::any_of(argv + 1, argv + argc,
                        [](const char* word) { return std::strcmp(word, "--json") == 0; });
-}
-
-/// Tells what is wrong with a command line that CLI11 refuses, a mistyped command by its name.
-kx::io::Error WrongUse(const CLI::App& program, int argc, char** argv, const std::string& what)
-{
-    std::vector<std::string> names;
-    for (const CLI::App* const command :
-         program.get_subcommands([](const CLI::App*) { return true; })) {
-        names.push_back(command->get_name());
-    }
-    const char* const* const word =
-        std::find_if(argv + 1, argv + argc, [](const char* each) { return *each != '-'; });
-    if (word == argv + argc || std::find(names.begin(), names.end(), *word) != names.end()) {
-        return {kx::io::ExitCode::kWrongUse, "", what, "see kx-package --help"};
-    }
-    return {kx::io::ExitCode::kWrongUse, "", std::string("'") + *word + "' is not a command",
-            kx::io::NearestRemedy(*word, names)};
 }
 
 int Fail(const kx::tool::Output& output, const kx::io::Error& error)
@@ -71,29 +54,40 @@ int Run(const kx::tool::Invocation& invocation)
     }
 }
 
+/// Adds all commands, in the order of an author's work: the help lists them so.
+void AddCommands(CLI::App& program, kx::tool::Invocation& invocation)
+{
+    kx::tool::AddNew(program, invocation);
+    kx::tool::AddNewPanel(program, invocation);
+    kx::tool::AddBuild(program, invocation);
+    kx::tool::AddCheck(program, invocation);
+    kx::tool::AddShow(program, invocation);
+    kx::tool::AddPlan(program, invocation);
+    kx::tool::AddTry(program, invocation);
+    kx::tool::AddStick(program, invocation);
+    kx::tool::AddDiff(program, invocation);
+    kx::tool::AddUnpack(program, invocation);
+    kx::tool::AddInstalled(program, invocation);
+    kx::tool::AddVerify(program, invocation);
+    kx::tool::AddSchema(program, invocation);
+    kx::tool::AddCompletion(program, invocation);
+    kx::tool::AddHelp(program, invocation);
+    kx::tool::AddVersion(program, invocation);
+}
+
 int Start(int argc, char** argv)
 {
     CLI::App program("Makes, checks, inspects, rehearses and tries update packages.", "kx-package");
-    program.set_version_flag("--version", std::string("kx-package ") + KX_PACKAGE_VERSION);
+    program.set_version_flag("-V,--version", std::string("kx-package ") + KX_PACKAGE_VERSION,
+                             "Show the version and end");
     program.set_help_flag("-h,--help", "Show this help and end");
     program.require_subcommand(1);
     program.footer(
+        "\"kx-package help COMMAND\" tells more about a command.\n"
         "Exit status: 0 fine, 1 problems found, 2 wrong use, 3 could not read or write.");
 
     kx::tool::Invocation invocation;
-    kx::tool::AddBuild(program, invocation);
-    kx::tool::AddCheck(program, invocation);
-    kx::tool::AddCompletion(program, invocation);
-    kx::tool::AddDiff(program, invocation);
-    kx::tool::AddInstalled(program, invocation);
-    kx::tool::AddNew(program, invocation);
-    kx::tool::AddNewPanel(program, invocation);
-    kx::tool::AddPlan(program, invocation);
-    kx::tool::AddSchema(program, invocation);
-    kx::tool::AddShow(program, invocation);
-    kx::tool::AddTry(program, invocation);
-    kx::tool::AddUnpack(program, invocation);
-    kx::tool::AddVerify(program, invocation);
+    AddCommands(program, invocation);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -102,7 +96,7 @@ int Start(int argc, char** argv)
             return End(kx::tool::StandardOutput(false), code);
         }
         return Fail(kx::tool::StandardOutput(WantsJson(argc, argv)),
-                    WrongUse(program, argc, argv, error.what()));
+                    kx::tool::WrongUse(program, {argv + 1, argv + argc}, error.what()));
     }
     return Run(invocation);
 }

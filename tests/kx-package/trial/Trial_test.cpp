@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "io/Descriptor.h"
+#include "io/Interruption.h"
 #include "kx-package/trial/FakeDevice.h"
 #include "support/Streams.h"
 #include "support/TempDir.h"
@@ -10,6 +11,8 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -286,6 +289,58 @@ TEST(RunTrial, TakesAPackageFromStandardInputUpToTheSizeOfTheDisk)
     const ReplacedStream input(STDIN_FILENO, io::OpenFile(path));
     EXPECT_EQ(Thrown([&request] { static_cast<void>(RunTrial(request)); }),
               "3: standard input: is larger than 1.0 MiB; see --disk");
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, TriesAPackageThatIsMadeForIt)
+{
+    const FakeDevice device(AnswersTo("exit 119", "", "exit 1"));
+    TrialRequest request = RequestFor(device);
+    std::string made;
+    request.build = [&made](const std::string& file) {
+        made = file;
+        EXPECT_FALSE(std::filesystem::exists(file));
+        std::ofstream(file) << "packed";
+    };
+    request.whyNoUpdater = "none is here";
+
+    const TrialResult result = RunTrial(request);
+
+    EXPECT_TRUE(result.installations.at(0).isInstalled);
+    EXPECT_THAT(result.installations[0].remarks, testing::ElementsAre("none is here"));
+    EXPECT_THAT(ReadFile(device.Folder() + "/calls"), testing::HasSubstr("--put " + made + "="));
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, LeavesNothingOfAPackageThatCannotBeMade)
+{
+    const FakeDevice device(kTells);
+    TrialRequest request = RequestFor(device);
+    request.build = [](const std::string& file) {
+        std::ofstream(file) << "half";
+        throw io::Error(io::ExitCode::kNoAccess, "app", "cannot read");
+    };
+
+    EXPECT_EQ(Thrown([&request] { static_cast<void>(RunTrial(request)); }), "3: app: cannot read");
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, EndsWhereAPersonDoesNotWaitForItsPackage)
+{
+    const FakeDevice device(kTells);
+    TrialRequest request = RequestFor(device);
+    request.build = [](const std::string& /*file*/) { std::raise(SIGTERM); };
+    std::string told;
+
+    const auto interrupted = [&] {
+        ASSERT_NE(std::signal(SIGTERM, SIG_DFL), SIG_ERR);
+        const io::Interruption outer; // ends the test when all was looked at
+        told = Thrown([&request] { static_cast<void>(RunTrial(request)); });
+        std::fputs(told.c_str(), stderr);
+        EXPECT_TRUE(device.IsClean());
+    };
+
+    EXPECT_EXIT(interrupted(), testing::KilledBySignal(SIGTERM), "3: the trial was interrupted");
     EXPECT_TRUE(device.IsClean());
 }
 

@@ -1,17 +1,13 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "archive/ArchiveWriter.h"
-#include "archive/Package.h"
 #include "commands/Command.h"
 #include "commands/FindingsText.h"
 #include "commands/LocalShells.h"
 #include "commands/ManifestChecks.h"
 #include "commands/Values.h"
-#include "common/Epoch.h"
 #include "common/Progress.h"
-#include "compose/DescriptionWriter.h"
-#include "compose/Layout.h"
 #include "compose/LayoutPackage.h"
+#include "compose/PackageSource.h"
 #include "compose/UpdaterSearch.h"
 #include "io/AtomicFile.h"
 #include "io/Text.h"
@@ -61,7 +57,7 @@ bool IsStandardOutput(const std::string& path)
 /// Returns the path of the package: the one that was asked for, or one named after the manifest.
 std::string OutputPath(const BuildOptions& options, const Manifest& manifest)
 {
-    const std::string name = manifest.name + archive::kPackageExtension;
+    const std::string name = PackageFileName(manifest);
     if (options.output.empty() || IsStandardOutput(options.output)) {
         return options.output.empty() ? name : options.output;
     }
@@ -130,8 +126,7 @@ checks::Findings CheckBuilt(const BuildPlan& plan, const std::string& path,
     expected.panel = plan.panel;
     expected.name = plan.manifest.name;
     expected.shells = &shells;
-    const std::string file =
-        IsStandardOutput(path) ? plan.manifest.name + archive::kPackageExtension : path;
+    const std::string file = IsStandardOutput(path) ? PackageFileName(plan.manifest) : path;
     checks::Findings findings;
     CheckManifest(plan.manifest, plan.layout, LayoutPackage(file, true, plan.layout, updater),
                   expected, findings);
@@ -152,15 +147,9 @@ Built BuildPackage(const BuildOptions& options, const Output& output)
         built.remarks.push_back(remark.where + ": " + remark.what);
     }
 
-    std::vector<archive::ArchiveItem> items = payload;
-    items.push_back(
-        {archive::kDescriptionName, "", WriteDescription(plan.layout.model->root), false, false});
-    items.push_back({archive::kUpdaterName, built.updater, std::nullopt, false, true});
     Progress progress(output, "packing");
-    archive::ArchiveOptions archive;
-    archive.moment = plan.manifest.timestamp.value_or(SourceDateEpoch().value_or(0));
-    archive.onProgress = [&progress](double fraction) { progress.Show(fraction); };
-    built.archive = archive::WriteArchive(built.path, std::move(items), archive);
+    built.archive = WritePackage(built.path, plan.manifest, plan.layout, built.updater,
+                                 [&progress](double fraction) { progress.Show(fraction); });
     built.findings = CheckBuilt(plan, built.path, built.updater);
     return built;
 }

@@ -6,6 +6,7 @@
 #include "commands/LocalShells.h"
 #include "commands/ManifestChecks.h"
 #include "commands/Values.h"
+#include "compose/PackageSource.h"
 #include "io/StandardInput.h"
 
 #include <algorithm>
@@ -30,7 +31,7 @@ struct CheckArguments {
 checks::Findings FindingsOf(const std::string& path, const CheckArguments& arguments,
                             const checks::Expected& expected)
 {
-    return path != io::kStandardInput && IsManifest(path)
+    return path != io::kStandardInput && IsSource(path)
                ? CheckManifestFile(path, arguments.panel, expected.shells)
                : checks::CheckPackage(path, expected);
 }

@@ -27,14 +27,17 @@ void AddBuild(CLI::App& program, Invocation& invocation);
 void AddCheck(CLI::App& program, Invocation& invocation);
 void AddCompletion(CLI::App& program, Invocation& invocation);
 void AddDiff(CLI::App& program, Invocation& invocation);
+void AddHelp(CLI::App& program, Invocation& invocation);
 void AddInstalled(CLI::App& program, Invocation& invocation);
 void AddNew(CLI::App& program, Invocation& invocation);
 void AddNewPanel(CLI::App& program, Invocation& invocation);
 void AddPlan(CLI::App& program, Invocation& invocation);
 void AddSchema(CLI::App& program, Invocation& invocation);
 void AddShow(CLI::App& program, Invocation& invocation);
+void AddStick(CLI::App& program, Invocation& invocation);
 void AddTry(CLI::App& program, Invocation& invocation);
 void AddUnpack(CLI::App& program, Invocation& invocation);
 void AddVerify(CLI::App& program, Invocation& invocation);
+void AddVersion(CLI::App& program, Invocation& invocation);
 
 } // namespace kx::tool

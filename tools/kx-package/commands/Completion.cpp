@@ -17,19 +17,6 @@ namespace kx::tool
 namespace
 {
 
-/// Returns a command's options, as they are typed.
-std::vector<std::string> Words(const CLI::Option& option)
-{
-    std::vector<std::string> words;
-    for (const std::string& name : option.get_snames()) {
-        words.push_back("-" + name);
-    }
-    for (const std::string& name : option.get_lnames()) {
-        words.push_back("--" + name);
-    }
-    return words;
-}
-
 std::string Joined(const std::vector<std::string>& words, const std::string& between)
 {
     std::string joined;
@@ -40,7 +27,7 @@ std::string Joined(const std::vector<std::string>& words, const std::string& bet
 }
 
 /// Returns the shell's words for what completes a value, empty when nothing does.
-std::string CompleterOf(const CLI::Option& option)
+std::string CompleterOf(const CLI::App& program, const CLI::Option& option)
 {
     const std::string kind = option.get_type_name();
     const auto isKind = [&kind](std::string_view name) {
@@ -50,13 +37,16 @@ std::string CompleterOf(const CLI::Option& option)
         return "_kx_package_files '*'";
     }
     if (isKind(kFolderValue)) {
-        return "_kx_package_files ''";
+        return "_kx_package_files";
     }
     if (isKind(kPackageValue)) {
-        return "_kx_package_files '*.kx-update'";
+        return "_kx_package_files '*.kx-update' '*.toml'";
     }
     if (isKind(kManifestValue)) {
         return "_kx_package_files '*.toml'";
+    }
+    if (isKind(kCommandValue)) {
+        return "_kx_package_words '" + Joined(CommandNames(program), " ") + "'";
     }
     const std::size_t open = kind.find('{');
     const std::size_t close = kind.find('}');
@@ -69,25 +59,21 @@ std::string CompleterOf(const CLI::Option& option)
 }
 
 struct Names {
-    std::vector<std::string> commands;
     std::vector<std::string> options;
     std::string values;     ///< one pattern of a `case` for each option with a value
     std::string positional; ///< completes what is no option
 };
 
-Names NamesOf(const CLI::App& app)
+Names NamesOf(const CLI::App& program, const CLI::App& app)
 {
     Names names;
-    for (const CLI::App* const command :
-         app.get_subcommands([](const CLI::App*) { return true; })) {
-        names.commands.push_back(command->get_name());
-    }
     for (const CLI::Option* const option : app.get_options()) {
-        const std::string completer = CompleterOf(*option);
-        const std::vector<std::string> words = Words(*option);
+        const std::string completer = CompleterOf(program, *option);
+        const std::vector<std::string> words = OptionWords(*option);
         names.options.insert(names.options.end(), words.begin(), words.end());
         if (words.empty()) {
-            names.positional = completer;
+            // What completes the first one offers folders, too, which is all that others want.
+            names.positional = names.positional.empty() ? completer : names.positional;
         } else if (option->get_items_expected_max() > 0) {
             names.values += "        '" + app.get_name() + ' ' +
                             Joined(words, "' | '" + app.get_name() + ' ') + "') " +
@@ -105,13 +91,16 @@ _kx_package_words() {
     mapfile -t COMPREPLY < <(compgen -W "$1" -- "$word")
 }
 
-# Folders, and the files that fit a pattern.
+# Folders, and the files that fit one of the patterns.
 _kx_package_files() {
+    local pattern
     compopt -o filenames
     mapfile -t COMPREPLY < <(
         compgen -d -- "$word"
-        [ -z "$1" ] || compgen -f -X "!$1" -- "$word" | while IFS= read -r file; do
-            [ -d "$file" ] || printf '%s\n' "$file"
+        for pattern; do
+            compgen -f -X "!$pattern" -- "$word" | while IFS= read -r file; do
+                [ -d "$file" ] || printf '%s\n' "$file"
+            done
         done
     )
 }
@@ -131,12 +120,13 @@ _kx_package() {
 
 io::ExitCode Complete(const CLI::App& program, const Output& output)
 {
-    const Names top = NamesOf(program);
+    const Names top = NamesOf(program, program);
+    const std::vector<std::string> commands = CommandNames(program);
     std::string values;
     std::string words;
     for (const CLI::App* const command :
          program.get_subcommands([](const CLI::App*) { return true; })) {
-        const Names names = NamesOf(*command);
+        const Names names = NamesOf(program, *command);
         values += names.values;
         words +=
             "        " + command->get_name() + ")\n" + "            case $word in\n" +
@@ -144,12 +134,12 @@ io::ExitCode Complete(const CLI::App& program, const Output& output)
             (names.positional.empty() ? "" : "                *) " + names.positional + " ;;\n") +
             "            esac\n            ;;\n";
     }
-    output.out << kHead << Joined(top.commands, " | ")
+    output.out << kHead << Joined(commands, " | ")
                << ")\n                command=${COMP_WORDS[i]}\n                break\n"
                   "                ;;\n        esac\n    done\n"
                << "    case \"$command $before\" in\n"
                << values << "    esac\n    case $command in\n"
-               << "        '') _kx_package_words '" << Joined(top.commands, " ") << ' '
+               << "        '') _kx_package_words '" << Joined(commands, " ") << ' '
                << Joined(top.options, " ") << "' ;;\n"
                << words << "    esac\n}\n\ncomplete -F _kx_package kx-package\n";
     return io::ExitCode::kFine;

@@ -3,19 +3,14 @@
 #include "commands/Command.h"
 #include "commands/Values.h"
 #include "compare/PackageDifference.h"
-#include "compose/Layout.h"
-#include "compose/LayoutPackage.h"
-#include "compose/UpdaterSearch.h"
+#include "compose/PackageSource.h"
 #include "io/Error.h"
 #include "io/Text.h"
-#include "manifest/Manifest.h"
 
-#include <filesystem>
 #include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -26,46 +21,11 @@ namespace kx::tool
 namespace
 {
 
-namespace fs = std::filesystem;
-
 /// What `diff` is told.
 struct DiffArguments {
     std::string before;
     std::string after;
 };
-
-/// Tells whether a path is a manifest, or a folder with one that is no package.
-bool IsSource(const std::string& path)
-{
-    std::error_code error;
-    const fs::path place(path);
-    return place.extension() == ".toml" || (fs::exists(place / kManifestName, error) &&
-                                            !fs::exists(place / archive::kDescriptionName, error));
-}
-
-/// Returns the updater of a manifest's package, or nothing where none is installed for it.
-std::string UpdaterIfAny(const Manifest& manifest)
-{
-    try {
-        return UpdaterFor(manifest, "");
-    } catch (const io::Error& error) {
-        if (error.Code() != io::ExitCode::kNoAccess || !manifest.updater.empty()) {
-            throw;
-        }
-        return "";
-    }
-}
-
-std::unique_ptr<archive::Package> OpenEither(const std::string& path)
-{
-    if (!IsSource(path)) {
-        return archive::OpenPackage(path);
-    }
-    const Manifest manifest = ReadManifest(path);
-    const std::string package = manifest.name + archive::kPackageExtension;
-    return std::make_unique<LayoutPackage>(package, true, MakeLayout(manifest, package),
-                                           UpdaterIfAny(manifest));
-}
 
 // ---- JSON ----
 
@@ -291,9 +251,9 @@ void TellDifference(const Output& output, const DiffArguments& arguments,
 
 io::ExitCode RunDiff(const DiffArguments& arguments, const Output& output)
 {
-    const std::unique_ptr<archive::Package> before = OpenEither(arguments.before);
-    const std::unique_ptr<archive::Package> after = OpenEither(arguments.after);
-    const PackageDifference difference = ComparePackages(*before, *after);
+    const OpenedPackage before = OpenAsPackage(arguments.before);
+    const OpenedPackage after = OpenAsPackage(arguments.after);
+    const PackageDifference difference = ComparePackages(*before.package, *after.package);
     if (output.isJson) {
         TellDifferenceAsJson(output, arguments, difference);
     } else {
@@ -309,12 +269,8 @@ void AddDiff(CLI::App& program, Invocation& invocation)
     CLI::App* const command =
         program.add_subcommand("diff", "Show what is different between two packages");
     const auto arguments = std::make_shared<DiffArguments>();
-    const std::string described =
-        "A package file, the folder of an unpacked one, a manifest, or the folder of one";
-    command->add_option("before", arguments->before, described)
-        ->type_name(kPackageValue)
-        ->required();
-    command->add_option("after", arguments->after, described)->type_name(kPackageValue)->required();
+    AddPackage(*command, "before", arguments->before);
+    AddPackage(*command, "after", arguments->after);
     command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer("Exit status: 0 no difference, 1 there are some, 2 wrong use, 3 could not "
                     "read.\nWhat no panel reads is not compared. Passwords are masked.\n\n"

@@ -7,7 +7,6 @@
 
 #include <array>
 #include <charconv>
-#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -16,8 +15,6 @@ namespace kx::tool
 
 namespace
 {
-
-namespace fs = std::filesystem;
 
 /// The manifest's words for the description's fields.
 constexpr std::array<std::pair<const char*, const char*>, 6> kIdentityKeys = {
@@ -253,6 +250,14 @@ format::PanelModel PanelFor(const Manifest& manifest, const PanelOptions& option
     return panel;
 }
 
+format::PanelModel PanelFor(const Manifest& manifest, const std::string& file)
+{
+    Mistakes mistakes;
+    format::PanelModel panel = PanelFor(manifest, {file, ""}, mistakes);
+    mistakes.ThrowAny();
+    return panel;
+}
+
 checks::Findings CheckManifestFile(const std::string& path, const PanelOptions& options,
                                    checks::IShells* shells)
 {
@@ -281,17 +286,6 @@ checks::Findings CheckManifestFile(const std::string& path, const PanelOptions& 
     }
     findings.Sort();
     return findings;
-}
-
-bool IsManifest(const std::string& path)
-{
-    const fs::path place(path);
-    std::error_code error;
-    if (fs::is_directory(place, error)) {
-        return fs::exists(place / kManifestName, error) &&
-               !fs::exists(place / archive::kDescriptionName, error);
-    }
-    return place.extension() == ".toml";
 }
 
 } // namespace kx::tool

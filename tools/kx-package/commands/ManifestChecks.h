@@ -35,14 +35,16 @@ struct PanelOptions {
 [[nodiscard]] checks::Findings
 CheckManifestFile(const std::string& path, const PanelOptions& options, checks::IShells* shells);
 
-/// Tells whether a path is the source of a package: a manifest, or the folder of one.
-[[nodiscard]] bool IsManifest(const std::string& path);
-
 /// Returns the panel that a manifest's package is for.
 /// @param mistakes  gets what keeps the description from being read, and a processor that is
 ///                  another one than the manifest's
 /// @throws Error when the option --processor names none
 [[nodiscard]] format::PanelModel PanelFor(const Manifest& manifest, const PanelOptions& options,
                                           Mistakes& mistakes);
+
+/// Returns the same.
+/// @param file  of the option --panel; empty: the manifest's own counts
+/// @throws Errors where the other one gives mistakes
+[[nodiscard]] format::PanelModel PanelFor(const Manifest& manifest, const std::string& file);
 
 } // namespace kx::tool

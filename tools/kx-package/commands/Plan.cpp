@@ -1,8 +1,9 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "archive/Package.h"
 #include "commands/Command.h"
+#include "commands/ManifestChecks.h"
 #include "commands/Values.h"
+#include "compose/PackageSource.h"
 #include "format/Secrets.h"
 #include "io/Hex.h"
 #include "io/Text.h"
@@ -130,15 +131,23 @@ void WriteText(const Output& output, const rehearsal::Plan& plan)
     }
 }
 
+/// Returns where the package is planned: what the panel's description says counts less.
+rehearsal::Circumstances CircumstancesOf(const PlanOptions& options, const OpenedPackage& opened)
+{
+    rehearsal::Circumstances where = options.where;
+    const format::PanelModel panel = opened.source == nullptr
+                                         ? PanelOf(options.panel, "")
+                                         : PanelFor(opened.source->manifest, options.panel);
+    where.root = where.root.empty() ? panel.root : where.root;
+    // What is built elsewhere gets its updater there.
+    where.hasOtherUpdater = IsUpdaterElsewhere(opened);
+    return where;
+}
+
 io::ExitCode RunPlan(const PlanOptions& options, const Output& output)
 {
-    const std::unique_ptr<archive::Package> package = archive::OpenPackage(options.package);
-    rehearsal::Circumstances where = options.where;
-    if (!options.panel.empty()) {
-        const format::PanelModel panel = format::ReadPanelFile(options.panel);
-        where.root = where.root.empty() ? panel.root : where.root;
-    }
-    rehearsal::Plan plan = rehearsal::Rehearse(*package, where);
+    const OpenedPackage opened = OpenAsPackage(options.package);
+    rehearsal::Plan plan = rehearsal::Rehearse(*opened.package, CircumstancesOf(options, opened));
     for (rehearsal::PlannedCommand& command : plan.commands) {
         if (!options.areSecretsShown) {
             command.command = format::MaskedCommand(command.command);
@@ -159,11 +168,7 @@ void AddPlan(CLI::App& program, Invocation& invocation)
     CLI::App* const command = program.add_subcommand(
         "plan", "Show the shell commands that a panel would run, without running anything");
     const auto options = std::make_shared<PlanOptions>();
-    command
-        ->add_option("package", options->package,
-                     "A package file, the folder of an unpacked one, or - for standard input")
-        ->type_name(kPackageValue)
-        ->required();
+    AddPackage(*command, "package", options->package);
     command
         ->add_option("--at", options->where.drive, "The panel's folder in which the package lies")
         ->type_name("PATH")
@@ -178,8 +183,8 @@ void AddPlan(CLI::App& program, Invocation& invocation)
         ->check(CLI::ExistingDirectory);
     command
         ->add_option("--panel", options->panel,
-                     "The description of the panel (see new-panel): the copy of its files that it "
-                     "names counts, unless --root names one")
+                     "The description of the panel (see new-panel), instead of the manifest's: the "
+                     "copy of its files that it names counts, unless --root names one")
         ->type_name(kFileValue);
     command->add_flag("--show-secrets", options->areSecretsShown, "Show passwords, too");
     command->add_flag("--json", invocation.isJson, "Write it as JSON");
@@ -188,6 +193,7 @@ void AddPlan(CLI::App& program, Invocation& invocation)
                     "Passwords are masked.\n\n"
                     "Examples:\n"
                     "  kx-package plan Hello.kx-update\n"
+                    "  kx-package plan hello/package.toml\n"
                     "  kx-package plan --root panel/root Hello.kx-update\n"
                     "  kx-package plan --json hello.kx-update | jq -r '.commands[].command'");
     command->callback([&invocation, options] {

@@ -68,7 +68,9 @@ void TellProblems(const Output& output, const registry::Record& record)
                    << io::Printable(problem.what) << '\n';
     }
     if (record.omittedProblems != 0) {
-        output.out << "  (" << record.omittedProblems << " more lines of the list are damaged)\n";
+        output.out << "  (" << record.omittedProblems
+                   << (record.omittedProblems == 1 ? " more line of the list is damaged)\n"
+                                                   : " more lines of the list are damaged)\n");
     }
 }
 

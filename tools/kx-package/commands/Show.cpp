@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
 #include "commands/Values.h"
+#include "compose/PackageSource.h"
 #include "format/Kinds.h"
 #include "format/Summary.h"
 #include "io/Error.h"
@@ -99,11 +100,13 @@ struct Recorded {
     std::string whyNothing; ///< a sentence; empty where the package is recorded
 };
 
-Recorded RecordedOf(const archive::Package& package)
+Recorded RecordedOf(const OpenedPackage& opened)
 {
     Recorded recorded;
     try {
-        rehearsal::Plan plan = rehearsal::Rehearse(package);
+        rehearsal::Circumstances where;
+        where.hasOtherUpdater = IsUpdaterElsewhere(opened);
+        rehearsal::Plan plan = rehearsal::Rehearse(*opened.package, where);
         recorded.whyNothing = plan.IsInstalled() ? "" : rehearsal::EndOf(plan);
         recorded.folders = std::move(plan.folders);
         recorded.files = std::move(plan.files);
@@ -147,9 +150,15 @@ picojson::value SummaryAsJson(const archive::Package& package, const format::Sum
 
 // ---- text ----
 
-void TellUpdater(const Output& output, const std::optional<format::SummaryUpdater>& updater)
+void TellUpdater(const Output& output, const OpenedPackage& opened,
+                 const std::optional<format::SummaryUpdater>& updater)
 {
     output.out << "  updater:   ";
+    if (IsUpdaterElsewhere(opened)) {
+        output.out << "none for " << opened.source->manifest.processor->name
+                   << " on this machine\n";
+        return;
+    }
     if (!updater.has_value()) {
         output.out << Coloured(output, Colour::kRed, "missing") << '\n';
         return;
@@ -163,10 +172,9 @@ void TellUpdater(const Output& output, const std::optional<format::SummaryUpdate
     output.out << '\n';
 }
 
-void TellIdentity(const Output& output, const archive::Package& package,
-                  const format::Summary& summary)
+void TellIdentity(const Output& output, const OpenedPackage& opened, const format::Summary& summary)
 {
-    output.out << Coloured(output, Colour::kBold, io::Printable(package.Path())) << '\n'
+    output.out << Coloured(output, Colour::kBold, io::Printable(opened.package->Path())) << '\n'
                << "  title:     " << io::Printable(summary.title) << '\n'
                << "  version:   " << io::Printable(summary.version) << '\n'
                << "  comment:   " << io::Printable(summary.comment) << '\n'
@@ -174,7 +182,7 @@ void TellIdentity(const Output& output, const archive::Package& package,
                << io::Printable(summary.osVersion) << '\n'
                << "  date:      " << io::Printable(summary.date) << '\n'
                << "  record:    " << io::Printable(summary.recordName) << '\n';
-    TellUpdater(output, summary.updater);
+    TellUpdater(output, opened, summary.updater);
     output.out << "  payload:   " << io::CountText(summary.files, "file") << ", "
                << io::SizeText(summary.size) << '\n';
 }
@@ -252,14 +260,14 @@ void TellList(const Output& output, const char* heading, const std::vector<std::
 
 io::ExitCode Show(const std::string& path, format::Secrets secrets, const Output& output)
 {
-    const std::unique_ptr<archive::Package> package = archive::OpenPackage(path);
-    const format::Summary summary = format::Summarize(*package, secrets);
-    const Recorded recorded = RecordedOf(*package);
+    const OpenedPackage opened = OpenAsPackage(path);
+    const format::Summary summary = format::Summarize(*opened.package, secrets);
+    const Recorded recorded = RecordedOf(opened);
     if (output.isJson) {
-        WriteJson(output, SummaryAsJson(*package, summary, recorded));
+        WriteJson(output, SummaryAsJson(*opened.package, summary, recorded));
         return io::ExitCode::kFine;
     }
-    TellIdentity(output, *package, summary);
+    TellIdentity(output, opened, summary);
     for (std::size_t i = 0; i < summary.steps.size(); ++i) {
         TellStep(output, summary, i);
     }
@@ -280,16 +288,13 @@ void AddShow(CLI::App& program, Invocation& invocation)
     CLI::App* const command = program.add_subcommand("show", "Show what is in a package");
     const auto path = std::make_shared<std::string>();
     const auto areSecretsShown = std::make_shared<bool>(false);
-    command
-        ->add_option("package", *path,
-                     "A package file, the folder of an unpacked one, or - for standard input")
-        ->type_name(kPackageValue)
-        ->required();
+    AddPackage(*command, "package", *path);
     command->add_flag("--show-secrets", *areSecretsShown, "Show passwords, too");
     command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer("Passwords are masked.\n\n"
                     "Examples:\n"
                     "  kx-package show recipes.kx-update\n"
+                    "  kx-package show recipes/package.toml\n"
                     "  kx-package show --json recipes.kx-update | jq -r '.steps[].kind'");
     command->callback([path, areSecretsShown, &invocation] {
         invocation.run = [path, areSecretsShown](const Output& output) {

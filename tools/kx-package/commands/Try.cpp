@@ -3,10 +3,13 @@
 #include "checks/Checker.h"
 #include "commands/Command.h"
 #include "commands/EmptyPackage.h"
+#include "commands/ManifestChecks.h"
 #include "commands/TrialJson.h"
 #include "commands/TrialText.h"
 #include "commands/Values.h"
 #include "common/Progress.h"
+#include "compose/LayoutPackage.h"
+#include "compose/PackageSource.h"
 #include "compose/UpdaterSearch.h"
 #include "format/Summary.h"
 #include "io/StandardInput.h"
@@ -68,56 +71,100 @@ void RefuseWrongUse(const TryOptions& options)
     }
 }
 
+/// Returns a package by whose name the panel goes its road.
+EmptyPackage NamesakeOf(const TrialRequest& request, const PackageSource* source)
+{
+    if (source != nullptr) {
+        return {PackageFileName(source->manifest), true};
+    }
+    if (request.package == io::kStandardInput) {
+        return {io::kStandardInputName, true};
+    }
+    std::error_code error;
+    return {request.package, !std::filesystem::is_directory(request.package, error)};
+}
+
 /// Plans what the panel does with the package; with a step that is to fail, the steps, too.
-void PlanTrial(const TryOptions& options, TrialRequest& request)
+/// @param source  of the package, or null
+void PlanTrial(const TryOptions& options, const PackageSource* source, TrialRequest& request)
 {
     // Whatever updater the package has, the trial starts one.
     rehearsal::Circumstances where;
     where.hasOtherUpdater = true;
     if (!options.hasFailedStep) {
-        const bool isInput = request.package == io::kStandardInput;
-        const std::string path = isInput ? io::kStandardInputName : request.package;
-        std::error_code error;
-        const EmptyPackage package(path, isInput || !std::filesystem::is_directory(path, error));
-        request.road = RoadOf(rehearsal::Rehearse(package, where));
+        request.road = RoadOf(rehearsal::Rehearse(NamesakeOf(request, source), where));
         return;
     }
-    const std::unique_ptr<archive::Package> package = archive::OpenPackage(request.package);
+    const std::unique_ptr<archive::Package> package =
+        source == nullptr ? archive::OpenPackage(request.package) : PackageOf(*source);
     const std::size_t count = format::Summarize(*package).steps.size();
     const rehearsal::Plan plan = rehearsal::Rehearse(*package, where);
     request.failure = FailureOfStep(plan, count, options.failedStep);
     request.road = RoadOf(plan);
 }
 
-/// Returns what a panel of that description would stumble over: the sandboxed one is another.
-std::vector<std::string> RemarksOnPanel(const TryOptions& options)
+/// Checks what is tried by the description of a panel.
+checks::Findings FindingsFor(const std::string& panel, const std::string& package,
+                             const PackageSource* source)
 {
-    if (options.panel.empty()) {
+    checks::Expected expected;
+    if (source == nullptr) {
+        expected.panel = format::ReadPanelFile(panel);
+        return checks::CheckPackage(package, expected);
+    }
+    expected.panel = PanelFor(source->manifest, panel);
+    expected.hasUpdater = !source->updater.empty();
+    checks::Findings findings;
+    CheckManifest(
+        source->manifest, source->layout,
+        LayoutPackage(PackageFileName(source->manifest), true, source->layout, source->updater),
+        expected, findings);
+    return findings;
+}
+
+std::string PlaceOf(const checks::Location& location)
+{
+    if (!location.path.empty()) {
+        return location.path;
+    }
+    return location.at.line == 0 ? location.file
+                                 : location.file + ":" + std::to_string(location.at.line) + ":" +
+                                       std::to_string(location.at.column);
+}
+
+/// Returns what a panel of that description would stumble over: the sandboxed one is another.
+std::vector<std::string> RemarksOnPanel(const TryOptions& options, const PackageSource* source)
+{
+    const std::string panel =
+        options.panel.empty() && source != nullptr ? source->manifest.panel : options.panel;
+    if (panel.empty()) {
         return {};
     }
-    checks::Expected expected;
-    expected.panel = format::ReadPanelFile(options.panel);
-    const checks::Findings findings = checks::CheckPackage(options.package, expected);
+    const checks::Findings findings = FindingsFor(panel, options.package, source);
     std::vector<std::string> remarks;
     for (const checks::Finding& finding : findings.All()) {
         if (finding.severity == checks::Severity::kError) {
-            const std::string& place =
-                finding.location.path.empty() ? finding.location.file : finding.location.path;
-            remarks.push_back("on the panel of " + options.panel + ": " + place + " " +
-                              finding.what + " (" + checks::RuleOf(finding.rule).id + ")");
+            std::string remark = "on the panel of " + panel + ": ";
+            remark += PlaceOf(finding.location) + " " + finding.what;
+            remarks.push_back(remark + " (" + checks::RuleOf(finding.rule).id + ")");
         }
     }
     return remarks;
 }
 
-/// Returns the name of the processor of a described panel; empty when there is none.
-std::string ProcessorOf(const std::string& panelFile)
+/// Returns the name of the processor that the panel is said to have; empty when that is not said.
+std::string ProcessorOf(const TryOptions& options, const PackageSource* source)
 {
-    if (panelFile.empty()) {
-        return {};
+    format::PanelModel panel;
+    if (source != nullptr) {
+        panel = PanelFor(source->manifest, options.panel);
+    } else if (!options.panel.empty()) {
+        panel = format::ReadPanelFile(options.panel);
     }
-    const format::Processor* const processor = format::ReadPanelFile(panelFile).processor;
-    return processor != nullptr ? processor->name : "";
+    if (panel.processor == nullptr && source != nullptr) {
+        panel.processor = source->manifest.processor;
+    }
+    return panel.processor != nullptr ? panel.processor->name : "";
 }
 
 void ShowProgress(const TrialProgress& now, Progress& progress)
@@ -159,16 +206,41 @@ TrialResult RunWatched(TrialRequest& request, const Output& output)
     return RunTrial(request);
 }
 
+/// Tells the trial what its package is, or how to make it.
+/// @param source  of the package, or null; lives as long as the request
+void NamePackage(const TryOptions& options, const PackageSource* source, const Output& output,
+                 TrialRequest& request)
+{
+    if (source == nullptr) {
+        request.package =
+            options.package == io::kStandardInput ? options.package : NamedPath(options.package);
+        return;
+    }
+    request.build = [source, &output](const std::string& file) {
+        Progress progress(output, "packing");
+        WritePackage(file, source->manifest, source->layout, source->updater,
+                     [&progress](double fraction) { progress.Show(fraction); });
+    };
+    if (source->updater.empty()) {
+        request.whyNoUpdater = std::string("it was built without an updater: this machine has "
+                                           "none for ") +
+                               source->manifest.processor->name;
+    }
+}
+
 io::ExitCode Try(const TryOptions& options, const Output& output)
 {
     RefuseWrongUse(options);
+    std::unique_ptr<const PackageSource> source;
+    if (options.package != io::kStandardInput && IsSource(options.package)) {
+        source = std::make_unique<PackageSource>(ReadSource(options.package));
+    }
     TrialRequest request;
-    request.package =
-        options.package == io::kStandardInput ? options.package : NamedPath(options.package);
+    NamePackage(options, source.get(), output, request);
     TrialSubject subject;
     subject.package = options.package;
-    subject.panelRemarks = RemarksOnPanel(options);
-    PlanTrial(options, request);
+    subject.panelRemarks = RemarksOnPanel(options, source.get());
+    PlanTrial(options, source.get(), request);
     if (request.failure.has_value()) {
         subject.failedStep = options.failedStep;
         subject.failedCommand = request.failure->command;
@@ -179,7 +251,7 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
     request.bounds = options.bounds;
     request.environment = options.environment;
     request.isTwice = options.isTwice;
-    request.processor = ProcessorOf(options.panel);
+    request.processor = ProcessorOf(options, source.get());
     if (options.hasShell) {
         request.shellGreeting = ShellGreeting;
     }
@@ -221,11 +293,7 @@ void AddTry(CLI::App& program, Invocation& invocation)
     CLI::App* const command = program.add_subcommand(
         "try", "Install a package on a sandboxed panel and show what that changes");
     const auto options = std::make_shared<TryOptions>();
-    command
-        ->add_option("package", options->package,
-                     "A package file, the folder of an unpacked one, or - for standard input")
-        ->type_name(kPackageValue)
-        ->required();
+    AddPackage(*command, "package", options->package);
     command->add_flag("--twice", options->isTwice,
                       "Install it again on the same panel, and show what that changes");
     CLI::Option* const fail = command->add_option(
@@ -258,6 +326,7 @@ void AddTry(CLI::App& program, Invocation& invocation)
         "programs\nthat cannot run here, or that run here and not on its panel.\n\n"
         "Examples:\n"
         "  kx-package try recipes.kx-update\n"
+        "  kx-package try recipes/package.toml\n"
         "  kx-package try --twice recipes.kx-update\n"
         "  kx-package try --fail 2 recipes.kx-update\n"
         "  kx-package try --shell unpacked/recipes\n"

@@ -5,6 +5,7 @@
 #include "common/Progress.h"
 #include "compose/DescriptionWriter.h"
 #include "compose/LayoutPackage.h"
+#include "compose/PackageSource.h"
 #include "io/AtomicFolder.h"
 #include "io/Error.h"
 #include "io/Interruption.h"
@@ -117,6 +118,10 @@ void TellUnpackedAsJson(const Output& output, const UnpackArguments& arguments,
 
 io::ExitCode RunUnpack(const UnpackArguments& arguments, const Output& output)
 {
+    if (IsSource(arguments.package)) {
+        throw io::Error(io::ExitCode::kWrongUse, arguments.package, "is the source of a package",
+                        "there is nothing to unpack");
+    }
     const std::unique_ptr<archive::Package> package = archive::OpenPackage(arguments.package);
     const UnpackedSources sources = UnpackInto(*package, arguments, output);
     if (output.isJson) {

@@ -81,6 +81,18 @@ std::string UpdaterFor(const Manifest& manifest, const std::string& wanted)
     return path;
 }
 
+std::string UpdaterIfAny(const Manifest& manifest)
+{
+    try {
+        return UpdaterFor(manifest, "");
+    } catch (const io::Error& error) {
+        if (error.Code() != io::ExitCode::kNoAccess || !manifest.updater.empty()) {
+            throw;
+        }
+        return {};
+    }
+}
+
 void RefuseOtherUpdater(const std::string& path, const format::Processor& processor)
 {
     const std::optional<format::ProgramHead> program = ReadUpdaterHead(path);

@@ -41,4 +41,10 @@ void RefuseOtherUpdater(const std::string& path, const format::Processor& proces
 /// @throws Error when there is none, or it is no program for the manifest's processor
 [[nodiscard]] std::string UpdaterFor(const Manifest& manifest, const std::string& wanted);
 
+/// Returns the path of the updater that a manifest's package gets when nobody names another one,
+/// or nothing where this machine has none for its processor.
+/// @throws Error when it is no program for the manifest's processor, or the manifest's own cannot
+///         be read
+[[nodiscard]] std::string UpdaterIfAny(const Manifest& manifest);
+
 } // namespace kx::tool

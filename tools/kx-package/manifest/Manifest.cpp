@@ -34,7 +34,8 @@ std::string FindManifest(const std::string& path)
         return path;
     }
     std::string manifest = path + (path.back() == '/' ? "" : "/") + kManifestName;
-    if (!fs::exists(manifest, error)) {
+    // What may not be looked at, or leads to nothing, is told when it is read.
+    if (fs::symlink_status(manifest, error).type() == fs::file_type::not_found) {
         throw io::Error(io::ExitCode::kNoAccess, path,
                         std::string("there is no ") + kManifestName + " in the folder",
                         "make one with kx-package new");

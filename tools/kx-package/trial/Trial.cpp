@@ -21,7 +21,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kx::tool
@@ -105,9 +104,9 @@ public:
     {
         std::error_code error;
         m_path = request.package;
-        if (m_path == io::kStandardInput) {
+        if (request.build || m_path == io::kStandardInput) {
             m_path = m_panel.Scratch(std::string("package") + archive::kPackageExtension);
-            TakeStandardInput();
+            MakePackage();
         }
         m_isArchive = !fs::is_directory(m_path, error);
         fs::create_directory(m_panel.Scratch("drive"), error);
@@ -129,6 +128,7 @@ public:
     }
 
 private:
+    void MakePackage();
     void TakeStandardInput();
     [[nodiscard]] PanelResult Open();
     void Start(const std::optional<ShellFailure>& failure, Installation& installation);
@@ -147,17 +147,26 @@ private:
     bool m_isArchive = false;
 };
 
-void Trial::TakeStandardInput()
+void Trial::MakePackage()
 {
-    const io::Descriptor file = io::CreateFile(m_path, 0600);
-    const std::uint64_t limit = std::uint64_t{m_request.bounds.disk} << 20;
     try {
-        io::CopyStandardInput(file, m_path, limit, "see --disk");
+        if (m_request.build) {
+            m_request.build(m_path);
+        } else {
+            TakeStandardInput();
+        }
     } catch (const io::Error&) {
         RefuseIfInterrupted();
         throw;
     }
     RefuseIfInterrupted();
+}
+
+void Trial::TakeStandardInput()
+{
+    const io::Descriptor file = io::CreateFile(m_path, 0600);
+    const std::uint64_t limit = std::uint64_t{m_request.bounds.disk} << 20;
+    io::CopyStandardInput(file, m_path, limit, "see --disk");
 }
 
 PanelResult Trial::Open()
@@ -253,8 +262,11 @@ Installation Trial::Install(const std::optional<ShellFailure>& failure)
         return installation;
     }
     if (opened.status == kNoUpdater) {
-        installation.remarks.push_back(std::string("the package has no ") + archive::kUpdaterName +
-                                       " that a panel could start; see kx-package check");
+        installation.remarks.push_back(m_request.whyNoUpdater.empty()
+                                           ? std::string("the package has no ") +
+                                                 archive::kUpdaterName +
+                                                 " that a panel could start; see kx-package check"
+                                           : m_request.whyNoUpdater);
     }
     Start(failure, installation);
     installation.record = Leave();
@@ -288,6 +300,17 @@ void Trial::Start(const std::optional<ShellFailure>& failure, Installation& inst
     Explain(trace, log, failure, installation);
 }
 
+/// Writes the commands of a plan for another folder of the unpacked package.
+void RenameFolder(rehearsal::Plan& plan, const std::string& from, const std::string& to)
+{
+    const std::string found = "\"" + from + "/";
+    for (rehearsal::PlannedCommand& command : plan.commands) {
+        if (const std::size_t at = command.command.find(found); at != std::string::npos) {
+            command.command.replace(at + 1, from.size(), to);
+        }
+    }
+}
+
 /// Tells which steps failed, and what the programs that were started say about the result. Most
 /// installations need no look into the package for that.
 void Trial::Explain(RunTrace& trace, const StepLog& log, const std::optional<ShellFailure>& failure,
@@ -311,7 +334,10 @@ void Trial::Explain(RunTrace& trace, const StepLog& log, const std::optional<She
         }
         rehearsal::Circumstances where;
         where.hasOtherUpdater = true;
-        AssignSteps(rehearsal::Rehearse(*package, where), trace);
+        rehearsal::Plan plan = rehearsal::Rehearse(*package, where);
+        // The file that was built or taken from standard input has a name of its own.
+        RenameFolder(plan, RoadOf(plan).folder, m_road.folder);
+        AssignSteps(plan, trace);
         CompleteFailures(summary.steps, trace, installation.failedSteps);
     } catch (const std::exception&) {
         // What the panel could read and this program cannot: the steps are told without more.
@@ -395,15 +421,7 @@ Verdict TrialResult::Outcome() const
 
 std::string NamedPath(const std::string& path)
 {
-    struct stat info {
-    };
-    if (stat(path.c_str(), &info) != 0) {
-        throw io::AccessError(path, "open", errno);
-    }
-    if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is neither a file nor a folder",
-                        "name a package or the folder of an unpacked one");
-    }
+    static_cast<void>(archive::NamesArchive(path));
     if (access(path.c_str(), R_OK) != 0) {
         throw io::AccessError(path, "open", errno);
     }

@@ -28,8 +28,11 @@ struct TrialProgress {
 /// What to try, and with what.
 struct TrialRequest {
     std::string package; ///< a file, a folder, or "-" for standard input
-    Road road;           ///< of the package's name
-    std::string device;  ///< folder of the sandboxed device
+    /// Writes the package to a file that is not there yet, instead of one that is; may be empty.
+    std::function<void(const std::string& file)> build;
+    std::string whyNoUpdater; ///< what to say of a package without one; empty: that it is a mistake
+    Road road;                ///< of the package's name
+    std::string device;       ///< folder of the sandboxed device
     std::string updater;
     TrialBounds bounds;
     std::vector<std::string> environment;
