@@ -28,9 +28,10 @@ SRC = {
 LIB = {
     "io": (set(), {"utf8.h"}),
     "panel": ({"osa/PanelNames.h"}, set()),
-    "archive": ({"io", "panel"}, {"zip.h", "zlib.h", "bzlib.h"}),
+    "archive": ({"io", "panel"}, {"archive.h", "archive_entry.h", "zip.h", "zlib.h", "bzlib.h"}),
     "format": ({"io", "panel", "archive", "osa", "model", "steps", "engine/Installation.h"},
                JSON | {"toml++", "gelf.h", "libelf.h"}),
+    "signature": ({"io", "panel", "archive", "format/TomlTable.h"}, {"openssl"}),
     "rehearsal": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
     "checks": ({"io", "panel", "archive", "format", "rehearsal", "osa", "model"}, JSON),
     "registry": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
@@ -41,7 +42,7 @@ TOOL = {
     "compose": ({"io", "archive", "format", "model", "common", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
-    "stick": ({"io", "panel"}, set()),
+    "stick": ({"io", "panel", "archive", "engine"}, set()),
     "compare": ({"io", "panel", "archive", "format", "model", "osa", "compose", "unpack"}, {"dtl"}),
     "unpack": ({"io", "archive", "format", "model", "osa", "manifest", "compose"}, set()),
     "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "osa",
@@ -75,7 +76,9 @@ PANEL = "lib/panel"
 # The only file of src/app that may include the window.
 GUI_USER = "src/app/RunModes.cpp"
 SUFFIXES = {".h", ".hpp", ".hh", ".inc", ".ipp", ".tpp", ".cpp", ".cc", ".cxx", ".c"}
-GUARDED = {"picojson.h", "utf8.h", "zip.h", "zlib.h", "bzlib.h", "gelf.h", "libelf.h"}  # libraries that a layer must be allowed
+# Libraries that a layer must be allowed.
+GUARDED = {"picojson.h", "utf8.h", "archive.h", "archive_entry.h", "zip.h", "zlib.h", "bzlib.h",
+           "gelf.h", "libelf.h"}
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.M)
 
 
@@ -84,7 +87,7 @@ def library_of(target):
     if re.fullmatch(r"(Qt\w+/)?Q\w+", target):
         return "Qt"
     first = target.split("/")[0]
-    return first if first in GUARDED | {"CLI", "dtl", "toml++"} else None
+    return first if first in GUARDED | {"CLI", "dtl", "openssl", "toml++"} else None
 
 
 def problems_of(root, top, table, path):

@@ -189,8 +189,12 @@ void Add(zip_t* archive, const ArchiveItem& item, bool isEmpty, const DosTime& w
     const unsigned mode = item.isFolder
                               ? S_IFDIR | 0755
                               : S_IFREG | item.mode.value_or(item.isExecutable ? 0755 : 0644);
-    constexpr unsigned kFolderMark = 0x10; // for systems that know no modes
-    const zip_uint32_t attributes = mode << kZipModeShift | (item.isFolder ? kFolderMark : 0);
+    // For systems that know no modes.
+    constexpr unsigned kFolderMark = 0x10;
+    constexpr unsigned kArchiveMark = 0x20;
+    // The library takes 666 alone for "not told", and writes the mode of the source instead.
+    const unsigned mark = item.isFolder ? kFolderMark : mode == (S_IFREG | 0666) ? kArchiveMark : 0;
+    const zip_uint32_t attributes = mode << kZipModeShift | mark;
     const zip_int32_t method = item.isFolder || isEmpty ? ZIP_CM_STORE : ZIP_CM_DEFLATE;
     if (zip_file_set_dostime(archive, index, when.time, when.date, 0) != 0 ||
         zip_file_set_external_attributes(archive, index, 0, ZIP_OPSYS_UNIX, attributes) != 0 ||

@@ -23,6 +23,13 @@ std::uint64_t ZipFields::Number(std::size_t count)
     return number;
 }
 
+void AppendZipNumber(std::string& bytes, std::uint64_t number, std::size_t size)
+{
+    for (std::size_t i = 0; i < size; ++i) {
+        bytes += static_cast<char>(number >> (8 * i) & 0xffU);
+    }
+}
+
 ZipExtra ReadZipExtra(std::string_view bytes)
 {
     constexpr std::uint16_t kZip64 = 0x0001;

@@ -54,6 +54,10 @@ private:
     return ZipFields(bytes, at).Four();
 }
 
+/// Appends a number, least significant byte first.
+/// @param size  how many bytes it takes, up to 8
+void AppendZipNumber(std::string& bytes, std::uint64_t number, std::size_t size);
+
 /// The extra fields of a header that say something about names and sizes.
 struct ZipExtra {
     std::optional<std::string_view> zip64; ///< of the bytes that were read

@@ -190,7 +190,7 @@ def tell_all(all_done, seconds):
 def work():
     """Does all parts, after what is missing was installed. Returns the exit status."""
     start = time.monotonic()
-    common.setup("build", "tools", "demo", "test", "display", "web", "vnc")
+    common.setup("build", "tools", "demo", "test", "vm", "display", "web", "vnc")
     shutil.rmtree(LOGS, ignore_errors=True)
     LOGS.mkdir(parents=True)
     return tell_all(parts.run(schedule(), tell_begun, tell_ended), time.monotonic() - start)

@@ -89,13 +89,18 @@ TEST(ArchiveWriter, WritesWhatTheReaderReadsBack)
 TEST(ArchiveWriter, WritesTheModesThatItIsTold)
 {
     const TempDir dir;
-    std::vector<ArchiveItem> items = {{"a", "", "", false, false}, {"b", "", "", false, true}};
+    const std::string source = dir.Write("source", "", 0600);
+    std::vector<ArchiveItem> items = {{"a", "", "", false, false},
+                                      {"b", "", "", false, true},
+                                      {"c", source, std::nullopt, false, false}};
     items[0].mode = 0600;
     items[1].mode = 0;
+    items[2].mode = 0666;
 
     static_cast<void>(WriteArchive(dir / "x.kx-update", items, {}));
 
-    EXPECT_THAT(EntriesOf(dir / "x.kx-update"), ElementsAre("a 100600 0 0 0", "b 100000 0 0 0"));
+    EXPECT_THAT(EntriesOf(dir / "x.kx-update"),
+                ElementsAre("a 100600 0 0 0", "b 100000 0 0 0", "c 100666 20 0 0"));
 }
 
 TEST(ArchiveWriter, GivesTheSameBytesForAnyOrderModeDateZoneAndUmask)

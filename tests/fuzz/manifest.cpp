@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         CheckPatterns(manifest);
         const std::vector<std::vector<kx::tool::CopyItem>> items(manifest.steps.size());
         const kx::format::Description description = kx::format::ParseDescription(
-            kx::tool::WriteDescription(kx::tool::MakeModel(manifest, items)->root));
+            kx::tool::WriteDescription(kx::tool::MakeModel(manifest, manifest.steps, items)->root));
         Require(description.HasByteOrderMark() && description.root.has_value());
         Require(description.root->TextOf("Title") == manifest.title);
     } catch (const kx::io::Error& error) {

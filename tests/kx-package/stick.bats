@@ -204,3 +204,127 @@ END
         [ "$status" -eq 0 ]
 END
 }
+
+@test "what else a panel finds on the drive is told, and nothing is written" {
+    package
+    on_drive size=16m <<'END'
+        cp demo.kx-update drive/other.kx-update
+        cp demo.kx-update drive/._demo.kx-update
+        mkdir -p drive/old.temp drive/Pictures
+        touch drive/old.temp/UserPackage.kx-project drive/Pictures/p.kx-update drive/.demo.kx-update.12-0
+        find drive | sort >before
+
+        kx stick demo.kx-update drive
+
+        expect 1 '' "kx-package: drive: $DOUBT
+kx-package: drive/._demo.kx-update: is a hidden file that some desktop systems leave; the panel counts it as a second package, and installs none; --replace removes it
+kx-package: drive/.demo.kx-update.12-0: was left by a kx-package that was stopped while it wrote; --replace removes it
+kx-package: drive/old.temp: is a package that was unpacked for an installation, and left; --replace removes it
+kx-package: drive/other.kx-update: is another package; of several the panel installs none; --replace removes it
+kx-package: nothing was written to drive
+"
+        find drive | sort | diff before -
+        kx stick --json demo.kx-update drive
+        [ "$status" -eq 1 ]
+        [ "$(jq -c '[.ready, .clean, (.others[] | [.name, .kind, .removed])]' out)" = \
+            '[false,true,["._demo.kx-update","hidden-twin",false],[".demo.kx-update.12-0","unfinished",false],["old.temp","unpacked",false],["other.kx-update","package",false]]' ]
+        [ "$(jq -c '.problems[3]' out)" = \
+            '{"message":"is another package; of several the panel installs none","place":"drive/other.kx-update","remedy":"--replace removes it"}' ]
+END
+}
+
+@test "--replace removes what belongs to packages, and nothing else" {
+    package
+    on_drive size=16m <<'END'
+        cp demo.kx-update drive/other.kx-update
+        cp demo.kx-update drive/._demo.kx-update
+        mkdir -p drive/old.temp/0/0 drive/demo.temp/1 drive/my.temp drive/Pictures outside
+        touch drive/old.temp/UserPackage.kx-project drive/my.temp/notes drive/Pictures/p.kx-update \
+            drive/.kx-update drive/B.KX-UPDATE outside/kept
+        ln -s "$PWD/outside" drive/old.temp/0/0/link
+
+        kx stick --replace demo.kx-update drive
+
+        expect 0 'drive/._demo.kx-update: removed
+drive/demo.temp: removed
+drive/old.temp: removed
+drive/other.kx-update: removed
+demo.kx-update: written to drive and read back from memory, as this file system is not read past it; the drive may be pulled
+' "kx-package: drive: $DOUBT"$'\n'
+        (cd drive && find . -mindepth 1 | sort) | diff - <(printf './%s\n' .kx-update B.KX-UPDATE \
+            Pictures Pictures/p.kx-update demo.kx-update my.temp my.temp/notes)
+        [ -e outside/kept ]
+        cp demo.kx-update drive/other.kx-update
+        kx stick --replace --json demo.kx-update drive
+        [ "$status" -eq 0 ]
+        [ "$(jq -c '[.written, .others[0].name, .others[0].removed]' out)" = \
+            '[false,"other.kx-update",true]' ]
+END
+}
+
+@test "what may be a person's own is never removed" {
+    package
+    on_drive size=16m <<'END'
+        mkdir drive/demo.temp drive/album.kx-update
+        touch drive/demo.temp/letter drive/album.kx-update/picture drive/._x.kx-update
+        kx stick --replace demo.kx-update drive
+        expect 1 '' "kx-package: drive: $DOUBT
+kx-package: drive/album.kx-update: is a folder that the panel counts as a package; give it another name
+kx-package: drive/demo.temp: is where the panel unpacks the package; it removes what is there before; give it another name, or the package
+kx-package: nothing was written to drive
+"
+        # Nothing is removed where nothing can be written.
+        [ -e drive/._x.kx-update ] && [ -e drive/demo.temp/letter ]
+        [ ! -e drive/demo.kx-update ]
+END
+}
+
+@test "what is mounted in something that is removed stays" {
+    package
+    on_drive size=16m <<'END'
+        mkdir -p drive/old.temp/0 other
+        touch drive/old.temp/UserPackage.kx-project other/kept
+        mount -t tmpfs none drive/old.temp/0
+        touch drive/old.temp/0/kept
+        kx stick --replace demo.kx-update drive
+        expect 3 '' "kx-package: drive: $DOUBT"$'\nkx-package: drive/old.temp: cannot remove: Device or resource busy\n'
+        [ -e drive/old.temp/0/kept ]
+END
+}
+
+@test "a drive without room for the package, or for what it unpacks to, is told" {
+    package
+    on_drive size=400k <<'END'
+        kx stick --json demo.kx-update drive
+        [ "$status" -eq 0 ]
+        rm drive/demo.kx-update
+        rest=$(jq '.drive.free - .needed.unpacked' out)
+        # Just enough, and one page less.
+        head -c "$rest" /dev/zero >drive/pictures
+        kx stick demo.kx-update drive
+        [ "$status" -eq 0 ]
+        rm drive/demo.kx-update
+        head -c "$((rest + 1))" /dev/zero >drive/pictures
+        kx stick demo.kx-update drive
+        [ "$status" -eq 1 ]
+        grep -qE '^kx-package: drive: the package takes 4.0 KiB and, where the panel unpacks it beside itself, [0-9.]+ KiB; [0-9.]+ KiB are free; remove what else is on the drive, or take a larger one$' err
+        [ ! -e drive/demo.kx-update ]
+END
+}
+
+@test "an older package without room beside it goes first with --replace" {
+    demo source
+    mv source/share/{ä日本,plain}.txt
+    head -c 200000 /dev/urandom >source/share/random
+    kx build source --updater arm-updater -o demo.kx-update
+    on_drive size=520k <<'END'
+        head -c 350000 /dev/zero >drive/demo.kx-update
+        kx stick demo.kx-update drive
+        [ "$status" -eq 1 ]
+        grep -q 'there is no room for the package beside the older one, which stays until the new one is whole' err
+        [ "$(stat -c %s drive/demo.kx-update)" -eq 350000 ]
+        kx stick --replace demo.kx-update drive
+        [ "$status" -eq 0 ]
+        cmp demo.kx-update drive/demo.kx-update
+END
+}

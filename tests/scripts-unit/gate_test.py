@@ -261,8 +261,8 @@ class Main(InProject):
     def test_it_installs_forgets_the_earlier_run_and_tells_the_sum(self):
         old = self.write("build/test/old/x.xml")
         self.assertEqual(self.main(gate), 0)
-        self.setups.assert_called_once_with("build", "tools", "demo", "test", "display", "web",
-                                            "vnc")
+        self.setups.assert_called_once_with("build", "tools", "demo", "test", "vm", "display",
+                                            "web", "vnc")
         self.assertFalse(old.parent.exists())
         self.assertTrue(self.logs.is_dir())
         self.assertEqual(self.out.splitlines()[:2], ["a ...", "a: 1 passed, 0 failed, 0.0 s"])

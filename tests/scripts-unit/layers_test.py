@@ -39,7 +39,8 @@ class Includes(InProject):
                                     "<toml++/toml.h>"),
                 ("<CLI/CLI.hpp>", "the layer high is free of CLI, but includes <CLI/CLI.hpp>"),
                 *((f"<{name}>", f"the layer high is free of {name}, but includes <{name}>")
-                  for name in ("picojson.h", "utf8.h", "zip.h", "zlib.h", "bzlib.h")),
+                  for name in ("picojson.h", "utf8.h", "archive.h", "archive_entry.h", "zip.h", "zlib.h",
+                               "bzlib.h")),
                 ("<io/Text.h>", "write <io/Text.h> in quotes"),
                 ("<osa/OSA.h>", "write <osa/OSA.h> in quotes"),
                 ("<trial/A.h>", "write <trial/A.h> in quotes"),

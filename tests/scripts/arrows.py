@@ -21,11 +21,13 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 # One header of each library that a room has to be allowed.
 LIBRARIES = {"Qt": "QString", "picojson": "picojson.h", "utfcpp": "utf8.h", "libzip": "zip.h",
+             "libarchive": "archive.h",
              "libelf": "libelf.h", "gelf": "gelf.h", "zlib": "zlib.h", "bzip2": "bzlib.h",
-             "CLI11": "CLI/CLI.hpp", "toml++": "toml++/toml.h", "dtl": "dtl/dtl.hpp"}
+             "CLI11": "CLI/CLI.hpp", "toml++": "toml++/toml.h", "dtl": "dtl/dtl.hpp",
+             "libcrypto": "openssl/evp.h"}
 # Headers that may be included by some who may not include the rest of their room.
 HEADERS = ("engine/ILogger.h", "engine/q_UpdaterEngine.h", "engine/Installation.h",
-           "app/Globals.h", "app/Options.h", "osa/PanelNames.h")
+           "app/Globals.h", "app/Options.h", "osa/PanelNames.h", "format/TomlTable.h")
 CHAIN = ("engine", "steps", "model", "osa")  # what the picture shows side by side, with arrows
 
 
@@ -161,7 +163,7 @@ def is_used(target, included):
     """Tells whether a question is answered by what a room includes already."""
     if target == "<QString>":
         return any(re.match(r"<(Qt\w+/)?Q", one) for one in included)
-    if target.endswith("/Probe.h") or target.startswith(("<CLI/", "<toml++/")):
+    if target.endswith("/Probe.h") or target.startswith(("<CLI/", "<openssl/", "<toml++/")):
         return any(one.startswith(target.split("/")[0] + "/") for one in included)
     return target in included
 

@@ -44,7 +44,7 @@ setup() {
 @test "everything is built, tested and checked, after what is missing was installed" {
     gate
 
-    [ "$(head -n 1 "$STUB/log")" = 'setup build tools demo test display web vnc' ]
+    [ "$(head -n 1 "$STUB/log")" = 'setup build tools demo test vm display web vnc' ]
     local expected=(
         'cmake --preset release' 'cmake --build --preset release --target all kx_probe'
         'cmake --preset asan' 'cmake --build --preset asan'

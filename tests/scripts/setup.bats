@@ -7,7 +7,9 @@
 #   $STUB/states     "PACKAGE STATE" for what dpkg knows, PACKAGE "*" for all; every other package
 #                    is installed
 #   $STUB/failures   how often apt-get install fails
-#   $STUB/log        what was asked of apt-get
+#   $STUB/no-kernel  how often the kernel of the virtual machine cannot be fetched; without the file
+#                    it is there
+#   $STUB/log        what was asked of apt-get, and of scripts/vm
 
 ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
 
@@ -37,6 +39,19 @@ echo "apt-get: no luck" >&2
 exit 100
 END
     stand_in id <<<'echo 0'
+    stand_in vm <<'END'
+[ -e "$STUB/no-kernel" ] || exit 0
+[ "$*" != 'kernel --there' ] || { echo "there is none" >&2 && exit 3; }
+echo "vm $*" >>"$STUB/log"
+read -r left <"$STUB/no-kernel"
+[ "$left" -gt 0 ] || exit 0
+echo $((left - 1)) >"$STUB/no-kernel"
+echo "scripts/vm: no luck" >&2
+exit 3
+END
+    mkdir scripts
+    cp "$ROOT/scripts/setup" scripts
+    mv "$STUB/bin/vm" scripts
 }
 
 # stand_in NAME <SCRIPT
@@ -50,7 +65,7 @@ stand_in() {
 
 # set_up [GROUP...]: leaves $status and $output.
 set_up() {
-    run env PATH="$STUB/bin:/usr/bin:/bin" "$ROOT/scripts/setup" "$@"
+    run env PATH="$STUB/bin:/usr/bin:/bin" scripts/setup "$@"
     echo "$output"
 }
 
@@ -128,13 +143,13 @@ END
     for tool in bash env id sed sort; do
         [ -e "$STUB/bin/$tool" ] || ln -s "$(type -P "$tool")" "$STUB/bin"
     done
-    run --separate-stderr env PATH="$STUB/bin" "$ROOT/scripts/setup" test
+    run --separate-stderr env PATH="$STUB/bin" scripts/setup test
     [ "$status" -eq 1 ]
     # shellcheck disable=SC2154 # bats sets it
     [ "$stderr" = 'scripts/setup: missing jq; run it as root, or install sudo' ]
 
     rm "$STUB/bin/dpkg-query"
-    run --separate-stderr env PATH="$STUB/bin" "$ROOT/scripts/setup" bench
+    run --separate-stderr env PATH="$STUB/bin" scripts/setup bench
     [ "$status" -eq 1 ]
     [ "$stderr" = 'scripts/setup: this machine has no dpkg; install by hand: python3' ]
 }
@@ -149,16 +164,16 @@ END
 
     local option group
     for option in --help -h; do
-        run --separate-stderr env PATH="$STUB/bin:/usr/bin:/bin" "$ROOT/scripts/setup" test "$option"
+        run --separate-stderr env PATH="$STUB/bin:/usr/bin:/bin" scripts/setup test "$option"
         [ "$status" -eq 0 ]
         diff <(printf '%s\n' "${usage[@]}") <(printf '%s\n' "${lines[@]}")
     done
     [[ ${lines[0]} == 'Installs what the project needs'* ]]
     [[ ${lines[-1]} == *'older than 6.7' ]]
-    for group in build tools demo test bench display web vnc foreign; do
+    for group in build tools demo test vm bench display web vnc foreign; do
         grep -qw "$group" <<<"$output"
     done
-    run --separate-stderr env PATH="$STUB/bin:/usr/bin:/bin" "$ROOT/scripts/setup" --nonsense
+    run --separate-stderr env PATH="$STUB/bin:/usr/bin:/bin" scripts/setup --nonsense
     [ "$output" = '' ]
 }
 
@@ -166,16 +181,20 @@ END
     echo '* unknown' >"$STUB/states"
     local compiler=(ca-certificates cmake g++ git ninja-build picojson-dev)
     local build=("${compiler[@]}" qtbase5-dev qttools5-dev-tools)
-    local tools=("${compiler[@]}" libbz2-dev libcli11-dev libdtl-dev libelf-dev libtomlplusplus-dev
-        libutfcpp-dev libzip-dev
-        pkg-config zlib1g-dev)
+    local tools=("${compiler[@]}" libarchive-dev libbz2-dev libcli11-dev libdtl-dev libelf-dev libssl-dev
+        libtomlplusplus-dev libutfcpp-dev libzip-dev pkg-config zlib1g-dev)
     local demo=(fonts-dejavu-core fonts-ipafont-gothic imagemagick openbox passwd python3 uidmap unzip
         util-linux xdotool xvfb zip)
-    local tests=(bats clang clang-format clang-tidy codespell gcovr groff-base jq keyutils
-        libarchive-tools libclang-rt-14-dev libgmock-dev libgtest-dev man-db p7zip-full procps python3
-        python3-jsonschema python3-xmlrunner qemu-user shellcheck util-linux)
+    local tests=(bats busybox-static clang clang-format clang-tidy codespell gcovr groff-base jq keyutils
+        libarchive-tools libclang-rt-14-dev libgmock-dev libgtest-dev man-db opensc openssl p7zip-full
+        procps python3 python3-jsonschema python3-xmlrunner qemu-user shellcheck softhsm2
+        util-linux)
+
+    local machine=(busybox-static cpio dmsetup dosfstools e2fsprogs exfatprogs python3
+        qemu-system-x86 util-linux)
 
     expect_group build -- "${build[@]}"
+    expect_group vm -- "${machine[@]}"
     expect_group tools -- "${tools[@]}"
     expect_group demo -- "${demo[@]}"
     expect_group test -- "${tests[@]}"
@@ -187,7 +206,54 @@ END
     expect_group vnc bench display -- python3 socat tigervnc-standalone-server xserver-xephyr
     expect_group bench display vnc web build -- python3 socat xserver-xephyr novnc \
         tigervnc-standalone-server websockify "${build[@]}"
-    expect_group -- "${build[@]}" "${tools[@]}" "${demo[@]}" "${tests[@]}"
+    expect_group -- "${build[@]}" "${tools[@]}" "${demo[@]}" "${tests[@]}" "${machine[@]}"
+}
+
+@test "the kernel of the virtual machine is fetched once, and not installed" {
+    set_up
+    [ "$output" = '' ]
+    expect_asked
+
+    echo 0 >"$STUB/no-kernel"
+    set_up build tools demo test bench
+    expect_asked
+    set_up vm
+    [ "$status" -eq 0 ]
+    [ "$output" = 'scripts/setup: fetching the kernel of the virtual machine
+scripts/setup: done' ]
+    expect_asked 'vm kernel'
+}
+
+@test "a kernel that Debian has replaced is looked for again, with a list that is up to date" {
+    echo 1 >"$STUB/no-kernel"
+    set_up bench vm
+    [ "$status" -eq 0 ]
+    expect_asked 'vm kernel' 'update -q' 'vm kernel'
+
+    echo 2 >"$STUB/no-kernel"
+    set_up vm
+    [ "$status" -eq 3 ]
+    [ "$output" = 'scripts/setup: fetching the kernel of the virtual machine
+scripts/vm: no luck' ]
+}
+
+@test "a user fetches the kernel of the virtual machine without root, whose word a new list needs" {
+    echo 0 >"$STUB/no-kernel"
+    stand_in id <<<'echo 1000'
+    local tool
+    for tool in bash dirname env readlink sed sort; do
+        ln -s "$(type -P "$tool")" "$STUB/bin"
+    done
+    run env PATH="$STUB/bin" scripts/setup vm
+    [ "$status" -eq 0 ]
+    expect_asked 'vm kernel'
+
+    echo 1 >"$STUB/no-kernel"
+    run --separate-stderr env PATH="$STUB/bin" scripts/setup vm
+    [ "$status" -eq 1 ]
+    [ "$stderr" = 'scripts/setup: missing the kernel of the virtual machine; run it as root, or '\
+'install sudo' ]
+    expect_asked 'vm kernel' 'vm kernel'
 }
 
 @test "what changes the whole machine is told before it is installed, and only then" {
@@ -207,7 +273,6 @@ END
     for tool in bash dirname readlink; do
         ln -s "$(type -P "$tool")" "$STUB/bin"
     done
-    mkdir scripts
     stand_in setup <<<'echo "setup $*" >&2; exit 5'
     cp "$STUB/bin/setup" scripts
     for name in check check-reproducible coverage fuzz test; do
@@ -216,4 +281,8 @@ END
         [ "$status" -eq 5 ]
         [ "$output" = 'setup test' ]
     done
+    sed 's|/usr/bin/python3|/usr/bin/no-python3|g' "$ROOT/scripts/vm" >scripts/vm
+    run env PATH="$STUB/bin" bash scripts/vm
+    [ "$status" -eq 5 ]
+    [ "$output" = 'setup vm' ]
 }

@@ -72,7 +72,7 @@ TEST(MakeModel, PutsEveryTextAndFlagOfAManifestInItsPlace)
     const std::vector<std::vector<CopyItem>> items = {
         {{"s1", "/t1", "600"}, {"s2", "/t2", "755"}}, {{"s3", "/t3", ""}}, {}, {}};
 
-    const auto model = MakeModel(ManifestOfAll(), items);
+    const auto model = MakeModel(ManifestOfAll(), ManifestOfAll().steps, items);
 
     EXPECT_EQ(
         Told(*model),

@@ -146,6 +146,39 @@ INSTANTIATE_TEST_SUITE_P(
                 "install, install-file, uninstall and uninstall-file"},
         Mistake{"TextForAFlag", "[[steps]]\nkind = \"script\"\nskip = \"true\"\n",
                 ":12:8: 'steps[0].skip' must be true or false, not a text; write true or false"},
+        Mistake{"FastScripts", "[[steps]]\nkind = \"script\"\nfast = true\n",
+                ":12:1: 'steps[0].fast' is not known here; there are kind, comment, skip, "
+                "install, install-file, uninstall and uninstall-file"},
+        Mistake{"FastFiles", "[[steps]]\nkind = \"copy-files\"\nfast = true\n",
+                ":12:1: 'steps[0].fast' is not known here; there are kind, comment, skip, record "
+                "and files"},
+        Mistake{"TextForFast", "[[steps]]\nkind = \"copy-folder\"\nfast = \"yes\"\n",
+                ":12:8: 'steps[0].fast' must be true or false, not a text; write true or false"},
+        Mistake{"ArchiveOfAPlainFolder",
+                "[[steps]]\nkind = \"copy-folder\"\n[[steps.folders]]\nsource = \"a\"\n"
+                "target = \"/t\"\narchive = \"/a.tar\"\n",
+                ":15:1: 'steps[0].folders[0].archive' is not known here; there are source, target, "
+                "exclude, executable, modes, names and origin"},
+        Mistake{"RelativeArchive",
+                "[[steps]]\nkind = \"copy-folder\"\nfast = true\n[[steps.folders]]\n"
+                "source = \"a\"\ntarget = \"/t\"\narchive = \"a.tar\"\n",
+                ":16:11: 'steps[0].folders[0].archive' does not begin with '/'; write the full "
+                "path on the panel"},
+        Mistake{"ArchiveForAShell",
+                "[[steps]]\nkind = \"copy-folder\"\nfast = true\n[[steps.folders]]\n"
+                "source = \"a\"\ntarget = \"/t\"\narchive = \"/$x.tar\"\n",
+                ":16:11: 'steps[0].folders[0].archive' contains $, which the panel's shell "
+                "interprets; use another name"},
+        Mistake{"ArchiveIsAFolder",
+                "[[steps]]\nkind = \"copy-folder\"\nfast = true\n[[steps.folders]]\n"
+                "source = \"a\"\ntarget = \"/t\"\narchive = \"/tmp/\"\n",
+                ":16:11: 'steps[0].folders[0].archive' names a folder; write the path of a file "
+                "that is there for a moment, like \"/tmp/files.tar\""},
+        Mistake{"ArchiveIsTheTarget",
+                "[[steps]]\nkind = \"copy-folder\"\nfast = true\n[[steps.folders]]\n"
+                "source = \"a\"\ntarget = \"/t/\"\narchive = \"/t\"\n",
+                ":16:11: 'steps[0].folders[0].archive' names a folder; write the path of a file "
+                "that is there for a moment, like \"/tmp/files.tar\""},
         Mistake{"NoFiles", "[[steps]]\nkind = \"copy-files\"\n",
                 ":10:1: 'steps[0]' has no 'files'; add [[steps.files]] below it"},
         Mistake{"NoFolders", "[[steps]]\nkind = \"copy-folder\"\n",

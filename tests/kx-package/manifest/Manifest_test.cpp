@@ -55,7 +55,7 @@ TEST(Manifest, IsReadWithAllItsKeys)
     EXPECT_FALSE(folders.canSkip);
     EXPECT_TRUE(folders.isRecorded);
     ASSERT_EQ(folders.folders.size(), 2U);
-    EXPECT_EQ(folders.folders[0].target, "/mnt/user/share/");
+    EXPECT_EQ(folders.folders[0].target, "/mnt/user/share");
     EXPECT_THAT(folders.folders[0].exclude, ElementsAre("**/*.orig"));
     EXPECT_THAT(folders.folders[0].executable, ElementsAre("bin/*"));
     EXPECT_THAT(folders.folders[1].executable, IsEmpty());

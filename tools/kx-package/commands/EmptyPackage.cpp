@@ -13,7 +13,7 @@ namespace kx::tool
 
 EmptyPackage::EmptyPackage(std::string path, bool isArchive)
     : m_path(std::move(path)), m_isArchive(isArchive),
-      m_description(WriteDescription(MakeModel(Manifest(), {})->root))
+      m_description(WriteDescription(MakeModel(Manifest(), {}, {})->root))
 {
     archive::PackageEntry description;
     description.name = archive::kDescriptionName;

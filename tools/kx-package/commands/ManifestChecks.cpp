@@ -128,10 +128,10 @@ private:
     [[nodiscard]] std::string WhereOf(const std::string& path) const
     {
         const std::vector<std::size_t> numbers = NumbersIn(path);
-        if (numbers.empty() || numbers[0] >= m_manifest.steps.size()) {
+        if (numbers.empty() || numbers[0] >= m_layout.steps.size()) {
             return WhereOfIdentity(path);
         }
-        const ManifestStep& step = m_manifest.steps[numbers[0]];
+        const ManifestStep& step = m_layout.steps[numbers[0]];
         if (Contains(path, ".UninstallScript")) {
             return step.uninstallWhere;
         }
@@ -159,7 +159,7 @@ private:
                                           std::size_t item) const
     {
         if (!HasItem(step, item)) {
-            return m_manifest.steps[step].where;
+            return m_layout.steps[step].where;
         }
         const ItemOrigin& origin = m_layout.origins[step][item];
         return Contains(path, "DestinationPath") ? origin.target

@@ -1,24 +1,25 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "archive/ByteSource.h"
+#include "archive/Package.h"
 #include "checks/Checker.h"
 #include "checks/NameChecks.h"
 #include "commands/Command.h"
 #include "commands/FindingsText.h"
 #include "commands/LocalShells.h"
+#include "commands/StickText.h"
 #include "commands/Values.h"
 #include "common/Progress.h"
 #include "io/Interruption.h"
 #include "io/Text.h"
 #include "stick/Drive.h"
 #include "stick/DriveCopy.h"
+#include "stick/DrivePlan.h"
 #include "stick/SourceFile.h"
 
 #include <memory>
-#include <optional>
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -33,13 +34,7 @@ struct StickOptions {
     std::string drive;
     std::string panel;
     bool isStrict = false;
-};
-
-/// What came of it.
-struct StickReport {
-    std::vector<std::string> doubts; ///< whether a panel can read the drive
-    bool isWritten = false;          ///< false: the drive had the file already, or nothing was done
-    std::optional<ReadBack> readBack;
+    bool replaces = false;
 };
 
 /// Checks the package's bytes, not what lies beside it.
@@ -65,11 +60,17 @@ void RefuseSourceOnDrive(const SourceFile& source, const Drive& drive)
     }
 }
 
-/// Brings the package to the drive, unless it is there already.
+/// Clears the drive and brings the package there, unless it is there already.
 void CopyPackage(const SourceFile& source, const Drive& drive, StickReport& report,
                  const Output& output)
 {
     const io::Interruption interruption;
+    ClearDrive(drive, report.plan, [&report, &output](const std::string& shown) {
+        report.removed.insert(shown);
+        if (!output.isJson) {
+            output.out << io::Printable(shown) << ": removed\n" << std::flush;
+        }
+    });
     DriveCalls calls(drive.Folder());
     const CopyTarget target{calls, source.Name(), drive.Shown(source.Name()),
                             drive.CanReadPastMemory()};
@@ -84,75 +85,30 @@ void CopyPackage(const SourceFile& source, const Drive& drive, StickReport& repo
     }
 }
 
-const char* WordFor(ReadBack readBack)
-{
-    return readBack == ReadBack::kFromDrive ? "drive" : "memory";
-}
-
-void TellStickAsJson(const Output& output, const Drive& drive, const Checked& checked,
-                     const StickReport& report)
-{
-    picojson::array doubts;
-    for (const std::string& doubt : report.doubts) {
-        doubts.push_back(JsonText(doubt));
-    }
-    const DriveRoom room = drive.Room();
-    picojson::object told;
-    told["formatVersion"] = JsonNumber(1);
-    told["package"] = JsonText(checked.path);
-    told["drive"] = picojson::value(picojson::object{
-        {"folder", JsonText(drive.Path())},
-        {"fileSystem", JsonText(drive.Mounted().type)},
-        {"source", JsonText(drive.Mounted().source)},
-        {"size", JsonNumber(room.total)},
-        {"free", JsonNumber(room.free)},
-        {"doubts", picojson::value(doubts)},
-    });
-    told["ready"] = picojson::value(report.readBack.has_value());
-    told["written"] = picojson::value(report.isWritten);
-    told["readBack"] =
-        report.readBack.has_value() ? JsonText(WordFor(*report.readBack)) : picojson::value();
-    AddFindings(told, checked);
-    WriteJson(output, picojson::value(told));
-}
-
-void TellStick(const Output& output, const Drive& drive, const SourceFile& source,
-               const StickReport& report)
-{
-    const std::string name = io::Printable(source.Name());
-    const std::string folder = io::Printable(drive.Path());
-    if (!report.readBack.has_value()) {
-        output.err << "kx-package: nothing was written to " << folder << '\n';
-        return;
-    }
-    const bool isFromMemory = *report.readBack == ReadBack::kFromMemory;
-    output.out << name << ": " << (report.isWritten ? "written to " : "was on ") << folder
-               << (report.isWritten ? "" : " already") << " and read back"
-               << (isFromMemory ? " from memory, as this file system is not read past it" : "")
-               << "; the drive may be pulled\n";
-}
-
 io::ExitCode Stick(const StickOptions& options, const Output& output)
 {
     const Drive drive(options.drive);
     const SourceFile source(options.package);
     RefuseSourceOnDrive(source, drive);
     StickReport report;
+    report.name = source.Name();
     report.doubts = DoubtsAbout(drive.Mounted(), drive.IsOnDisk(), PartitionOf(drive.Device()));
     const Checked checked(source.Path(), CheckSource(source, options.panel), options.isStrict);
-    if (!output.isJson) {
-        WriteProblems(output.err, output, checked);
-        for (const std::string& doubt : report.doubts) {
-            output.err << "kx-package: " << io::Printable(drive.Path() + ": " + doubt) << '\n';
-        }
+    if (checked.findings.Count(checks::Severity::kError) == 0) {
+        const auto package = archive::OpenArchive(source.File().Path());
+        report.plan = PlanDrive(drive, source, package->Entries(), options.replaces);
     }
-    if (checked.isClean && (report.doubts.empty() || !options.isStrict)) {
+    if (!output.isJson) {
+        TellBeforeSticking(output, drive, checked, report);
+    }
+    if (checked.isClean && report.plan.problems.empty() &&
+        (report.doubts.empty() || !options.isStrict)) {
         CopyPackage(source, drive, report, output);
     }
     if (output.isJson) {
         TellStickAsJson(output, drive, checked, report);
     } else {
-        TellStick(output, drive, source, report);
+        TellStick(output, drive, report);
     }
     return report.readBack.has_value() ? io::ExitCode::kFine : io::ExitCode::kProblems;
 }
@@ -170,17 +126,20 @@ void AddStick(CLI::App& program, Invocation& invocation)
     command->add_option("drive", options->drive, "The folder where the drive is mounted")
         ->type_name(kFolderValue)
         ->required();
+    command->add_flag("--replace", options->replaces,
+                      "Remove other packages, hidden twins and what was left of them");
     AddPanelOption(*command, options->panel);
     command->add_flag("--strict", options->isStrict, "Warnings are problems, too");
     command->add_flag("--json", invocation.isJson, "Write the result as JSON");
     command->footer(
-        "The package is checked, written, read back from the drive and compared. One line says "
-        "when "
-        "the drive\nmay be pulled; before that, do not.\n"
+        "The package is checked; the drive is looked at as a panel does it, and must have room for "
+        "the package\nand for unpacking it there. Then it is written, read back from the drive and "
+        "compared. One line says\nwhen the drive may be pulled.\n"
         "Exit status: 0 the drive is ready, 1 problems found (nothing was written), 2 wrong use, "
         "as a\nfolder where no drive is mounted, 3 could not read or write.\n\n"
         "Examples:\n"
         "  kx-package stick recipes.kx-update /media/usb\n"
+        "  kx-package stick --replace recipes.kx-update /media/usb\n"
         "  kx-package stick --panel tp-0700.toml recipes.kx-update /media/usb");
     command->callback([options, &invocation] {
         invocation.run = [options](const Output& output) { return Stick(*options, output); };

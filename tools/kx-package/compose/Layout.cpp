@@ -2,7 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "compose/Layout.h"
 
+#include "archive/TarArchive.h"
+#include "format/FastFolder.h"
 #include "format/Program.h"
+#include "io/TemporaryFile.h"
 #include "io/Text.h"
 #include "io/Utf8.h"
 #include "io/WholeFile.h"
@@ -10,6 +13,8 @@
 #include "manifest/ManifestSteps.h"
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <map>
 #include <set>
 #include <utility>
@@ -84,9 +89,53 @@ std::string NameOfOrigin(const std::string& origin)
     return origin.substr(origin.find_last_of("/\\:") + 1);
 }
 
+/// Of a fast folder's archive on the panel.
+constexpr const char* kFastMode = "600";
+
 std::string NumberPath(std::size_t step, std::size_t item)
 {
     return std::to_string(step) + "/" + std::to_string(item) + "/";
+}
+
+/// Returns the two steps that a fast folder becomes. What is in their scripts is found out later.
+/// @param step  the manifest's
+std::array<ManifestStep, 2> FastSteps(const ManifestStep& step, const ManifestFolder& folder)
+{
+    ManifestStep copy;
+    copy.kind = &format::kCopyFilesKind;
+    copy.comment = step.comment;
+    // Its script finds out that there is no whole archive, and takes away what there is.
+    copy.canSkip = true;
+    copy.isRecorded = false; // the archive does not stay
+    copy.isFast = true;
+    copy.folders = {folder};
+    copy.where = step.where;
+    ManifestStep script;
+    script.kind = &format::kScriptKind;
+    script.comment = step.comment;
+    script.canSkip = step.canSkip;
+    script.isRecorded = step.isRecorded;
+    script.where = script.installWhere = script.uninstallWhere = folder.where;
+    script.install = script.uninstall = format::kNoUninstall;
+    return {copy, script};
+}
+
+/// Returns the steps that the description has for those of a manifest.
+std::vector<ManifestStep> StepsOf(const Manifest& manifest)
+{
+    std::vector<ManifestStep> steps;
+    for (const ManifestStep& step : manifest.steps) {
+        if (!step.isFast) {
+            steps.push_back(step);
+            continue;
+        }
+        for (const ManifestFolder& folder : step.folders) {
+            for (ManifestStep& made : FastSteps(step, folder)) {
+                steps.push_back(std::move(made));
+            }
+        }
+    }
+    return steps;
 }
 
 class Builder
@@ -95,29 +144,35 @@ public:
     Builder(const Manifest& manifest, const std::string& output, Mistakes& mistakes)
         : m_manifest(manifest), m_output(output), m_mistakes(mistakes)
     {
-        m_layout.origins.resize(manifest.steps.size());
+        m_layout.steps = StepsOf(manifest);
+        m_layout.origins.resize(m_layout.steps.size());
     }
 
     Layout Build()
     {
-        std::vector<std::vector<CopyItem>> items(m_manifest.steps.size());
-        for (std::size_t i = 0; i < m_manifest.steps.size(); ++i) {
-            for (const ManifestFiles& files : m_manifest.steps[i].files) {
+        const std::vector<ManifestStep>& steps = m_layout.steps;
+        std::vector<std::vector<CopyItem>> items(steps.size());
+        for (std::size_t i = 0; i < steps.size(); ++i) {
+            for (const ManifestFiles& files : steps[i].files) {
                 Add([&] { AddFiles(files, i, items[i]); }, items[i], m_layout.origins[i]);
             }
-            for (const ManifestFolder& folder : m_manifest.steps[i].folders) {
-                Add([&] { AddFolder(folder, i, items[i]); }, items[i], m_layout.origins[i]);
+            for (const ManifestFolder& folder : steps[i].folders) {
+                Add(
+                    [&] {
+                        steps[i].isFast ? AddFastFolder(folder, i, items[i])
+                                        : AddFolder(folder, i, items[i]);
+                    },
+                    items[i], m_layout.origins[i]);
             }
-            if (m_manifest.steps[i].payload.has_value()) {
-                m_mistakes.Try(
-                    [&] { AddOtherTree(*m_manifest.steps[i].payload, std::to_string(i) + "/"); });
+            if (steps[i].payload.has_value()) {
+                m_mistakes.Try([&] { AddOtherTree(*steps[i].payload, std::to_string(i) + "/"); });
             }
         }
         if (m_manifest.extra.has_value()) {
             m_mistakes.Try([&] { AddOtherTree(*m_manifest.extra, ""); });
         }
         m_mistakes.Try([&] { RefuseSameNames(); });
-        m_layout.model = MakeModel(m_manifest, items);
+        m_layout.model = MakeModel(m_manifest, steps, items);
         return std::move(m_layout);
     }
 
@@ -206,9 +261,101 @@ private:
     void AddFolder(const ManifestFolder& item, std::size_t step, std::vector<CopyItem>& items)
     {
         AddOtherTree(item, NumberPath(step, items.size()));
-        items.push_back(
-            {item.origin.empty() ? item.source : item.origin, TrimmedTarget(item.target), ""});
+        items.push_back({item.origin.empty() ? item.source : item.origin, item.target, ""});
         m_layout.origins[step].push_back({item.where, item.targetWhere, item.where});
+    }
+
+    /// Adds the archive of a folder to one step, and to the next one the scripts that unpack it and
+    /// remove the files again.
+    void AddFastFolder(const ManifestFolder& item, std::size_t step, std::vector<CopyItem>& items)
+    {
+        const std::string number = NumberPath(step, items.size());
+        const std::size_t count = m_layout.payload.size();
+        AddOtherTree(item, number);
+        std::vector<archive::ArchiveItem> tree(
+            m_layout.payload.begin() + static_cast<std::ptrdiff_t>(count), m_layout.payload.end());
+        m_layout.payload.resize(count);
+        for (archive::ArchiveItem& file : tree) {
+            file.name.erase(0, number.size());
+        }
+        ManifestStep& script = m_layout.steps[step + 1];
+        const format::FastFolder folder = PackTree(item, tree, script.isRecorded);
+        m_layout.payload.push_back(
+            {number + format::kFastArchiveName,
+             "/proc/self/fd/" + std::to_string(m_layout.archives.back().Number()), std::nullopt,
+             false, false});
+        const std::string origin = item.origin.empty() ? item.source : item.origin;
+        items.push_back({origin + "/" + format::kFastArchiveName, folder.archive, kFastMode});
+        m_layout.origins[step].push_back({item.where, item.archiveWhere, item.where});
+        script.install = format::FastInstallScript(folder);
+        script.uninstall = format::FastUninstallScript(folder);
+    }
+
+    /// Packs files into an archive, the last one of the layout's then.
+    format::FastFolder PackTree(const ManifestFolder& item,
+                                const std::vector<archive::ArchiveItem>& tree, bool isRecorded)
+    {
+        format::FastFolder folder;
+        folder.target = item.target;
+        folder.archive = item.archive;
+        folder.isRecorded = isRecorded;
+        std::vector<archive::TarItem> files;
+        std::set<std::string> names;
+        for (const archive::ArchiveItem& file : tree) {
+            RefuseFastName(item, file.name, names);
+            if (!file.isFolder) {
+                files.push_back(
+                    {file.name, file.source, file.mode.value_or(file.isExecutable ? 0755 : 0644)});
+                folder.modes |= files.back().mode;
+                folder.kib += KibOf(file.source);
+            }
+        }
+        for (const std::string& name : names) {
+            if (!name.empty() && name.back() == '/') {
+                folder.emptyFolders.push_back(name.substr(0, name.size() - 1));
+            } else if (!name.empty() && isRecorded) {
+                folder.files.push_back(name);
+            }
+        }
+        folder.fileCount = files.size();
+        m_layout.archives.push_back(io::MakeTemporaryFile());
+        folder.size =
+            archive::WriteTar(m_layout.archives.back(), "the archive of " + item.source, files);
+        return folder;
+    }
+
+    /// No name may come twice, be the archive's, or mean something else to a shell.
+    static void RefuseFastName(const ManifestFolder& item, const std::string& name,
+                               std::set<std::string>& names)
+    {
+        const std::string path = (item.target == "/" ? "" : item.target) + "/" + name;
+        if (const std::string sign = io::UnsafeCharacter(name); !sign.empty()) {
+            throw io::Error(io::ExitCode::kProblems, item.where,
+                            "'" + name + "' contains " + sign +
+                                ", which the panel's shell interprets",
+                            "rename it");
+        }
+        if (path == item.archive ||
+            path.compare(0, item.archive.size() + 1, item.archive + "/") == 0) {
+            throw io::Error(io::ExitCode::kProblems, item.archiveWhere,
+                            "'" + name + "' in '" + item.source + "' would be where the archive is",
+                            "name another place with 'archive'");
+        }
+        if (!names.insert(name).second) {
+            throw io::Error(io::ExitCode::kProblems, item.where,
+                            "'" + name + "' would be in the archive twice", "look at 'names'");
+        }
+    }
+
+    static std::uint64_t KibOf(const std::string& file)
+    {
+        constexpr std::uint64_t kKib = 1024;
+        struct stat info {
+        };
+        if (stat(file.c_str(), &info) != 0) {
+            throw io::AccessError(file, "read", errno);
+        }
+        return (static_cast<std::uint64_t>(info.st_size) + kKib - 1) / kKib;
     }
 
     /// Adds what is in a folder.
@@ -348,15 +495,6 @@ private:
                 {item.excludeWhere,
                  "nothing in '" + item.source + "' matches '" + pattern + "' of 'exclude'"});
         }
-    }
-
-    /// The panel's record holds a folder's name as it is given, so one form is kept.
-    static std::string TrimmedTarget(std::string target)
-    {
-        while (target.size() > 1 && target.back() == '/') {
-            target.pop_back();
-        }
-        return target;
     }
 
     const Manifest& m_manifest;

@@ -4,6 +4,7 @@
 
 #include "archive/ArchiveWriter.h"
 #include "compose/Model.h"
+#include "io/Descriptor.h"
 #include "manifest/Manifest.h"
 
 #include <memory>
@@ -29,10 +30,14 @@ struct ItemOrigin {
 /// What a manifest becomes: the description, and the payload under the numbers of its steps and
 /// items.
 struct Layout {
+    std::vector<ManifestStep> steps; ///< those of the description, in its order: a fast folder is
+                                     ///< two of them, its copy and its script
     std::unique_ptr<ProjectModel> model;
     std::vector<archive::ArchiveItem> payload;
     std::vector<Remark> remarks;
     std::vector<std::vector<ItemOrigin>> origins; ///< of each copy step's items
+    std::vector<io::Descriptor> archives; ///< those of fast folders, of which the payload has the
+                                          ///< names as long as they are open
 };
 
 /// Finds the files that a manifest names and gives them their places.

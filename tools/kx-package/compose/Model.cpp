@@ -86,6 +86,7 @@ IPicoJ& MakeSettingsStep(const ManifestStep& step, ProjectModel& model)
 } // namespace
 
 std::unique_ptr<ProjectModel> MakeModel(const Manifest& manifest,
+                                        const std::vector<ManifestStep>& steps,
                                         const std::vector<std::vector<CopyItem>>& items)
 {
     auto model = std::make_unique<ProjectModel>();
@@ -100,18 +101,18 @@ std::unique_ptr<ProjectModel> MakeModel(const Manifest& manifest,
         root.Comment = manifest.comment;
         root.Date = manifest.date;
     }
-    auto& steps = model->Make<DB_StepSets>();
-    root.DB_StepSets = &steps;
-    for (std::size_t i = 0; i < manifest.steps.size(); ++i) {
-        const ManifestStep& step = manifest.steps[i];
+    auto& list = model->Make<DB_StepSets>();
+    root.DB_StepSets = &list;
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        const ManifestStep& step = steps[i];
         if (step.kind == &kVerbatimKind) {
-            steps.AddJ(&MakeObject(*step.verbatim.node, step.verbatim.path, *model));
+            list.AddJ(&MakeObject(*step.verbatim.node, step.verbatim.path, *model));
         } else if (step.kind == &format::kScriptKind) {
-            steps.AddJ(&MakeScriptStep(step, *model));
+            list.AddJ(&MakeScriptStep(step, *model));
         } else if (step.kind == &format::kSettingsKind) {
-            steps.AddJ(&MakeSettingsStep(step, *model));
+            list.AddJ(&MakeSettingsStep(step, *model));
         } else {
-            steps.AddJ(&MakeCopyStep(step, items[i], *model));
+            list.AddJ(&MakeCopyStep(step, items[i], *model));
         }
     }
     return model;

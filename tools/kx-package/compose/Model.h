@@ -43,9 +43,11 @@ struct CopyItem {
 };
 
 /// Makes the description that a manifest asks for.
-/// @param items  for every step the items that it copies
+/// @param steps  those that the description gets
+/// @param items  for every one of them the items that it copies
 /// @throws Error for what cannot be taken as it is
 [[nodiscard]] std::unique_ptr<ProjectModel>
-MakeModel(const Manifest& manifest, const std::vector<std::vector<CopyItem>>& items);
+MakeModel(const Manifest& manifest, const std::vector<ManifestStep>& steps,
+          const std::vector<std::vector<CopyItem>>& items);
 
 } // namespace kx::tool

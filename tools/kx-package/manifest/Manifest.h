@@ -48,6 +48,8 @@ struct ManifestFolder {
     std::string origin; ///< what the description says instead of `source`; empty for that itself
     std::map<std::string, unsigned> modes;    ///< of files, by their path below the folder
     std::map<std::string, std::string> names; ///< in the package, of files and of empty folders
+    std::string archive;      ///< of a fast folder: path of its archive on the panel
+    std::string archiveWhere; ///< file, line and column
 };
 
 /// One hardware setting.
@@ -74,6 +76,7 @@ struct ManifestStep {
     std::string comment;
     bool canSkip = false;
     bool isRecorded = true;
+    bool isFast = false; ///< its folders travel in one archive each
     std::vector<ManifestFiles> files;
     std::vector<ManifestFolder> folders;
     std::string install;   ///< text of the script

@@ -37,17 +37,24 @@ const Kind* ReadKind(const format::TomlTable& table, const std::vector<const Kin
     return kind;
 }
 
-/// Returns a path for the panel that means there what it says here.
-std::string ReadTarget(const format::TomlTable& table)
+constexpr const char* kFullPath = "write the full path on the panel";
+
+/// Refuses a path for the panel that does not mean there what it says here.
+void RefuseBadTarget(const format::TomlTable& table, const char* key, const std::string& target)
 {
-    std::string target = table.Text("target", "write the full path on the panel");
     if (target.empty() || target[0] != '/') {
-        throw table.Wrong("target", "does not begin with '/'", "write the full path on the panel");
+        throw table.Wrong(key, "does not begin with '/'", kFullPath);
     }
     if (const std::string sign = io::UnsafeCharacter(target); !sign.empty()) {
-        throw table.Wrong("target", "contains " + sign + ", which the panel's shell interprets",
+        throw table.Wrong(key, "contains " + sign + ", which the panel's shell interprets",
                           "use another name");
     }
+}
+
+std::string ReadTarget(const format::TomlTable& table)
+{
+    std::string target = table.Text("target", kFullPath);
+    RefuseBadTarget(table, "target", target);
     return target;
 }
 
@@ -160,15 +167,50 @@ void ReadTreeInto(const format::TomlTable& table, ManifestFolder& folder)
     folder.names = ReadNames(table);
 }
 
-ManifestFolder ReadFolder(const format::TomlTable& table)
+/// Returns a folder of the panel without the '/' at its end: its record holds the name as it is
+/// given, so one form is kept.
+std::string TrimmedTarget(std::string target)
 {
-    table.RefuseOtherKeysThan(
-        {"source", "target", "exclude", "executable", "modes", "names", "origin"});
+    while (target.size() > 1 && target.back() == '/') {
+        target.pop_back();
+    }
+    return target;
+}
+
+/// Reads where on the panel the archive of a fast folder lies until it is unpacked.
+void ReadArchiveInto(const format::TomlTable& table, ManifestFolder& folder)
+{
+    constexpr const char* kKey = "archive";
+    const std::optional<std::string> archive = table.OptionalText(kKey);
+    folder.archive = archive.value_or(format::DefaultFastArchive(folder.target));
+    folder.archiveWhere = table.Where(archive.has_value() ? kKey : "target");
+    if (!archive.has_value()) {
+        return;
+    }
+    RefuseBadTarget(table, kKey, *archive);
+    if (archive->back() == '/' || *archive == folder.target) {
+        throw table.Wrong(kKey, "names a folder",
+                          "write the path of a file that is there for a "
+                          "moment, like \"/tmp/files.tar\"");
+    }
+}
+
+ManifestFolder ReadFolder(const format::TomlTable& table, bool isFast)
+{
+    std::vector<std::string> keys = {"source", "target", "exclude", "executable",
+                                     "modes",  "names",  "origin"};
+    if (isFast) {
+        keys.emplace_back("archive");
+    }
+    table.RefuseOtherKeysThan(keys);
     ManifestFolder folder;
     ReadTreeInto(table, folder);
-    folder.target = ReadTarget(table);
+    folder.target = TrimmedTarget(ReadTarget(table));
     folder.targetWhere = table.Where("target");
     folder.origin = table.OptionalText("origin").value_or("");
+    if (isFast) {
+        ReadArchiveInto(table, folder);
+    }
     return folder;
 }
 
@@ -294,7 +336,7 @@ std::vector<std::string> KeysOf(const format::StepKind& kind)
     if (&kind == &format::kCopyFilesKind) {
         keys.insert(keys.end(), {"record", "files"});
     } else if (&kind == &format::kCopyFolderKind) {
-        keys.insert(keys.end(), {"record", "folders"});
+        keys.insert(keys.end(), {"record", "fast", "folders"});
     } else if (&kind == &format::kScriptKind) {
         keys.insert(keys.end(), {"install", "install-file", "uninstall", "uninstall-file"});
     } else {
@@ -391,11 +433,13 @@ std::optional<ManifestStep> ReadStep(const format::TomlTable& table, const std::
     mistakes.Try([&] { step.comment = table.OptionalText("comment").value_or(""); });
     mistakes.Try([&] { step.canSkip = table.Flag("skip", false); });
     mistakes.Try([&] { step.isRecorded = table.Flag("record", true); });
+    mistakes.Try([&] { step.isFast = table.Flag("fast", false); });
     const bool isWhole = mistakes.Try([&] {
         if (step.kind == &format::kCopyFilesKind) {
             ReadItems(table, "files", step.files, mistakes, ReadFiles);
         } else if (step.kind == &format::kCopyFolderKind) {
-            ReadItems(table, "folders", step.folders, mistakes, ReadFolder);
+            ReadItems(table, "folders", step.folders, mistakes,
+                      [&](const format::TomlTable& item) { return ReadFolder(item, step.isFast); });
         } else if (step.kind == &format::kScriptKind) {
             ReadScripts(table, folder, step);
         } else {

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "format/FastFolder.h"
 #include "format/TomlTable.h"
 #include "manifest/Manifest.h"
 
@@ -9,7 +10,7 @@ namespace kx::tool
 {
 
 /// The uninstall script of a step that has none.
-constexpr const char* kDefaultUninstall = "#!/bin/sh\n";
+constexpr const char* kDefaultUninstall = format::kNoUninstall;
 
 /// Reads one step of a manifest.
 /// @param folder    the manifest's folder, for scripts in files of their own

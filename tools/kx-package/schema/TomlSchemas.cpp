@@ -148,15 +148,21 @@ constexpr const char* kManifest = R"({
             "type": "string"}}}}}},
   "copy-folder": {
     "additionalProperties": false, "required": ["folders"],
+    "if": {"required": ["fast"], "properties": {"fast": {"const": true}}},
+    "else": {"properties": {"folders": {"items": {"properties": {"archive": false}}}}},
     "properties": {
       "kind": {"description": "Copies everything in a folder.", "const": "copy-folder"},
       "comment": {"$ref": "#/$defs/comment"}, "skip": {"$ref": "#/$defs/skip"},
       "record": {"$ref": "#/$defs/record"},
+      "fast": {"description": "The files travel in one archive; a script unpacks them.",
+        "type": "boolean", "default": false},
       "folders": {"type": "array", "minItems": 1, "items": {
         "type": "object", "additionalProperties": false, "required": ["source", "target"],
         "properties": {
           "source": {"description": "A folder.", "type": "string", "minLength": 1},
           "target": {"$ref": "#/$defs/target"},
+          "archive": {"description": "Of a fast step: the archive's full path on the panel.",
+            "type": "string", "pattern": "^/.*[^/]$"},
           "exclude": {"description": "Patterns of what stays out.", "$ref": "#/$defs/patterns"},
           "executable": {"description": "Patterns of programs.",
             "$ref": "#/$defs/patterns"},

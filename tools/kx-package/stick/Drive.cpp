@@ -179,7 +179,7 @@ void RefuseNoDrive(const DriveCandidate& candidate, const Mount& mount)
 
 bool IsOfFatKind(const std::string& type)
 {
-    return IsOneOf(type, {"vfat", "msdos", "exfat", "ntfs", "ntfs3", "fuseblk"});
+    return IsOneOf(type, {"vfat", "msdos", "exfat"});
 }
 
 Partition PartitionOf(dev_t device)

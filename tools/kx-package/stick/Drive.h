@@ -81,8 +81,8 @@ struct DriveCandidate {
 /// @throws Error with kWrongUse
 void RefuseNoDrive(const DriveCandidate& candidate, const Mount& mount);
 
-/// Tells whether a file system tells letters of a name only apart by what they are, not by their
-/// case, and takes no names with `*:<>?\|"`: FAT, exFAT, NTFS.
+/// Tells whether a file system is FAT or exFAT: it takes names that differ in case alone for one,
+/// and not all names.
 [[nodiscard]] bool IsOfFatKind(const std::string& type);
 
 /// Where on its disk a file system lies.

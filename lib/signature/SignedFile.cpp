@@ -1,0 +1,128 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#include "signature/SignedFile.h"
+
+#include "io/Error.h"
+#include "io/Transfer.h"
+#include "signature/Refusal.h"
+#include "signature/Sha256.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace kx::signature
+{
+
+namespace
+{
+
+/// Finds out how many bytes before the directory a block has; 0 without one.
+std::uint64_t FindBlock(const archive::ByteSource& source, std::uint64_t directoryAt,
+                        const std::string& where)
+{
+    if (directoryAt < kBlockEndSize) {
+        return 0;
+    }
+    const std::string end = source.Read(directoryAt - kBlockEndSize, kBlockEndSize);
+    const std::uint64_t size = ReadBlockSize(end).value_or(0);
+    if (size > std::min<std::uint64_t>(directoryAt, kLargestBlock)) {
+        throw Refusal(Reason::kBlock, where, "its block of signatures is too large",
+                      "get the package again from where it was signed");
+    }
+    return size;
+}
+
+Refusal Changed(const std::string& where)
+{
+    return {Reason::kChanged, where, "was changed after it was signed",
+            "get the package again from where it was signed"};
+}
+
+} // namespace
+
+SignedFile::SignedFile(const archive::ByteSource& source, std::string where)
+    : m_source(source), m_where(std::move(where)), m_end(source, m_where),
+      m_blockSize(FindBlock(source, m_end.DirectoryAt(), m_where))
+{
+    if (m_blockSize == 0) {
+        return;
+    }
+    m_block = ReadBlock(
+        source.Read(m_end.DirectoryAt() - m_blockSize, static_cast<std::size_t>(m_blockSize)),
+        m_where);
+    if (m_block->statement.length != Length()) {
+        throw Changed(m_where);
+    }
+}
+
+void SignedFile::Stream(const std::string& blockBytes, const Sink& sink,
+                        const ByteTeller& tell) const
+{
+    constexpr std::size_t kPiece = std::size_t{1} << 20;
+    const std::uint64_t blockAt = m_end.DirectoryAt() - m_blockSize;
+    const std::string end = m_end.WithDirectoryAt(blockAt + blockBytes.size(), m_where);
+    const auto copy = [&](std::uint64_t at, std::uint64_t behind) {
+        while (at < behind) {
+            const auto wanted =
+                static_cast<std::size_t>(std::min<std::uint64_t>(behind - at, kPiece));
+            const std::string piece = m_source.Read(at, wanted);
+            if (piece.size() != wanted) {
+                throw io::Error(io::ExitCode::kNoAccess, m_where, "became shorter meanwhile");
+            }
+            sink(piece);
+            at += wanted;
+            if (tell) {
+                tell(at);
+            }
+        }
+    };
+    copy(0, blockAt);
+    sink(blockBytes);
+    copy(m_end.DirectoryAt(), m_end.At());
+    sink(end);
+}
+
+std::string SignedFile::Digest(const ByteTeller& tell) const
+{
+    Sha256 digest;
+    Stream(
+        {}, [&digest](std::string_view piece) { digest.Add(piece); }, tell);
+    return digest.Result();
+}
+
+void SignedFile::RefuseChanged(const ByteTeller& tell) const
+{
+    if (m_block.has_value() && Digest(tell) != m_block->statement.digest) {
+        throw Changed(m_where);
+    }
+}
+
+bool SignedFile::IsBlock(const archive::ZipFault& fault) const
+{
+    return fault.flaw == archive::ZipFlaw::kGap && fault.member == archive::ZipFault::kNoMember &&
+           m_blockSize != 0 && fault.amount == m_blockSize;
+}
+
+void SignedFile::RefuseHidden(const archive::ZipStructure& zip) const
+{
+    const bool isFaulty = !std::all_of(zip.faults.begin(), zip.faults.end(),
+                                       [this](const auto& fault) { return IsBlock(fault); });
+    const std::string directory = m_source.Read(
+        m_end.DirectoryAt(), static_cast<std::size_t>(m_end.At() - m_end.DirectoryAt()));
+    if (isFaulty || directory.find(kEndRecordMark) != std::string::npos) {
+        throw Refusal(Reason::kHidden, m_where,
+                      "its archive holds more than its directory tells, or contradicts itself",
+                      "kx-package check tells where; build the package again");
+    }
+}
+
+void SignedFile::Write(const std::optional<Block>& block, int descriptor, const std::string& shown,
+                       const ByteTeller& tell) const
+{
+    const auto sink = [descriptor, &shown](std::string_view piece) {
+        io::WriteAll(descriptor, piece, shown);
+    };
+    Stream(block.has_value() ? BytesOf(*block) : std::string(), sink, tell);
+}
+
+} // namespace kx::signature
