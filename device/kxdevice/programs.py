@@ -65,7 +65,7 @@ class Elf(NamedTuple):
 def read_elf(descriptor):
     """Returns what an open file tells, or None when it is no ELF file that could be started."""
     head = os.pread(descriptor, HEAD, 0)
-    if head[:4] != b"\x7fELF" or len(head) < 52 or head[4] not in (1, 2) or head[5] not in (1, 2):
+    if head[:4] != b"\x7fELF" or len(head) < 16 or head[4] not in (1, 2) or head[5] not in (1, 2):
         return None
     kind = Kind(head[4] == 2, head[5] == 2, 0)
     layout = "HHIQQQIHHHH" if kind.is_64_bit else "HHIIIIIHHHH"
@@ -80,9 +80,9 @@ def read_elf(descriptor):
 
 def _loader(descriptor, kind, place, length, count):
     """Returns the path that the segment of the loader holds, or b""."""
-    layout = "IIQQQQ" if kind.is_64_bit else "IIIII"
+    layout = "II6Q" if kind.is_64_bit else "8I"
     size = struct.calcsize(f"={layout}")
-    if length < size:
+    if length != size:
         return b""
     table = _read(descriptor, length * count, place)
     for start in range(0, len(table) - size + 1, length):
@@ -114,6 +114,7 @@ class Programs:
     def __init__(self, changed, shares):
         """changed is a descriptor of the folder with what differs from the machine's /usr; shares
         are the places of the panel where something of the machine is shown."""
+        self.root = os.open("/", os.O_PATH | os.O_CLOEXEC)
         self.changed = changed
         self.shares = tuple(os.fsencode(place) for place in shares)
         self.can_run = {}  # Kind: bool
@@ -154,13 +155,12 @@ class Programs:
                 os.close(loader)
         return real, elf.processor().encode(), b"yes" if can_run else b"no", missing
 
-    @staticmethod
-    def _open(process, path):
+    def _open(self, process, path):
         """Opens a file that a process could start, without waiting; returns -1 when it is none."""
         try:
             if not path.startswith(b"/"):
                 path = os.readlink(f"/proc/{process}/cwd".encode()) + b"/" + path
-            place = linux.open_inside(path, flags=os.O_PATH)
+            place = linux.open_inside(path, self.root, os.O_PATH)
         except OSError:
             return -1
         try:
@@ -262,9 +262,12 @@ def smallest(elf):
 def starts(elf):
     """Tells whether the machine starts programs of that kind, by starting an empty one for a moment,
     without any rights."""
-    program = os.memfd_create("program", 0)
-    reader, writer = os.pipe2(os.O_CLOEXEC)
+    opened = []
     try:
+        program = os.memfd_create("program", 0)
+        opened.append(program)
+        reader, writer = os.pipe2(os.O_CLOEXEC)
+        opened += (reader, writer)
         os.write(program, smallest(elf))
         child = os.fork()
         if child == 0:
@@ -272,8 +275,8 @@ def starts(elf):
                 _become_empty(program, writer)
             finally:
                 os._exit(1)
+        opened.remove(writer)
         os.close(writer)
-        writer = -1
         refused = os.read(reader, 1)
         os.kill(child, signal.SIGKILL)
         os.waitpid(child, 0)
@@ -281,25 +284,25 @@ def starts(elf):
     except OSError:
         return False
     finally:
-        for descriptor in (program, reader, writer):
-            if descriptor >= 0:
-                os.close(descriptor)
+        for descriptor in opened:
+            os.close(descriptor)
 
 
 def _become_empty(program, writer):
     """Becomes the program; tells at the other end of writer when that is not possible."""
     try:
-        os.dup2(writer, 3, inheritable=False)
-        os.dup2(program, 4)
+        os.set_inheritable(program, True)
         null = os.open("/dev/null", os.O_RDWR)
         for number in (0, 1, 2):
             os.dup2(null, number)
-        os.closerange(5, 65536)
+        low, high = sorted((program, writer))
+        for first, end in ((3, low), (low + 1, high), (high + 1, 65536)):
+            os.closerange(first, end)
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
         resource.setrlimit(resource.RLIMIT_CPU, (1, 1))
         linux.keep_capabilities(())
         linux.prctl(linux.PR_SET_NO_NEW_PRIVS, 1)
-        os.execve(4, ["program"], {})
+        os.execve(program, ["program"], {})
     except BaseException as error:  # pylint: disable=broad-except
         code = error.errno if isinstance(error, OSError) else errno.EIO
-        os.write(3, bytes((code & 0xff or 1,)))
+        os.write(writer, bytes((code & 0xff or 1,)))

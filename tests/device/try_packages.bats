@@ -153,7 +153,7 @@ END
     # shellcheck disable=SC2016 # expanded on the panel
     hello Foo.kx-update 'script("#!/bin/sh\nprintf \"\\\\033[2Jx\\\\n\"; echo >\"/opt/$(printf \"a\\\\033\\\\377\")\"\n")'
 
-    try Foo.kx-update
+    try -v Foo.kx-update
 
     expect_status 0
     grep -qF '/opt/a\x1b\xff' "$OUT"
