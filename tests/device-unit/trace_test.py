@@ -228,7 +228,7 @@ class Notices(unittest.TestCase):
     def test_programs_are_told_once_for_each_command(self):
         listener = self.listener(True)
         listener.tell_starts(os.getppid(), self)
-        line = b"program\t/opt/a\tarm\tyes\t\n"
+        line = b"\t".join((b"program", b"/opt/a", b"arm", b"yes", b"\n"))
 
         for path, told in ((b"/opt/a", line), (b"/opt/a", b""),
                            (b"/opt/b", line.replace(b"/a", b"/b")), (b"/bin/a", b""),

@@ -24,9 +24,9 @@ updater() {
     echo "put('kx_Updater', open('$WORK/updater', 'rb').read(), 0o755)"
 }
 
-# start [STATUS]: a recipe with a script that starts the program, and whose end is the program's.
+# start: a recipe with a script that starts the program, and whose end is the program's.
 start() {
-    echo 'script("#!/bin/sh\n/opt/demo/app\n")'
+    printf '%s\n' 'script("#!/bin/sh\n/opt/demo/app\n")'
 }
 
 # without_emulators: sets the array LACKING to a device whose panel has none.

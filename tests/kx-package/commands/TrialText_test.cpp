@@ -26,8 +26,9 @@ std::string ToldOfAll(bool isVerbose)
 
 TEST(WriteTrialText, TellsPeopleEverythingOnSafeLinesWhenTheyWantIt)
 {
-    EXPECT_EQ(ToldOfAll(true),
-              R"(F\x1b, the first time: not judged: step 3 starts programs for arm; step 2 failed and was skipped
+    EXPECT_EQ(
+        ToldOfAll(true),
+        R"(F\x1b, the first time: not judged: step 3 starts programs for arm; step 2 failed and was skipped
   step 2 (script) failed and was skipped: exit status 3: run
   step 4 failed: echo 'a:********' | chpasswd; and 2 more of its items
   step 4 does\x1b
@@ -85,8 +86,9 @@ records
 
 TEST(WriteTrialText, TellsPeopleWhatMatters)
 {
-    EXPECT_EQ(ToldOfAll(false),
-              R"(F\x1b, the first time: not judged: step 3 starts programs for arm; step 2 failed and was skipped
+    EXPECT_EQ(
+        ToldOfAll(false),
+        R"(F\x1b, the first time: not judged: step 3 starts programs for arm; step 2 failed and was skipped
   step 2 (script) failed and was skipped: exit status 3: run
   step 4 failed: echo 'a:********' | chpasswd; and 2 more of its items
   step 4 does\x1b
@@ -144,10 +146,10 @@ TEST(WriteTrialText, NamesEveryPathOnce)
     Installation installation;
     installation.isUnpacked = true;
     installation.isInstalled = true;
-    installation.changes.files = {{"added", "/opt/d", "drwxr-xr-x", "0755", "root", "root",
-                                   std::nullopt, ""},
-                                  {"added", "/opt/d/f", "-rw-r--r--", "0644", "root", "root", 3, ""},
-                                  {"added", "/opt/g", "-rw-r--r--", "0644", "root", "root", 3, ""}};
+    installation.changes.files = {
+        {"added", "/opt/d", "drwxr-xr-x", "0755", "root", "root", std::nullopt, ""},
+        {"added", "/opt/d/f", "-rw-r--r--", "0644", "root", "root", 3, ""},
+        {"added", "/opt/g", "-rw-r--r--", "0644", "root", "root", 3, ""}};
     installation.record = TrialRecord{{"/opt/d/", "/old"}, {"/opt//d/f", "/old/f"}};
 
     const std::string told = ToldOf(installation, true);
@@ -168,10 +170,10 @@ TEST(WriteTrialText, CountsWhatIsTooMuchForTheShortForm)
                                               "0755", "root", "root", std::nullopt, ""});
         installation.log.Append("a\nb\n");
     }
-    installation.changes.files.push_back({"removed", "/opt/x", "-rw-r--r--", "0644", "root", "root",
-                                          3, ""});
-    installation.changes.files.push_back({"changed", "/var/lib/KxUserPackages/Foo/x", "-rw-r--r--",
-                                          "0644", "root", "root", 3, ""});
+    installation.changes.files.push_back(
+        {"removed", "/opt/x", "-rw-r--r--", "0644", "root", "root", 3, ""});
+    installation.changes.files.push_back(
+        {"changed", "/var/lib/KxUserPackages/Foo/x", "-rw-r--r--", "0644", "root", "root", 3, ""});
 
     const std::string told = ToldOf(installation);
 

@@ -49,8 +49,7 @@ std::string CommandFor(const StepFailure& failure, const std::string& kind,
 
 TEST(CompleteFailures, FindsTheCommandOfAScript)
 {
-    EXPECT_EQ(CommandFor(Failure(1, Form::kScript), "script", {"chmod +x", "run"}),
-              "script: run");
+    EXPECT_EQ(CommandFor(Failure(1, Form::kScript), "script", {"chmod +x", "run"}), "script: run");
     EXPECT_EQ(CommandFor(Failure(1, Form::kScript), "script", {}), "script: ");
 }
 

@@ -44,7 +44,8 @@ std::vector<int> StepsOf(const rehearsal::Plan& plan, const std::vector<std::str
 
 TEST(ReadRunTrace, ReadsCommandsAndWhatWasStartedDuringEach)
 {
-    const RunTrace trace = ReadRunTrace("tool\tsync\nprogram\t/a\tarm\tyes\t\n"
+    const RunTrace trace = ReadRunTrace("tool\tsync\nprogram\t/a\tarm\t"
+                                        "yes\t\n"
                                         "command\ta\\tb\\\\n\\n\nprogram\t/b\tx86_64\tno\t/lib/l\n"
                                         "program\t/short\n\ncommand\nshell\tx\n");
 
@@ -70,13 +71,8 @@ TEST(ReadRunTrace, KnowsThatACommandWasRefused)
 
 TEST(AssignSteps, FollowsThePlan)
 {
-    const rehearsal::Plan plan = PlanWith({{-1, "rm"},
-                                           {0, "sync"},
-                                           {1, "mkdir"},
-                                           {1, "run"},
-                                           {2, "mkdir"},
-                                           {2, "run"},
-                                           {0, "sync"}});
+    const rehearsal::Plan plan = PlanWith(
+        {{-1, "rm"}, {0, "sync"}, {1, "mkdir"}, {1, "run"}, {2, "mkdir"}, {2, "run"}, {0, "sync"}});
 
     EXPECT_EQ(StepsOf(plan, {"sync", "mkdir", "run", "mkdir", "run", "sync"}),
               (std::vector<int>{0, 1, 1, 2, 2, 0}));
@@ -87,8 +83,7 @@ TEST(AssignSteps, GivesWhatIsNotPlannedToTheStepThatRuns)
     const rehearsal::Plan plan =
         PlanWith({{0, "sync"}, {1, "a"}, {2, "b"}, {3, "c"}, {3, "x"}, {0, "sync"}});
 
-    EXPECT_EQ(StepsOf(plan, {"sync", "a", "unknown", "b", "c"}),
-              (std::vector<int>{0, 1, 1, 2, 3}));
+    EXPECT_EQ(StepsOf(plan, {"sync", "a", "unknown", "b", "c"}), (std::vector<int>{0, 1, 1, 2, 3}));
     // A text of a step that is not next is another command.
     EXPECT_EQ(StepsOf(plan, {"sync", "a", "x", "b", "c", "x"}),
               (std::vector<int>{0, 1, 1, 2, 3, 3}));

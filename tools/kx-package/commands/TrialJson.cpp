@@ -103,8 +103,8 @@ picojson::value JsonOf(const std::vector<StartedProgram>& programs)
             {"step", program.step == 0 ? picojson::value()
                                        : JsonNumber(static_cast<std::uint64_t>(program.step))},
             {"canRun", picojson::value(program.canRun)},
-            {"missingLoader", program.missingLoader.empty() ? picojson::value()
-                                                            : JsonText(program.missingLoader)},
+            {"missingLoader",
+             program.missingLoader.empty() ? picojson::value() : JsonText(program.missingLoader)},
         });
     }
     return picojson::value(list);
@@ -165,9 +165,8 @@ void WriteTrialJson(const Output& output, const TrialSubject& subject, const Tri
     picojson::object document;
     document["package"] = JsonText(subject.package);
     document["recordName"] = JsonText(result.recordName);
-    const auto doubtful =
-        std::find_if(result.installations.begin(), result.installations.end(),
-                     [](const Installation& one) { return !one.doubts.empty(); });
+    const auto doubtful = std::find_if(result.installations.begin(), result.installations.end(),
+                                       [](const Installation& one) { return !one.doubts.empty(); });
     AddVerdict(result.Outcome(),
                doubtful == result.installations.end() ? std::vector<std::string>()
                                                       : doubtful->doubts,

@@ -92,8 +92,8 @@ bool IsNotable(const FileChange& file)
         return false;
     }
     const auto holds = [&file](const char* folder) { return io::IsIn(file.path, folder); };
-    constexpr std::array<const char*, 8> kSystem = {"/bin",  "/boot", "/dev", "/etc",
-                                                    "/lib",  "/lib64", "/sbin", "/usr"};
+    constexpr std::array<const char*, 8> kSystem = {"/bin", "/boot",  "/dev",  "/etc",
+                                                    "/lib", "/lib64", "/sbin", "/usr"};
     return file.change != "added" || std::any_of(kSystem.begin(), kSystem.end(), holds);
 }
 

@@ -11,7 +11,8 @@ namespace kx::tool
 {
 
 /// Writes the result of a trial for people.
-/// @param isVerbose  every file that changed or is recorded, once, and all that was printed, instead
+/// @param isVerbose  every file that changed or is recorded, once, and all that was printed,
+/// instead
 ///                   of what matters
 void WriteTrialText(const Output& output, const TrialSubject& subject, const TrialResult& result,
                     bool isVerbose);

@@ -199,9 +199,7 @@ TrialResult RunWatched(TrialRequest& request, const Output& output)
     Progress progress(output, "unpacking");
     // A shell has the terminal to itself.
     if (!request.shellGreeting) {
-        request.onProgress = [&progress](const TrialProgress& now) {
-            ShowProgress(now, progress);
-        };
+        request.onProgress = [&progress](const TrialProgress& now) { ShowProgress(now, progress); };
     }
     return RunTrial(request);
 }

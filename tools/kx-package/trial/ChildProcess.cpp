@@ -204,9 +204,8 @@ private:
         if (m_terminal != nullptr) {
             ServeTerminal(waits[2].revents, waits[3].revents);
         }
-        m_isOutOpen =
-            m_isOutOpen && (waits[0].revents == 0 ||
-                            Take(m_out.reading.Number(), m_result.out, m_terms.onOutput));
+        m_isOutOpen = m_isOutOpen && (waits[0].revents == 0 ||
+                                      Take(m_out.reading.Number(), m_result.out, m_terms.onOutput));
         m_isErrOpen = m_isErrOpen && (waits[1].revents == 0 || waits[3].revents != 0 ||
                                       Take(m_err.reading.Number(), m_result.err));
     }

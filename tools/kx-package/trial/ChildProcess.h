@@ -26,7 +26,8 @@ struct ChildResult {
 /// What else belongs to the run of a child.
 struct ChildTerms {
     ShellTerminal* terminal = nullptr; ///< serves as standard input and output instead, or null
-    std::function<void(std::string_view)> onOutput; ///< gets standard output piece by piece, or none
+    std::function<void(std::string_view)>
+        onOutput; ///< gets standard output piece by piece, or none
     /// Tells how long a child that was told to end may take for that; without it 40 seconds.
     std::function<std::chrono::milliseconds()> patience;
 };

@@ -52,8 +52,8 @@ std::vector<std::string> DoubtsOf(const std::vector<StartedProgram>& programs,
     std::vector<std::string> doubts;
     for (const StartedProgram& program : programs) {
         if (const std::string doubt = DoubtOf(program, processor); !doubt.empty()) {
-            const std::string who = program.step == 0 ? "the installation"
-                                                      : "step " + std::to_string(program.step);
+            const std::string who =
+                program.step == 0 ? "the installation" : "step " + std::to_string(program.step);
             AddOnce(doubts, who + " starts programs for " + doubt);
         }
     }
@@ -71,8 +71,9 @@ std::vector<std::string> RemarksOnDoubts(const std::vector<StartedProgram>& prog
         }
         AddOnce(remarks, program.path + " is a program for " + program.processor);
         if (IsForOther(program, processor)) {
-            AddOnce(remedies, "a panel with " + processor + " cannot run it: put in the program "
-                                                            "that was built for the panel");
+            AddOnce(remedies, "a panel with " + processor +
+                                  " cannot run it: put in the program "
+                                  "that was built for the panel");
         } else if (!program.canRun && format::FindProcessor(program.processor) != nullptr) {
             AddOnce(remedies, "this machine cannot run it: with qemu-user installed (Linux 6.7 or "
                               "later), or after scripts/setup foreign, it can");

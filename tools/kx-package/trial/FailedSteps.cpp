@@ -53,7 +53,8 @@ std::vector<std::string> CommandsOf(const RunTrace& trace, int step)
 bool Copies(const std::string& command, const std::string& copied)
 {
     constexpr std::string_view kTo = " to ";
-    for (std::size_t at = copied.find(kTo); at != std::string::npos; at = copied.find(kTo, at + 1)) {
+    for (std::size_t at = copied.find(kTo); at != std::string::npos;
+         at = copied.find(kTo, at + 1)) {
         const std::string source = copied.substr(0, at);
         const std::string target = copied.substr(at + kTo.size());
         if (command == "cp -f \"" + source + "\" \"" + target + "\" " ||
@@ -94,8 +95,7 @@ std::string CommandOf(const StepFailure& failure, const std::vector<std::string>
 
 } // namespace
 
-void AddMadeFailure(const ShellFailure& failure, bool wentOn,
-                    std::vector<StepFailure>& failures)
+void AddMadeFailure(const ShellFailure& failure, bool wentOn, std::vector<StepFailure>& failures)
 {
     const auto place =
         std::find_if(failures.begin(), failures.end(),
@@ -123,9 +123,10 @@ void CompleteFailures(const std::vector<format::SummaryStep>& steps, const RunTr
     for (StepFailure& failure : failures) {
         failure.kind = steps[static_cast<std::size_t>(failure.step) - 1].kind;
         const format::SettingKind* const setting =
-            failure.form == Form::kSetting ? format::FindKind(
-                                                  format::SettingKinds(), &format::SettingKind::id,
-                                                  failure.subject) : nullptr;
+            failure.form == Form::kSetting
+                ? format::FindKind(format::SettingKinds(), &format::SettingKind::id,
+                                   failure.subject)
+                : nullptr;
         if (setting != nullptr) {
             failure.why = std::string("the setting '") + setting->name + "' failed";
         }

@@ -275,9 +275,9 @@ Installation Trial::Install(const std::optional<ShellFailure>& failure)
 
 void Trial::Start(const std::optional<ShellFailure>& failure, Installation& installation)
 {
-    std::vector<std::string> options = {"--share",        m_request.updater + "=" + kInsideUpdater,
-                                        "--summary-json", m_panel.Scratch("changes"),
-                                        "--trace",        m_panel.Scratch("trace"),
+    std::vector<std::string> options = {"--share",         m_request.updater + "=" + kInsideUpdater,
+                                        "--summary-json",  m_panel.Scratch("changes"),
+                                        "--trace",         m_panel.Scratch("trace"),
                                         "--trace-programs"};
     if (failure.has_value()) {
         options.insert(options.end(),
@@ -294,8 +294,7 @@ void Trial::Start(const std::optional<ShellFailure>& failure, Installation& inst
     installation.isInstalled = ended.status == 0 && !ended.isStopped;
     installation.log = ended.out;
     installation.changes = ReadChanges();
-    RunTrace trace =
-        ReadRunTrace(io::ReadWholeFile(m_panel.Scratch("trace"), kLargestReport * 8));
+    RunTrace trace = ReadRunTrace(io::ReadWholeFile(m_panel.Scratch("trace"), kLargestReport * 8));
     installation.isRefused = trace.isRefused;
     Explain(trace, log, failure, installation);
 }
@@ -413,9 +412,9 @@ Verdict Installation::Outcome() const
 
 Verdict TrialResult::Outcome() const
 {
-    const bool isDoubtful = std::any_of(
-        installations.begin(), installations.end(),
-        [](const Installation& one) { return one.Outcome() == Verdict::kNotJudged; });
+    const bool isDoubtful =
+        std::any_of(installations.begin(), installations.end(),
+                    [](const Installation& one) { return one.Outcome() == Verdict::kNotJudged; });
     return isDoubtful ? Verdict::kNotJudged : installations.back().Outcome();
 }
 

@@ -68,9 +68,9 @@ struct Installation {
     BoundedText log;                  ///< of the updater; or of the unpacking, when that failed
     PanelChanges changes;
     std::optional<TrialRecord> record;
-    std::vector<std::string> doubts;       ///< why it cannot be judged; none when it can
-    std::vector<StartedProgram> programs;  ///< those of the package that it started
-    std::vector<StepFailure> failedSteps;  ///< skipped or not
+    std::vector<std::string> doubts;      ///< why it cannot be judged; none when it can
+    std::vector<StartedProgram> programs; ///< those of the package that it started
+    std::vector<StepFailure> failedSteps; ///< skipped or not
 
     [[nodiscard]] Verdict Outcome() const;
 };

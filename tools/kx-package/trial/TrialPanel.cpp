@@ -186,19 +186,18 @@ PanelResult TrialPanel::Run(const std::vector<std::string>& options,
     constexpr std::chrono::milliseconds kLook(250);
     Clock::time_point next = Clock::now();
     bool isFull = false;
-    const ChildResult ended = RunChild(
-        words,
-        [this, &next, &isFull, &terms, kLook] {
-            if (terms.onMoment) {
-                terms.onMoment();
-            }
-            if (Clock::now() >= next) {
-                next = Clock::now() + kLook;
-                isFull = isFull || IsDiskFull();
-            }
-            return !isFull && !io::Interruption::IsAsked();
-        },
-        {terms.terminal, terms.onOutput, Patience});
+    const ChildResult ended = RunChild(words,
+                                       [this, &next, &isFull, &terms, kLook] {
+                                           if (terms.onMoment) {
+                                               terms.onMoment();
+                                           }
+                                           if (Clock::now() >= next) {
+                                               next = Clock::now() + kLook;
+                                               isFull = isFull || IsDiskFull();
+                                           }
+                                           return !isFull && !io::Interruption::IsAsked();
+                                       },
+                                       {terms.terminal, terms.onOutput, Patience});
     if (io::Interruption::IsAsked()) {
         throw io::Error(io::ExitCode::kNoAccess, "", "the trial was interrupted");
     }
