@@ -6,33 +6,50 @@
 
 export DM_DISABLE_UDEV=1 # there is none
 
-# new_drive TYPE: a drive on /mnt with nothing on it, and no other one.
+# new_drive TYPE: a drive on /mnt with one partition and nothing on it.
 new_drive() {
-    remove_drive
-    DRIVE=$(drive plug)
+    plug_drive
     format "$1" "$DRIVE"
     mount -t "$1" "$DRIVE" /mnt
 }
 
-# new_failing_drive TYPE: the same, for fail_writes and mend_writes.
+# new_failing_drive TYPE: the same, for fail_writes and what else stands there.
 new_failing_drive() {
-    remove_drive
-    DRIVE=$(drive plug)
+    plug_drive
     echo "0 $(blockdev --getsz "$DRIVE") linear $DRIVE 0" | dmsetup create failing
     format "$1" /dev/mapper/failing
     mount -t "$1" /dev/mapper/failing /mnt
 }
 
-# mount_drive TYPE: plugs the drive in that was pulled out, and mounts it as it is.
+# mount_drive TYPE: mounts the drive as it is, after plugging it in again if it was pulled out.
 mount_drive() {
-    DRIVE=$(drive plug)
+    plug_drive
     mount -t "$1" "$DRIVE" /mnt
 }
 
-remove_drive() {
+# Leaves the partition in $DRIVE; nothing is mounted.
+plug_drive() {
     while umount /mnt 2>/dev/null; do :; done
     dmsetup remove failing 2>/dev/null || true
-    drive pull 2>/dev/null || true
+    if ! find_partition; then
+        disk=$(drive plug)
+        until find_partition; do
+            partition "$disk"
+            sleep 0.05
+        done
+    fi
+}
+
+find_partition() {
+    DRIVE=/dev/$(basename /sys/block/sd?/sd?1)
+    [ -b "$DRIVE" ]
+}
+
+# The partition of a drive that has one is there a moment after the drive.
+partition() {
+    if ! fdisk -l "$1" | grep -q "^${1}1"; then
+        printf '%s\n' o n p 1 '' '' t c w | fdisk "$1" >/dev/null 2>&1 || true
+    fi
 }
 
 format() {
@@ -49,15 +66,35 @@ format() {
 
 # From here on every write to the drive fails; what the cache holds was not written.
 fail_writes() {
-    change_table "0 $(blockdev --getsz "$DRIVE") flakey $DRIVE 0 0 3600 1 error_writes"
+    change_table "flakey $DRIVE 0 0 3600 1 error_writes"
+}
+
+# From here on the drive takes every write and forgets it.
+drop_writes() {
+    change_table "flakey $DRIVE 0 0 3600 1 drop_writes"
 }
 
 mend_writes() {
-    change_table "0 $(blockdev --getsz "$DRIVE") linear $DRIVE 0"
+    change_table "linear $DRIVE 0"
 }
 
 change_table() {
     dmsetup suspend --nolockfs --noflush failing
-    echo "$1" | dmsetup load failing
+    echo "0 $(blockdev --getsz "$DRIVE") $1" | dmsetup load failing
     dmsetup resume failing
+}
+
+sectors_written() {
+    awk '{print $7}' "/sys/class/block/${DRIVE#/dev/}/stat"
+}
+
+# when_written MiB COMMAND...: runs a command in the background when so much more has been written to
+# the drive.
+when_written() {
+    (
+        end=$(($(sectors_written) + 2048 * $1))
+        shift
+        while [ "$(sectors_written)" -lt "$end" ]; do :; done
+        "$@"
+    ) &
 }

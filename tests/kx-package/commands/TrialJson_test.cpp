@@ -49,7 +49,7 @@ TEST(WriteTrialJson, TellsEverything)
         R"("reason":null,"rebootAsked":false,"record":{"files":["\/f\t"],"folders":["\/d\/"]},)"
         R"("records":[],"remarks":[],"settings":[],"unpacked":true,"users":[],)"
         R"("verdict":"installed"}],)"
-        R"("installed":false,"package":"F\u001b",)"
+        R"("installed":false,"kept":null,"package":"F\u001b",)"
         R"("reason":"step 3 starts programs for arm","recordName":"Foo",)"
         R"("shell":{"exitStatus":3,"files":[],"rebootAsked":false,"records":[],)"
         R"("remarks":["late"],"settings":[],"users":[]},"verdict":"not judged"})");

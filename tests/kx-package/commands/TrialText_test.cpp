@@ -228,6 +228,32 @@ TEST(WriteTrialText, ListsTheSkippedSteps)
     EXPECT_EQ(first({2}), "F: not installed, exit code 3; step 2 failed and was skipped");
 }
 
+TEST(WriteTrialText, TellsHowToGoOnWithAKeptPanel)
+{
+    TrialResult result;
+    result.installations.resize(1);
+    TrialSubject subject = {"F", 0, ""};
+    subject.device = "/usr/lib/it's";
+    const auto told = [&](const std::string& folder, bool isKept) {
+        subject.keptAt = folder;
+        result.isKept = isKept;
+        std::ostringstream out;
+        std::ostringstream err;
+        WriteTrialText({out, err}, subject, result);
+        return out.str();
+    };
+
+    EXPECT_EQ(told("my panel", true), R"(F: not installed
+
+The panel is kept in my panel
+  kx-package installed --root 'my panel'/root
+  '/usr/lib/it'\''s/run' --state 'my panel' -- sh
+  '/usr/lib/it'\''s/run' --erase --state 'my panel'
+)");
+    EXPECT_THAT(told("-x", true), testing::HasSubstr("installed --root ./-x/root\n"));
+    EXPECT_EQ(told("panel", false), "F: not installed\n\nNo panel is kept: none was started\n");
+}
+
 TEST(WriteTrialText, TellsWhatAFailureDidNotDo)
 {
     TrialResult result;

@@ -173,6 +173,7 @@ void WriteTrialJson(const Output& output, const TrialSubject& subject, const Tri
                document);
     document["installations"] = picojson::value(installations);
     document["shell"] = JsonOf(result.shell);
+    document["kept"] = result.isKept ? JsonText(subject.keptAt) : picojson::value();
     WriteJson(output, picojson::value(document));
 }
 

@@ -342,6 +342,43 @@ void TellInstallation(const Output& output, const TrialSubject& subject, const T
     TellLog(output, installation, isVerbose);
 }
 
+/// Returns a word as the shell of this machine takes it.
+std::string Quoted(const std::string& word)
+{
+    constexpr const char* kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                                   "%+,-./:=@_";
+    if (word.find_first_not_of(kPlain) == std::string::npos) {
+        return word;
+    }
+    std::string quoted = "'";
+    for (const char c : word) {
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
+/// Tells how a person goes on with a panel that was kept.
+void TellKept(const Output& output, const TrialSubject& subject, const TrialResult& result)
+{
+    output.out << '\n';
+    if (!result.isKept) {
+        output.out << "No panel is kept: none was started\n";
+        return;
+    }
+    // A name that begins with a dash is no option.
+    const std::string folder = Quoted((subject.keptAt[0] == '-' ? "./" : "") + subject.keptAt);
+    const std::string run = Quoted(subject.device + "/run");
+    output.out << Coloured(output, Colour::kBold,
+                           "The panel is kept in " + io::Printable(subject.keptAt))
+               << '\n';
+    const auto tell = [&output](const std::string& line) {
+        output.out << "  " << io::Printable(line) << '\n';
+    };
+    tell("kx-package installed --root " + folder + "/root");
+    tell(std::string(run).append(" --state ").append(folder).append(" -- sh"));
+    tell(std::string(run).append(" --erase --state ").append(folder));
+}
+
 } // namespace
 
 void WriteTrialText(const Output& output, const TrialSubject& subject, const TrialResult& result,
@@ -353,6 +390,9 @@ void WriteTrialText(const Output& output, const TrialSubject& subject, const Tri
     if (result.shell.has_value()) {
         TellChanges(output, "What the shell changed", result.shell->changes, {}, isVerbose);
         TellRemarks(output, result.shell->remarks);
+    }
+    if (!subject.keptAt.empty()) {
+        TellKept(output, subject, result);
     }
 }
 

@@ -15,10 +15,12 @@
 #include "io/StandardInput.h"
 #include "rehearsal/Rehearsal.h"
 #include "trial/Equipment.h"
+#include "trial/KeptPanel.h"
 #include "trial/ShellTerminal.h"
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -43,6 +45,7 @@ struct TryOptions {
     bool isTwice = false;
     bool hasShell = false;
     bool isVerbose = false;
+    std::optional<std::string> keep;
     TrialBounds bounds;
     std::vector<std::string> environment;
 };
@@ -226,6 +229,18 @@ void NamePackage(const TryOptions& options, const PackageSource* source, const O
     }
 }
 
+/// Returns what no panel is to be kept in.
+std::vector<std::string> PathsToSpare(const TrialRequest& request, const PackageSource* source)
+{
+    std::vector<std::string> paths = {request.device};
+    if (source != nullptr) {
+        paths.push_back(source->manifest.folder);
+    } else if (request.package != io::kStandardInput) {
+        paths.push_back(request.package);
+    }
+    return paths;
+}
+
 io::ExitCode Try(const TryOptions& options, const Output& output)
 {
     RefuseWrongUse(options);
@@ -252,6 +267,12 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
     request.processor = ProcessorOf(options, source.get());
     if (options.hasShell) {
         request.shellGreeting = ShellGreeting;
+    }
+
+    if (options.keep.has_value()) {
+        request.keepAt = PlaceToKeep(*options.keep, PathsToSpare(request, source.get()));
+        subject.keptAt = *options.keep;
+        subject.device = request.device;
     }
 
     const TrialResult result = RunWatched(request, output);
@@ -300,6 +321,10 @@ void AddTry(CLI::App& program, Invocation& invocation)
     command->add_flag("--shell", options->hasShell,
                       "Open a shell on the panel after the installation");
     command
+        ->add_option("--keep", options->keep,
+                     "Keep the panel in a new folder, for a shell and for installed and verify")
+        ->type_name(kFolderValue);
+    command
         ->add_option("--updater", options->updater,
                      "The updater that installs, instead of this machine's own")
         ->type_name(kFileValue);
@@ -328,6 +353,7 @@ void AddTry(CLI::App& program, Invocation& invocation)
         "  kx-package try --twice recipes.kx-update\n"
         "  kx-package try --fail 2 recipes.kx-update\n"
         "  kx-package try --shell unpacked/recipes\n"
+        "  kx-package try --keep panel recipes.kx-update\n"
         "  kx-package build -o - recipes | kx-package try -\n"
         "  kx-package try --json recipes.kx-update | jq -r "
         "'.installations[].files[].path'");

@@ -36,6 +36,7 @@ struct TrialRequest {
     std::string updater;
     TrialBounds bounds;
     std::vector<std::string> environment;
+    std::string keepAt; ///< full path at which the panel is kept; empty for not at all
     bool isTwice = false;
     /// Name of the panel's processor; empty for the one that the package's updater is for.
     std::string processor;
@@ -86,6 +87,7 @@ struct TrialResult {
     std::string recordName;                  ///< of the record's folder
     std::vector<Installation> installations; ///< one, or two
     std::optional<ShellVisit> shell;
+    bool isKept = false; ///< the panel, at TrialRequest::keepAt
 
     /// That of the last installation; when one cannot be judged, none can be relied on.
     [[nodiscard]] Verdict Outcome() const;
