@@ -239,7 +239,7 @@ TEST(WriteTrialText, TellsHowToGoOnWithAKeptPanel)
         result.isKept = isKept;
         std::ostringstream out;
         std::ostringstream err;
-        WriteTrialText({out, err}, subject, result);
+        WriteTrialText({out, err}, subject, result, false);
         return out.str();
     };
 
