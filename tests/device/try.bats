@@ -84,7 +84,7 @@ END
     jq -S 'del(.installations[].files[] | select(.path | startswith("/var/")))' "$OUT" >told
     jq -S . <<'END' >expected
 {"package": "Foo.kx-update", "recordName": "Foo", "verdict": "installed", "reason": null,
- "installed": true, "shell": null, "kept": null,
+ "installed": true, "restart": null, "shell": null, "kept": null,
  "installations": [{
   "unpacked": true, "verdict": "installed", "reason": null, "installed": true, "exitCode": 0,
   "remarks": [], "failedSteps": [], "programs": [],
