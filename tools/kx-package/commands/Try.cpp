@@ -172,7 +172,9 @@ std::string ProcessorOf(const TryOptions& options, const PackageSource* source)
 
 void ShowProgress(const TrialProgress& now, Progress& progress)
 {
-    if (!now.isInstalling) {
+    if (now.isEnding) {
+        progress.Show(1, "interrupted, removing the panel");
+    } else if (!now.isInstalling) {
         progress.Show(0, "unpacking");
     } else if (now.steps == 0) {
         progress.Show(0, "installing");

@@ -208,6 +208,7 @@ PanelTerms Trial::Watched(TrialProgress& progress, StepLog& log) const
     };
     terms.onMoment = [this, &progress] {
         if (m_request.onProgress) {
+            progress.isEnding = io::Interruption::IsAsked();
             m_request.onProgress(progress);
         }
     };

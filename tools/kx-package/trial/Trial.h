@@ -23,6 +23,7 @@ struct TrialProgress {
     bool isInstalling = false; ///< it is unpacked before
     int step = 0;              ///< that is running, counted from 1; 0 before the first
     int steps = 0;             ///< of the package; 0 as long as they are not known
+    bool isEnding = false;     ///< the person interrupted: the panel is being removed
 };
 
 /// What to try, and with what.
