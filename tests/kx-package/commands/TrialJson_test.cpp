@@ -50,10 +50,40 @@ TEST(WriteTrialJson, TellsEverything)
         R"("records":[],"remarks":[],"settings":[],"unpacked":true,"users":[],)"
         R"("verdict":"installed"}],)"
         R"("installed":false,"kept":null,"package":"F\u001b",)"
-        R"("reason":"step 3 starts programs for arm","recordName":"Foo",)"
+        R"("reason":"step 3 starts programs for arm","recordName":"Foo","restart":null,)"
         R"("shell":{"exitStatus":3,"files":[],"rebootAsked":false,"records":[],)"
         R"("remarks":["late"],"settings":[],"users":[]},"verdict":"not judged"})");
     EXPECT_EQ(err.str(), "");
+}
+
+TEST(WriteTrialJson, TellsHowTheStartUpScriptWent)
+{
+    TrialResult result;
+    result.installations.resize(1);
+    result.restart = Restart();
+    const auto told = [&result](StartupScript script) {
+        result.restart->script = script;
+        std::ostringstream out;
+        std::ostringstream err;
+        WriteTrialJson({out, err, true}, {"F", 0, ""}, result);
+        picojson::value document;
+        EXPECT_EQ(picojson::parse(document, out.str()), "");
+        return document.get("restart");
+    };
+
+    EXPECT_EQ(told(StartupScript::kNone).get("script").to_str(), "none");
+    EXPECT_EQ(told(StartupScript::kNotExecutable).get("script").to_str(), "notExecutable");
+    EXPECT_EQ(told(StartupScript::kRunning).get("script").to_str(), "running");
+    EXPECT_EQ(told(StartupScript::kStopped).get("script").to_str(), "stopped");
+    result.restart->exitStatus = 3;
+    result.restart->seconds = 10;
+    result.restart->remarks = {"r"};
+    result.restart->output.Append("a\n");
+    result.restart->changes.users = {{"u", "added"}};
+    EXPECT_EQ(told(StartupScript::kEnded).serialize(),
+              R"({"exitStatus":3,"files":[],"output":["a"],"outputOmitted":0,"rebootAsked":false,)"
+              R"("records":[],"remarks":["r"],"script":"ended","seconds":10,"settings":[],)"
+              R"("users":[{"change":"added","name":"u"}]})");
 }
 
 } // namespace

@@ -3,8 +3,9 @@
 #include "compose/Layout.h"
 
 #include "archive/TarArchive.h"
-#include "format/FastFolder.h"
+#include "format/FastSteps.h"
 #include "format/Program.h"
+#include "io/Reach.h"
 #include "io/TemporaryFile.h"
 #include "io/Text.h"
 #include "io/Utf8.h"
@@ -14,7 +15,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <map>
 #include <set>
 #include <utility>
@@ -27,11 +27,33 @@ namespace kx::tool
 namespace
 {
 
-bool IsFolder(const std::string& path)
+/// Returns the kind of what a manifest names, as stat has it.
+/// @param folder  the manifest's
+/// @param thing   "file" or "folder", what it should be
+/// @throws Error at the place in the manifest when there is nothing, or it may not be looked at
+mode_t KindOfNamed(const std::string& folder, const std::string& named, const std::string& where,
+                   const std::string& thing)
 {
     struct stat info {
     };
-    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+    if (stat(PathFrom(folder, named).c_str(), &info) == 0) {
+        return info.st_mode & S_IFMT;
+    }
+    const int number = errno;
+    if (!io::MeansMissing(number)) {
+        throw io::AccessError(where, "look at '" + named + "'", number);
+    }
+    throw io::Error(io::ExitCode::kProblems, where, "there is no " + thing + " '" + named + "'",
+                    io::NearestPathRemedy(folder, named));
+}
+
+/// Refuses what a manifest names as a folder and is none.
+void RequireFolder(const std::string& folder, const std::string& named, const std::string& where)
+{
+    if (KindOfNamed(folder, named, where, "folder") != S_IFDIR) {
+        throw io::Error(io::ExitCode::kProblems, where, "'" + named + "' is not a folder",
+                        "copy a file in a step of kind copy-files");
+    }
 }
 
 bool IsSameFile(const std::string& one, const std::string& other)
@@ -88,9 +110,6 @@ std::string NameOfOrigin(const std::string& origin)
 {
     return origin.substr(origin.find_last_of("/\\:") + 1);
 }
-
-/// Of a fast folder's archive on the panel.
-constexpr const char* kFastMode = "600";
 
 std::string NumberPath(std::size_t step, std::size_t item)
 {
@@ -200,23 +219,14 @@ private:
             files.source.substr(fixed.empty() ? 0 : fixed.size() + (fixed == "/" ? 0 : 1));
         if (!HasWildcard(files.source)) {
             const std::string path = PathFrom(m_manifest.folder, files.source);
-            struct stat info {
-            };
-            if (stat(path.c_str(), &info) != 0) {
-                throw io::Error(io::ExitCode::kProblems, files.where,
-                                "there is no file '" + files.source + "'");
-            }
-            if (!S_ISREG(info.st_mode)) {
+            if (KindOfNamed(m_manifest.folder, files.source, files.where, "file") != S_IFREG) {
                 throw io::Error(io::ExitCode::kProblems, files.where,
                                 "'" + files.source + "' is not a file",
                                 "copy a folder in a step of kind copy-folder");
             }
             return {{rest, path, false}};
         }
-        if (!IsFolder(folder)) {
-            throw io::Error(io::ExitCode::kProblems, files.where,
-                            "there is no folder '" + fixed + "'");
-        }
+        RequireFolder(m_manifest.folder, fixed.empty() ? "." : fixed, files.where);
         std::vector<FoundFile> found = ListTree(folder, FilterOf(rest));
         const auto isLeftOut = [this](const FoundFile& file) {
             return file.isFolder || IsSameFile(file.path, m_output);
@@ -282,10 +292,11 @@ private:
         const format::FastFolder folder = PackTree(item, tree, script.isRecorded);
         m_layout.payload.push_back(
             {number + format::kFastArchiveName,
-             "/proc/self/fd/" + std::to_string(m_layout.archives.back().Number()), std::nullopt,
+             "/proc/self/fd/" + std::to_string(m_layout.archives.back()->Number()), std::nullopt,
              false, false});
         const std::string origin = item.origin.empty() ? item.source : item.origin;
-        items.push_back({origin + "/" + format::kFastArchiveName, folder.archive, kFastMode});
+        items.push_back(
+            {origin + "/" + format::kFastArchiveName, folder.archive, format::kFastMode});
         m_layout.origins[step].push_back({item.where, item.archiveWhere, item.where});
         script.install = format::FastInstallScript(folder);
         script.uninstall = format::FastUninstallScript(folder);
@@ -304,10 +315,10 @@ private:
         for (const archive::ArchiveItem& file : tree) {
             RefuseFastName(item, file.name, names);
             if (!file.isFolder) {
-                files.push_back(
-                    {file.name, file.source, file.mode.value_or(file.isExecutable ? 0755 : 0644)});
+                files.push_back(archive::TarItemOf(
+                    file.name, file.source, file.mode.value_or(file.isExecutable ? 0755 : 0644)));
                 folder.modes |= files.back().mode;
-                folder.kib += KibOf(file.source);
+                folder.kib += format::KibOf(files.back().size);
             }
         }
         for (const std::string& name : names) {
@@ -318,9 +329,10 @@ private:
             }
         }
         folder.fileCount = files.size();
-        m_layout.archives.push_back(io::MakeTemporaryFile());
+        m_layout.archives.push_back(
+            std::make_shared<const io::Descriptor>(io::MakeTemporaryFile()));
         folder.size =
-            archive::WriteTar(m_layout.archives.back(), "the archive of " + item.source, files);
+            archive::WriteTar(*m_layout.archives.back(), "the archive of " + item.source, files);
         return folder;
     }
 
@@ -347,26 +359,12 @@ private:
         }
     }
 
-    static std::uint64_t KibOf(const std::string& file)
-    {
-        constexpr std::uint64_t kKib = 1024;
-        struct stat info {
-        };
-        if (stat(file.c_str(), &info) != 0) {
-            throw io::AccessError(file, "read", errno);
-        }
-        return (static_cast<std::uint64_t>(info.st_size) + kKib - 1) / kKib;
-    }
-
     /// Adds what is in a folder.
     /// @param number  in the package, what comes before the names in the folder
     void AddOtherTree(const ManifestFolder& item, const std::string& number)
     {
         const std::string folder = PathFrom(m_manifest.folder, item.source);
-        if (!IsFolder(folder)) {
-            throw io::Error(io::ExitCode::kProblems, item.where,
-                            "there is no folder '" + item.source + "'");
-        }
+        RequireFolder(m_manifest.folder, item.source, item.where);
         const std::vector<FoundFile> found = ListTree(folder, FilterWithout(item.exclude));
         RefuseIdlePatterns(item, found);
         RefuseIdlePaths(item, "modes", item.modes, found);

@@ -4,6 +4,7 @@
 
 #include "trial/BoundedText.h"
 #include "trial/PanelChanges.h"
+#include "trial/Restart.h"
 #include "trial/Road.h"
 #include "trial/RunTrace.h"
 #include "trial/ShellFailure.h"
@@ -42,6 +43,7 @@ struct TrialRequest {
     /// Name of the panel's processor; empty for the one that the package's updater is for.
     std::string processor;
     std::function<void(const TrialProgress&)> onProgress; ///< several times a second, or none
+    unsigned bootSeconds = 0; ///< that the start-up script is given at a restart; 0: there is none
     /// Returns the line that a shell on the panel begins with; without it there is no shell.
     std::function<std::string(bool isInstalled)> shellGreeting;
     std::optional<ShellFailure> failure; ///< of the first installation
@@ -87,6 +89,7 @@ struct ShellVisit {
 struct TrialResult {
     std::string recordName;                  ///< of the record's folder
     std::vector<Installation> installations; ///< one, or two
+    std::optional<Restart> restart;
     std::optional<ShellVisit> shell;
     bool isKept = false; ///< the panel, at TrialRequest::keepAt
 
