@@ -360,7 +360,7 @@ std::string StartupText(const Restart& restart)
 }
 
 /// Tells what the start-up script did.
-void TellRestart(const Output& output, const Restart& restart)
+void TellRestart(const Output& output, const Restart& restart, bool isVerbose)
 {
     output.out << '\n'
                << Coloured(output, Colour::kBold, "The restart") << ": " << StartupText(restart)
@@ -372,7 +372,7 @@ void TellRestart(const Output& output, const Restart& restart)
     const bool isStarted =
         restart.script != StartupScript::kNone && restart.script != StartupScript::kNotExecutable;
     if (isStarted) {
-        TellChanges(output, "What the start-up script changed", restart.changes);
+        TellChanges(output, "What the start-up script changed", restart.changes, {}, isVerbose);
     }
 }
 
@@ -422,7 +422,7 @@ void WriteTrialText(const Output& output, const TrialSubject& subject, const Tri
         TellInstallation(output, subject, result, i, isVerbose);
     }
     if (result.restart.has_value()) {
-        TellRestart(output, *result.restart);
+        TellRestart(output, *result.restart, isVerbose);
     }
     if (result.shell.has_value()) {
         TellChanges(output, "What the shell changed", result.shell->changes, {}, isVerbose);
