@@ -304,7 +304,9 @@ TEST(RunTrial, CannotJudgeAnInstallationWhoseProgramsDoNotRunHere)
     const std::vector<std::string> none;
 
     EXPECT_EQ(outcome(""), std::pair(Verdict::kInstalled, none));
-    EXPECT_EQ(outcome("program\\t/a\\tarm\\tyes\\t\\n"), std::pair(Verdict::kInstalled, none));
+    EXPECT_EQ(outcome("program\\t/a\\tarm\\t"
+                      "yes\\t\\n"),
+              std::pair(Verdict::kInstalled, none));
     const std::vector<std::string> doubts = {"the installation starts programs for arm"};
     EXPECT_EQ(outcome("program\\t/a\\tarm\\tno\\t\\n"), std::pair(Verdict::kNotJudged, doubts));
     EXPECT_EQ(outcome("program\\t/a\\tarm\\tno\\t\\n", true),
@@ -313,7 +315,8 @@ TEST(RunTrial, CannotJudgeAnInstallationWhoseProgramsDoNotRunHere)
 
 TEST(RunTrial, JudgesProgramsByTheProcessorOfThePanel)
 {
-    const FakeDevice device(kTells + "printf 'program\\t/a\\triscv64\\tyes\\t\\n' >>\"$trace\"\n");
+    const FakeDevice device(kTells + "printf 'program\\t/a\\triscv64\\t"
+                                     "yes\\t\\n' >>\"$trace\"\n");
     const TempDir dir;
     TrialRequest request = RequestFor(device);
     request.package = dir.MakeDir("Foo");
