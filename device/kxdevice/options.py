@@ -189,7 +189,8 @@ def _folder(name, text):
     return os.path.realpath(text)
 
 
-_FLAGS = {"boot", "erase", "help", "ignore-sigchld", "no-startup", "trace-programs", "trace-shell"}
+_FLAGS = {"boot", "erase", "help", "ignore-sigchld", "no-startup", "trace-programs",
+          "trace-shell"}
 _LISTS = {
     "share": lambda text: _host_and_inside("share", text),
     "put": lambda text: _host_and_inside("put", text),

@@ -29,10 +29,11 @@ class Parse(unittest.TestCase):
 
     def test_a_command_alone_has_the_documented_defaults(self):
         self.assertEqual(options.parse(["true", "--boot", "--", "x"]), Options(
-            state="", boot=False, no_startup=False, erase=False, help=False, share=(), put=(), usb="", env=(),
-            chdir="/", ignore_sigchld=False, fail=(), fail_shell=(), missing=(), full=(),
-            read_only=(), trace="", trace_shell=False, trace_programs=False, summary="",
-            summary_json="", memory=4096, processes=256, seconds=600, disk=2048, command=("true", "--boot", "--", "x")))
+            state="", boot=False, no_startup=False, erase=False, help=False, share=(), put=(),
+            usb="", env=(), chdir="/", ignore_sigchld=False, fail=(), fail_shell=(), missing=(),
+            full=(), read_only=(), trace="", trace_shell=False, trace_programs=False, summary="",
+            summary_json="", memory=4096, processes=256, seconds=600, disk=2048,
+            command=("true", "--boot", "--", "x")))
 
     def test_every_option_is_taken_behind_it_and_behind_an_equals_sign(self):
         here = self.here

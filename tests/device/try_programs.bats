@@ -171,6 +171,23 @@ END
     [ "$(told '.verdict')" = 'not judged' ]
 }
 
+@test "programs of the start-up script run, too, and are told where they cannot" {
+    package_file Foo.kx-update <<END
+$(program arm 7; updater arm)
+copy_file(item('startup.sh', '/mnt/user/startup.sh', '755', '#!/bin/sh\\n/opt/demo/app\\n'))
+END
+    if unshare -Umr sh -c 'mount -t binfmt_misc none /mnt' 2>/dev/null; then
+        try --json --boot Foo.kx-update
+        expect_status 0
+        [ "$(told '.restart | .script, .exitStatus, (.remarks | length)')" = $'ended\n7\n0' ]
+    fi
+
+    without_emulators
+    try --json "${LACKING[@]}" --boot Foo.kx-update
+    expect_status 0
+    [ "$(told '.restart.remarks[0]')" = 'not judged: the start-up script starts programs for arm' ]
+}
+
 @test "an ordinary user's panel runs programs for another processor, too" {
     needs_emulators
     make_public_copy

@@ -47,9 +47,9 @@ struct TryOptions {
     bool hasFailedStep = false;
     bool isTwice = false;
     bool hasShell = false;
+    bool isVerbose = false;
     bool isRestarted = false;
     unsigned bootSeconds = kUsualBootSeconds;
-    bool isVerbose = false;
     std::optional<std::string> keep;
     TrialBounds bounds;
     std::vector<std::string> environment;
@@ -177,7 +177,9 @@ std::string ProcessorOf(const TryOptions& options, const PackageSource* source)
 
 void ShowProgress(const TrialProgress& now, Progress& progress)
 {
-    if (!now.isInstalling) {
+    if (now.isEnding) {
+        progress.Show(1, "interrupted, removing the panel");
+    } else if (!now.isInstalling) {
         progress.Show(0, "unpacking");
     } else if (now.steps == 0) {
         progress.Show(0, "installing");
@@ -269,8 +271,8 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
     request.bounds = options.bounds;
     request.environment = options.environment;
     request.isTwice = options.isTwice;
-    request.bootSeconds = options.isRestarted ? options.bootSeconds : 0;
     request.processor = ProcessorOf(options, source.get());
+    request.bootSeconds = options.isRestarted ? options.bootSeconds : 0;
     if (options.hasShell) {
         request.shellGreeting = ShellGreeting;
     }

@@ -47,14 +47,14 @@ void AddOnce(std::vector<std::string>& texts, const std::string& text)
 } // namespace
 
 std::vector<std::string> DoubtsOf(const std::vector<StartedProgram>& programs,
-                                  const std::string& processor)
+                                  const std::string& processor, const std::string& who)
 {
     std::vector<std::string> doubts;
     for (const StartedProgram& program : programs) {
         if (const std::string doubt = DoubtOf(program, processor); !doubt.empty()) {
-            const std::string who =
-                program.step == 0 ? "the installation" : "step " + std::to_string(program.step);
-            AddOnce(doubts, who + " starts programs for " + doubt);
+            const std::string starter =
+                program.step == 0 ? who : "step " + std::to_string(program.step);
+            AddOnce(doubts, starter + " starts programs for " + doubt);
         }
     }
     return doubts;

@@ -14,9 +14,11 @@ namespace kx::tool
 /// cannot run here, or such as run here and not on the panel.
 ///
 /// @param processor  name of the panel's, or empty when it is not known
+/// @param who        what starts the programs whose step is not known
 /// @return reasons, "step 3 starts programs for arm", each once; none when all is well
 [[nodiscard]] std::vector<std::string> DoubtsOf(const std::vector<StartedProgram>& programs,
-                                                const std::string& processor);
+                                                const std::string& processor,
+                                                const std::string& who = "the installation");
 
 /// Returns what is to be said about the programs that raise these doubts: which they are, and what
 /// would let them run.

@@ -127,6 +127,7 @@ public:
             result.restart =
                 PlayRestart(m_panel, m_request.bootSeconds, m_request.bounds.seconds,
                             m_panel.Scratch("changes"), [this] { return ReadChanges(); });
+            DoubtRestart(*result.restart);
         }
         if (m_request.shellGreeting) {
             result.shell = VisitShell(result.installations.back().isInstalled);
@@ -150,6 +151,7 @@ private:
     [[nodiscard]] PanelTerms Watched(TrialProgress& progress, StepLog& log) const;
     void Explain(RunTrace& trace, const StepLog& log, const std::optional<ShellFailure>& failure,
                  Installation& installation) const;
+    void DoubtRestart(Restart& restart) const;
     void PullDrive();
     [[nodiscard]] bool Keep();
 
@@ -214,6 +216,7 @@ PanelTerms Trial::Watched(TrialProgress& progress, StepLog& log) const
     };
     terms.onMoment = [this, &progress] {
         if (m_request.onProgress) {
+            progress.isEnding = io::Interruption::IsAsked();
             m_request.onProgress(progress);
         }
     };
@@ -393,11 +396,26 @@ ShellVisit Trial::VisitShell(bool isInstalled)
     ShellTerminal terminal;
     terminal.Say(m_request.shellGreeting(isInstalled));
     m_panel.SetSeconds(kShellSeconds);
-    const PanelResult ended = m_panel.Run({"--summary-json", m_panel.Scratch("changes"), "--env",
+    const PanelResult ended = m_panel.Run({"--summary-json", m_panel.Scratch("changes"), "--trace",
+                                           m_panel.Scratch("trace"), "--trace-programs", "--env",
                                            "PS1=panel:\\w# ", "--env", "HISTFILE="},
                                           {"sh", "-c", kShellScript}, {&terminal, {}, {}});
     m_panel.SetSeconds(m_request.bounds.seconds);
     return {ended.status, ended.remarks, ReadChanges()};
+}
+
+/// Tells which programs of the start-up script cannot run here as on the panel.
+void Trial::DoubtRestart(Restart& restart) const
+{
+    if (restart.script == StartupScript::kNone || restart.script == StartupScript::kNotExecutable) {
+        return; // none was started, and the trace is of an installation
+    }
+    const RunTrace trace =
+        ReadRunTrace(io::ReadWholeFile(m_panel.Scratch("trace"), kLargestReport * 8));
+    for (const std::string& doubt :
+         DoubtsOf(trace.Programs(), m_request.processor, "the start-up script")) {
+        restart.remarks.push_back("not judged: " + doubt);
+    }
 }
 
 /// Pulls the drive out, as the person at the panel does when the installation has ended.

@@ -24,6 +24,7 @@ struct TrialProgress {
     bool isInstalling = false; ///< it is unpacked before
     int step = 0;              ///< that is running, counted from 1; 0 before the first
     int steps = 0;             ///< of the package; 0 as long as they are not known
+    bool isEnding = false;     ///< the person interrupted: the panel is being removed
 };
 
 /// What to try, and with what.
@@ -39,10 +40,10 @@ struct TrialRequest {
     std::vector<std::string> environment;
     std::string keepAt; ///< full path at which the panel is kept; empty for not at all
     bool isTwice = false;
-    unsigned bootSeconds = 0; ///< that the start-up script is given at a restart; 0: there is none
     /// Name of the panel's processor; empty for the one that the package's updater is for.
     std::string processor;
     std::function<void(const TrialProgress&)> onProgress; ///< several times a second, or none
+    unsigned bootSeconds = 0; ///< that the start-up script is given at a restart; 0: there is none
     /// Returns the line that a shell on the panel begins with; without it there is no shell.
     std::function<std::string(bool isInstalled)> shellGreeting;
     std::optional<ShellFailure> failure; ///< of the first installation

@@ -74,7 +74,7 @@ std::uint64_t UsedBytes(const std::string& folder)
 std::chrono::milliseconds Patience()
 {
     constexpr std::chrono::milliseconds kToReport(40000);
-    constexpr std::chrono::milliseconds kToGiveUp(400);
+    constexpr std::chrono::milliseconds kToGiveUp(20);
     return io::Interruption::IsAsked() ? kToGiveUp : kToReport;
 }
 
