@@ -74,21 +74,16 @@ public:
 
     void Add(const TarItem& item)
     {
-        struct stat info {
-        };
-        if (stat(item.source.c_str(), &info) != 0) {
-            throw io::AccessError(item.source, "read", errno);
-        }
         archive_entry_clear(m_entry.get());
         archive_entry_set_pathname(m_entry.get(), (std::string(kHere) + item.name).c_str());
-        archive_entry_set_size(m_entry.get(), info.st_size);
+        archive_entry_set_size(m_entry.get(), static_cast<la_int64_t>(item.size));
         archive_entry_set_filetype(m_entry.get(), AE_IFREG);
         archive_entry_set_perm(m_entry.get(), item.mode);
         archive_entry_set_mtime(m_entry.get(), 0, 0);
         if (archive_write_header(m_archive.get(), m_entry.get()) != ARCHIVE_OK) {
             ThrowOf(m_archive.get(), m_shown, "write");
         }
-        AddContent(item, static_cast<std::uint64_t>(info.st_size));
+        AddContent(item);
     }
 
     void Close()
@@ -99,23 +94,23 @@ public:
     }
 
 private:
-    void AddContent(const TarItem& item, std::uint64_t size)
+    void AddContent(const TarItem& item)
     {
         std::uint64_t written = 0;
-        StreamFile(item.source, [&](std::string_view piece) {
+        item.stream([&](std::string_view piece) {
             if (io::Interruption::IsAsked()) {
-                throw io::AccessError(item.source, "read", EINTR);
+                throw io::AccessError(m_shown, "write", EINTR);
             }
             written += piece.size();
-            if (written <= size &&
+            if (written <= item.size &&
                 archive_write_data(m_archive.get(), piece.data(), piece.size()) < 0) {
                 ThrowOf(m_archive.get(), m_shown, "write");
             }
-            return written <= size;
+            return written <= item.size;
         });
-        if (written != size) {
-            throw io::Error(io::ExitCode::kNoAccess, item.source, "changed while it was read",
-                            "try again");
+        if (written != item.size) {
+            throw io::Error(io::ExitCode::kNoAccess, m_shown,
+                            "'" + item.name + "' changed while it was read", "try again");
         }
     }
 
@@ -126,7 +121,7 @@ private:
 
 /// Reads what the library says of one file.
 /// @return false when it is nothing that WriteTar writes
-bool ReadEntry(archive_entry* entry, TarEntry& told)
+bool ReadEntry(Library* reader, archive_entry* entry, TarEntry& told)
 {
     const char* const name = archive_entry_pathname(entry);
     const std::string_view path = name == nullptr ? "" : name;
@@ -137,6 +132,7 @@ bool ReadEntry(archive_entry* entry, TarEntry& told)
     told.name = path.substr(kHere.size());
     told.size = static_cast<std::uint64_t>(archive_entry_size(entry));
     told.mode = archive_entry_perm(entry);
+    told.offset = static_cast<std::uint64_t>(archive_filter_bytes(reader, 0));
     return true;
 }
 
@@ -158,6 +154,17 @@ bool HandOut(Library* reader, const ContentSink& sink)
 }
 
 } // namespace
+
+TarItem TarItemOf(const std::string& name, const std::string& source, unsigned mode)
+{
+    struct stat info {
+    };
+    if (stat(source.c_str(), &info) != 0) {
+        throw io::AccessError(source, "read", errno);
+    }
+    return {name, mode, static_cast<std::uint64_t>(info.st_size),
+            [source](const ContentSink& sink) { StreamFile(source, sink); }};
+}
 
 std::uint64_t WriteTar(const io::Descriptor& file, const std::string& shown,
                        std::vector<TarItem> items)
@@ -190,7 +197,7 @@ bool ReadTar(const io::Descriptor& file, const std::string& shown,
             return result == ARCHIVE_EOF;
         }
         TarEntry told;
-        if (!ReadEntry(entry, told)) {
+        if (!ReadEntry(reader.get(), entry, told)) {
             return false;
         }
         const ContentSink sink = take(told);

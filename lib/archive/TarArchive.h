@@ -15,10 +15,15 @@ namespace kx::archive
 
 /// One file to put into an archive for `tar`.
 struct TarItem {
-    std::string name;   ///< path below the folder that it is unpacked to
-    std::string source; ///< file to take the content from
-    unsigned mode = 0;  ///< 0 to 0777
+    std::string name;       ///< path below the folder that it is unpacked to
+    unsigned mode = 0;      ///< 0 to 0777
+    std::uint64_t size = 0; ///< bytes of the content
+    std::function<void(const ContentSink& sink)> stream; ///< hands the content out
 };
+
+/// Makes an item of a file on the disk.
+/// @throws Error when it cannot be looked at
+[[nodiscard]] TarItem TarItemOf(const std::string& name, const std::string& source, unsigned mode);
 
 /// Writes an archive that GNU's and BusyBox's tar unpack alike, at the beginning of a file. The
 /// same items give the same bytes, whatever the order in which they are given and the dates and
@@ -35,6 +40,7 @@ struct TarEntry {
     std::string name; ///< as in TarItem
     std::uint64_t size = 0;
     unsigned mode = 0;
+    std::uint64_t offset = 0; ///< of the content in the archive
 };
 
 /// Reads an archive for `tar` from the beginning of a file.

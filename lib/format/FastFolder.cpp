@@ -3,6 +3,7 @@
 #include "format/FastFolder.h"
 
 #include "io/Text.h"
+#include "io/Utf8.h"
 
 #include <algorithm>
 #include <array>
@@ -216,10 +217,10 @@ void ReadUninstall(const std::string& text, FastFolder& folder)
     }
 }
 
-/// Tells whether a path of the panel is one that build takes.
+/// Tells whether a path of the panel is one that build gives.
 bool IsPanelPath(const std::string& path)
 {
-    return path.substr(0, 1) == "/" && io::UnsafeCharacter(path).empty();
+    return path.substr(0, 1) == "/" && io::UnsafeCharacter(path).empty() && io::IsUtf8(path);
 }
 
 /// Tells whether names are paths below a folder, each of them once and sorted, as build gives them.
@@ -228,7 +229,8 @@ bool AreNames(const std::vector<std::string>& names)
     const auto isBad = [](const std::string& name) {
         const std::string framed = "/" + name + "/";
         return framed.find("//") != std::string::npos || framed.find("/./") != std::string::npos ||
-               framed.find("/../") != std::string::npos || !io::UnsafeCharacter(name).empty();
+               framed.find("/../") != std::string::npos || !io::UnsafeCharacter(name).empty() ||
+               !io::IsUtf8(name);
     };
     return std::none_of(names.begin(), names.end(), isBad) &&
            std::adjacent_find(names.begin(), names.end(), std::greater_equal<>()) == names.end();
@@ -245,6 +247,12 @@ std::string NumberLine(const char* name, std::uint64_t number)
 }
 
 } // namespace
+
+std::uint64_t KibOf(std::uint64_t size)
+{
+    constexpr std::uint64_t kKib = 1024;
+    return size / kKib + (size % kKib == 0 ? 0 : 1);
+}
 
 std::string DefaultFastArchive(const std::string& target)
 {
@@ -282,6 +290,8 @@ std::optional<FastFolder> ReadFastScripts(const std::string& install, const std:
     }
     ReadUninstall(uninstall, *folder);
     const bool isBuilt = IsPanelPath(folder->target) && IsPanelPath(folder->archive) &&
+                         (folder->target == "/" || folder->target.back() != '/') &&
+                         folder->archive.back() != '/' && folder->archive != folder->target &&
                          AreNames(folder->emptyFolders) && AreNames(folder->files);
     const bool isSame = isBuilt && FastInstallScript(*folder) == install &&
                         FastUninstallScript(*folder) == uninstall &&

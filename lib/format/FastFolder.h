@@ -30,6 +30,10 @@ struct FastFolder {
     std::vector<std::string> files;        ///< below the target, sorted; of a recorded folder only
 };
 
+/// Returns how many KiB of room a file takes.
+/// @param size  in bytes
+[[nodiscard]] std::uint64_t KibOf(std::uint64_t size);
+
 /// Returns the path of the archive on the panel where the author names none: beside the target.
 [[nodiscard]] std::string DefaultFastArchive(const std::string& target);
 

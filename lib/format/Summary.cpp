@@ -72,6 +72,7 @@ public:
         for (const JsonNode& step : ElementsOf(root, "DB_StepSets")) {
             AddStep(step);
         }
+        m_summary.fastFolders = FastStepsOf(root);
         return std::move(m_summary);
     }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "archive/Package.h"
+#include "format/FastSteps.h"
 #include "format/Processor.h"
 #include "format/Secrets.h"
 
@@ -64,6 +65,7 @@ struct Summary {
     std::string date;
     std::optional<SummaryUpdater> updater;
     std::vector<SummaryStep> steps;
+    std::vector<FastSteps> fastFolders;
     std::uint64_t files = 0; ///< of the payload
     std::uint64_t size = 0;  ///< bytes of these
 };

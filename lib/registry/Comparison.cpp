@@ -77,6 +77,22 @@ void Count(const ListEntry& entry, const io::RootedFolder::Standing& standing,
     comparison.deviations.push_back({entry, standing});
 }
 
+/// Adds what a script has unpacked.
+void CountFast(const io::RootedFolder& root, const format::FastFolder& folder,
+               Comparison& comparison)
+{
+    const auto count = [&](const std::string& path, bool isFolder) {
+        Count({isFolder, path, 0}, root.Look(path), comparison);
+    };
+    count(folder.target, true);
+    for (const std::string& name : format::FoldersOf(folder)) {
+        count(format::PathInFast(folder, name), true);
+    }
+    for (const std::string& name : folder.files) {
+        count(format::PathInFast(folder, name), false);
+    }
+}
+
 } // namespace
 
 bool Comparison::HasProblems() const
@@ -91,6 +107,11 @@ Comparison CompareRecord(const io::RootedFolder& root, const std::string& name)
     comparison.record = ReadRecord(root, name, [&](const ListEntry& entry) {
         Count(entry, root.Look(entry.path), comparison);
     });
+    for (const format::FastSteps& steps : comparison.record.fastFolders) {
+        if (steps.folder.isRecorded) {
+            CountFast(root, steps.folder, comparison);
+        }
+    }
     return comparison;
 }
 

@@ -22,7 +22,7 @@ struct RecordProblem {
 struct ListEntry {
     bool isFolder = false;
     std::string path;       ///< full, on the panel
-    std::uint64_t line = 0; ///< counts from 1
+    std::uint64_t line = 0; ///< counts from 1; 0 of what only a script of the record names
 };
 
 /// What a whole list says.

@@ -74,10 +74,8 @@ private:
 
 /// Says why the updater's reader must not get a description, or nothing: it ends by a root value
 /// that is no object, and may read for hours in a root object that is a list.
-std::string WhyNotToRead(const std::string& path)
+std::string WhyNotToRead(const format::Description& description)
 {
-    const format::Description description =
-        format::ParseDescription(io::ReadWholeFile(path, kLargestRecordedDescription));
     if (!description.root.has_value()) {
         const format::TextPosition& position = description.error.position;
         return "is not JSON: line " + std::to_string(position.line) + ", column " +
@@ -109,7 +107,9 @@ void AddUnread(Record& record, const char* id, const char* file, const std::stri
 void ReadIdentity(const io::Descriptor& file, Record& record)
 {
     constexpr const char* kId = "description-unreadable";
-    if (const std::string why = WhyNotToRead(file.Path()); !why.empty()) {
+    const format::Description description =
+        format::ParseDescription(io::ReadWholeFile(file.Path(), kLargestRecordedDescription));
+    if (const std::string why = WhyNotToRead(description); !why.empty()) {
         AddUnread(record, kId, archive::kDescriptionName, why);
         return;
     }
@@ -122,6 +122,7 @@ void ReadIdentity(const io::Descriptor& file, Record& record)
                   "is refused by the updater: " + logger.Line());
         return;
     }
+    record.fastFolders = format::FastStepsOf(*description.root);
     const DB_KxUserProject& root = *package.Project();
     record.identity = Identity{root.Title,     root.PackageVersion, root.Comment,
                                root.ModelName, root.OsVersion,      root.Date};

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "format/FastSteps.h"
 #include "io/RootedFolder.h"
 #include "panel/Names.h"
 #include "registry/RecordList.h"
@@ -45,6 +46,8 @@ struct Record {
     bool isRecord = false;             ///< false: something else lies among the records
     std::optional<Identity> identity;  ///< absent when the updater's own list leaves it out
     std::optional<RecordedCounts> has; ///< absent when there is no list that can be read
+    /// What its list leaves out: scripts unpacked these files, and have their names.
+    std::vector<format::FastSteps> fastFolders;
     std::vector<RecordProblem> problems;
     std::uint64_t omittedProblems = 0; ///< those of the list beyond kMostListProblems
 };

@@ -34,10 +34,26 @@ std::string BytesOf(const io::Descriptor& file)
     return io::ReadAll(file.Number(), kMost, "archive");
 }
 
-std::string TarOf(const std::vector<TarItem>& items)
+/// A file on the disk that goes into an archive.
+struct Source {
+    std::string name;
+    std::string path;
+    unsigned mode;
+};
+
+std::uint64_t Write(const io::Descriptor& file, const std::vector<Source>& sources)
+{
+    std::vector<TarItem> items;
+    for (const Source& source : sources) {
+        items.push_back(TarItemOf(source.name, source.path, source.mode));
+    }
+    return WriteTar(file, "archive", items);
+}
+
+std::string TarOf(const std::vector<Source>& sources)
 {
     const io::Descriptor file = io::MakeTemporaryFile();
-    const std::uint64_t size = WriteTar(file, "archive", items);
+    const std::uint64_t size = Write(file, sources);
     std::string bytes = BytesOf(file);
     EXPECT_EQ(bytes.size(), size);
     return bytes;
@@ -140,7 +156,7 @@ TEST(TarArchive, ReadsAgainAtItsOwnBeginning)
 {
     const TempDir dir;
     const io::Descriptor file = io::MakeTemporaryFile();
-    static_cast<void>(WriteTar(file, "archive", {{"a", dir.Write("a", "1"), 0644}}));
+    static_cast<void>(Write(file, {{"a", dir.Write("a", "1"), 0644}}));
     for (int i = 0; i < 2; ++i) {
         int count = 0;
         EXPECT_TRUE(ReadTar(file, "archive", [&count](const TarEntry&) -> ContentSink {
@@ -151,10 +167,35 @@ TEST(TarArchive, ReadsAgainAtItsOwnBeginning)
     }
 }
 
+TEST(TarArchive, TellsWhereTheContentsLie)
+{
+    const TempDir dir;
+    const std::string bytes = TarOf({{"a", dir.Write("a", "first"), 0644},
+                                     {std::string(300, 'b'), dir.Write("b", "second"), 0644}});
+    std::vector<std::string> contents;
+    EXPECT_TRUE(ReadTar(FileOf(bytes), "archive", [&](const TarEntry& entry) -> ContentSink {
+        contents.push_back(bytes.substr(entry.offset, entry.size));
+        return {};
+    }));
+    EXPECT_THAT(contents, ElementsAre("first", "second"));
+}
+
+TEST(TarArchive, RefusesContentsThatChange)
+{
+    for (const char* const content : {"", "1", "333"}) {
+        const TarItem item = {
+            "x", 0644, 2, [content](const ContentSink& sink) { static_cast<void>(sink(content)); }};
+        EXPECT_EQ(Thrown([&] {
+                      static_cast<void>(WriteTar(io::MakeTemporaryFile(), "archive", {item}));
+                  }),
+                  "3: archive: 'x' changed while it was read; try again");
+    }
+}
+
 TEST(TarArchive, TellsWhatItCannotRead)
 {
     const io::Descriptor file = io::MakeTemporaryFile();
-    const auto write = [&file] { static_cast<void>(WriteTar(file, "a", {{"x", "/no/x", 0}})); };
+    const auto write = [&file] { static_cast<void>(Write(file, {{"x", "/no/x", 0}})); };
 
     EXPECT_EQ(Thrown(write), "3: /no/x: cannot read: No such file or directory");
 }
@@ -206,7 +247,7 @@ TEST(TarArchive, SaysHowLargeAFileBeyondEightGibIs)
     const io::Descriptor file = io::MakeTemporaryFile();
 
     const std::string error = Thrown([&] {
-        static_cast<void>(WriteTar(file, "archive", {{"large", path, 0644}}));
+        static_cast<void>(Write(file, {{"large", path, 0644}}));
     });
     std::vector<std::uint64_t> sizes;
     const bool isWhole = ReadTar(file, "archive", [&sizes](const TarEntry& entry) -> ContentSink {
@@ -231,10 +272,10 @@ TEST(TarArchive, LeavesAFileInTheMiddleWhenTheProgramIsToEnd)
     ASSERT_EQ(raise(SIGINT), 0);
 
     const std::string error = Thrown([&] {
-        static_cast<void>(WriteTar(file, "archive", {{"large", path, 0644}}));
+        static_cast<void>(Write(file, {{"large", path, 0644}}));
     });
 
-    EXPECT_EQ(error, "3: " + path + ": cannot read: Interrupted system call");
+    EXPECT_EQ(error, "3: archive: cannot write: Interrupted system call");
 }
 
 } // namespace kx::archive

@@ -201,6 +201,8 @@ check
 show
 plan
 try
+key
+sign
 stick
 diff
 unpack

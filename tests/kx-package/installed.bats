@@ -48,6 +48,7 @@ panel/var/lib/KxUserPackages: 2 packages
     {
       "comment": null,
       "date": null,
+      "fastFolders": [],
       "files": 3,
       "folders": 2,
       "model": null,

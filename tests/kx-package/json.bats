@@ -42,6 +42,10 @@ told() {
     told new 0 new taken
     told new-panel 0 new-panel
     told schema 0 schema manifest -o manifest.json
+    told key 0 key new author
+    told sign 0 sign demo.kx-update --key author.key.pem
+    told sign 0 sign demo.kx-update --key author.key.pem
+    told sign 0 sign demo.kx-update --remove
 }
 
 @test "what the commands that look at packages write keeps to its schema" {
@@ -68,6 +72,11 @@ told() {
     told diff 1 diff demo.kx-update pkg
     told diff 0 diff demo.kx-update demo.kx-update
     told diff 1 diff demo.kx-update tree
+    sed -i 's,^folders = ,fast = true\n&,' pkg/package.toml
+    told show 0 show pkg
+    [ "$(jq '.fastFolders | length' out)" -eq 1 ]
+    told plan 0 plan pkg
+    [ "$(jq '.fastFolders | length' out)" -eq 1 ]
 }
 
 @test "what the commands that look at records write keeps to its schema" {
@@ -137,7 +146,7 @@ END
 
 @test "the manual tells every field of every document" {
     local name field
-    [ "$(documents | wc -l)" -ge 14 ]
+    [ "$(documents | wc -l)" -ge 16 ]
     for name in $(documents); do
         sed -n "/^\.SS \"JSON of $name\"/,/^\.S[SH] /p" "$ROOT/docs/kx-package.1" >section
         for field in $("$KX_PACKAGE" schema "json-$name" |

@@ -129,8 +129,8 @@ copy-folder share /mnt/user/recipes/share
 END
     diff - <(zipinfo recipes.kx-update | awk '/^-rwx.* [0-9]\// { print $9 }' | sort) <<'END'
 0/0/start
-1/0/one
-2/0/tool
+2/0/one
+3/0/tool
 END
 }
 

@@ -60,5 +60,5 @@ END
     kx new-panel -o - --json
     [ "$status" -eq 2 ]
     kx new-panel --root none
-    [ "$status" -eq 2 ]
+    [ "$status" -eq 1 ]
 }

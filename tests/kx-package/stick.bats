@@ -141,6 +141,10 @@ END
         [ "$status" -eq 1 ]
         [ "$(jq -c '[.ready, .written, .readBack, .clean, .findings[0].id]' out)" = \
             '[false,false,null,false,"name-copy"]' ]
+        cp demo.kx-update demo.zip
+        kx stick demo.zip drive
+        [ "$status" -eq 1 ]
+        grep -q '^error: name-extension: demo.zip$' err
         # The drive itself is in doubt.
         kx stick --strict demo.kx-update drive
         [ "$status" -eq 1 ]
@@ -307,7 +311,7 @@ END
         head -c "$((rest + 1))" /dev/zero >drive/pictures
         kx stick demo.kx-update drive
         [ "$status" -eq 1 ]
-        grep -qE '^kx-package: drive: the package takes 4.0 KiB and, where the panel unpacks it beside itself, [0-9.]+ KiB; [0-9.]+ KiB are free; remove what else is on the drive, or take a larger one$' err
+        grep -qE '^kx-package: drive: the package takes 4.0 KiB and, where the panel unpacks it beside itself, [0-9.]+ KiB; that is 4.0 KiB more than there is; remove what else is on the drive, or take a larger one$' err
         [ ! -e drive/demo.kx-update ]
 END
 }
@@ -326,5 +330,30 @@ END
         kx stick --replace demo.kx-update drive
         [ "$status" -eq 0 ]
         cmp demo.kx-update drive/demo.kx-update
+END
+}
+
+@test "--replace counts on the room of what it removes" {
+    package
+    on_drive size=400k <<'END'
+        mkdir -p drive/old.temp/0/0
+        touch drive/old.temp/UserPackage.kx-project
+        head -c 400000 /dev/zero >drive/old.temp/0/0/big
+        kx stick demo.kx-update drive
+        [ "$status" -eq 1 ]
+        grep -q 'more than there is' err
+        kx stick --replace demo.kx-update drive
+        [ "$status" -eq 0 ]
+        [ "$(ls -A drive)" = demo.kx-update ]
+END
+}
+
+@test "a drive without room for so many files is told" {
+    package
+    on_drive size=16m,nr_inodes=10 <<'END'
+        kx stick demo.kx-update drive
+        [ "$status" -eq 1 ]
+        grep -qE '^kx-package: drive: unpacking makes 1[0-9] files and folders; its file system has room for [0-9]; take another drive$' err
+        [ -z "$(ls -A drive)" ]
 END
 }

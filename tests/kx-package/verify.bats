@@ -64,6 +64,7 @@ demo: 2 of 3 folders and 2 of 5 files are there
       "state": "missing"
     }
   ],
+  "fastFolders": [],
   "files": {
     "missing": 1,
     "otherKind": 1,

@@ -69,7 +69,7 @@ TwoSteps StepsFrom(const Layout& layout, int index)
 std::vector<std::string> ArchiveOf(const Layout& layout, std::size_t index)
 {
     std::vector<std::string> told;
-    EXPECT_TRUE(archive::ReadTar(layout.archives.at(index), "archive",
+    EXPECT_TRUE(archive::ReadTar(*layout.archives.at(index), "archive",
                                  [&told](const archive::TarEntry& entry) -> archive::ContentSink {
                                      told.push_back(entry.name + " " + std::to_string(entry.mode) +
                                                     " " + std::to_string(entry.size));
@@ -112,7 +112,7 @@ TEST_F(FastLayouts, BecomeAnArchiveAndItsScript)
     EXPECT_THAT(ArchiveOf(layout, 0), ElementsAre("a 420 1", "bin/run 493 10", "secret 384 1025"));
     ASSERT_EQ(layout.payload.size(), 1U);
     EXPECT_EQ(layout.payload[0].name, "0/0/files.tar");
-    EXPECT_EQ(folder->size, io::SizeOf(layout.archives[0], "archive"));
+    EXPECT_EQ(folder->size, io::SizeOf(*layout.archives[0], "archive"));
     const LayoutPackage package("x.kx-update", true, layout, "");
     EXPECT_EQ(package.Read("0/0/files.tar", 1U << 20U).size(), folder->size);
 }

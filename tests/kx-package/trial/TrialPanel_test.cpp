@@ -91,6 +91,40 @@ TEST(TrialPanel, EndsOnce)
     EXPECT_THAT(device.Calls(), ElementsAre("--erase --state STATE"));
 }
 
+TEST(TrialPanel, LiesBesideThePlaceThatItGets)
+{
+    const TempDir dir;
+    const FakeDevice device("touch \"$state/x\"\n");
+    {
+        TrialPanel panel(device.Folder(), kBounds, {}, dir / "kept");
+        EXPECT_EQ(panel.Run({}, {"true"}).status, 0);
+        EXPECT_FALSE(std::filesystem::exists(dir / "kept"));
+
+        EXPECT_TRUE(panel.Keep());
+        panel.End();
+    }
+
+    EXPECT_THAT(dir.Tree(), ElementsAre("kept d 700", "kept/x f 644 "));
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(TrialPanel, LeavesNothingBesideThePlaceThatItDoesNotGet)
+{
+    const TempDir dir;
+    const FakeDevice device("touch \"$state/x\"\n");
+    {
+        TrialPanel panel(device.Folder(), kBounds, {}, dir / "kept");
+        EXPECT_FALSE(panel.Keep()); // nothing ran on it
+        EXPECT_EQ(panel.Run({}, {"true"}).status, 0);
+    }
+    EXPECT_THAT(dir.Tree(), IsEmpty());
+
+    EXPECT_EQ(
+        Thrown([&] { const TrialPanel panel(device.Folder(), kBounds, {}, dir / "no/kept"); }),
+        "3: " + dir.Path() + "/no/kept: cannot make the folder: No such file or directory");
+    EXPECT_TRUE(device.IsClean());
+}
+
 TEST(TrialPanel, IsAnErrorWhereTheDeviceCannotBeMade)
 {
     const FakeDevice device("echo 'first' >&2; echo 'device/run: no namespaces' >&2; exit 125\n");

@@ -344,6 +344,89 @@ TEST(RunTrial, EndsWhereAPersonDoesNotWaitForItsPackage)
     EXPECT_TRUE(device.IsClean());
 }
 
+TEST(RunTrial, RestartsThePanelOnceWithoutItsDriveAndBeforeItIsKept)
+{
+    const TempDir dir;
+    const FakeDevice device(kTells);
+    TrialRequest request = RequestFor(device, true);
+    request.package = dir.MakeDir("Foo");
+    request.bootSeconds = 3;
+    request.keepAt = dir / "kept";
+
+    const TrialResult result = RunTrial(request);
+
+    ASSERT_TRUE(result.restart.has_value());
+    EXPECT_EQ(result.restart->script, StartupScript::kEnded);
+    const std::string calls = ReadFile(device.Folder() + "/calls");
+    const std::size_t installed = calls.rfind("-unzipedDir");
+    const std::size_t pulled = calls.find("drive pull");
+    const std::size_t restarted = calls.find("--boot --no-startup");
+    EXPECT_LT(installed, pulled);
+    EXPECT_LT(pulled, restarted);
+    EXPECT_EQ(calls.find("--boot", restarted + 7), std::string::npos);
+    EXPECT_NE(calls.find("--seconds 3 "), std::string::npos);
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, RestartsNoPanelThatWasNotNeeded)
+{
+    const TempDir dir;
+    const FakeDevice device(kTells);
+    TrialRequest request = RequestFor(device);
+    request.package = dir.Write("Foo.zip", "x");
+    request.road.isFound = false;
+    request.bootSeconds = 3;
+
+    EXPECT_FALSE(RunTrial(request).restart.has_value());
+}
+
+TEST(RunTrial, KeepsThePanelWithoutItsDrive)
+{
+    const TempDir dir;
+    const FakeDevice device("touch \"$state/x\"\n" + kTells);
+    TrialRequest request = RequestFor(device);
+    request.package = dir.MakeDir("Foo");
+    request.keepAt = dir / "kept";
+
+    const TrialResult result = RunTrial(request);
+
+    EXPECT_TRUE(result.isKept);
+    EXPECT_THAT(dir.Tree(), testing::Contains("kept/x f 644 "));
+    EXPECT_THAT(ReadFile(device.Folder() + "/calls"),
+                testing::HasSubstr("-- sh -c /usr/bin/kxsystem/drive pull "));
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, HasNoPanelToKeepWhereNothingIsFound)
+{
+    const TempDir dir;
+    const FakeDevice device(kTells);
+    TrialRequest request = RequestFor(device);
+    request.package = dir.Write("Foo.zip", "x");
+    request.road.isFound = false;
+    request.keepAt = dir / "kept";
+
+    EXPECT_FALSE(RunTrial(request).isKept);
+
+    EXPECT_THAT(dir.Tree(), testing::ElementsAre("Foo.zip f 644 x"));
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, KeepsNothingOfATrialThatFails)
+{
+    const TempDir dir;
+    const FakeDevice device("echo 'device/run: no namespaces' >&2; exit 125\n");
+    TrialRequest request = RequestFor(device);
+    request.package = dir.MakeDir("Foo");
+    request.keepAt = dir / "kept";
+
+    EXPECT_THAT(Thrown([&request] { static_cast<void>(RunTrial(request)); }),
+                testing::StartsWith("3: "));
+
+    EXPECT_THAT(dir.Tree(), testing::ElementsAre("Foo d 755"));
+    EXPECT_TRUE(device.IsClean());
+}
+
 TEST(RunTrial, OpensAShellForTheRestOfTheDay)
 {
     const TempDir dir;

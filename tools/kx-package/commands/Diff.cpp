@@ -252,7 +252,9 @@ io::ExitCode RunDiff(const DiffArguments& arguments, const Output& output)
 {
     const OpenedPackage before = OpenAsPackage(arguments.before);
     const OpenedPackage after = OpenAsPackage(arguments.after);
-    const PackageDifference difference = ComparePackages(*before.package, *after.package);
+    const format::FastPackage one(*before.package);
+    const format::FastPackage other(*after.package);
+    const PackageDifference difference = ComparePackages(one, other);
     if (output.isJson) {
         TellDifferenceAsJson(output, arguments, difference);
     } else {

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/FastText.h"
 #include "commands/RecordText.h"
 #include "commands/Values.h"
 #include "io/Text.h"
@@ -27,6 +28,7 @@ picojson::value RecordAsJson(const registry::Record& record)
     picojson::object told = IdentityAsJson(record);
     told["folders"] = record.has.has_value() ? JsonCount(record.has->folders) : picojson::value();
     told["files"] = record.has.has_value() ? JsonCount(record.has->files) : picojson::value();
+    told["fastFolders"] = FastFoldersAsJson(record.fastFolders);
     told["problems"] = ProblemsAsJson(record);
     told["omittedProblems"] = JsonCount(record.omittedProblems);
     return picojson::value(told);
@@ -73,6 +75,10 @@ void TellRecord(const Output& output, const registry::Record& record)
     if (record.has.has_value()) {
         output.out << "  recorded:  " << io::CountText(record.has->folders, "folder") << ", "
                    << io::CountText(record.has->files, "file") << '\n';
+    }
+    for (const format::FastSteps& steps : record.fastFolders) {
+        output.out << "  unpacked:  " << io::CountText(steps.folder.fileCount, "file") << " to "
+                   << io::Printable(steps.folder.target) << '\n';
     }
     TellProblems(output, record);
 }

@@ -1,9 +1,11 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/FastText.h"
 #include "commands/ManifestChecks.h"
 #include "commands/Values.h"
 #include "compose/PackageSource.h"
+#include "format/Description.h"
 #include "format/Secrets.h"
 #include "io/Hex.h"
 #include "io/Text.h"
@@ -11,6 +13,7 @@
 #include "rehearsal/Ending.h"
 #include "rehearsal/Rehearsal.h"
 
+#include <algorithm>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -63,7 +66,25 @@ picojson::value JsonOf(const rehearsal::PlannedCommand& command)
     return picojson::value(told);
 }
 
-picojson::value JsonOf(const rehearsal::Plan& plan)
+/// Returns the fast folders that a plan gets to unpack.
+std::vector<format::FastSteps> FastFoldersOf(const archive::Package& package,
+                                             const rehearsal::Plan& plan)
+{
+    if (plan.lastStep == 0) {
+        return {};
+    }
+    const format::Description description = format::ReadDescription(package);
+    std::vector<format::FastSteps> folders = description.root.has_value()
+                                                 ? format::FastStepsOf(*description.root)
+                                                 : std::vector<format::FastSteps>();
+    const auto isBeyond = [&plan](const format::FastSteps& steps) {
+        return steps.copy + 2 > static_cast<std::size_t>(plan.lastStep);
+    };
+    folders.erase(std::remove_if(folders.begin(), folders.end(), isBeyond), folders.end());
+    return folders;
+}
+
+picojson::value JsonOf(const rehearsal::Plan& plan, const std::vector<format::FastSteps>& fast)
 {
     picojson::array commands;
     for (const rehearsal::PlannedCommand& command : plan.commands) {
@@ -85,6 +106,7 @@ picojson::value JsonOf(const rehearsal::Plan& plan)
     told["log"] = ListOf(plan.log);
     told["recordedFolders"] = ListOf(plan.folders);
     told["recordedFiles"] = ListOf(plan.files);
+    told["fastFolders"] = FastFoldersAsJson(fast);
     return picojson::value(told);
 }
 
@@ -103,7 +125,8 @@ std::string RemarksOn(const rehearsal::PlannedCommand& command)
     return remarks;
 }
 
-void WriteText(const Output& output, const rehearsal::Plan& plan)
+void WriteText(const Output& output, const rehearsal::Plan& plan,
+               const std::vector<format::FastSteps>& fast)
 {
     const rehearsal::PlannedCommand* before = nullptr;
     for (const rehearsal::PlannedCommand& command : plan.commands) {
@@ -129,6 +152,7 @@ void WriteText(const Output& output, const rehearsal::Plan& plan)
             }
         }
     }
+    TellFastFolders(output, fast);
 }
 
 /// Returns where the package is planned: what the panel's description says counts less.
@@ -153,10 +177,11 @@ io::ExitCode RunPlan(const PlanOptions& options, const Output& output)
             command.command = format::MaskedCommand(command.command);
         }
     }
+    const std::vector<format::FastSteps> fast = FastFoldersOf(*opened.package, plan);
     if (output.isJson) {
-        WriteJson(output, JsonOf(plan));
+        WriteJson(output, JsonOf(plan, fast));
     } else {
-        WriteText(output, plan);
+        WriteText(output, plan, fast);
     }
     return plan.IsInstalled() ? io::ExitCode::kFine : io::ExitCode::kProblems;
 }

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/FastText.h"
 #include "commands/Values.h"
 #include "compose/PackageSource.h"
 #include "format/Kinds.h"
@@ -145,6 +146,7 @@ picojson::value SummaryAsJson(const archive::Package& package, const format::Sum
                         {"size", JsonNumber(summary.size)},
                     })},
         {"steps", ArrayOf(summary.steps, StepAsJson)},
+        {"fastFolders", FastFoldersAsJson(summary.fastFolders)},
         {"recorded", picojson::value(picojson::object{
                          {"folders", ArrayOf(recorded.folders, JsonText)},
                          {"files", ArrayOf(recorded.files, JsonText)},
@@ -231,6 +233,30 @@ void TellSetting(const Output& output, const format::SummarySetting& setting)
     output.out << '\n';
 }
 
+/// Tells of the two steps that bring a fast folder as of one.
+void TellFastSteps(const Output& output, const format::Summary& summary,
+                   const format::FastSteps& steps)
+{
+    const format::SummaryStep& script = summary.steps[steps.copy + 1];
+    const format::FastFolder& folder = steps.folder;
+    const std::string heading = "steps " + std::to_string(steps.copy + 1) + " and " +
+                                std::to_string(steps.copy + 2) + " of " +
+                                std::to_string(summary.steps.size()) + ": " +
+                                format::kCopyFolderKind.name + ", fast";
+    output.out << '\n'
+               << Coloured(output, Colour::kBold, heading) << (script.canSkip ? ", may fail" : "");
+    if (!script.comment.empty()) {
+        output.out << " (" << io::Printable(script.comment) << ")";
+    }
+    output.out << "\n  " << io::Printable(steps.origin) << " -> " << io::Printable(folder.target)
+               << ", " << io::CountText(folder.fileCount, "file") << ", by way of "
+               << io::Printable(folder.archive) << ", "
+               << (summary.steps[steps.copy].items[0].isMissing
+                       ? Coloured(output, Colour::kRed, "no payload")
+                       : io::SizeText(folder.size))
+               << '\n';
+}
+
 void TellStep(const Output& output, const format::Summary& summary, std::size_t index)
 {
     const format::SummaryStep& step = summary.steps[index];
@@ -274,8 +300,14 @@ io::ExitCode Show(const std::string& path, format::Secrets secrets, const Output
         return io::ExitCode::kFine;
     }
     TellIdentity(output, opened, summary);
+    auto fast = summary.fastFolders.begin();
     for (std::size_t i = 0; i < summary.steps.size(); ++i) {
-        TellStep(output, summary, i);
+        if (fast != summary.fastFolders.end() && fast->copy == i) {
+            TellFastSteps(output, summary, *fast++);
+            ++i; // their script
+        } else {
+            TellStep(output, summary, i);
+        }
     }
     output.out << '\n' << Coloured(output, Colour::kBold, "recorded on the panel") << '\n';
     if (!recorded.whyNothing.empty()) {
@@ -284,6 +316,10 @@ io::ExitCode Show(const std::string& path, format::Secrets secrets, const Output
     }
     TellList(output, "folders, where they have to be made", recorded.folders);
     TellList(output, "files", recorded.files);
+    if (!summary.fastFolders.empty()) {
+        output.out << '\n' << Coloured(output, Colour::kBold, "unpacked on the panel") << '\n';
+        TellFastFolders(output, summary.fastFolders);
+    }
     return io::ExitCode::kFine;
 }
 

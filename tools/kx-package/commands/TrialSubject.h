@@ -15,6 +15,8 @@ struct TrialSubject {
     std::string package;        ///< as it was named
     std::size_t failedStep = 0; ///< step that was to fail; 0 for none
     std::string failedCommand;
+    std::string keptAt = {};                    ///< where the panel was to be kept, as it was named
+    std::string device = {};                    ///< folder of the sandboxed device
     std::vector<std::string> panelRemarks = {}; ///< what the described panel lacks for the package
 };
 

@@ -170,6 +170,77 @@ void TellInstallation(const Output& output, const TrialSubject& subject, const T
     TellLog(output, installation);
 }
 
+std::string StartupText(const Restart& restart)
+{
+    switch (restart.script) {
+    case StartupScript::kNone:
+        return "there is no start-up script";
+    case StartupScript::kNotExecutable:
+        return "the start-up script is not executable: a panel does not start it";
+    case StartupScript::kRunning:
+        return "the start-up script still ran after " + io::CountText(restart.seconds, "second");
+    case StartupScript::kStopped:
+        return "the start-up script was ended";
+    case StartupScript::kEnded:
+        break;
+    }
+    return "the start-up script ended with exit status " + std::to_string(*restart.exitStatus);
+}
+
+/// Tells what the start-up script did.
+void TellRestart(const Output& output, const Restart& restart)
+{
+    output.out << '\n'
+               << Coloured(output, Colour::kBold, "The restart") << ": " << StartupText(restart)
+               << '\n';
+    TellRemarks(output, restart.remarks);
+    for (const std::string& line : restart.output.Lines()) {
+        output.out << "  | " << io::Printable(line) << '\n';
+    }
+    const bool isStarted =
+        restart.script != StartupScript::kNone && restart.script != StartupScript::kNotExecutable;
+    if (isStarted) {
+        TellChanges(output, "What the start-up script changed", restart.changes);
+    }
+}
+
+/// Returns a word as the shell of this machine takes it.
+std::string Quoted(const std::string& word)
+{
+    constexpr const char* kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                                   "%+,-./:=@_";
+    if (word.find_first_not_of(kPlain) == std::string::npos) {
+        return word;
+    }
+    std::string quoted = "'";
+    for (const char c : word) {
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
+/// Tells how a person goes on with a panel that was kept.
+void TellKept(const Output& output, const TrialSubject& subject, const TrialResult& result)
+{
+    output.out << '\n';
+    if (!result.isKept) {
+        output.out << "No panel is kept: none was started\n";
+        return;
+    }
+    // A name that begins with a dash is no option.
+    const std::string folder = Quoted((subject.keptAt[0] == '-' ? "./" : "") + subject.keptAt);
+    const std::string run = Quoted(subject.device + "/run");
+    output.out << Coloured(output, Colour::kBold,
+                           "The panel is kept in " + io::Printable(subject.keptAt))
+               << '\n';
+    const auto tell = [&output](const std::string& line) {
+        output.out << "  " << io::Printable(line) << '\n';
+    };
+    tell("kx-package installed --root " + folder + "/root");
+    tell(std::string(run).append(" --state ").append(folder).append(" -- sh"));
+    tell(std::string(run).append(" --erase --state ").append(folder));
+}
+
 } // namespace
 
 void WriteTrialText(const Output& output, const TrialSubject& subject, const TrialResult& result)
@@ -177,9 +248,15 @@ void WriteTrialText(const Output& output, const TrialSubject& subject, const Tri
     for (std::size_t i = 0; i < result.installations.size(); ++i) {
         TellInstallation(output, subject, result, i);
     }
+    if (result.restart.has_value()) {
+        TellRestart(output, *result.restart);
+    }
     if (result.shell.has_value()) {
         TellChanges(output, "What the shell changed", result.shell->changes);
         TellRemarks(output, result.shell->remarks);
+    }
+    if (!subject.keptAt.empty()) {
+        TellKept(output, subject, result);
     }
 }
 

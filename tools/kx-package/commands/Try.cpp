@@ -15,10 +15,12 @@
 #include "io/StandardInput.h"
 #include "rehearsal/Rehearsal.h"
 #include "trial/Equipment.h"
+#include "trial/KeptPanel.h"
 #include "trial/ShellTerminal.h"
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -33,6 +35,9 @@ namespace kx::tool
 namespace
 {
 
+constexpr unsigned kUsualBootSeconds = 10;
+constexpr unsigned kMostBootSeconds = 86400;
+
 struct TryOptions {
     std::string package;
     std::string panel;
@@ -42,6 +47,9 @@ struct TryOptions {
     bool hasFailedStep = false;
     bool isTwice = false;
     bool hasShell = false;
+    bool isRestarted = false;
+    unsigned bootSeconds = kUsualBootSeconds;
+    std::optional<std::string> keep;
     TrialBounds bounds;
     std::vector<std::string> environment;
 };
@@ -173,6 +181,18 @@ void NamePackage(const TryOptions& options, const PackageSource* source, const O
     }
 }
 
+/// Returns what no panel is to be kept in.
+std::vector<std::string> PathsToSpare(const TrialRequest& request, const PackageSource* source)
+{
+    std::vector<std::string> paths = {request.device};
+    if (source != nullptr) {
+        paths.push_back(source->manifest.folder);
+    } else if (request.package != io::kStandardInput) {
+        paths.push_back(request.package);
+    }
+    return paths;
+}
+
 io::ExitCode Try(const TryOptions& options, const Output& output)
 {
     RefuseWrongUse(options);
@@ -196,8 +216,15 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
     request.bounds = options.bounds;
     request.environment = options.environment;
     request.isTwice = options.isTwice;
+    request.bootSeconds = options.isRestarted ? options.bootSeconds : 0;
     if (options.hasShell) {
         request.shellGreeting = ShellGreeting;
+    }
+
+    if (options.keep.has_value()) {
+        request.keepAt = PlaceToKeep(*options.keep, PathsToSpare(request, source.get()));
+        subject.keptAt = *options.keep;
+        subject.device = request.device;
     }
 
     const TrialResult result = RunTrial(request);
@@ -243,8 +270,19 @@ void AddTry(CLI::App& program, Invocation& invocation)
     CLI::Option* const fail = command->add_option(
         "--fail", options->failedStep,
         "Let this step fail, counted from 1, at its first command; with --twice the first time");
-    command->add_flag("--shell", options->hasShell,
-                      "Open a shell on the panel after the installation");
+    command->add_flag("--boot", options->isRestarted,
+                      "Restart the panel after the installation, and show what its start-up script "
+                      "does");
+    command
+        ->add_option("--boot-seconds", options->bootSeconds,
+                     "The time that --boot gives the script, which need not end")
+        ->check(CLI::Range(1U, kMostBootSeconds))
+        ->capture_default_str();
+    command->add_flag("--shell", options->hasShell, "Open a shell on the panel after all of it");
+    command
+        ->add_option("--keep", options->keep,
+                     "Keep the panel in a new folder, for a shell and for installed and verify")
+        ->type_name(kFolderValue);
     command
         ->add_option("--updater", options->updater,
                      "The updater that installs, instead of this machine's own")
@@ -270,7 +308,9 @@ void AddTry(CLI::App& program, Invocation& invocation)
         "  kx-package try recipes/package.toml\n"
         "  kx-package try --twice recipes.kx-update\n"
         "  kx-package try --fail 2 recipes.kx-update\n"
+        "  kx-package try --boot recipes.kx-update\n"
         "  kx-package try --shell unpacked/recipes\n"
+        "  kx-package try --keep panel recipes.kx-update\n"
         "  kx-package build -o - recipes | kx-package try -\n"
         "  kx-package try --json recipes.kx-update | jq -r "
         "'.installations[].files[].path'");

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/FastText.h"
 #include "commands/RecordText.h"
 #include "commands/Values.h"
 #include "io/Text.h"
@@ -80,7 +81,7 @@ picojson::value DeviationAsJson(const registry::Deviation& deviation)
     return picojson::value(picojson::object{
         {"path", JsonText(deviation.entry.path)},
         {"kind", JsonText(RecordedAs(deviation.entry))},
-        {"line", JsonCount(deviation.entry.line)},
+        {"line", deviation.entry.line == 0 ? picojson::value() : JsonCount(deviation.entry.line)},
         {"state", JsonText(StateOf(deviation))},
         {"found", JsonText(FoundAt(deviation))},
     });
@@ -98,6 +99,7 @@ void WriteDocument(const Output& output, const io::RootedFolder& root,
     told["record"] = JsonText(registry::RecordPath(comparison.record.name));
     told["folders"] = TallyAsJson(comparison.folders);
     told["files"] = TallyAsJson(comparison.files);
+    told["fastFolders"] = FastFoldersAsJson(comparison.record.fastFolders);
     told["deviations"] = picojson::value(deviations);
     told["omittedDeviations"] = JsonCount(comparison.omitted);
     told["problems"] = ProblemsAsJson(comparison.record);
@@ -109,7 +111,8 @@ void TellDeviation(const Output& output, const registry::Deviation& deviation)
 {
     const registry::ListEntry& entry = deviation.entry;
     const std::string path = io::Printable(entry.path);
-    const std::string line = ", line " + std::to_string(entry.line);
+    const std::string line =
+        entry.line == 0 ? ", unpacked" : ", line " + std::to_string(entry.line);
     output.out << "  ";
     switch (deviation.standing.kind) {
     case Kind::kMissing:

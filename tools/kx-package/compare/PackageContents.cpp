@@ -77,7 +77,9 @@ std::string Octal(unsigned mode)
 class Contents
 {
 public:
-    explicit Contents(const archive::Package& package) : m_package(package), m_payload(package) {}
+    explicit Contents(const format::FastPackage& package) : m_package(package), m_payload(package)
+    {
+    }
 
     PackageContents Run()
     {
@@ -93,7 +95,12 @@ public:
         AddIdentity();
         const auto* const steps = ObjectAs<DB_StepSets>(m_model.root.DB_StepSets);
         for (int i = 0; steps != nullptr && i < steps->count; ++i) {
-            AddStep(*steps->ElementAt(i), static_cast<std::size_t>(i));
+            const auto index = static_cast<std::size_t>(i);
+            if (const format::FastSteps* const fast = m_package.CopiedBy(index)) {
+                AddFast(*fast, *steps->ElementAt(++i));
+            } else {
+                AddStep(*steps->ElementAt(i), index);
+            }
         }
         AddUnused();
         return std::move(m_contents);
@@ -113,17 +120,42 @@ private:
         m_contents.updater = m_payload.FileAt(archive::kUpdaterName);
     }
 
+    /// Adds the two steps that bring a fast folder as one that copies a folder.
+    /// @param script  the second one
+    void AddFast(const format::FastSteps& fast, IPicoJ& script)
+    {
+        const format::FastFolder& folder = fast.folder;
+        const auto* const base = ObjectAs<DB_StepSet>(&script);
+        StepFacts step;
+        step.number = fast.copy + 1;
+        step.kind = format::kCopyFolderKind.name;
+        if (base != nullptr) {
+            AddCommonFacts(*base, step);
+        }
+        AddFactIf(!folder.isRecorded, "record", "false", step.facts);
+        AddFact("fast", "archive " + folder.archive, step.facts);
+        AddFact(folder.target, "from " + fast.origin, step.facts);
+        AddFolder(folder.target, fast.Place(), folder.isRecorded);
+        m_contents.steps.push_back(std::move(step));
+    }
+
+    static void AddCommonFacts(const DB_StepSet& base, StepFacts& step)
+    {
+        AddFactIf(!Read(base.Comment).empty(), "comment", Read(base.Comment), step.facts);
+        AddFactIf(base.CanSkip, "skip", "true", step.facts);
+    }
+
     void AddStep(IPicoJ& object, std::size_t index)
     {
         StepFacts step;
+        step.number = index + 1;
         const auto* const base = ObjectAs<DB_StepSet>(&object);
         const format::StepKind* const kind =
             base == nullptr ? nullptr
                             : format::FindKind(format::StepKinds(), &format::StepKind::id,
                                                Read(base->SS_StepSetId));
         if (base != nullptr) {
-            AddFactIf(!Read(base->Comment).empty(), "comment", Read(base->Comment), step.facts);
-            AddFactIf(base->CanSkip, "skip", "true", step.facts);
+            AddCommonFacts(*base, step);
         }
         const bool isKnown = kind != nullptr && AddKnown(*kind, &object, index, step);
         step.kind = kind != nullptr ? kind->name : "unknown";
@@ -260,7 +292,7 @@ private:
         }
     }
 
-    const archive::Package& m_package;
+    const format::FastPackage& m_package;
     ProjectModel m_model;
     Payload m_payload;
     PackageContents m_contents;
@@ -268,7 +300,7 @@ private:
 
 } // namespace
 
-PackageContents ContentsOf(const archive::Package& package)
+PackageContents ContentsOf(const format::FastPackage& package)
 {
     return Contents(package).Run();
 }

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "archive/Package.h"
+#include "format/FastPackage.h"
 
 #include <cstdint>
 #include <map>
@@ -24,6 +24,8 @@ struct Fact {
 
 /// A step, as far as a panel reads it.
 struct StepFacts {
+    std::size_t number = 0;    ///< of the step, counted from 1; the first one's of two that bring a
+                               ///< fast folder
     std::string kind;          ///< name of the kind, or what stands in its place
     std::vector<Fact> facts;   ///< no name stands twice
     std::vector<Fact> scripts; ///< by what they are for
@@ -53,6 +55,6 @@ struct PackageContents {
 /// Looks into a package.
 /// @param package  must live as long as the result
 /// @throws Error where no panel reads its description, or its links lead out of it
-[[nodiscard]] PackageContents ContentsOf(const archive::Package& package);
+[[nodiscard]] PackageContents ContentsOf(const format::FastPackage& package);
 
 } // namespace kx::tool

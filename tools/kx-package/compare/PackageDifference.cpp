@@ -181,8 +181,8 @@ StepChange CompareSteps(const PackageContents& before, std::optional<std::size_t
     const StepFacts& first = one.has_value() ? before.steps[*one] : kNone;
     const StepFacts& second = other.has_value() ? after.steps[*other] : kNone;
     StepChange change;
-    change.before = one.has_value() ? std::optional(*one + 1) : std::nullopt;
-    change.after = other.has_value() ? std::optional(*other + 1) : std::nullopt;
+    change.before = one.has_value() ? std::optional(first.number) : std::nullopt;
+    change.after = other.has_value() ? std::optional(second.number) : std::nullopt;
     change.kind = other.has_value() ? second.kind : first.kind;
     change.facts = CompareFacts(first.facts, second.facts);
     change.scripts = CompareScripts(first.scripts, second.scripts);
@@ -315,7 +315,8 @@ bool PackageDifference::IsNone() const
     return identity.empty() && steps.empty() && settings.empty() && files.empty() && unused.empty();
 }
 
-PackageDifference ComparePackages(const archive::Package& before, const archive::Package& after)
+PackageDifference ComparePackages(const format::FastPackage& before,
+                                  const format::FastPackage& after)
 {
     const Side one = {before, ContentsOf(before)};
     const Side other = {after, ContentsOf(after)};

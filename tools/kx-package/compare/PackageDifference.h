@@ -65,7 +65,7 @@ struct PackageDifference {
 
 /// Compares two packages.
 /// @throws Error what ContentsOf throws, and where contents cannot be read
-[[nodiscard]] PackageDifference ComparePackages(const archive::Package& before,
-                                                const archive::Package& after);
+[[nodiscard]] PackageDifference ComparePackages(const format::FastPackage& before,
+                                                const format::FastPackage& after);
 
 } // namespace kx::tool

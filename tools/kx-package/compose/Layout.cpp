@@ -3,7 +3,7 @@
 #include "compose/Layout.h"
 
 #include "archive/TarArchive.h"
-#include "format/FastFolder.h"
+#include "format/FastSteps.h"
 #include "format/Program.h"
 #include "io/Reach.h"
 #include "io/TemporaryFile.h"
@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <map>
 #include <set>
 #include <utility>
@@ -111,9 +110,6 @@ std::string NameOfOrigin(const std::string& origin)
 {
     return origin.substr(origin.find_last_of("/\\:") + 1);
 }
-
-/// Of a fast folder's archive on the panel.
-constexpr const char* kFastMode = "600";
 
 std::string NumberPath(std::size_t step, std::size_t item)
 {
@@ -296,10 +292,11 @@ private:
         const format::FastFolder folder = PackTree(item, tree, script.isRecorded);
         m_layout.payload.push_back(
             {number + format::kFastArchiveName,
-             "/proc/self/fd/" + std::to_string(m_layout.archives.back().Number()), std::nullopt,
+             "/proc/self/fd/" + std::to_string(m_layout.archives.back()->Number()), std::nullopt,
              false, false});
         const std::string origin = item.origin.empty() ? item.source : item.origin;
-        items.push_back({origin + "/" + format::kFastArchiveName, folder.archive, kFastMode});
+        items.push_back(
+            {origin + "/" + format::kFastArchiveName, folder.archive, format::kFastMode});
         m_layout.origins[step].push_back({item.where, item.archiveWhere, item.where});
         script.install = format::FastInstallScript(folder);
         script.uninstall = format::FastUninstallScript(folder);
@@ -318,10 +315,10 @@ private:
         for (const archive::ArchiveItem& file : tree) {
             RefuseFastName(item, file.name, names);
             if (!file.isFolder) {
-                files.push_back(
-                    {file.name, file.source, file.mode.value_or(file.isExecutable ? 0755 : 0644)});
+                files.push_back(archive::TarItemOf(
+                    file.name, file.source, file.mode.value_or(file.isExecutable ? 0755 : 0644)));
                 folder.modes |= files.back().mode;
-                folder.kib += KibOf(file.source);
+                folder.kib += format::KibOf(files.back().size);
             }
         }
         for (const std::string& name : names) {
@@ -332,9 +329,10 @@ private:
             }
         }
         folder.fileCount = files.size();
-        m_layout.archives.push_back(io::MakeTemporaryFile());
+        m_layout.archives.push_back(
+            std::make_shared<const io::Descriptor>(io::MakeTemporaryFile()));
         folder.size =
-            archive::WriteTar(m_layout.archives.back(), "the archive of " + item.source, files);
+            archive::WriteTar(*m_layout.archives.back(), "the archive of " + item.source, files);
         return folder;
     }
 
@@ -359,17 +357,6 @@ private:
             throw io::Error(io::ExitCode::kProblems, item.where,
                             "'" + name + "' would be in the archive twice", "look at 'names'");
         }
-    }
-
-    static std::uint64_t KibOf(const std::string& file)
-    {
-        constexpr std::uint64_t kKib = 1024;
-        struct stat info {
-        };
-        if (stat(file.c_str(), &info) != 0) {
-            throw io::AccessError(file, "read", errno);
-        }
-        return (static_cast<std::uint64_t>(info.st_size) + kKib - 1) / kKib;
     }
 
     /// Adds what is in a folder.

@@ -36,8 +36,8 @@ struct Layout {
     std::vector<archive::ArchiveItem> payload;
     std::vector<Remark> remarks;
     std::vector<std::vector<ItemOrigin>> origins; ///< of each copy step's items
-    std::vector<io::Descriptor> archives; ///< those of fast folders, of which the payload has the
-                                          ///< names as long as they are open
+    /// Those of fast folders: their names in the payload are good as long as somebody holds them.
+    std::vector<std::shared_ptr<const io::Descriptor>> archives;
 };
 
 /// Finds the files that a manifest names and gives them their places.

@@ -20,7 +20,7 @@ namespace kx::tool
 LayoutPackage::LayoutPackage(std::string path, bool isArchive, const Layout& layout,
                              const std::string& updater)
     : m_path(std::move(path)), m_isArchive(isArchive),
-      m_description(WriteDescription(layout.model->root))
+      m_description(WriteDescription(layout.model->root)), m_archives(layout.archives)
 {
     std::vector<archive::PackageEntry> entries;
     for (const archive::ArchiveItem& item : layout.payload) {

@@ -6,6 +6,7 @@
 #include "compose/Layout.h"
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -42,7 +43,8 @@ private:
     std::string m_path;
     bool m_isArchive;
     std::string m_description;
-    std::map<std::string, std::string> m_sources; ///< name in the package: file
+    std::map<std::string, std::string> m_sources;                  ///< name in the package: file
+    std::vector<std::shared_ptr<const io::Descriptor>> m_archives; ///< the layout's
     std::vector<archive::PackageEntry> m_entries;
 };
 

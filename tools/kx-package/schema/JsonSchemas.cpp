@@ -95,6 +95,21 @@ const Shape kFact = {"fact",
 const Shape kNamed = {"named",
                       {{"name", "text", "Of what."}, {"change", "text", "What became of it."}}};
 
+const Field kFastFolders = {"fastFolders", "[fastFolder]",
+                            "Folders that come as one file, which a script unpacks."};
+
+const Shape kFastFolder = {
+    "fastFolder",
+    {{"step", "number", "That copies the file; the next one unpacks it."},
+     {"source", "text", "Where the author had the folder."},
+     {"target", "text", "Where it goes on the panel."},
+     {"archive", "text", "The file on the panel until it is unpacked."},
+     {"archiveSize", "count", "Its bytes."},
+     {"fileCount", "count", "Number of files in it."},
+     {"isRecorded", "flag", "The uninstall script knows its files."},
+     {"folders", "[text]", "Folders on the panel, where the script knows them."},
+     {"files", "[text]", "Files on the panel, where the script knows them."}}};
+
 const Fields kMadeFile = {{"file", "text", "The file that was made."}};
 
 // ---- the documents ----
@@ -194,8 +209,10 @@ Document Installed()
                {"registry", "text", "The folder of the records there."},
                {"packages", "[record]", "By the names of their records."},
                {"foreign", "[foreign]", "What else is among the records."}}},
-             {"record", kIdentity + Fields{{"folders", "count?", "Folders that it lists."},
+             {"record", kIdentity + Fields{kFastFolders,
+                                           {"folders", "count?", "Folders that it lists."},
                                            {"files", "count?", "Files that it lists."}}},
+             kFastFolder,
              {"foreign",
               {{"name", "text", "Of what is no record."}, {"message", "text", "Why it is none."}}},
              kRecordProblem}};
@@ -230,8 +247,10 @@ Document Plan()
                {"installed", "flag", "It is installed at the end."},
                {"commands", "[command]", "In the order in which they are run."},
                {"log", "[text]", "The installer's own lines."},
+               kFastFolders,
                {"recordedFolders", "[text]", "Folders in its record."},
                {"recordedFiles", "[text]", "Files in its record."}}},
+             kFastFolder,
              {"command",
               {{"process", "window|installer", "Which one runs it."},
                {"step", "number?", "For which step, from 1."},
@@ -261,11 +280,13 @@ Document Show()
            {"updater", "updater?", "The updater in it."},
            {"payload", "sum", "What is in it besides."},
            {"steps", "[step]", "In the order in which a panel executes them."},
+           kFastFolders,
            {"recorded", "recorded", "What a fresh panel records."}}},
          {"updater",
           {{"size", "count", "Bytes."},
            {"isExecutable", "flag", "A panel can start it."},
            {"processor", "text?", "What it is for; null when it is no program."}}},
+         kFastFolder,
          {"sum", {{"files", "count", "Number of files."}, {"size", "count", "Their bytes."}}},
          {"step",
           {{"kind", "stepKind", "What the step does."},
@@ -318,10 +339,12 @@ Document Verify()
         {"verify"},
         {{"verify", kIdentity + Fields{{"root", "text", "The folder with the panel's files."},
                                        {"record", "text", "The folder of the record there."},
+                                       kFastFolders,
                                        {"folders", "tally", "Folders that are recorded."},
                                        {"files", "tally", "Files that are recorded."},
                                        {"deviations", "[deviation]", "What is not as recorded."},
                                        {"omittedDeviations", "count", "How many more there are."}}},
+         kFastFolder,
          {"tally",
           {{"recorded", "count", "How many."},
            {"present", "count", "How many of them are there."},
@@ -331,7 +354,7 @@ Document Verify()
          {"deviation",
           {{"path", "text", "On the panel."},
            {"kind", "file|folder", "As it is recorded."},
-           {"line", "number", "Of the record's list, from 1."},
+           {"line", "number?", "Of the record's list, from 1; null of what a script unpacked."},
            {"state", "missing|other-kind|unknown", "What became of it."},
            {"found", "text", "What is there instead, or why that is not known."}}},
          kRecordProblem}};
@@ -376,31 +399,92 @@ Document Stick()
          kPlace}};
 }
 
+Document Key()
+{
+    return {"key",
+            "The keys that were made.",
+            {"key"},
+            {{"key",
+              {{"private", "text", "The file of the private key."},
+               {"public", "text", "The file of the public key."},
+               {"type", "ed25519|p256", "Of the keys."},
+               {"keyId", "text", "The public key's identifier."},
+               {"isEncrypted", "flag", "A passphrase protects the private key."}}}}};
+}
+
+Document Sign()
+{
+    return {"sign",
+            "What became of a package's signatures.",
+            {"sign"},
+            {{"sign",
+              {{"file", "text", "The package."},
+               {"isChanged", "flag", "It was written; else nothing was to be done."},
+               {"keyId?", "text", "Of the key that signed."},
+               {"keyIds?", "[text]", "Of all keys whose signatures it has."},
+               {"name?", "text", "The package's name that is signed."},
+               {"length?", "count", "The bytes that are signed."},
+               {"sha256?", "text", "Their digest."}}}}};
+}
+
+/// What the program says about steps and programs of a trial.
+std::vector<Shape> TrialShapes()
+{
+    return {{"failedStep",
+             {{"step", "number", "Counted from 1."},
+              {"kind", "text?", "What the step does."},
+              {"command", "text?", "The command that failed."},
+              {"why", "text?", "Why, as far as it is known."},
+              {"failures", "count", "How often something in it failed."},
+              {"skipped", "flag", "The installation went on."}}},
+            {"program",
+             {{"path", "text", "On the panel."},
+              {"processor", "text", "What it is for."},
+              {"step", "number?", "The step that started it."},
+              {"canRun", "flag", "This machine can run it."},
+              {"missingLoader", "text?", "The loader that the panel lacks for it."}}}};
+}
+
 Document Try()
 {
+    const Fields verdict = {{"verdict?", "installed|not installed|not judged", "What it came to."},
+                            {"reason?", "text?", "Why it cannot be judged."}};
     const Fields changes = {{"files", "[file]", "Files and folders that changed."},
                             {"settings", "[fact]", "Settings that changed."},
                             {"users", "[named]", "Users that changed."},
                             {"records", "[named]", "Records that changed."},
                             {"rebootAsked", "flag", "A reboot was asked for."}};
-    return {
+    Document document = {
         "try",
         "What an installation on a sandboxed panel changed.",
         {"try"},
-        {{"try",
-          {{"package", "text", "As it was named."},
-           {"recordName", "text", "The name of its record."},
-           {"installed", "flag", "It was installed, the last time."},
-           {"installations", "[installation]", "One, or two."},
-           {"shell", "shell?", "The visit by a shell."}}},
-         {"installation", Fields{{"unpacked", "flag", "The package was unpacked."},
-                                 {"installed", "flag", "It was installed."},
-                                 {"exitCode", "status?", "Of the updater."},
-                                 {"remarks", "[text]", "What is to be known besides."},
-                                 {"log", "[text]", "What the updater printed."},
-                                 {"logOmitted", "count", "How many lines of it are left out."},
-                                 {"record", "record?", "What the panel recorded."}} +
-                              changes},
+        {{"try", Fields{{"package", "text", "As it was named."},
+                        {"recordName", "text", "The name of its record."},
+                        {"installed", "flag", "It was installed, the last time."},
+                        {"installations", "[installation]", "One, or two."},
+                        {"restart", "restart?", "The restart of the panel behind them."},
+                        {"kept", "text?", "The folder with the panel, as it was named."},
+                        {"shell", "shell?", "The visit by a shell."}} +
+                     verdict},
+         {"restart", Fields{{"script", "none|notExecutable|ended|running|stopped",
+                             "What became of the start-up script."},
+                            {"exitStatus", "status?", "Of the script."},
+                            {"seconds", "count", "The time that it was given."},
+                            {"remarks", "[text]", "What is to be known besides."},
+                            {"output", "[text]", "What it printed."},
+                            {"outputOmitted", "count", "How many bytes of it are left out."}} +
+                         changes},
+         {"installation",
+          Fields{{"unpacked", "flag", "The package was unpacked."},
+                 {"failedSteps?", "[failedStep]", "Steps in which something failed."},
+                 {"programs?", "[program]", "Programs for other processors."},
+                 {"installed", "flag", "It was installed."},
+                 {"exitCode", "status?", "Of the updater."},
+                 {"remarks", "[text]", "What is to be known besides."},
+                 {"log", "[text]", "What the updater printed."},
+                 {"logOmitted", "count", "How many lines of it are left out."},
+                 {"record", "record?", "What the panel recorded."}} +
+              verdict + changes},
          {"shell", Fields{{"exitStatus", "status", "Of the shell."},
                           {"remarks", "[text]", "What is to be known besides."}} +
                        changes},
@@ -418,6 +502,10 @@ Document Try()
            {"target?", "text", "Where a link leads."}}},
          kFact,
          kNamed}};
+    for (Shape& shape : TrialShapes()) {
+        document.shapes.push_back(std::move(shape));
+    }
+    return document;
 }
 
 std::vector<Document> AllDocuments()
@@ -427,11 +515,13 @@ std::vector<Document> AllDocuments()
             Diff(),
             Errors(),
             Installed(),
+            Key(),
             New(),
             {"new-panel", "The description that was begun.", {"made"}, {{"made", kMadeFile}}},
             Plan(),
             {"schema", "The schema that was written to a file.", {"made"}, {{"made", kMadeFile}}},
             Show(),
+            Sign(),
             Stick(),
             Try(),
             Unpack(),

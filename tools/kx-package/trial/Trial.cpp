@@ -72,6 +72,8 @@ exit "$status")";
 
 constexpr const char* kInstallScript = R"(exec "$0" -unzipedDir "$1" 2>&1)";
 
+constexpr const char* kPullScript = "/usr/bin/kxsystem/drive pull >/dev/null 2>&1";
+
 // A shell with a terminal of its own, so that its keys and job control work.
 constexpr const char* kShellScript = R"(exec 2>&1
 cd /
@@ -96,7 +98,7 @@ class Trial
 public:
     explicit Trial(const TrialRequest& request)
         : m_request(request), m_road(request.road),
-          m_panel(request.device, request.bounds, request.environment)
+          m_panel(request.device, request.bounds, request.environment, request.keepAt)
     {
         std::error_code error;
         m_path = request.package;
@@ -116,8 +118,17 @@ public:
         if (m_request.isTwice && result.installations.front().isUnpacked) {
             result.installations.push_back(Install(std::nullopt));
         }
+        if (m_request.bootSeconds != 0 && m_road.isFound) {
+            PullDrive();
+            result.restart =
+                PlayRestart(m_panel, m_request.bootSeconds, m_request.bounds.seconds,
+                            m_panel.Scratch("changes"), [this] { return ReadChanges(); });
+        }
         if (m_request.shellGreeting) {
             result.shell = VisitShell(result.installations.back().isInstalled);
+        }
+        if (!m_request.keepAt.empty()) {
+            result.isKept = Keep();
         }
         m_panel.End();
         return result;
@@ -132,6 +143,8 @@ private:
     [[nodiscard]] std::optional<TrialRecord> Leave();
     [[nodiscard]] ShellVisit VisitShell(bool isInstalled);
     [[nodiscard]] PanelChanges ReadChanges() const;
+    void PullDrive();
+    [[nodiscard]] bool Keep();
 
     const TrialRequest& m_request;
     const Road& m_road;
@@ -301,6 +314,24 @@ ShellVisit Trial::VisitShell(bool isInstalled)
                                           {"sh", "-c", kShellScript}, &terminal);
     m_panel.SetSeconds(m_request.bounds.seconds);
     return {ended.status, ended.remarks, ReadChanges()};
+}
+
+/// Pulls the drive out, as the person at the panel does when the installation has ended.
+void Trial::PullDrive()
+{
+    m_panel.SetSeconds(kReadSeconds);
+    // A package may have broken that tool; then the drive stays.
+    static_cast<void>(m_panel.Run({}, {"sh", "-c", kPullScript}));
+    m_panel.SetSeconds(m_request.bounds.seconds);
+}
+
+bool Trial::Keep()
+{
+    if (!m_road.isFound) {
+        return false; // no panel was needed to say so
+    }
+    PullDrive();
+    return m_panel.Keep();
 }
 
 PanelChanges Trial::ReadChanges() const

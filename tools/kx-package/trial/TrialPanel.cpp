@@ -6,6 +6,7 @@
 #include "io/Interruption.h"
 #include "io/Text.h"
 #include "trial/ChildProcess.h"
+#include "trial/KeptPanel.h"
 
 #include <cerrno>
 #include <chrono>
@@ -96,10 +97,20 @@ void TrialPanel::RefuseToGoOn(int status, const std::string& remark) const
     }
 }
 
-TrialPanel::TrialPanel(std::string device, TrialBounds bounds, std::vector<std::string> environment)
+TrialPanel::TrialPanel(std::string device, TrialBounds bounds, std::vector<std::string> environment,
+                       std::string place)
     : m_device(std::move(device)), m_bounds(bounds), m_environment(std::move(environment)),
-      m_folder(MakeFolder()), m_free(FreeBytes(m_folder))
+      m_folder(MakeFolder()), m_place(std::move(place))
 {
+    if (!m_place.empty()) {
+        try {
+            m_beside = MakeFolderBeside(m_place);
+        } catch (const io::Error&) {
+            End(); // an object that is not whole has no destructor
+            throw;
+        }
+    }
+    m_free = FreeBytes(Used());
 }
 
 TrialPanel::~TrialPanel()
@@ -112,41 +123,66 @@ TrialPanel::~TrialPanel()
     }
 }
 
-void TrialPanel::End()
+bool TrialPanel::Keep()
 {
-    const std::string folder = std::exchange(m_folder, {});
-    if (folder.empty()) {
-        return;
+    if (!GivePlace(m_beside, m_place)) {
+        return false;
     }
-    // The panel's files may belong to users that only the device can act for.
+    m_isKept = true;
+    return true;
+}
+
+/// Removes the panel's files, which may belong to users that only the device can act for.
+/// @return why some may have stayed, or nothing
+std::string TrialPanel::EraseState() const
+{
     std::string why;
     try {
-        const ChildResult erased = RunChild(
-            {m_device + "/run", "--erase", "--state", folder + "/panel"}, [] { return true; });
+        const ChildResult erased =
+            RunChild({m_device + "/run", "--erase", "--state", State()}, [] { return true; });
         for (const std::string& line : Said(erased.err)) {
             why += why.empty() ? line : " " + line;
         }
     } catch (const io::Error& error) {
         why = error.what();
     }
-    std::error_code error;
-    fs::remove_all(folder, error);
-    if (error) {
-        throw io::Error(io::ExitCode::kNoAccess, folder,
+    return why;
+}
+
+void TrialPanel::End()
+{
+    if (m_folder.empty()) {
+        return;
+    }
+    const std::string why = m_isKept ? std::string() : EraseState();
+    const std::string beside = m_isKept ? std::string() : std::exchange(m_beside, {});
+    const std::string folder = std::exchange(m_folder, {});
+    std::string stays;
+    std::error_code reason;
+    for (const std::string& path : {folder, beside}) {
+        std::error_code error;
+        fs::remove_all(path, error);
+        if (error) {
+            stays = path;
+            reason = error;
+        }
+    }
+    if (!stays.empty()) {
+        throw io::Error(io::ExitCode::kNoAccess, stays,
                         "cannot remove the files of the trial: " +
-                            (why.empty() ? error.message() : why));
+                            (why.empty() ? reason.message() : why));
     }
 }
 
 bool TrialPanel::IsDiskFull()
 {
     const std::uint64_t limit = m_bounds.disk * kMiB;
-    const std::uint64_t now = FreeBytes(m_folder);
+    const std::uint64_t now = FreeBytes(Used());
     if (now >= m_free || m_free - now <= limit) {
         return false;
     }
     // Others use the disk, too: count what is the panel's.
-    const std::uint64_t used = UsedBytes(m_folder);
+    const std::uint64_t used = UsedBytes(Used());
     if (used > limit) {
         return true;
     }
@@ -203,7 +239,8 @@ PanelResult TrialPanel::Run(const std::vector<std::string>& options,
         result.remarks = {"ended because the panel's files take more than " +
                           std::to_string(m_bounds.disk) + " MiB; see --disk"};
     }
-    result.isStopped = isFull || (hasSaid && ended.status == kDeviceTimeOver);
+    result.isTimeOver = !isFull && hasSaid && ended.status == kDeviceTimeOver;
+    result.isStopped = isFull || result.isTimeOver;
     return result;
 }
 

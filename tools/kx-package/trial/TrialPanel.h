@@ -23,24 +23,29 @@ struct TrialBounds {
 
 /// How a command on the panel ended.
 struct PanelResult {
-    int status = 0;         ///< its exit status
-    bool isStopped = false; ///< a bound was reached
+    int status = 0;          ///< its exit status
+    bool isStopped = false;  ///< a bound was reached
+    bool isTimeOver = false; ///< that of the time
     BoundedText out;
     std::vector<std::string> remarks; ///< what the device says about the run
 };
 
 /// A panel of the sandboxed device, for one trial: its files are kept in a temporary folder between
-/// commands, and go with it.
+/// commands, and go with it, unless they get a place of their own.
 class TrialPanel
 {
 public:
     /// @param device       folder of the sandboxed device
     /// @param environment  NAME=VALUE of what commands on the panel get besides the usual
+    /// @param place        full path at which its files may be kept; empty for none. Until then
+    /// they
+    ///                     lie beside it
     /// @throws Error when the temporary folder cannot be made
-    TrialPanel(std::string device, TrialBounds bounds, std::vector<std::string> environment);
+    TrialPanel(std::string device, TrialBounds bounds, std::vector<std::string> environment,
+               std::string place = {});
     TrialPanel(const TrialPanel&) = delete;
     TrialPanel& operator=(const TrialPanel&) = delete;
-    /// Removes everything.
+    /// Removes everything but what was kept.
     ~TrialPanel();
 
     /// Returns the path of a file of this machine, for the reports of the device.
@@ -59,19 +64,33 @@ public:
 
     void SetSeconds(unsigned seconds) { m_bounds.seconds = seconds; }
 
-    /// Removes everything.
+    /// Keeps its files at the place for them: device/run --state starts from them.
+    /// @return false when there are none, as no command was run
+    /// @throws Error when that cannot be
+    [[nodiscard]] bool Keep();
+
+    /// Removes everything but what was kept.
     /// @throws Error when something stays
     void End();
 
 private:
     [[nodiscard]] bool IsDiskFull();
     void RefuseToGoOn(int status, const std::string& remark) const;
-    [[nodiscard]] std::string State() const { return m_folder + "/panel"; }
+    [[nodiscard]] std::string EraseState() const;
+    [[nodiscard]] std::string State() const
+    {
+        return m_beside.empty() ? m_folder + "/panel" : m_beside;
+    }
+    /// The folder whose disk the panel's files use up.
+    [[nodiscard]] const std::string& Used() const { return m_beside.empty() ? m_folder : m_beside; }
 
     std::string m_device;
     TrialBounds m_bounds;
     std::vector<std::string> m_environment;
     std::string m_folder;
+    std::string m_place;  ///< where to keep the panel's files, or empty
+    std::string m_beside; ///< where they lie until then, or empty
+    bool m_isKept = false;
     std::uint64_t m_free = 0; ///< bytes of the disk before the trial
 };
 

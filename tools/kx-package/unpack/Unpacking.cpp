@@ -5,6 +5,7 @@
 #include "compose/DescriptionWriter.h"
 #include "compose/ObjectReader.h"
 #include "format/Description.h"
+#include "format/FastPackage.h"
 #include "format/Kinds.h"
 #include "format/Processor.h"
 #include "io/Error.h"
@@ -97,7 +98,7 @@ std::optional<std::time_t> MomentOf(const archive::Package& package)
 class Unpacking
 {
 public:
-    Unpacking(const archive::Package& package, const std::string& folder,
+    Unpacking(const format::FastPackage& package, const std::string& folder,
               const UnpackOptions& options)
         : m_package(package), m_payload(package),
           m_writer(package, folder, options.mostBytes, options.tell)
@@ -121,7 +122,8 @@ public:
             steps[i] = FolderStep(i);
         }
         for (std::size_t i = 0; i < m_steps.size(); ++i) {
-            steps[i] = steps[i].empty() ? OtherStep(i) : steps[i];
+            const bool isScriptOfFast = i != 0 && m_package.CopiedBy(i - 1) != nullptr;
+            steps[i] = steps[i].empty() && !isScriptOfFast ? OtherStep(i) : steps[i];
         }
         const std::string extra = WriteExtra();
         std::string manifest = Head() + updater + extra +
@@ -312,6 +314,9 @@ private:
 
     std::string FolderStep(std::size_t index)
     {
+        if (const format::FastSteps* const fast = m_package.CopiedBy(index)) {
+            return FastStep(*fast);
+        }
         const CopyWords words = FolderWordsOf(m_steps[index]);
         if (words.step == nullptr || !HasFolders(index, words.items.size())) {
             return "";
@@ -328,6 +333,30 @@ private:
                     TablesOf(tree, "steps.folders");
         }
         return text;
+    }
+
+    /// Returns the one step of a manifest for the two that bring a fast folder.
+    std::string FastStep(const format::FastSteps& fast)
+    {
+        const CopyWords copy = FileWordsOf(m_steps[fast.copy]);
+        const ScriptWords script = ScriptWordsOf(m_steps[fast.copy + 1]);
+        if (copy.step == nullptr || script.step == nullptr) {
+            throw io::Error(io::ExitCode::kProblems, m_package.Path(),
+                            "step " + std::to_string(fast.copy + 1) +
+                                " has an archive that a manifest cannot tell",
+                            "kx-package show tells what it does");
+        }
+        const format::FastFolder& folder = fast.folder;
+        const WrittenTree tree =
+            PlaceTree(m_payload.TakeBelow(fast.Place()), fast.origin, "payload/" + fast.Place());
+        return StepHead(fast.copy, "and the next one bring a folder in one archive",
+                        format::kCopyFolderKind, *script.step, folder.isRecorded) +
+               Line("fast", "true") + "\n[[steps.folders]]\n" + tree.text +
+               OriginLine(tree.source, fast.origin) + Line("target", TomlText(folder.target)) +
+               (folder.archive == format::DefaultFastArchive(folder.target)
+                    ? ""
+                    : Line("archive", TomlText(folder.archive))) +
+               TablesOf(tree, "steps.folders");
     }
 
     /// Tells whether the payload of every item of a step is a folder, or missing.
@@ -579,7 +608,7 @@ private:
                tree.text + TablesOf(tree, "package.extra");
     }
 
-    const archive::Package& m_package;
+    const format::FastPackage& m_package;
     ProjectModel m_model;
     std::vector<IPicoJ*> m_steps;
     Payload m_payload;
@@ -595,7 +624,7 @@ private:
 UnpackedSources UnpackSources(const archive::Package& package, const std::string& folder,
                               const UnpackOptions& options)
 {
-    return Unpacking(package, folder, options).Run();
+    return Unpacking(format::FastPackage(package), folder, options).Run();
 }
 
 } // namespace kx::tool
