@@ -112,6 +112,7 @@ END
     local way
     for way in '. ./words' 'compdef _kx-package kx-package; autoload -Uz _kx-package'; do
         {
+            # shellcheck disable=SC2016 # for that zsh
             printf 'PS1=ready; fpath=($PWD/functions $fpath); autoload -Uz compinit; compinit -u -D; %s\n' \
                 "$way"
             printf 'kx-package %s\t\001echo \005\n' bui 'show one' 'new rec' 'check --proc' \
@@ -139,13 +140,13 @@ END
 }
 
 @test "zsh is offered what bash is offered" {
-    "$KX_PACKAGE" completion zsh >zsh
-    "$KX_PACKAGE" completion bash >bash
+    "$KX_PACKAGE" completion zsh >of-zsh
+    "$KX_PACKAGE" completion bash >of-bash
     # shellcheck disable=SC2016 # the text of the completion
-    diff <(sed -n '/^    case "$command $before" in/,/^}/p' zsh) \
-        <(sed -n '/^    case "$command $before" in/,/^}/p' bash)
+    diff <(sed -n '/^    case "$command $before" in/,/^}/p' of-zsh) \
+        <(sed -n '/^    case "$command $before" in/,/^}/p' of-bash)
     kx completion
-    cmp out bash
+    cmp out of-bash
     kx completion zhs
     expect 2 '' $'kx-package: completion: nothing is known of the shell \'zhs\'; did you mean \'zsh\'?\n'
 }

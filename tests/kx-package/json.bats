@@ -112,7 +112,7 @@ END
 @test "errors keep to their schema, whatever the command" {
     mkdir empty
     demo pkg
-    sed -i 's/^title/titel/; s/"TP-0700"/8/' pkg/package.toml
+    sed -i 's/^title/name2/; s/"TP-0700"/8/' pkg/package.toml
     told error 1 build pkg
     [ "$(jq '.errors | length' out)" -ge 2 ]
     told error 1 check none

@@ -25,7 +25,7 @@ TEST(WriteTrialJson, TellsEverything)
     ASSERT_EQ(picojson::parse(told, out.str()), "");
     EXPECT_EQ(
         told.serialize(),
-        R"({"installations":[{"exitCode":101,"files":[)"
+        R"({"formatVersion":1,"installations":[{"exitCode":101,"files":[)"
         R"({"change":"added","group":"adm","mode":"0644","owner":"root","path":"\/a\n",)"
         R"("size":12,"type":"-"},)"
         R"({"change":"changed","group":"7","mode":"0777","owner":"1000","path":"\/b",)"

@@ -10,8 +10,8 @@
 namespace kx::tool
 {
 
-// The JSON Schemas (draft 2020-12) of what the commands write with --json. They list every field, and
-// no other is written.
+// The JSON Schemas (draft 2020-12) of what the commands write with --json. They list every field,
+// and no other is written.
 
 /// Returns the names of the documents: those of the commands, and "error".
 [[nodiscard]] std::vector<std::string> JsonDocumentNames();
