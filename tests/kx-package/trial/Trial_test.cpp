@@ -44,7 +44,7 @@ TEST(NamedPath, RefusesWhatIsNoPackage)
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("")); }),
               "1: cannot open: No such file or directory");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("//")); }),
-              "3: //: is not a package; name a package or the folder of an unpacked one");
+              "1: //: is not a package; name a package or the folder of an unpacked one");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("/dev/null")); }),
               "1: /dev/null: is neither a file nor a folder; name a package or the folder of an "
               "unpacked one");
