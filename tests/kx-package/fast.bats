@@ -240,7 +240,7 @@ END
     kx check fast.kx-update
     grep -A1 '^[a-z]*: program' out >told
     diff told - <<'END'
-warning: program-processor: fast.kx-update:1/0/program
+warning: program-processor: 1/0/program
   is for x86_64, not for arm
 END
     # A damaged archive is told as such.
