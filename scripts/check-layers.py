@@ -43,10 +43,12 @@ TOOL = {
     "schema": ({"format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
     "stick": ({"io", "panel", "archive", "engine"}, set()),
+    "signing": ({"io", "signature", "trial"}, set()),
     "compare": ({"io", "panel", "archive", "format", "model", "osa", "compose", "unpack"}, {"dtl"}),
     "unpack": ({"io", "archive", "format", "model", "osa", "manifest", "compose"}, set()),
-    "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "osa",
-                  "common", "manifest", "compose", "schema", "trial", "unpack", "compare", "stick"},
+    "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "signature", "osa",
+                  "common", "manifest", "compose", "schema", "trial", "unpack", "compare", "stick",
+                  "signing"},
                  JSON | {"CLI"}),
     "": ({"io", "common", "commands"}, {"CLI"}),  # main.cpp
 }

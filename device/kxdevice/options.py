@@ -22,6 +22,7 @@ The panel
   --state DIR          keep the panel's files in DIR and start from them the next time
                        (without it everything is gone at the end)
   --boot               play a reboot first: empty /tmp and /run, run {STARTUP_SCRIPT}
+  --no-startup         with --boot: leave the script to COMMAND
   --erase              remove the folder of --state and end
   --share HOST=INSIDE  show a file or folder of the host inside, read-only (repeatable)
   --put HOST=INSIDE    copy a file or folder into the panel's own files: owner root, modes
@@ -83,6 +84,7 @@ class Options(NamedTuple):
 
     state: str = ""
     boot: bool = False
+    no_startup: bool = False
     erase: bool = False
     help: bool = False
     share: tuple = ()  # (host, inside)
@@ -183,7 +185,7 @@ def _folder(name, text):
     return os.path.realpath(text)
 
 
-_FLAGS = {"boot", "erase", "help", "ignore-sigchld", "trace-shell"}
+_FLAGS = {"boot", "erase", "help", "ignore-sigchld", "no-startup", "trace-shell"}
 _LISTS = {
     "share": lambda text: _host_and_inside("share", text),
     "put": lambda text: _host_and_inside("put", text),
@@ -260,6 +262,8 @@ def _check(options):
         if not options.state or options.command:
             raise UsageError("--erase needs --state DIR and no COMMAND")
         return
+    if options.no_startup and not options.boot:
+        raise UsageError("--no-startup needs --boot")
     if options.trace_shell and not options.trace:
         raise UsageError("--trace-shell needs --trace FILE")
     if not options.chdir.startswith("/"):

@@ -131,7 +131,7 @@ class Supervisor:
 
     def run(self):
         """Plays the reboot, starts the command and serves until it has ended."""
-        if self.options.boot:
+        if self.options.boot and not self.options.no_startup:
             startup = names.STARTUP_SCRIPT
             if os.path.isfile(startup) and os.stat(startup).st_mode & 0o111:
                 self.serve_until(self.start([startup], startup=True))

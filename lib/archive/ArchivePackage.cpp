@@ -30,7 +30,7 @@ public:
     {
         const std::string name = m_input != nullptr ? io::kStandardInputName : path;
         const auto refuse = [&name](const char* why) {
-            throw io::Error(io::ExitCode::kNoAccess, name,
+            throw io::Error(io::ExitCode::kProblems, name,
                             std::string("cannot open the archive: ") + why);
         };
         if (m_zip.Has(ZipFlaw::kNoEnd)) {

@@ -6,6 +6,7 @@
 #include "io/AtomicFile.h"
 #include "io/Error.h"
 #include "io/Interruption.h"
+#include "io/Reach.h"
 #include "io/Transfer.h"
 
 #include <algorithm>
@@ -154,7 +155,7 @@ std::uint64_t SizeOf(const ArchiveItem& item)
     struct stat info {
     };
     if (stat(item.source.c_str(), &info) != 0 || access(item.source.c_str(), R_OK) != 0) {
-        throw io::AccessError(item.source, "read", errno);
+        throw io::ReadError(item.source, "read", errno);
     }
     return static_cast<std::uint64_t>(info.st_size);
 }

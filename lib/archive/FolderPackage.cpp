@@ -3,9 +3,9 @@
 #include "archive/Package.h"
 #include "io/Descriptor.h"
 #include "io/Error.h"
+#include "io/Reach.h"
 #include "io/Transfer.h"
 
-#include <cerrno>
 #include <filesystem>
 #include <system_error>
 
@@ -25,14 +25,11 @@ public:
     explicit FolderPackage(const std::string& path) : m_path(path)
     {
         std::vector<PackageEntry> entries;
-        std::error_code error;
-        fs::recursive_directory_iterator place(path, error);
-        for (; !error && place != fs::recursive_directory_iterator(); place.increment(error)) {
-            entries.push_back(EntryOf(place->path()));
-        }
-        if (error) {
-            throw io::AccessError(path, "list all of the folder", error.value());
-        }
+        io::ForEachBelow(path, [&entries](const std::string& name, const std::string& /*path*/,
+                                          const struct stat& info) {
+            entries.push_back(EntryOf(name, info));
+            return true;
+        });
         m_entries = Arranged(std::move(entries));
     }
 
@@ -58,15 +55,10 @@ public:
     }
 
 private:
-    [[nodiscard]] PackageEntry EntryOf(const fs::path& path) const
+    static PackageEntry EntryOf(const std::string& name, const struct stat& info)
     {
-        struct stat info {
-        };
-        if (lstat(path.c_str(), &info) != 0) {
-            throw io::AccessError(path.string(), "look at", errno);
-        }
         PackageEntry entry;
-        entry.name = path.lexically_relative(m_path).string();
+        entry.name = name;
         entry.kind = S_ISREG(info.st_mode)   ? PackageEntry::Kind::kFile
                      : S_ISDIR(info.st_mode) ? PackageEntry::Kind::kFolder
                      : S_ISLNK(info.st_mode) ? PackageEntry::Kind::kLink

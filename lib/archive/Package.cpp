@@ -4,6 +4,7 @@
 
 #include "io/Descriptor.h"
 #include "io/Error.h"
+#include "io/Reach.h"
 #include "io/StandardInput.h"
 #include "io/Transfer.h"
 
@@ -51,10 +52,10 @@ bool NamesArchive(const std::string& path)
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {
-        throw io::AccessError(path, "open", errno);
+        throw io::ReadError(path, "open", errno);
     }
     if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is neither a file nor a folder",
+        throw io::Error(io::ExitCode::kProblems, path, "is neither a file nor a folder",
                         "name a package or the folder of an unpacked one");
     }
     return S_ISREG(info.st_mode);

@@ -79,7 +79,7 @@ void UnpackedArchive::StreamBeginning(const std::string& name, std::uint64_t wan
     }
     const ZipMember& member = m_zip.members[found->second];
     const auto refuse = [this, &name](const char* why) {
-        throw ContentError(io::ExitCode::kNoAccess, m_path + ":" + name,
+        throw ContentError(io::ExitCode::kProblems, m_path + ":" + name,
                            std::string("cannot read: ") + why);
     };
     if ((member.flags & kZipEncrypted) != 0) {

@@ -29,7 +29,7 @@ Description ReadDescription(const archive::Package& package)
 {
     const archive::PackageEntry* entry = package.Find(archive::kDescriptionName);
     if (entry == nullptr || entry->kind == archive::PackageEntry::Kind::kFolder) {
-        throw io::Error(io::ExitCode::kNoAccess, package.Path(),
+        throw io::Error(io::ExitCode::kProblems, package.Path(),
                         std::string("there is no ") + archive::kDescriptionName +
                             " at its top level",
                         "pack it from inside its folder");
@@ -39,7 +39,7 @@ Description ReadDescription(const archive::Package& package)
         const archive::LinkEnd end = archive::FollowLink(package, *entry);
         entry = end.entry;
         if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
-            throw io::Error(io::ExitCode::kNoAccess, place,
+            throw io::Error(io::ExitCode::kProblems, place,
                             "is a link to '" + end.target + "', which is not a file in the package",
                             "pack the file itself (zip without -y)");
         }

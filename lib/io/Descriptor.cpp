@@ -3,6 +3,7 @@
 #include "io/Descriptor.h"
 
 #include "io/Error.h"
+#include "io/Reach.h"
 
 #include <cerrno>
 #include <utility>
@@ -19,7 +20,7 @@ namespace
 
 Error NoFile(const std::string& path)
 {
-    return {ExitCode::kNoAccess, path, "is not a file"};
+    return {ExitCode::kProblems, path, "is not a file"};
 }
 
 } // namespace
@@ -63,7 +64,7 @@ Descriptor OpenFile(const std::string& path, const std::string& doing)
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {
-        throw AccessError(path, doing, errno);
+        throw ReadError(path, doing, errno);
     }
     if (!S_ISREG(info.st_mode)) {
         throw NoFile(path);
@@ -71,7 +72,7 @@ Descriptor OpenFile(const std::string& path, const std::string& doing)
     // The name may have come to stand for something else since: it must not be waited for.
     Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file.IsOpen() || fstat(file.Number(), &info) != 0) {
-        throw AccessError(path, doing, errno);
+        throw ReadError(path, doing, errno);
     }
     if (!S_ISREG(info.st_mode)) {
         throw NoFile(path);

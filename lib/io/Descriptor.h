@@ -51,7 +51,8 @@ private:
 /// Opens a regular file for reading. Nothing else is opened, not even for a moment: that of a
 /// device can do something, that of a pipe can wait for ever.
 /// @param doing  what the file is opened for, in an error's words
-/// @throws Error "cannot open: …", with the words of @p doing, or "is not a file"
+/// @throws Error "cannot open: …", with the words of @p doing, or "is not a file"; kProblems when
+///         there is no such file
 [[nodiscard]] Descriptor OpenFile(const std::string& path, const std::string& doing = "open");
 
 /// Makes a file and opens it for writing. Nothing may have the name, not even a link.

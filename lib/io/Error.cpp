@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "io/Error.h"
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -20,6 +21,14 @@ std::string Error::Line() const
         line += "; " + m_remedy;
     }
     return line;
+}
+
+Errors::Errors(std::vector<Error> all)
+    : Error(*std::max_element(
+          all.begin(), all.end(),
+          [](const Error& one, const Error& other) { return one.Code() < other.Code(); })),
+      m_all(std::move(all))
+{
 }
 
 Error AccessError(const std::string& path, const std::string& doing, int number)

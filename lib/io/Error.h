@@ -40,11 +40,12 @@ private:
     std::string m_remedy;
 };
 
-/// Several errors at once, at least one: as an Error it is the first of them.
+/// Several errors at once, at least one: as an Error it is the first of those with the greatest
+/// code, as what could not be read counts for more than what is wrong with the rest.
 class Errors final : public Error
 {
 public:
-    explicit Errors(std::vector<Error> all) : Error(all.front()), m_all(std::move(all)) {}
+    explicit Errors(std::vector<Error> all);
 
     [[nodiscard]] const std::vector<Error>& All() const { return m_all; }
 

@@ -4,6 +4,7 @@
 
 #include "io/Error.h"
 #include "io/PathWalk.h"
+#include "io/Reach.h"
 
 #include <array>
 #include <cerrno>
@@ -34,12 +35,6 @@ Kind KindOf(const struct stat& info)
     return S_ISREG(info.st_mode)   ? Kind::kFile
            : S_ISDIR(info.st_mode) ? Kind::kFolder
                                    : Kind::kOther;
-}
-
-/// Tells whether an error means that a program on the panel would find nothing, either.
-bool MeansMissing(int error)
-{
-    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
 }
 
 /// Returns where an open link leads, nothing when that cannot be read.
@@ -93,7 +88,7 @@ RootedFolder::RootedFolder(std::string folder, Way way) : m_folder(std::move(fol
 {
     m_root = Descriptor(open(m_folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!m_root.IsOpen()) {
-        throw AccessError(m_folder, "open", errno);
+        throw ReadError(m_folder, "open", errno);
     }
 }
 
@@ -141,7 +136,7 @@ Descriptor RootedFolder::Open(const std::string& path, Kind kind) const
         throw AccessError(Shown(path), "open", found.error);
     }
     if (KindOf(found.info) != kind) {
-        throw Error(ExitCode::kNoAccess, Shown(path),
+        throw Error(ExitCode::kProblems, Shown(path),
                     kind == Kind::kFolder ? "is not a folder" : "is not a file");
     }
     Descriptor opened = Reopen(found, 0);

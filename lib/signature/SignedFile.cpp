@@ -116,6 +116,12 @@ void SignedFile::RefuseHidden(const archive::ZipStructure& zip) const
     }
 }
 
+void SignedFile::RefuseBlockOf(const Block& block) const
+{
+    static_cast<void>(
+        m_end.WithDirectoryAt(m_end.DirectoryAt() - m_blockSize + BytesOf(block).size(), m_where));
+}
+
 void SignedFile::Write(const std::optional<Block>& block, int descriptor, const std::string& shown,
                        const ByteTeller& tell) const
 {

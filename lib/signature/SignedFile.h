@@ -61,6 +61,11 @@ public:
     /// Tells whether a fault of the structure is but the gap in which the block stands.
     [[nodiscard]] bool IsBlock(const archive::ZipFault& fault) const;
 
+    /// Refuses a block that would make the file larger than its archive's format allows; so that
+    /// nobody signs first.
+    /// @throws Refusal kLimit
+    void RefuseBlockOf(const Block& block) const;
+
     /// Writes the file with another block, or without one, from where the descriptor stands.
     /// @throws Refusal kLimit when the archive would get too large; nothing was written then
     /// @throws Error when something cannot be read or written

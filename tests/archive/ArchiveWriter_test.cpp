@@ -185,7 +185,7 @@ TEST(ArchiveWriter, KeepsTheOlderFileWhenSomethingCannotBeRead)
                                                  {{"a", dir / "none", std::nullopt, false, false}},
                                                  {}));
               }),
-              "3: " + (dir / "none") + ": cannot read: No such file or directory");
+              "1: " + (dir / "none") + ": cannot read: No such file or directory");
 
     EXPECT_THAT(dir.Tree(), ElementsAre("out d 755", "out/x.kx-update f 644 older"));
 }

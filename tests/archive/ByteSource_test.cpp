@@ -46,10 +46,10 @@ TEST(FileBytes, AreThoseOfARegularFile)
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
 
     for (const std::string& path : {pipe, dir.Path()}) {
-        EXPECT_EQ(Thrown([&] { const FileBytes bytes(path); }), "3: " + path + ": is not a file");
+        EXPECT_EQ(Thrown([&] { const FileBytes bytes(path); }), "1: " + path + ": is not a file");
     }
     EXPECT_EQ(Thrown([&] { const FileBytes bytes(dir / "none"); }),
-              "3: " + (dir / "none") + ": cannot open: No such file or directory");
+              "1: " + (dir / "none") + ": cannot open: No such file or directory");
 }
 
 } // namespace kx::archive

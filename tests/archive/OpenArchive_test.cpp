@@ -77,7 +77,7 @@ TEST_F(OpenArchiveTest, TellsOfDamageAtTheEndOfAContent)
     zip.replace(zip.find("content"), 1, "k");
 
     EXPECT_EQ(Thrown([&] { Streamed(*Open(zip), "a", SIZE_MAX); }),
-              "3: " + Path() + ":a: cannot read: CRC error");
+              "1: " + Path() + ":a: cannot read: CRC error");
 }
 
 TEST(OpenFolder, HandsContentsOutInPieces)
@@ -168,7 +168,7 @@ TEST(OpenPackage, ShowsAFolderWithItsModesAndRefusesWhatIsNeither)
     EXPECT_EQ(package->Entries()[1].size, 4U);
     EXPECT_EQ(package->Entries()[1].mode, 04750U);
     EXPECT_EQ(Thrown([&] { static_cast<void>(OpenPackage(dir / "pipe")); }),
-              "3: " + (dir / "pipe") +
+              "1: " + (dir / "pipe") +
                   ": is neither a file nor a folder; name a package or the folder of an unpacked "
                   "one");
 }
@@ -197,13 +197,13 @@ TEST_F(OpenArchiveTest, DoesNotReadWhatIsDamaged)
     const auto read = [&package](const char* name) {
         return Thrown([&] { static_cast<void>(package->Read(name, kAll)); });
     };
-    EXPECT_EQ(read("sum"), "3: " + Path() + ":sum: cannot read: CRC error");
-    EXPECT_EQ(read("encrypted"), "3: " + Path() + ":encrypted: cannot read: it is encrypted");
+    EXPECT_EQ(read("sum"), "1: " + Path() + ":sum: cannot read: CRC error");
+    EXPECT_EQ(read("encrypted"), "1: " + Path() + ":encrypted: cannot read: it is encrypted");
     EXPECT_EQ(read("other"),
-              "3: " + Path() +
+              "1: " + Path() +
                   ":other: cannot read: it is packed by a method that is not known here");
     EXPECT_EQ(read("damaged"),
-              "3: " + Path() + ":damaged: cannot read: its packed bytes are damaged");
+              "1: " + Path() + ":damaged: cannot read: its packed bytes are damaged");
     EXPECT_EQ(package->Read("good", kAll), "two");
     EXPECT_EQ(package->LinkTarget("sum"), "");
     EXPECT_EQ(package->UnpackStatus(), 81);
@@ -212,7 +212,7 @@ TEST_F(OpenArchiveTest, DoesNotReadWhatIsDamaged)
 TEST_F(OpenArchiveTest, RefusesWhatIsNoArchive)
 {
     EXPECT_EQ(Thrown([&] { static_cast<void>(Open("text")); }),
-              "3: " + Path() + ": cannot open the archive: Not a zip archive");
+              "1: " + Path() + ": cannot open the archive: Not a zip archive");
     EXPECT_THROW(static_cast<void>(OpenArchive(Path() + "/none")), io::Error);
 }
 

@@ -29,7 +29,7 @@ class Parse(unittest.TestCase):
 
     def test_a_command_alone_has_the_documented_defaults(self):
         self.assertEqual(options.parse(["true", "--boot", "--", "x"]), Options(
-            state="", boot=False, erase=False, help=False, share=(), put=(), usb="", env=(),
+            state="", boot=False, no_startup=False, erase=False, help=False, share=(), put=(), usb="", env=(),
             chdir="/", ignore_sigchld=False, fail=(), fail_shell=(), missing=(), full=(),
             read_only=(), trace="", trace_shell=False, summary="", summary_json="", memory=4096,
             processes=256, seconds=600, disk=2048, command=("true", "--boot", "--", "x")))
@@ -37,7 +37,7 @@ class Parse(unittest.TestCase):
     def test_every_option_is_taken_behind_it_and_behind_an_equals_sign(self):
         here = self.here
         wanted = Options(
-            state=f"{here}/s", boot=True, share=((f"{here}/a=b", "/x"), (f"{here}/file", "/y/z")),
+            state=f"{here}/s", boot=True, no_startup=True, share=((f"{here}/a=b", "/x"), (f"{here}/file", "/y/z")),
             put=((f"{here}/file", "/opt/file"), (f"{here}/a=b", "/opt/c=d")), usb=f"{here}/a=b",
             env=(("A", "b=c"), ("_1", "")), chdir="/tmp", ignore_sigchld=True,
             fail=(("cp", 0, 0), ("rm", 255, 7)), fail_shell=((2, "a=b"),), missing=("m", "n.o"),
@@ -48,7 +48,7 @@ class Parse(unittest.TestCase):
                  "--fail cp=0", "--fail rm=255@7", "--fail-shell 2=a=b", "--missing m",
                  "--missing n.o", "--full /f", "--full //g/", "--read-only /r/./s", "--trace t",
                  "--summary-json j", "--memory 16", "--processes 4", "--seconds 1", "--disk 16"]
-        flags = ["--boot", "--ignore-sigchld", "--trace-shell", "--summary", "--", "-c"]
+        flags = ["--boot", "--no-startup", "--ignore-sigchld", "--trace-shell", "--summary", "--", "-c"]
 
         self.assertEqual(options.parse([w for word in words for w in word.split(" ")] + flags),
                          wanted)
@@ -118,7 +118,7 @@ class Parse(unittest.TestCase):
         for words, text in (
                 ("", "COMMAND is missing"), ("-x c", "unknown option -x"),
                 ("-boot c", "unknown option -boot"), ("--x=1 c", "unknown option --x=1"),
-                ("--boot=1 c", "--boot takes no value"), ("--state", "--state needs a value"),
+                ("--boot=1 c", "--boot takes no value"), ("--no-startup c", "--no-startup needs --boot"), ("--state", "--state needs a value"),
                 ("--summary= c", "--summary= needs the name of a file"),
                 ("--full= c", "--full needs a value"),
                 ("--memory 15 c", f"--memory {number} 16 to 1048576, not '15'"),
@@ -181,7 +181,7 @@ class Parse(unittest.TestCase):
                      "missing", "full", "read-only", "trace", "summary-json", "memory",
                      "processes", "seconds", "disk", "unknown"):
             self.assertTrue(options.needs_value(f"--{name}"), name)
-        for name in ("boot", "erase", "help", "ignore-sigchld", "trace-shell", "summary"):
+        for name in ("boot", "no-startup", "erase", "help", "ignore-sigchld", "trace-shell", "summary"):
             self.assertFalse(options.needs_value(f"--{name}"), name)
 
 

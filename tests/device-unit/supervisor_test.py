@@ -582,6 +582,8 @@ class Running(Serving):
             self.assertEqual(self.run_with(mode, boot=True, chdir="/opt"),
                              [script, 1, command, 3, 9])
         self.assertEqual(self.run_with(0o755, chdir="/opt"), [command, 1, 9])
+        self.assertEqual(self.run_with(0o755, boot=True, no_startup=True, chdir="/opt"),
+                         [command, 1, 9])
         for mode in (None, 0o644):
             self.assertEqual(self.run_with(mode, boot=True, chdir="/opt"), [command, 1, 9])
 

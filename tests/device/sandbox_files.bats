@@ -174,6 +174,16 @@ load sandbox
     host_is_untouched
 }
 
+@test "a reboot leaves the start-up script to the command when it is told to" {
+    printf '#!/bin/sh\necho started; exit 3\n' >startup.sh
+    chmod 755 startup.sh
+    device --state state --put startup.sh=/mnt/user/startup.sh -- touch /tmp/x
+    run -3 --separate-stderr device --state state --boot --no-startup -- \
+        sh -c 'ls /tmp; exec /mnt/user/startup.sh'
+    [ "$output" = started ]
+    [ "$stderr" = '' ]
+}
+
 @test "a reboot empties /tmp and /run and runs the start-up script" {
     device --state state -- sh -c 'touch /tmp/a /run/b /var/tmp/c
         printf "#!/bin/sh\ntouch /run/started; echo starting\n" >/mnt/user/startup.sh'

@@ -128,3 +128,30 @@ END
     [ -z "$(compgen -G '.kept*')" ]
     [ ! -e kept ]
 }
+
+@test "an ordinary user keeps a panel, too" {
+    make_public_copy
+    hello "$PUBLIC/Foo.kx-update"
+    cp "$KX_PACKAGE" "$KX_UPDATER" "$PUBLIC/"
+    chmod -R a+rX "$PUBLIC"
+    # A program built for coverage leaves its counts there.
+    mkdir -m 777 "$PUBLIC/counts"
+    export GCOV_PREFIX=$PUBLIC/counts
+    cd "$PUBLIC/open"
+
+    TMPDIR=$PUBLIC/open run --separate-stderr as_ordinary_user "$PUBLIC/kx-package" try --json \
+        --device "$PUBLIC/device" --updater "$PUBLIC/kx_Updater" --keep kept \
+        --env ASAN_OPTIONS=detect_leaks=0 "$PUBLIC/Foo.kx-update"
+    [ "$status" -eq 0 ]
+    [ "$(jq -r .kept <<<"$output")" = kept ]
+    [ "$(ls -A)" = kept ]
+
+    run as_ordinary_user "$PUBLIC/kx-package" verify --root kept/root Foo
+    [ "$status" -eq 0 ]
+    run as_ordinary_user "$PUBLIC/device/run" --state kept -- cat /opt/demo/app
+    [ "$output" = program ]
+    as_ordinary_user "$PUBLIC/device/run" --erase --state kept
+    [ -z "$(ls -A)" ]
+    cd "$WORK"
+    rm -rf "$PUBLIC"
+}

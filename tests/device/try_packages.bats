@@ -226,17 +226,17 @@ END
     local name
     for name in none none.toml none.kx-update; do
         try "$name"
-        expect_error 3 "$name: cannot open: No such file or directory"
+        expect_error 1 "$name: cannot open: No such file or directory"
     done
     mkfifo pipe.kx-update pipe.toml
     for name in pipe.kx-update pipe.toml; do
         try "$name"
-        expect_error 3 "$name: is neither a file nor a folder; name a package or the folder of an unpacked one"
+        expect_error 1 "$name: is neither a file nor a folder; name a package or the folder of an unpacked one"
     done
     try /
-    expect_error 3 '/: is not a package; name a package or the folder of an unpacked one'
+    expect_error 1 '/: is not a package; name a package or the folder of an unpacked one'
     try --json none.kx-update
-    expect_status 3
+    expect_status 1
     expect_silence
     [ "$(told '.error.place + ": " + .error.message')" = \
         'none.kx-update: cannot open: No such file or directory' ]

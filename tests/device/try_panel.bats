@@ -25,7 +25,7 @@ setup() {
     expect_status 0
 
     run --separate-stderr "$KX_PACKAGE" try --updater none Foo.kx-update
-    [ "$status $stderr" = '3 kx-package: none: cannot open the updater: No such file or directory' ]
+    [ "$status $stderr" = '1 kx-package: none: cannot open the updater: No such file or directory' ]
     echo text >text
     run --separate-stderr "$KX_PACKAGE" try --updater text Foo.kx-update
     [ "$status $stderr" = '3 kx-package: text: is not a program that can be started; name an updater with --updater PATH' ]

@@ -194,7 +194,7 @@ TEST(PanelFile, ThatCannotBeReadIsTold)
     const TempDir dir;
 
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadPanelFile(dir / "none.toml")); }),
-              "3: " + dir.Path() + "/none.toml: cannot open: No such file or directory");
+              "1: " + dir.Path() + "/none.toml: cannot open: No such file or directory");
     EXPECT_EQ(AnswerTo("models = ["),
               "1: DIR/panel.toml:1:11: is not valid TOML: Error while parsing array: encountered "
               "end-of-file");

@@ -140,10 +140,10 @@ TEST(OpenFile, OpensRegularFilesOnly)
     EXPECT_EQ(SizeOf(file, path), 5U);
     EXPECT_TRUE(IsKeptFromPrograms(file));
     for (const std::string& other : {dir.Path(), pipe, name, std::string("/dev/null")}) {
-        EXPECT_EQ(Thrown([&] { OpenFile(other).Close(); }), "3: " + other + ": is not a file");
+        EXPECT_EQ(Thrown([&] { OpenFile(other).Close(); }), "1: " + other + ": is not a file");
     }
     EXPECT_EQ(Thrown([&] { OpenFile(dir / "none").Close(); }),
-              "3: " + (dir / "none") + ": cannot open: No such file or directory");
+              "1: " + (dir / "none") + ": cannot open: No such file or directory");
 }
 
 TEST(OpenFile, TellsWhyItCannotBeOpened)
@@ -168,7 +168,7 @@ TEST(OpenFile, DoesNotWaitForAPipeThatTookTheFilesPlaceMeanwhile)
     const Faults faults(Call::kOpen, {{0, SIZE_MAX, exchange}});
     const Deadline deadline; // a pipe without a writer is waited for without end
 
-    EXPECT_EQ(Thrown([] { OpenFile(path).Close(); }), "3: " + path + ": is not a file");
+    EXPECT_EQ(Thrown([] { OpenFile(path).Close(); }), "1: " + path + ": is not a file");
 }
 
 TEST(CreateFile, MakesAFileWhereNothingIs)

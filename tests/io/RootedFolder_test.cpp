@@ -266,11 +266,11 @@ TEST_P(RootedFolders, OpensWhatIsOfTheRightKind)
     EXPECT_EQ(ReadAll(root.Open("/link", Kind::kFile).Number(), 9, "it"), "hello");
     EXPECT_TRUE(root.Open("/mnt", Kind::kFolder).IsOpen());
     EXPECT_EQ(Thrown([&] { static_cast<void>(root.Open("/mnt", Kind::kFile)); }),
-              "3: " + m_panel.Root() + "/mnt: is not a file");
+              "1: " + m_panel.Root() + "/mnt: is not a file");
     EXPECT_EQ(Thrown([&] { static_cast<void>(root.Open("/link", Kind::kFolder)); }),
-              "3: " + m_panel.Root() + "/link: is not a folder");
+              "1: " + m_panel.Root() + "/link: is not a folder");
     EXPECT_EQ(Thrown([&] { static_cast<void>(root.Open("/pipe", Kind::kFile)); }),
-              "3: " + m_panel.Root() + "/pipe: is not a file");
+              "1: " + m_panel.Root() + "/pipe: is not a file");
     EXPECT_EQ(Thrown([&] { static_cast<void>(root.Open("/out", Kind::kFile)); }),
               "3: " + m_panel.Root() + "/out: cannot open: No such file or directory");
 }
@@ -279,13 +279,13 @@ TEST_P(RootedFolders, RefusesWhatIsNoFolder)
 {
 
     EXPECT_EQ(Thrown([&] { const RootedFolder root(m_panel.Root() + "/none", GetParam()); }),
-              "3: " + m_panel.Root() + "/none: cannot open: No such file or directory");
+              "1: " + m_panel.Root() + "/none: cannot open: No such file or directory");
     EXPECT_EQ(Thrown([&] {
                   const RootedFolder root(m_panel.Root() + "/mnt/user/bin/hello", GetParam());
               }),
-              "3: " + m_panel.Root() + "/mnt/user/bin/hello: cannot open: Not a directory");
+              "1: " + m_panel.Root() + "/mnt/user/bin/hello: cannot open: Not a directory");
     EXPECT_EQ(Thrown([] { const RootedFolder root("", GetParam()); }),
-              "3: cannot open: No such file or directory");
+              "1: cannot open: No such file or directory");
 }
 
 TEST_P(RootedFolders, ShowsPathsWithTheFolderInFront)

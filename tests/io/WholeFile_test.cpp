@@ -21,9 +21,9 @@ TEST(ReadWholeFile, ReadsUpToItsLimitAndSaysWhatIsWrong)
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadWholeFile(path, 4)); }),
               "3: " + path + ": is larger than 4 bytes");
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadWholeFile(dir.Path(), 4)); }),
-              "3: " + dir.Path() + ": is not a file");
+              "1: " + dir.Path() + ": is not a file");
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadWholeFile(dir / "none", 4)); }),
-              "3: " + (dir / "none") + ": cannot open: No such file or directory");
+              "1: " + (dir / "none") + ": cannot open: No such file or directory");
 }
 
 TEST(ReadWholeFile, TellsADiskThatCannotBeRead)
@@ -44,9 +44,9 @@ TEST(ReadFileHead, ReadsTheBeginningOfAFile)
     EXPECT_EQ(ReadFileHead(path, 3), "123");
     EXPECT_EQ(ReadFileHead(path, 9), "12345");
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadFileHead(dir / "none", 4, "look into it")); }),
-              "3: " + (dir / "none") + ": cannot look into it: No such file or directory");
+              "1: " + (dir / "none") + ": cannot look into it: No such file or directory");
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadFileHead(dir.Path(), 4)); }),
-              "3: " + dir.Path() + ": is not a file");
+              "1: " + dir.Path() + ": is not a file");
 }
 
 } // namespace kx::io

@@ -94,12 +94,12 @@ note user-password DB_StepSets.\$values[3].HardSettingDatas.DB_HardwareConfigs.\
 
 @test "what cannot be read is told in one line" {
     run --separate-stderr "$KX_PACKAGE" check missing.kx-update
-    [ "$status" -eq 3 ]
+    [ "$status" -eq 1 ]
     [ "$output" = "" ]
     [ "$stderr" = "kx-package: missing.kx-update: cannot open: No such file or directory" ]
 
     run --separate-stderr "$KX_PACKAGE" check --json missing.kx-update
-    [ "$status" -eq 3 ]
+    [ "$status" -eq 1 ]
     [ "$stderr" = "" ]
     [ "$(jq -r .error.place <<<"$output")" = missing.kx-update ]
 
@@ -107,7 +107,7 @@ note user-password DB_StepSets.\$values[3].HardSettingDatas.DB_HardwareConfigs.\
     [ "$status" -eq 2 ]
     mkfifo pipe.kx-update
     run timeout 10 "$KX_PACKAGE" check pipe.kx-update
-    [ "$status" -eq 3 ]
+    [ "$status" -eq 1 ]
 }
 
 @test "colour is for terminals, and never with NO_COLOR" {

@@ -135,7 +135,7 @@ END
     [ "$status" -eq 1 ]
     [ "$(found)" = 'error manifest-mistake package.toml:1:9' ]
     kx check none.toml
-    [ "$status" -eq 3 ]
+    [ "$status" -eq 1 ]
 }
 
 @test "build ends with what the check finds" {

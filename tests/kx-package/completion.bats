@@ -152,6 +152,8 @@ check
 show
 plan
 try
+key
+sign
 stick
 diff
 unpack

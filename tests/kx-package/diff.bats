@@ -147,10 +147,10 @@ END
     kx diff demo.kx-update
     [ "$status" -eq 2 ]
     kx diff demo.kx-update missing
-    expect 3 '' 'kx-package: missing: cannot open: No such file or directory
+    expect 1 '' 'kx-package: missing: cannot open: No such file or directory
 '
     kx diff --json demo.kx-update missing
-    jq -e '.error.code == 3' out
+    jq -e '.error.code == 1' out
     unzip -q demo.kx-update -d folder
     echo '[]' >folder/UserPackage.kx-project
     kx diff folder demo.kx-update

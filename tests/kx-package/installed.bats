@@ -128,10 +128,10 @@ END
 
 @test "installed says what it cannot read" {
     kx installed --root none
-    expect 3 '' $'kx-package: none: cannot open: No such file or directory\n'
+    expect 1 '' $'kx-package: none: cannot open: No such file or directory\n'
     touch file
     kx installed --root file
-    expect 3 '' $'kx-package: file: cannot open: Not a directory\n'
+    expect 1 '' $'kx-package: file: cannot open: Not a directory\n'
     kx installed --root ''
     expect 2 '' $'kx-package: --root: names no folder\n'
     kx installed --root
@@ -142,9 +142,9 @@ END
     mkdir -p panel/var/lib
     touch panel/var/lib/KxUserPackages
     kx installed --root panel --json
-    [ "$status" -eq 3 ]
+    [ "$status" -eq 1 ]
     [ ! -s err ]
-    jq -e '.error.message == "is not a folder" and .error.code == 3' out
+    jq -e '.error.message == "is not a folder" and .error.code == 1' out
 }
 
 @test "nothing in a record can play with the terminal, and JSON stays JSON" {

@@ -56,7 +56,7 @@ expect_same() {
     sed -i 's/^processor = .*/&\nupdater = "none"/' pkg/package.toml
     for command in show plan; do
         kx "$command" pkg
-        expect 3 '' $'kx-package: pkg/none: cannot open the updater: No such file or directory\n'
+        expect 1 '' $'kx-package: pkg/none: cannot open the updater: No such file or directory\n'
     done
 }
 
@@ -121,7 +121,7 @@ expect_same() {
     done
 }
 
-@test "what is missing or of another type is told the same by all, with exit status 3" {
+@test "what is missing or of another type is told the same by all, with exit status 1" {
     mkfifo pipe.kx-update pipe.toml
     ln -s nowhere link.toml
     local command name
@@ -129,19 +129,19 @@ expect_same() {
         for name in none none.toml none.kx-update link.toml none/package.toml; do
             # shellcheck disable=SC2086
             timeout 10 "$KX_PACKAGE" ${command/pipe.toml/$name} "$name" >out 2>err && status=0 || status=$?
-            expect 3 '' "kx-package: $name: cannot open: No such file or directory"$'\n'
+            expect 1 '' "kx-package: $name: cannot open: No such file or directory"$'\n'
         done
         for name in pipe.kx-update pipe.toml /dev/null; do
             # shellcheck disable=SC2086
             timeout 10 "$KX_PACKAGE" ${command/pipe.toml/$name} "$name" >out 2>err && status=0 || status=$?
-            expect 3 '' "kx-package: $name: is neither a file nor a folder; name a package or the folder of an unpacked one"$'\n'
+            expect 1 '' "kx-package: $name: is neither a file nor a folder; name a package or the folder of an unpacked one"$'\n'
         done
     done
     echo text >text.kx-update
     for command in show plan 'diff text.kx-update'; do
         # shellcheck disable=SC2086
         kx $command text.kx-update
-        expect 3 '' $'kx-package: text.kx-update: cannot open the archive: Not a zip archive\n'
+        expect 1 '' $'kx-package: text.kx-update: cannot open the archive: Not a zip archive\n'
     done
 }
 
@@ -161,7 +161,7 @@ expect_same() {
         without_rights "$command" closed.toml
         expect 3 '' $'kx-package: closed.toml: cannot open: Permission denied\n'
         without_rights "$command" closed
-        expect 3 '' $'kx-package: closed: cannot list all of the folder: Permission denied\n'
+        expect 3 '' $'kx-package: closed: cannot list the folder: Permission denied\n'
         without_rights "$command" listed
         expect 3 '' $'kx-package: listed/package.toml: cannot look at: Permission denied\n'
         without_rights "$command" listed/package.toml
@@ -194,7 +194,7 @@ expect_same() {
     done
     rm panel.toml
     kx plan pkg
-    expect 3 '' $'kx-package: pkg/../panel.toml: cannot open: No such file or directory\n'
+    expect 1 '' $'kx-package: pkg/../panel.toml: cannot open: No such file or directory\n'
 }
 
 @test "the source of a package is not unpacked" {

@@ -11,15 +11,15 @@ load plan
 
 @test "plan says what it cannot read" {
     kx plan none.kx-update
-    expect 3 '' $'kx-package: none.kx-update: cannot open: No such file or directory\n'
+    expect 1 '' $'kx-package: none.kx-update: cannot open: No such file or directory\n'
     echo text >x.kx-update
     kx plan x.kx-update
-    expect 3 '' $'kx-package: x.kx-update: cannot open the archive: Not a zip archive\n'
+    expect 1 '' $'kx-package: x.kx-update: cannot open the archive: Not a zip archive\n'
     : >empty.kx-update
     kx plan empty.kx-update
-    [ "$status" -eq 3 ]
+    [ "$status" -eq 1 ]
     kx plan /dev/null
-    expect 3 '' $'kx-package: /dev/null: is neither a file nor a folder; name a package or the folder of an unpacked one\n'
+    expect 1 '' $'kx-package: /dev/null: is neither a file nor a folder; name a package or the folder of an unpacked one\n'
 }
 
 @test "a description that cannot be read is no plan" {
@@ -108,9 +108,11 @@ END
     kx plan demo.kx-update --at ''
     [ "$status" -eq 2 ]
     kx plan demo.kx-update --root none
-    expect 2 '' $'kx-package: --root: Directory does not exist: none; see kx-package help plan\n'
+    expect 1 '' $'kx-package: none: cannot open: No such file or directory\n'
+    kx plan demo.kx-update --root ''
+    expect 2 '' $'kx-package: --root: names no folder; see kx-package help plan\n'
     kx plan demo.kx-update --root demo.kx-update
-    [ "$status" -eq 2 ]
+    [ "$status" -eq 1 ]
     kx plan demo.kx-update other
     [ "$status" -eq 2 ]
     kx plan --json --what demo.kx-update
@@ -224,7 +226,7 @@ END
     [ "$status" -eq 1 ]
     grep -qxF "The window cannot load the package: Unable to access /mnt/usb/Foo.temp/UserPackage.kx-project file. UserPackage.kx-project is a link to 'real/UserPackage.kx-project'." out
     kx show Foo.kx-update
-    expect 3 '' $'kx-package: Foo.kx-update:UserPackage.kx-project: is a link to \'real/UserPackage.kx-project\', which is not a file in the package; pack the file itself (zip without -y)\n'
+    expect 1 '' $'kx-package: Foo.kx-update:UserPackage.kx-project: is a link to \'real/UserPackage.kx-project\', which is not a file in the package; pack the file itself (zip without -y)\n'
 }
 
 @test "a link that leads round is followed until Linux refuses" {

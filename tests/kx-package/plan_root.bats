@@ -186,5 +186,5 @@ END
     kx plan --json --panel tp/panel.toml --root other Foo
     cmp out wanted
     kx plan --panel none.toml Foo
-    [ "$status" -eq 3 ]
+    [ "$status" -eq 1 ]
 }

@@ -140,13 +140,13 @@ END
 
 @test "show says what it cannot read" {
     kx show none.kx-update
-    expect 3 '' $'kx-package: none.kx-update: cannot open: No such file or directory\n'
+    expect 1 '' $'kx-package: none.kx-update: cannot open: No such file or directory\n'
     echo text >x.kx-update
     kx show x.kx-update
-    expect 3 '' $'kx-package: x.kx-update: cannot open the archive: Not a zip archive\n'
+    expect 1 '' $'kx-package: x.kx-update: cannot open the archive: Not a zip archive\n'
     mkdir folder
     kx show folder --json
-    [ "$status" -eq 3 ]
+    [ "$status" -eq 1 ]
     jq -e '.error.message == "there is no UserPackage.kx-project at its top level"' out
     [ ! -s err ]
 }
@@ -178,9 +178,9 @@ END
     "$KX_PACKAGE" build pkg --updater arm-updater -o - | "$KX_PACKAGE" check -
     status=0
     "$KX_PACKAGE" show - <&- >out 2>err || status=$?
-    [ "$status" -eq 3 ]
+    [ "$status" -eq 1 ]
     "$KX_PACKAGE" show - </dev/null >out 2>err || status=$?
-    [ "$status" -eq 3 ]
+    [ "$status" -eq 1 ]
     status=0
     script -qec "$KX_PACKAGE show -" /dev/null </dev/null >out || status=$?
     [ "$status" -eq 2 ]

@@ -75,7 +75,7 @@ END
         kx stick demo.kx-update /proc
         expect 2 '' "kx-package: /proc: is no drive, but the system's own (proc)$remedy"$'\n'
         kx stick demo.kx-update demo.kx-update
-        expect 3 '' $'kx-package: demo.kx-update: cannot open: Not a directory\n'
+        expect 1 '' $'kx-package: demo.kx-update: cannot open: Not a directory\n'
         [ -z "$(find drive -type f)" ]
 END
 }
@@ -141,6 +141,10 @@ END
         [ "$status" -eq 1 ]
         [ "$(jq -c '[.ready, .written, .readBack, .clean, .findings[0].id]' out)" = \
             '[false,false,null,false,"name-copy"]' ]
+        cp demo.kx-update demo.zip
+        kx stick demo.zip drive
+        [ "$status" -eq 1 ]
+        grep -q '^error: name-extension: demo.zip$' err
         # The drive itself is in doubt.
         kx stick --strict demo.kx-update drive
         [ "$status" -eq 1 ]
@@ -169,7 +173,7 @@ END
         [ "$status" -eq 1 ]
         [ -z "$(ls -A drive)" ]
         kx stick --panel none.toml demo.kx-update drive
-        [ "$status" -eq 3 ]
+        [ "$status" -eq 1 ]
 END
 }
 
@@ -188,7 +192,7 @@ END
             expect 2 '' "kx-package: $path: is no package file; kx-package build makes one"$'\n'
         done
         kx stick none.kx-update drive
-        expect 3 '' $'kx-package: none.kx-update: cannot open: No such file or directory\n'
+        expect 1 '' $'kx-package: none.kx-update: cannot open: No such file or directory\n'
 END
 }
 
@@ -307,7 +311,7 @@ END
         head -c "$((rest + 1))" /dev/zero >drive/pictures
         kx stick demo.kx-update drive
         [ "$status" -eq 1 ]
-        grep -qE '^kx-package: drive: the package takes 4.0 KiB and, where the panel unpacks it beside itself, [0-9.]+ KiB; [0-9.]+ KiB are free; remove what else is on the drive, or take a larger one$' err
+        grep -qE '^kx-package: drive: the package takes 4.0 KiB and, where the panel unpacks it beside itself, [0-9.]+ KiB; that is 4.0 KiB more than there is; remove what else is on the drive, or take a larger one$' err
         [ ! -e drive/demo.kx-update ]
 END
 }
@@ -326,5 +330,30 @@ END
         kx stick --replace demo.kx-update drive
         [ "$status" -eq 0 ]
         cmp demo.kx-update drive/demo.kx-update
+END
+}
+
+@test "--replace counts on the room of what it removes" {
+    package
+    on_drive size=400k <<'END'
+        mkdir -p drive/old.temp/0/0
+        touch drive/old.temp/UserPackage.kx-project
+        head -c 400000 /dev/zero >drive/old.temp/0/0/big
+        kx stick demo.kx-update drive
+        [ "$status" -eq 1 ]
+        grep -q 'more than there is' err
+        kx stick --replace demo.kx-update drive
+        [ "$status" -eq 0 ]
+        [ "$(ls -A drive)" = demo.kx-update ]
+END
+}
+
+@test "a drive without room for so many files is told" {
+    package
+    on_drive size=16m,nr_inodes=10 <<'END'
+        kx stick demo.kx-update drive
+        [ "$status" -eq 1 ]
+        grep -qE '^kx-package: drive: unpacking makes 1[0-9] files and folders; its file system has room for [0-9]; take another drive$' err
+        [ -z "$(ls -A drive)" ]
 END
 }

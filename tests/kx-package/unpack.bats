@@ -373,10 +373,10 @@ END
     echo nothing >demo/UserPackage.kx-project
     refused 1 '*UserPackage.kx-project:*' demo
     rm demo/UserPackage.kx-project
-    refused 3 '*' demo
+    refused 1 '*' demo
     echo nothing >text
-    refused 3 '*' text
-    refused 3 '*' missing
+    refused 1 '*' text
+    refused 1 '*' missing
 }
 
 @test "sizes are bounded, and the bound can be lifted" {

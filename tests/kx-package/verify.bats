@@ -122,7 +122,7 @@ demo: 2 of 3 folders and 2 of 5 files are there
     kx verify a b
     [ "$status" -eq 2 ]
     kx verify demo --root none
-    expect 3 '' $'kx-package: none: cannot open: No such file or directory\n'
+    expect 1 '' $'kx-package: none: cannot open: No such file or directory\n'
     mkdir panel
     kx verify demo --root panel
     expect 2 '' $'kx-package: demo: there is no record of that name in panel/var/lib/KxUserPackages; no packages are recorded\n'

@@ -98,3 +98,21 @@ when_written() {
         "$@"
     ) &
 }
+
+# leave_free CLUSTERS: fills the drive with one file, filler, but for so many clusters.
+leave_free() {
+    cluster=$(stat -f -c %S /mnt)
+    bytes=$((($(stat -f -c %a /mnt) - $1) * cluster))
+    {
+        dd if=/dev/zero bs=1M count=$((bytes >> 20))
+        dd if=/dev/zero bs="$cluster" count=$((bytes % (1 << 20) / cluster))
+    } >/mnt/filler 2>/dev/null
+    sync
+    rest=$(stat -f -c %a /mnt)
+    [ "$rest" -eq "$1" ] || { echo "$rest clusters are free instead of $1" >&2 && return 1; }
+}
+
+# needed_for NAME JSON: a number of what `kx-package stick --json` tells to be needed.
+needed_for() {
+    echo "$2" | sed -n "s/.*\"needed\":{[^}]*\"$1\":\([0-9]*\).*/\1/p"
+}

@@ -64,6 +64,8 @@ void AddCommands(CLI::App& program, kx::tool::Invocation& invocation)
     kx::tool::AddShow(program, invocation);
     kx::tool::AddPlan(program, invocation);
     kx::tool::AddTry(program, invocation);
+    kx::tool::AddKey(program, invocation);
+    kx::tool::AddSign(program, invocation);
     kx::tool::AddStick(program, invocation);
     kx::tool::AddDiff(program, invocation);
     kx::tool::AddUnpack(program, invocation);

@@ -76,6 +76,47 @@ records
     EXPECT_EQ(err.str(), "");
 }
 
+TEST(WriteTrialText, TellsHowTheStartUpScriptWent)
+{
+    TrialResult result;
+    result.installations.resize(1);
+    result.restart = Restart();
+    result.restart->seconds = 1;
+    const auto told = [&result](StartupScript script) {
+        result.restart->script = script;
+        std::ostringstream out;
+        std::ostringstream err;
+        WriteTrialText({out, err}, {"F", 0, ""}, result);
+        const std::string text = out.str();
+        return text.substr(text.find("The restart"));
+    };
+
+    EXPECT_EQ(told(StartupScript::kNone), "The restart: there is no start-up script\n");
+    EXPECT_EQ(told(StartupScript::kNotExecutable),
+              "The restart: the start-up script is not executable: a panel does not start it\n");
+    result.restart->exitStatus = 3;
+    result.restart->remarks = {"late"};
+    result.restart->output.Append("a\x1b\n");
+    EXPECT_EQ(told(StartupScript::kEnded),
+              R"(The restart: the start-up script ended with exit status 3
+  late
+  | a\x1b
+
+What the start-up script changed
+  no file and no folder
+settings
+  none
+users
+  none
+records
+  none
+)");
+    EXPECT_THAT(told(StartupScript::kRunning),
+                testing::StartsWith("The restart: the start-up script still ran after 1 second\n"));
+    EXPECT_THAT(told(StartupScript::kStopped),
+                testing::StartsWith("The restart: the start-up script was ended\n"));
+}
+
 TEST(WriteTrialText, TellsHowToGoOnWithAKeptPanel)
 {
     TrialResult result;

@@ -205,7 +205,7 @@ TEST_F(CarriedLayouts, RefuseWhatNoPackageHolds)
               "with the JSON object");
     EXPECT_EQ(
         RefusedStep(verbatim + "missing.json\"\n"),
-        "3: DIR/package.toml:12:20: DIR/missing.json: cannot open: No such file or directory");
+        "1: DIR/package.toml:12:20: DIR/missing.json: cannot open: No such file or directory");
     EXPECT_EQ(RefusedStep(verbatim + "none.json\"\n"),
               "1: DIR/none.json:1:2: is not JSON from here on; write one JSON object, as it stands "
               "in a description");

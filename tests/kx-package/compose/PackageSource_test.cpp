@@ -142,7 +142,7 @@ TEST(OpenAsPackage, OpensAPackageThatIsThere)
     EXPECT_FALSE(IsUpdaterElsewhere(opened));
     EXPECT_THAT(NamesIn(*opened.package), ElementsAre("UserPackage.kx-project"));
     EXPECT_EQ(Thrown([&dir] { static_cast<void>(OpenAsPackage(dir / "none.toml")); }),
-              "3: " + dir.Path() + "/none.toml: cannot open: No such file or directory");
+              "1: " + dir.Path() + "/none.toml: cannot open: No such file or directory");
 }
 
 TEST(WritePackage, WritesWhatTheSourceShowsWithAnUpdaterOrWithout)

@@ -75,7 +75,7 @@ TEST_F(UpdaterSearch, RefusesProgramsForOthersAndWhatIsNone)
         "1: " + m_dir.Path() +
             ": is not a program that a panel could start; name an updater with --updater PATH");
     EXPECT_EQ(Thrown([&] { RefuseOtherUpdater(m_dir / "none", m_arm); }),
-              "3: " + (m_dir / "none") + ": cannot open the updater: No such file or directory");
+              "1: " + (m_dir / "none") + ": cannot open the updater: No such file or directory");
 }
 
 } // namespace kx::tool

@@ -181,27 +181,27 @@ TEST(ListTree, TakesLinksToFilesAndRefusesOtherThings)
 
     std::filesystem::create_symlink("nowhere", dir / "broken");
     EXPECT_EQ(Thrown([&] { static_cast<void>(ListTree(dir.Path(), FilterWithout({}))); }),
-              "3: " + (dir / "broken") +
+              "1: " + (dir / "broken") +
                   ": is a link that leads nowhere; remove it, or list it in 'exclude'");
 
     std::filesystem::remove(dir / "broken");
     std::filesystem::create_directory_symlink("/", dir / "root");
     EXPECT_EQ(
         Thrown([&] { static_cast<void>(ListTree(dir.Path(), FilterWithout({}))); }),
-        "3: " + (dir / "root") +
+        "1: " + (dir / "root") +
             ": is a link to a folder; put the folder itself there, or list the link in 'exclude'");
 
     std::filesystem::remove(dir / "root");
     ASSERT_EQ(mkfifo((dir / "pipe").c_str(), 0600), 0);
     EXPECT_EQ(Thrown([&] { static_cast<void>(ListTree(dir.Path(), FilterWithout({}))); }),
-              "3: " + (dir / "pipe") +
+              "1: " + (dir / "pipe") +
                   ": is neither a file nor a folder; remove it, or list it in 'exclude'");
 }
 
 TEST(ListTree, SaysWhichFolderCannotBeListed)
 {
     EXPECT_EQ(Thrown([] { static_cast<void>(ListTree("/nowhere/x", FilterWithout({}))); }),
-              "3: /nowhere/x: cannot list all of the folder: No such file or directory");
+              "1: /nowhere/x: cannot list the folder: No such file or directory");
 }
 
 } // namespace kx::tool

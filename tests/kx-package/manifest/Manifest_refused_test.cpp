@@ -275,7 +275,7 @@ TEST(RefusedManifest, TellsAScriptThatCannotBeReadWithItsPlace)
 {
     EXPECT_EQ(AnswerTo(std::string(kIdentity) +
                        "[[steps]]\nkind = \"script\"\ninstall-file = \"none.sh\"\n"),
-              "3: DIR/package.toml:12:16: DIR/none.sh: cannot open: No such file or directory");
+              "1: DIR/package.toml:12:16: DIR/none.sh: cannot open: No such file or directory");
 }
 
 TEST(RefusedManifest, IsBoundedInDepth)

@@ -153,10 +153,10 @@ TEST(Manifest, SaysWhatToDoWhereThereIsNone)
     const TempDir dir;
 
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadManifest(dir.Path())); }),
-              "3: " + dir.Path() +
+              "1: " + dir.Path() +
                   ": there is no package.toml in the folder; make one with kx-package new");
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadManifest(dir / "x.toml")); }),
-              "3: " + (dir / "x.toml") + ": cannot open: No such file or directory");
+              "1: " + (dir / "x.toml") + ": cannot open: No such file or directory");
 }
 
 } // namespace kx::tool

@@ -503,7 +503,7 @@ TEST(SourceFileOf, WhatIsNoFileIsRefused)
               "2: " + disk.Path() + ": is no package file; kx-package build makes one");
     EXPECT_EQ(refusal("-"), "2: -: is no package file; kx-package build makes one");
     EXPECT_EQ(refusal(disk / "none"),
-              "3: " + (disk / "none") + ": cannot open: No such file or directory");
+              "1: " + (disk / "none") + ": cannot open: No such file or directory");
     EXPECT_EQ(refusal("/dev/null"), "3: /dev/null: is not a file");
 }
 

@@ -35,7 +35,7 @@ std::vector<std::string> Limits(const std::string& type, const std::vector<Packa
 {
     std::vector<std::string> lines;
     for (const io::Error& problem : LimitProblems(type, name, size, entries, "usb/a")) {
-        lines.push_back(problem.what());
+        lines.emplace_back(problem.what());
     }
     return lines;
 }
@@ -179,7 +179,7 @@ TEST(LimitsOf, OfManyThereIsANumber)
     const std::vector<std::string> lines = Limits("vfat", entries);
 
     ASSERT_EQ(lines.size(), 21U);
-    EXPECT_EQ(lines.back(), "79 more of that kind"); // each is also the same as the first
+    EXPECT_EQ(lines.back(), "79 more like these"); // each is also the same as the first
 }
 
 class RoomTest : public testing::Test
@@ -208,8 +208,8 @@ TEST_F(RoomTest, ThePackageAndWhatItUnpacksToMustFit)
     EXPECT_THAT(
         Problems(),
         ElementsAre("usb: the package takes 40.0 KiB and, where the panel unpacks it beside "
-                    "itself, 120.0 KiB; 156.0 KiB are free; remove what else is on the "
-                    "drive, or take a larger one"));
+                    "itself, 120.0 KiB; that is 4.0 KiB more than there is; remove what "
+                    "else is on the drive, or take a larger one"));
 
     m_balance.freed = kCluster;
     EXPECT_THAT(Problems(), IsEmpty());

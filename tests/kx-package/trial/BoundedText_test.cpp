@@ -28,6 +28,18 @@ TEST(BoundedText, KeepsAShortTextAsItIs)
     EXPECT_EQ(text.Omitted(), 0U);
 }
 
+TEST(BoundedText, GivesAllBytesAsTheyCame)
+{
+    BoundedText text(8);
+
+    text.Append(std::string("a\0\n", 3));
+    text.Append("b\n");
+
+    EXPECT_EQ(text.Bytes(), std::string("a\0\nb\n", 5));
+    text.Append("123456789");
+    EXPECT_EQ(text.Bytes(), std::nullopt);
+}
+
 TEST(BoundedText, JoinsBeginningAndEndWhereNothingIsLeftOut)
 {
     BoundedText text(8);

@@ -134,7 +134,7 @@ TEST_F(Places, AnUpdaterThatThisMachineCannotStartIsRefused)
     EXPECT_EQ(refused(text), "3: " + text + ": " + remedy);
     EXPECT_EQ(refused(m_dir.Path()), "3: " + m_dir.Path() + ": " + remedy);
     EXPECT_EQ(refused(m_dir / "no"),
-              "3: " + (m_dir / "no") + ": cannot open the updater: No such file or directory");
+              "1: " + (m_dir / "no") + ": cannot open the updater: No such file or directory");
     EXPECT_EQ(refused("").substr(0, 3), "3: ");
 }
 

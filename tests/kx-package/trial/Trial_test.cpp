@@ -40,13 +40,13 @@ TEST(NamedPath, EndsInTheNameOfThePackage)
 TEST(NamedPath, RefusesWhatIsNoPackage)
 {
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("/nowhere")); }),
-              "3: /nowhere: cannot open: No such file or directory");
+              "1: /nowhere: cannot open: No such file or directory");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("")); }),
-              "3: cannot open: No such file or directory");
+              "1: cannot open: No such file or directory");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("//")); }),
               "3: //: is not a package; name a package or the folder of an unpacked one");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("/dev/null")); }),
-              "3: /dev/null: is neither a file nor a folder; name a package or the folder of an "
+              "1: /dev/null: is neither a file nor a folder; name a package or the folder of an "
               "unpacked one");
 }
 
@@ -342,6 +342,42 @@ TEST(RunTrial, EndsWhereAPersonDoesNotWaitForItsPackage)
 
     EXPECT_EXIT(interrupted(), testing::KilledBySignal(SIGTERM), "3: the trial was interrupted");
     EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, RestartsThePanelOnceWithoutItsDriveAndBeforeItIsKept)
+{
+    const TempDir dir;
+    const FakeDevice device(kTells);
+    TrialRequest request = RequestFor(device, true);
+    request.package = dir.MakeDir("Foo");
+    request.bootSeconds = 3;
+    request.keepAt = dir / "kept";
+
+    const TrialResult result = RunTrial(request);
+
+    ASSERT_TRUE(result.restart.has_value());
+    EXPECT_EQ(result.restart->script, StartupScript::kEnded);
+    const std::string calls = ReadFile(device.Folder() + "/calls");
+    const std::size_t installed = calls.rfind("-unzipedDir");
+    const std::size_t pulled = calls.find("drive pull");
+    const std::size_t restarted = calls.find("--boot --no-startup");
+    EXPECT_LT(installed, pulled);
+    EXPECT_LT(pulled, restarted);
+    EXPECT_EQ(calls.find("--boot", restarted + 7), std::string::npos);
+    EXPECT_NE(calls.find("--seconds 3 "), std::string::npos);
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, RestartsNoPanelThatWasNotNeeded)
+{
+    const TempDir dir;
+    const FakeDevice device(kTells);
+    TrialRequest request = RequestFor(device);
+    request.package = dir.Write("Foo.zip", "x");
+    request.road.isFound = false;
+    request.bootSeconds = 3;
+
+    EXPECT_FALSE(RunTrial(request).restart.has_value());
 }
 
 TEST(RunTrial, KeepsThePanelWithoutItsDrive)

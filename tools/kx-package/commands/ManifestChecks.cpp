@@ -5,6 +5,7 @@
 #include "commands/Values.h"
 #include "compose/UpdaterSearch.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <system_error>
@@ -185,13 +186,16 @@ private:
 };
 
 /// Returns the updater that the package will get; empty when the author names one when it is built.
-std::string KnownUpdater(const Manifest& manifest)
+/// @param mistakes  gets what is wrong with the one that the manifest names
+std::string KnownUpdater(const Manifest& manifest, Mistakes& mistakes)
 {
-    if (manifest.processor == nullptr && manifest.updater.empty()) {
-        return {};
+    std::string updater;
+    if (!manifest.updater.empty()) {
+        mistakes.Try([&] { updater = UpdaterFor(manifest, ""); });
+        return updater;
     }
     try {
-        return UpdaterFor(manifest, "");
+        return manifest.processor == nullptr ? "" : UpdaterFor(manifest, "");
     } catch (const io::Error&) {
         return {};
     }
@@ -203,6 +207,17 @@ void FillIn(Manifest& manifest)
     for (std::string* const text :
          {&manifest.title, &manifest.version, &manifest.name, &manifest.date}) {
         *text = text->empty() ? "unknown" : *text;
+    }
+}
+
+/// What cannot be read cannot be judged: then the other mistakes are no findings, either.
+void ThrowUnreadable(const Mistakes& mistakes)
+{
+    const std::vector<io::Error>& all = mistakes.All();
+    if (std::any_of(all.begin(), all.end(), [](const io::Error& mistake) {
+            return mistake.Code() == io::ExitCode::kNoAccess;
+        })) {
+        mistakes.ThrowAny();
     }
 }
 
@@ -273,12 +288,13 @@ checks::Findings CheckManifestFile(const std::string& path, const PanelOptions& 
             FillIn(manifest);
         }
         const Layout layout = MakeLayout(manifest, "", mistakes);
-        const std::string updater = KnownUpdater(manifest);
+        const std::string updater = KnownUpdater(manifest, mistakes);
         expected.hasUpdater = !updater.empty();
         const LayoutPackage package(manifest.name + archive::kPackageExtension, true, layout,
                                     updater);
         CheckManifest(manifest, layout, package, expected, findings);
     }
+    ThrowUnreadable(mistakes);
     for (const io::Error& mistake : mistakes.All()) {
         const std::string remedy = mistake.Remedy().empty() ? "" : "; " + mistake.Remedy();
         findings.Add(checks::RuleId::kManifestMistake, LocationOf(mistake.Where()),

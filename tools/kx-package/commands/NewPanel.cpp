@@ -189,7 +189,7 @@ void AddNewPanel(CLI::App& program, Invocation& invocation)
         ->add_option("--root", options->root,
                      "A folder with a copy of a panel's files: what it tells is filled in")
         ->type_name(kFolderValue)
-        ->check(CLI::ExistingDirectory);
+        ->check(RefuseNoFolder);
     command->add_flag("--json", invocation.isJson, "Write the result as JSON");
     command->footer("Examples:\n"
                     "  kx-package new-panel\n"

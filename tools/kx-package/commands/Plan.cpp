@@ -205,7 +205,7 @@ void AddPlan(CLI::App& program, Invocation& invocation)
         ->add_option("--root", options->where.root,
                      "A folder with the files of a panel; without it, a fresh panel")
         ->type_name(kFolderValue)
-        ->check(CLI::ExistingDirectory);
+        ->check(RefuseNoFolder);
     command
         ->add_option("--panel", options->panel,
                      "The description of the panel (see new-panel), instead of the manifest's: the "

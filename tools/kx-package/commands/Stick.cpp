@@ -18,6 +18,7 @@
 #include "stick/SourceFile.h"
 
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -60,6 +61,28 @@ void RefuseSourceOnDrive(const SourceFile& source, const Drive& drive)
     }
 }
 
+/// One bar after the other.
+class StickProgress
+{
+public:
+    explicit StickProgress(const Output& output) : m_output(output) {}
+
+    void Show(const std::string& label, double done)
+    {
+        if (label != m_label) {
+            m_label = label;
+            m_bar.reset(); // the new one must not begin on the line of the old one
+            m_bar.emplace(m_output, label);
+        }
+        m_bar->Show(done);
+    }
+
+private:
+    const Output& m_output;
+    std::string m_label;
+    std::optional<Progress> m_bar;
+};
+
 /// Clears the drive and brings the package there, unless it is there already.
 void CopyPackage(const SourceFile& source, const Drive& drive, StickReport& report,
                  const Output& output)
@@ -74,10 +97,9 @@ void CopyPackage(const SourceFile& source, const Drive& drive, StickReport& repo
     DriveCalls calls(drive.Folder());
     const CopyTarget target{calls, source.Name(), drive.Shown(source.Name()),
                             drive.CanReadPastMemory()};
-    Progress writing(output, "writing");
-    Progress reading(output, "reading back");
-    const CopyProgress progress{[&writing](double done) { writing.Show(done); },
-                                [&reading](double done) { reading.Show(done); }};
+    StickProgress bar(output);
+    const CopyProgress progress{[&bar](double done) { bar.Show("writing", done); },
+                                [&bar](double done) { bar.Show("reading back", done); }};
     report.readBack = CompareWithDrive(target, source, progress);
     if (!report.readBack.has_value()) {
         report.readBack = CopyToDrive(target, source, progress);

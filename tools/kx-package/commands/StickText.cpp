@@ -48,7 +48,7 @@ picojson::value StraysAsJson(const Drive& drive, const StickReport& report)
     return picojson::value(strays);
 }
 
-picojson::value ProblemsAsJson(const StickReport& report)
+picojson::value StickProblemsAsJson(const StickReport& report)
 {
     picojson::array problems;
     for (const io::Error& problem : report.plan.problems) {
@@ -103,7 +103,7 @@ void TellStickAsJson(const Output& output, const Drive& drive, const Checked& ch
         {"files", JsonNumber(report.plan.needed.files)},
     });
     told["others"] = StraysAsJson(drive, report);
-    told["problems"] = ProblemsAsJson(report);
+    told["problems"] = StickProblemsAsJson(report);
     told["ready"] = picojson::value(report.readBack.has_value());
     told["written"] = picojson::value(report.isWritten);
     told["readBack"] = report.readBack.has_value() ? JsonText(WordForReadBack(*report.readBack))

@@ -105,6 +105,41 @@ picojson::value JsonOf(const std::optional<ShellVisit>& shell)
     return picojson::value(told);
 }
 
+const char* WordOf(StartupScript script)
+{
+    switch (script) {
+    case StartupScript::kNone:
+        return "none";
+    case StartupScript::kNotExecutable:
+        return "notExecutable";
+    case StartupScript::kRunning:
+        return "running";
+    case StartupScript::kStopped:
+        return "stopped";
+    case StartupScript::kEnded:
+        break;
+    }
+    return "ended";
+}
+
+picojson::value JsonOf(const std::optional<Restart>& restart)
+{
+    if (!restart.has_value()) {
+        return {};
+    }
+    picojson::object told;
+    told["script"] = picojson::value(WordOf(restart->script));
+    told["exitStatus"] = restart->exitStatus.has_value()
+                             ? picojson::value(static_cast<double>(*restart->exitStatus))
+                             : picojson::value();
+    told["seconds"] = JsonNumber(restart->seconds);
+    told["remarks"] = Texts(restart->remarks);
+    told["output"] = Texts(restart->output.Lines());
+    told["outputOmitted"] = JsonNumber(restart->output.Omitted());
+    AddChanges(restart->changes, told);
+    return picojson::value(told);
+}
+
 } // namespace
 
 void WriteTrialJson(const Output& output, const TrialSubject& subject, const TrialResult& result)
@@ -119,6 +154,7 @@ void WriteTrialJson(const Output& output, const TrialSubject& subject, const Tri
     document["recordName"] = JsonText(result.recordName);
     document["installed"] = picojson::value(result.installations.back().isInstalled);
     document["installations"] = picojson::value(installations);
+    document["restart"] = JsonOf(result.restart);
     document["shell"] = JsonOf(result.shell);
     document["kept"] = result.isKept ? JsonText(subject.keptAt) : picojson::value();
     WriteJson(output, picojson::value(document));

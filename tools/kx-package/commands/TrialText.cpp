@@ -170,6 +170,40 @@ void TellInstallation(const Output& output, const TrialSubject& subject, const T
     TellLog(output, installation);
 }
 
+std::string StartupText(const Restart& restart)
+{
+    switch (restart.script) {
+    case StartupScript::kNone:
+        return "there is no start-up script";
+    case StartupScript::kNotExecutable:
+        return "the start-up script is not executable: a panel does not start it";
+    case StartupScript::kRunning:
+        return "the start-up script still ran after " + io::CountText(restart.seconds, "second");
+    case StartupScript::kStopped:
+        return "the start-up script was ended";
+    case StartupScript::kEnded:
+        break;
+    }
+    return "the start-up script ended with exit status " + std::to_string(*restart.exitStatus);
+}
+
+/// Tells what the start-up script did.
+void TellRestart(const Output& output, const Restart& restart)
+{
+    output.out << '\n'
+               << Coloured(output, Colour::kBold, "The restart") << ": " << StartupText(restart)
+               << '\n';
+    TellRemarks(output, restart.remarks);
+    for (const std::string& line : restart.output.Lines()) {
+        output.out << "  | " << io::Printable(line) << '\n';
+    }
+    const bool isStarted =
+        restart.script != StartupScript::kNone && restart.script != StartupScript::kNotExecutable;
+    if (isStarted) {
+        TellChanges(output, "What the start-up script changed", restart.changes);
+    }
+}
+
 /// Returns a word as the shell of this machine takes it.
 std::string Quoted(const std::string& word)
 {
@@ -213,6 +247,9 @@ void WriteTrialText(const Output& output, const TrialSubject& subject, const Tri
 {
     for (std::size_t i = 0; i < result.installations.size(); ++i) {
         TellInstallation(output, subject, result, i);
+    }
+    if (result.restart.has_value()) {
+        TellRestart(output, *result.restart);
     }
     if (result.shell.has_value()) {
         TellChanges(output, "What the shell changed", result.shell->changes);

@@ -35,6 +35,9 @@ namespace kx::tool
 namespace
 {
 
+constexpr unsigned kUsualBootSeconds = 10;
+constexpr unsigned kMostBootSeconds = 86400;
+
 struct TryOptions {
     std::string package;
     std::string panel;
@@ -44,6 +47,8 @@ struct TryOptions {
     bool hasFailedStep = false;
     bool isTwice = false;
     bool hasShell = false;
+    bool isRestarted = false;
+    unsigned bootSeconds = kUsualBootSeconds;
     std::optional<std::string> keep;
     TrialBounds bounds;
     std::vector<std::string> environment;
@@ -211,6 +216,7 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
     request.bounds = options.bounds;
     request.environment = options.environment;
     request.isTwice = options.isTwice;
+    request.bootSeconds = options.isRestarted ? options.bootSeconds : 0;
     if (options.hasShell) {
         request.shellGreeting = ShellGreeting;
     }
@@ -264,8 +270,15 @@ void AddTry(CLI::App& program, Invocation& invocation)
     CLI::Option* const fail = command->add_option(
         "--fail", options->failedStep,
         "Let this step fail, counted from 1, at its first command; with --twice the first time");
-    command->add_flag("--shell", options->hasShell,
-                      "Open a shell on the panel after the installation");
+    command->add_flag("--boot", options->isRestarted,
+                      "Restart the panel after the installation, and show what its start-up script "
+                      "does");
+    command
+        ->add_option("--boot-seconds", options->bootSeconds,
+                     "The time that --boot gives the script, which need not end")
+        ->check(CLI::Range(1U, kMostBootSeconds))
+        ->capture_default_str();
+    command->add_flag("--shell", options->hasShell, "Open a shell on the panel after all of it");
     command
         ->add_option("--keep", options->keep,
                      "Keep the panel in a new folder, for a shell and for installed and verify")
@@ -295,6 +308,7 @@ void AddTry(CLI::App& program, Invocation& invocation)
         "  kx-package try recipes/package.toml\n"
         "  kx-package try --twice recipes.kx-update\n"
         "  kx-package try --fail 2 recipes.kx-update\n"
+        "  kx-package try --boot recipes.kx-update\n"
         "  kx-package try --shell unpacked/recipes\n"
         "  kx-package try --keep panel recipes.kx-update\n"
         "  kx-package build -o - recipes | kx-package try -\n"

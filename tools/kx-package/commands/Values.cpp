@@ -78,6 +78,11 @@ void AddPanelOption(CLI::App& command, std::string& file)
         ->type_name(kFileValue);
 }
 
+std::string RefuseNoFolder(const std::string& folder)
+{
+    return folder.empty() ? "names no folder" : "";
+}
+
 format::PanelModel PanelOf(const std::string& file, const std::string& processor)
 {
     format::PanelModel panel;

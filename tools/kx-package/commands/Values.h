@@ -49,6 +49,9 @@ void AddPackage(CLI::App& command, const std::string& name, std::string& path);
 /// @param file  gets its value; lives as long as the program
 void AddPanelOption(CLI::App& command, std::string& file);
 
+/// Tells what is wrong with an empty name of a folder; nothing of any other.
+[[nodiscard]] std::string RefuseNoFolder(const std::string& folder);
+
 /// Returns what the options --panel and --processor say about the panel; the processor counts where
 /// both name one.
 /// @param file  empty: nothing is known

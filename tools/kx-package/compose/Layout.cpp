@@ -5,6 +5,7 @@
 #include "archive/TarArchive.h"
 #include "format/FastSteps.h"
 #include "format/Program.h"
+#include "io/Reach.h"
 #include "io/TemporaryFile.h"
 #include "io/Text.h"
 #include "io/Utf8.h"
@@ -26,11 +27,33 @@ namespace kx::tool
 namespace
 {
 
-bool IsFolder(const std::string& path)
+/// Returns the kind of what a manifest names, as stat has it.
+/// @param folder  the manifest's
+/// @param thing   "file" or "folder", what it should be
+/// @throws Error at the place in the manifest when there is nothing, or it may not be looked at
+mode_t KindOfNamed(const std::string& folder, const std::string& named, const std::string& where,
+                   const std::string& thing)
 {
     struct stat info {
     };
-    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+    if (stat(PathFrom(folder, named).c_str(), &info) == 0) {
+        return info.st_mode & S_IFMT;
+    }
+    const int number = errno;
+    if (!io::MeansMissing(number)) {
+        throw io::AccessError(where, "look at '" + named + "'", number);
+    }
+    throw io::Error(io::ExitCode::kProblems, where, "there is no " + thing + " '" + named + "'",
+                    io::NearestPathRemedy(folder, named));
+}
+
+/// Refuses what a manifest names as a folder and is none.
+void RequireFolder(const std::string& folder, const std::string& named, const std::string& where)
+{
+    if (KindOfNamed(folder, named, where, "folder") != S_IFDIR) {
+        throw io::Error(io::ExitCode::kProblems, where, "'" + named + "' is not a folder",
+                        "copy a file in a step of kind copy-files");
+    }
 }
 
 bool IsSameFile(const std::string& one, const std::string& other)
@@ -196,23 +219,14 @@ private:
             files.source.substr(fixed.empty() ? 0 : fixed.size() + (fixed == "/" ? 0 : 1));
         if (!HasWildcard(files.source)) {
             const std::string path = PathFrom(m_manifest.folder, files.source);
-            struct stat info {
-            };
-            if (stat(path.c_str(), &info) != 0) {
-                throw io::Error(io::ExitCode::kProblems, files.where,
-                                "there is no file '" + files.source + "'");
-            }
-            if (!S_ISREG(info.st_mode)) {
+            if (KindOfNamed(m_manifest.folder, files.source, files.where, "file") != S_IFREG) {
                 throw io::Error(io::ExitCode::kProblems, files.where,
                                 "'" + files.source + "' is not a file",
                                 "copy a folder in a step of kind copy-folder");
             }
             return {{rest, path, false}};
         }
-        if (!IsFolder(folder)) {
-            throw io::Error(io::ExitCode::kProblems, files.where,
-                            "there is no folder '" + fixed + "'");
-        }
+        RequireFolder(m_manifest.folder, fixed.empty() ? "." : fixed, files.where);
         std::vector<FoundFile> found = ListTree(folder, FilterOf(rest));
         const auto isLeftOut = [this](const FoundFile& file) {
             return file.isFolder || IsSameFile(file.path, m_output);
@@ -351,10 +365,7 @@ private:
     void AddOtherTree(const ManifestFolder& item, const std::string& number)
     {
         const std::string folder = PathFrom(m_manifest.folder, item.source);
-        if (!IsFolder(folder)) {
-            throw io::Error(io::ExitCode::kProblems, item.where,
-                            "there is no folder '" + item.source + "'");
-        }
+        RequireFolder(m_manifest.folder, item.source, item.where);
         const std::vector<FoundFile> found = ListTree(folder, FilterWithout(item.exclude));
         RefuseIdlePatterns(item, found);
         RefuseIdlePaths(item, "modes", item.modes, found);

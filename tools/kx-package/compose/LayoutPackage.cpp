@@ -5,12 +5,14 @@
 #include "compose/DescriptionWriter.h"
 #include "io/Descriptor.h"
 #include "io/Error.h"
+#include "io/Reach.h"
 #include "io/Transfer.h"
 
 #include <cerrno>
 #include <utility>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace kx::tool
 {
@@ -50,8 +52,8 @@ void LayoutPackage::Add(const archive::ArchiveItem& item,
     } else {
         struct stat info {
         };
-        if (stat(item.source.c_str(), &info) != 0) {
-            throw io::AccessError(item.source, "read", errno);
+        if (stat(item.source.c_str(), &info) != 0 || access(item.source.c_str(), R_OK) != 0) {
+            throw io::ReadError(item.source, "read", errno);
         }
         entry.size = static_cast<std::uint64_t>(info.st_size);
         entry.mode = item.mode.value_or(item.isExecutable ? 0755 : 0644);

@@ -4,6 +4,7 @@
 
 #include "archive/Package.h"
 #include "io/Error.h"
+#include "io/Reach.h"
 #include "io/WholeFile.h"
 #include "manifest/Manifest.h"
 
@@ -23,8 +24,7 @@ namespace fs = std::filesystem;
 
 bool IsFile(const fs::path& path)
 {
-    std::error_code error;
-    return fs::is_regular_file(path, error);
+    return io::IsThere(path.string()) && fs::is_regular_file(path);
 }
 
 } // namespace
@@ -59,7 +59,7 @@ std::optional<format::ProgramHead> ReadUpdaterHead(const std::string& path)
     struct stat info {
     };
     if (stat(path.c_str(), &info) != 0) {
-        throw io::AccessError(path, "open the updater", errno);
+        throw io::ReadError(path, "open the updater", errno);
     }
     if (!S_ISREG(info.st_mode)) {
         return std::nullopt;

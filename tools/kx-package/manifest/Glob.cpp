@@ -3,6 +3,7 @@
 #include "manifest/Glob.h"
 
 #include "io/Error.h"
+#include "io/Reach.h"
 #include "io/Utf8.h"
 
 #include <algorithm>
@@ -107,15 +108,18 @@ void RefuseUnlessFileOrFolder(const std::string& path, struct stat info)
 {
     constexpr const char* kRemedy = "remove it, or list it in 'exclude'";
     const bool isLink = S_ISLNK(info.st_mode);
+    if (isLink && !io::IsThere(path)) {
+        throw io::Error(io::ExitCode::kProblems, path, "is a link that leads nowhere", kRemedy);
+    }
     if (isLink && stat(path.c_str(), &info) != 0) {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is a link that leads nowhere", kRemedy);
+        throw io::AccessError(path, "look at", errno);
     }
     if (isLink && S_ISDIR(info.st_mode)) {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is a link to a folder",
+        throw io::Error(io::ExitCode::kProblems, path, "is a link to a folder",
                         "put the folder itself there, or list the link in 'exclude'");
     }
     if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is neither a file nor a folder", kRemedy);
+        throw io::Error(io::ExitCode::kProblems, path, "is neither a file nor a folder", kRemedy);
     }
 }
 
@@ -177,28 +181,15 @@ std::vector<std::string> IdlePatterns(const std::string& folder, std::vector<std
 std::vector<FoundFile> ListTree(const std::string& folder, const TreeFilter& filter)
 {
     std::vector<FoundFile> found;
-    std::error_code error;
-    fs::recursive_directory_iterator place(folder, error);
-    for (; !error && place != fs::recursive_directory_iterator(); place.increment(error)) {
-        const std::string path = place->path().string();
-        const std::string name = place->path().lexically_relative(folder).string();
-        struct stat info {
-        };
-        if (lstat(path.c_str(), &info) != 0) {
-            throw io::AccessError(path, "look at", errno);
-        }
-        const bool isFolder = S_ISDIR(info.st_mode);
-        if (isFolder && !filter.isEntered(name)) {
-            place.disable_recursion_pending();
-        }
-        if (filter.isWanted(name)) {
-            RefuseUnlessFileOrFolder(path, info);
-            found.push_back({name, path, isFolder});
-        }
-    }
-    if (error) {
-        throw io::AccessError(folder, "list all of the folder", error.value());
-    }
+    io::ForEachBelow(
+        folder, [&](const std::string& name, const std::string& path, const struct stat& info) {
+            const bool isFolder = S_ISDIR(info.st_mode);
+            if (filter.isWanted(name)) {
+                RefuseUnlessFileOrFolder(path, info);
+                found.push_back({name, path, isFolder});
+            }
+            return isFolder && filter.isEntered(name);
+        });
     std::sort(found.begin(), found.end(),
               [](const FoundFile& one, const FoundFile& other) { return one.name < other.name; });
     return found;

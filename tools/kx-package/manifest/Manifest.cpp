@@ -36,7 +36,7 @@ std::string FindManifest(const std::string& path)
     std::string manifest = path + (path.back() == '/' ? "" : "/") + kManifestName;
     // What may not be looked at, or leads to nothing, is told when it is read.
     if (fs::symlink_status(manifest, error).type() == fs::file_type::not_found) {
-        throw io::Error(io::ExitCode::kNoAccess, path,
+        throw io::Error(io::ExitCode::kProblems, path,
                         std::string("there is no ") + kManifestName + " in the folder",
                         "make one with kx-package new");
     }

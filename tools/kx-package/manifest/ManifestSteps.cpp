@@ -214,6 +214,12 @@ ManifestFolder ReadFolder(const format::TomlTable& table, bool isFast)
     return folder;
 }
 
+/// Makes the error of a file that cannot be read one of the place that names it.
+io::Error NamedBy(const std::string& where, const io::Error& error)
+{
+    return {error.Code(), where, error.Where() + ": " + error.what(), error.Remedy()};
+}
+
 /// Reads a script from the file that a key names.
 std::string ReadScriptFile(const format::TomlTable& table, const char* key,
                            const std::string& named, const std::string& folder)
@@ -222,7 +228,7 @@ std::string ReadScriptFile(const format::TomlTable& table, const char* key,
     try {
         text = io::ReadWholeFile(PathFrom(folder, named), kLargestScript);
     } catch (const io::Error& error) {
-        throw io::Error(error.Code(), table.Where(key), error.Line());
+        throw NamedBy(table.Where(key), error);
     }
     if (!io::IsUtf8(text) || text.find('\0') != std::string::npos) {
         throw table.Wrong(key, "names '" + named + "', which is not UTF-8 text",
@@ -391,7 +397,7 @@ ManifestObject ReadVerbatimObject(const format::TomlTable& table, const std::str
     try {
         text = io::ReadWholeFile(object.path, format::kLargestDescription);
     } catch (const io::Error& error) {
-        throw io::Error(error.Code(), table.Where(kKey), error.Line());
+        throw NamedBy(table.Where(kKey), error);
     }
     const auto refuse = [&object](const format::TextPosition& at, const std::string& what) {
         throw io::Error(io::ExitCode::kProblems,

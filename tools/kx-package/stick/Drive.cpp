@@ -3,6 +3,7 @@
 #include "stick/Drive.h"
 
 #include "io/Error.h"
+#include "io/Reach.h"
 #include "io/Transfer.h"
 #include "panel/Names.h"
 
@@ -113,7 +114,7 @@ Drive::Drive(std::string path)
     : m_path(std::move(path)), m_folder(open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
 {
     if (!m_folder.IsOpen()) {
-        throw io::AccessError(m_path, "open", errno);
+        throw io::ReadError(m_path, "open", errno);
     }
     m_mount = MountOf(m_folder, m_path);
     m_device = LookAtOpen(m_folder, m_path).st_dev;

@@ -5,6 +5,7 @@
 #include "io/Interruption.h"
 #include "io/Text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -20,11 +21,6 @@ namespace
 io::Error NoRoom(const std::string& shown, const std::string& what, const char* remedy)
 {
     return {io::ExitCode::kProblems, shown, what, remedy};
-}
-
-std::string FreeText(std::uint64_t bytes)
-{
-    return io::SizeText(bytes) + (bytes == 1 ? " is free" : " are free");
 }
 
 /// Tells whether a file of the package's name and size is on the drive.
@@ -45,23 +41,24 @@ RoomVerdict JudgeRoom(const RoomBalance& balance, const std::string& shown)
     const std::uint64_t package = balance.needed.package;
     const std::uint64_t unpacked = balance.needed.unpacked;
     const std::uint64_t free = balance.room.free + balance.freed;
-    if (package + unpacked > free + balance.older) {
+    const std::uint64_t missing =
+        package + unpacked - std::min(package + unpacked, free + balance.older);
+    if (missing != 0) {
         verdict.problems.push_back(
             NoRoom(shown,
                    "the package takes " + io::SizeText(package) +
-                       " and, where the panel unpacks it beside "
-                       "itself, " +
-                       io::SizeText(unpacked) + "; " + FreeText(free + balance.older),
+                       " and, where the panel unpacks it beside itself, " + io::SizeText(unpacked) +
+                       "; that is " + io::SizeText(missing) + " more than there is",
                    "remove what else is on the drive, or take a larger one"));
     } else if (package > free && !balance.isSameSize) {
         verdict.removesOlder = balance.mayRemoveOlder;
         if (!balance.mayRemoveOlder) {
-            verdict.problems.push_back(
-                NoRoom(shown,
-                       "there is no room for the package beside the older one, which stays until "
-                       "the new one is whole: " +
-                           io::SizeText(package) + " are needed, " + FreeText(free),
-                       "--replace removes the older one before"));
+            verdict.problems.push_back(NoRoom(
+                shown,
+                "there is no room for the package beside the older one, which stays until "
+                "the new one is whole: " +
+                    io::SizeText(package) + " are needed, " + io::SizeText(free) + " are free",
+                "--replace removes the older one before"));
         }
     }
     if (balance.room.countsFiles && balance.needed.files > balance.room.files) {

@@ -53,12 +53,12 @@ bool IsFat(const std::string& type)
 /// How many slots a name takes in its folder.
 std::uint64_t SlotsOf(std::string_view name, const std::string& type)
 {
-    constexpr std::uint64_t kUnitsOfFat = 13;
-    constexpr std::uint64_t kUnitsOfExfat = 15;
-    const std::uint64_t units = Utf16Length(name);
+    constexpr std::uint64_t kLettersOfFat = 13;
+    constexpr std::uint64_t kLettersOfExfat = 15;
+    const std::uint64_t length = Utf16Length(name);
     // FAT has one besides the name's, exFAT two; of others this is more than enough.
-    return IsFat(type) ? 1 + RoundedUp(units, kUnitsOfFat) / kUnitsOfFat
-                       : 2 + RoundedUp(units, kUnitsOfExfat) / kUnitsOfExfat;
+    return IsFat(type) ? 1 + RoundedUp(length, kLettersOfFat) / kLettersOfFat
+                       : 2 + RoundedUp(length, kLettersOfExfat) / kLettersOfExfat;
 }
 
 std::string FolderOfEntry(const std::string& name)
@@ -148,7 +148,7 @@ public:
     {
         if (m_omitted != 0) {
             m_problems.emplace_back(io::ExitCode::kProblems, m_shown,
-                                    std::to_string(m_omitted) + " more of that kind", "");
+                                    std::to_string(m_omitted) + " more like these", "");
         }
         return std::move(m_problems);
     }

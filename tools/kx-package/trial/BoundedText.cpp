@@ -36,6 +36,11 @@ void BoundedText::Append(std::string_view piece)
     }
 }
 
+std::optional<std::string> BoundedText::Bytes() const
+{
+    return m_omitted == 0 ? std::optional(m_begin + m_end) : std::nullopt;
+}
+
 std::vector<std::string> BoundedText::Lines() const
 {
     std::vector<std::string> lines;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,9 @@ public:
 
     /// How many bytes between the beginning and the end were not kept.
     [[nodiscard]] std::uint64_t Omitted() const { return m_omitted + Surplus(); }
+
+    /// All bytes as they came; nothing when some were left out.
+    [[nodiscard]] std::optional<std::string> Bytes() const;
 
     /// The lines, without their ends. Where bytes were left out, a line tells so.
     [[nodiscard]] std::vector<std::string> Lines() const;

@@ -118,6 +118,12 @@ public:
         if (m_request.isTwice && result.installations.front().isUnpacked) {
             result.installations.push_back(Install(std::nullopt));
         }
+        if (m_request.bootSeconds != 0 && m_road.isFound) {
+            PullDrive();
+            result.restart =
+                PlayRestart(m_panel, m_request.bootSeconds, m_request.bounds.seconds,
+                            m_panel.Scratch("changes"), [this] { return ReadChanges(); });
+        }
         if (m_request.shellGreeting) {
             result.shell = VisitShell(result.installations.back().isInstalled);
         }
@@ -358,7 +364,7 @@ std::string NamedPath(const std::string& path)
         named = fs::canonical(named).string();
     }
     if (named == "/") {
-        throw io::Error(io::ExitCode::kNoAccess, path, "is not a package",
+        throw io::Error(io::ExitCode::kProblems, path, "is not a package",
                         "name a package or the folder of an unpacked one");
     }
     return named;

@@ -4,6 +4,7 @@
 
 #include "trial/BoundedText.h"
 #include "trial/PanelChanges.h"
+#include "trial/Restart.h"
 #include "trial/Road.h"
 #include "trial/ShellFailure.h"
 #include "trial/TrialPanel.h"
@@ -29,6 +30,7 @@ struct TrialRequest {
     std::vector<std::string> environment;
     std::string keepAt; ///< full path at which the panel is kept; empty for not at all
     bool isTwice = false;
+    unsigned bootSeconds = 0; ///< that the start-up script is given at a restart; 0: there is none
     /// Returns the line that a shell on the panel begins with; without it there is no shell.
     std::function<std::string(bool isInstalled)> shellGreeting;
     std::optional<ShellFailure> failure; ///< of the first installation
@@ -62,6 +64,7 @@ struct ShellVisit {
 struct TrialResult {
     std::string recordName;                  ///< of the record's folder
     std::vector<Installation> installations; ///< one, or two
+    std::optional<Restart> restart;
     std::optional<ShellVisit> shell;
     bool isKept = false; ///< the panel, at TrialRequest::keepAt
 };

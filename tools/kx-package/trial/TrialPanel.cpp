@@ -239,7 +239,8 @@ PanelResult TrialPanel::Run(const std::vector<std::string>& options,
         result.remarks = {"ended because the panel's files take more than " +
                           std::to_string(m_bounds.disk) + " MiB; see --disk"};
     }
-    result.isStopped = isFull || (hasSaid && ended.status == kDeviceTimeOver);
+    result.isTimeOver = !isFull && hasSaid && ended.status == kDeviceTimeOver;
+    result.isStopped = isFull || result.isTimeOver;
     return result;
 }
 

@@ -23,8 +23,9 @@ struct TrialBounds {
 
 /// How a command on the panel ended.
 struct PanelResult {
-    int status = 0;         ///< its exit status
-    bool isStopped = false; ///< a bound was reached
+    int status = 0;          ///< its exit status
+    bool isStopped = false;  ///< a bound was reached
+    bool isTimeOver = false; ///< that of the time
     BoundedText out;
     std::vector<std::string> remarks; ///< what the device says about the run
 };
