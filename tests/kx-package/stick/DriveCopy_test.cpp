@@ -504,7 +504,7 @@ TEST(SourceFileOf, WhatIsNoFileIsRefused)
     EXPECT_EQ(refusal("-"), "2: -: is no package file; kx-package build makes one");
     EXPECT_EQ(refusal(disk / "none"),
               "1: " + (disk / "none") + ": cannot open: No such file or directory");
-    EXPECT_EQ(refusal("/dev/null"), "3: /dev/null: is not a file");
+    EXPECT_EQ(refusal("/dev/null"), "2: /dev/null: is no package file; kx-package build makes one");
 }
 
 } // namespace

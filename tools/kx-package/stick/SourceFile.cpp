@@ -26,7 +26,9 @@ bool IsSameMoment(const timespec& one, const timespec& other)
 io::Descriptor OpenSource(const std::string& path)
 {
     std::error_code error;
-    if (path == io::kStandardInput || std::filesystem::is_directory(path, error)) {
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    if (path == io::kStandardInput ||
+        (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))) {
         throw io::Error(io::ExitCode::kWrongUse, path, "is no package file",
                         "kx-package build makes one");
     }
