@@ -222,6 +222,17 @@ END
         'made to fail: step 1, cp -f "/mnt/usb/Bar.temp/0/0/app" "/opt/demo/app"' ]
 }
 
+@test "what try writes as JSON keeps to its schema" {
+    hello Foo.kx-update
+    "$KX_PACKAGE" schema json-try -o schema.json
+    for words in '--twice' '--boot --fail 1'; do
+        # shellcheck disable=SC2086 # words
+        prepare_try --json $words Foo.kx-update
+        "${TRY[@]}" >"$OUT" || true
+        /usr/bin/python3 "$ROOT/tests/kx-package/json_document.py" schema.json "$OUT"
+    done
+}
+
 @test "what cannot be read is told in one line" {
     local name
     for name in none none.toml none.kx-update; do

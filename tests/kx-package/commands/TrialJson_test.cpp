@@ -25,7 +25,7 @@ TEST(WriteTrialJson, TellsEverything)
     ASSERT_EQ(picojson::parse(told, out.str()), "");
     EXPECT_EQ(
         told.serialize(),
-        R"({"installations":[{"exitCode":101,"failedSteps":[)"
+        R"({"formatVersion":1,"installations":[{"exitCode":101,"failedSteps":[)"
         R"({"command":"run","failures":1,"kind":"script","skipped":true,"step":2,)"
         R"("why":"exit status 3"},{"command":"echo 'a:********' | chpasswd",)"
         R"("failures":3,"kind":null,"skipped":false,"step":4,"why":null}],"files":[)"
