@@ -313,6 +313,24 @@ void AddBounds(CLI::App& command, TrialBounds& bounds)
         ->capture_default_str();
 }
 
+/// Adds what may follow the installation.
+void AddAftermath(CLI::App& command, TryOptions& options)
+{
+    command.add_flag("--boot", options.isRestarted,
+                     "Restart the panel after the installation, and show what its start-up script "
+                     "does");
+    command
+        .add_option("--boot-seconds", options.bootSeconds,
+                    "The time that --boot gives the script, which need not end")
+        ->check(CLI::Range(1U, kMostBootSeconds))
+        ->capture_default_str();
+    command.add_flag("--shell", options.hasShell, "Open a shell on the panel after all of it");
+    command
+        .add_option("--keep", options.keep,
+                    "Keep the panel in a new folder, for a shell and for installed and verify")
+        ->type_name(kFolderValue);
+}
+
 } // namespace
 
 void AddTry(CLI::App& program, Invocation& invocation)
@@ -326,19 +344,7 @@ void AddTry(CLI::App& program, Invocation& invocation)
     CLI::Option* const fail = command->add_option(
         "--fail", options->failedStep,
         "Let this step fail, counted from 1, at its first command; with --twice the first time");
-    command->add_flag("--boot", options->isRestarted,
-                      "Restart the panel after the installation, and show what its start-up script "
-                      "does");
-    command
-        ->add_option("--boot-seconds", options->bootSeconds,
-                     "The time that --boot gives the script, which need not end")
-        ->check(CLI::Range(1U, kMostBootSeconds))
-        ->capture_default_str();
-    command->add_flag("--shell", options->hasShell, "Open a shell on the panel after all of it");
-    command
-        ->add_option("--keep", options->keep,
-                     "Keep the panel in a new folder, for a shell and for installed and verify")
-        ->type_name(kFolderValue);
+    AddAftermath(*command, *options);
     command
         ->add_option("--updater", options->updater,
                      "The updater that installs, instead of this machine's own")
