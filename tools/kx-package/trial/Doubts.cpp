@@ -54,7 +54,7 @@ std::vector<std::string> DoubtsOf(const std::vector<StartedProgram>& programs,
         if (const std::string doubt = DoubtOf(program, processor); !doubt.empty()) {
             const std::string starter =
                 program.step == 0 ? who : "step " + std::to_string(program.step);
-            AddOnce(doubts, starter + " starts programs for " + doubt);
+            AddOnce(doubts, std::string(starter).append(" starts programs for ").append(doubt));
         }
     }
     return doubts;

@@ -57,8 +57,9 @@ bool Copies(const std::string& command, const std::string& copied)
          at = copied.find(kTo, at + 1)) {
         const std::string source = copied.substr(0, at);
         const std::string target = copied.substr(at + kTo.size());
-        if (command == "cp -f \"" + source + "\" \"" + target + "\" " ||
-            StartsWith(command, "cp -f \"" + source + "/")) {
+        const std::string copy = std::string("cp -f \"").append(source);
+        if (command == std::string(copy).append("\" \"").append(target).append("\" ") ||
+            StartsWith(command, copy + "/")) {
             return true;
         }
     }

@@ -173,10 +173,12 @@ void StepLog::TakeLine()
 /// Takes "2/4" when it tells the next step.
 void StepLog::Begin(std::string_view numbers)
 {
-    std::string_view next;
+    std::string_view step;
     std::string_view count;
-    if (!Split(numbers, "/", next, count) || NumberOf(next) != m_step + 1 ||
-        NumberOf(count) <= m_step || (m_count != 0 && NumberOf(count) != m_count)) {
+    const bool isSplit =
+        Split(numbers, "/", step, count); // NOLINT(readability-suspicious-call-argument)
+    if (!isSplit || NumberOf(step) != m_step + 1 || NumberOf(count) <= m_step ||
+        (m_count != 0 && NumberOf(count) != m_count)) {
         return;
     }
     m_count = NumberOf(count);
