@@ -33,13 +33,13 @@ LIB = {
                JSON | {"toml++", "gelf.h", "libelf.h"}),
     "signature": ({"io", "panel", "archive", "format/TomlTable.h"}, {"openssl"}),
     "rehearsal": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
-    "checks": ({"io", "panel", "archive", "format", "rehearsal", "osa", "model"}, JSON),
+    "checks": ({"io", "panel", "archive", "format", "rehearsal", "signature", "osa", "model"}, JSON),
     "registry": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
 }
 TOOL = {
     "common": ({"io"}, JSON),
     "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, set()),
-    "compose": ({"io", "archive", "format", "model", "common", "manifest"}, set()),
+    "compose": ({"io", "archive", "format", "signature", "model", "common", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
     "stick": ({"io", "panel", "archive", "engine"}, set()),

@@ -57,6 +57,7 @@ public:
         m_unpacked->Stream(name, sink);
     }
     [[nodiscard]] int UnpackStatus() const override { return m_unpacked->UnpackStatus(); }
+    [[nodiscard]] const ByteSource* Bytes() const override { return &m_bytes; }
 
 private:
     std::unique_ptr<io::StandardInput> m_input;

@@ -17,6 +17,8 @@
 namespace kx::archive
 {
 
+class ByteSource;
+
 /// The names that the updater gives to what a package holds.
 constexpr const char* kDescriptionName = panel::kDescription;
 constexpr const char* kUpdaterName = panel::kUpdater;
@@ -85,6 +87,9 @@ public:
     /// all contents are read.
     /// @throws Error when it cannot be read
     [[nodiscard]] virtual int UnpackStatus() const;
+
+    /// The bytes of an archive; null of anything else. They live as long as the package.
+    [[nodiscard]] virtual const ByteSource* Bytes() const { return nullptr; }
 
     /// Returns the entry of that name, or null.
     [[nodiscard]] const PackageEntry* Find(const std::string& name) const;

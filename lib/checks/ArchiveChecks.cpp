@@ -320,11 +320,13 @@ private:
 } // namespace
 
 void CheckArchive(const archive::ZipStructure& zip, const archive::UnpackVerdict& verdict,
-                  Findings& findings)
+                  std::optional<std::size_t> block, Findings& findings)
 {
     VerdictCheck check(zip, findings);
     for (const archive::UnpackFault& fault : verdict.faults) {
-        check.Tell(fault);
+        if (fault.reason != archive::UnpackReason::kStructure || fault.index != block) {
+            check.Tell(fault);
+        }
     }
     if (zip.Has(archive::ZipFlaw::kNoEnd) || zip.Has(archive::ZipFlaw::kTooMany)) {
         return;

@@ -5,12 +5,16 @@
 #include "archive/UnpackVerdict.h"
 #include "checks/Findings.h"
 
+#include <cstddef>
+#include <optional>
+
 namespace kx::checks
 {
 
 /// Tells what the device's unzip makes of an archive, by its verdict and its entries' names.
 /// @param verdict  JudgeUnpacking of the structure
+/// @param block    index of the structure's fault that is but the block of signatures
 void CheckArchive(const archive::ZipStructure& zip, const archive::UnpackVerdict& verdict,
-                  Findings& findings);
+                  std::optional<std::size_t> block, Findings& findings);
 
 } // namespace kx::checks

@@ -9,6 +9,7 @@
 #include "checks/EntryChecks.h"
 #include "checks/InstallationChecks.h"
 #include "checks/NameChecks.h"
+#include "checks/SignatureChecks.h"
 #include "checks/StepChecks.h"
 #include "checks/UpdaterChecks.h"
 #include "io/StandardInput.h"
@@ -102,7 +103,9 @@ void CheckArchivePackage(const std::string& path, const archive::ByteSource& sou
 {
     const archive::ZipStructure zip = archive::ReadZipStructure(source);
     const archive::UnpackVerdict verdict = archive::JudgeUnpacking(source, zip);
-    CheckArchive(zip, verdict, findings);
+    const std::string record =
+        path == io::kStandardInputName ? std::string() : format::RecordName(path);
+    CheckArchive(zip, verdict, CheckSignatures(source, zip, record, expected, findings), findings);
     if (HasTooManyNames(zip)) {
         findings.Add(RuleId::kArchiveTooMany, Location::Whole(),
                      "its names are too many or too long");
@@ -119,12 +122,14 @@ Findings CheckPackage(const std::string& path, const Expected& expected)
     if (path == io::kStandardInput) {
         const io::StandardInput input;
         Findings findings;
+        CheckKeys(expected, findings);
         CheckArchivePackage(io::kStandardInputName, archive::FileBytes(input.Path()), expected,
                             findings);
         findings.Sort();
         return findings;
     }
     Findings findings;
+    CheckKeys(expected, findings);
     const bool isArchive = archive::NamesArchive(path);
     CheckPackageName(path, isArchive, findings);
     if (isArchive) {
@@ -132,6 +137,7 @@ Findings CheckPackage(const std::string& path, const Expected& expected)
         CheckNeighbours(path, findings);
         CheckArchivePackage(path, source, expected, findings);
     } else {
+        CheckUnsignable(expected, findings);
         CheckContents(*archive::OpenFolder(WithoutMark(path)), expected, findings);
     }
     findings.Sort();

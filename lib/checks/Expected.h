@@ -3,6 +3,7 @@
 #pragma once
 
 #include "format/PanelFile.h"
+#include "signature/TrustedKeys.h"
 
 #include <cstddef>
 #include <optional>
@@ -39,10 +40,12 @@ public:
 
 /// What is known besides the package itself.
 struct Expected {
-    format::PanelModel panel;  ///< that it is for
-    std::string name;          ///< the package's own, by its manifest; empty when not known
-    bool hasUpdater = true;    ///< false: the package gets its updater later
-    IShells* shells = nullptr; ///< null: scripts are not read by a shell
+    format::PanelModel panel; ///< that it is for
+    std::string name;         ///< the package's own, by its manifest; empty when not known
+    bool hasUpdater = true;   ///< false: the package gets its updater later
+    const signature::TrustedKeys* keys = nullptr; ///< that the panel trusts; null: not known
+    bool requiresSignature = false;               ///< the panel installs nothing else; needs keys
+    IShells* shells = nullptr;                    ///< null: scripts are not read by a shell
 };
 
 } // namespace kx::checks

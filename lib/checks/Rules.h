@@ -55,6 +55,16 @@ enum class RuleId : std::size_t {
     kEntryVersion,
     kEntryLink,
     kEntryLabel,
+    // signatures
+    kSignatureMissing,
+    kSignatureDamaged,
+    kSignatureChanged,
+    kSignatureBad,
+    kSignatureUntrusted,
+    kSignatureHidden,
+    kSignatureName,
+    kSignatureModels,
+    kSignatureKey,
     // names in the package
     kPathEmpty,
     kPathAbsolute,

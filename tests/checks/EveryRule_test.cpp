@@ -33,7 +33,7 @@ std::vector<RuleCase> AllCases()
 {
     std::vector<RuleCase> cases;
     for (const std::vector<RuleRow>* const rows :
-         {&NameRows(), &ArchiveRows(), &EntryRows(), &PathRows(), &UpdaterRows(),
+         {&NameRows(), &ArchiveRows(), &EntryRows(), &SignatureRows(), &PathRows(), &UpdaterRows(),
           &DescriptionRows(), &ClassRows(), &StepRows(), &TargetRows(), &ScriptRows(),
           &SettingRows(), &PayloadRows()}) {
         for (const RuleRow& row : *rows) {

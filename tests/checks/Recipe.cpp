@@ -105,6 +105,10 @@ Findings CheckIn(const TempDir& folder, const std::string& path, const Recipe& r
     }
     expected.name = recipe.ownName;
     expected.shells = &shells;
+    const signature::TrustedKeys keys =
+        recipe.trusted ? recipe.trusted() : signature::TrustedKeys();
+    expected.keys = recipe.trusted || recipe.requiresSignature ? &keys : nullptr;
+    expected.requiresSignature = recipe.requiresSignature;
     return CheckPackage(path, expected);
 }
 

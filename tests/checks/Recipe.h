@@ -4,6 +4,7 @@
 
 #include "archive/ZipOf.h"
 #include "checks/Findings.h"
+#include "signature/TrustedKeys.h"
 
 #include <functional>
 #include <string>
@@ -27,6 +28,8 @@ public:
     std::string panel;                   ///< the panel's description; nothing known when empty
     std::vector<std::string> panelFiles; ///< in the copy of its files; no copy without any
     std::string ownName;                 ///< by the manifest; not known when empty
+    std::function<signature::TrustedKeys()> trusted; ///< keys of the panel; not known when unset
+    bool requiresSignature = false;
     std::function<void(std::string& zip)> damage; ///< done to the finished archive, when set
 
     /// Replaces a text in the description; it must be there.

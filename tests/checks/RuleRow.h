@@ -78,6 +78,7 @@ std::string PathOf(const std::string& folder, std::size_t size);
 const std::vector<RuleRow>& NameRows();
 const std::vector<RuleRow>& ArchiveRows();
 const std::vector<RuleRow>& EntryRows();
+const std::vector<RuleRow>& SignatureRows();
 const std::vector<RuleRow>& PathRows();
 const std::vector<RuleRow>& UpdaterRows();
 const std::vector<RuleRow>& DescriptionRows();

@@ -103,6 +103,49 @@ END
     cmp "$STATE/drive/Foo.kx-update" "$DRIVE/Foo.kx-update"
 }
 
+@test "a signed package file is installed like any other" {
+    drive_package Foo <<'END'
+copy_file(item(r"C:\work\app.bin", "/opt/demo/app.bin", "755", "program\n"), record=True)
+END
+    (
+        cd "$WORK"
+        "$KX_PACKAGE" key new one
+        "$KX_PACKAGE" key new --type p256 two
+        "$KX_PACKAGE" sign --key one.key.pem "$DRIVE/Foo.kx-update"
+        "$KX_PACKAGE" sign --key two.key.pem "$DRIVE/Foo.kx-update"
+    ) >"$WORK/signed"
+
+    window --keep --look 'cat /opt/demo/app.bin; ls -A /var/lib/KxUserPackages /mnt/usb' \
+        <<<"$TO_THE_END"
+
+    expect_status 0
+    expect_transcript <<END
+$INSTALLED
+**** Installation step 1/1
+Installation succeeded.
+$REMOVE
+END
+    expect_window Foo <<'END'
+[sync]
+[/usr/bin/kxsystem/wprotect_off]
+[mkdir -p "/opt/demo/"]
+[cp -f "/mnt/usb/Foo.temp/0/0/app.bin" "/opt/demo/app.bin" ]
+[chmod 755 "/opt/demo/app.bin" ]
+[mkdir -p "/var/lib/KxUserPackages/Foo"]
+[cp -f "/mnt/usb/Foo.temp/UserPackage.kx-project" "/var/lib/KxUserPackages/Foo/UserPackage.kx-project" ]
+[sync]
+END
+    expect_panel <<'END'
+program
+/mnt/usb:
+
+/var/lib/KxUserPackages:
+Foo
+END
+    cmp "$STATE/drive/Foo.kx-update" "$DRIVE/Foo.kx-update"
+    grep -c KX-SIGNATURES "$STATE/drive/Foo.kx-update"
+}
+
 # The drive is gone when OK is pressed.
 PULLED="$INSTALL
 wait button OkButton

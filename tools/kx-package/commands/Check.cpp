@@ -7,10 +7,12 @@
 #include "commands/ManifestChecks.h"
 #include "commands/Values.h"
 #include "compose/PackageSource.h"
+#include "io/Error.h"
 #include "io/StandardInput.h"
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,15 +27,36 @@ namespace
 struct CheckArguments {
     std::vector<std::string> paths;
     PanelOptions panel;
+    std::string keys; ///< folder of those that the panel trusts
+    bool requiresSignature = false;
     bool isStrict = false;
 };
 
 checks::Findings FindingsOf(const std::string& path, const CheckArguments& arguments,
                             const checks::Expected& expected)
 {
-    return path != io::kStandardInput && IsSource(path)
-               ? CheckManifestFile(path, arguments.panel, expected.shells)
-               : checks::CheckPackage(path, expected);
+    if (path == io::kStandardInput || !IsSource(path)) {
+        return checks::CheckPackage(path, expected);
+    }
+    if (arguments.requiresSignature) {
+        throw io::Error(io::ExitCode::kWrongUse, path, "is a source, which nobody signs",
+                        "name the package that was built of it");
+    }
+    return CheckManifestFile(path, arguments.panel, expected.shells);
+}
+
+/// Returns the keys of the folder that was named, if one was.
+std::optional<signature::TrustedKeys> KeysFor(const CheckArguments& arguments)
+{
+    if (arguments.keys.empty()) {
+        if (arguments.requiresSignature) {
+            throw io::Error(io::ExitCode::kWrongUse, "check",
+                            "--require-signature needs the keys that the panel trusts",
+                            "name their folder with --keys");
+        }
+        return {};
+    }
+    return signature::ReadTrustedKeys(arguments.keys);
 }
 
 io::ExitCode Check(const Output& output, const CheckArguments& arguments)
@@ -42,6 +65,9 @@ io::ExitCode Check(const Output& output, const CheckArguments& arguments)
     checks::Expected expected;
     expected.panel = PanelOf(arguments.panel.file, arguments.panel.processor);
     expected.shells = &shells;
+    const std::optional<signature::TrustedKeys> keys = KeysFor(arguments);
+    expected.keys = keys.has_value() ? &*keys : nullptr;
+    expected.requiresSignature = arguments.requiresSignature;
     std::vector<Checked> all;
     for (const std::string& path : arguments.paths) {
         all.emplace_back(path, FindingsOf(path, arguments, expected), arguments.isStrict);
@@ -73,6 +99,12 @@ void AddCheck(CLI::App& program, Invocation& invocation)
                      "The panel's processor: is the updater made for it?")
         ->type_name(ChoiceOf(format::ProcessorNames()));
     AddPanelOption(*command, arguments->panel.file);
+    command
+        ->add_option("--keys", arguments->keys,
+                     "The folder of the keys that the panel trusts: are the signatures good?")
+        ->type_name(kFolderValue);
+    command->add_flag("--require-signature", arguments->requiresSignature,
+                      "The panel installs nothing without a signature by one of the keys");
     command->footer("Exit status: 0 no problems, 1 problems, 2 wrong use, 3 could not read.\n"
                     "Errors are problems; warnings are with --strict; notes never are.\n"
                     "\n"
@@ -81,6 +113,7 @@ void AddCheck(CLI::App& program, Invocation& invocation)
                     "  kx-package check hello/package.toml\n"
                     "  kx-package check --panel tp-0700.toml *.kx-update\n"
                     "  kx-package check --strict --processor arm hello.kx-update\n"
+                    "  kx-package check --keys keys --require-signature hello.kx-update\n"
                     "  kx-package check --json pkg/ | jq -r '.findings[].id'");
     command->callback([&invocation, arguments] {
         invocation.run = [arguments](const Output& output) { return Check(output, *arguments); };

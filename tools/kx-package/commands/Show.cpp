@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
 #include "commands/FastText.h"
+#include "commands/SignerText.h"
 #include "commands/Values.h"
 #include "compose/PackageSource.h"
 #include "format/Kinds.h"
@@ -12,6 +13,7 @@
 #include "rehearsal/Rehearsal.h"
 
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -128,7 +130,7 @@ Recorded RecordedOf(const OpenedPackage& opened)
 }
 
 picojson::value SummaryAsJson(const archive::Package& package, const format::Summary& summary,
-                              const Recorded& recorded)
+                              const Recorded& recorded, const std::optional<SignerReport>& signers)
 {
     return picojson::value(picojson::object{
         {"package", JsonText(package.Path())},
@@ -145,6 +147,7 @@ picojson::value SummaryAsJson(const archive::Package& package, const format::Sum
                         {"files", JsonNumber(summary.files)},
                         {"size", JsonNumber(summary.size)},
                     })},
+        {"signature", SignersAsJson(signers)},
         {"steps", ArrayOf(summary.steps, StepAsJson)},
         {"fastFolders", FastFoldersAsJson(summary.fastFolders)},
         {"recorded", picojson::value(picojson::object{
@@ -290,16 +293,19 @@ void TellList(const Output& output, const char* heading, const std::vector<std::
     }
 }
 
-io::ExitCode Show(const std::string& path, format::Secrets secrets, const Output& output)
+io::ExitCode Show(const std::string& path, const std::string& keys, format::Secrets secrets,
+                  const Output& output)
 {
     const OpenedPackage opened = OpenAsPackage(path);
     const format::Summary summary = format::Summarize(*opened.package, secrets);
     const Recorded recorded = RecordedOf(opened);
+    const std::optional<SignerReport> signers = SignersOf(*opened.package, keys);
     if (output.isJson) {
-        WriteJson(output, SummaryAsJson(*opened.package, summary, recorded));
+        WriteJson(output, SummaryAsJson(*opened.package, summary, recorded, signers));
         return io::ExitCode::kFine;
     }
     TellIdentity(output, opened, summary);
+    TellSigners(output, signers);
     auto fast = summary.fastFolders.begin();
     for (std::size_t i = 0; i < summary.steps.size(); ++i) {
         if (fast != summary.fastFolders.end() && fast->copy == i) {
@@ -329,8 +335,11 @@ void AddShow(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand("show", "Show what is in a package");
     const auto path = std::make_shared<std::string>();
+    const auto keys = std::make_shared<std::string>();
     const auto areSecretsShown = std::make_shared<bool>(false);
     AddPackage(*command, "package", *path);
+    command->add_option("--keys", *keys, "The folder of public keys by which signers are known")
+        ->type_name(kFolderValue);
     command->add_flag("--show-secrets", *areSecretsShown, "Show passwords, too");
     command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer("Passwords are masked.\n\n"
@@ -338,10 +347,10 @@ void AddShow(CLI::App& program, Invocation& invocation)
                     "  kx-package show recipes.kx-update\n"
                     "  kx-package show recipes/package.toml\n"
                     "  kx-package show --json recipes.kx-update | jq -r '.steps[].kind'");
-    command->callback([path, areSecretsShown, &invocation] {
-        invocation.run = [path, areSecretsShown](const Output& output) {
-            return Show(*path, *areSecretsShown ? format::Secrets::kShow : format::Secrets::kMask,
-                        output);
+    command->callback([path, keys, areSecretsShown, &invocation] {
+        invocation.run = [path, keys, areSecretsShown](const Output& output) {
+            return Show(*path, *keys,
+                        *areSecretsShown ? format::Secrets::kShow : format::Secrets::kMask, output);
         };
     });
 }

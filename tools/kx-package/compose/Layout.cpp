@@ -3,6 +3,7 @@
 #include "compose/Layout.h"
 
 #include "archive/TarArchive.h"
+#include "compose/PrivateKeys.h"
 #include "format/FastSteps.h"
 #include "format/Program.h"
 #include "io/Reach.h"
@@ -251,6 +252,7 @@ private:
         }
         const std::string fixed = FixedFolder(files.source);
         for (const FoundFile& file : found) {
+            RefusePrivateKey(file.path, file.name, files.where);
             const std::string below = fixed.empty() ? "" : fixed == "/" ? fixed : fixed + "/";
             std::string source = below + file.name;
             std::string base = file.name.substr(file.name.rfind('/') + 1);
@@ -428,6 +430,7 @@ private:
                 AddFolderIfEmpty(found, i, number + name + "/");
                 continue;
             }
+            RefusePrivateKey(file.path, file.name, item.where);
             const auto mode = item.modes.find(file.name);
             const bool isProgram = FitsAny(item.executable, file.name);
             if (!isProgram && mode == item.modes.end() && LooksExecutable(file.path)) {
