@@ -57,8 +57,8 @@ TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL}
 DEVICE = (
     ("kxdevice.linux", "kxdevice.names", "kxdevice.cgroups", "kxdevice.link"),
     ("kxdevice.trees", "kxdevice.ids", "kxdevice.options"),
-    ("kxdevice.state", "kxdevice.files", "kxdevice.etc", "kxdevice.launch", "kxdevice.trace",
-     "kxdevice.usr", "kxdevice.summary"),
+    ("kxdevice.state", "kxdevice.files", "kxdevice.etc", "kxdevice.launch",
+     "kxdevice.programs", "kxdevice.trace", "kxdevice.usr", "kxdevice.summary"),
     ("kxdevice.host", "kxdevice.tools"),
     ("kxdevice.panel", "kxdevice.drive"),
     ("kxdevice.supervisor",),

@@ -33,6 +33,9 @@ AT_FDCWD = -100
 AT_EMPTY_PATH = 0x1000
 AT_RECURSIVE = 0x8000
 OPEN_TREE_CLONE = 0x1
+FSOPEN_CLOEXEC = 0x1
+FSCONFIG_CMD_CREATE = 6
+FSMOUNT_CLOEXEC = 0x1
 MOVE_MOUNT_F_EMPTY_PATH = 0x4
 MOUNT_ATTR_RDONLY = 0x1
 MOUNT_ATTR_NOSUID = 0x2
@@ -54,8 +57,8 @@ SECCOMP_RET_ALLOW = 0x7FFF0000
 SECCOMP_RET_USER_NOTIF = 0x7FC00000
 
 # Numbers below 424 differ between the processors, later ones are the same everywhere.
-_COMMON = {"open_tree": 428, "move_mount": 429, "mount_setattr": 442,
-           "openat2": 437}
+_COMMON = {"open_tree": 428, "move_mount": 429, "fsopen": 430, "fsconfig": 431, "fsmount": 432,
+           "openat2": 437, "mount_setattr": 442}
 _NUMBERS = {
     "x86_64": {"pivot_root": 155, "keyctl": 250, "seccomp": 317, "execve": 59, "execveat": 322,
                "audit": 0xC000003E},
@@ -175,16 +178,27 @@ def open_tree(path, flags=OPEN_TREE_CLONE, directory=AT_FDCWD):
                     flags | os.O_CLOEXEC)
 
 
-def open_inside(path, directory=AT_FDCWD):
-    """Opens a folder of the panel as a place; returns its descriptor.
+def open_inside(path, directory=AT_FDCWD, flags=os.O_PATH | os.O_DIRECTORY):
+    """Opens a folder of the panel as a place, or what the flags say; returns its descriptor.
 
     Links are followed inside the panel's root, but not those of /proc, which lead to wherever a
     process holds something open.
     """
-    how = struct.pack("=QQQ", os.O_PATH | os.O_DIRECTORY | os.O_CLOEXEC, 0,
+    how = struct.pack("=QQQ", flags | os.O_CLOEXEC, 0,
                       RESOLVE_NO_MAGICLINKS | RESOLVE_IN_ROOT)
     return _syscall("openat2", directory, ctypes.c_char_p(_bytes(path)),
                     ctypes.c_char_p(how), len(how))
+
+
+def mount_detached(kind):
+    """Returns a descriptor of a new file system that is mounted nowhere."""
+    opened = _syscall("fsopen", ctypes.c_char_p(_bytes(kind)), FSOPEN_CLOEXEC)
+    try:
+        _syscall("fsconfig", opened, FSCONFIG_CMD_CREATE, None, None, 0)
+        return _syscall("fsmount", opened, FSMOUNT_CLOEXEC,
+                        MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV)
+    finally:
+        os.close(opened)
 
 
 def move_mount(descriptor, path, directory=AT_FDCWD):

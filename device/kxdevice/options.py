@@ -48,6 +48,9 @@ Reports
   --trace FILE         write one line per call of a stand-in and per drive event, fields
                        separated by tabs; \\\\, \\t and \\n inside a field are written as such
   --trace-shell        also one line per command string handed to sh -c
+  --trace-programs     also one line per command string that COMMAND itself hands to sh -c,
+                       and per start of a program of the panel's own files: what processor
+                       it is for, and whether it can run here
   --summary[=FILE]     tell people what the run changed (on stderr, or in FILE)
   --summary-json FILE  the same for programs
 
@@ -100,6 +103,7 @@ class Options(NamedTuple):
     read_only: tuple = ()
     trace: str = ""
     trace_shell: bool = False
+    trace_programs: bool = False
     summary: str = ""  # "-" is stderr
     summary_json: str = ""
     memory: int = 4096
@@ -185,7 +189,8 @@ def _folder(name, text):
     return os.path.realpath(text)
 
 
-_FLAGS = {"boot", "erase", "help", "ignore-sigchld", "no-startup", "trace-shell"}
+_FLAGS = {"boot", "erase", "help", "ignore-sigchld", "no-startup", "trace-programs",
+          "trace-shell"}
 _LISTS = {
     "share": lambda text: _host_and_inside("share", text),
     "put": lambda text: _host_and_inside("put", text),
@@ -264,8 +269,9 @@ def _check(options):
         return
     if options.no_startup and not options.boot:
         raise UsageError("--no-startup needs --boot")
-    if options.trace_shell and not options.trace:
-        raise UsageError("--trace-shell needs --trace FILE")
+    for name in ("trace-shell", "trace-programs"):
+        if getattr(options, name.replace("-", "_")) and not options.trace:
+            raise UsageError(f"--{name} needs --trace FILE")
     if not options.chdir.startswith("/"):
         raise UsageError("--chdir needs a full path")
     if not options.command:

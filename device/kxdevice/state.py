@@ -15,12 +15,14 @@ import fcntl
 import json
 import os
 import stat
+import time
 
 from kxdevice import ids as ids_module
 from kxdevice import linux, trees
 
 RECORD = "kx-device-state"
 FORMAT = 1
+PATIENCE = 2  # seconds for a panel that is ending
 FOLDERS = ("root", "usr", "drive", "incoming", "panel")  # owned by root inside
 OWN_FOLDERS = ("work", "mid", "lower", "merged", "proc")  # for mounts of the builder
 
@@ -111,9 +113,14 @@ def make_folders(folder, uid, gid):
 
 
 def erase(path):
-    """Removes a state folder."""
+    """Removes a state folder, when its panel has ended or does so at once."""
     state = open_state(path)
-    if not state.try_lock():
+    deadline = time.monotonic() + PATIENCE
+    while not state.try_lock():
+        # A panel whose front was killed is about to end.
+        if time.monotonic() < deadline:
+            time.sleep(0.01)
+            continue
         raise linux.SandboxError(f"a panel is running in {path}; end it first")
     run_as_panel(state.ids, lambda: _erase_content(path))
     os.rmdir(path)

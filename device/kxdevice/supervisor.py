@@ -14,7 +14,7 @@ import time
 from typing import NamedTuple
 
 from kxdevice import launch, linux, names, panel as panel_module
-from kxdevice import tools, trace as trace_module, trees, usr
+from kxdevice import programs as programs_module, tools, trace as trace_module, trees, usr
 from kxdevice.linux import SandboxError
 
 LONGEST_CALL = 1 << 22
@@ -54,6 +54,10 @@ class Supervisor:
         self.trace = trace_module.Trace(order.trace)
         self.drive = tools.Drive(panel, self.trace)
         self.tools = tools.Tools(self.options, panel, self.drive, self.trace)
+        self.programs = None
+        if self.options.trace_programs:
+            self.programs = programs_module.Programs(
+                panel.layers.upper, [inside for _, inside in self.options.share])
         self.drive.start(self.options.boot)
         _refuse_missing(self.options.chdir)
         self.before = None
@@ -90,7 +94,7 @@ class Supervisor:
     def start(self, words, chdir="/", startup=False):
         """Starts a program of the panel; returns its process."""
         refusals = [] if startup else self.options.fail_shell
-        wants_listener = bool(self.options.trace_shell or refusals
+        wants_listener = bool(self.options.trace_shell or self.programs or refusals
                               or self.options.trace and self.options.missing)
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_STREAM)
         process = os.fork()
@@ -124,6 +128,8 @@ class Supervisor:
                                                  self.options.trace_shell, missing)
             listener.first.add(process)
             listener.refuse(process, refusals)
+            if self.programs:
+                listener.tell_starts(process, self.programs)
             self._watch(descriptors[0], listener.handle)
         link.sendall(b"go")
 

@@ -12,6 +12,7 @@ from kxdevice import linux, trees
 SHELLS = (b"/bin/sh", b"/usr/bin/sh")
 PAGE = 4096
 LONGEST = 1 << 22
+MOST_TOLD = 10000  # programs that are known to have been told
 MOST = 1 << 28  # bytes of a whole trace: a runaway command must not fill the caller's disk
 
 _NOTICE = struct.Struct("=QIIiIQ6Q")
@@ -61,11 +62,16 @@ class ExecListener:
         self.first = set()  # processes whose first start is the panel's own doing
         self.last_missing = (0, b"")
         self.refusals = None
+        self.starts = None
 
     def refuse(self, parent, failures):
         """Keeps shells that the process starts itself from starting; failures: (nth, text)."""
         if failures:
             self.refusals = _Refusals(parent, failures)
+
+    def tell_starts(self, parent, programs):
+        """Traces the shells that the process starts itself, and the starts of programs.Programs."""
+        self.starts = _Starts(parent, programs, self.trace)
 
     def handle(self):
         """Handles one notice; a process that is gone meanwhile is fine."""
@@ -100,13 +106,15 @@ class ExecListener:
             return False
         try:
             path = _string(memory, arguments[skip], PAGE)
+            if self.starts is not None and self._is_there(identity):
+                self.starts.program(process, path)
             if path in self.missing:
                 words = _words(memory, arguments[skip + 1], LONGEST // 8)
                 fields = (b"tool", self.missing[path], *words[1:])
                 if (process, path) != self.last_missing and self._is_there(identity):
                     self.trace.event(*fields)
                 self.last_missing = (process, path)
-            elif (self.with_shell or self.refusals) and path in SHELLS:
+            elif (self.with_shell or self.refusals or self.starts) and path in SHELLS:
                 words = _words(memory, arguments[skip + 1], 4)
                 if len(words) > 3 and words[1] == b"-c" and words[2] == b"--":
                     del words[2]
@@ -121,6 +129,8 @@ class ExecListener:
     def _shell(self, process, command):
         if self.with_shell:
             self.trace.event(b"shell", command)
+        if self.starts is not None:
+            self.starts.shell(process, command)
         if self.refusals is None or not self.refusals.apply_to(process, command):
             return False
         self.trace.event(b"refused", command)
@@ -156,6 +166,34 @@ class _Refusals:
         count = self.counts[command] = self.counts.get(command, 0) + 1
         self.last = (process, (count, command) in self.failures)
         return self.last[1]
+
+
+class _Starts:
+    """Tells which shells a process starts itself, and which programs are started meanwhile."""
+
+    def __init__(self, parent, programs, trace):
+        self.parent = parent
+        self.programs = programs
+        self.trace = trace
+        self.last = 0
+        self.told = set()
+
+    def shell(self, process, command):
+        """Tells a shell of the process; the first start of each child, as the kernel may show it
+        twice, and what the shell itself becomes is the shell's doing."""
+        if process != self.last and _parent(process) == self.parent:
+            self.last = process
+            self.told.clear()
+            self.trace.event(b"command", command)
+
+    def program(self, process, path):
+        """Tells a program, once for each of those shells."""
+        fields = self.programs.look(process, path)
+        if fields is None or fields in self.told:
+            return
+        if len(self.told) < MOST_TOLD:
+            self.told.add(fields)
+        self.trace.event(b"program", *fields)
 
 
 def _parent(process):

@@ -20,15 +20,6 @@ constexpr std::size_t kMostRead = 300;
 constexpr std::string_view kElfMark = "\x7f"
                                       "ELF";
 
-/// A processor of 64 bits that also runs programs for one of 32, where the system has their
-/// libraries.
-bool IsSmallerBrother(const format::Processor& processor, const format::ProgramHead& head)
-{
-    const std::string_view name = processor.name;
-    const std::string_view smaller = name == "x86_64" ? "i386" : name == "aarch64" ? "arm" : "";
-    return !smaller.empty() && head.ProcessorName() == smaller;
-}
-
 /// Returns the folders in which a program looks for libraries, as full paths.
 std::vector<std::string> FoldersOf(const format::Program& program, const std::string& target)
 {
@@ -239,7 +230,7 @@ void PayloadCheck::ReportProcessor(const FoundProgram& found, Severity severity)
     const format::ProgramHead& head = found.program.head;
     const std::string what = "is for " + head.ProcessorName();
     const Location place = Location::Entry(found.entry);
-    if (IsSmallerBrother(*m_processor, head)) {
+    if (format::IsSmallerBrother(head.ProcessorName(), *m_processor)) {
         m_findings.AddAs(Severity::kWarning, RuleId::kProgramProcessor, place,
                          what + ", which " + m_processor->name +
                              " only runs where the panel has its libraries");

@@ -11,6 +11,7 @@
 #include "checks/Targets.h"
 #include "checks/UsedPayload.h"
 #include "format/Classes.h"
+#include "format/FastPackage.h"
 #include "format/Kinds.h"
 #include "format/ShellText.h"
 #include "io/Nearest.h"
@@ -58,7 +59,7 @@ struct CopyItem {
 class StepCheck
 {
 public:
-    StepCheck(const archive::Package& package, const std::string& recordName,
+    StepCheck(const format::FastPackage& package, const std::string& recordName,
               const Expected& expected, Findings& findings)
         : m_package(package), m_unpacked(std::string(panel::kDriveFolder) + "/" + recordName +
                                          panel::kUnpackedSuffix + "/"),
@@ -75,8 +76,12 @@ public:
                            "the package has no steps");
         }
         for (std::size_t i = 0; i < steps.size(); ++i) {
-            CheckStep(*steps[i], "DB_StepSets.$values[" + std::to_string(i) + "]",
-                      std::to_string(i));
+            const std::string path = "DB_StepSets.$values[" + std::to_string(i) + "]";
+            if (const format::FastSteps* const fast = m_package.CopiedBy(i)) {
+                CheckFastCopy(*fast, *steps[i], *steps[i + 1], path);
+            } else {
+                CheckStep(*steps[i], path, std::to_string(i));
+            }
         }
         m_used.ReportUnused(m_package, m_findings);
         m_payload.Report();
@@ -85,10 +90,15 @@ public:
     }
 
 private:
-    void CheckStep(const format::JsonNode& step, const std::string& path, const std::string& number)
+    static Severity FailureOf(const format::JsonNode& step)
     {
         const format::JsonNode* const skip = step.Member("CanSkip");
-        m_failure = skip != nullptr && skip->flag ? Severity::kWarning : Severity::kError;
+        return skip != nullptr && skip->flag ? Severity::kWarning : Severity::kError;
+    }
+
+    void CheckStep(const format::JsonNode& step, const std::string& path, const std::string& number)
+    {
+        m_failure = FailureOf(step);
         const format::JsonNode* const id = step.Member("SS_StepSetId");
         if (id == nullptr || !id->IsString()) {
             m_used.AddUnclearStep(number);
@@ -388,8 +398,38 @@ private:
 
     void CheckFolderItem(const CopyItem& item)
     {
+        m_isFast = false;
+        CheckFolder(item, item.Text("DestinationPath"));
+    }
+
+    /// Checks the step that copies the archive of a fast folder, as one that copies its files.
+    /// @param script  the step that unpacks it, whose failure is that of both
+    void CheckFastCopy(const format::FastSteps& fast, const format::JsonNode& copy,
+                       const format::JsonNode& script, const std::string& path)
+    {
+        const CopyItem item = {*ElementsOf(copy.Member("PathSetDatas")).front(),
+                               path + ".PathSetDatas.$values[0].", fast.Place()};
+        const std::string& archive = fast.folder.archive;
+        const Location place = item.At("DestinationPath");
+        m_failure = FailureOf(script);
+        m_isFast = true;
+        CheckCommand("cp -f \"" + m_unpacked + item.folder + "/" + format::kFastArchiveName +
+                         "\" \"" + archive + "\" ",
+                     place, m_failure, m_findings);
+        if (CheckTarget(archive, false, place, m_failure, m_findings)) {
+            const TargetState state = m_targets.AddFile(archive);
+            if (state != TargetState::kTwice) { // the archives of two folders may take turns
+                ReportTarget(state, archive, place);
+            }
+            m_brought.insert_or_assign(io::PlainPath(archive),
+                                       Brought{fast.folder.size, place, m_failure});
+        }
+        CheckFolder(item, fast.folder.target);
+    }
+
+    void CheckFolder(const CopyItem& item, const std::string& target)
+    {
         m_used.AddFolder(item.folder);
-        const std::string& target = item.Text("DestinationPath");
         const Location place = item.At("DestinationPath");
         const bool isUsable = CheckTarget(target, true, place, m_failure, m_findings);
         if (isUsable && io::PlainPath(target) == "/") {
@@ -453,8 +493,10 @@ private:
                 return;
             }
         }
-        CheckCommand("cp -f \"" + m_unpacked + entry.name + "\" \"" + target + "\" ",
-                     Location::Entry(entry.name), m_failure, m_findings);
+        if (!m_isFast) {
+            CheckCommand("cp -f \"" + m_unpacked + entry.name + "\" \"" + target + "\" ",
+                         Location::Entry(entry.name), m_failure, m_findings);
+        }
         if (!target.empty()) {
             ReportTarget(m_targets.AddFile(target), io::PlainPath(target), place);
             if (end->kind == archive::PackageEntry::Kind::kFile) {
@@ -471,7 +513,7 @@ private:
         Severity failure; ///< of the step
     };
 
-    const archive::Package& m_package;
+    const format::FastPackage& m_package;
     std::string m_unpacked; ///< where the package lies when its commands run, as a rule
     Findings& m_findings;
     Severity m_failure = Severity::kError; ///< of what makes the present step fail
@@ -483,6 +525,7 @@ private:
     std::map<std::string, Brought> m_brought; ///< by their plain full paths
     std::set<std::string> m_protected;        ///< items and places that were told
     std::optional<Location> m_copiedStartup;
+    bool m_isFast = false;         ///< the present item's files travel in one archive
     bool m_isSystemFolder = false; ///< the present item's target was told as a whole
 };
 
@@ -491,7 +534,8 @@ private:
 void CheckSteps(const format::JsonNode& root, const archive::Package& package,
                 const std::string& recordName, const Expected& expected, Findings& findings)
 {
-    StepCheck(package, recordName, expected, findings).Check(root);
+    const format::FastPackage shown(package, format::FastStepsOf(root));
+    StepCheck(shown, recordName, expected, findings).Check(root);
 }
 
 } // namespace kx::checks

@@ -36,6 +36,16 @@ bool AreSameBytes(const io::Descriptor& one, const io::Descriptor& other, std::u
     return true;
 }
 
+/// Returns the fast folders of a package's description, if it has one that can be read.
+std::vector<FastSteps> FoldersOfPackage(const archive::Package& package)
+{
+    if (package.Find(archive::kDescriptionName) == nullptr) {
+        return {};
+    }
+    const Description description = ReadDescription(package);
+    return description.root.has_value() ? FastStepsOf(*description.root) : std::vector<FastSteps>();
+}
+
 /// Makes a folder's entry.
 PackageEntry FolderAt(const std::string& name)
 {
@@ -50,15 +60,20 @@ PackageEntry FolderAt(const std::string& name)
 
 } // namespace
 
-FastPackage::FastPackage(const archive::Package& package) : m_package(package)
+FastPackage::FastPackage(const archive::Package& package)
+    : FastPackage(package, FoldersOfPackage(package))
+{
+}
+
+FastPackage::FastPackage(const archive::Package& package, const std::vector<FastSteps>& folders)
+    : m_package(package)
 {
     std::vector<PackageEntry> entries = package.Entries();
-    if (package.Find(archive::kDescriptionName) != nullptr) {
-        const Description description = ReadDescription(package);
-        if (description.root.has_value()) {
-            for (const FastSteps& steps : FastStepsOf(*description.root)) {
-                Add(steps, entries);
-            }
+    for (const FastSteps& steps : folders) {
+        try {
+            Add(steps, entries);
+        } catch (const archive::ContentError&) {
+            m_archives.pop_back(); // a damaged archive stays one
         }
     }
     m_entries = m_folders.empty() ? std::move(entries) : archive::Arranged(std::move(entries));

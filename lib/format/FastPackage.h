@@ -29,6 +29,9 @@ public:
     ///         folder for temporary files
     explicit FastPackage(const archive::Package& package);
 
+    /// @param folders  those of the package's description
+    FastPackage(const archive::Package& package, const std::vector<FastSteps>& folders);
+
     /// The folders that are shown as files, in the order of their steps.
     [[nodiscard]] const std::vector<FastSteps>& Folders() const { return m_folders; }
 

@@ -42,6 +42,12 @@ const Processor* FindProcessor(std::string_view word)
     return nullptr;
 }
 
+bool IsSmallerBrother(std::string_view name, const Processor& processor)
+{
+    const std::string_view larger = processor.name;
+    return (larger == "x86_64" && name == "i386") || (larger == "aarch64" && name == "arm");
+}
+
 const Processor* NativeProcessor()
 {
     utsname name{};

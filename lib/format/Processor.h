@@ -27,6 +27,10 @@ struct Processor {
 /// Finds a processor by its name or another word for it; null when there is none.
 [[nodiscard]] const Processor* FindProcessor(std::string_view word);
 
+/// Tells whether programs for a processor of 32 bits, named first, also run on one of 64 bits,
+/// where the system has their libraries.
+[[nodiscard]] bool IsSmallerBrother(std::string_view name, const Processor& processor);
+
 /// Returns this machine's processor, or null when it is none of them.
 [[nodiscard]] const Processor* NativeProcessor();
 

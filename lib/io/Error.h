@@ -16,6 +16,7 @@ enum class ExitCode : int {
     kProblems = 1, ///< done, and something is wrong with what was looked at
     kWrongUse = 2, ///< the command line cannot be followed
     kNoAccess = 3, ///< something could not be read or written
+    kUnknown = 4,  ///< done, and what was asked cannot be told
 };
 
 /// Why a command could not do its work: what, where, and what to do about it.

@@ -91,7 +91,7 @@ private:
 };
 
 /// "name mode size content" of all that is in an archive; "damaged" at the end.
-std::vector<std::string> Told(const std::string& bytes)
+std::vector<std::string> TarTold(const std::string& bytes)
 {
     std::vector<std::string> told;
     const io::Descriptor file = FileOf(bytes);
@@ -124,8 +124,8 @@ TEST(TarArchive, HoldsNamesModesAndContents)
                                      {longName, one, 0664},
                                      {"two\nlines", one, 0}});
 
-    EXPECT_THAT(Told(bytes), ElementsAre("-dash 493 1 1", "Grüße 384 0 ", "two\nlines 0 1 1",
-                                         longName + " 436 1 1", "z z 420 1 1"));
+    EXPECT_THAT(TarTold(bytes), ElementsAre("-dash 493 1 1", "Grüße 384 0 ", "two\nlines 0 1 1",
+                                            longName + " 436 1 1", "z z 420 1 1"));
 }
 
 TEST(TarArchive, IsTheSameWhateverTheOrderAndTheDatesOfTheFiles)
@@ -149,7 +149,7 @@ TEST(TarArchive, IsTheSameWhateverTheOrderAndTheDatesOfTheFiles)
 TEST(TarArchive, MayHoldNothing)
 {
     EXPECT_EQ(TarOf({}), std::string(1024, '\0'));
-    EXPECT_THAT(Told(std::string(1024, '\0')), IsEmpty());
+    EXPECT_THAT(TarTold(std::string(1024, '\0')), IsEmpty());
 }
 
 TEST(TarArchive, ReadsAgainAtItsOwnBeginning)
@@ -205,14 +205,14 @@ TEST(TarArchive, RefusesWhatIsNoArchive)
     const TempDir dir;
     const std::string whole = TarOf({{"a", dir.Write("a", std::string(2000, 'a')), 0644}});
 
-    EXPECT_THAT(Told("no archive at all"), ElementsAre("damaged"));
-    EXPECT_THAT(Told(std::string(600, 'x')), ElementsAre("damaged"));
+    EXPECT_THAT(TarTold("no archive at all"), ElementsAre("damaged"));
+    EXPECT_THAT(TarTold(std::string(600, 'x')), ElementsAre("damaged"));
     // In the middle of the content.
-    EXPECT_EQ(Told(whole.substr(0, 1024)).back(), "damaged");
+    EXPECT_EQ(TarTold(whole.substr(0, 1024)).back(), "damaged");
     // Another checksum.
     std::string other = whole;
     other[0] = 'y';
-    EXPECT_EQ(Told(other).back(), "damaged");
+    EXPECT_EQ(TarTold(other).back(), "damaged");
 }
 
 TEST(TarArchive, RefusesWhatItWouldNotWrite)
@@ -232,7 +232,7 @@ TEST(TarArchive, RefusesWhatItWouldNotWrite)
         std::array<char, 8> text{};
         static_cast<void>(std::snprintf(text.data(), text.size(), "%06o", sum));
         other.replace(148, 7, text.data(), 7);
-        EXPECT_THAT(Told(other), ElementsAre("damaged")) << kind;
+        EXPECT_THAT(TarTold(other), ElementsAre("damaged")) << kind;
     }
 }
 

@@ -29,10 +29,11 @@ class Parse(unittest.TestCase):
 
     def test_a_command_alone_has_the_documented_defaults(self):
         self.assertEqual(options.parse(["true", "--boot", "--", "x"]), Options(
-            state="", boot=False, no_startup=False, erase=False, help=False, share=(), put=(), usb="", env=(),
-            chdir="/", ignore_sigchld=False, fail=(), fail_shell=(), missing=(), full=(),
-            read_only=(), trace="", trace_shell=False, summary="", summary_json="", memory=4096,
-            processes=256, seconds=600, disk=2048, command=("true", "--boot", "--", "x")))
+            state="", boot=False, no_startup=False, erase=False, help=False, share=(), put=(),
+            usb="", env=(), chdir="/", ignore_sigchld=False, fail=(), fail_shell=(), missing=(),
+            full=(), read_only=(), trace="", trace_shell=False, trace_programs=False, summary="",
+            summary_json="", memory=4096, processes=256, seconds=600, disk=2048,
+            command=("true", "--boot", "--", "x")))
 
     def test_every_option_is_taken_behind_it_and_behind_an_equals_sign(self):
         here = self.here
@@ -41,14 +42,15 @@ class Parse(unittest.TestCase):
             put=((f"{here}/file", "/opt/file"), (f"{here}/a=b", "/opt/c=d")), usb=f"{here}/a=b",
             env=(("A", "b=c"), ("_1", "")), chdir="/tmp", ignore_sigchld=True,
             fail=(("cp", 0, 0), ("rm", 255, 7)), fail_shell=((2, "a=b"),), missing=("m", "n.o"),
-            full=("/f", "/g"), read_only=("/r/s",), trace="t", trace_shell=True, summary="-",
-            summary_json="j", memory=16, processes=4, seconds=1, disk=16, command=("-c",))
+            full=("/f", "/g"), read_only=("/r/s",), trace="t", trace_shell=True, trace_programs=True,
+            summary="-", summary_json="j", memory=16, processes=4, seconds=1, disk=16, command=("-c",))
         words = ["--state s", "--share a=b=/x", "--share file=//y//z", "--put file=/opt/",
                  "--put a=b=/opt/c=d", "--usb a=b", "--env A=b=c", "--env _1=", "--chdir /tmp",
                  "--fail cp=0", "--fail rm=255@7", "--fail-shell 2=a=b", "--missing m",
                  "--missing n.o", "--full /f", "--full //g/", "--read-only /r/./s", "--trace t",
                  "--summary-json j", "--memory 16", "--processes 4", "--seconds 1", "--disk 16"]
-        flags = ["--boot", "--no-startup", "--ignore-sigchld", "--trace-shell", "--summary", "--", "-c"]
+        flags = ["--boot", "--no-startup", "--ignore-sigchld", "--trace-shell", "--trace-programs",
+                 "--summary", "--", "-c"]
 
         self.assertEqual(options.parse([w for word in words for w in word.split(" ")] + flags),
                          wanted)
@@ -107,7 +109,7 @@ class Parse(unittest.TestCase):
                 ["--read-only", "x", "c"], ["--read-only", "/", "c"], ["--read-only", "/dev", "c"],
                 ["--read-only", "/proc/sys", "c"], ["--read-only", "//proc", "c"],
                 ["--erase"], ["--erase", "--state", "s", "c"], ["--erase", "c"],
-                ["--trace-shell", "c"], ["--chdir", "x", "c"]):
+                ["--trace-shell", "c"], ["--trace-programs", "c"], ["--chdir", "x", "c"]):
             with self.subTest(words=words), self.assertRaises(UsageError):
                 options.parse(words)
 
@@ -146,6 +148,7 @@ class Parse(unittest.TestCase):
                 ("--read-only / c", f"--read-only {place} '/'"),
                 ("--erase", "--erase needs --state DIR and no COMMAND"),
                 ("--trace-shell c", "--trace-shell needs --trace FILE"),
+                ("--trace-programs c", "--trace-programs needs --trace FILE"),
                 ("--chdir x c", "--chdir needs a full path")):
             with self.subTest(words), self.assertRaises(UsageError) as raised:
                 options.parse(words.split())
@@ -181,7 +184,8 @@ class Parse(unittest.TestCase):
                      "missing", "full", "read-only", "trace", "summary-json", "memory",
                      "processes", "seconds", "disk", "unknown"):
             self.assertTrue(options.needs_value(f"--{name}"), name)
-        for name in ("boot", "no-startup", "erase", "help", "ignore-sigchld", "trace-shell", "summary"):
+        for name in ("boot", "no-startup", "erase", "help", "ignore-sigchld", "trace-programs",
+                     "trace-shell", "summary"):
             self.assertFalse(options.needs_value(f"--{name}"), name)
 
 

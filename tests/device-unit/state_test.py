@@ -132,12 +132,28 @@ class State(unittest.TestCase):
         self.assertTrue(first.try_lock())
         self.assertFalse(second.try_lock())
         self.assertEqual(second.lock, -1)
-        with self.assertRaisesRegex(SandboxError, "^a panel is running in .*; end it first$"):
+        with mock.patch.object(state, "PATIENCE", 0), \
+                self.assertRaisesRegex(SandboxError, "^a panel is running in .*; end it first$"):
             state.erase(self.path)
         self.assertFalse(os.get_inheritable(first.lock))
         os.close(first.lock)
         self.assertTrue(second.try_lock())
         os.close(second.lock)
+
+    def test_a_panel_that_is_ending_is_waited_for(self):
+        first = state.make_state(self.path, OWN)
+        self.assertTrue(first.try_lock())
+        naps = []
+
+        def sleep(seconds):
+            naps.append(seconds)
+            if len(naps) == 3:
+                os.close(first.lock)
+        with mock.patch.object(state.time, "sleep", sleep):
+            state.erase(self.path)
+
+        self.assertEqual(naps, [0.01] * 3)
+        self.assertFalse(os.path.lexists(self.path))
 
     def test_a_lock_is_never_held_through_a_link(self):
         made = state.make_state(self.path, OWN)
@@ -186,7 +202,8 @@ class State(unittest.TestCase):
     def test_a_held_state_is_told_by_its_name(self):
         first = state.make_state(self.path, OWN)
         self.assertTrue(first.try_lock())
-        with self.assertRaises(SandboxError) as raised:
+        with mock.patch.object(state, "PATIENCE", 0), \
+                self.assertRaises(SandboxError) as raised:
             state.erase(self.path)
 
         self.assertEqual(str(raised.exception), f"a panel is running in {self.path}; end it first")

@@ -68,7 +68,7 @@ class Serving(unittest.TestCase):
         self.addCleanup(self.control.close)
         root = os.open(self.here, trees.DIR_FLAGS)
         self.addCleanup(os.close, root)
-        panel = SimpleNamespace(root=root)
+        panel = SimpleNamespace(root=root, layers=SimpleNamespace(upper=root))
         drive = SimpleNamespace(start=lambda booting: self.done.append(("drive", booting)),
                                 plug=self.plug, pull=self.pull)
         self.tools = SimpleNamespace(call=self.call, settings={"A": "1"}, reboot_asked=False)
@@ -513,6 +513,7 @@ class Starting(Serving):
     def test_program_starts_are_listened_to_when_somebody_wants_to_know(self):
         for asked, wanted in (
                 ({"trace_shell": True, "trace": "t"}, True), ({"fail_shell": ((1, "x"),)}, True),
+                ({"trace": "t", "trace_programs": True}, True),
                 ({"trace": "t", "missing": ("cp",)}, True), ({"missing": ("cp",)}, False),
                 ({"trace": "t"}, False), ({}, False)):
             with self.subTest(asked):
@@ -523,6 +524,23 @@ class Starting(Serving):
                 for descriptor in set(made.handlers) - {made.wake, made.server.fileno(),
                                                         self.control.fileno()}:
                     os.close(descriptor)
+
+    def test_the_listener_tells_programs_when_they_are_wanted(self):
+        for asked, shares in (({}, None), ({"trace_programs": True,
+                                            "share": (("/host", "/in"),)}, (b"/in",))):
+            listener = os.open("/dev/null", os.O_RDONLY)
+            _, made = self.start(b"ready", [listener], trace="t", trace_shell=True, **asked)
+            os.close(listener)
+            owner = next(handler for descriptor, handler in made.handlers.items()
+                         if descriptor not in (made.wake, made.server.fileno(),
+                                               self.control.fileno())).__self__
+            self.assertEqual(owner.starts is not None, bool(asked))
+            if asked:
+                self.assertEqual((owner.starts.parent, owner.starts.programs), (55, made.programs))
+                self.assertEqual((made.programs.changed, made.programs.shares),
+                                 (made.panel.layers.upper, shares))
+                os.close(made.programs.root)
+            os.close(owner.descriptor)
 
     def test_the_listener_knows_what_is_missing_and_what_is_refused(self):
         for startup, refusals in ((False, [(2, b"x")]), (True, None)):

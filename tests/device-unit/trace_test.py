@@ -208,6 +208,52 @@ class Notices(unittest.TestCase):
         listener.refuse(os.getppid(), [(2, "a")])
         self.assertEqual(self.told(listener, b"/bin/sh", b"sh", b"-c", b"a"), (self.on, b""))
 
+    def test_commands_of_the_one_process_are_told_once(self):
+        listener = self.listener(False)
+        listener.tell_starts(os.getppid(), self)
+        words = (b"/bin/sh", b"sh", b"-c", b"a\tb")
+
+        self.assertEqual(self.told(listener, *words), (self.on, b"command\ta\\tb\n"))
+        self.assertEqual(self.told(listener, *words), (self.on, b""))
+        self.assertEqual(self.told(listener, b"/bin/cp", b"cp"), (self.on, b""))
+        listener = self.listener(False)
+        listener.tell_starts(1 << 30, self)
+        self.assertEqual(self.told(listener, *words), (self.on, b""))
+
+    def look(self, process, path):
+        """Stands for the programs of a panel: those of /opt are its own."""
+        self.assertEqual(process, os.getpid())
+        return (path, b"arm", b"yes", b"") if path.startswith(b"/opt") else None
+
+    def test_programs_are_told_once_for_each_command(self):
+        listener = self.listener(True)
+        listener.tell_starts(os.getppid(), self)
+        line = b"\t".join((b"program", b"/opt/a", b"arm", b"yes", b"\n"))
+
+        for path, told in ((b"/opt/a", line), (b"/opt/a", b""),
+                           (b"/opt/b", line.replace(b"/a", b"/b")), (b"/bin/a", b""),
+                           (b"/opt/a", b"")):
+            self.assertEqual(self.told(listener, path, b"x"), (self.on, told))
+        self.told(listener, b"/bin/sh", b"sh", b"-c", b"next")
+        self.assertEqual(self.told(listener, b"/opt/a", b"x"), (self.on, line))
+
+    def test_a_command_that_is_refused_is_told_before(self):
+        listener = self.listener(False)
+        listener.refuse(os.getppid(), [(1, "a")])
+        listener.tell_starts(os.getppid(), self)
+
+        self.assertEqual(self.told(listener, b"/bin/sh", b"sh", b"-c", b"a"),
+                         (self.refused, b"command\ta\nrefused\ta\n"))
+
+    def test_what_was_told_is_remembered_up_to_a_bound(self):
+        listener = self.listener(False)
+        listener.tell_starts(1 << 30, self)
+        with mock.patch.object(trace, "MOST_TOLD", 1):
+            told = [self.told(listener, path, b"x")[1] != b""
+                    for path in (b"/opt/a", b"/opt/b", b"/opt/a", b"/opt/b")]
+
+        self.assertEqual(told, [True, True, False, True])
+
     def test_a_process_that_is_gone_is_not_told_of(self):
         self.there = errno.ENOENT
         listener = self.listener(True, {b"/bin/cp": b"cp"})
@@ -215,6 +261,8 @@ class Notices(unittest.TestCase):
 
         self.assertEqual(self.told(listener, b"/bin/sh", b"sh", b"-c", b"a"), (self.on, b""))
         self.assertEqual(self.told(listener, b"/bin/cp", b"cp"), (self.on, b""))
+        listener.tell_starts(os.getppid(), self)
+        self.assertEqual(self.told(listener, b"/opt/a", b"a"), (self.on, b""))
         self.assertEqual(self.told(listener, b"/bin/sh", b"sh", process=(1 << 22) + 1),
                          (self.on, b""))
 

@@ -25,15 +25,35 @@ hardware(setting("Backlight", ("Level", "8")))'
 Foo.kx-update: installed
 
 What the installation changed
-  added    drwxr-xr-x  root:root        /opt/demo
-  added    -rwxr-xr-x  root:root     8  /opt/demo/app
+  added: 4 folders, 5 files
+settings
+  Level=8
+records
+  Foo: added
+a reboot was asked for
+
+Recorded as Foo: 2 folders, 3 files
+
+What scripts and tools printed
+  | hello
+  | rm: cannot remove '/etc/motd': No such file or directory
+END
+    try --verbose Foo.kx-update
+    expect_status 0
+    expect_silence
+    expect_out <<'END'
+Foo.kx-update: installed
+
+What the installation changed
+  added    drwxr-xr-x  root:root        /opt/demo  (recorded)
+  added    -rwxr-xr-x  root:root     8  /opt/demo/app  (recorded)
   added    lrwxrwxrwx  root:root     3  /opt/demo/link -> app
   added    drwxr-xr-x  root:root        /tmp/Zt
   added    -rwxr-xr-x  root:root    69  /tmp/Zt/temp.sh
   added    drwxr-xr-x  root:root        /var/lib/KxUserPackages
-  added    drwxr-xr-x  root:root        /var/lib/KxUserPackages/Foo
-  added    -rw-r--r--  root:root  2433  /var/lib/KxUserPackages/Foo/UserPackage.kx-project
-  added    -rw-r--r--  root:root   164  /var/lib/KxUserPackages/Foo/installedFile.list
+  added    drwxr-xr-x  root:root        /var/lib/KxUserPackages/Foo  (recorded)
+  added    -rw-r--r--  root:root  2433  /var/lib/KxUserPackages/Foo/UserPackage.kx-project  (recorded)
+  added    -rw-r--r--  root:root   164  /var/lib/KxUserPackages/Foo/installedFile.list  (recorded)
 settings
   Level=8
 users
@@ -42,12 +62,7 @@ records
   Foo: added
 a reboot was asked for
 
-Recorded as Foo
-  /opt/demo/  (folder)
-  /var/lib/KxUserPackages/Foo  (folder)
-  /opt/demo/app
-  /var/lib/KxUserPackages/Foo/UserPackage.kx-project
-  /var/lib/KxUserPackages/Foo/installedFile.list
+Recorded as Foo: 2 folders, 3 files
 
 What the updater printed
   | **** Installation step 1/3
@@ -68,9 +83,11 @@ END
     expect_silence
     jq -S 'del(.installations[].files[] | select(.path | startswith("/var/")))' "$OUT" >told
     jq -S . <<'END' >expected
-{"package": "Foo.kx-update", "recordName": "Foo", "installed": true, "shell": null,
+{"package": "Foo.kx-update", "recordName": "Foo", "verdict": "installed", "reason": null,
+ "installed": true, "restart": null, "shell": null, "kept": null,
  "installations": [{
-  "unpacked": true, "installed": true, "exitCode": 0, "remarks": [],
+  "unpacked": true, "verdict": "installed", "reason": null, "installed": true, "exitCode": 0,
+  "remarks": [], "failedSteps": [], "programs": [],
   "files": [
    {"change": "added", "path": "/opt/demo", "type": "d", "mode": "0755", "owner": "root",
     "group": "root"},
@@ -107,12 +124,13 @@ hardware(setting("User", ("User", "user"), ("Password", "other")))'
 @test "a failing installation is told with what it leaves" {
     hello Foo.kx-update "$HELLO"$'\nscript("#!/bin/sh\\nexit 7\\n")'
 
-    try Foo.kx-update
+    try -v Foo.kx-update
 
     expect_status 1
     expect_silence
     expect_out <<'END'
 Foo.kx-update: not installed, exit code 101
+  step 2 (script) failed: exit status 7: "/tmp/Zt/temp.sh"
 
 What the installation changed
   added    drwxr-xr-x  root:root      /opt/demo
@@ -156,6 +174,69 @@ END
     expect_error 2 "$ROOT/device/run: --env: '1' is not a name of a variable; see kx-package try --help"
 }
 
+@test "the short form tells what was there before and what is the panel's own, and how much else" {
+    # shellcheck disable=SC2016 # expanded on the panel
+    hello Foo.kx-update 'script("#!/bin/sh\nmkdir /opt/many; for n in $(seq 30); do echo >/opt/many/$n; done\n"
+"echo >/etc/new; echo x >>/etc/profile; rm /etc/nsswitch.conf; seq 25\n")'
+
+    try Foo.kx-update
+
+    expect_status 0
+    sed -n '/^What the/,/^records/p; /^What scripts/,$p' "$OUT" | sed 's/  *[0-9]*  \/etc/  N  \/etc/' >seen
+    { cat <<'END' && seq -f '  | %g' 6 25; } >wanted
+What the installation changed
+  added: 4 folders, 34 files
+  changed: 1 file
+  removed: 1 file
+  removed  -rw-r--r--  root:root  N  /etc/nsswitch.conf
+  changed  -rw-r--r--  root:root  N  /etc/profile
+  added    -rw-r--r--  root:root  N  /etc/new
+records
+What scripts and tools printed
+  | ... 5 more; see --verbose
+END
+    diff wanted seen
+}
+
+# ---- steps that fail ----
+
+@test "a step that failed and was skipped stands in the first line and in the JSON" {
+    hello Foo.kx-update 'script("#!/bin/sh\nexit 3\n", skip=True)
+copy_file(item("a", "/dev/null/a", "755", "a\n"), item("b", "/opt/b", "755", "b\n"), item("c", "/dev/null/c"), skip=True)
+copy_folder(folder("/dev/null/d", {"x": "x\n"}), skip=True)
+script("#!/bin/sh\nprintf no-end-of-line\n")
+hardware(setting("User", ("User", "nobody-here"), ("Password", "geheim")), skip=True)'
+
+    try Foo.kx-update
+
+    expect_status 0
+    [ "$(head -n 5 "$OUT")" = "Foo.kx-update: installed; steps 1, 2, 3 and 5 failed and were skipped
+  step 1 (script) failed and was skipped: exit status 3: \"/tmp/Zt/temp.sh\"
+  step 2 (copy-files) failed and was skipped: exit status 1: cp -f \"/mnt/usb/Foo.temp/1/0/a\" \"/dev/null/a\"; and 1 more of its items
+  step 3 (copy-folder) failed and was skipped: exit status 1: cp -f \"/mnt/usb/Foo.temp/2/0/x\" \"/dev/null/d/x\"
+  step 5 (settings) failed and was skipped: the setting 'user' failed: echo 'nobody-here:********' | chpasswd" ]
+    try --json Foo.kx-update
+    expect_status 0
+    [ "$(told '.verdict')" = installed ]
+    jq -e '.installations[0].failedSteps[0] == {"step": 1, "kind": "script", "why": "exit status 3",
+        "command": "\"/tmp/Zt/temp.sh\"", "failures": 1, "skipped": true}' "$OUT"
+    [ "$(told '.installations[0].failedSteps[] | "\(.step) \(.failures)"')" = $'1 1\n2 2\n3 1\n5 1' ]
+    [ "$(grep -c geheim "$OUT")" -eq 0 ]
+}
+
+@test "what scripts print in the updater's words is not believed" {
+    hello Foo.kx-update 'script("#!/bin/sh\n"
+    "echo \"Script execution returned an error(=256) in step no 1\"\n"
+    "echo \"H/W setting failed in x in.\"; echo \"**** Installation step 5/9\"\n"
+    "echo \"File copy error(= 256) is corrupted. From a to b  (Permissions=)\"\n")
+copy_file(item("a", "/opt/a", "755", "a\n"), skip=True)'
+
+    try --json Foo.kx-update
+
+    expect_status 0
+    [ "$(told '.installations[0].failedSteps | length')" -eq 0 ]
+}
+
 # ---- twice, and failing ----
 
 @test "a second installation over the first changes nothing" {
@@ -173,7 +254,7 @@ END
 @test "what only works once is found by the second installation" {
     hello Foo.kx-update 'script("#!/bin/sh\nmkdir /opt/once\n")'
 
-    try --twice Foo.kx-update
+    try --twice --verbose Foo.kx-update
 
     expect_status 1
     grep -qx 'Foo.kx-update, the first time: installed' "$OUT"

@@ -27,7 +27,7 @@ expect_restart() {
     starting Foo.kx-update '"#!/bin/sh\nls -A /tmp /mnt/usb\nls /dev/sda1\necho $HOME >/opt/home\nexit 3\n"' \
         'script("#!/bin/sh\ntouch /tmp/gone\n")'
 
-    try --boot Foo.kx-update
+    try -v --boot Foo.kx-update
 
     expect_status 0
     expect_silence

@@ -146,14 +146,14 @@ END
     [ "$(told '.installations[0].remarks | length')" -eq 1 ]
     rm panel.toml
     try src
-    expect_error 3 'src/../panel.toml: cannot open: No such file or directory'
+    expect_error 1 'src/../panel.toml: cannot open: No such file or directory'
 }
 
 @test "names and lines from the panel cannot play with the terminal" {
     # shellcheck disable=SC2016 # expanded on the panel
     hello Foo.kx-update 'script("#!/bin/sh\nprintf \"\\\\033[2Jx\\\\n\"; echo >\"/opt/$(printf \"a\\\\033\\\\377\")\"\n")'
 
-    try Foo.kx-update
+    try -v Foo.kx-update
 
     expect_status 0
     grep -qF '/opt/a\x1b\xff' "$OUT"
@@ -220,6 +220,17 @@ END
     expect_status 1
     [ "$(told '.installations[0].remarks[1]')" = \
         'made to fail: step 1, cp -f "/mnt/usb/Bar.temp/0/0/app" "/opt/demo/app"' ]
+}
+
+@test "what try writes as JSON keeps to its schema" {
+    hello Foo.kx-update
+    "$KX_PACKAGE" schema json-try -o schema.json
+    for words in '--twice' '--boot --fail 1'; do
+        # shellcheck disable=SC2086 # words
+        prepare_try --json $words Foo.kx-update
+        "${TRY[@]}" >"$OUT" || true
+        /usr/bin/python3 "$ROOT/tests/kx-package/json_document.py" schema.json "$OUT"
+    done
 }
 
 @test "what cannot be read is told in one line" {

@@ -164,13 +164,54 @@ END
         status=0
         wait "$number" || status=$?
 
-        [ $((SECONDS - begin)) -lt 60 ] # and not at the end of the script
+        [ $((SECONDS - begin)) -lt 15 ] # and not at the end of the script, nor with a report
         expect_status "$((128 + $(kill -l "$signal")))"
         expect_out </dev/null
         expect_silence
         wait_until host_lacks_process 'sleep 97.25'
         nothing_is_left
     done
+}
+
+@test "interrupting is answered while a large package is unpacked, and while the panel is looked at" {
+    head -c 150M /dev/urandom >big
+    hello Large.kx-update 'copy_file(item("big", "/opt/big", "755", open("big", "rb").read()))'
+    # shellcheck disable=SC2016 # expanded on the panel
+    hello Many.kx-update 'script("#!/bin/sh\nmkdir /opt/many; cd /opt/many; seq 20000 | xargs touch\n")'
+    local package phase number begin
+    for package in Large Many; do
+        for phase in 0.3 0.9 1.5; do
+            prepare_try "$package.kx-update"
+            env --default-signal=INT "${TRY[@]}" >"$OUT" 2>"$ERR" </dev/null &
+            number=$!
+            sleep "$phase"
+            begin=$SECONDS
+            kill -INT "$number" || break # it was faster
+            status=0
+            wait "$number" || status=$?
+
+            [ $((SECONDS - begin)) -lt 15 ]
+            [ "$status" -eq 0 ] || [ "$status" -eq 130 ]
+            expect_silence
+            nothing_is_left
+            # Neither the device nor what keeps its panel: both were told the folder.
+            ! grep -qsa "$TMPDIR/[k]x-package-try" /proc/[0-9]*/cmdline || fail 'a process is left'
+        done
+    done
+}
+
+@test "a person sees on the terminal how far it has come, and nobody else does" {
+    hello Foo.kx-update 'script("#!/bin/sh\nsleep 1\n")
+script("#!/bin/sh\nsleep 1\n")'
+    prepare_try Foo.kx-update
+
+    type_into
+
+    [ "$status" -eq 0 ]
+    grep -qF 'installing, step 2 of 2 [###############               ] 50 %' screen
+    grep -qF 'Foo.kx-update: ' screen
+    try Foo.kx-update
+    expect_silence
 }
 
 @test "the panel ends with a tool that is killed" {

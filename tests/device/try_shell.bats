@@ -12,7 +12,7 @@ setup() {
 
 @test "a shell shows the panel after the installation, and what it changed is told" {
     hello Foo.kx-update
-    prepare_try --shell Foo.kx-update
+    prepare_try -v --shell Foo.kx-update
 
     type_into $'cat /opt/demo/app; echo mine >/opt/mine\n' $'id -u; exit 3\n'
 

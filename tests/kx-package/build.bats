@@ -128,7 +128,7 @@ END
     [ ! -s err ]
     jq -e '.file == "demo.kx-update" and .payloadFiles == 4 and .updater == "arm-updater"
         and .remarks == ["pkg/package.toml:17:23: run looks like a program, but no pattern of '"'executable'"' matches it; it will not be executable"]
-        and (keys == ["clean", "errors", "file", "findings", "notes", "omitted", "payloadFiles", "remarks", "size", "unpackedSize", "updater", "warnings"])
+        and (keys == ["clean", "errors", "file", "findings", "formatVersion", "notes", "omitted", "payloadFiles", "remarks", "size", "unpackedSize", "updater", "warnings"])
         and .clean and .warnings == 1 and .findings[0].id == "manifest-hint"' out
     [ "$(jq .size out)" = "$(stat -c %s demo.kx-update)" ]
     [ "$(jq .unpackedSize out)" = "$(unzip -l demo.kx-update | awk 'END { print $1 }')" ]

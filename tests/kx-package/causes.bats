@@ -199,9 +199,9 @@ named() {
         'Files\\\\App'
     named 1 "changed/package.toml:17:23: there is no folder 'Share'; there is 'share'" folder Share
     named 1 "changed/package.toml:13:21: there is no folder 'fils'; there is 'Files'" source 'fils/*'
-    echo '#!/bin/sh' >pkg/install.sh
-    named 1 'changed/package.toml:21:16: changed/instll.sh: cannot open: No such file or directory; there is '"'changed/install.sh'" \
-        script instll.sh
+    echo '#!/bin/sh' >pkg/install_it.sh
+    named 1 'changed/package.toml:21:16: changed/install-it.sh: cannot open: No such file or directory; there is '"'changed/install_it.sh'" \
+        script install-it.sh
     tell 1 "Demo.kx-update: cannot open: No such file or directory; there is 'demo.kx-update'" \
         show Demo.kx-update
     tell 1 "pkg/Package.toml: cannot open: No such file or directory; there is 'pkg/package.toml'" \

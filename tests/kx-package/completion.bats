@@ -72,7 +72,8 @@ END
     [ "$(complete_words kx-package check --processor = r)" = riscv64 ]
     [ "$(complete_words kx-package check --processor = | wc -l)" -eq 5 ]
     [ -z "$(complete_words kx-package plan --at /)" ]
-    [ "$(complete_words kx-package schema '' | xargs)" = 'description manifest panel' ]
+    [ "$(complete_words kx-package schema '' | grep -v ^json- | xargs)" = 'description manifest panel' ]
+    [ "$(complete_words kx-package schema json-v)" = json-verify ]
     diff <(complete_words kx-package help '') <(commands)
 }
 
@@ -99,6 +100,55 @@ END
     grep -q 'kx-package build' typed
     grep -q '^kx-package show one two.kx-update' typed
     grep -q '^kx-package new recipes/' typed
+}
+
+@test "zsh itself completes with it, read as a whole and by its name" {
+    "$KX_PACKAGE" completion zsh >words
+    zsh -n words
+    mkdir recipes functions
+    cp words functions/_kx-package
+    touch 'one two.kx-update' other.txt package.toml
+
+    local way
+    for way in '. ./words' 'compdef _kx-package kx-package; autoload -Uz _kx-package'; do
+        {
+            # shellcheck disable=SC2016 # for that zsh
+            printf 'PS1=ready; fpath=($PWD/functions $fpath); autoload -Uz compinit; compinit -u -D; %s\n' \
+                "$way"
+            printf 'kx-package %s\t\001echo \005\n' bui 'show one' 'new rec' 'check --proc' \
+                'check --processor ris' 'check --processor=aar' 'build pack' 'help verif' \
+                'completion z' 'plan --root rec'
+            printf 'exit\n'
+        } | TERM=dumb script -qec 'zsh -f -i' typed >/dev/null
+
+        # What echo wrote; what was typed ahead stands there, too, with its control characters.
+        tr -d '\r' <typed | grep -aE '^kx-package ' | grep -vF '^A' | sed 's/ *$//' | diff - <(
+            cat <<'END'
+kx-package build
+kx-package show one two.kx-update
+kx-package new recipes
+kx-package check --processor
+kx-package check --processor riscv64
+kx-package check --processor=aarch64
+kx-package build package.toml
+kx-package help verify
+kx-package completion zsh
+kx-package plan --root recipes
+END
+        )
+    done
+}
+
+@test "zsh is offered what bash is offered" {
+    "$KX_PACKAGE" completion zsh >of-zsh
+    "$KX_PACKAGE" completion bash >of-bash
+    # shellcheck disable=SC2016 # the text of the completion
+    diff <(sed -n '/^    case "$command $before" in/,/^}/p' of-zsh) \
+        <(sed -n '/^    case "$command $before" in/,/^}/p' of-bash)
+    kx completion
+    cmp out of-bash
+    kx completion zhs
+    expect 2 '' $'kx-package: completion: nothing is known of the shell \'zhs\'; did you mean \'zsh\'?\n'
 }
 
 @test "the help tells what options are without being given, and their bounds" {

@@ -161,32 +161,3 @@ END
     [ "$status" -eq 1 ]
     [[ $(<err) == *'pkg/package.toml:'* ]]
 }
-
-@test "JSON of unpack and diff keeps to its schema, and the manual tells every field" {
-    versions
-    kx diff --json 1/demo.kx-update 2/demo.kx-update
-    mv out diff.json
-    kx unpack --json 1/demo.kx-update -o sources
-    mv out unpack.json
-    local name field
-    for name in diff unpack; do
-        /usr/bin/python3 - "$BATS_TEST_DIRNAME/golden/$name.schema.json" "$name.json" <<'END'
-import json
-import sys
-
-import jsonschema
-
-schema, document = (json.load(open(path, encoding="utf-8")) for path in sys.argv[1:])
-jsonschema.Draft202012Validator.check_schema(schema)
-jsonschema.validate(document, schema, jsonschema.Draft202012Validator)
-END
-        for field in $(jq -r '[.. | .properties? // empty | keys[]] | unique[]' \
-            "$BATS_TEST_DIRNAME/golden/$name.schema.json"); do
-            sed -n "/^.SH \"COMMAND ${name^^}\"/,/^.SH/p" "$ROOT/docs/kx-package.1" |
-                grep -qw "$field" || {
-                echo "the manual does not tell of $field" >&2
-                return 1
-            }
-        done
-    done
-}

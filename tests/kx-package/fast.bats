@@ -219,6 +219,38 @@ END
     grep -qx 'fast = true' unpacked/package.toml
 }
 
+@test "check looks into the files, and at both places on the panel" {
+    fast source
+    cp updater source/tree/program
+    sed -i 's|^target = "/mnt/user/maps"|&\narchive = "/etc/passwd/files.tar"\nexecutable = ["program"]|' \
+        source/package.toml
+
+    kx check source
+    [ "$status" -eq 1 ]
+    grep -v '^  [A-Z]' out >told
+    diff told - <<'END'
+error: target-conflict: source/package.toml:21:11
+  '/etc/passwd/files.tar' or a folder above it is something else by that step
+warning: program-processor: source/package.toml:19:10
+  source/tree/program: is for x86_64, not for arm
+source: 1 error, 1 warning, 0 notes
+END
+
+    kx build source --updater arm-updater
+    kx check fast.kx-update
+    grep -A1 '^[a-z]*: program' out >told
+    diff told - <<'END'
+warning: program-processor: 1/0/program
+  is for x86_64, not for arm
+END
+    # A damaged archive is told as such.
+    built
+    unzip -q fast.kx-update -d damaged
+    truncate -s 1000 damaged/1/0/files.tar
+    kx check damaged --processor arm
+    [ "$status" -le 1 ]
+}
+
 @test "diff compares the files, and tells when they travel otherwise" {
     built
     mv fast.kx-update first.kx-update

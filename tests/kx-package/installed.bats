@@ -43,6 +43,7 @@ panel/var/lib/KxUserPackages: 2 packages
       "name": "stray"
     }
   ],
+  "formatVersion": 1,
   "packages": [
     {
       "comment": null,
@@ -156,7 +157,7 @@ END
     [ "$(grep -c $'\e' out)" -eq 0 ]
 
     kx installed --root panel --json
-    jq -e '.packages[0].name == "\\x1b[31m\\xff" and .packages[0].version == "1\\xff\\x1b[2J"' out
+    jq -e '.packages[0].name == "\u001b[31m\\xff" and .packages[0].version == "1\\xff\u001b[2J"' out
 }
 
 @test "no link leads out of the panel's folder" {

@@ -56,9 +56,9 @@ END
     [ "$(cat panel.toml)" = mine ]
 
     kx new-panel -o tp.toml --json
-    expect 0 $'{\n  "file": "tp.toml"\n}\n' ''
+    expect 0 $'{\n  "file": "tp.toml",\n  "formatVersion": 1\n}\n' ''
     kx new-panel -o - --json
     [ "$status" -eq 2 ]
     kx new-panel --root none
-    [ "$status" -eq 2 ]
+    [ "$status" -eq 1 ]
 }

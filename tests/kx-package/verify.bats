@@ -79,6 +79,7 @@ demo: 2 of 3 folders and 2 of 5 files are there
     "recorded": 2,
     "unknown": 0
   },
+  "formatVersion": 1,
   "model": "TP",
   "name": "demo",
   "omittedDeviations": 0,

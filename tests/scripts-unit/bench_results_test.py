@@ -179,6 +179,8 @@ class Packages(InProject):
         self.assertEqual([(one.files, one.size) for one in workloads.WORKLOADS.values()
                           if isinstance(one, workloads.Packing)],
                          [(300, 209715), (1, 512 * mib)])
+        fast = workloads.WORKLOADS["fast-10k"]
+        self.assertEqual((fast.folders, fast.files, fast.size), (100, 100, 4096))
 
     def test_goals_and_limits_of_the_workloads(self):
         self.assertEqual(
@@ -190,7 +192,7 @@ class Packages(InProject):
                  "folder-50k": (1, 300, None), "read-20k": (15, None, 2.0),
                  "read-hardware": (15, None, 4.5), "window-start": (9, 60, None),
                  "window-log": (5, 60, None), "pack-300": (5, 40, None),
-                 "pack-512m": (3, 100, None)})
+                 "pack-512m": (3, 100, None), "fast-10k": (5, 240, None)})
 
     def test_descriptions_that_are_read_have_their_steps(self):
         read = workloads.WORKLOADS["read-20k"].make()

@@ -424,6 +424,70 @@ class Packing(InProject):
             self.assertEqual((len(data), data[w.MIB:]), (size, b"b" * max(size - w.MIB, 0)))
 
 
+class Archived(InProject):
+    """Folders that travel in one archive; everything that is started is played."""
+
+    def test_the_same_folder_is_installed_in_every_way(self):
+        self.patch(w, "WORKLOADS", {"fast": w.Archived("small", 2, 3, 40, 5, 60)})
+        self.started_with()
+        built, devices, asked = [], [], []
+
+        def run_here(command, folder):
+            built.append(([os.fspath(word) for word in command], folder))
+            self.files = sorted(path.relative_to(self.work / "payload").as_posix()
+                                for path in (self.work / "payload").rglob("*") if path.is_file())
+        self.patch(bench, "run_here", run_here)
+        self.patch(bench, "on_device", devices.append)
+
+        def measure(_results, name, limits, programs, clean):
+            asked.append((name, limits, programs, clean))
+            self.manifests = [(self.work / f"{each}.toml").read_text(encoding="utf-8")
+                              for each in ("plain", "fast")]
+            self.packed = sorted(path.relative_to(self.work / "deb").as_posix()
+                                 for path in (self.work / "deb").rglob("*") if path.is_file())
+            walls = {"plain step": 100, "fast step": 4, "unzip, fast step": 6, "unzip, tar": 5,
+                     "tar": 3, "dpkg -i": 12}
+            self.assertEqual(list(programs), list(walls))
+            return {program: [run_of(wall)] for program, wall in walls.items()}
+        self.patch(bench, "measure", measure)
+
+        bench.run_archived(self.results, "fast", (5, 60))
+
+        work, tool = self.work, f"{self.build}/kx-package"
+        self.assertEqual(built, [([tool, "build", f"{work}/{name}.toml", "-o",
+                                   f"{work}/{name}.kx-update", "--updater", "/usr/bin/true"], work)
+                                 for name in ("plain", "fast")])
+        files = [f"d{folder:04}/f{file:04}" for folder in range(2) for file in range(3)]
+        self.assertEqual(self.files, files)
+        self.assertEqual(self.packed,
+                         ["DEBIAN/control", *(f"mnt/user/target/{file}" for file in files)])
+        plain, fast = self.manifests
+        self.assertEqual(fast, plain.replace("plain", "fast").replace("fast = false", "fast = true"))
+        self.assertIn('folders = [{ source = "payload", target = "/mnt/user/target" }]', fast)
+        self.assertEqual([words for words, _ in self.started], [
+            *(["unzip", "-q", f"{work}/{name}.kx-update", "-d", f"{work}/{name}"]
+              for name in ("plain", "fast")),
+            ["dpkg-deb", "--root-owner-group", "-b", f"{work}/deb", f"{work}/bench.deb"]])
+        updater, inside = "/opt/bench/kx_Updater -unzipedDir", "/opt/bench/input"
+        self.assertEqual(devices, [["/bin/sh", "-c", (
+            f"{updater} {inside}/plain && mv /mnt/user/target /mnt/user/root && "
+            f"{updater} {inside}/fast && diff -r /mnt/user/target /mnt/user/root")]])
+        (name, limits, programs, clean), = asked
+        self.assertEqual((name, limits, clean), ("fast", (5, 60), [
+            "/mnt/user/target", "/mnt/user/drive/fast.temp", "/mnt/user/dpkg", "/mnt/user/root"]))
+        for words in programs.values():
+            self.assertEqual(words[:2], ["/bin/sh", "-c"])
+            self.assertRegex(words[2], "^sync && .* && sync$")
+        self.assertEqual(programs["fast step"][2], f"sync && {updater} {inside}/fast && sync")
+        self.assertIn("/mnt/user/drive/fast.temp/0/0/files.tar", programs["unzip, tar"][2])
+        self.assertIn(f"-i {inside}/bench.deb", programs["dpkg -i"][2])
+        self.assertEqual(self.results.goals, [
+            ("fast", "wall fast step/plain step", 0.04, 0.05),
+            ("fast", "wall unzip, fast step/unzip, tar", 1.2, 1.5)])
+        self.assertEqual(self.results.lines[-1], "  unzip, fast step/dpkg -i: wall 0.500")
+        self.assertFalse(self.work.exists())
+
+
 class Here(InProject):
     """A command that is measured on this machine."""
 
@@ -527,7 +591,7 @@ class Main(InProject):
         runners = program("scripts/bench").RUNNERS
         self.assertEqual({kind.__name__: run.__name__ for kind, run in runners.items()}, {
             "Installation": "run_installation", "Reading": "run_reading", "Window": "run_window",
-            "Packing": "run_packing"})
+            "Packing": "run_packing", "Archived": "run_archived"})
 
 
 class Build(InProject):

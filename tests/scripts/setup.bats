@@ -169,8 +169,8 @@ END
         diff <(printf '%s\n' "${usage[@]}") <(printf '%s\n' "${lines[@]}")
     done
     [[ ${lines[0]} == 'Installs what the project needs'* ]]
-    [[ ${lines[-1]} == *'in a VNC viewer' ]]
-    for group in build tools demo test vm bench display web vnc; do
+    [[ ${lines[-1]} == *'older than 6.7' ]]
+    for group in build tools demo test vm bench display web vnc foreign; do
         grep -qw "$group" <<<"$output"
     done
     run --separate-stderr env PATH="$STUB/bin:/usr/bin:/bin" scripts/setup --nonsense
@@ -187,7 +187,7 @@ END
         util-linux xdotool xvfb zip)
     local tests=(bats busybox-static clang clang-format clang-tidy codespell gcovr groff-base jq keyutils
         libarchive-tools libclang-rt-14-dev libgmock-dev libgtest-dev man-db opensc openssl p7zip-full
-        procps python3 python3-jsonschema python3-xmlrunner shellcheck softhsm2 util-linux)
+        procps python3 python3-jsonschema python3-xmlrunner qemu-user shellcheck softhsm2 util-linux zsh)
 
     local machine=(busybox-static cpio dmsetup dosfstools e2fsprogs exfatprogs python3
         qemu-system-x86 util-linux)
@@ -201,6 +201,7 @@ END
     expect_group display -- socat xserver-xephyr
     expect_group web -- novnc tigervnc-standalone-server websockify
     expect_group vnc -- socat tigervnc-standalone-server
+    expect_group foreign -- binfmt-support qemu-user-static
     expect_group vnc bench display -- python3 socat tigervnc-standalone-server xserver-xephyr
     expect_group bench display vnc web build -- python3 socat xserver-xephyr novnc \
         tigervnc-standalone-server websockify "${build[@]}"
@@ -252,6 +253,18 @@ scripts/vm: no luck' ]
     [ "$stderr" = 'scripts/setup: missing the kernel of the virtual machine; run it as root, or '\
 'install sudo' ]
     expect_asked 'vm kernel' 'vm kernel'
+}
+
+@test "what changes the whole machine is told before it is installed, and only then" {
+    echo 'binfmt-support unknown' >"$STUB/states"
+    set_up foreign
+    [ "$status" -eq 0 ]
+    [[ ${lines[0]} == 'scripts/setup: this changes the whole machine: '* ]]
+    [ "${lines[1]}" = 'scripts/setup: installing binfmt-support' ]
+
+    echo 'jq unknown' >"$STUB/states"
+    set_up foreign test
+    [ "${lines[0]}" = 'scripts/setup: installing jq' ]
 }
 
 @test "a machine that lacks Python gets it before a script begins" {

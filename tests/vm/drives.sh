@@ -84,19 +84,21 @@ change_table() {
     dmsetup resume failing
 }
 
+# Leaves in $sectors what was written to the drive; starts nothing, so that it is quick.
 sectors_written() {
-    awk '{print $7}' "/sys/class/block/${DRIVE#/dev/}/stat"
+    read -r _ _ _ _ _ _ sectors _ <"/sys/class/block/${DRIVE#/dev/}/stat"
 }
 
 # when_written MiB COMMAND...: runs a command in the background when so much more has been written to
 # the drive.
 when_written() {
-    (
-        end=$(($(sectors_written) + 2048 * $1))
-        shift
-        while [ "$(sectors_written)" -lt "$end" ]; do :; done
+    sectors_written
+    end=$((sectors + 2048 * $1))
+    shift
+    {
+        while [ "$sectors" -lt "$end" ]; do sectors_written; done
         "$@"
-    ) &
+    } &
 }
 
 # leave_free CLUSTERS: fills the drive with one file, filler, but for so many clusters.

@@ -54,7 +54,7 @@ begin_command() {
 }
 
 @test "the machine ends with its script even when that is killed" {
-    begin_command
+    TMPDIR=$PWD begin_command
 
     kill -9 "$VM_PID"
 

@@ -141,6 +141,18 @@ class Packing:
     seconds: int
 
 
+@dataclass(frozen=True)
+class Archived:
+    """A folder whose files travel in one archive, against its plain copy and against unzip and
+    tar."""
+    text: str
+    folders: int
+    files: int  # in each
+    size: int
+    rounds: int
+    seconds: int
+
+
 WORKLOADS = {
     "no-steps": Installation("a package without steps", lambda package: ([], []), 30, 30),
     "items-1k": Installation("1,000 single file items of 4 KiB",
@@ -174,6 +186,8 @@ WORKLOADS = {
     "window-log": Window("10,000 pieces of a child's output", 5, 60),
     "pack-300": Packing("a package of 300 files, 60 MiB together", 300, 60 * MIB // 300, 5, 40),
     "pack-512m": Packing("a package of one file of 512 MiB", 1, 512 * MIB, 3, 100),
+    "fast-10k": Archived("10,000 files of 4 KiB in 100 folders, in one archive", 100, 100, 4096, 5,
+                         240),
 }
 # Of different sizes and otherwise alike: what each file costs must not depend on their number.
 GROWING = ("folder-1k", "folder-10k", "folder-50k")

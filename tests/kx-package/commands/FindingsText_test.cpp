@@ -121,7 +121,7 @@ TEST(WriteFindings, TellsProgramsTheSame)
     EXPECT_EQ(
         findings[0].serialize(),
         R"({"happens":"`cp` fails, and with it the installation.","id":"payload-missing",)"
-        R"("message":"there is no '0\/0\/\\x1b[2J' in the package",)"
+        R"("message":"there is no '0\/0\/\u001b[2J' in the package",)"
         R"("place":{"column":7,"file":"UserPackage.kx-project","line":3,"path":"DB_StepSets"},)"
         R"("remedy":"Put the file into the folder named by step and item; both numbers start )"
         R"(at 0.","severity":"error"})");

@@ -14,15 +14,24 @@ namespace kx::tool
 namespace
 {
 
-TEST(WriteTrialText, TellsPeopleEverythingOnSafeLines)
+/// What people are told of a result with something of each kind.
+std::string ToldOfAll(bool isVerbose)
 {
     std::ostringstream out;
     std::ostringstream err;
-    const Output output{out, err};
+    WriteTrialText({out, err}, kSubject, ResultOfAll(), isVerbose);
+    EXPECT_EQ(err.str(), "");
+    return out.str();
+}
 
-    WriteTrialText(output, kSubject, ResultOfAll());
-
-    EXPECT_EQ(out.str(), R"(F\x1b, the first time: not installed, exit code 101
+TEST(WriteTrialText, TellsPeopleEverythingOnSafeLinesWhenTheyWantIt)
+{
+    EXPECT_EQ(
+        ToldOfAll(true),
+        R"(F\x1b, the first time: not judged: step 3 starts programs for arm; step 2 failed and was skipped
+  step 2 (script) failed and was skipped: exit status 3: run
+  step 4 failed: echo 'a:********' | chpasswd; and 2 more of its items
+  step 4 does\x1b
   one\x1b
   made to fail: step 2, echo 'user:********' | chpasswd
 
@@ -57,7 +66,7 @@ users
 records
   none
 
-Recorded as Foo
+Recorded as Foo: 1 folder, 1 file
   /d/  (folder)
   /f\x09
 
@@ -73,7 +82,150 @@ records
   none
   late
 )");
-    EXPECT_EQ(err.str(), "");
+}
+
+TEST(WriteTrialText, TellsPeopleWhatMatters)
+{
+    EXPECT_EQ(
+        ToldOfAll(false),
+        R"(F\x1b, the first time: not judged: step 3 starts programs for arm; step 2 failed and was skipped
+  step 2 (script) failed and was skipped: exit status 3: run
+  step 4 failed: echo 'a:********' | chpasswd; and 2 more of its items
+  step 4 does\x1b
+  one\x1b
+  made to fail: step 2, echo 'user:********' | chpasswd
+
+What the first installation changed
+  added: 1 file
+  changed: 1 file
+  removed: 1 file
+  changed  lrwxrwxrwx  1000:7  1  /b -> \xff
+  removed                         /usr/c
+settings
+  N=2  (was 1)
+  M=3
+  L=  (was 4)
+users
+  u\x7f: added
+records
+  P: removed
+a reboot was asked for
+
+There is no record of it
+
+What the updater printed
+  | a
+  | b\x0d
+
+F\x1b, the second time: installed
+
+What the second installation changed
+  no file and no folder
+
+Recorded as Foo: 1 folder, 1 file
+
+What the shell changed
+  no file and no folder
+  late
+)");
+}
+
+/// What is told of an only installation.
+std::string ToldOf(const Installation& installation, bool isVerbose = false)
+{
+    TrialResult result;
+    result.recordName = "Foo";
+    result.installations = {installation};
+    std::ostringstream out;
+    WriteTrialText({out, out}, {"F", 0, ""}, result, isVerbose);
+    return out.str();
+}
+
+TEST(WriteTrialText, NamesEveryPathOnce)
+{
+    Installation installation;
+    installation.isUnpacked = true;
+    installation.isInstalled = true;
+    installation.changes.files = {
+        {"added", "/opt/d", "drwxr-xr-x", "0755", "root", "root", std::nullopt, ""},
+        {"added", "/opt/d/f", "-rw-r--r--", "0644", "root", "root", 3, ""},
+        {"added", "/opt/g", "-rw-r--r--", "0644", "root", "root", 3, ""}};
+    installation.record = TrialRecord{{"/opt/d/", "/old"}, {"/opt//d/f", "/old/f"}};
+
+    const std::string told = ToldOf(installation, true);
+
+    EXPECT_THAT(told, testing::HasSubstr("root:root     /opt/d  (recorded)\n"));
+    EXPECT_THAT(told, testing::HasSubstr("root:root  3  /opt/d/f  (recorded)\n"));
+    EXPECT_THAT(told, testing::HasSubstr("root:root  3  /opt/g\n"));
+    EXPECT_THAT(told, testing::HasSubstr("Recorded as Foo: 2 folders, 2 files\n"
+                                         "  /old  (folder)\n  /old/f\n"));
+}
+
+TEST(WriteTrialText, CountsWhatIsTooMuchForTheShortForm)
+{
+    Installation installation;
+    installation.isUnpacked = true;
+    for (int i = 0; i < 12; ++i) {
+        installation.changes.files.push_back({"added", "/etc/" + std::to_string(i), "drwxr-xr-x",
+                                              "0755", "root", "root", std::nullopt, ""});
+        installation.log.Append("a\nb\n");
+    }
+    installation.changes.files.push_back(
+        {"removed", "/opt/x", "-rw-r--r--", "0644", "root", "root", 3, ""});
+    installation.changes.files.push_back(
+        {"changed", "/var/lib/KxUserPackages/Foo/x", "-rw-r--r--", "0644", "root", "root", 3, ""});
+
+    const std::string told = ToldOf(installation);
+
+    EXPECT_THAT(told, testing::HasSubstr("  added: 12 folders\n  changed: 1 file\n"
+                                         "  removed: 1 file\n"
+                                         "  removed  -rw-r--r--  root:root  3  /opt/x\n"
+                                         "  added    drwxr-xr-x  root:root     /etc/0\n"));
+    EXPECT_THAT(told, testing::HasSubstr("/etc/8\n  and 3 more like these; see --verbose\n"));
+    EXPECT_THAT(told, testing::HasSubstr("printed\n  | ... 4 more; see --verbose\n  | a\n"));
+}
+
+TEST(WriteTrialText, LeavesTheUpdatersOwnLinesOutWhenAllWentWell)
+{
+    Installation installation;
+    installation.isUnpacked = true;
+    installation.isInstalled = true;
+    installation.log.Append("**** Installation step 1/1\nhello\nInstallation succeeded.\n");
+    EXPECT_THAT(ToldOf(installation),
+                testing::HasSubstr("What scripts and tools printed\n  | hello\n"));
+
+    Installation silent;
+    silent.isUnpacked = true;
+    silent.isInstalled = true;
+    silent.log.Append("**** Installation step 1/1\nInstallation succeeded.\n");
+    EXPECT_THAT(ToldOf(silent), testing::Not(testing::HasSubstr("printed")));
+    silent.isInstalled = false;
+    EXPECT_THAT(ToldOf(silent), testing::HasSubstr("What the updater printed\n  | ****"));
+}
+
+TEST(WriteTrialText, ListsTheSkippedSteps)
+{
+    Installation installation;
+    installation.isUnpacked = true;
+    installation.isInstalled = true;
+    const auto first = [&installation](const std::vector<int>& steps) {
+        installation.failedSteps.clear();
+        for (const int step : steps) {
+            StepFailure failure;
+            failure.step = step;
+            installation.failedSteps.push_back(failure);
+        }
+        const std::string told = ToldOf(installation);
+        return told.substr(0, told.find('\n'));
+    };
+
+    EXPECT_EQ(first({}), "F: installed");
+    EXPECT_EQ(first({7}), "F: installed; step 7 failed and was skipped");
+    EXPECT_EQ(first({2, 4}), "F: installed; steps 2 and 4 failed and were skipped");
+    EXPECT_EQ(first({2, 4, 5}), "F: installed; steps 2, 4 and 5 failed and were skipped");
+    installation.isInstalled = false;
+    installation.exitCode = 3;
+    EXPECT_EQ(first({2}), "F: not installed, exit code 3; step 2 failed and was skipped");
 }
 
 TEST(WriteTrialText, TellsHowTheStartUpScriptWent)
@@ -86,7 +238,7 @@ TEST(WriteTrialText, TellsHowTheStartUpScriptWent)
         result.restart->script = script;
         std::ostringstream out;
         std::ostringstream err;
-        WriteTrialText({out, err}, {"F", 0, ""}, result);
+        WriteTrialText({out, err}, {"F", 0, ""}, result, true);
         const std::string text = out.str();
         return text.substr(text.find("The restart"));
     };
@@ -104,12 +256,6 @@ TEST(WriteTrialText, TellsHowTheStartUpScriptWent)
 
 What the start-up script changed
   no file and no folder
-settings
-  none
-users
-  none
-records
-  none
 )");
     EXPECT_THAT(told(StartupScript::kRunning),
                 testing::StartsWith("The restart: the start-up script still ran after 1 second\n"));
@@ -128,7 +274,7 @@ TEST(WriteTrialText, TellsHowToGoOnWithAKeptPanel)
         result.isKept = isKept;
         std::ostringstream out;
         std::ostringstream err;
-        WriteTrialText({out, err}, subject, result);
+        WriteTrialText({out, err}, subject, result, false);
         return out.str();
     };
 
@@ -154,7 +300,7 @@ TEST(WriteTrialText, TellsWhatAFailureDidNotDo)
         result.installations[0].isRefused = isRefused;
         std::ostringstream out;
         std::ostringstream err;
-        WriteTrialText({out, err}, subject, result);
+        WriteTrialText({out, err}, subject, result, false);
         std::istringstream lines(out.str());
         std::string line;
         for (std::size_t i = 0; i <= number; ++i) {
@@ -203,7 +349,7 @@ TEST(WriteTrialText, OfAPackageThatWasNotUnpackedIsWhatTheUnpackingPrinted)
     result.installations.resize(1);
     const auto told = [&result] {
         std::ostringstream out;
-        WriteTrialText({out, out, false, true}, {"F", 0, ""}, result);
+        WriteTrialText({out, out, false, true}, {"F", 0, ""}, result, false);
         return out.str();
     };
     EXPECT_EQ(told(), "F: \x1b[31mnot installed\x1b[0m\n");

@@ -79,9 +79,30 @@ TEST(WriteError, KeepsJsonReadableWhateverThePlaceIsCalled)
                          "    \"message\": \"is wrong\",\n"
                          "    \"place\": \"a\\\\xff\",\n"
                          "    \"remedy\": \"mend it\"\n"
-                         "  }\n"
+                         "  },\n"
+                         "  \"formatVersion\": 1\n"
                          "}\n");
     EXPECT_EQ(err.str(), "");
+}
+
+TEST(JsonText, KeepsEverythingButBytesThatAreNoUtf8)
+{
+    EXPECT_EQ(JsonText("ä\n\x1b\\").get<std::string>(), "ä\n\x1b\\");
+    EXPECT_EQ(JsonText("a\xff\n\xc3z\xe4").get<std::string>(), "a\\xff\n\\xc3z\\xe4");
+    EXPECT_EQ(JsonText("").get<std::string>(), "");
+}
+
+TEST(WriteJson, TellsItsVersionAndEscapesAllControlCharacters)
+{
+    std::ostringstream out;
+
+    WriteJson({out, out},
+              picojson::value(picojson::object{{"text", JsonText("\x1b[2J\xc2\x9b\xc2\xa0\x7f")}}));
+
+    EXPECT_EQ(out.str(), "{\n"
+                         "  \"formatVersion\": 1,\n"
+                         "  \"text\": \"\\u001b[2J\\u009b\xc2\xa0\\u007f\"\n"
+                         "}\n");
 }
 
 } // namespace kx::tool

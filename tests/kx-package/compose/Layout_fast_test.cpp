@@ -3,7 +3,7 @@
 #include "archive/TarArchive.h"
 #include "compose/Layout.h"
 #include "compose/LayoutPackage.h"
-#include "format/FastFolder.h"
+#include "format/FastPackage.h"
 #include "kx-package/manifest/Manifests.h"
 #include "model/DB_FunctionDatas.h"
 #include "model/DB_StepSets.h"
@@ -12,6 +12,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace kx::tool
 {
@@ -142,6 +144,41 @@ TEST_F(FastLayouts, StandWhereTheOthersExpectThem)
     ASSERT_EQ(layout.origins.size(), 5U);
     EXPECT_EQ(layout.origins[2][0].target, m_dir / "package.toml:19:11");
     EXPECT_EQ(layout.steps[3].installWhere, m_dir / "package.toml:17:10");
+}
+
+TEST_F(FastLayouts, ShowTheirFilesAsThoseOfThePackage)
+{
+    m_dir.Write("tree/a", "1");
+    m_dir.Write("tree/sub/b", std::string(300000, 'b') + "end");
+    m_dir.MakeDir("tree/empty");
+    const Layout layout = Make("", "executable = ['a']\n");
+    const LayoutPackage package("x.kx-update", true, layout, "");
+
+    const format::FastPackage shown(package);
+
+    std::vector<std::string> told;
+    for (const archive::PackageEntry& entry : shown.Entries()) {
+        told.push_back(entry.name + " " + std::to_string(entry.mode) + " " +
+                       std::to_string(entry.size));
+    }
+    told.erase(std::remove_if(told.begin(), told.end(),
+                              [](const std::string& line) { return line[0] == 'U'; }),
+               told.end());
+    EXPECT_THAT(told, ElementsAre("0 0 0", "0/0 0 0", "0/0/a 493 1", "0/0/empty 493 0",
+                                  "0/0/sub 0 0", "0/0/sub/b 420 300003"));
+    EXPECT_EQ(shown.Read("0/0/a", 100), "1");
+    EXPECT_EQ(shown.Read("0/0/sub/b", 2), "bb");
+    std::string streamed;
+    shown.Stream("0/0/sub/b", [&streamed](std::string_view piece) {
+        streamed += piece;
+        return true;
+    });
+    EXPECT_EQ(streamed, std::string(300000, 'b') + "end");
+    ASSERT_NE(shown.CopiedBy(0), nullptr);
+    EXPECT_EQ(shown.CopiedBy(0)->origin, "tree");
+    EXPECT_EQ(shown.CopiedBy(1), nullptr);
+    EXPECT_EQ(package.SourceOf("0/0/sub/b"), m_dir / "tree/sub/b");
+    EXPECT_EQ(shown.Read(archive::kDescriptionName, 3), "\xef\xbb\xbf");
 }
 
 TEST_F(FastLayouts, AreTheSameBytesWhateverTheDisk)

@@ -53,7 +53,7 @@ description() {
     cmp schema.json first
 
     kx schema -o schema.json --json
-    expect 0 $'{\n  "file": "schema.json"\n}\n' ''
+    expect 0 $'{\n  "file": "schema.json",\n  "formatVersion": 1\n}\n' ''
     cmp schema.json first
 }
 

@@ -50,7 +50,8 @@ TEST(PlayRestart, LooksForTheScriptOnTheRestartedPanelAndGivesItItsTime)
     EXPECT_THAT(calls, testing::HasSubstr("--seconds 60 --memory 300 --processes 20 --boot "
                                           "--no-startup -- sh -c"));
     EXPECT_THAT(calls, testing::HasSubstr("--seconds 3 --memory 300 --processes 20 --summary-json "
-                                          "/summary -- sh -c"));
+                                          "/summary --trace "));
+    EXPECT_THAT(calls, testing::HasSubstr("/trace --trace-programs -- sh -c"));
     EXPECT_THAT(calls, testing::HasSubstr("--seconds 7 --memory 300 --processes 20 -- after\n"));
 }
 

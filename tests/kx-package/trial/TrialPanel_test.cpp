@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 
@@ -208,6 +209,30 @@ TEST(TrialPanel, IsEndedWithThePersonsWish)
     }
     const io::Interruption forgets; // the mark of the signal
     ASSERT_EQ(sigaction(SIGTERM, &before, nullptr), 0);
+    EXPECT_TRUE(device.IsClean());
+}
+
+TEST(TrialPanel, DoesNotWaitForADeviceWhenThePersonDoesNot)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const FakeDevice device("trap '' TERM\nexec sleep 60\n");
+    struct sigaction own {
+    };
+    struct sigaction before {
+    };
+    own.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGTERM, &own, &before), 0);
+    {
+        const io::Interruption interruption;
+        ASSERT_EQ(std::raise(SIGTERM), 0);
+
+        EXPECT_EQ(ThrownOn(device), "3: the trial was interrupted");
+    }
+    const io::Interruption forgets; // the mark of the signal
+    ASSERT_EQ(sigaction(SIGTERM, &before, nullptr), 0);
+
+    // Otherwise a device may take 40 seconds.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
     EXPECT_TRUE(device.IsClean());
 }
 

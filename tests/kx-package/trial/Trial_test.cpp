@@ -44,7 +44,7 @@ TEST(NamedPath, RefusesWhatIsNoPackage)
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("")); }),
               "1: cannot open: No such file or directory");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("//")); }),
-              "3: //: is not a package; name a package or the folder of an unpacked one");
+              "1: //: is not a package; name a package or the folder of an unpacked one");
     EXPECT_EQ(Thrown([] { static_cast<void>(NamedPath("/dev/null")); }),
               "1: /dev/null: is neither a file nor a folder; name a package or the folder of an "
               "unpacked one");
@@ -260,6 +260,86 @@ TEST(RunTrial, StartsNothingForAFileThatIsNoPackage)
     EXPECT_FALSE(result.installations[0].isInstalled);
     EXPECT_EQ(StartsOf(device), 0);
     EXPECT_TRUE(device.IsClean());
+}
+
+TEST(RunTrial, TellsHowFarItHasCome)
+{
+    const FakeDevice device(AnswersTo("sleep 0.5",
+                                      "echo '**** Installation step 1/2'; sleep 0.5; "
+                                      "echo '**** Installation step 2/2'; sleep 0.5",
+                                      "exit 1"));
+    const TempDir dir;
+    TrialRequest request = RequestFor(device);
+    request.package = dir.MakeDir("Foo");
+    std::vector<std::string> seen;
+    request.onProgress = [&seen](const TrialProgress& now) {
+        const std::string text = std::string(now.isInstalling ? "installing " : "unpacking ") +
+                                 std::to_string(now.step) + "/" + std::to_string(now.steps);
+        if (seen.empty() || seen.back() != text) {
+            seen.push_back(text);
+        }
+        EXPECT_FALSE(now.isEnding);
+    };
+
+    static_cast<void>(RunTrial(request));
+
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen.front(), "unpacking 0/0");
+    EXPECT_THAT(seen, testing::Contains("installing 1/2"));
+    EXPECT_EQ(seen.back(), "installing 2/2");
+}
+
+TEST(RunTrial, CannotJudgeAnInstallationWhoseProgramsDoNotRunHere)
+{
+    const auto outcome = [](const std::string& program, bool isTwice = false) {
+        const FakeDevice device(
+            kTells + "case $(grep -c -- --trace-programs \"${0%/*}/calls\") in\n1) printf '" +
+            program + "' >>\"$trace\" ;;\nesac\n");
+        const TrialResult result = Try(device, isTwice);
+        EXPECT_TRUE(result.installations.front().isInstalled);
+        EXPECT_EQ(result.installations.back().Outcome(),
+                  isTwice ? Verdict::kInstalled : result.Outcome());
+        return std::pair(result.Outcome(), result.installations.front().doubts);
+    };
+    const std::vector<std::string> none;
+
+    EXPECT_EQ(outcome(""), std::pair(Verdict::kInstalled, none));
+    EXPECT_EQ(outcome("program\\t/a\\tarm\\t"
+                      "yes\\t\\n"),
+              std::pair(Verdict::kInstalled, none));
+    const std::vector<std::string> doubts = {"the installation starts programs for arm"};
+    EXPECT_EQ(outcome("program\\t/a\\tarm\\tno\\t\\n"), std::pair(Verdict::kNotJudged, doubts));
+    EXPECT_EQ(outcome("program\\t/a\\tarm\\tno\\t\\n", true),
+              std::pair(Verdict::kNotJudged, doubts));
+}
+
+TEST(RunTrial, JudgesProgramsByTheProcessorOfThePanel)
+{
+    const FakeDevice device(kTells + "printf 'program\\t/a\\triscv64\\t"
+                                     "yes\\t\\n' >>\"$trace\"\n");
+    const TempDir dir;
+    TrialRequest request = RequestFor(device);
+    request.package = dir.MakeDir("Foo");
+    request.processor = "arm";
+
+    EXPECT_THAT(RunTrial(request).installations.at(0).doubts,
+                testing::ElementsAre(
+                    "the installation starts programs for riscv64, the package is for arm"));
+}
+
+TEST(RunTrial, TellsTheStepThatWasMadeToFail)
+{
+    const FakeDevice device(kTells);
+    const TempDir dir;
+    TrialRequest request = RequestFor(device);
+    request.package = dir.MakeDir("Foo");
+    request.failure = ShellFailure{"cp", 1, 3};
+
+    const Installation installation = RunTrial(request).installations.at(0);
+
+    ASSERT_EQ(installation.failedSteps.size(), 1U);
+    EXPECT_EQ(installation.failedSteps[0].step, 3);
+    EXPECT_TRUE(installation.failedSteps[0].isSkipped);
 }
 
 TEST(RunTrial, SaysThatADeviceDidNotTellWhatChanged)

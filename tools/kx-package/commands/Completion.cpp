@@ -2,8 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
 #include "commands/Values.h"
+#include "io/Error.h"
+#include "io/Nearest.h"
 
 #include <algorithm>
+#include <array>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -83,8 +87,16 @@ Names NamesOf(const CLI::App& program, const CLI::App& app)
     return names;
 }
 
-constexpr const char* kHead =
-    R"(# bash completion of kx-package, made by "kx-package completion" from its own commands
+/// What the shells have of their own, around what is the same in both: the commands' names, the
+/// values of options, and what else there is behind a command.
+struct ShellText {
+    const char* name;
+    const char* head; ///< up to the names of the commands
+    const char* tail;
+};
+
+constexpr const char* kBashHead =
+    R"(# bash completion of kx-package, made by "kx-package completion bash" from its own commands
 # shellcheck shell=bash
 
 _kx_package_words() {
@@ -118,8 +130,75 @@ _kx_package() {
         case ${COMP_WORDS[i]} in
             )";
 
-io::ExitCode Complete(const CLI::App& program, const Output& output)
+constexpr const char* kBashTail = "complete -F _kx_package kx-package\n";
+
+constexpr const char* kZshHead =
+    R"zsh(#compdef kx-package
+# zsh completion of kx-package, made by "kx-package completion zsh" from its own commands
+
+_kx_package_words() {
+    compadd -- ${=1}
+}
+
+# Folders, and the files that fit one of the patterns.
+_kx_package_files() {
+    if (($# == 0)); then
+        _files -/
+    else
+        _files -g "$*"
+    fi
+}
+
+_kx_package() {
+    local word=${words[CURRENT]} before=${words[CURRENT - 1]} command='' i
+    if [[ $word == --*=* ]]; then
+        before=${word%%=*}
+        word=${word#*=}
+        compset -P '*='
+    fi
+    local -a COMP_WORDS=("${(@)words}")
+    for ((i = 2; i < CURRENT; i++)); do
+        case ${COMP_WORDS[i]} in
+            )zsh";
+
+constexpr const char* kZshTail =
+    R"(# Loaded by its name from the folders of functions, or read as a whole.
+if [[ $funcstack[1] == _kx-package ]]; then
+    _kx_package "$@"
+else
+    compdef _kx_package kx-package
+fi
+)";
+
+constexpr std::array<ShellText, 2> kShells = {
+    {{"bash", kBashHead, kBashTail}, {"zsh", kZshHead, kZshTail}}};
+
+std::vector<std::string> ShellNames()
 {
+    std::vector<std::string> names;
+    names.reserve(kShells.size());
+    for (const ShellText& shell : kShells) {
+        names.emplace_back(shell.name);
+    }
+    return names;
+}
+
+const ShellText& FindShell(const std::string& name)
+{
+    const auto* const found =
+        std::find_if(kShells.begin(), kShells.end(),
+                     [&name](const ShellText& shell) { return name == shell.name; });
+    if (found == kShells.end()) {
+        throw io::Error(io::ExitCode::kWrongUse, "completion",
+                        "nothing is known of the shell '" + name + "'",
+                        io::NearestRemedy(name, ShellNames()));
+    }
+    return *found;
+}
+
+io::ExitCode Complete(const CLI::App& program, const std::string& name, const Output& output)
+{
+    const ShellText& shell = FindShell(name);
     const Names top = NamesOf(program, program);
     const std::vector<std::string> commands = CommandNames(program);
     std::string values;
@@ -134,14 +213,15 @@ io::ExitCode Complete(const CLI::App& program, const Output& output)
             (names.positional.empty() ? "" : "                *) " + names.positional + " ;;\n") +
             "            esac\n            ;;\n";
     }
-    output.out << kHead << Joined(commands, " | ")
+    output.out << shell.head << Joined(commands, " | ")
                << ")\n                command=${COMP_WORDS[i]}\n                break\n"
                   "                ;;\n        esac\n    done\n"
                << "    case \"$command $before\" in\n"
                << values << "    esac\n    case $command in\n"
                << "        '') _kx_package_words '" << Joined(commands, " ") << ' '
                << Joined(top.options, " ") << "' ;;\n"
-               << words << "    esac\n}\n\ncomplete -F _kx_package kx-package\n";
+               << words << "    esac\n}\n\n"
+               << shell.tail;
     return io::ExitCode::kFine;
 }
 
@@ -150,11 +230,18 @@ io::ExitCode Complete(const CLI::App& program, const Output& output)
 void AddCompletion(CLI::App& program, Invocation& invocation)
 {
     CLI::App* const command = program.add_subcommand(
-        "completion", "Write what lets bash complete the words of a kx-package command line");
+        "completion", "Write what lets a shell complete the words of a kx-package command line");
+    const auto shell = std::make_shared<std::string>(kShells.front().name);
+    command->add_option("shell", *shell, "The shell")
+        ->type_name(ChoiceOf(ShellNames()))
+        ->capture_default_str();
     command->footer("Installed beside the program already. For this shell only:\n"
-                    "  source <(kx-package completion)");
-    command->callback([&program, &invocation] {
-        invocation.run = [&program](const Output& output) { return Complete(program, output); };
+                    "  source <(kx-package completion)\n"
+                    "  source <(kx-package completion zsh)   # behind compinit");
+    command->callback([&program, &invocation, shell] {
+        invocation.run = [&program, shell](const Output& output) {
+            return Complete(program, *shell, output);
+        };
     });
 }
 

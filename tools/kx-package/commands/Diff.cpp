@@ -116,7 +116,6 @@ void TellDifferenceAsJson(const Output& output, const DiffArguments& arguments,
                           const PackageDifference& difference)
 {
     WriteJson(output, picojson::value(picojson::object{
-                          {"formatVersion", JsonNumber(1)},
                           {"before", JsonText(arguments.before)},
                           {"after", JsonText(arguments.after)},
                           {"isSame", picojson::value(difference.IsNone())},

@@ -80,40 +80,34 @@ void WriteText(std::ostream& to, const Output& output, const Checked& checked,
     to << io::Printable(checked.path) << ": " << Coloured(output, colour, sum) << '\n';
 }
 
-picojson::value Text(const std::string& text)
-{
-    // The same words as for people: what comes from a package may hold anything.
-    return picojson::value(io::Printable(text));
-}
-
 picojson::value JsonOf(const checks::Finding& finding)
 {
     const checks::Rule& rule = checks::RuleOf(finding.rule);
     picojson::object place;
     if (!finding.location.file.empty()) {
-        place["file"] = Text(finding.location.file);
+        place["file"] = JsonText(finding.location.file);
     }
     if (!finding.location.path.empty()) {
-        place["path"] = Text(finding.location.path);
+        place["path"] = JsonText(finding.location.path);
     }
     if (finding.location.at.line != 0) {
         place["line"] = JsonNumber(finding.location.at.line);
         place["column"] = JsonNumber(finding.location.at.column);
     }
     picojson::object told;
-    told["id"] = Text(rule.id);
-    told["severity"] = Text(checks::SeverityName(finding.severity));
+    told["id"] = JsonText(rule.id);
+    told["severity"] = JsonText(checks::SeverityName(finding.severity));
     told["place"] = picojson::value(place);
-    told["message"] = Text(finding.what);
-    told["happens"] = Text(rule.happens);
-    told["remedy"] = Text(rule.remedy);
+    told["message"] = JsonText(finding.what);
+    told["happens"] = JsonText(rule.happens);
+    told["remedy"] = JsonText(rule.remedy);
     return picojson::value(told);
 }
 
 picojson::value DocumentOf(const Checked& checked)
 {
     picojson::object document;
-    document["package"] = Text(checked.path);
+    document["package"] = JsonText(checked.path);
     AddFindings(document, checked);
     return picojson::value(document);
 }

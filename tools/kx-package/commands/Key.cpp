@@ -101,7 +101,6 @@ io::ExitCode MakeKey(const KeyOptions& options, const Output& output)
     const std::string id = io::Hex(key.Public().Id());
     if (output.isJson) {
         WriteJson(output, picojson::value(picojson::object{
-                              {"formatVersion", JsonNumber(1)},
                               {"private", JsonText(privatePath)},
                               {"public", JsonText(publicPath)},
                               {"type", JsonText(options.type)},

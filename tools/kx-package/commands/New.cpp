@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
+#include "commands/NewContents.h"
 #include "commands/Values.h"
 #include "common/Epoch.h"
 #include "format/Processor.h"
@@ -15,7 +16,11 @@
 #include <filesystem>
 #include <memory>
 #include <ostream>
+#include <string>
 #include <system_error>
+#include <vector>
+
+#include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
 
@@ -27,13 +32,13 @@ namespace
 
 namespace fs = std::filesystem;
 
-/// A file of a new package; @NAME@, @DATE@ and @PROCESSOR@ are filled in.
+/// A file of a new package, beside the manifest.
 struct NewFile {
     const char* path;
     const char* text;
 };
 
-constexpr const char* kManifestText = R"(# What is in this package, and what the panel does with it.
+constexpr const char* kManifestHead = R"(# What is in this package, and what the panel does with it.
 # "kx-package build" makes @NAME@.kx-update of it.
 
 [package]
@@ -50,7 +55,14 @@ processor = "@PROCESSOR@"          # of the panel: aarch64, arm, i386, riscv64 o
 #   comment = ""      for people
 #   skip = false      true: what fails is reported and passed over
 #   record = true     of copy steps: what they create is listed on the panel
+)";
 
+/// What stands behind the copies of what is there already.
+constexpr const char* kMoreSteps = R"(
+# Scripts and settings are steps, too: "kx-package new" in an empty folder has examples of all.
+)";
+
+constexpr const char* kExampleSteps = R"(
 # Copies files.
 [[steps]]
 kind = "copy-files"
@@ -137,7 +149,6 @@ values = { User = "user", Password = "change-me" }
 )";
 
 constexpr NewFile kFiles[] = {
-    {kManifestName, kManifestText},
     {"payload/bin/hello", "#!/bin/sh\necho \"Hello from the panel.\"\n"},
     {"payload/etc/hello.conf", "greeting = Hello\n"},
     {"payload/share/greeting.txt", "Hello\n"},
@@ -147,7 +158,7 @@ constexpr NewFile kFiles[] = {
     {"scripts/uninstall.sh", "#!/bin/sh\nrm -f /mnt/user/bin/hello\n"},
 };
 
-/// Makes the folder, or takes one that is empty.
+/// Makes the folder, or takes one that has no manifest.
 void PrepareFolder(const std::string& folder)
 {
     std::error_code error;
@@ -155,13 +166,12 @@ void PrepareFolder(const std::string& folder)
     if (error) {
         throw io::AccessError(folder, "make the folder", error.value());
     }
-    const bool isEmpty = fs::is_empty(folder, error);
-    if (error) {
-        throw io::AccessError(folder, "look into the folder", error.value());
-    }
-    if (!isEmpty) {
-        throw io::Error(io::ExitCode::kWrongUse, folder, "is not empty",
-                        "name a folder that is not there yet");
+    const fs::path manifest = fs::path(folder) / kManifestName;
+    struct stat info {
+    };
+    if (lstat(manifest.c_str(), &info) == 0) {
+        throw io::Error(io::ExitCode::kWrongUse, manifest.string(), "is there already",
+                        "change it, or name another folder");
     }
 }
 
@@ -176,33 +186,77 @@ void WriteFile(const fs::path& path, const std::string& text)
     io::WriteAll(file.Number(), text, path.string());
 }
 
-io::ExitCode MakeNew(const std::string& folder, const Output& output)
+/// Returns the manifest for what is in the folder.
+std::string ManifestText(const std::string& folder, const NewContents& contents)
 {
     const std::time_t moment = SourceDateEpoch().value_or(std::time(nullptr));
-    PrepareFolder(folder);
     std::error_code error;
     const std::string name = AcceptedPackageName(fs::canonical(folder, error).filename().string());
     const format::Processor* const native = format::NativeProcessor();
-    const std::string processor = native != nullptr ? native->name : "aarch64";
-    const std::string date = ReplaceStringAll(DateText(moment), "/", "-");
-    picojson::array made;
-    for (const NewFile& file : kFiles) {
-        std::string text = ReplaceStringAll(file.text, "@NAME@", name);
-        text = ReplaceStringAll(text, "@DATE@", date);
-        text = ReplaceStringAll(text, "@PROCESSOR@", processor);
-        WriteFile(fs::path(folder) / file.path, text);
-        made.emplace_back(file.path);
+    std::string text = ReplaceStringAll(kManifestHead, "@NAME@", name);
+    text = ReplaceStringAll(text, "@DATE@", ReplaceStringAll(DateText(moment), "/", "-"));
+    text = ReplaceStringAll(text, "@PROCESSOR@", native != nullptr ? native->name : "aarch64");
+    return text + (contents.IsEmpty()
+                       ? kExampleSteps
+                       : StepsForContents(contents, "/mnt/user/" + name) + kMoreSteps);
+}
+
+picojson::value ListOf(const std::vector<std::string>& texts)
+{
+    picojson::array list;
+    for (const std::string& text : texts) {
+        list.push_back(JsonText(text));
+    }
+    return picojson::value(list);
+}
+
+/// "2 files and 1 folder that are there"
+std::string TakenText(const NewContents& contents)
+{
+    const std::size_t files = contents.files.size() + contents.programs.size();
+    return io::CountText(files, "file") + " and " +
+           io::CountText(contents.folders.size(), "folder") + " of what is there";
+}
+
+void TellNew(const std::string& folder, const NewContents& contents, const Output& output)
+{
+    for (const std::string& remark : contents.remarks) {
+        output.err << "kx-package: " << io::Printable(remark) << '\n';
     }
     const std::string manifest = (fs::path(folder) / kManifestName).string();
-    if (output.isJson) {
-        WriteJson(output, picojson::value(picojson::object{
-                              {"folder", JsonText(folder)},
-                              {"files", picojson::value(made)},
-                          }));
+    output.out << "Made " << io::Printable(manifest)
+               << (contents.IsEmpty() ? "" : ", with steps that copy " + TakenText(contents))
+               << ". Change it, then make the package:\n"
+               << "  kx-package build " << io::Printable(folder) << '\n';
+}
+
+io::ExitCode MakeNew(const std::string& folder, const Output& output)
+{
+    PrepareFolder(folder);
+    const NewContents contents = ReadNewContents(folder);
+    std::vector<std::string> made = {kManifestName};
+    WriteFile(fs::path(folder) / kManifestName, ManifestText(folder, contents));
+    if (contents.IsEmpty()) {
+        for (const NewFile& file : kFiles) {
+            WriteFile(fs::path(folder) / file.path, file.text);
+            made.emplace_back(file.path);
+        }
+    }
+    if (!output.isJson) {
+        TellNew(folder, contents, output);
         return io::ExitCode::kFine;
     }
-    output.out << "Made " << io::Printable(manifest) << ". Change it, then make the package:\n"
-               << "  kx-package build " << io::Printable(folder) << '\n';
+    std::vector<std::string> taken = contents.programs;
+    taken.insert(taken.end(), contents.files.begin(), contents.files.end());
+    for (const NewContents::Folder& each : contents.folders) {
+        taken.push_back(each.name + "/");
+    }
+    WriteJson(output, picojson::value(picojson::object{
+                          {"folder", JsonText(folder)},
+                          {"files", ListOf(made)},
+                          {"taken", ListOf(taken)},
+                          {"remarks", ListOf(contents.remarks)},
+                      }));
     return io::ExitCode::kFine;
 }
 
@@ -213,13 +267,17 @@ void AddNew(CLI::App& program, Invocation& invocation)
     CLI::App* const command =
         program.add_subcommand("new", "Begin a package: a manifest with examples, and its payload");
     const auto folder = std::make_shared<std::string>();
-    command->add_option("folder", *folder, "The folder to make; an empty one is taken")
+    command
+        ->add_option("folder", *folder, "The folder to make, or one with the files of the package")
         ->type_name(kFolderValue)
         ->required();
     command->add_flag("--json", invocation.isJson, "Write the result as JSON");
-    command->footer("Example:\n"
-                    "  kx-package new recipes\n"
-                    "  kx-package build recipes");
+    command->footer(
+        "In a folder with files, the manifest has steps that copy them, and nothing else is\n"
+        "made. Nothing is ever overwritten.\n\n"
+        "Examples:\n"
+        "  kx-package new recipes\n"
+        "  kx-package build recipes");
     command->callback([folder, &invocation] {
         invocation.run = [folder](const Output& output) { return MakeNew(*folder, output); };
     });

@@ -7,6 +7,7 @@
 #include "io/AtomicFile.h"
 #include "io/Nearest.h"
 #include "io/Transfer.h"
+#include "schema/JsonSchemas.h"
 #include "schema/TomlSchemas.h"
 
 #include <array>
@@ -23,7 +24,7 @@ namespace kx::tool
 namespace
 {
 
-/// A kind of document that there is a schema of.
+/// A kind of file that there is a schema of.
 struct Subject {
     const char* name;
     picojson::value (*make)();
@@ -31,6 +32,9 @@ struct Subject {
 
 constexpr std::array<Subject, 3> kSubjects = {
     {{"description", MakeSchema}, {"manifest", MakeManifestSchema}, {"panel", MakePanelSchema}}};
+
+/// Before the names of the documents that the commands write.
+constexpr const char* kJsonPrefix = "json-";
 
 struct SchemaOptions {
     std::string subject = kSubjects.front().name;
@@ -40,9 +44,11 @@ struct SchemaOptions {
 std::vector<std::string> SubjectNames()
 {
     std::vector<std::string> names;
-    names.reserve(kSubjects.size());
     for (const Subject& subject : kSubjects) {
         names.emplace_back(subject.name);
+    }
+    for (const std::string& document : JsonDocumentNames()) {
+        names.push_back(kJsonPrefix + document);
     }
     return names;
 }
@@ -52,6 +58,11 @@ picojson::value SchemaOf(const std::string& name)
     for (const Subject& subject : kSubjects) {
         if (name == subject.name) {
             return subject.make();
+        }
+    }
+    for (const std::string& document : JsonDocumentNames()) {
+        if (name == kJsonPrefix + document) {
+            return MakeJsonSchema(document);
         }
     }
     throw io::Error(io::ExitCode::kWrongUse, "schema", "there is none of '" + name + "'",
@@ -66,11 +77,11 @@ io::ExitCode TellSchema(const SchemaOptions& options, const Output& output)
     }
     const picojson::value schema = SchemaOf(options.subject);
     if (options.output == io::AtomicFile::kStandardOutput) {
-        WriteJson(output, schema);
+        output.out << SerializedJson(schema);
         return io::ExitCode::kFine;
     }
     io::AtomicFile file(options.output);
-    io::WriteAll(file.File().Number(), schema.serialize(true), options.output);
+    io::WriteAll(file.File().Number(), SerializedJson(schema), options.output);
     file.Commit();
     if (output.isJson) {
         WriteJson(output, picojson::value(picojson::object{{"file", JsonText(options.output)}}));
@@ -88,8 +99,8 @@ void AddSchema(CLI::App& program, Invocation& invocation)
     const auto options = std::make_shared<SchemaOptions>();
     command
         ->add_option("subject", options->subject,
-                     "Of what: a package's description, a manifest (package.toml), or the "
-                     "description of a panel (panel.toml)")
+                     "Of what: a package's description, a manifest (package.toml), the "
+                     "description of a panel (panel.toml), or what a command writes with --json")
         ->type_name(ChoiceOf(SubjectNames()))
         ->capture_default_str();
     command
@@ -106,6 +117,7 @@ void AddSchema(CLI::App& program, Invocation& invocation)
         "Examples:\n"
         "  kx-package schema -o kx-project.schema.json\n"
         "  kx-package schema manifest -o package.schema.json\n"
+        "  kx-package schema json-check -o check.schema.json\n"
         "  tail -c +4 pkg/UserPackage.kx-project >description.json\n"
         "  jsonschema -i description.json kx-project.schema.json");
     command->callback([options, &invocation] {

@@ -40,6 +40,12 @@ picojson::value ArrayOf(const Things& things, Teller tell)
     return picojson::value(array);
 }
 
+/// Returns the word for a kind; a description may name one that nobody knows.
+picojson::value KindAsJson(const std::string& kind)
+{
+    return JsonText(kind.empty() ? "unknown" : kind);
+}
+
 picojson::value ItemAsJson(const format::SummaryItem& item)
 {
     return picojson::value(picojson::object{
@@ -55,7 +61,7 @@ picojson::value ItemAsJson(const format::SummaryItem& item)
 picojson::value SettingAsJson(const format::SummarySetting& setting)
 {
     return picojson::value(picojson::object{
-        {"kind", JsonText(setting.kind)},
+        {"kind", KindAsJson(setting.kind)},
         {"id", JsonText(setting.id)},
         {"isUsed", picojson::value(setting.isUsed)},
         {"items", ArrayOf(setting.items,
@@ -71,7 +77,7 @@ picojson::value SettingAsJson(const format::SummarySetting& setting)
 picojson::value StepAsJson(const format::SummaryStep& step)
 {
     return picojson::value(picojson::object{
-        {"kind", JsonText(step.kind)},
+        {"kind", KindAsJson(step.kind)},
         {"id", JsonText(step.id)},
         {"comment", JsonText(step.comment)},
         {"canSkip", picojson::value(step.canSkip)},

@@ -259,7 +259,6 @@ SignResult SignPackage(const SignOptions& options, const Output& output)
 void TellSignedAsJson(const Output& output, const SignResult& result)
 {
     picojson::object told = {
-        {"formatVersion", JsonNumber(1)},
         {"file", JsonText(result.path)},
         {"isChanged", picojson::value(!result.wasThere)},
     };

@@ -94,7 +94,6 @@ void TellStickAsJson(const Output& output, const Drive& drive, const Checked& ch
                      const StickReport& report)
 {
     picojson::object told;
-    told["formatVersion"] = JsonNumber(1);
     told["package"] = JsonText(checked.path);
     told["drive"] = DriveAsJson(drive, report);
     told["needed"] = picojson::value(picojson::object{

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "commands/TrialJson.h"
 
+#include <algorithm>
+
 namespace kx::tool
 {
 
@@ -72,11 +74,57 @@ void AddChanges(const PanelChanges& changes, picojson::object& told)
     told["rebootAsked"] = picojson::value(changes.isRebootAsked);
 }
 
+picojson::value JsonOf(const std::vector<StepFailure>& failures)
+{
+    picojson::array list;
+    for (const StepFailure& failure : failures) {
+        const auto orNull = [](const std::string& text) {
+            return text.empty() ? picojson::value() : JsonText(text);
+        };
+        list.emplace_back(picojson::object{
+            {"step", JsonNumber(static_cast<std::uint64_t>(failure.step))},
+            {"kind", orNull(failure.kind)},
+            {"command", orNull(ShownCommand(failure.command))},
+            {"why", orNull(failure.why)},
+            {"failures", JsonNumber(failure.failures)},
+            {"skipped", picojson::value(failure.isSkipped)},
+        });
+    }
+    return picojson::value(list);
+}
+
+picojson::value JsonOf(const std::vector<StartedProgram>& programs)
+{
+    picojson::array list;
+    for (const StartedProgram& program : programs) {
+        list.emplace_back(picojson::object{
+            {"path", JsonText(program.path)},
+            {"processor", JsonText(program.processor)},
+            {"step", program.step == 0 ? picojson::value()
+                                       : JsonNumber(static_cast<std::uint64_t>(program.step))},
+            {"canRun", picojson::value(program.canRun)},
+            {"missingLoader",
+             program.missingLoader.empty() ? picojson::value() : JsonText(program.missingLoader)},
+        });
+    }
+    return picojson::value(list);
+}
+
+/// Adds what a trial, or one of its installations, came to.
+void AddVerdict(Verdict verdict, const std::vector<std::string>& doubts, picojson::object& told)
+{
+    told["verdict"] = JsonText(VerdictText(verdict));
+    told["installed"] = picojson::value(verdict == Verdict::kInstalled);
+    told["reason"] = doubts.empty() ? picojson::value() : JsonText(doubts.front());
+}
+
 picojson::value JsonOf(const Installation& installation, const TrialSubject& subject)
 {
     picojson::object told;
     told["unpacked"] = picojson::value(installation.isUnpacked);
-    told["installed"] = picojson::value(installation.isInstalled);
+    AddVerdict(installation.Outcome(), installation.doubts, told);
+    told["failedSteps"] = JsonOf(installation.failedSteps);
+    told["programs"] = JsonOf(installation.programs);
     told["exitCode"] = installation.exitCode.has_value()
                            ? picojson::value(static_cast<double>(*installation.exitCode))
                            : picojson::value();
@@ -152,7 +200,12 @@ void WriteTrialJson(const Output& output, const TrialSubject& subject, const Tri
     picojson::object document;
     document["package"] = JsonText(subject.package);
     document["recordName"] = JsonText(result.recordName);
-    document["installed"] = picojson::value(result.installations.back().isInstalled);
+    const auto doubtful = std::find_if(result.installations.begin(), result.installations.end(),
+                                       [](const Installation& one) { return !one.doubts.empty(); });
+    AddVerdict(result.Outcome(),
+               doubtful == result.installations.end() ? std::vector<std::string>()
+                                                      : doubtful->doubts,
+               document);
     document["installations"] = picojson::value(installations);
     document["restart"] = JsonOf(result.restart);
     document["shell"] = JsonOf(result.shell);

@@ -7,17 +7,24 @@
 namespace kx::tool
 {
 
-namespace
-{
-
-/// The command that was to fail, without blanks at its end and the password in it.
 std::string ShownCommand(std::string command)
 {
     command.erase(command.find_last_not_of(' ') + 1);
     return format::MaskedCommand(command);
 }
 
-} // namespace
+const char* VerdictText(Verdict verdict)
+{
+    switch (verdict) {
+    case Verdict::kInstalled:
+        return "installed";
+    case Verdict::kNotInstalled:
+        return "not installed";
+    case Verdict::kNotJudged:
+        break;
+    }
+    return "not judged";
+}
 
 std::vector<std::string> RemarksOn(const Installation& installation, const TrialSubject& subject)
 {

@@ -20,6 +20,12 @@ struct TrialSubject {
     std::vector<std::string> panelRemarks = {}; ///< what the described panel lacks for the package
 };
 
+/// Returns a command for people: without blanks at its end and the password in it.
+[[nodiscard]] std::string ShownCommand(std::string command);
+
+/// Returns "installed", "not installed" or "not judged".
+[[nodiscard]] const char* VerdictText(Verdict verdict);
+
 /// Returns the remarks on an installation, with that on the step that was to fail. A password in
 /// the step's command is masked.
 [[nodiscard]] std::vector<std::string> RemarksOn(const Installation& installation,

@@ -2,10 +2,15 @@
 // SPDX-License-Identifier: MIT
 #include "commands/TrialText.h"
 
+#include "io/Path.h"
 #include "io/Text.h"
+#include "osa/PanelNames.h"
 
 #include <algorithm>
+#include <array>
+#include <iterator>
 #include <ostream>
+#include <set>
 
 namespace kx::tool
 {
@@ -36,17 +41,19 @@ std::string Padded(const std::string& text, std::size_t width, bool isRight = fa
     return isRight ? blanks + text : text + blanks;
 }
 
-void TellFile(const Output& output, const FileChange& file, const Widths& widths)
+void TellFile(const Output& output, const FileChange& file, const Widths& widths, bool isRecorded)
 {
     constexpr std::size_t kChangeWidth = 7;
     constexpr std::size_t kModeWidth = 10;
     output.out << "  " << Padded(file.change, kChangeWidth) << "  " << Padded(file.mode, kModeWidth)
                << "  " << Padded(OwnerOf(file), widths.owner) << "  "
                << Padded(SizeOf(file), widths.size, true) << "  " << io::Printable(file.path)
-               << (file.target.empty() ? "" : " -> " + io::Printable(file.target)) << '\n';
+               << (file.target.empty() ? "" : " -> " + io::Printable(file.target))
+               << (isRecorded ? "  (recorded)" : "") << '\n';
 }
 
-void TellFiles(const Output& output, const std::vector<FileChange>& files)
+void TellFiles(const Output& output, const std::vector<FileChange>& files,
+               const std::set<std::string>& recorded)
 {
     Widths widths;
     for (const FileChange& file : files) {
@@ -54,16 +61,76 @@ void TellFiles(const Output& output, const std::vector<FileChange>& files)
         widths.size = std::max(widths.size, SizeOf(file).size());
     }
     for (const FileChange& file : files) {
-        TellFile(output, file, widths);
-    }
-    if (files.empty()) {
-        output.out << "  no file and no folder\n";
+        TellFile(output, file, widths, recorded.count(file.path) > 0);
     }
 }
 
-void TellSettings(const Output& output, const std::vector<SettingChange>& settings)
+/// How many folders and files a run added, changed or removed, in one line.
+void TellCount(const Output& output, const std::vector<FileChange>& files, const char* change)
 {
-    output.out << "settings\n";
+    std::size_t all = 0;
+    std::size_t folders = 0;
+    for (const FileChange& file : files) {
+        if (file.change == change) {
+            ++all;
+            folders += file.mode.substr(0, 1) == "d" ? 1 : 0;
+        }
+    }
+    if (all == 0) {
+        return;
+    }
+    const std::string some = folders > 0 ? io::CountText(folders, "folder") : "";
+    const std::string rest = all > folders ? io::CountText(all - folders, "file") : "";
+    output.out << "  " << change << ": " << some << (some.empty() || rest.empty() ? "" : ", ")
+               << rest << '\n';
+}
+
+/// Tells whether a change is worth a look: of what was there before, and in the panel's own places.
+bool IsNotable(const FileChange& file)
+{
+    if (io::IsIn(file.path, PanelNames::kRegistry)) {
+        return false;
+    }
+    const auto holds = [&file](const char* folder) { return io::IsIn(file.path, folder); };
+    constexpr std::array<const char*, 8> kSystem = {"/bin", "/boot",  "/dev",  "/etc",
+                                                    "/lib", "/lib64", "/sbin", "/usr"};
+    return file.change != "added" || std::any_of(kSystem.begin(), kSystem.end(), holds);
+}
+
+/// How many of each, and those that are worth a look, what was there before first.
+void TellMainFiles(const Output& output, const std::vector<FileChange>& files)
+{
+    constexpr std::size_t kMost = 10;
+    for (const char* const change : {"added", "changed", "removed"}) {
+        TellCount(output, files, change);
+    }
+    std::vector<FileChange> notable;
+    std::copy_if(files.begin(), files.end(), std::back_inserter(notable), IsNotable);
+    std::stable_partition(notable.begin(), notable.end(),
+                          [](const FileChange& file) { return file.change != "added"; });
+    const std::size_t more = notable.size() > kMost ? notable.size() - kMost : 0;
+    notable.resize(notable.size() - more);
+    TellFiles(output, notable, {});
+    if (more > 0) {
+        output.out << "  and " << more << " more like these; see --verbose\n";
+    }
+}
+
+/// The heading of a list; of an empty one only where everything is told.
+bool Begins(const Output& output, const char* heading, bool isEmpty, bool isVerbose)
+{
+    if (isEmpty && !isVerbose) {
+        return false;
+    }
+    output.out << heading << '\n' << (isEmpty ? "  none\n" : "");
+    return true;
+}
+
+void TellSettings(const Output& output, const std::vector<SettingChange>& settings, bool isVerbose)
+{
+    if (!Begins(output, "settings", settings.empty(), isVerbose)) {
+        return;
+    }
     for (const SettingChange& setting : settings) {
         output.out << "  " << io::Printable(setting.name) << '='
                    << io::Printable(setting.after.value_or(""));
@@ -72,76 +139,176 @@ void TellSettings(const Output& output, const std::vector<SettingChange>& settin
         }
         output.out << '\n';
     }
-    if (settings.empty()) {
-        output.out << "  none\n";
-    }
 }
 
-void TellNamed(const Output& output, const char* heading, const std::vector<NamedChange>& changes)
+void TellNamed(const Output& output, const char* heading, const std::vector<NamedChange>& changes,
+               bool isVerbose)
 {
-    output.out << heading << '\n';
+    if (!Begins(output, heading, changes.empty(), isVerbose)) {
+        return;
+    }
     for (const NamedChange& change : changes) {
         output.out << "  " << io::Printable(change.name) << ": " << change.change << '\n';
     }
-    if (changes.empty()) {
-        output.out << "  none\n";
-    }
 }
 
-void TellChanges(const Output& output, const std::string& heading, const PanelChanges& changes)
+void TellChanges(const Output& output, const std::string& heading, const PanelChanges& changes,
+                 const std::set<std::string>& recorded, bool isVerbose)
 {
     output.out << '\n' << Coloured(output, Colour::kBold, heading) << '\n';
-    TellFiles(output, changes.files);
-    TellSettings(output, changes.settings);
-    TellNamed(output, "users", changes.users);
-    TellNamed(output, "records", changes.packages);
+    if (isVerbose) {
+        TellFiles(output, changes.files, recorded);
+    } else {
+        TellMainFiles(output, changes.files);
+    }
+    if (changes.files.empty()) {
+        output.out << "  no file and no folder\n";
+    }
+    TellSettings(output, changes.settings, isVerbose);
+    TellNamed(output, "users", changes.users, isVerbose);
+    TellNamed(output, "records", changes.packages, isVerbose);
     if (changes.isRebootAsked) {
         output.out << "a reboot was asked for\n";
     }
 }
 
-void TellRecord(const Output& output, const std::string& name,
-                const std::optional<TrialRecord>& record)
+/// The paths of a record, as changes name them.
+std::set<std::string> PathsOf(const std::optional<TrialRecord>& record)
 {
-    output.out << '\n';
-    if (!record.has_value()) {
-        output.out << Coloured(output, Colour::kBold, "There is no record of it") << '\n';
-        return;
+    std::set<std::string> paths;
+    if (record.has_value()) {
+        for (const auto* const list : {&record->folders, &record->files}) {
+            for (const std::string& path : *list) {
+                paths.insert(io::PlainPath(path));
+            }
+        }
     }
-    output.out << Coloured(output, Colour::kBold, "Recorded as " + io::Printable(name)) << '\n';
-    for (const auto* const list : {&record->folders, &record->files}) {
+    return paths;
+}
+
+/// Of what is recorded, each path that does not stand among the changes.
+void TellRecordedPaths(const Output& output, const TrialRecord& record,
+                       const std::vector<FileChange>& changes)
+{
+    std::set<std::string> changed;
+    for (const FileChange& file : changes) {
+        changed.insert(file.path);
+    }
+    for (const auto* const list : {&record.folders, &record.files}) {
         for (const std::string& path : *list) {
-            output.out << "  " << io::Printable(path)
-                       << (list == &record->folders ? "  (folder)" : "") << '\n';
+            if (changed.count(io::PlainPath(path)) == 0) {
+                output.out << "  " << io::Printable(path)
+                           << (list == &record.folders ? "  (folder)" : "") << '\n';
+            }
         }
     }
 }
 
-void TellLog(const Output& output, const Installation& installation)
+void TellRecord(const Output& output, const std::string& name, const Installation& installation,
+                bool isVerbose)
 {
-    const std::vector<std::string> lines = installation.log.Lines();
-    if (!installation.isUnpacked && lines.empty()) {
+    output.out << '\n';
+    if (!installation.record.has_value()) {
+        output.out << Coloured(output, Colour::kBold, "There is no record of it") << '\n';
         return;
     }
-    output.out << '\n'
-               << Coloured(output, Colour::kBold,
-                           installation.isUnpacked ? "What the updater printed"
-                                                   : "What the unpacking printed")
-               << '\n';
+    const TrialRecord& record = *installation.record;
+    output.out << Coloured(output, Colour::kBold, "Recorded as " + io::Printable(name)) << ": "
+               << io::CountText(record.folders.size(), "folder") << ", "
+               << io::CountText(record.files.size(), "file") << '\n';
+    if (isVerbose) {
+        TellRecordedPaths(output, record, installation.changes.files);
+    }
+}
+
+/// The lines that matter: of an installation that succeeded those of scripts and tools, and the end
+/// of what is long.
+std::vector<std::string> MainLines(const Installation& installation)
+{
+    constexpr std::size_t kMost = 20;
+    std::vector<std::string> lines = installation.log.Lines();
+    if (installation.Outcome() == Verdict::kInstalled) {
+        lines.erase(std::remove_if(lines.begin(), lines.end(),
+                                   [](const std::string& line) {
+                                       return line.rfind("**** Installation step ", 0) == 0 ||
+                                              line == "Installation succeeded.";
+                                   }),
+                    lines.end());
+    }
+    if (lines.size() > kMost) {
+        const std::size_t more = lines.size() - kMost;
+        lines.erase(lines.begin(), lines.end() - kMost);
+        lines.insert(lines.begin(), "... " + std::to_string(more) + " more; see --verbose");
+    }
+    return lines;
+}
+
+void TellLog(const Output& output, const Installation& installation, bool isVerbose)
+{
+    const std::vector<std::string> lines =
+        isVerbose ? installation.log.Lines() : MainLines(installation);
+    if (lines.empty() && !(isVerbose && installation.isUnpacked)) {
+        return;
+    }
+    const char* const heading = !installation.isUnpacked ? "What the unpacking printed"
+                                : isVerbose || installation.Outcome() != Verdict::kInstalled
+                                    ? "What the updater printed"
+                                    : "What scripts and tools printed";
+    output.out << '\n' << Coloured(output, Colour::kBold, heading) << '\n';
     for (const std::string& line : lines) {
         output.out << "  | " << io::Printable(line) << '\n';
     }
 }
 
+/// Returns "; steps 2 and 4 failed and were skipped", or nothing.
+std::string SkippedText(const std::vector<StepFailure>& failures)
+{
+    std::vector<int> steps;
+    for (const StepFailure& failure : failures) {
+        if (failure.isSkipped) {
+            steps.push_back(failure.step);
+        }
+    }
+    if (steps.empty()) {
+        return "";
+    }
+    std::string text = steps.size() == 1 ? "; step " : "; steps ";
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        text += i == 0 ? "" : i + 1 == steps.size() ? " and " : ", ";
+        text += std::to_string(steps[i]);
+    }
+    return text + (steps.size() == 1 ? " failed and was skipped" : " failed and were skipped");
+}
+
 std::string Outcome(const Output& output, const Installation& installation)
 {
-    if (installation.isInstalled) {
-        return Coloured(output, Colour::kGreen, "installed");
+    const Verdict verdict = installation.Outcome();
+    const Colour colour = verdict == Verdict::kInstalled      ? Colour::kGreen
+                          : verdict == Verdict::kNotInstalled ? Colour::kRed
+                                                              : Colour::kYellow;
+    std::string text = Coloured(output, colour, VerdictText(verdict));
+    if (verdict == Verdict::kNotJudged) {
+        text += ": " + io::Printable(installation.doubts.front());
+    } else if (verdict == Verdict::kNotInstalled && installation.exitCode.has_value()) {
+        text += ", exit code " + std::to_string(*installation.exitCode);
     }
-    const std::string outcome = Coloured(output, Colour::kRed, "not installed");
-    return installation.exitCode.has_value()
-               ? outcome + ", exit code " + std::to_string(*installation.exitCode)
-               : outcome;
+    return text + SkippedText(installation.failedSteps);
+}
+
+/// Tells each step that failed, and why. What was made to fail stands among the remarks.
+void TellFailures(const Output& output, const std::vector<StepFailure>& failures)
+{
+    for (const StepFailure& failure : failures) {
+        std::string text = "step " + std::to_string(failure.step);
+        text += failure.kind.empty() ? "" : " (" + failure.kind + ")";
+        text += failure.isSkipped ? " failed and was skipped" : " failed";
+        text += failure.why.empty() ? "" : ": " + failure.why;
+        text += failure.command.empty() ? "" : ": " + ShownCommand(failure.command);
+        text += failure.failures > 1
+                    ? "; and " + std::to_string(failure.failures - 1) + " more of its items"
+                    : "";
+        output.out << "  " << Coloured(output, Colour::kYellow, io::Printable(text)) << '\n';
+    }
 }
 
 void TellRemarks(const Output& output, const std::vector<std::string>& remarks)
@@ -152,7 +319,7 @@ void TellRemarks(const Output& output, const std::vector<std::string>& remarks)
 }
 
 void TellInstallation(const Output& output, const TrialSubject& subject, const TrialResult& result,
-                      std::size_t index)
+                      std::size_t index, bool isVerbose)
 {
     const Installation& installation = result.installations[index];
     const bool isOnly = result.installations.size() == 1;
@@ -162,12 +329,17 @@ void TellInstallation(const Output& output, const TrialSubject& subject, const T
     }
     output.out << io::Printable(subject.package) << (isOnly ? "" : ", the " + ordinal + "time")
                << ": " << Outcome(output, installation) << '\n';
+    TellFailures(output, installation.failedSteps);
+    for (std::size_t i = 1; i < installation.doubts.size(); ++i) {
+        TellRemarks(output, {installation.doubts[i]});
+    }
     TellRemarks(output, RemarksOn(installation, index == 0 ? subject : TrialSubject()));
     if (installation.isUnpacked) {
-        TellChanges(output, "What the " + ordinal + "installation changed", installation.changes);
-        TellRecord(output, result.recordName, installation.record);
+        TellChanges(output, "What the " + ordinal + "installation changed", installation.changes,
+                    PathsOf(installation.record), isVerbose);
+        TellRecord(output, result.recordName, installation, isVerbose);
     }
-    TellLog(output, installation);
+    TellLog(output, installation, isVerbose);
 }
 
 std::string StartupText(const Restart& restart)
@@ -188,7 +360,7 @@ std::string StartupText(const Restart& restart)
 }
 
 /// Tells what the start-up script did.
-void TellRestart(const Output& output, const Restart& restart)
+void TellRestart(const Output& output, const Restart& restart, bool isVerbose)
 {
     output.out << '\n'
                << Coloured(output, Colour::kBold, "The restart") << ": " << StartupText(restart)
@@ -200,7 +372,7 @@ void TellRestart(const Output& output, const Restart& restart)
     const bool isStarted =
         restart.script != StartupScript::kNone && restart.script != StartupScript::kNotExecutable;
     if (isStarted) {
-        TellChanges(output, "What the start-up script changed", restart.changes);
+        TellChanges(output, "What the start-up script changed", restart.changes, {}, isVerbose);
     }
 }
 
@@ -243,16 +415,17 @@ void TellKept(const Output& output, const TrialSubject& subject, const TrialResu
 
 } // namespace
 
-void WriteTrialText(const Output& output, const TrialSubject& subject, const TrialResult& result)
+void WriteTrialText(const Output& output, const TrialSubject& subject, const TrialResult& result,
+                    bool isVerbose)
 {
     for (std::size_t i = 0; i < result.installations.size(); ++i) {
-        TellInstallation(output, subject, result, i);
+        TellInstallation(output, subject, result, i, isVerbose);
     }
     if (result.restart.has_value()) {
-        TellRestart(output, *result.restart);
+        TellRestart(output, *result.restart, isVerbose);
     }
     if (result.shell.has_value()) {
-        TellChanges(output, "What the shell changed", result.shell->changes);
+        TellChanges(output, "What the shell changed", result.shell->changes, {}, isVerbose);
         TellRemarks(output, result.shell->remarks);
     }
     if (!subject.keptAt.empty()) {

@@ -11,7 +11,11 @@ namespace kx::tool
 {
 
 /// Writes the result of a trial for people.
-void WriteTrialText(const Output& output, const TrialSubject& subject, const TrialResult& result);
+/// @param isVerbose  every file that changed or is recorded, once, and all that was printed,
+/// instead
+///                   of what matters
+void WriteTrialText(const Output& output, const TrialSubject& subject, const TrialResult& result,
+                    bool isVerbose);
 
 /// Returns the line that a shell on the panel begins with.
 [[nodiscard]] std::string ShellGreeting(bool isInstalled);

@@ -47,6 +47,7 @@ struct TryOptions {
     bool hasFailedStep = false;
     bool isTwice = false;
     bool hasShell = false;
+    bool isVerbose = false;
     bool isRestarted = false;
     unsigned bootSeconds = kUsualBootSeconds;
     std::optional<std::string> keep;
@@ -159,6 +160,60 @@ std::vector<std::string> RemarksOnPanel(const TryOptions& options, const Package
     return remarks;
 }
 
+/// Returns the name of the processor that the panel is said to have; empty when that is not said.
+std::string ProcessorOf(const TryOptions& options, const PackageSource* source)
+{
+    format::PanelModel panel;
+    if (source != nullptr) {
+        panel = PanelFor(source->manifest, options.panel);
+    } else if (!options.panel.empty()) {
+        panel = format::ReadPanelFile(options.panel);
+    }
+    if (panel.processor == nullptr && source != nullptr) {
+        panel.processor = source->manifest.processor;
+    }
+    return panel.processor != nullptr ? panel.processor->name : "";
+}
+
+void ShowProgress(const TrialProgress& now, Progress& progress)
+{
+    if (now.isEnding) {
+        progress.Show(1, "interrupted, removing the panel");
+    } else if (!now.isInstalling) {
+        progress.Show(0, "unpacking");
+    } else if (now.steps == 0) {
+        progress.Show(0, "installing");
+    } else {
+        progress.Show(static_cast<double>(now.step - 1) / now.steps,
+                      "installing, step " + std::to_string(now.step) + " of " +
+                          std::to_string(now.steps));
+    }
+}
+
+io::ExitCode ExitCodeOf(Verdict verdict)
+{
+    switch (verdict) {
+    case Verdict::kInstalled:
+        return io::ExitCode::kFine;
+    case Verdict::kNotInstalled:
+        return io::ExitCode::kProblems;
+    case Verdict::kNotJudged:
+        break;
+    }
+    return io::ExitCode::kUnknown;
+}
+
+/// Tries the package; a person sees how far it has come.
+TrialResult RunWatched(TrialRequest& request, const Output& output)
+{
+    Progress progress(output, "unpacking");
+    // A shell has the terminal to itself.
+    if (!request.shellGreeting) {
+        request.onProgress = [&progress](const TrialProgress& now) { ShowProgress(now, progress); };
+    }
+    return RunTrial(request);
+}
+
 /// Tells the trial what its package is, or how to make it.
 /// @param source  of the package, or null; lives as long as the request
 void NamePackage(const TryOptions& options, const PackageSource* source, const Output& output,
@@ -216,6 +271,7 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
     request.bounds = options.bounds;
     request.environment = options.environment;
     request.isTwice = options.isTwice;
+    request.processor = ProcessorOf(options, source.get());
     request.bootSeconds = options.isRestarted ? options.bootSeconds : 0;
     if (options.hasShell) {
         request.shellGreeting = ShellGreeting;
@@ -227,13 +283,13 @@ io::ExitCode Try(const TryOptions& options, const Output& output)
         subject.device = request.device;
     }
 
-    const TrialResult result = RunTrial(request);
+    const TrialResult result = RunWatched(request, output);
     if (output.isJson) {
         WriteTrialJson(output, subject, result);
     } else {
-        WriteTrialText(output, subject, result);
+        WriteTrialText(output, subject, result, options.isVerbose);
     }
-    return result.installations.back().isInstalled ? io::ExitCode::kFine : io::ExitCode::kProblems;
+    return ExitCodeOf(result.Outcome());
 }
 
 void AddBounds(CLI::App& command, TrialBounds& bounds)
@@ -257,6 +313,24 @@ void AddBounds(CLI::App& command, TrialBounds& bounds)
         ->capture_default_str();
 }
 
+/// Adds what may follow the installation.
+void AddAftermath(CLI::App& command, TryOptions& options)
+{
+    command.add_flag("--boot", options.isRestarted,
+                     "Restart the panel after the installation, and show what its start-up script "
+                     "does");
+    command
+        .add_option("--boot-seconds", options.bootSeconds,
+                    "The time that --boot gives the script, which need not end")
+        ->check(CLI::Range(1U, kMostBootSeconds))
+        ->capture_default_str();
+    command.add_flag("--shell", options.hasShell, "Open a shell on the panel after all of it");
+    command
+        .add_option("--keep", options.keep,
+                    "Keep the panel in a new folder, for a shell and for installed and verify")
+        ->type_name(kFolderValue);
+}
+
 } // namespace
 
 void AddTry(CLI::App& program, Invocation& invocation)
@@ -270,19 +344,7 @@ void AddTry(CLI::App& program, Invocation& invocation)
     CLI::Option* const fail = command->add_option(
         "--fail", options->failedStep,
         "Let this step fail, counted from 1, at its first command; with --twice the first time");
-    command->add_flag("--boot", options->isRestarted,
-                      "Restart the panel after the installation, and show what its start-up script "
-                      "does");
-    command
-        ->add_option("--boot-seconds", options->bootSeconds,
-                     "The time that --boot gives the script, which need not end")
-        ->check(CLI::Range(1U, kMostBootSeconds))
-        ->capture_default_str();
-    command->add_flag("--shell", options->hasShell, "Open a shell on the panel after all of it");
-    command
-        ->add_option("--keep", options->keep,
-                     "Keep the panel in a new folder, for a shell and for installed and verify")
-        ->type_name(kFolderValue);
+    AddAftermath(*command, *options);
     command
         ->add_option("--updater", options->updater,
                      "The updater that installs, instead of this machine's own")
@@ -297,12 +359,15 @@ void AddTry(CLI::App& program, Invocation& invocation)
         ->allow_extra_args(false);
     AddPanelOption(*command, options->panel);
     AddBounds(*command, options->bounds);
+    command->add_flag("-v,--verbose", options->isVerbose,
+                      "List every file, and all that the updater printed");
     command->add_flag("--json", invocation.isJson, "Write it as JSON");
     command->footer(
         "Nothing is changed on this machine, and nothing is started outside the sandboxed "
         "panel.\n\n"
         "Exit status: 0 installed, 1 not installed, 2 wrong use, 3 no sandboxed panel, "
-        "no updater,\nor something could not be read or written.\n\n"
+        "no updater,\nor something could not be read or written, 4 not judged: the package starts "
+        "programs\nthat cannot run here, or that run here and not on its panel.\n\n"
         "Examples:\n"
         "  kx-package try recipes.kx-update\n"
         "  kx-package try recipes/package.toml\n"

@@ -106,7 +106,6 @@ void TellUnpackedAsJson(const Output& output, const UnpackArguments& arguments,
         remarks.push_back(JsonText(remark));
     }
     WriteJson(output, picojson::value(picojson::object{
-                          {"formatVersion", JsonNumber(1)},
                           {"folder", JsonText(arguments.folder)},
                           {"manifest", JsonText(kManifestName)},
                           {"payloadFiles", JsonNumber(sources.files)},

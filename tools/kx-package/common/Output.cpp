@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/Output.h"
 
+#include "io/Hex.h"
 #include "io/Text.h"
 #include "io/Utf8.h"
 
@@ -24,15 +25,47 @@ Output StandardOutput(bool isJson)
             !isJson && isatty(STDERR_FILENO) != 0};
 }
 
-void WriteJson(const Output& output, const picojson::value& document)
+void WriteJson(const Output& output, picojson::value document)
 {
-    output.out << document.serialize(true);
+    document.get<picojson::object>()["formatVersion"] = JsonNumber(kJsonFormatVersion);
+    output.out << SerializedJson(document);
     output.out.flush();
+}
+
+std::string SerializedJson(const picojson::value& value)
+{
+    // The library leaves the control characters from U+0080 on, which stand in texts alone.
+    constexpr char kLead = '\xc2';
+    constexpr unsigned char kFirstOther = 0xa0;
+    const std::string plain = value.serialize(true);
+    std::string safe;
+    for (std::size_t i = 0; i < plain.size(); ++i) {
+        const bool isControl = plain[i] == kLead && i + 1 < plain.size() &&
+                               static_cast<unsigned char>(plain[i + 1]) < kFirstOther;
+        if (isControl) {
+            safe += "\\u00" + io::Hex(plain.substr(i + 1, 1));
+            ++i;
+        } else {
+            safe += plain[i];
+        }
+    }
+    return safe;
 }
 
 picojson::value JsonText(const std::string& text)
 {
-    return picojson::value(io::IsUtf8(text) ? text : io::Printable(text));
+    std::string told;
+    std::string_view rest = text;
+    while (!rest.empty()) {
+        const std::size_t length = io::Utf8Prefix(rest);
+        told += rest.substr(0, length);
+        rest.remove_prefix(length);
+        if (!rest.empty()) {
+            told += "\\x" + io::Hex(rest.substr(0, 1));
+            rest.remove_prefix(1);
+        }
+    }
+    return picojson::value(told);
 }
 
 picojson::value JsonNumber(std::uint64_t number)

@@ -27,10 +27,19 @@ struct Output {
 /// on a terminal.
 [[nodiscard]] Output StandardOutput(bool isJson);
 
-/// Writes one JSON document, indented, with a line feed at its end. Keys are sorted.
-void WriteJson(const Output& output, const picojson::value& document);
+/// The version of all JSON documents: another one when a field goes or means something else.
+constexpr int kJsonFormatVersion = 1;
 
-/// Makes a JSON text; bytes that are no UTF-8 make it a printable one.
+/// Writes one JSON document, indented, with a line feed at its end. Keys are sorted. It gets
+/// "formatVersion".
+/// @param document  an object
+void WriteJson(const Output& output, picojson::value document);
+
+/// Returns a JSON value as it is written: indented, with a line feed at its end, and nothing in it
+/// that a terminal takes for more than a text.
+[[nodiscard]] std::string SerializedJson(const picojson::value& value);
+
+/// Makes a JSON text: bytes that are no UTF-8 become \xHH, everything else stays as it is.
 [[nodiscard]] picojson::value JsonText(const std::string& text);
 
 /// Makes a JSON number; beyond 2^53 the nearest that JSON readers know.

@@ -22,6 +22,12 @@ Progress::~Progress()
     }
 }
 
+void Progress::Show(double fraction, const std::string& label)
+{
+    m_label = label;
+    Show(fraction);
+}
+
 void Progress::Show(double fraction)
 {
     constexpr std::chrono::milliseconds kMoment(300);
@@ -34,8 +40,10 @@ void Progress::Show(double fraction)
     std::string line = m_label + " [" + std::string(marks, '#') + std::string(kWidth - marks, ' ') +
                        "] " + std::to_string(static_cast<int>(done * 100)) + " %";
     if (line != m_shown) {
+        const bool isShorter = line.size() < m_shown.size();
         m_shown = std::move(line);
-        m_err << '\r' << m_shown << std::flush;
+        // A shorter line must not leave the end of a longer one.
+        m_err << '\r' << m_shown << (isShorter ? "\x1b[K" : "") << std::flush;
     }
 }
 

@@ -23,6 +23,9 @@ public:
     /// Shows that @p fraction of the work, 0 to 1, is done.
     void Show(double fraction);
 
+    /// Does the same for another part of the work.
+    void Show(double fraction, const std::string& label);
+
 private:
     std::ostream& m_err;
     bool m_isWatched;

@@ -288,6 +288,7 @@ private:
             m_layout.payload.begin() + static_cast<std::ptrdiff_t>(count), m_layout.payload.end());
         m_layout.payload.resize(count);
         for (archive::ArchiveItem& file : tree) {
+            m_layout.sourcesInArchives[file.name] = file.source;
             file.name.erase(0, number.size());
         }
         ManifestStep& script = m_layout.steps[step + 1];

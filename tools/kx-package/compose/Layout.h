@@ -7,6 +7,7 @@
 #include "io/Descriptor.h"
 #include "manifest/Manifest.h"
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,6 +37,9 @@ struct Layout {
     std::vector<archive::ArchiveItem> payload;
     std::vector<Remark> remarks;
     std::vector<std::vector<ItemOrigin>> origins; ///< of each copy step's items
+    /// Of the files in the archives of fast folders, by the names that they would have in the
+    /// package one by one.
+    std::map<std::string, std::string> sourcesInArchives;
     /// Those of fast folders: their names in the payload are good as long as somebody holds them.
     std::vector<std::shared_ptr<const io::Descriptor>> archives;
 };

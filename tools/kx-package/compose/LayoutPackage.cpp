@@ -20,7 +20,8 @@ namespace kx::tool
 LayoutPackage::LayoutPackage(std::string path, bool isArchive, const Layout& layout,
                              const std::string& updater)
     : m_path(std::move(path)), m_isArchive(isArchive),
-      m_description(WriteDescription(layout.model->root)), m_archives(layout.archives)
+      m_description(WriteDescription(layout.model->root)), m_archives(layout.archives),
+      m_sourcesInArchives(layout.sourcesInArchives)
 {
     std::vector<archive::PackageEntry> entries;
     for (const archive::ArchiveItem& item : layout.payload) {
@@ -81,8 +82,13 @@ void LayoutPackage::Stream(const std::string& name, const archive::ContentSink& 
 
 std::string LayoutPackage::SourceOf(const std::string& name) const
 {
-    const auto found = m_sources.find(name);
-    return found == m_sources.end() ? std::string() : found->second;
+    for (const std::map<std::string, std::string>* const sources :
+         {&m_sourcesInArchives, &m_sources}) {
+        if (const auto found = sources->find(name); found != sources->end()) {
+            return found->second;
+        }
+    }
+    return {};
 }
 
 } // namespace kx::tool

@@ -34,7 +34,8 @@ public:
     [[nodiscard]] std::string Read(const std::string& name, std::uint64_t limit) const override;
     void Stream(const std::string& name, const archive::ContentSink& sink) const override;
 
-    /// Returns the file that an entry is made of; empty when there is none.
+    /// Returns the file that an entry is made of, or a file in the archive of a fast folder; empty
+    /// when there is none.
     [[nodiscard]] std::string SourceOf(const std::string& name) const;
 
 private:
@@ -45,6 +46,7 @@ private:
     std::string m_description;
     std::map<std::string, std::string> m_sources;                  ///< name in the package: file
     std::vector<std::shared_ptr<const io::Descriptor>> m_archives; ///< the layout's
+    std::map<std::string, std::string> m_sourcesInArchives;
     std::vector<archive::PackageEntry> m_entries;
 };
 

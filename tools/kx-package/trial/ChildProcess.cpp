@@ -77,11 +77,15 @@ struct Pipe {
 
 /// Reads what is there.
 /// @return false at the end
-bool Take(int descriptor, BoundedText& text)
+bool Take(int descriptor, BoundedText& text,
+          const std::function<void(std::string_view)>& listener = {})
 {
     std::array<char, 1 << 16> piece{};
     const io::Transferred taken = io::ReadSome(descriptor, piece.data(), piece.size());
     text.Append({piece.data(), taken.count});
+    if (listener) {
+        listener({piece.data(), taken.count});
+    }
     return taken.count > 0 || taken.error == EINTR || taken.error == EAGAIN;
 }
 
@@ -101,7 +105,7 @@ int NumberFrom(const io::Descriptor& failure)
 class Child
 {
 public:
-    Child(const std::vector<std::string>& words, ShellTerminal* terminal) : Child(terminal)
+    Child(const std::vector<std::string>& words, const ChildTerms& terms) : Child(terms)
     {
         Start(words); // what throws from here on is followed by the destructor
     }
@@ -133,7 +137,7 @@ public:
     }
 
 private:
-    explicit Child(ShellTerminal* terminal) : m_terminal(terminal) {}
+    explicit Child(const ChildTerms& terms) : m_terms(terms), m_terminal(terms.terminal) {}
 
     void Start(const std::vector<std::string>& words)
     {
@@ -166,12 +170,14 @@ private:
     void Look(const std::function<bool()>& mayGoOn)
     {
         if (m_result.isStopped) {
-            if (Clock::now() > m_deadline) {
+            // Asked anew each time: somebody may lose patience.
+            const Clock::duration patience = m_terms.patience ? m_terms.patience() : kPatience;
+            if (Clock::now() - m_stopped > patience) {
                 kill(m_process, SIGKILL);
             }
         } else if (!mayGoOn()) {
             m_result.isStopped = true;
-            m_deadline = Clock::now() + kPatience;
+            m_stopped = Clock::now();
             kill(m_process, SIGTERM);
         }
     }
@@ -198,8 +204,8 @@ private:
         if (m_terminal != nullptr) {
             ServeTerminal(waits[2].revents, waits[3].revents);
         }
-        m_isOutOpen =
-            m_isOutOpen && (waits[0].revents == 0 || Take(m_out.reading.Number(), m_result.out));
+        m_isOutOpen = m_isOutOpen && (waits[0].revents == 0 ||
+                                      Take(m_out.reading.Number(), m_result.out, m_terms.onOutput));
         m_isErrOpen = m_isErrOpen && (waits[1].revents == 0 || waits[3].revents != 0 ||
                                       Take(m_err.reading.Number(), m_result.err));
     }
@@ -217,6 +223,7 @@ private:
         }
     }
 
+    const ChildTerms& m_terms;
     ShellTerminal* m_terminal;
     Pipe m_out;
     Pipe m_err;
@@ -224,16 +231,16 @@ private:
     bool m_isErrOpen = true;
     bool m_hasKeyboard = true;
     pid_t m_process = -1;
-    Clock::time_point m_deadline;
+    Clock::time_point m_stopped;
     ChildResult m_result;
 };
 
 } // namespace
 
 ChildResult RunChild(const std::vector<std::string>& words, const std::function<bool()>& mayGoOn,
-                     ShellTerminal* terminal)
+                     const ChildTerms& terms)
 {
-    return Child(words, terminal).Wait(mayGoOn);
+    return Child(words, terms).Wait(mayGoOn);
 }
 
 } // namespace kx::tool

@@ -4,8 +4,10 @@
 
 #include "trial/BoundedText.h"
 
+#include <chrono>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kx::tool
@@ -21,16 +23,24 @@ struct ChildResult {
     BoundedText err;
 };
 
+/// What else belongs to the run of a child.
+struct ChildTerms {
+    ShellTerminal* terminal = nullptr; ///< serves as standard input and output instead, or null
+    std::function<void(std::string_view)>
+        onOutput; ///< gets standard output piece by piece, or none
+    /// Tells how long a child that was told to end may take for that; without it 40 seconds.
+    std::function<std::chrono::milliseconds()> patience;
+};
+
 /// Starts a program in a session of its own, so that keys of the terminal do not reach it, and
 /// waits for its end. It ends with this process, too. Standard input is empty.
 ///
 /// @param words     path of the program, and its arguments
 /// @param mayGoOn   asked several times a second; when it says no, the child is told to end by
 ///                  SIGTERM, and killed when it does not in time
-/// @param terminal  serves as standard input and output instead, or null
 /// @throws Error when the program cannot be started
 [[nodiscard]] ChildResult RunChild(const std::vector<std::string>& words,
                                    const std::function<bool()>& mayGoOn,
-                                   ShellTerminal* terminal = nullptr);
+                                   const ChildTerms& terms = {});
 
 } // namespace kx::tool

@@ -52,8 +52,9 @@ Restart PlayRestart(TrialPanel& panel, unsigned seconds, unsigned usually,
         return restart;
     }
     panel.SetSeconds(seconds);
-    const PanelResult ended = panel.Run({"--summary-json", summary},
-                                        {"sh", "-c", kStartScript, PanelNames::kStartupScript});
+    const PanelResult ended = panel.Run(
+        {"--summary-json", summary, "--trace", panel.Scratch("trace"), "--trace-programs"},
+        {"sh", "-c", kStartScript, PanelNames::kStartupScript});
     panel.SetSeconds(usually);
     restart.script = ended.isTimeOver  ? StartupScript::kRunning
                      : ended.isStopped ? StartupScript::kStopped

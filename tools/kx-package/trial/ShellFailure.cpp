@@ -47,7 +47,7 @@ ShellFailure FailureOfStep(const rehearsal::Plan& plan, std::size_t stepCount, s
                         name + " runs no command that could fail",
                         "kx-package plan shows the commands of every step");
     }
-    ShellFailure failure{chosen->command, 1};
+    ShellFailure failure{chosen->command, 1, static_cast<int>(step)};
     for (const rehearsal::PlannedCommand* before = plan.commands.data(); before != chosen;
          ++before) {
         const bool isSame =

@@ -13,6 +13,7 @@ namespace kx::tool
 struct ShellFailure {
     std::string command; ///< letter for letter
     int number = 1;      ///< which of the commands of that text
+    int step = 0;        ///< of the package, counted from 1
 };
 
 /// Chooses the command by whose failure a step fails: the first one of the step, but for the making

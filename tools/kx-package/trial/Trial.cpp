@@ -4,6 +4,7 @@
 
 #include "archive/Package.h"
 #include "format/ShellText.h"
+#include "format/Summary.h"
 #include "io/Descriptor.h"
 #include "io/Error.h"
 #include "io/Interruption.h"
@@ -11,8 +12,11 @@
 #include "io/Text.h"
 #include "io/WholeFile.h"
 #include "osa/PanelNames.h"
+#include "trial/Doubts.h"
+#include "trial/FailedSteps.h"
 #include "trial/ShellTerminal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
@@ -123,6 +127,7 @@ public:
             result.restart =
                 PlayRestart(m_panel, m_request.bootSeconds, m_request.bounds.seconds,
                             m_panel.Scratch("changes"), [this] { return ReadChanges(); });
+            DoubtRestart(*result.restart);
         }
         if (m_request.shellGreeting) {
             result.shell = VisitShell(result.installations.back().isInstalled);
@@ -143,6 +148,10 @@ private:
     [[nodiscard]] std::optional<TrialRecord> Leave();
     [[nodiscard]] ShellVisit VisitShell(bool isInstalled);
     [[nodiscard]] PanelChanges ReadChanges() const;
+    [[nodiscard]] PanelTerms Watched(TrialProgress& progress, StepLog& log) const;
+    void Explain(RunTrace& trace, const StepLog& log, const std::optional<ShellFailure>& failure,
+                 Installation& installation) const;
+    void DoubtRestart(Restart& restart) const;
     void PullDrive();
     [[nodiscard]] bool Keep();
 
@@ -188,7 +197,30 @@ PanelResult Trial::Open()
                                         archive::kDescriptionName,
                                         archive::kUpdaterName};
     command.insert(command.end(), m_road.opening.begin(), m_road.opening.end());
-    return m_panel.Run(options, command);
+    TrialProgress progress;
+    StepLog log;
+    return m_panel.Run(options, command, Watched(progress, log));
+}
+
+/// What tells how far the trial has come. Scripts of a package that is being unpacked do not run
+/// yet, so there is no step then.
+PanelTerms Trial::Watched(TrialProgress& progress, StepLog& log) const
+{
+    PanelTerms terms;
+    terms.onOutput = [&progress, &log](std::string_view piece) {
+        if (progress.isInstalling) {
+            log.Hear(piece);
+            progress.step = log.Step();
+            progress.steps = log.Count();
+        }
+    };
+    terms.onMoment = [this, &progress] {
+        if (m_request.onProgress) {
+            progress.isEnding = io::Interruption::IsAsked();
+            m_request.onProgress(progress);
+        }
+    };
+    return terms;
 }
 
 /// What is to be said when a package did not get as far as its installation.
@@ -259,23 +291,78 @@ Installation Trial::Install(const std::optional<ShellFailure>& failure)
 
 void Trial::Start(const std::optional<ShellFailure>& failure, Installation& installation)
 {
-    std::vector<std::string> options = {"--share",        m_request.updater + "=" + kInsideUpdater,
-                                        "--summary-json", m_panel.Scratch("changes"),
-                                        "--trace",        m_panel.Scratch("trace")};
+    std::vector<std::string> options = {"--share",         m_request.updater + "=" + kInsideUpdater,
+                                        "--summary-json",  m_panel.Scratch("changes"),
+                                        "--trace",         m_panel.Scratch("trace"),
+                                        "--trace-programs"};
     if (failure.has_value()) {
         options.insert(options.end(),
                        {"--fail-shell", std::to_string(failure->number) + "=" + failure->command});
     }
+    TrialProgress progress{true};
+    StepLog log;
     const PanelResult ended =
-        m_panel.Run(options, {"sh", "-c", kInstallScript, kInsideUpdater, m_road.folder});
+        m_panel.Run(options, {"sh", "-c", kInstallScript, kInsideUpdater, m_road.folder},
+                    Watched(progress, log));
     installation.remarks.insert(installation.remarks.end(), ended.remarks.begin(),
                                 ended.remarks.end());
     installation.exitCode = ended.status;
     installation.isInstalled = ended.status == 0 && !ended.isStopped;
     installation.log = ended.out;
     installation.changes = ReadChanges();
-    const std::string trace = io::ReadWholeFile(m_panel.Scratch("trace"), kLargestReport * 8);
-    installation.isRefused = ("\n" + trace).find("\nrefused\t") != std::string::npos;
+    RunTrace trace = ReadRunTrace(io::ReadWholeFile(m_panel.Scratch("trace"), kLargestReport * 8));
+    installation.isRefused = trace.isRefused;
+    Explain(trace, log, failure, installation);
+}
+
+/// Writes the commands of a plan for another folder of the unpacked package.
+void RenameFolder(rehearsal::Plan& plan, const std::string& from, const std::string& to)
+{
+    const std::string found = "\"" + from + "/";
+    for (rehearsal::PlannedCommand& command : plan.commands) {
+        if (const std::size_t at = command.command.find(found); at != std::string::npos) {
+            command.command.replace(at + 1, from.size(), to);
+        }
+    }
+}
+
+/// Tells which steps failed, and what the programs that were started say about the result. Most
+/// installations need no look into the package for that.
+void Trial::Explain(RunTrace& trace, const StepLog& log, const std::optional<ShellFailure>& failure,
+                    Installation& installation) const
+{
+    installation.failedSteps = log.Failures();
+    if (failure.has_value() && trace.isRefused) {
+        AddMadeFailure(*failure, installation.isInstalled || log.Step() > failure->step,
+                       installation.failedSteps);
+    }
+    if (installation.failedSteps.empty() && trace.Programs().empty()) {
+        return;
+    }
+    std::string processor = m_request.processor;
+    try {
+        const std::unique_ptr<archive::Package> package = archive::OpenPackage(m_path);
+        const format::Summary summary = format::Summarize(*package);
+        if (processor.empty() && summary.updater.has_value() &&
+            summary.updater->program.has_value()) {
+            processor = summary.updater->program->ProcessorName();
+        }
+        rehearsal::Circumstances where;
+        where.hasOtherUpdater = true;
+        rehearsal::Plan plan = rehearsal::Rehearse(*package, where);
+        // The file that was built or taken from standard input has a name of its own.
+        RenameFolder(plan, RoadOf(plan).folder, m_road.folder);
+        AssignSteps(plan, trace);
+        CompleteFailures(summary.steps, trace, installation.failedSteps);
+    } catch (const std::exception&) {
+        // What the panel could read and this program cannot: the steps are told without more.
+        static_cast<void>(processor);
+    }
+    installation.programs = trace.Programs();
+    installation.doubts = DoubtsOf(installation.programs, processor);
+    for (const std::string& remark : RemarksOnDoubts(installation.programs, processor)) {
+        installation.remarks.push_back(remark);
+    }
 }
 
 std::optional<TrialRecord> Trial::Leave()
@@ -309,11 +396,26 @@ ShellVisit Trial::VisitShell(bool isInstalled)
     ShellTerminal terminal;
     terminal.Say(m_request.shellGreeting(isInstalled));
     m_panel.SetSeconds(kShellSeconds);
-    const PanelResult ended = m_panel.Run({"--summary-json", m_panel.Scratch("changes"), "--env",
+    const PanelResult ended = m_panel.Run({"--summary-json", m_panel.Scratch("changes"), "--trace",
+                                           m_panel.Scratch("trace"), "--trace-programs", "--env",
                                            "PS1=panel:\\w# ", "--env", "HISTFILE="},
-                                          {"sh", "-c", kShellScript}, &terminal);
+                                          {"sh", "-c", kShellScript}, {&terminal, {}, {}});
     m_panel.SetSeconds(m_request.bounds.seconds);
     return {ended.status, ended.remarks, ReadChanges()};
+}
+
+/// Tells which programs of the start-up script cannot run here as on the panel.
+void Trial::DoubtRestart(Restart& restart) const
+{
+    if (restart.script == StartupScript::kNone || restart.script == StartupScript::kNotExecutable) {
+        return; // none was started, and the trace is of an installation
+    }
+    const RunTrace trace =
+        ReadRunTrace(io::ReadWholeFile(m_panel.Scratch("trace"), kLargestReport * 8));
+    for (const std::string& doubt :
+         DoubtsOf(trace.Programs(), m_request.processor, "the start-up script")) {
+        restart.remarks.push_back("not judged: " + doubt);
+    }
 }
 
 /// Pulls the drive out, as the person at the panel does when the installation has ended.
@@ -348,6 +450,22 @@ PanelChanges Trial::ReadChanges() const
 }
 
 } // namespace
+
+Verdict Installation::Outcome() const
+{
+    if (!doubts.empty()) {
+        return Verdict::kNotJudged;
+    }
+    return isInstalled ? Verdict::kInstalled : Verdict::kNotInstalled;
+}
+
+Verdict TrialResult::Outcome() const
+{
+    const bool isDoubtful =
+        std::any_of(installations.begin(), installations.end(),
+                    [](const Installation& one) { return one.Outcome() == Verdict::kNotJudged; });
+    return isDoubtful ? Verdict::kNotJudged : installations.back().Outcome();
+}
 
 std::string NamedPath(const std::string& path)
 {

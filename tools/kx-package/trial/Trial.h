@@ -6,7 +6,9 @@
 #include "trial/PanelChanges.h"
 #include "trial/Restart.h"
 #include "trial/Road.h"
+#include "trial/RunTrace.h"
 #include "trial/ShellFailure.h"
+#include "trial/StepLog.h"
 #include "trial/TrialPanel.h"
 
 #include <functional>
@@ -16,6 +18,14 @@
 
 namespace kx::tool
 {
+
+/// How far a trial has come.
+struct TrialProgress {
+    bool isInstalling = false; ///< it is unpacked before
+    int step = 0;              ///< that is running, counted from 1; 0 before the first
+    int steps = 0;             ///< of the package; 0 as long as they are not known
+    bool isEnding = false;     ///< the person interrupted: the panel is being removed
+};
 
 /// What to try, and with what.
 struct TrialRequest {
@@ -30,6 +40,9 @@ struct TrialRequest {
     std::vector<std::string> environment;
     std::string keepAt; ///< full path at which the panel is kept; empty for not at all
     bool isTwice = false;
+    /// Name of the panel's processor; empty for the one that the package's updater is for.
+    std::string processor;
+    std::function<void(const TrialProgress&)> onProgress; ///< several times a second, or none
     unsigned bootSeconds = 0; ///< that the start-up script is given at a restart; 0: there is none
     /// Returns the line that a shell on the panel begins with; without it there is no shell.
     std::function<std::string(bool isInstalled)> shellGreeting;
@@ -42,16 +55,28 @@ struct TrialRecord {
     std::vector<std::string> files;
 };
 
+/// What a trial tells of the panel.
+enum class Verdict {
+    kInstalled,
+    kNotInstalled,
+    kNotJudged, ///< what was tried here is not what a panel would do
+};
+
 /// One installation of the package.
 struct Installation {
     std::optional<int> exitCode;      ///< of the updater; absent when it was not started
     bool isUnpacked = false;          ///< the package lay on the drive unpacked
-    bool isInstalled = false;         ///< ended with 0
+    bool isInstalled = false;         ///< the updater ended with 0
     bool isRefused = false;           ///< the command that was to fail was reached
     std::vector<std::string> remarks; ///< what else is to be said
     BoundedText log;                  ///< of the updater; or of the unpacking, when that failed
     PanelChanges changes;
     std::optional<TrialRecord> record;
+    std::vector<std::string> doubts;      ///< why it cannot be judged; none when it can
+    std::vector<StartedProgram> programs; ///< those of the package that it started
+    std::vector<StepFailure> failedSteps; ///< skipped or not
+
+    [[nodiscard]] Verdict Outcome() const;
 };
 
 /// What the person did in the shell.
@@ -67,6 +92,9 @@ struct TrialResult {
     std::optional<Restart> restart;
     std::optional<ShellVisit> shell;
     bool isKept = false; ///< the panel, at TrialRequest::keepAt
+
+    /// That of the last installation; when one cannot be judged, none can be relied on.
+    [[nodiscard]] Verdict Outcome() const;
 };
 
 /// Returns a path of the package that ends in its name: "." and the like become full paths.

@@ -69,6 +69,15 @@ std::uint64_t UsedBytes(const std::string& folder)
     return error ? UINT64_MAX : bytes;
 }
 
+/// How long a device that was told to end may take: it may have much to tell about the panel, but
+/// a person who interrupts does not wait for that. A device that is killed takes its panel along.
+std::chrono::milliseconds Patience()
+{
+    constexpr std::chrono::milliseconds kToReport(40000);
+    constexpr std::chrono::milliseconds kToGiveUp(20);
+    return io::Interruption::IsAsked() ? kToGiveUp : kToReport;
+}
+
 /// What device/run says, without its name.
 std::vector<std::string> Said(const BoundedText& err)
 {
@@ -191,7 +200,7 @@ bool TrialPanel::IsDiskFull()
 }
 
 PanelResult TrialPanel::Run(const std::vector<std::string>& options,
-                            const std::vector<std::string>& command, ShellTerminal* terminal)
+                            const std::vector<std::string>& command, const PanelTerms& terms)
 {
     std::vector<std::string> words = {m_device + "/run",
                                       "--state",
@@ -213,16 +222,18 @@ PanelResult TrialPanel::Run(const std::vector<std::string>& options,
     constexpr std::chrono::milliseconds kLook(250);
     Clock::time_point next = Clock::now();
     bool isFull = false;
-    const ChildResult ended = RunChild(
-        words,
-        [this, &next, &isFull, kLook] {
-            if (Clock::now() >= next) {
-                next = Clock::now() + kLook;
-                isFull = isFull || IsDiskFull();
-            }
-            return !isFull && !io::Interruption::IsAsked();
-        },
-        terminal);
+    const ChildResult ended = RunChild(words,
+                                       [this, &next, &isFull, &terms, kLook] {
+                                           if (terms.onMoment) {
+                                               terms.onMoment();
+                                           }
+                                           if (Clock::now() >= next) {
+                                               next = Clock::now() + kLook;
+                                               isFull = isFull || IsDiskFull();
+                                           }
+                                           return !isFull && !io::Interruption::IsAsked();
+                                       },
+                                       {terms.terminal, terms.onOutput, Patience});
     if (io::Interruption::IsAsked()) {
         throw io::Error(io::ExitCode::kNoAccess, "", "the trial was interrupted");
     }

@@ -5,7 +5,9 @@
 #include "trial/BoundedText.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kx::tool
@@ -28,6 +30,13 @@ struct PanelResult {
     bool isTimeOver = false; ///< that of the time
     BoundedText out;
     std::vector<std::string> remarks; ///< what the device says about the run
+};
+
+/// What else belongs to the run of a command.
+struct PanelTerms {
+    ShellTerminal* terminal = nullptr;              ///< for a shell, or null
+    std::function<void(std::string_view)> onOutput; ///< gets the command's output, or none
+    std::function<void()> onMoment;                 ///< called several times a second, or none
 };
 
 /// A panel of the sandboxed device, for one trial: its files are kept in a temporary folder between
@@ -55,12 +64,11 @@ public:
     }
 
     /// Runs a command on the panel.
-    /// @param options   further options for device/run
-    /// @param terminal  for a shell, or null
+    /// @param options  further options for device/run
     /// @throws Error when the panel cannot be made, or the person ended the trial
     [[nodiscard]] PanelResult Run(const std::vector<std::string>& options,
                                   const std::vector<std::string>& command,
-                                  ShellTerminal* terminal = nullptr);
+                                  const PanelTerms& terms = {});
 
     void SetSeconds(unsigned seconds) { m_bounds.seconds = seconds; }
 
