@@ -3,6 +3,7 @@
 #include "signature/TrustedKeys.h"
 
 #include "format/TomlTable.h"
+#include "io/Reach.h"
 #include "io/WholeFile.h"
 
 #include <algorithm>
@@ -53,7 +54,7 @@ std::vector<std::string> NamesIn(const std::string& folder)
         }
     }
     if (error) {
-        throw io::AccessError(folder, "list the keys in", error.value());
+        throw io::ReadError(folder, "list the keys in", error.value());
     }
     std::sort(names.begin(), names.end());
     return names;

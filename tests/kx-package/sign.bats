@@ -337,7 +337,7 @@ END
         sign --key k.key.pem front.kx-update
     refuses 1 'short.kx-update: is too short for an archive; build the package with kx-package' \
         sign --key k.key.pem short.kx-update
-    refuses 3 'none.kx-update: cannot open: No such file or directory' \
+    refuses 1 'none.kx-update: cannot open: No such file or directory' \
         sign --key k.key.pem none.kx-update
     refuses 1 'k.pub.pem: is not the PEM text of a private key; name the file NAME.key.pem that kx-package key new has made' \
         sign --key k.pub.pem demo.kx-update

@@ -126,7 +126,7 @@ END
     expect 2 '' 'kx-package: check: --require-signature needs the keys that the panel trusts; name their folder with --keys
 '
     kx check --keys none demo.kx-update
-    expect 3 '' 'kx-package: none: cannot list the keys in: No such file or directory
+    expect 1 '' 'kx-package: none: cannot list the keys in: No such file or directory
 '
 }
 

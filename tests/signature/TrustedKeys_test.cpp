@@ -106,7 +106,7 @@ TEST(TrustedKeys, NeedAFolderThatCanBeListed)
     const TempDir dir;
 
     EXPECT_EQ(Thrown([&] { static_cast<void>(ReadTrustedKeys(dir / "none")); }),
-              "3: " + (dir / "none") + ": cannot list the keys in: No such file or directory");
+              "1: " + (dir / "none") + ": cannot list the keys in: No such file or directory");
     EXPECT_THAT(ReadTrustedKeys(dir.Path()).keys, IsEmpty());
 }
 
