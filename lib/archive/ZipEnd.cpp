@@ -11,14 +11,6 @@ namespace kx::archive
 namespace
 {
 
-constexpr std::uint32_t kEndMark = 0x06054b50;
-constexpr std::uint32_t kZip64EndMark = 0x06064b50;
-constexpr std::uint32_t kZip64LocatorMark = 0x07064b50;
-
-constexpr std::size_t kEndSize = 22;
-constexpr std::size_t kZip64EndSize = 56;
-constexpr std::size_t kZip64LocatorSize = 20;
-
 /// Returns how far from the end of the file the device's unzip looks for the end record: at least
 /// 66,000 bytes, in whole blocks of the file.
 std::uint64_t SearchedTail(std::uint64_t fileSize)
@@ -95,7 +87,7 @@ ZipEnd ReadEnd(const ByteSource& source, std::string_view tail, std::size_t at,
     end.directorySize = fields.Four();
     end.directoryOffset = fields.Four();
     const std::size_t comment = fields.Two();
-    const std::size_t behind = tail.size() - at - kEndSize;
+    const std::size_t behind = tail.size() - at - kZipEndSize;
     if (comment > behind) {
         zip.Report(ZipFlaw::kCutComment, comment - behind);
     } else if (comment < behind) {
@@ -118,8 +110,9 @@ std::optional<ZipEnd> ReadZipEnd(const ByteSource& source, ZipStructure& zip)
     const std::uint64_t size = source.Size();
     const std::uint64_t tailAt = size - SearchedTail(size);
     const std::string tail = source.Read(tailAt, static_cast<std::size_t>(size - tailAt));
-    for (std::size_t at = tail.size() < kEndSize ? 0 : tail.size() - kEndSize + 1; at-- > 0;) {
-        if (ZipMarkAt(tail, at) == kEndMark) {
+    for (std::size_t at = tail.size() < kZipEndSize ? 0 : tail.size() - kZipEndSize + 1;
+         at-- > 0;) {
+        if (ZipMarkAt(tail, at) == kZipEndMark) {
             return ReadEnd(source, tail, at, tailAt, zip);
         }
     }

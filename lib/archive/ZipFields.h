@@ -20,6 +20,15 @@ constexpr std::uint16_t kZipMax16 = 0xffff;
 /// Stands for a number that does not fit 32 bits; the zip64 field or record has it.
 constexpr std::uint32_t kZipMax32 = 0xffffffff;
 
+/// What the records at an archive's end begin with, and how long they are: the end record without
+/// its comment, of zip64 the record and what leads to it.
+constexpr std::uint32_t kZipEndMark = 0x06054b50;
+constexpr std::uint32_t kZip64EndMark = 0x06064b50;
+constexpr std::uint32_t kZip64LocatorMark = 0x07064b50;
+constexpr std::size_t kZipEndSize = 22;
+constexpr std::size_t kZip64EndSize = 56;
+constexpr std::size_t kZip64LocatorSize = 20;
+
 /// Reads numbers from bytes, which it does not own, least significant byte first; behind the end
 /// all bytes are 0.
 class ZipFields

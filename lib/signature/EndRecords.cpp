@@ -14,19 +14,18 @@ namespace kx::signature
 namespace
 {
 
+using archive::kZip64EndMark;
+using archive::kZip64EndSize;
+using archive::kZip64LocatorMark;
+using archive::kZip64LocatorSize;
+using archive::kZipEndMark;
+using archive::kZipEndSize;
 using archive::kZipMax16;
 using archive::kZipMax32;
 using archive::ZipFields;
 using archive::ZipMarkAt;
 
-constexpr std::uint32_t kEndMark = 0x06054b50;
-constexpr std::uint32_t kZip64EndMark = 0x06064b50;
-constexpr std::uint32_t kZip64LocatorMark = 0x07064b50;
-
-constexpr std::size_t kEndSize = 22;
-constexpr std::size_t kLocatorSize = 20;
-constexpr std::size_t kZip64Size = 56;
-constexpr std::size_t kAllSize = kZip64Size + kLocatorSize + kEndSize;
+constexpr std::size_t kAllSize = kZip64EndSize + kZip64LocatorSize + kZipEndSize;
 
 // Where the records tell the directory's place, and the locator that of the zip64 record.
 constexpr std::size_t kEndOffset = 16;
@@ -88,7 +87,7 @@ bool IsChain(std::string_view record, std::string_view locator, std::uint64_t at
     const bool isFirstDisk = place.Four() == 0;
     const bool isThere = place.Eight() == at;
     return isFirstDisk && isThere && place.Four() == 1 && ZipMarkAt(record, 0) == kZip64EndMark &&
-           ZipFields(record, 4).Eight() == kZip64Size - 12;
+           ZipFields(record, 4).Eight() == kZip64EndSize - 12;
 }
 
 void PutNumber(std::string& bytes, std::size_t at, std::uint64_t number, std::size_t size)
@@ -110,19 +109,20 @@ EndRecords::EndRecords(const archive::ByteSource& source, const std::string& whe
     const std::uint64_t size = source.Size();
     const auto tailSize = static_cast<std::size_t>(std::min<std::uint64_t>(size, kAllSize));
     const std::string tail = source.Read(size - tailSize, tailSize);
-    require(tail.size() == tailSize && tailSize >= kEndSize, "is too short for an archive");
-    const std::string_view end = std::string_view(tail).substr(tailSize - kEndSize);
-    require(ZipMarkAt(end, 0) == kEndMark && ZipFields(end, kEndSize - 2).Two() == 0,
+    require(tail.size() == tailSize && tailSize >= kZipEndSize, "is too short for an archive");
+    const std::string_view end = std::string_view(tail).substr(tailSize - kZipEndSize);
+    require(ZipMarkAt(end, 0) == kZipEndMark && ZipFields(end, kZipEndSize - 2).Two() == 0,
             "does not end in an archive's end record without a comment");
     Numbers numbers = EndNumbers(end);
-    m_isZip64 = tailSize >= kEndSize + kLocatorSize &&
-                ZipMarkAt(tail, tailSize - kEndSize - kLocatorSize) == kZip64LocatorMark;
+    m_isZip64 = tailSize >= kZipEndSize + kZip64LocatorSize &&
+                ZipMarkAt(tail, tailSize - kZipEndSize - kZip64LocatorSize) == kZip64LocatorMark;
     m_bytes = m_isZip64 ? tail : std::string(end);
     m_at = size - m_bytes.size();
     if (m_isZip64) {
         require(tailSize == kAllSize, "is too short for an archive");
-        const std::string_view record = std::string_view(tail).substr(0, kZip64Size);
-        const std::string_view locator = std::string_view(tail).substr(kZip64Size, kLocatorSize);
+        const std::string_view record = std::string_view(tail).substr(0, kZip64EndSize);
+        const std::string_view locator =
+            std::string_view(tail).substr(kZip64EndSize, kZip64LocatorSize);
         const Numbers large = Zip64Numbers(record);
         require(IsChain(record, locator, m_at) && IsSame(numbers, large),
                 "its zip64 end records contradict the end record");
@@ -141,7 +141,7 @@ EndRecords::EndRecords(const archive::ByteSource& source, const std::string& whe
 std::string EndRecords::WithDirectoryAt(std::uint64_t place, const std::string& where) const
 {
     std::string bytes = m_bytes;
-    const std::size_t endField = bytes.size() - kEndSize + kEndOffset;
+    const std::size_t endField = bytes.size() - kZipEndSize + kEndOffset;
     if (ZipFields(bytes, endField).Four() != kZipMax32) {
         if (place >= kZipMax32) {
             throw Refusal(Reason::kLimit, where,
@@ -152,7 +152,7 @@ std::string EndRecords::WithDirectoryAt(std::uint64_t place, const std::string& 
     }
     if (m_isZip64) {
         PutNumber(bytes, kZip64Offset, place, 8);
-        PutNumber(bytes, kZip64Size + kLocatorOffset, place + m_directorySize, 8);
+        PutNumber(bytes, kZip64EndSize + kLocatorOffset, place + m_directorySize, 8);
     }
     return bytes;
 }

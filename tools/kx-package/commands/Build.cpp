@@ -156,17 +156,13 @@ Built BuildPackage(const BuildOptions& options, const Output& output)
 
 void TellAsJson(const Built& built, const Checked& checked, const Output& output)
 {
-    picojson::array remarks;
-    for (const std::string& remark : built.remarks) {
-        remarks.push_back(JsonText(remark));
-    }
     picojson::object told;
     told["file"] = JsonText(built.path);
     told["size"] = JsonNumber(built.archive.size);
     told["unpackedSize"] = JsonNumber(built.archive.unpacked);
     told["payloadFiles"] = JsonNumber(built.files);
     told["updater"] = JsonText(built.updater);
-    told["remarks"] = picojson::value(remarks);
+    told["remarks"] = JsonTexts(built.remarks);
     AddFindings(told, checked);
     WriteJson(output, picojson::value(told));
 }

@@ -201,15 +201,6 @@ std::string ManifestText(const std::string& folder, const NewContents& contents)
                        : StepsForContents(contents, "/mnt/user/" + name) + kMoreSteps);
 }
 
-picojson::value ListOf(const std::vector<std::string>& texts)
-{
-    picojson::array list;
-    for (const std::string& text : texts) {
-        list.push_back(JsonText(text));
-    }
-    return picojson::value(list);
-}
-
 /// "2 files and 1 folder that are there"
 std::string TakenText(const NewContents& contents)
 {
@@ -253,9 +244,9 @@ io::ExitCode MakeNew(const std::string& folder, const Output& output)
     }
     WriteJson(output, picojson::value(picojson::object{
                           {"folder", JsonText(folder)},
-                          {"files", ListOf(made)},
-                          {"taken", ListOf(taken)},
-                          {"remarks", ListOf(contents.remarks)},
+                          {"files", JsonTexts(made)},
+                          {"taken", JsonTexts(taken)},
+                          {"remarks", JsonTexts(contents.remarks)},
                       }));
     return io::ExitCode::kFine;
 }

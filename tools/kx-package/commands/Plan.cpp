@@ -41,15 +41,6 @@ const char* NameOf(Process process)
     return process == Process::kWindow ? "window" : "installer";
 }
 
-picojson::value ListOf(const std::vector<std::string>& texts)
-{
-    picojson::array list;
-    for (const std::string& text : texts) {
-        list.push_back(JsonText(text));
-    }
-    return picojson::value(list);
-}
-
 picojson::value JsonOf(const rehearsal::PlannedCommand& command)
 {
     picojson::object told;
@@ -103,9 +94,9 @@ picojson::value JsonOf(const rehearsal::Plan& plan, const std::vector<format::Fa
                              : picojson::value(static_cast<double>(plan.failedStep));
     told["installed"] = picojson::value(plan.IsInstalled());
     told["commands"] = picojson::value(commands);
-    told["log"] = ListOf(plan.log);
-    told["recordedFolders"] = ListOf(plan.folders);
-    told["recordedFiles"] = ListOf(plan.files);
+    told["log"] = JsonTexts(plan.log);
+    told["recordedFolders"] = JsonTexts(plan.folders);
+    told["recordedFiles"] = JsonTexts(plan.files);
     told["fastFolders"] = FastFoldersAsJson(fast);
     return picojson::value(told);
 }

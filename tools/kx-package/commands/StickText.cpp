@@ -19,10 +19,6 @@ const char* WordForReadBack(ReadBack readBack)
 
 picojson::value DriveAsJson(const Drive& drive, const StickReport& report)
 {
-    picojson::array doubts;
-    for (const std::string& doubt : report.doubts) {
-        doubts.push_back(JsonText(doubt));
-    }
     const DriveRoom room = drive.Room();
     return picojson::value(picojson::object{
         {"folder", JsonText(drive.Path())},
@@ -30,7 +26,7 @@ picojson::value DriveAsJson(const Drive& drive, const StickReport& report)
         {"source", JsonText(drive.Mounted().source)},
         {"size", JsonNumber(room.total)},
         {"free", JsonNumber(room.free)},
-        {"doubts", picojson::value(doubts)},
+        {"doubts", JsonTexts(report.doubts)},
     });
 }
 

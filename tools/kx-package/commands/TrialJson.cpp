@@ -10,15 +10,6 @@ namespace kx::tool
 namespace
 {
 
-picojson::value Texts(const std::vector<std::string>& texts)
-{
-    picojson::array list;
-    for (const std::string& text : texts) {
-        list.push_back(JsonText(text));
-    }
-    return picojson::value(list);
-}
-
 picojson::value Maybe(const std::optional<std::string>& text)
 {
     return text.has_value() ? JsonText(*text) : picojson::value();
@@ -128,14 +119,14 @@ picojson::value JsonOf(const Installation& installation, const TrialSubject& sub
     told["exitCode"] = installation.exitCode.has_value()
                            ? picojson::value(static_cast<double>(*installation.exitCode))
                            : picojson::value();
-    told["remarks"] = Texts(RemarksOn(installation, subject));
-    told["log"] = Texts(installation.log.Lines());
+    told["remarks"] = JsonTexts(RemarksOn(installation, subject));
+    told["log"] = JsonTexts(installation.log.Lines());
     told["logOmitted"] = JsonNumber(installation.log.Omitted());
     told["record"] = !installation.record.has_value()
                          ? picojson::value()
                          : picojson::value(picojson::object{
-                               {"folders", Texts(installation.record->folders)},
-                               {"files", Texts(installation.record->files)},
+                               {"folders", JsonTexts(installation.record->folders)},
+                               {"files", JsonTexts(installation.record->files)},
                            });
     AddChanges(installation.changes, told);
     return picojson::value(told);
@@ -148,7 +139,7 @@ picojson::value JsonOf(const std::optional<ShellVisit>& shell)
     }
     picojson::object told;
     told["exitStatus"] = picojson::value(static_cast<double>(shell->exitStatus));
-    told["remarks"] = Texts(shell->remarks);
+    told["remarks"] = JsonTexts(shell->remarks);
     AddChanges(shell->changes, told);
     return picojson::value(told);
 }
@@ -181,8 +172,8 @@ picojson::value JsonOf(const std::optional<Restart>& restart)
                              ? picojson::value(static_cast<double>(*restart->exitStatus))
                              : picojson::value();
     told["seconds"] = JsonNumber(restart->seconds);
-    told["remarks"] = Texts(restart->remarks);
-    told["output"] = Texts(restart->output.Lines());
+    told["remarks"] = JsonTexts(restart->remarks);
+    told["output"] = JsonTexts(restart->output.Lines());
     told["outputOmitted"] = JsonNumber(restart->output.Omitted());
     AddChanges(restart->changes, told);
     return picojson::value(told);

@@ -101,17 +101,13 @@ void TellUnpackedAsJson(const Output& output, const UnpackArguments& arguments,
     for (const std::size_t step : sources.verbatim) {
         steps.push_back(JsonNumber(step));
     }
-    picojson::array remarks;
-    for (const std::string& remark : sources.remarks) {
-        remarks.push_back(JsonText(remark));
-    }
     WriteJson(output, picojson::value(picojson::object{
                           {"folder", JsonText(arguments.folder)},
                           {"manifest", JsonText(kManifestName)},
                           {"payloadFiles", JsonNumber(sources.files)},
                           {"size", JsonNumber(sources.bytes)},
                           {"verbatimSteps", picojson::value(steps)},
-                          {"remarks", picojson::value(remarks)},
+                          {"remarks", JsonTexts(sources.remarks)},
                       }));
 }
 

@@ -68,6 +68,16 @@ picojson::value JsonText(const std::string& text)
     return picojson::value(told);
 }
 
+picojson::value JsonTexts(const std::vector<std::string>& texts)
+{
+    picojson::array list;
+    list.reserve(texts.size());
+    for (const std::string& text : texts) {
+        list.push_back(JsonText(text));
+    }
+    return picojson::value(list);
+}
+
 picojson::value JsonNumber(std::uint64_t number)
 {
     return picojson::value(static_cast<double>(number));

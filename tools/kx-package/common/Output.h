@@ -10,6 +10,7 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kx::tool
 {
@@ -41,6 +42,9 @@ void WriteJson(const Output& output, picojson::value document);
 
 /// Makes a JSON text: bytes that are no UTF-8 become \xHH, everything else stays as it is.
 [[nodiscard]] picojson::value JsonText(const std::string& text);
+
+/// Makes a JSON list of texts.
+[[nodiscard]] picojson::value JsonTexts(const std::vector<std::string>& texts);
 
 /// Makes a JSON number; beyond 2^53 the nearest that JSON readers know.
 [[nodiscard]] picojson::value JsonNumber(std::uint64_t number);

@@ -447,8 +447,8 @@ std::vector<Shape> TrialShapes()
 
 Document Try()
 {
-    const Fields verdict = {{"verdict?", "installed|not installed|not judged", "What it came to."},
-                            {"reason?", "text?", "Why it cannot be judged."}};
+    const Fields verdict = {{"verdict", "installed|not installed|not judged", "What it came to."},
+                            {"reason", "text?", "Why it cannot be judged."}};
     const Fields changes = {{"files", "[file]", "Files and folders that changed."},
                             {"settings", "[fact]", "Settings that changed."},
                             {"users", "[named]", "Users that changed."},
@@ -476,8 +476,8 @@ Document Try()
                          changes},
          {"installation",
           Fields{{"unpacked", "flag", "The package was unpacked."},
-                 {"failedSteps?", "[failedStep]", "Steps in which something failed."},
-                 {"programs?", "[program]", "Programs for other processors."},
+                 {"failedSteps", "[failedStep]", "Steps in which something failed."},
+                 {"programs", "[program]", "Programs for other processors."},
                  {"installed", "flag", "It was installed."},
                  {"exitCode", "status?", "Of the updater."},
                  {"remarks", "[text]", "What is to be known besides."},
@@ -532,16 +532,11 @@ std::vector<Document> AllDocuments()
 
 using Object = picojson::object;
 
-picojson::value Text(const std::string& text)
-{
-    return picojson::value(text);
-}
-
 picojson::value WordsAsJson(const std::vector<std::string>& words)
 {
     picojson::array all;
     for (const std::string& word : words) {
-        all.push_back(Text(word));
+        all.push_back(picojson::value(word));
     }
     return picojson::value(all);
 }
@@ -560,7 +555,7 @@ std::vector<std::string> Split(const std::string& words)
 
 Object WholeNumber(double least)
 {
-    return {{"type", Text("integer")}, {"minimum", picojson::value(least)}};
+    return {{"type", picojson::value("integer")}, {"minimum", picojson::value(least)}};
 }
 
 template <class Kind>
@@ -574,10 +569,10 @@ Object OneOfKinds(const std::vector<const Kind*>& kinds)
 Object SchemaOfWord(const std::string& word)
 {
     if (word == "text") {
-        return {{"type", Text("string")}};
+        return {{"type", picojson::value("string")}};
     }
     if (word == "flag") {
-        return {{"type", Text("boolean")}};
+        return {{"type", picojson::value("boolean")}};
     }
     if (word == "count") {
         return WholeNumber(0);
@@ -586,7 +581,7 @@ Object SchemaOfWord(const std::string& word)
         return WholeNumber(1);
     }
     if (word == "status") {
-        return {{"type", Text("integer")}};
+        return {{"type", picojson::value("integer")}};
     }
     if (word == "exitCode") {
         return {{"enum", picojson::value(picojson::array{picojson::value(1.0), picojson::value(2.0),
@@ -598,24 +593,26 @@ Object SchemaOfWord(const std::string& word)
     if (word == "settingKind") {
         return OneOfKinds(format::SettingKinds());
     }
-    return word.find('|') != std::string::npos ? Object{{"enum", WordsAsJson(Split(word))}}
-                                               : Object{{"$ref", Text("#/$defs/" + word)}};
+    return word.find('|') != std::string::npos
+               ? Object{{"enum", WordsAsJson(Split(word))}}
+               : Object{{"$ref", picojson::value("#/$defs/" + word)}};
 }
 
 Object SchemaOfType(const std::string& type)
 {
     const std::string inner = type.size() < 2 ? "" : type.substr(1, type.size() - 2);
     if (type.back() == '?') {
-        const Object null = {{"type", Text("null")}};
+        const Object null = {{"type", picojson::value("null")}};
         return {{"anyOf", picojson::value(picojson::array{
                               picojson::value(SchemaOfType(type.substr(0, type.size() - 1))),
                               picojson::value(null)})}};
     }
     if (type.front() == '[') {
-        return {{"type", Text("array")}, {"items", picojson::value(SchemaOfType(inner))}};
+        return {{"type", picojson::value("array")},
+                {"items", picojson::value(SchemaOfType(inner))}};
     }
     if (type.front() == '{') {
-        return {{"type", Text("object")},
+        return {{"type", picojson::value("object")},
                 {"additionalProperties", picojson::value(SchemaOfType(inner))}};
     }
     return SchemaOfWord(type);
@@ -626,9 +623,10 @@ picojson::value SchemaOfShape(const Shape& shape, bool isRoot)
     Object properties;
     std::vector<std::string> required;
     if (isRoot) {
-        properties["formatVersion"] = picojson::value(Object{
-            {"const", picojson::value(1.0)},
-            {"description", Text("Another one when a field goes or means something else.")}});
+        properties["formatVersion"] = picojson::value(
+            Object{{"const", picojson::value(1.0)},
+                   {"description",
+                    picojson::value("Another one when a field goes or means something else.")}});
         required.emplace_back("formatVersion");
     }
     for (const Field& field : shape.fields) {
@@ -639,10 +637,10 @@ picojson::value SchemaOfShape(const Shape& shape, bool isRoot)
             required.push_back(name);
         }
         Object schema = SchemaOfType(field.type);
-        schema["description"] = Text(field.description);
+        schema["description"] = picojson::value(field.description);
         properties[name] = picojson::value(schema);
     }
-    return picojson::value(Object{{"type", Text("object")},
+    return picojson::value(Object{{"type", picojson::value("object")},
                                   {"additionalProperties", picojson::value(false)},
                                   {"required", WordsAsJson(required)},
                                   {"properties", picojson::value(properties)}});
@@ -676,13 +674,13 @@ picojson::value MakeJsonSchema(const std::string& name)
         }
         picojson::array roots;
         for (const std::string& root : document.roots) {
-            roots.emplace_back(Object{{"$ref", Text("#/$defs/" + root)}});
+            roots.emplace_back(Object{{"$ref", picojson::value("#/$defs/" + root)}});
         }
         return picojson::value(
-            Object{{"$schema", Text("https://json-schema.org/draft/2020-12/schema")},
-                   {"$id", Text("urn:kx-updater:json-" + name)},
-                   {"title", Text("JSON of kx-package: " + name)},
-                   {"description", Text(document.description)},
+            Object{{"$schema", picojson::value("https://json-schema.org/draft/2020-12/schema")},
+                   {"$id", picojson::value("urn:kx-updater:json-" + name)},
+                   {"title", picojson::value("JSON of kx-package: " + name)},
+                   {"description", picojson::value(document.description)},
                    {"anyOf", picojson::value(roots)},
                    {"$defs", picojson::value(shapes)}});
     }
