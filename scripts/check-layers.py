@@ -44,7 +44,7 @@ TOOL = {
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
     "stick": ({"io", "panel", "archive", "engine"}, set()),
     "signing": ({"io", "signature", "trial"}, set()),
-    "compare": ({"io", "panel", "archive", "format", "model", "osa", "compose", "unpack"}, {"dtl"}),
+    "compare": ({"io", "panel", "format", "model", "osa", "compose", "unpack"}, {"dtl"}),
     "unpack": ({"io", "archive", "format", "model", "osa", "manifest", "compose"}, set()),
     "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "signature", "osa",
                   "common", "manifest", "compose", "schema", "trial", "unpack", "compare", "stick",

@@ -28,12 +28,7 @@ constexpr std::string_view kHere = "./";
 using Library = struct ::archive;
 
 struct FreeWriter {
-    void operator()(Library* writer) const
-    {
-        // Else it would fill up what is missing of a file that was left in the middle.
-        archive_write_fail(writer);
-        archive_write_free(writer);
-    }
+    void operator()(Library* writer) const { archive_write_free(writer); }
 };
 struct FreeReader {
     void operator()(Library* reader) const { archive_read_free(reader); }
@@ -59,18 +54,22 @@ class TarWriter
 {
 public:
     TarWriter(const io::Descriptor& file, const std::string& shown)
-        : m_shown(shown), m_archive(archive_write_new()), m_entry(archive_entry_new())
+        : m_file(file), m_shown(shown), m_entry(archive_entry_new()), m_archive(archive_write_new())
     {
         // What GNU's tar made of the format: BusyBox takes long names and large files of no other.
         const bool isOpen =
             archive_write_set_format_gnutar(m_archive.get()) == ARCHIVE_OK &&
             archive_write_add_filter_none(m_archive.get()) == ARCHIVE_OK &&
             archive_write_set_bytes_in_last_block(m_archive.get(), 1) == ARCHIVE_OK &&
-            archive_write_open_fd(m_archive.get(), file.Number()) == ARCHIVE_OK;
+            archive_write_open(m_archive.get(), this, nullptr, WriteBytes, nullptr) == ARCHIVE_OK;
         if (!isOpen) {
             ThrowOf(m_archive.get(), m_shown, "write");
         }
     }
+
+    TarWriter(const TarWriter&) = delete;
+    TarWriter& operator=(const TarWriter&) = delete;
+    ~TarWriter() { m_isLeft = true; }
 
     void Add(const TarItem& item)
     {
@@ -94,6 +93,25 @@ public:
     }
 
 private:
+    /// What the library writes by. When it is freed, it would fill up what is missing of a file
+    /// that was left in the middle.
+    static la_ssize_t WriteBytes(Library* library, void* object, const void* bytes,
+                                 std::size_t size)
+    {
+        const auto* const self = static_cast<TarWriter*>(object);
+        if (self->m_isLeft) {
+            archive_set_error(library, ECANCELED, "left in the middle");
+            return -1;
+        }
+        const io::Transferred some = io::TryWriteAll(
+            self->m_file.Number(), std::string_view(static_cast<const char*>(bytes), size));
+        if (some.error != 0) {
+            archive_set_error(library, some.error, "cannot be written");
+            return -1;
+        }
+        return static_cast<la_ssize_t>(size);
+    }
+
     void AddContent(const TarItem& item)
     {
         std::uint64_t written = 0;
@@ -114,9 +132,11 @@ private:
         }
     }
 
+    const io::Descriptor& m_file;
     const std::string& m_shown;
-    std::unique_ptr<Library, FreeWriter> m_archive;
+    bool m_isLeft = false;
     std::unique_ptr<archive_entry, FreeEntry> m_entry;
+    std::unique_ptr<Library, FreeWriter> m_archive; // the first to go: it still writes
 };
 
 /// Reads what the library says of one file.

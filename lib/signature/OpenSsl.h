@@ -11,7 +11,7 @@
 namespace kx::signature
 {
 
-// What is common to all use of libcrypto. Only what version 1.1.1 has is called: panels have it.
+// What is common to all use of libcrypto. Only what OpenSSL 1.1.1 has is called: panels have it.
 
 /// Frees an object of libcrypto.
 template <auto free>

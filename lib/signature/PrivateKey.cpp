@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 #include <utility>
 
 #include <openssl/ec.h>
@@ -29,18 +30,24 @@ using LockedPkcs8 = OpenSsl<X509_SIG, X509_SIG_free>;
 struct Asking {
     const PassphraseAsker& ask;
     bool wasAsked = false;
+    std::exception_ptr failure{}; ///< of the question; nothing may be thrown through libcrypto
 };
 
 int AnswerPassphrase(char* to, int size, int /*isWriting*/, void* state)
 {
     auto* const asking = static_cast<Asking*>(state);
     asking->wasAsked = true;
-    const std::string passphrase = asking->ask();
-    if (passphrase.size() > static_cast<std::size_t>(size)) {
+    try {
+        const std::string passphrase = asking->ask();
+        if (passphrase.size() > static_cast<std::size_t>(size)) {
+            return -1;
+        }
+        std::copy(passphrase.begin(), passphrase.end(), to);
+        return static_cast<int>(passphrase.size());
+    } catch (...) {
+        asking->failure = std::current_exception();
         return -1;
     }
-    std::copy(passphrase.begin(), passphrase.end(), to);
-    return static_cast<int>(passphrase.size());
 }
 
 /// Encrypts a key; libcrypto's own way to do it takes too few rounds.
@@ -129,6 +136,9 @@ PrivateKey PrivateKey::FromPem(std::string_view pem, const std::string& where,
     OpenSslKey key(PEM_read_bio_PrivateKey(reader.get(), nullptr, AnswerPassphrase, &asking));
     if (key == nullptr) {
         ForgetOpenSslErrors();
+        if (asking.failure != nullptr) {
+            std::rethrow_exception(asking.failure);
+        }
         throw io::Error(io::ExitCode::kProblems, where,
                         asking.wasAsked ? "cannot be decrypted by this passphrase"
                                         : "is not the PEM text of a private key",

@@ -113,7 +113,7 @@ PublicKey PublicKey::FromPem(std::string_view pem, const std::string& where)
 PublicKey PublicKey::Of(const EVP_PKEY* key, const std::string& where)
 {
     unsigned char* bytes = nullptr;
-    // Version 1.1.1 takes no constant key, and changes none. NOLINTNEXTLINE
+    // OpenSSL 1.1.1 takes no constant key, and changes none. NOLINTNEXTLINE
     const int size = i2d_PUBKEY(const_cast<EVP_PKEY*>(key), &bytes);
     if (size <= 0) {
         ForgetOpenSslErrors();

@@ -75,7 +75,7 @@ TEST(RegistryNames, RefuseARegistryThatIsNoFolder)
     panel.Write(kRegistry, "");
 
     EXPECT_EQ(Thrown([&] { static_cast<void>(RegistryNames(io::RootedFolder(panel.Root()))); }),
-              "3: " + panel.Root() + kRegistry + ": is not a folder");
+              "1: " + panel.Root() + kRegistry + ": is not a folder");
 }
 
 TEST(RegistryNames, AreNotTakenFromOutside)

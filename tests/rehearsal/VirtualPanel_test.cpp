@@ -470,7 +470,7 @@ TEST(VirtualPanelOfARoot, MustBeAFolder)
     root.Write("file", "");
 
     EXPECT_EQ(Thrown([&root] { const VirtualPanel panel(root / "file"); }),
-              "3: " + root / "file" + ": cannot open: Not a directory");
+              "1: " + root / "file" + ": cannot open: Not a directory");
 }
 
 TEST(VirtualPanelOfARoot, IsLookedAtOnce)

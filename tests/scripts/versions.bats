@@ -61,5 +61,6 @@ expect_same() {
     PYTHONPATH=scripts /usr/bin/python3 -B -m kxscripts.common sources 'src/*' 'lib/*' 'tools/*' \
         'device/*' 'cmake/*' CMakeLists.txt '*/CMakeLists.txt' CMakePresets.json |
         xargs -d '\n' grep -nwF -e "$updater" -e "$companions" |
+        grep -vE '(OpenSSL|libcrypto).* 1\.1\.1\>' | # which has the same number by chance
         expect_same "$(grep -HnE '^(project|set)\(.*VERSION ' CMakeLists.txt)"
 }

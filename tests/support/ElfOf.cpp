@@ -11,7 +11,7 @@ std::string Number(std::uint64_t value, std::size_t size)
 {
     std::string bytes;
     for (std::size_t i = 0; i < size; ++i) {
-        bytes += static_cast<char>(value >> (8 * i) & 0xffU);
+        bytes += static_cast<char>(i < sizeof value ? value >> (8 * i) & 0xffU : 0);
     }
     return bytes;
 }

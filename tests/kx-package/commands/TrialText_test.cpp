@@ -238,7 +238,7 @@ TEST(WriteTrialText, TellsHowTheStartUpScriptWent)
         result.restart->script = script;
         std::ostringstream out;
         std::ostringstream err;
-        WriteTrialText({out, err}, {"F", 0, ""}, result, true);
+        WriteTrialText({out, err}, {"F", 0, ""}, result, false);
         const std::string text = out.str();
         return text.substr(text.find("The restart"));
     };

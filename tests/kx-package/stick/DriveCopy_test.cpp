@@ -351,7 +351,8 @@ TEST_F(BigDriveCopyTest, AFileThatComesBackShortOrLongIsNotTheSame)
     m_calls.knowsNameless = false;
     const auto change = [this](off_t size) {
         m_calls.onCall = [this, size](const std::string& call) {
-            if (call == "sync names") {
+            // Once it was removed, there is nothing to change any more.
+            if (call == "sync names" && !Names().empty()) {
                 EXPECT_EQ(truncate((m_drive / Names().at(0)).c_str(), size), 0);
             }
         };
