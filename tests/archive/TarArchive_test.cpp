@@ -44,6 +44,7 @@ struct Source {
 std::uint64_t Write(const io::Descriptor& file, const std::vector<Source>& sources)
 {
     std::vector<TarItem> items;
+    items.reserve(sources.size());
     for (const Source& source : sources) {
         items.push_back(TarItemOf(source.name, source.path, source.mode));
     }

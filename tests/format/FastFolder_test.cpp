@@ -148,7 +148,7 @@ TEST(FastFolder, IsNotKnownByOtherInstallScripts)
         {"#!/bin/sh", "#!/bin/bash"},
         {"target=\"/mnt/user/my tree\"", "target='/mnt/user/my tree'"},
         {"target=\"/mnt/user/my tree\"", "target=\"/mnt/user/other\""},
-        {"archive=\"", "archive=\"\"\""},
+        {"archive=\"", R"(archive=""")"},
         {"size=9728", "size=09728"},
         {"size=9728", "size=98765432109876543210"},
         {"files=4", "files=5"},

@@ -25,7 +25,7 @@ format::JsonNode Parsed(const std::string& text)
     return format::ParseJson(text, end);
 }
 
-std::string ReadBack(const std::string& text)
+std::string WrittenAndRead(const std::string& text)
 {
     ProjectModel model;
     return WriteObject(MakeObject(Parsed(text), "x.json", model));
@@ -33,14 +33,14 @@ std::string ReadBack(const std::string& text)
 
 std::string Refusal(const std::string& text)
 {
-    return Thrown([&text] { static_cast<void>(ReadBack(text)); });
+    return Thrown([&text] { static_cast<void>(WrittenAndRead(text)); });
 }
 
 } // namespace
 
 TEST(ObjectReader, ReadsWhatIsWritten)
 {
-    EXPECT_EQ(ReadBack(kItem), kItem);
+    EXPECT_EQ(WrittenAndRead(kItem), kItem);
 }
 
 TEST(ObjectReader, TakesAnyClassAnywhere)
@@ -55,7 +55,7 @@ TEST(ObjectReader, TakesAnyClassAnywhere)
   ]
 }
 )";
-    EXPECT_EQ(ReadBack(list), list);
+    EXPECT_EQ(WrittenAndRead(list), list);
 }
 
 TEST(ObjectReader, PassesOverWhatNoClassHas)
@@ -63,7 +63,7 @@ TEST(ObjectReader, PassesOverWhatNoClassHas)
     std::string text = kItem;
     text.replace(text.find("\"ItemName\""), 0, "\"More\": [1], ");
 
-    EXPECT_EQ(ReadBack(text), kItem);
+    EXPECT_EQ(WrittenAndRead(text), kItem);
 }
 
 TEST(ObjectReader, TellsWhatIsMissingAndWhere)

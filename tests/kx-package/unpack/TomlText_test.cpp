@@ -15,7 +15,7 @@ namespace
 {
 
 /// Returns what TOML reads as the text of a key.
-std::string ReadBack(const std::string& key, const std::string& value)
+std::string ParsedAgain(const std::string& key, const std::string& value)
 {
     const toml::table table = toml::parse(key + " = " + value + "\n");
     return table.begin()->second.value_or(std::string("no text"));
@@ -31,9 +31,9 @@ TEST_P(TomlTexts, AreReadBackAsTheyWere)
 {
     const std::string text = GetParam();
 
-    EXPECT_EQ(ReadBack("key", TomlText(text)), text);
-    EXPECT_EQ(ReadBack("key", TomlLines(text)), text);
-    EXPECT_EQ(ReadBack(TomlKey(text), "\"x\""), "x");
+    EXPECT_EQ(ParsedAgain("key", TomlText(text)), text);
+    EXPECT_EQ(ParsedAgain("key", TomlLines(text)), text);
+    EXPECT_EQ(ParsedAgain(TomlKey(text), "\"x\""), "x");
     EXPECT_EQ(toml::parse(TomlKey(text) + " = 1").begin()->first.str(), text);
 }
 

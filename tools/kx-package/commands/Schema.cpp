@@ -43,11 +43,13 @@ struct SchemaOptions {
 
 std::vector<std::string> SubjectNames()
 {
+    const std::vector<std::string> documents = JsonDocumentNames();
     std::vector<std::string> names;
+    names.reserve(kSubjects.size() + documents.size());
     for (const Subject& subject : kSubjects) {
         names.emplace_back(subject.name);
     }
-    for (const std::string& document : JsonDocumentNames()) {
+    for (const std::string& document : documents) {
         names.push_back(kJsonPrefix + document);
     }
     return names;

@@ -261,6 +261,17 @@ Document Plan()
                {"unknownResult", "flag", "It may fail on the panel."}}}}};
 }
 
+const Shape kSignature = {
+    "signature",
+    {{"name", "text?", "The package's name that is signed; null when that cannot be read."},
+     {"problem", "text?", "What is wrong with them; null when nothing."},
+     {"signers", "[signer]", "In the order of their identifiers."}}};
+const Shape kSigner = {
+    "signer",
+    {{"keyId", "text", "The public key's identifier."},
+     {"key", "text?", "The key's name; null when no key is known by it."},
+     {"state", "good|limited|unknown|revoked|damaged|bad", "What its signature is worth."}}};
+
 Document Show()
 {
     return {
@@ -289,14 +300,8 @@ Document Show()
            {"processor", "text?", "What it is for; null when it is no program."}}},
          kFastFolder,
          {"sum", {{"files", "count", "Number of files."}, {"size", "count", "Their bytes."}}},
-         {"signature",
-          {{"name", "text?", "The package's name that is signed; null when that cannot be read."},
-           {"problem", "text?", "What is wrong with them; null when nothing."},
-           {"signers", "[signer]", "In the order of their identifiers."}}},
-         {"signer",
-          {{"keyId", "text", "The public key's identifier."},
-           {"key", "text?", "The key's name; null when no key is known by it."},
-           {"state", "good|limited|unknown|revoked|damaged|bad", "What its signature is worth."}}},
+         kSignature,
+         kSigner,
          {"step",
           {{"kind", "stepKind", "What the step does."},
            {"id", "text", "The kind as the description says it."},
