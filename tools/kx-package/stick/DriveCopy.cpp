@@ -95,7 +95,8 @@ public:
     ~Unfinished()
     {
         if (!m_new.path.empty()) {
-            // A pulled drive has it no more. Any other one is not to show it when it is pulled next.
+            // A pulled drive has it no more. Any other one is not to show it when it is pulled
+            // next.
             static_cast<void>(m_target.calls.Remove(m_new.path));
             static_cast<void>(m_target.calls.SyncNames());
         }
