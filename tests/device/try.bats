@@ -83,7 +83,8 @@ END
     expect_silence
     jq -S 'del(.installations[].files[] | select(.path | startswith("/var/")))' "$OUT" >told
     jq -S . <<'END' >expected
-{"package": "Foo.kx-update", "recordName": "Foo", "verdict": "installed", "reason": null,
+{"formatVersion": 1, "package": "Foo.kx-update", "recordName": "Foo", "verdict": "installed",
+ "reason": null,
  "installed": true, "restart": null, "shell": null, "kept": null,
  "installations": [{
   "unpacked": true, "verdict": "installed", "reason": null, "installed": true, "exitCode": 0,

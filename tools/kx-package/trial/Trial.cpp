@@ -147,6 +147,7 @@ private:
     [[nodiscard]] Installation Install(const std::optional<ShellFailure>& failure);
     [[nodiscard]] std::optional<TrialRecord> Leave();
     [[nodiscard]] ShellVisit VisitShell(bool isInstalled);
+    [[nodiscard]] std::string ReadReport(const char* name, std::uint64_t limit) const;
     [[nodiscard]] PanelChanges ReadChanges() const;
     [[nodiscard]] PanelTerms Watched(TrialProgress& progress, StepLog& log) const;
     void Explain(RunTrace& trace, const StepLog& log, const std::optional<ShellFailure>& failure,
@@ -310,7 +311,7 @@ void Trial::Start(const std::optional<ShellFailure>& failure, Installation& inst
     installation.isInstalled = ended.status == 0 && !ended.isStopped;
     installation.log = ended.out;
     installation.changes = ReadChanges();
-    RunTrace trace = ReadRunTrace(io::ReadWholeFile(m_panel.Scratch("trace"), kLargestReport * 8));
+    RunTrace trace = ReadRunTrace(ReadReport("trace", kLargestReport * 8));
     installation.isRefused = trace.isRefused;
     Explain(trace, log, failure, installation);
 }
@@ -410,8 +411,7 @@ void Trial::DoubtRestart(Restart& restart) const
     if (restart.script == StartupScript::kNone || restart.script == StartupScript::kNotExecutable) {
         return; // none was started, and the trace is of an installation
     }
-    const RunTrace trace =
-        ReadRunTrace(io::ReadWholeFile(m_panel.Scratch("trace"), kLargestReport * 8));
+    const RunTrace trace = ReadRunTrace(ReadReport("trace", kLargestReport * 8));
     for (const std::string& doubt :
          DoubtsOf(trace.Programs(), m_request.processor, "the start-up script")) {
         restart.remarks.push_back("not judged: " + doubt);
@@ -436,11 +436,20 @@ bool Trial::Keep()
     return m_panel.Keep();
 }
 
+std::string Trial::ReadReport(const char* name, std::uint64_t limit) const
+{
+    try {
+        return io::ReadWholeFile(m_panel.Scratch(name), limit);
+    } catch (const io::Error& error) {
+        // The device writes it: one that is missing is no mistake of the package.
+        throw io::Error(io::ExitCode::kNoAccess, error.Where(), error.what());
+    }
+}
+
 PanelChanges Trial::ReadChanges() const
 {
-    const std::string path = m_panel.Scratch("changes");
     try {
-        return ReadPanelChanges(io::ReadWholeFile(path, kLargestReport));
+        return ReadPanelChanges(ReadReport("changes", kLargestReport));
     } catch (const io::Error&) {
         throw;
     } catch (const std::runtime_error& error) {
