@@ -21,6 +21,8 @@ SHOWN = 20       # failed cases of a part whose output is shown
 SLOWEST = 10     # tests that are told with their time
 # What about the sandboxed device itself and the demonstration, and not about the updater.
 PANEL_TESTS = ("sandbox*.bats", "drive.bats", "demo*.bats")
+# What about kx-package's trials, with the program as it is shipped: the same whatever updater installs.
+TRIAL_TESTS = ("try*.bats",)
 # Settings of test programs that could make them run something else than all.
 FOREIGN = re.compile(r"(GTEST|QTEST|CTEST|BATS|KX)_")
 
@@ -67,12 +69,16 @@ def unit_tests(name, preset):
     return work
 
 
-def device_tests(name, preset, about_panel):
+def is_about(file, patterns):
+    """Whether a file of tests is one of these."""
+    return any(fnmatch.fnmatch(file.name, pattern) for pattern in patterns)
+
+
+def device_tests(name, preset, about_panel, without=()):
     """A part: whole-program tests on the sandboxed device with the updater of a build."""
     def work():
         files = [file for file in sorted((ROOT / "tests" / "device").glob("*.bats"))
-                 if any(fnmatch.fnmatch(file.name, pattern) for pattern in PANEL_TESTS)
-                 == about_panel]
+                 if is_about(file, PANEL_TESTS) == about_panel and not is_about(file, without)]
         if not files:
             raise common.Failed("no bats file in tests/device is about this")
         report = kept(name, ".xml")
@@ -112,8 +118,8 @@ def schedule():
         Part("check tidy", check("tidy"), after=(panel, unit)),
         Part(devices[0], device_tests(devices[0], "release", False), needs=(release,),
              after=(panel, unit)),
-        Part(devices[1], device_tests(devices[1], "asan", False), needs=(release, asan),
-             after=(panel, unit)),
+        Part(devices[1], device_tests(devices[1], "asan", False, without=TRIAL_TESTS),
+             needs=(release, asan), after=(panel, unit)),
     ]
     # The last minute of the slower ones leaves a processor free.
     before = ("check tidy", devices[0])

@@ -93,6 +93,19 @@ class Work(InProject):
                     "KX_UPDATER": f"{self.root}/build/asan/kx_Updater"}])
                 counted.assert_called_with("bats", report, status == 0, "words")
 
+    def test_trials_are_made_with_the_updater_as_it_is_shipped_and_only_there(self):
+        for name in ("install.bats", "my_try.bats", "sandbox.bats", "try.bats", "try_boot.bats"):
+            self.write(f"tests/device/{name}")
+        self.patch(results, "of_program", mock.Mock(return_value=[]))
+        plan = {part.name: part for part in gate.schedule()}
+        for part, names in (
+                ("device tests (release)", ["install", "my_try", "try", "try_boot"]),
+                ("device tests (sanitizers)", ["install", "my_try"])):
+            commands = self.played()
+            plan[part].work()
+            self.assertEqual(commands.seen[0][4:],
+                             [f"{self.root}/tests/device/{name}.bats" for name in names])
+
     def test_a_folder_without_device_tests_is_an_error(self):
         self.write("tests/device/drive.bats")
         self.expect_failed("no bats file in tests/device is about this",
