@@ -100,7 +100,7 @@ class Archive(InProject):
 
     def made(self, *added):
         """Makes the archive; returns its files with their kind, mode and owner."""
-        work = self.root / "work"
+        work = self.root / "made"
         work.mkdir()
         archive = vm_image.make(self.kernel, added, work)
         self.assertEqual(os.listdir(work), ["initramfs"])
@@ -165,7 +165,7 @@ class Archive(InProject):
             return real(["sh", "-c", "echo no luck >&2; exit 2"] if words[0] == "cpio" else words,
                         **more)
         with mock.patch("subprocess.run", run):
-            self.expect_failed(f"cpio could not make {self.root}/work/initramfs: no luck\n",
+            self.expect_failed(f"cpio could not make {self.root}/made/initramfs: no luck\n",
                                self.made)
 
 
