@@ -144,6 +144,12 @@ public:
         return error != 0 ? error : DriveCalls::Rename(path, name);
     }
 
+    int Remove(const std::string& path) override
+    {
+        const int error = Asked("remove");
+        return error != 0 ? error : DriveCalls::Remove(path);
+    }
+
 private:
     int Asked(const std::string& call)
     {
@@ -226,6 +232,17 @@ TEST_F(DriveCopyTest, WaitsForTheDriveBeforeItReadsBackAndAgainWhenTheFileHasIts
     ExpectCopied();
     EXPECT_THAT(m_calls.calls, ElementsAre("make", "write", "sync file", "sync names", "read",
                                            "name", "rename", "sync names", "sync all"));
+}
+
+TEST_F(DriveCopyTest, WaitsForTheDriveWhenWhatCannotBeWrittenIsRemoved)
+{
+    m_calls.knowsNameless = false;
+    m_calls.errors["sync file"] = EIO;
+
+    EXPECT_THAT(Failure(), HasSubstr("cannot write"));
+
+    EXPECT_THAT(Names(), IsEmpty());
+    EXPECT_THAT(m_calls.calls, ElementsAre("make", "write", "sync file", "remove", "sync names"));
 }
 
 TEST_F(DriveCopyTest, AnOlderFileIsReplaced)
