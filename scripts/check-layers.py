@@ -52,7 +52,21 @@ TOOL = {
                  JSON | {"CLI"}),
     "": ({"io", "common", "commands"}, {"CLI"}),  # main.cpp
 }
-TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL}
+PANEL_TOOL = {
+    "policy": ({"io", "panel", "format", "signature"}, {"toml++"}),
+    "confined": ({"io"}, set()),
+    "reading": ({"io", "panel", "archive", "format", "checks", "signature", "model", "osa", "policy",
+                 "confined"}, set()),
+    "decision": ({"io", "panel", "archive", "format", "checks", "signature", "policy", "confined",
+                  "reading"}, set()),
+    "journal": ({"io", "panel", "format", "policy", "decision"}, JSON),
+    "road": ({"io", "panel", "archive", "format", "registry", "policy", "confined", "reading",
+              "decision", "journal"}, set()),
+    "commands": ({"io", "panel", "archive", "format", "policy", "confined", "decision", "journal",
+                  "road"}, JSON | {"CLI"}),
+    "": ({"io", "commands"}, {"CLI"}),  # main.cpp
+}
+TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL, "tools/kx-panel": PANEL_TOOL}
 # The sandboxed device: a module knows those of the rows above its own.
 DEVICE = (
     ("kxdevice.linux", "kxdevice.names", "kxdevice.cgroups", "kxdevice.link"),

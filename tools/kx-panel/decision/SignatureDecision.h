@@ -1,0 +1,26 @@
+// SPDX-FileCopyrightText: The kx_Updater authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "archive/ByteSource.h"
+#include "confined/Confinement.h"
+#include "decision/Decision.h"
+
+#include <string>
+
+namespace kx::guard
+{
+
+/// Judges who signed a package, and whether it is the one that was signed. The bytes of the file
+/// are taken apart in the confinement, and only for the end records and the block; the digest is
+/// taken and the signature verified here, from fields that were checked. Fills in the name, the
+/// signer and the size of the block.
+///
+/// Where signatures are not required, the file's own name counts for an unsigned package.
+/// @return false when no more of the package may be looked at: a reason was added
+/// @throws Error when the package cannot be read, or the confinement cannot be made
+[[nodiscard]] bool DecideSignature(const Panel& panel, IConfinement& confinement,
+                                   const archive::ByteSource& source, int descriptor,
+                                   const std::string& fileName, Decision& decision);
+
+} // namespace kx::guard
