@@ -59,9 +59,9 @@ PANEL_TOOL = {
                  "confined"}, set()),
     "decision": ({"io", "panel", "archive", "format", "checks", "signature", "policy", "confined",
                   "reading"}, set()),
-    "journal": ({"io", "panel", "format", "policy", "decision"}, JSON),
-    "road": ({"io", "panel", "archive", "format", "registry", "policy", "confined", "reading",
-              "decision", "journal"}, set()),
+    "journal": ({"io", "panel", "format", "registry", "signature", "policy", "decision"}, JSON),
+    "road": ({"io", "panel", "archive", "format", "registry", "signature", "policy", "confined",
+              "reading", "decision", "journal"}, set()),
     "commands": ({"io", "panel", "archive", "format", "policy", "confined", "decision", "journal",
                   "road"}, JSON | {"CLI"}),
     "": ({"io", "commands"}, {"CLI"}),  # main.cpp
