@@ -135,8 +135,7 @@ std::optional<Begun> FindBegun(const StateFolder& state)
     begun.name = (*lines)[0];
     begun.version = (*lines)[1];
     const std::string& id = (*lines)[2];
-    const auto [end, error] =
-        std::from_chars(id.data(), id.data() + id.size(), begun.historyId);
+    const auto [end, error] = std::from_chars(id.data(), id.data() + id.size(), begun.historyId);
     if (error != std::errc() || end != id.data() + id.size()) {
         throw DamagedNote(state.Shown(kBegun));
     }

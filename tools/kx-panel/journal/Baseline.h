@@ -59,8 +59,7 @@ void ForgetBegun(const StateFolder& state);
 
 /// Returns what HighestVersion does, for a reader that changes nothing: an installation that was
 /// begun and is recorded counts, although no start has noted that yet.
-[[nodiscard]] std::optional<std::string> HighestVersionNow(const StateFolder& state,
-                                                           const io::RootedFolder& panel,
-                                                           const std::string& name);
+[[nodiscard]] std::optional<std::string>
+HighestVersionNow(const StateFolder& state, const io::RootedFolder& panel, const std::string& name);
 
 } // namespace kx::guard

@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "journal/PastInstallation.h"
 
+#include <picojson.h>
+
 #include <array>
 #include <utility>
-
-#include <picojson.h>
 
 namespace kx::guard
 {
@@ -143,8 +143,7 @@ bool TakeLine(const picojson::value& value, PastInstallation& past)
         past.name = members.TextOf("name");
         past.version = members.TextOf("version");
         past.signer = members.TextOf("signer");
-        return members.IsFine() && TakeReasons(members.ListOf("reasons"), past) &&
-               members.IsFine();
+        return members.IsFine() && TakeReasons(members.ListOf("reasons"), past) && members.IsFine();
     } else if (members.Has("line")) {
         past.lines.push_back({members.CountOf("ms"), members.TextOf("line")});
     } else if (members.Has("omitted")) {

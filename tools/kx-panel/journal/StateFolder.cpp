@@ -228,9 +228,9 @@ io::Descriptor StateFolder::Create(const std::string& name) const
 
 io::Descriptor StateFolder::OpenOrCreate(const std::string& name) const
 {
-    io::Descriptor file(
-        openat(m_folder.Number(), name.c_str(),
-               O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kFileMode));
+    io::Descriptor file(openat(m_folder.Number(), name.c_str(),
+                               O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
+                               kFileMode));
     if (!file.IsOpen()) {
         throw OpenError(Shown(name), "file", errno);
     }
