@@ -177,8 +177,7 @@ std::optional<std::int64_t> MomentInUtc(std::uint8_t clock, std::int64_t seconds
 class ContentsReceiver
 {
 public:
-    ContentsReceiver(const Limits& limits, IContentsTaker& taker)
-        : m_limits(limits), m_taker(taker)
+    ContentsReceiver(const Limits& limits, IContentsTaker& taker) : m_limits(limits), m_taker(taker)
     {
     }
 

@@ -21,9 +21,9 @@ struct UnpackedEntry {
     std::optional<std::int64_t> moment; ///< of the last change, seconds since 1970
 };
 
-/// Told what is in a package, sorted by name; folders come before what is in them. What comes out is
-/// what the device's unzip makes of the archive. Names are plain: parts split by '/', each of 1 to
-/// 255 bytes, none of them "." or "..", none with a zero byte, none beginning with '/'.
+/// Told what is in a package, sorted by name; folders come before what is in them. What comes out
+/// is what the device's unzip makes of the archive. Names are plain: parts split by '/', each of 1
+/// to 255 bytes, none of them "." or "..", none with a zero byte, none beginning with '/'.
 class IContentsTaker
 {
 public:
@@ -43,7 +43,8 @@ protected:
 /// Unpacks a package in the confinement, and hands over what comes out: names, their order, and
 /// amounts are checked by then.
 /// @param source  reads from @p descriptor
-/// @throws Unread, Error as IConfinement; Unread when a content is damaged, when more comes out than
+/// @throws Unread, Error as IConfinement; Unread when a content is damaged, when more comes out
+/// than
 ///         the limits allow, or when what reads the package says what it must not say
 /// @throws whatever the taker throws
 void StreamContents(IConfinement& confinement, const archive::ByteSource& source, int descriptor,

@@ -30,8 +30,8 @@ io::Descriptor OpenBelow(const io::Descriptor& root, const std::string& path)
     for (std::size_t begin = 0; begin < path.size() && at.IsOpen();) {
         const std::size_t end = std::min(path.find('/', begin), path.size());
         const std::string part = path.substr(begin, end - begin);
-        at = io::Descriptor(openat(at.Number(), part.c_str(),
-                                   O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        at = io::Descriptor(
+            openat(at.Number(), part.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         begin = end + 1;
     }
     return at;
@@ -81,9 +81,9 @@ void Unpacking::TakeFile(const UnpackedEntry& file)
 {
     CloseFile();
     m_refuseToGoOn();
-    m_file = io::Descriptor(openat(FolderOf(file.name).Number(), io::LastPart(file.name).c_str(),
-                                   O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                                   kMadeFileMode));
+    m_file =
+        io::Descriptor(openat(FolderOf(file.name).Number(), io::LastPart(file.name).c_str(),
+                              O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kMadeFileMode));
     if (!m_file.IsOpen()) {
         throw io::AccessError(m_folder.Shown(file.name), "write", errno);
     }
