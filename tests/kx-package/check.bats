@@ -5,6 +5,7 @@
 # The command line of `kx-package check`, and its agreement with the sandboxed device.
 #   KX_PACKAGE   the program (default: build/dev/kx-package)
 #   KX_UPDATER   the updater (default: build/release/kx_Updater)
+#   KX_SECOND    another build of the tool, which starts quickly (default: none)
 #   KX_CORPUS    further options of corpus.py, for a larger run
 
 bats_require_minimum_version 1.5.0
@@ -143,7 +144,7 @@ sys.exit(peak > 120)
     status=0
     # shellcheck disable=SC2086 # several options
     /usr/bin/python3 "$BATS_TEST_DIRNAME/corpus/corpus.py" --tool "$KX_PACKAGE" \
-        --updater "$KX_UPDATER" ${KX_CORPUS:-} >report || status=$?
+        --updater "$KX_UPDATER" --second "${KX_SECOND:-}" ${KX_CORPUS:-} >report || status=$?
     cat report
     if [ "$status" -eq 77 ] && [ "${CI:-}" != true ]; then
         skip "the sandboxed device cannot be made here"

@@ -3,6 +3,8 @@
 # SPDX-License-Identifier: MIT
 #
 # kx-package unpack, as a user starts it: packages become sources, and these the same packages.
+#
+#   KX_SECOND    another build of the tool, which starts quickly (default: none)
 
 load plan
 
@@ -510,5 +512,6 @@ END
 
 @test "every package of the corpus is unpacked to sources of the same, or told why not" {
     /usr/bin/python3 "$BATS_TEST_DIRNAME/corpus/unpacking.py" --tool "$KX_PACKAGE" \
+        --second "${KX_SECOND:-}" \
         --fuzz "$ROOT/tests/fuzz/corpus" --archives 60 --descriptions 60
 }

@@ -71,6 +71,8 @@ class Work(InProject):
         report, folder = self.logs / "units.xml", self.root / "build/asan/reports"
         self.assertEqual(commands.lines, [
             f"ctest --preset asan -j 7 --output-on-failure -V --output-junit {report}"])
+        self.assertEqual(commands.added, [
+            {"KX_SECOND": str(self.root / "build/release/kx-package")}])
         counted.assert_called_once_with(report, folder, 8, "words")
         self.assertFalse(old.exists())
 

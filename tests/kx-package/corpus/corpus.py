@@ -10,9 +10,10 @@ of this succeeds and files and settings are what its description says. What `sho
 say is compared with each other, with the check and with the panel, too: see agreement.py.
 
   corpus.py --tool build/dev/kx-package --updater build/release/kx_Updater [--archives N]
-            [--descriptions N] [--seed N] [--keep DIR] [--tries N]
+            [--descriptions N] [--seed N] [--keep DIR] [--tries N] [--second TOOL]
 
---tries says how many packages are installed by `kx-package try` besides, -1 for all of them.
+--second names another build of the same tool, which show and plan are asked of: one with
+sanitizers, which starts slowly, then reads each package once, for its check. --tries says how many packages are installed by `kx-package try` besides, -1 for all of them.
 
 Exit status 0: no package that the check calls clean had a fault, of those that it refuses fewer than
 1 in 100 had none, and all agree. 1: it is otherwise. 77: there is no sandboxed device here.
@@ -45,6 +46,7 @@ def arguments():
     parser.add_argument("--descriptions", type=int, default=130)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--tries", type=int, default=8)
+    parser.add_argument("--second", help="the tool that show and plan are asked of")
     parser.add_argument("--keep", help="keep the packages in this folder")
     return parser.parse_args()
 
@@ -63,11 +65,11 @@ def verdict(tool, job):
     return told["clean"], ids, told["findings"]
 
 
-def ask(tool, job):
+def ask(options, job):
     """Notes what check, show and plan say of a package."""
-    job["clean"], job["ids"], job["findings"] = verdict(tool, job)
-    job["show"] = agreement.told(tool, ["show"], job)
-    job["plan"] = agreement.told(tool, ["plan", "--at", "/mnt/user"], job)
+    job["clean"], job["ids"], job["findings"] = verdict(options.tool, job)
+    job["show"] = agreement.told(options.second or options.tool, ["show"], job)
+    job["plan"] = agreement.told(options.second or options.tool, ["plan", "--at", "/mnt/user"], job)
 
 
 def on_panel(options, corpus, jobs):
@@ -140,7 +142,7 @@ def main():
         corpus.add_damaged(options.archives)
         corpus.add_spoiled(options.descriptions)
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
-            list(pool.map(lambda job: ask(options.tool, job), corpus.jobs))
+            list(pool.map(lambda job: ask(options, job), corpus.jobs))
         results = all_on_panels(options, corpus, corpus.jobs)
         whole = results[0]["trees"][0]
         again = []

@@ -4,9 +4,10 @@
 """Unpacks the packages of the corpus by `kx-package unpack`, and builds them again.
 
   unpacking.py --tool build/dev/kx-package [--fuzz FOLDER] [--archives N] [--descriptions N]
-               [--seed N]
+               [--seed N] [--second TOOL]
 
-What unpacks must build a package of which a panel would run the same commands, with the same files;
+--second names another build of the same tool, which is asked for the plans that are compared: one with
+sanitizers, which starts slowly, then checks, unpacks and builds alone. What unpacks must build a package of which a panel would run the same commands, with the same files;
 what a panel could install must unpack. Whatever happens, nothing may be made but the one folder, and
 in it nothing but files and folders without special rights; what fails leaves nothing. The inputs of
 the fuzzers below --fuzz are unpacked, too.
@@ -42,6 +43,7 @@ def arguments():
     """The command line."""
     parser = argparse.ArgumentParser()
     parser.add_argument("--tool", required=True)
+    parser.add_argument("--second", help="the tool that plans are asked of")
     parser.add_argument("--fuzz", help="the folder of the fuzzers' inputs")
     parser.add_argument("--archives", type=int, default=250)
     parser.add_argument("--descriptions", type=int, default=250)
@@ -122,8 +124,9 @@ def differing_files(package, again, plan):
                 yield f"{found[1]} has another content"
 
 
-def faults(tool, job):
+def faults(options, job):
     """Unpacks and builds one package; yields what is wrong."""
+    tool, second = options.tool, options.second or options.tool
     package = job["file"]
     place = os.path.join(os.path.dirname(package), "place")
     os.mkdir(place)
@@ -137,7 +140,7 @@ def faults(tool, job):
     if not job["unpacked"]:
         if done.returncode not in (1, 3) or job["why"].count("\n") or not job["why"]:
             yield f"ended with {done.returncode}: {job['why']}"
-        if job["clean"] or planned(tool, package).get("installed"):
+        if job["clean"] or planned(second, package).get("installed"):
             yield f"can be installed, but was not unpacked: {job['why']}"
         return
     again = f"{place}/corpus.kx-update"
@@ -146,8 +149,8 @@ def faults(tool, job):
     if built.returncode not in (0, 1) or not os.path.exists(again):
         yield f"cannot be built again: {built.stderr.decode(errors='replace')}"
         return
-    plan = planned(tool, package)
-    if plan != planned(tool, again):
+    plan = planned(second, package)
+    if plan != planned(second, again):
         yield "has another plan"
     yield from differing_files(package, again, plan)
     shutil.rmtree(place)
@@ -164,7 +167,7 @@ def main():
         if options.fuzz:
             add_fuzzed(corpus, options.fuzz)
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
-            found = list(pool.map(lambda job: list(faults(options.tool, job)), corpus.jobs))
+            found = list(pool.map(lambda job: list(faults(options, job)), corpus.jobs))
         for job, told in zip(corpus.jobs, found):
             for fault in told:
                 print(f"{job['file']} ({job['how']}): {fault}")
