@@ -211,8 +211,7 @@ public:
         end.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
         end.isSomethingLeft = AreChildrenLeft();
         const Clock::time_point killed = Clock::now();
-        while (end.signal != 0 && end.isSomethingLeft &&
-               Clock::now() - killed < m_terms.patience) {
+        while (end.signal != 0 && end.isSomethingLeft && Clock::now() - killed < m_terms.patience) {
             Serve();
             end.isSomethingLeft = AreChildrenLeft();
         }

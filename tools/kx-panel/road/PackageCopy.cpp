@@ -38,12 +38,12 @@ DescriptorBytes OpenPackageBytes(const std::string& path)
     return {io::OpenFile(path), path};
 }
 
-DescriptorBytes CopyPackage(const archive::ByteSource& source, const StateFolder& folder,
-                            const std::string& name, const std::function<void()>& refuseToGoOn)
+void CopyPackage(const archive::ByteSource& source, const StateFolder& folder,
+                 const std::string& name, const std::function<void()>& refuseToGoOn)
 {
     constexpr std::size_t kPiece = std::size_t{1} << 18;
     const std::string shown = folder.Shown(name);
-    io::Descriptor copy = folder.Create(name);
+    const io::Descriptor copy = folder.Create(name);
     const std::uint64_t size = source.Size();
     for (std::uint64_t at = 0; at < size;) {
         refuseToGoOn();
@@ -54,7 +54,6 @@ DescriptorBytes CopyPackage(const archive::ByteSource& source, const StateFolder
     if (fsync(copy.Number()) != 0) {
         throw io::AccessError(shown, "write", errno);
     }
-    return {std::move(copy), shown};
 }
 
 } // namespace kx::guard

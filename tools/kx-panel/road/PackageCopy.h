@@ -42,8 +42,7 @@ private:
 /// @param source        as many bytes as it has are copied
 /// @param refuseToGoOn  called between pieces; throws to end the copying
 /// @throws Error when something cannot be read or written; what was written then stays there
-[[nodiscard]] DescriptorBytes CopyPackage(const archive::ByteSource& source,
-                                          const StateFolder& folder, const std::string& name,
-                                          const std::function<void()>& refuseToGoOn);
+void CopyPackage(const archive::ByteSource& source, const StateFolder& folder,
+                 const std::string& name, const std::function<void()>& refuseToGoOn);
 
 } // namespace kx::guard
