@@ -2,12 +2,15 @@
 # SPDX-License-Identifier: MIT
 """What a benchmark writes down, and the packages that it measures."""
 import json
+import os
+import subprocess
 import sys
 import time
 import unittest
+from types import SimpleNamespace
 from unittest import mock
 
-from kxbench import results, workloads
+from kxbench import results, rivals, workloads
 from played import InProject
 
 
@@ -179,6 +182,9 @@ class Packages(InProject):
         self.assertEqual([(one.files, one.size) for one in workloads.WORKLOADS.values()
                           if isinstance(one, workloads.Packing)],
                          [(300, 209715), (1, 512 * mib)])
+        self.assertEqual([(one.files, one.size) for one in workloads.WORKLOADS.values()
+                          if isinstance(one, workloads.Deciding)],
+                         [(300, 209715), (1, 512 * mib)])
         fast = workloads.WORKLOADS["fast-10k"]
         self.assertEqual((fast.folders, fast.files, fast.size), (100, 100, 4096))
 
@@ -192,7 +198,8 @@ class Packages(InProject):
                  "folder-50k": (1, 300, None), "read-20k": (15, None, 2.0),
                  "read-hardware": (15, None, 4.5), "window-start": (9, 60, None),
                  "window-log": (5, 60, None), "pack-300": (5, 40, None),
-                 "pack-512m": (3, 100, None), "fast-10k": (5, 240, None)})
+                 "pack-512m": (3, 100, None), "fast-10k": (5, 240, None),
+                 "panel-300": (9, 60, None), "panel-512m": (7, 90, None)})
 
     def test_descriptions_that_are_read_have_their_steps(self):
         read = workloads.WORKLOADS["read-20k"].make()
@@ -206,6 +213,44 @@ class Packages(InProject):
 
     def test_what_grows_differs_in_size_alone(self):
         self.assertEqual(workloads.GROWING, ("folder-1k", "folder-10k", "folder-50k"))
+
+
+class Rivals(InProject):
+    """The packages of other updaters; their tools are played."""
+
+    def setUp(self):
+        super().setUp()
+        self.started = []
+
+        def run(words, cwd, check, **keywords):
+            self.assertEqual((cwd, check), (self.root, True))
+            self.started.append(([os.fspath(word) for word in words], keywords.get("input")))
+            return SimpleNamespace(stdout=b"0123  payload.tar.gz\n")
+        self.patch(subprocess, "run", run)
+
+    def test_a_bundle_holds_the_payload_and_is_signed_as_a_whole(self):
+        self.write("payload.tar", "files")
+        rivals.make_bundle(self.root, self.root / "b")
+        self.assertEqual(self.started, [(
+            ["rauc", "bundle", "--cert=certificate.pem", "--key=key.pem", f"{self.root}/bundle",
+             f"{self.root}/b"], None)])
+        self.assertEqual((self.root / "bundle/payload.tar").read_text(encoding="utf-8"), "files")
+        self.assertIn("[bundle]\nformat=plain\n",
+                      (self.root / "bundle/manifest.raucm").read_text(encoding="utf-8"))
+
+    def test_an_image_s_signed_description_tells_the_digest_of_the_payload(self):
+        rivals.make_image(self.root, self.root / "i")
+        self.assertEqual([words[0] for words, _ in self.started], ["sha256sum", "openssl", "cpio"])
+        self.assertEqual(self.started[0][0][1], "payload.tar.gz")
+        self.assertIn('sha256 = "0123";',
+                      (self.root / "sw-description").read_text(encoding="utf-8"))
+        self.assertEqual(self.started[2][1], b"sw-description\nsw-description.sig\npayload.tar.gz\n")
+
+    def test_key_and_payload_are_made_in_the_folder(self):
+        rivals.make_certificate(self.root)
+        rivals.pack_payload(self.root, self.root / "source")
+        self.assertEqual([words[0] for words, _ in self.started], ["openssl", "tar", "gzip"])
+        self.assertIn(f"{self.root}/source", self.started[1][0])
 
 
 if __name__ == "__main__":

@@ -488,6 +488,144 @@ class Archived(InProject):
         self.assertFalse(self.work.exists())
 
 
+class Deciding(InProject):
+    """Deciding on a signed package, against reading it and against other updaters; whatever makes
+    or verifies one is played."""
+
+    def setUp(self):
+        super().setUp()
+        self.patch(w, "WORKLOADS", {"panel": w.Deciding("small", 2, 30, 9, 60)})
+        self.here = []
+
+        def run_here(command, folder):
+            words = [os.fspath(word) for word in command]
+            self.here.append((words, folder))
+            if words[1] == "build":
+                self.write("build/bench-work/bench.kx-update", "x" * w.MIB)
+            if words[1] == "key":
+                self.write("build/bench-work/bench.pub.pem", "public")
+        self.patch(bench, "run_here", run_here)
+        for name in ("make_certificate", "pack_payload"):
+            self.patch(bench.rivals, name, mock.Mock())
+        for name in ("make_bundle", "make_image"):
+            self.patch(bench.rivals, name, lambda folder, target: target.write_bytes(b"abc"))
+        self.devices = []
+        self.panel = ["--put", f"{self.work}/panel=/etc/kx_Updater",
+                      "--put", f"{self.build}/kx-panel=/usr/bin/kx-panel",
+                      "--put", f"{self.build}/kx_Updater=/usr/bin/kx_Updater",
+                      "--put", f"{self.work}/certificate.pem=/mnt/user/drive/certificate.pem"]
+
+    def put(self, *names):
+        """The options of device/run for these files."""
+        return [word for name in names
+                for word in ("--put", f"{self.work}/{name}=/mnt/user/drive/{name}")]
+
+    def test_a_package_is_signed_and_a_panel_made_that_takes_it(self):
+        old = os.umask(0o002)
+        self.addCleanup(os.umask, old)
+        files = bench.write_deciding(w.WORKLOADS["panel"])
+
+        work, tool = self.work, f"{self.build}/kx-package"
+        self.assertEqual(files, {"kx-panel": work / "bench.kx-update",
+                                 "rauc info": work / "bench.raucb", "swupdate -c": work / "bench.swu"})
+        self.assertEqual(self.here, [
+            ([tool, "build", f"{work}/source", "-o", f"{work}/bench.kx-update", "--updater",
+              "/usr/bin/true"], work),
+            ([tool, "key", "new", "--type", "p256", "bench"], work),
+            ([tool, "sign", "--key", "bench.key.pem", f"{work}/bench.kx-update"], work)])
+        panel = work / "panel"
+        self.assertEqual({path.relative_to(panel).as_posix(): path.stat().st_mode & 0o777
+                          for path in (panel, *panel.rglob("*"))},
+                         {".": 0o755, "keys": 0o755, "keys/bench.pub.pem": 0o644,
+                          "panel.toml": 0o644})
+        said = (panel / "panel.toml").read_text(encoding="utf-8")
+        for line in (work / "source/package.toml").read_text(encoding="utf-8").splitlines():
+            for key, said_so in (("model", "models = [{}]"), ("os-version", "os-versions = [{}]"),
+                                 ("processor", "processor = {}")):
+                if line.startswith(f"{key} = "):
+                    self.assertIn(said_so.format(line.partition(" = ")[2]) + "\n", said)
+        self.assertEqual(len(list((work / "source/payload").iterdir())), 2)
+        for made, words in ((bench.rivals.make_certificate, (work,)),
+                            (bench.rivals.pack_payload, (work, work / "source/payload"))):
+            made.assert_called_once_with(*words)
+
+    def prove(self, output):
+        """Asks whether a program reads its file."""
+        self.work.mkdir(parents=True, exist_ok=True)
+        file = self.work / "bench.kx-update"
+        file.write_bytes(b"abcde")
+        changed = self.work / "changed-bench.kx-update"
+        self.patch(bench, "on_device", lambda words, options: (
+            self.devices.append((words, options, changed.read_bytes())), output)[-1])
+        bench.prove_verifying("kx-panel", file)
+        self.assertEqual(list(self.work.iterdir()), [file])
+
+    def test_a_program_must_refuse_a_file_with_another_byte(self):
+        self.prove("good\nstatus 0\nbad\nstatus 1\n")
+        inside = "/usr/bin/kx-panel check /mnt/user/drive/"
+        self.assertEqual(self.devices, [(
+            ["/bin/sh", "-c", f"exec 2>&1; {inside}bench.kx-update; echo status $?; "
+             f"{inside}changed-bench.kx-update; echo status $?"],
+            self.panel + self.put("bench.kx-update", "changed-bench.kx-update"), b"abbde")])
+        for output in ("status 0\nstatus 0\n", "status 1\nstatus 1\n", "status 1\nstatus 0\n",
+                       "status 0\n", "", "status 0\nstatus 0\nstatus 1\n"):
+            self.exits("kx-panel does not tell a good file from one with a changed byte:\n" + output,
+                       self.prove, output)
+
+    def test_the_memory_of_the_largest_process_is_told(self):
+        self.patch(bench, "on_device", lambda words, options: (
+            self.devices.append((words, options)), "3072\n")[-1])
+        self.assertEqual(bench.greatest_memory(["/bin/x", "a b"], ["--put"]), 3.0)
+        (words, options), = self.devices
+        self.assertEqual((words[3:], options), (["sh", "/bin/x", "a b"], ["--put"]))
+        self.assertEqual(words[2], '/usr/bin/time -f %M -o /tmp/peak "$@" >/dev/null && '
+                                   "cat /tmp/peak")
+
+    def test_the_decision_is_compared_with_the_others_in_turn(self):
+        proved, asked = [], []
+        self.patch(bench, "prove_verifying", lambda *words: proved.append(words))
+        self.patch(bench, "greatest_memory", lambda *words: asked.append(words) or 12.5)
+        costs = {"kx-panel": (1.2, 1.5), "sha256sum": (1, 1), "control": (1.1, 1),
+                 "openssl dgst": (0.5, 1), "rauc info": (1.2, 2), "swupdate -c": (2.4, 1)}
+
+        def measure(_results, name, limits, programs, clean, options):
+            asked.append((name, limits, programs, clean, options))
+            return {program: [run_of(*costs[program])] for program in programs}
+        self.patch(bench, "measure", measure)
+
+        bench.run_deciding(self.results, "panel", (9, 60))
+
+        work, inside = self.work, "/mnt/user/drive"
+        options = self.panel + self.put("bench.kx-update", "bench.raucb", "bench.swu")
+        decide = ["/usr/bin/kx-panel", "check", f"{inside}/bench.kx-update"]
+        self.assertEqual(proved, [(program, work / file) for program, file in (
+            ("kx-panel", "bench.kx-update"), ("rauc info", "bench.raucb"),
+            ("swupdate -c", "bench.swu"))])
+        certificate = f"{inside}/certificate.pem"
+        self.assertEqual(asked, [("panel", (9, 60), {
+            "kx-panel": decide,
+            "rauc info": ["/usr/bin/rauc", "info", f"--keyring={certificate}",
+                          f"{inside}/bench.raucb"],
+            "swupdate -c": ["/usr/bin/swupdate", "-c", "-k", certificate, "-H", "bench:1", "-i",
+                            f"{inside}/bench.swu"],
+            "sha256sum": ["/usr/bin/sha256sum", decide[-1]],
+            "control": ["/usr/bin/sha256sum", decide[-1]],
+            "openssl dgst": ["/usr/bin/openssl", "dgst", "-sha256", decide[-1]]}, [], options),
+            (decide, options)])
+        self.assertEqual(self.results.lines[0], "\npanel: small; kx-panel 1.0 MiB, "
+                                                "rauc info 0.0 MiB, swupdate -c 0.0 MiB")
+        self.assertEqual(self.results.lines[-2:], ["  control/sha256sum: wall 1.100",
+                                                   "  openssl dgst/sha256sum: wall 0.500"])
+        self.assertEqual(self.results.goals, [
+            ("panel", "wall kx-panel/sha256sum", 1.2, 1.10),
+            ("panel", "wall kx-panel/rauc info", 1.0, 1.0),
+            ("panel", "cpu kx-panel/rauc info", 0.75, 1.0),
+            ("panel", "wall kx-panel/swupdate -c", 0.5, 1.0),
+            ("panel", "cpu kx-panel/swupdate -c", 1.5, 1.0),
+            ("panel", "MiB of the largest process of kx-panel", 12.5, 12)])
+        self.assertFalse(self.work.exists())
+
+
 class Here(InProject):
     """A command that is measured on this machine."""
 
@@ -561,7 +699,7 @@ class Main(InProject):
         self.assertIn(("Window", "window-log", (5, 60)), self.ran)
         self.assertIn(("Packing", "pack-512m", (3, 100)), self.ran)
         self.assertIn(("Installation", "folder-50k", (1, 300)), self.ran)
-        self.built.assert_called_once_with()
+        self.built.assert_called_once_with(list(w.WORKLOADS))
         self.assertIn("growth: own cpu for a file: folder-1k 9.0 us, folder-10k 10.0 us, "
                       "folder-50k 10.0 us\n", self.out)
         self.assertIn("\n0 goals kept, 1 missed, 0.0 minutes\n", self.out)
@@ -591,7 +729,8 @@ class Main(InProject):
         runners = program("scripts/bench").RUNNERS
         self.assertEqual({kind.__name__: run.__name__ for kind, run in runners.items()}, {
             "Installation": "run_installation", "Reading": "run_reading", "Window": "run_window",
-            "Packing": "run_packing", "Archived": "run_archived"})
+            "Packing": "run_packing", "Archived": "run_archived",
+            "Deciding": "run_deciding"})
 
 
 class Build(InProject):
@@ -599,14 +738,20 @@ class Build(InProject):
 
     def test_all_that_is_measured_is_built(self):
         self.started_with()
-        bench.build_programs()
+        bench.build_programs(["no-steps", "pack-300"])
         self.assertEqual([words for words, _ in self.started], [
             [f"{self.root}/scripts/setup", "build", "tools", "demo", "test", "bench"],
             ["cmake", "--preset", "bench"],
             ["cmake", "--build", "--preset", "bench", "--target", "kx_Updater", "kx-package",
-             "tests/bench/all"]])
+             "kx-panel", "tests/bench/all"]])
         self.assertTrue(self.started[0][1]["check"])
         self.assertEqual([keywords["cwd"] for _, keywords in self.started[1:]], [self.root] * 2)
+
+    def test_other_updaters_are_installed_when_they_are_measured(self):
+        self.started_with()
+        bench.build_programs(["no-steps", "panel-300"])
+        self.assertEqual(self.started[0][0][1:], ["build", "tools", "demo", "test", "bench",
+                                                  "rivals"])
 
     def test_a_build_that_fails_ends_the_benchmark(self):
         for fails, count in (("cmake --preset", 2), ("cmake --build", 3)):
@@ -614,7 +759,7 @@ class Build(InProject):
             self.patch(subprocess, "run", lambda words, **_: self.started.append(words) or
                        SimpleNamespace(returncode=int(" ".join(map(str, words)).startswith(fails))))
             with self.assertRaisesRegex(SystemExit, f"^scripts/bench: failed: {fails}"):
-                bench.build_programs()
+                bench.build_programs([])
             self.assertEqual(len(self.started), count)
 
 

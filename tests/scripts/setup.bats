@@ -151,7 +151,7 @@ END
     rm "$STUB/bin/dpkg-query"
     run --separate-stderr env PATH="$STUB/bin" scripts/setup bench
     [ "$status" -eq 1 ]
-    [ "$stderr" = 'scripts/setup: this machine has no dpkg; install by hand: python3' ]
+    [ "$stderr" = 'scripts/setup: this machine has no dpkg; install by hand: python3 time' ]
 }
 
 @test "an unknown group is refused before anything is installed, and the help names all groups" {
@@ -170,7 +170,7 @@ END
     done
     [[ ${lines[0]} == 'Installs what the project needs'* ]]
     [[ ${lines[-1]} == *'older than 6.7' ]]
-    for group in build tools demo test vm bench display web vnc foreign; do
+    for group in build tools demo test vm bench rivals display web vnc foreign; do
         grep -qw "$group" <<<"$output"
     done
     run --separate-stderr env PATH="$STUB/bin:/usr/bin:/bin" scripts/setup --nonsense
@@ -197,15 +197,17 @@ END
     expect_group tools -- "${tools[@]}"
     expect_group demo -- "${demo[@]}"
     expect_group test -- "${tests[@]}"
-    expect_group bench -- python3
+    expect_group bench -- python3 time
+    expect_group rivals -- cpio gzip openssl python3 rauc squashfs-tools swupdate tar
     expect_group display -- socat xserver-xephyr
     expect_group web -- novnc tigervnc-standalone-server websockify
     expect_group vnc -- socat tigervnc-standalone-server
     expect_group foreign -- binfmt-support qemu-user-static
-    expect_group vnc bench display -- python3 socat tigervnc-standalone-server xserver-xephyr
-    expect_group bench display vnc web build -- python3 socat xserver-xephyr novnc \
+    expect_group vnc bench display -- python3 socat tigervnc-standalone-server time \
+        xserver-xephyr
+    expect_group bench display vnc web build -- python3 time socat xserver-xephyr novnc \
         tigervnc-standalone-server websockify "${build[@]}"
-    expect_group -- "${build[@]}" "${tools[@]}" "${demo[@]}" "${tests[@]}" "${machine[@]}"
+    expect_group -- "${build[@]}" "${tools[@]}" "${demo[@]}" "${tests[@]}" "${machine[@]}" time
 }
 
 @test "the kernel of the virtual machine is fetched once, and not installed" {

@@ -153,6 +153,17 @@ class Archived:
     seconds: int
 
 
+@dataclass(frozen=True)
+class Deciding:
+    """A signed package on which a panel decides, against reading it, and against other updaters
+    that verify the same files."""
+    text: str
+    files: int
+    size: int
+    rounds: int
+    seconds: int
+
+
 WORKLOADS = {
     "no-steps": Installation("a package without steps", lambda package: ([], []), 30, 30),
     "items-1k": Installation("1,000 single file items of 4 KiB",
@@ -188,6 +199,9 @@ WORKLOADS = {
     "pack-512m": Packing("a package of one file of 512 MiB", 1, 512 * MIB, 3, 100),
     "fast-10k": Archived("10,000 files of 4 KiB in 100 folders, in one archive", 100, 100, 4096, 5,
                          240),
+    "panel-300": Deciding("a signed package of 300 files, 60 MiB together", 300, 60 * MIB // 300, 9,
+                          60),
+    "panel-512m": Deciding("a signed package of one file of 512 MiB", 1, 512 * MIB, 7, 90),
 }
 # Of different sizes and otherwise alike: what each file costs must not depend on their number.
 GROWING = ("folder-1k", "folder-10k", "folder-50k")

@@ -2,34 +2,36 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 namespace kx::guard
 {
 
-/// Why a panel refuses a package, in the order in which packages are judged.
+/// Why a panel refuses a package, in the order in which packages are judged. Behind each stand the
+/// values that its texts name.
 enum class ReasonId {
-    kPanelFile,          ///< panel.toml is missing, damaged, or not only root's
-    kKeyFolder,          ///< the folder of keys is missing, or not only root's
-    kState,              ///< the folder of what is remembered cannot be used
-    kUnread,             ///< what reads the package did not come to its end
-    kSize,               ///< the file is too large
-    kSignatureMissing,   ///< it is not signed, and must be
-    kSignatureDamaged,   ///< the block of signatures is not as it must be
-    kSignatureBad,       ///< a signature is not good
-    kSignatureUntrusted, ///< no signature is by a key that counts here
-    kSignatureChanged,   ///< the file is not the one that was signed
-    kName,               ///< its name is none that a package can have
-    kStructure,          ///< the archive is not as it must be
-    kDescription,        ///< the description is not as it must be
-    kModel,              ///< it is for other models
-    kOsVersion,          ///< it is for other versions of the system
-    kProcessor,          ///< it brings programs for another processor
-    kVersionUnclear,     ///< its version cannot be compared
-    kVersionOlder,       ///< a newer one was installed
-    kRoom,               ///< a file system has not enough bytes
-    kInodes,             ///< a file system cannot hold that many files
+    kPanelFile,          ///< panel.toml is missing, damaged, or not only root's: {what is wrong}
+    kKeyFolder,          ///< the folder of keys is missing, or not only root's: {what is wrong}
+    kState,              ///< the folder of what is remembered cannot be used: {what is wrong}
+    kUnread,             ///< what reads the package did not come to its end: {what happened}
+    kSize,               ///< the file is too large: {its bytes, the most}
+    kSignatureMissing,   ///< it is not signed, and must be: {}
+    kSignatureDamaged,   ///< the block of signatures is not as it must be: {what is wrong}
+    kSignatureBad,       ///< a signature is not good: {its key}
+    kSignatureUntrusted, ///< no signature is by a key that counts here: {what the keys are}
+    kSignatureChanged,   ///< the file is not the one that was signed: {what is wrong}
+    kName,               ///< its name is none that a package can have: {the name}
+    kStructure,          ///< the archive is not as it must be: {rule, what is wrong}
+    kDescription,        ///< the description is not as it must be: {rule, what is wrong}
+    kModel,              ///< it is for other models: {its model, the panel's}
+    kOsVersion,          ///< it is for other versions of the system: {its version, the panel's}
+    kProcessor,          ///< it brings a program for another processor: {file, its, the panel's}
+    kVersionUnclear,     ///< a version cannot be compared: {that version}
+    kVersionOlder,       ///< a newer one was installed: {its version, the highest}
+    kRoom,   ///< a file system has not enough bytes: {folder, needed, free, bytes needed, free}
+    kInodes, ///< a file system cannot hold that many files: {folder, needed, free}
     kEnd
 };
 
@@ -49,7 +51,13 @@ enum class Language { kEnglish, kJapanese };
 /// Returns the stable word for a reason: "signature-missing".
 [[nodiscard]] const char* ReasonWord(ReasonId id);
 
-/// Returns what is wrong, a sentence, printable.
+/// Returns how many values the texts of a reason name.
+[[nodiscard]] std::size_t ReasonValueCount(ReasonId id);
+
+/// How many bytes a value may take in a text; of a longer one the beginning is shown.
+constexpr std::size_t kLongestShown = 400;
+
+/// Returns what is wrong, a sentence, printable. A value that is not there shows as "?".
 [[nodiscard]] std::string WhatText(const Reason& reason, Language language);
 
 /// Returns what to do about it, a sentence, printable.
