@@ -60,11 +60,11 @@ PANEL_TOOL = {
                  "confined"}, set()),
     "decision": ({"io", "panel", "archive", "format", "checks", "signature", "policy", "confined",
                   "reading"}, set()),
-    "journal": ({"io", "panel", "format", "policy", "decision"}, JSON),
-    "road": ({"io", "panel", "archive", "format", "registry", "policy", "confined", "reading",
-              "decision", "journal"}, set()),
-    "commands": ({"io", "cli", "panel", "archive", "format", "policy", "confined", "decision",
-                  "journal", "road"}, JSON | {"CLI"}),
+    "journal": ({"io", "panel", "format", "registry", "signature", "policy", "decision"}, JSON),
+    "road": ({"io", "panel", "archive", "format", "registry", "signature", "policy", "confined",
+              "reading", "decision", "journal"}, set()),
+    "commands": ({"io", "cli", "panel", "archive", "format", "signature", "policy", "confined",
+                  "reading", "decision", "journal", "road"}, JSON | {"CLI"}),
     "": ({"cli", "commands"}, set()),  # main.cpp
 }
 TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL, "tools/kx-panel": PANEL_TOOL}
