@@ -55,7 +55,7 @@ TOOL = {
 }
 PANEL_TOOL = {
     "policy": ({"io", "panel", "format", "signature"}, {"toml++"}),
-    "confined": ({"io"}, set()),
+    "confined": ({"io"}, {"seccomp.h"}),
     "reading": ({"io", "panel", "archive", "format", "checks", "signature", "model", "osa", "policy",
                  "confined"}, set()),
     "decision": ({"io", "panel", "archive", "format", "checks", "signature", "policy", "confined",
@@ -95,7 +95,7 @@ GUI_USER = "src/app/RunModes.cpp"
 SUFFIXES = {".h", ".hpp", ".hh", ".inc", ".ipp", ".tpp", ".cpp", ".cc", ".cxx", ".c"}
 # Libraries that a layer must be allowed.
 GUARDED = {"picojson.h", "utf8.h", "archive.h", "archive_entry.h", "zip.h", "zlib.h", "bzlib.h",
-           "gelf.h", "libelf.h"}
+           "gelf.h", "libelf.h", "seccomp.h"}
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.M)
 
 
