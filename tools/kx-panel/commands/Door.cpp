@@ -28,7 +28,7 @@ void AddReasons(Door& door, ReasonId id, const io::Error& error)
 DoorFiles PanelDoorFiles()
 {
     return {[] { return ReadPolicy(panel::kPanelDescription); },
-            [] { return ReadPanelKeys(panel::kTrustedKeys); }};
+            [](SignatureRule rule) { return ReadPanelKeys(panel::kTrustedKeys, rule); }};
 }
 
 Door OpenDoor(const DoorFiles& files)
@@ -40,7 +40,8 @@ Door OpenDoor(const DoorFiles& files)
         AddReasons(door, ReasonId::kPanelFile, error);
     }
     try {
-        door.keys = files.readKeys();
+        door.keys = files.readKeys(door.policy.has_value() ? door.policy->signatures
+                                                           : SignatureRule::kRequired);
     } catch (const io::Error& error) {
         AddReasons(door, ReasonId::kKeyFolder, error);
     }

@@ -26,7 +26,7 @@ struct Door {
 /// Where that is read; a test hands in others.
 struct DoorFiles {
     std::function<Policy()> readPolicy;
-    std::function<signature::TrustedKeys()> readKeys;
+    std::function<signature::TrustedKeys(SignatureRule rule)> readKeys;
 };
 
 /// The files of this panel.

@@ -6,10 +6,12 @@
 #include "io/RootedFolder.h"
 #include "journal/Baseline.h"
 
+#include <utility>
+
 namespace kx::guard
 {
 
-Remembered::Remembered(const StatePlace& place)
+Remembered::Remembered(const StatePlace& place, std::string root) : m_root(std::move(root))
 {
     try {
         m_folder = OpenStateToRead(place);
@@ -24,7 +26,7 @@ std::optional<std::string> Remembered::Highest(const std::string& name)
         return {};
     }
     try {
-        return HighestVersionNow(*m_folder, io::RootedFolder("/"), name);
+        return HighestVersionNow(*m_folder, io::RootedFolder(m_root), name);
     } catch (const io::Error& error) {
         m_reasons.push_back({ReasonId::kState, {error.Line()}});
         return {};

@@ -17,7 +17,8 @@ namespace kx::guard
 class Remembered
 {
 public:
-    explicit Remembered(const StatePlace& place);
+    /// @param root  folder with the panel's files
+    explicit Remembered(const StatePlace& place, std::string root = "/");
 
     /// Returns the highest version that was ever installed of a package; nothing when none was, or
     /// when that cannot be told: then it is among the reasons.
@@ -27,6 +28,7 @@ public:
     void AddReasons(Decision& decision) const;
 
 private:
+    std::string m_root;
     std::optional<StateFolder> m_folder;
     std::vector<Reason> m_reasons;
 };
