@@ -53,7 +53,7 @@ public:
     std::int64_t NumberOf(const char* key)
     {
         constexpr double kLargest = 9007199254740992.0;
-        const double number = Of<double>(key);
+        const auto number = Of<double>(key);
         if (!(number >= -kLargest && number <= kLargest)) {
             m_isFine = false;
             return 0;

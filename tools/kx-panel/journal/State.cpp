@@ -65,14 +65,18 @@ std::optional<StateFolder> OpenGuarded(const StatePlace& place)
 {
     io::Descriptor folder(
         open(place.folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!folder.IsOpen() && errno == ENOENT) {
+    const int error = folder.IsOpen() ? 0 : errno;
+    if (error == ENOENT) {
         return {};
     }
     place.refuseUnguarded(place.folder);
+    if (error != 0) {
+        throw io::AccessError(place.folder, "open", error);
+    }
     struct stat info {
     };
-    if (!folder.IsOpen() || fstat(folder.Number(), &info) != 0) {
-        throw io::AccessError(place.folder, "open", errno);
+    if (fstat(folder.Number(), &info) != 0) {
+        throw io::AccessError(place.folder, "look at", errno);
     }
     if ((info.st_mode & 07777U) != kStateMode || info.st_uid != geteuid()) {
         // It is not made so here: it may be a folder that others need.
