@@ -6,7 +6,7 @@
 #include "commands/Door.h"
 #include "commands/Remembered.h"
 #include "confined/ConfinedProcess.h"
-#include "decision/PanelFileSystems.h"
+#include "decision/FileSystems.h"
 #include "io/Path.h"
 #include "reading/ConfinementOf.h"
 
@@ -26,7 +26,7 @@ Decision DecideBehind(const Door& door, const std::string& path)
 {
     const Policy& policy = *door.policy;
     const archive::FileBytes source(path);
-    const PanelFileSystems fileSystems;
+    const RealFileSystems fileSystems;
     Remembered remembered({policy.state});
     ConfinedProcess confinement(ConfinementOf(policy.limits));
     Decision decision =

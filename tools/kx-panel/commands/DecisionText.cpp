@@ -31,15 +31,6 @@ const DecisionWords& WordsOf(Language language)
     return language == Language::kJapanese ? kJapanese : kEnglish;
 }
 
-/// "Title 1.2 (NAME), signed by KEY"
-std::string PackageText(const PackageFacts& facts, const DecisionWords& words)
-{
-    const std::string signer =
-        facts.signer.empty() ? words.isUnsigned : words.signedBy + io::Printable(facts.signer);
-    return io::Printable(facts.title) + " " + io::Printable(facts.version) + " (" +
-           io::Printable(facts.name) + ")" + signer;
-}
-
 picojson::value KnownText(const std::string& text)
 {
     return text.empty() ? picojson::value() : cli::JsonText(text);
@@ -75,6 +66,15 @@ picojson::value InBoth(std::string (*text)(const Reason&, Language), const Reaso
 
 } // namespace
 
+std::string PackageText(const PackageFacts& facts, Language language)
+{
+    const DecisionWords& words = WordsOf(language);
+    const std::string signer =
+        facts.signer.empty() ? words.isUnsigned : words.signedBy + io::Printable(facts.signer);
+    return io::Printable(facts.title) + " " + io::Printable(facts.version) + " (" +
+           io::Printable(facts.name) + ")" + signer;
+}
+
 void WriteReasons(const cli::Output& output, const std::vector<Reason>& reasons, Language language)
 {
     std::size_t number = 0;
@@ -101,7 +101,7 @@ void WriteDecision(const cli::Output& output, const Judged& judged, Language lan
     const Decision& decision = judged.decision;
     output.out << io::Printable(judged.path) << ": "
                << (decision.IsAccepted() ? Coloured(output, cli::Colour::kGreen, words.accepted) +
-                                               ": " + PackageText(decision.facts, words)
+                                               ": " + PackageText(decision.facts, language)
                                          : Coloured(output, cli::Colour::kRed, words.refused))
                << '\n';
     WriteReasons(output, decision.reasons, language);

@@ -29,6 +29,9 @@ void WriteReasons(const cli::Output& output, const std::vector<Reason>& reasons,
 void WriteProblems(const cli::Output& output, const std::vector<io::Error>& problems,
                    Language language);
 
+/// Returns a package in a few words: "Title 1.2 (NAME), signed by KEY".
+[[nodiscard]] std::string PackageText(const PackageFacts& facts, Language language);
+
 /// Writes the decision, as a person reads it.
 void WriteDecision(const cli::Output& output, const Judged& judged, Language language);
 

@@ -26,16 +26,9 @@ const char* ResultWord(const PastInstallation& past)
     return past.ending.has_value() ? OutcomeWord(past.ending->outcome) : "running";
 }
 
-/// "installed", or "failed, exit status 101 of the updater".
 std::string ResultText(const PastInstallation& past)
 {
-    std::string text = ResultWord(past);
-    if (past.ending.has_value() && past.ending->status != 0) {
-        text += ", exit status " + std::to_string(past.ending->status) + " of " +
-                (past.ending->from == Speaker::kUpdater ? "the " : "") +
-                SpeakerWord(past.ending->from);
-    }
-    return text;
+    return past.ending.has_value() ? EndingLine(*past.ending) : ResultWord(past);
 }
 
 void WriteOmitted(const cli::Output& output, const PastInstallation& past)
@@ -111,6 +104,15 @@ std::string MomentText(std::int64_t seconds)
         return std::to_string(seconds);
     }
     return text.data();
+}
+
+std::string EndingLine(const Ending& ending)
+{
+    const std::string word = OutcomeWord(ending.outcome);
+    return ending.status == 0
+               ? word
+               : word + ", exit status " + std::to_string(ending.status) + " of " +
+                     (ending.from == Speaker::kUpdater ? "the " : "") + SpeakerWord(ending.from);
 }
 
 std::string SummaryLine(const PastInstallation& past)

@@ -17,6 +17,9 @@ namespace kx::guard
 /// @param seconds  since 1970
 [[nodiscard]] std::string MomentText(std::int64_t seconds);
 
+/// Returns how an installation ended: "installed", "failed, exit status 101 of the updater".
+[[nodiscard]] std::string EndingLine(const Ending& ending);
+
 /// Returns an installation in one line: "12  2026-01-31 12:00:00 UTC  demo 1.2  installed".
 [[nodiscard]] std::string SummaryLine(const PastInstallation& past);
 
