@@ -41,7 +41,7 @@ TOOL = {
     "common": ({"io", "cli"}, set()),
     "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, set()),
     "compose": ({"io", "archive", "format", "signature", "model", "common", "manifest"}, set()),
-    "schema": ({"format", "model"}, JSON),
+    "schema": ({"cli", "format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
     "stick": ({"io", "panel", "archive", "engine"}, set()),
     "signing": ({"io", "signature", "trial"}, set()),

@@ -20,6 +20,7 @@ void AddCommands(CLI::App& program, kx::cli::Invocation& invocation)
     kx::guard::AddInstall(program, invocation);
     kx::guard::AddStatus(program, invocation);
     kx::guard::AddHistory(program, invocation);
+    kx::guard::AddSchema(program, invocation);
     kx::cli::AddCompletion(program, invocation, {{kx::guard::kPackageValue, "'*.kx-update'"}});
     kx::cli::AddHelp(program, invocation, "install");
     kx::cli::AddVersion(program, invocation);

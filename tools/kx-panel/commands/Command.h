@@ -18,6 +18,7 @@ constexpr const char* kPackageValue = "PACKAGE";
 void AddCheck(CLI::App& program, Invocation& invocation);
 void AddHistory(CLI::App& program, Invocation& invocation);
 void AddInstall(CLI::App& program, Invocation& invocation);
+void AddSchema(CLI::App& program, Invocation& invocation);
 void AddStatus(CLI::App& program, Invocation& invocation);
 
 } // namespace kx::guard
