@@ -103,6 +103,14 @@ bool SignedFile::IsBlock(const archive::ZipFault& fault) const
            m_blockSize != 0 && fault.amount == m_blockSize;
 }
 
+std::optional<std::size_t> SignedFile::BlockFault(const archive::ZipStructure& zip) const
+{
+    const auto fault = std::find_if(zip.faults.begin(), zip.faults.end(),
+                                    [this](const auto& one) { return IsBlock(one); });
+    return fault == zip.faults.end() ? std::nullopt
+                                     : std::optional<std::size_t>(fault - zip.faults.begin());
+}
+
 void SignedFile::RefuseHidden(const archive::ZipStructure& zip) const
 {
     const bool isFaulty = !std::all_of(zip.faults.begin(), zip.faults.end(),

@@ -7,6 +7,7 @@
 #include "signature/Block.h"
 #include "signature/EndRecords.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -60,6 +61,9 @@ public:
 
     /// Tells whether a fault of the structure is but the gap in which the block stands.
     [[nodiscard]] bool IsBlock(const archive::ZipFault& fault) const;
+
+    /// Returns the index of that fault among the structure's; nothing when it has none.
+    [[nodiscard]] std::optional<std::size_t> BlockFault(const archive::ZipStructure& zip) const;
 
     /// Refuses a block that would make the file larger than its archive's format allows; so that
     /// nobody signs first.
