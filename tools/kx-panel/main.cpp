@@ -17,6 +17,7 @@ constexpr kx::cli::ProgramText kText = {
 void AddCommands(CLI::App& program, kx::cli::Invocation& invocation)
 {
     kx::guard::AddCheck(program, invocation);
+    kx::guard::AddInstall(program, invocation);
     kx::guard::AddStatus(program, invocation);
     kx::guard::AddHistory(program, invocation);
     kx::guard::AddSchema(program, invocation);
