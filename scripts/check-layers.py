@@ -54,17 +54,17 @@ TOOL = {
     "": ({"cli", "commands"}, set()),  # main.cpp
 }
 PANEL_TOOL = {
-    "policy": ({"io", "panel", "format", "signature"}, {"toml++"}),
+    "policy": ({"io", "format", "signature"}, set()),
     "confined": ({"io"}, {"seccomp.h"}),
-    "reading": ({"io", "panel", "archive", "format", "checks", "signature", "model", "osa", "policy",
+    "reading": ({"io", "panel", "archive", "format", "checks", "signature", "osa", "policy",
                  "confined"}, set()),
-    "decision": ({"io", "panel", "archive", "format", "checks", "signature", "policy", "confined",
-                  "reading"}, set()),
+    "decision": ({"io", "panel", "archive", "checks", "signature", "policy", "confined", "reading"},
+                 set()),
     "journal": ({"io", "panel", "format", "registry", "signature", "policy", "decision"}, JSON),
-    "road": ({"io", "panel", "archive", "format", "registry", "signature", "policy", "confined",
-              "reading", "decision", "journal"}, set()),
-    "commands": ({"io", "cli", "panel", "archive", "format", "signature", "policy", "confined",
-                  "reading", "decision", "journal", "road"}, JSON | {"CLI"}),
+    "road": ({"io", "panel", "archive", "signature", "policy", "confined", "reading", "decision",
+              "journal"}, set()),
+    "commands": ({"io", "cli", "panel", "archive", "signature", "policy", "confined", "reading",
+                  "decision", "journal", "road"}, JSON | {"CLI"}),
     "": ({"cli", "commands"}, set()),  # main.cpp
 }
 TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL, "tools/kx-panel": PANEL_TOOL}
