@@ -3,6 +3,7 @@
 #include "decision/FileSystems.h"
 
 #include "io/Error.h"
+#include "io/Path.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -17,16 +18,9 @@ namespace kx::guard
 namespace
 {
 
-/// Returns the path of the folder above; "/" for itself.
-std::string Above(const std::string& path)
-{
-    const std::size_t slash = path.rfind('/');
-    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
-}
-
 /// Looks at what a path leads to.
 /// @return false when there is nothing, or no way to it
-bool Find(const std::string& path, struct stat& info)
+bool IsThere(const std::string& path, struct stat& info)
 {
     if (stat(path.c_str(), &info) == 0) {
         return true;
@@ -56,8 +50,8 @@ std::string MountPointOf(const std::string& path, dev_t device)
     std::string highest = plain == nullptr ? path : plain.get();
     struct stat info {
     };
-    while (highest != "/" && Find(Above(highest), info) && info.st_dev == device) {
-        highest = Above(highest);
+    while (highest != "/" && IsThere(io::FolderAbove(highest), info) && info.st_dev == device) {
+        highest = io::FolderAbove(highest);
     }
     return highest;
 }
@@ -69,11 +63,11 @@ FileSystem RealFileSystems::Of(const std::string& path) const
     std::string there = path;
     struct stat info {
     };
-    while (!Find(there, info)) {
+    while (!IsThere(there, info)) {
         if (there == "/") {
             throw io::AccessError(path, "look at", ENOENT);
         }
-        there = Above(there);
+        there = io::FolderAbove(there);
     }
     const struct statvfs sizes = SizesOf(there);
     FileSystem system;
@@ -92,7 +86,7 @@ std::optional<StandingFile> RealFileSystems::Look(const std::string& path) const
 {
     struct stat info {
     };
-    if (!Find(path, info)) {
+    if (!IsThere(path, info)) {
         return {};
     }
     StandingFile standing;

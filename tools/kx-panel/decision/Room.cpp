@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "decision/Room.h"
 
+#include "io/Path.h"
 #include "io/Text.h"
 #include "reading/Amounts.h"
 
@@ -15,13 +16,6 @@ namespace
 {
 
 constexpr std::uint64_t kKib = 1024;
-
-/// Returns the folder in which a path lies.
-std::string FolderOf(const std::string& path)
-{
-    const std::size_t slash = path.rfind('/');
-    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
-}
 
 std::size_t HashOf(const std::string& path)
 {
@@ -59,7 +53,7 @@ std::size_t Room::NeedAt(const std::string& folder)
     std::optional<std::size_t> index = KnownAt(above);
     while (!index.has_value()) {
         missing.push_back(HashOf(above));
-        above = FolderOf(above);
+        above = io::FolderAbove(above);
         index = KnownAt(above);
     }
     Need& need = m_needs[*index];
@@ -73,7 +67,7 @@ std::size_t Room::NeedAt(const std::string& folder)
 
 void Room::AddFile(const std::string& path, std::uint64_t bytes)
 {
-    Need& need = m_needs[NeedAt(FolderOf(path))];
+    Need& need = m_needs[NeedAt(io::FolderAbove(path))];
     std::uint64_t blocks = BlocksOf(bytes, need.system.blockSize);
     const auto [place, isNew] = m_files.try_emplace(HashOf(path), 0);
     if (isNew) {
@@ -93,7 +87,7 @@ void Room::AddFolder(const std::string& path)
 
 void Room::AddStanding(const std::string& path)
 {
-    AddFolder(FolderOf(path));
+    AddFolder(io::FolderAbove(path));
     const std::optional<StandingFile> standing = m_fileSystems.Look(path);
     if (standing.has_value() && !standing->isFolder) {
         m_standingBlocks = SaturatedSum(m_standingBlocks, standing->blocks);

@@ -22,11 +22,17 @@ namespace
 
 using archive::PackageEntry;
 
-/// Returns a path of the description as a full and plain one: the updater reads it up to a zero
-/// byte, and is started in the root folder.
+/// Returns a text of the description as the updater reads it: up to a zero byte.
+std::string AsRead(const std::string& text)
+{
+    return text.substr(0, text.find('\0'));
+}
+
+/// Returns a path of the description as a full and plain one: the updater is started in the root
+/// folder.
 std::string FullPath(const std::string& path)
 {
-    return io::PlainPath("/" + std::string(path.c_str()));
+    return io::PlainPath("/" + AsRead(path));
 }
 
 std::string Below(const std::string& folder, std::string_view name)
@@ -72,7 +78,7 @@ private:
     {
         const std::string name = OSA_GetFilenameExt(item.source.c_str());
         const PackageEntry* const file = EndOf(m_package.Find(folder + name));
-        const std::string target = item.target.c_str(); // up to a zero byte
+        const std::string target = AsRead(item.target);
         if (file == nullptr || file->kind != PackageEntry::Kind::kFile || target.empty()) {
             return; // the step fails
         }
