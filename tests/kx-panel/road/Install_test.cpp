@@ -109,6 +109,7 @@ protected:
     Installation Run()
     {
         m_watcher = Watcher();
+        const io::Interruption interruption; // as its caller has one
         return Install(m_policy, m_places, m_judge, m_file, m_watcher);
     }
 
@@ -378,12 +379,6 @@ protected:
     }
     ~InterruptedInstall() override { sigaction(SIGTERM, &m_before, nullptr); }
 
-    Installation RunInterruptible()
-    {
-        const io::Interruption interruption;
-        return Run();
-    }
-
 private:
     struct sigaction m_before {
     };
@@ -395,7 +390,7 @@ TEST_F(InterruptedInstall, EndsCleanlyBeforeTheUpdaterRuns)
     for (auto* const moment : {&m_judge.beforeCopy, &m_judge.ofCopy, &m_judge.unpacked}) {
         *moment = [] { raise(SIGTERM); };
 
-        const Installation done = RunInterruptible();
+        const Installation done = Run();
 
         EXPECT_EQ(done.ending.outcome, Outcome::kStopped);
         EXPECT_EQ(done.ending.status, 3);
@@ -411,7 +406,7 @@ TEST_F(InterruptedInstall, WaitsForTheUpdaterOnceItRuns)
 {
     Updater("kill -TERM $PPID\nsleep 0.3\necho done\n");
 
-    const Installation done = RunInterruptible();
+    const Installation done = Run();
 
     EXPECT_EQ(done.ending.outcome, Outcome::kInstalled);
     EXPECT_THAT(m_watcher.remarks,
