@@ -19,7 +19,9 @@ namespace kx::guard
 struct StatePlace {
     std::string folder; ///< plain full path
     std::string writeProtectOff = panel::kWriteProtectOff;
-    std::function<void(const std::string& path)> refuseUnguarded = RefuseUnguarded;
+    std::function<void(const std::string& path)> refuseUnguarded = [](const std::string& path) {
+        RefuseUnguarded(path, GuardedKind::kEither);
+    };
 };
 
 /// Tells that another installation is at work: its starter holds the lock, or an installer goes on
