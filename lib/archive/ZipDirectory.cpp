@@ -67,7 +67,7 @@ std::size_t ReadMember(std::string_view bytes, std::size_t at, ZipStructure& zip
 
 } // namespace
 
-bool PlaceZipDirectory(const ZipEnd& end, ZipStructure& zip)
+bool PlaceZipDirectory(const ZipEnd& end, const ZipLimits& limits, ZipStructure& zip)
 {
     if (end.directorySize > end.at) {
         zip.Report(ZipFlaw::kMissingBytes, end.directorySize - end.at);
@@ -83,20 +83,21 @@ bool PlaceZipDirectory(const ZipEnd& end, ZipStructure& zip)
         zip.Report(ZipFlaw::kLeading, zip.leading);
     }
     zip.directoryAt = at;
-    if (end.directorySize > kLargestZipDirectory) {
+    if (end.directorySize > limits.directory) {
         zip.Report(ZipFlaw::kTooMany, end.count);
         return false;
     }
     return true;
 }
 
-void ReadZipDirectory(const ByteSource& source, const ZipEnd& end, ZipStructure& zip)
+void ReadZipDirectory(const ByteSource& source, const ZipEnd& end, const ZipLimits& limits,
+                      ZipStructure& zip)
 {
     const std::string bytes =
         source.Read(zip.directoryAt, static_cast<std::size_t>(end.directorySize));
     std::size_t at = 0;
     while (ZipMarkAt(bytes, at) == kDirectoryMark) {
-        if (zip.members.size() == kMostZipMembers) {
+        if (zip.members.size() == limits.members) {
             zip.Report(ZipFlaw::kTooMany, end.count);
             zip.members.clear();
             return;

@@ -150,6 +150,20 @@ private:
     mutable std::size_t m_most = 0;
 };
 
+TEST(ZipDirectory, ReadsNoMoreThanItIsTold)
+{
+    const std::string zip = ZipOf({{"a", "one"}, {"b", "two"}});
+    const MemoryBytes bytes(zip);
+    const std::uint64_t size = zip.size() - zip.find(kCentral) - 22;
+
+    EXPECT_EQ(ReadZipStructure(bytes, {2, size}).members.size(), 2U);
+    for (const ZipLimits& limits : {ZipLimits{1, size}, ZipLimits{2, size - 1}}) {
+        const ZipStructure structure = ReadZipStructure(bytes, limits);
+        EXPECT_TRUE(structure.Has(ZipFlaw::kTooMany));
+        EXPECT_TRUE(structure.members.empty());
+    }
+}
+
 TEST(ZipDirectory, IsNotReadWhenItIsTooLarge)
 {
     const std::uint64_t size = kLargestZipDirectory + 1;

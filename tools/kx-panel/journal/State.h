@@ -54,6 +54,9 @@ public:
     /// is open.
     [[nodiscard]] io::Descriptor LockForInstaller() const;
 
+    /// Forgets that lock: the installation has come to its end, whatever it left running.
+    void ForgetInstaller() const;
+
 private:
     StateFolder m_folder;
     io::Descriptor m_lock;
