@@ -27,6 +27,7 @@ SRC = {
 # A shared room never looks up into a program's folders, nor sideways but along these arrows.
 LIB = {
     "io": (set(), {"utf8.h"}),
+    "cli": ({"io"}, JSON | {"CLI"}),
     "panel": ({"osa/PanelNames.h"}, set()),
     "archive": ({"io", "panel"}, {"archive.h", "archive_entry.h", "zip.h", "zlib.h", "bzlib.h"}),
     "format": ({"io", "panel", "archive", "osa", "model", "steps", "engine/Installation.h"},
@@ -37,7 +38,7 @@ LIB = {
     "registry": ({"io", "panel", "archive", "format", "osa", "model", "engine"}, set()),
 }
 TOOL = {
-    "common": ({"io"}, JSON),
+    "common": ({"io", "cli"}, set()),
     "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, set()),
     "compose": ({"io", "archive", "format", "signature", "model", "common", "manifest"}, set()),
     "schema": ({"format", "model"}, JSON),
@@ -46,25 +47,25 @@ TOOL = {
     "signing": ({"io", "signature", "trial"}, set()),
     "compare": ({"io", "panel", "format", "model", "osa", "compose", "unpack"}, {"dtl"}),
     "unpack": ({"io", "archive", "format", "model", "osa", "manifest", "compose"}, set()),
-    "commands": ({"io", "archive", "format", "checks", "rehearsal", "registry", "signature", "osa",
-                  "common", "manifest", "compose", "schema", "trial", "unpack", "compare", "stick",
-                  "signing"},
+    "commands": ({"io", "cli", "archive", "format", "checks", "rehearsal", "registry", "signature",
+                  "osa", "common", "manifest", "compose", "schema", "trial", "unpack", "compare",
+                  "stick", "signing"},
                  JSON | {"CLI"}),
-    "": ({"io", "common", "commands"}, {"CLI"}),  # main.cpp
+    "": ({"cli", "commands"}, set()),  # main.cpp
 }
 PANEL_TOOL = {
     "policy": ({"io", "panel", "format", "signature"}, {"toml++"}),
-    "confined": ({"io"}, set()),
+    "confined": ({"io"}, {"seccomp.h"}),
     "reading": ({"io", "panel", "archive", "format", "checks", "signature", "model", "osa", "policy",
                  "confined"}, set()),
     "decision": ({"io", "panel", "archive", "format", "checks", "signature", "policy", "confined",
                   "reading"}, set()),
-    "journal": ({"io", "panel", "format", "policy", "decision"}, JSON),
-    "road": ({"io", "panel", "archive", "format", "registry", "policy", "confined", "reading",
-              "decision", "journal"}, set()),
-    "commands": ({"io", "panel", "archive", "format", "policy", "confined", "decision", "journal",
-                  "road"}, JSON | {"CLI"}),
-    "": ({"io", "commands"}, {"CLI"}),  # main.cpp
+    "journal": ({"io", "panel", "format", "registry", "signature", "policy", "decision"}, JSON),
+    "road": ({"io", "panel", "archive", "format", "registry", "signature", "policy", "confined",
+              "reading", "decision", "journal"}, set()),
+    "commands": ({"io", "cli", "panel", "archive", "format", "policy", "confined", "decision",
+                  "journal", "road"}, JSON | {"CLI"}),
+    "": ({"cli", "commands"}, set()),  # main.cpp
 }
 TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL, "tools/kx-panel": PANEL_TOOL}
 # The sandboxed device: a module knows those of the rows above its own.
@@ -94,7 +95,7 @@ GUI_USER = "src/app/RunModes.cpp"
 SUFFIXES = {".h", ".hpp", ".hh", ".inc", ".ipp", ".tpp", ".cpp", ".cc", ".cxx", ".c"}
 # Libraries that a layer must be allowed.
 GUARDED = {"picojson.h", "utf8.h", "archive.h", "archive_entry.h", "zip.h", "zlib.h", "bzlib.h",
-           "gelf.h", "libelf.h"}
+           "gelf.h", "libelf.h", "seccomp.h"}
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.M)
 
 

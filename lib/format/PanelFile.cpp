@@ -18,8 +18,6 @@ namespace kx::format
 namespace
 {
 
-constexpr std::uint64_t kLargestPanelFile = std::uint64_t{4} << 20;
-
 /// Returns the whole number that a text is; nothing when it is none.
 std::optional<std::int64_t> NumberOf(const std::string& text)
 {
@@ -29,9 +27,10 @@ std::optional<std::int64_t> NumberOf(const std::string& text)
     return error == std::errc() && last == end ? std::optional(number) : std::nullopt;
 }
 
-std::optional<std::vector<std::string>> OptionalTexts(const TomlTable& table, const char* key)
+/// Returns a list of names: different ones, none of them empty.
+std::optional<std::vector<std::string>> OptionalNames(const TomlTable& table, const char* key)
 {
-    return table.Has(key) ? std::optional(table.Texts(key)) : std::nullopt;
+    return table.Has(key) ? std::optional(table.DistinctTexts(key, true)) : std::nullopt;
 }
 
 /// Returns a full path, plain.
@@ -46,22 +45,11 @@ std::string FullPath(const TomlTable& table, const char* key, const std::string&
 
 std::vector<std::string> FullPaths(const TomlTable& table, const char* key)
 {
-    std::vector<std::string> paths = table.Texts(key);
+    std::vector<std::string> paths = table.DistinctTexts(key);
     for (std::string& path : paths) {
         path = FullPath(table, key, path);
     }
     return paths;
-}
-
-/// Returns one of some words; empty when the key is missing.
-std::string WordOf(const TomlTable& table, const char* key, const std::vector<std::string>& known)
-{
-    std::string word = table.OptionalText(key).value_or("");
-    if (table.Has(key) && std::find(known.begin(), known.end(), word) == known.end()) {
-        throw table.Wrong(key, "is '" + word + "', which is not known",
-                          io::NearestRemedy(word, known));
-    }
-    return word;
 }
 
 void RefuseOtherFormat(const TomlTable& table)
@@ -87,7 +75,7 @@ void ReadHardware(const TomlTable& table, PanelModel& model)
                               io::NearestRemedy(*word, ProcessorNames()));
         }
     }
-    const std::string abi = WordOf(table, "float-abi", {"hard", "soft"});
+    const std::string abi = table.Word("float-abi", {"hard", "soft"});
     if (!abi.empty() &&
         (model.processor == nullptr || model.processor->name != std::string("arm"))) {
         throw table.Wrong("float-abi", "is for panels with the processor arm",
@@ -110,18 +98,33 @@ std::string ReadVersion(const TomlTable& table, const char* key)
     return version;
 }
 
+io::Error WrongRoot(const TomlTable& table, const std::string& root)
+{
+    return table.Wrong("root", "is '" + root + "', which is not a folder",
+                       "name the folder with the copy of the panel's files");
+}
+
+/// Returns the folder with the panel's files, as it is written.
+std::optional<std::string> RootAsWritten(const TomlTable& table)
+{
+    std::optional<std::string> root = table.OptionalText("root");
+    if (root.has_value() && root->empty()) {
+        throw WrongRoot(table, *root);
+    }
+    return root;
+}
+
 /// Returns the folder with the panel's files; a relative one lies beside the file.
 std::string ReadRoot(const TomlTable& table)
 {
-    const std::optional<std::string> root = table.OptionalText("root");
+    const std::optional<std::string> root = RootAsWritten(table);
     if (!root.has_value()) {
         return {};
     }
     const std::filesystem::path folder = std::filesystem::path(table.File()).parent_path() / *root;
     std::error_code error;
-    if (root->empty() || !std::filesystem::is_directory(folder, error)) {
-        throw table.Wrong("root", "is '" + *root + "', which is not a folder",
-                          "name the folder with the copy of the panel's files");
+    if (!std::filesystem::is_directory(folder, error)) {
+        throw WrongRoot(table, *root);
     }
     return folder.string();
 }
@@ -139,7 +142,13 @@ std::vector<PanelPlace> ReadPlaces(const TomlTable& root)
                             "'" + table.Name() + ".size-mib' is missing",
                             "write how many MiB packages may fill there");
         }
-        places.push_back({FullPath(table, "path", path), static_cast<std::uint64_t>(*size) << 20U});
+        PanelPlace place{FullPath(table, "path", path), static_cast<std::uint64_t>(*size) << 20U};
+        if (std::any_of(places.begin(), places.end(),
+                        [&place](const PanelPlace& other) { return other.path == place.path; })) {
+            throw table.Wrong("path", "is '" + place.path + "', as that of another place",
+                              "remove one of them");
+        }
+        places.push_back(std::move(place));
     }
     return places;
 }
@@ -171,9 +180,70 @@ std::optional<std::vector<PanelSetting>> ReadSettings(const TomlTable& root)
         if (one.Has("values") && one.Has("range")) {
             throw one.Wrong("range", "is given together with 'values'", "keep one of them");
         }
-        settings.push_back({name, one.Texts("values"), ReadRange(one)});
+        settings.push_back({name, one.DistinctTexts("values"), ReadRange(one)});
     }
     return settings;
+}
+
+/// Refuses a list that a panel's own file must have, and that is missing or empty.
+/// @param names  as they were read; nothing when they are damaged, too
+void RefuseNoNames(const TomlTable& table, const char* key,
+                   const std::optional<std::vector<std::string>>& names, const char* remedy)
+{
+    if (!table.Has(key)) {
+        throw io::Error(io::ExitCode::kProblems, table.File(),
+                        std::string("'") + key + "' is missing", remedy);
+    }
+    if (names.has_value() && names->empty()) {
+        throw table.Wrong(key, "is empty", remedy);
+    }
+}
+
+/// Refuses a panel's own file that does not say what the panel is.
+void RefuseNoIdentity(const TomlTable& table, const PanelModel& model, io::Mistakes& mistakes)
+{
+    mistakes.Try([&] {
+        RefuseNoNames(table, "models", model.models,
+                      "write this panel's model, like models = [\"TP-0700\"]");
+    });
+    mistakes.Try([&] {
+        RefuseNoNames(table, "os-versions", model.osVersions,
+                      "write the version of its system, like os-versions = [\"2.1.0\"]");
+    });
+    mistakes.Try([&] {
+        RefuseNoNames(table, "processor", {},
+                      "write this panel's processor, like processor = \"arm\"");
+    });
+}
+
+/// Reads all but the folder with the panel's files.
+PanelModel ReadModel(const TomlTable& table, io::Mistakes& mistakes)
+{
+    PanelModel model;
+    model.file = table.File();
+    mistakes.Try([&] {
+        table.RefuseOtherKeysThan({"format", "models", "os-versions", "processor", "float-abi",
+                                   "c-library", "root", "libraries", "interpreters", "shell",
+                                   "users", "protected", "places", "settings", "signatures",
+                                   "downgrade", "state", "updater", "limits"});
+    });
+    mistakes.Try([&] { model.models = OptionalNames(table, "models"); });
+    mistakes.Try([&] { model.osVersions = OptionalNames(table, "os-versions"); });
+    mistakes.Try([&] { ReadHardware(table, model); });
+    mistakes.Try([&] { model.cLibrary = ReadVersion(table, "c-library"); });
+    mistakes.Try([&] { model.libraries = OptionalNames(table, "libraries"); });
+    mistakes.Try([&] {
+        if (table.Has("interpreters")) {
+            model.interpreters = FullPaths(table, "interpreters");
+        }
+    });
+    mistakes.Try([&] { model.shell = table.Word("shell", PanelShells()); });
+    mistakes.Try([&] { model.users = OptionalNames(table, "users"); });
+    mistakes.Try([&] { model.protectedPlaces = FullPaths(table, "protected"); });
+    mistakes.Try([&] { model.places = ReadPlaces(table); });
+    mistakes.Try([&] { model.settings = ReadSettings(table); });
+    ReadPanelRules(table, model.rules, mistakes);
+    return model;
 }
 
 } // namespace
@@ -212,25 +282,23 @@ PanelModel ReadPanelFile(const std::string& path)
     const toml::table document = ParseToml(io::ReadWholeFile(path, kLargestPanelFile), path);
     const TomlTable table(document, path, "");
     RefuseOtherFormat(table);
-    table.RefuseOtherKeysThan({"format", "models", "os-versions", "processor", "float-abi",
-                               "c-library", "root", "libraries", "interpreters", "shell", "users",
-                               "protected", "places", "settings"});
-    PanelModel model;
-    model.file = path;
-    model.models = OptionalTexts(table, "models");
-    model.osVersions = OptionalTexts(table, "os-versions");
-    ReadHardware(table, model);
-    model.cLibrary = ReadVersion(table, "c-library");
-    model.root = ReadRoot(table);
-    model.libraries = OptionalTexts(table, "libraries");
-    if (table.Has("interpreters")) {
-        model.interpreters = FullPaths(table, "interpreters");
-    }
-    model.shell = WordOf(table, "shell", PanelShells());
-    model.users = OptionalTexts(table, "users");
-    model.protectedPlaces = FullPaths(table, "protected");
-    model.places = ReadPlaces(table);
-    model.settings = ReadSettings(table);
+    io::Mistakes mistakes;
+    PanelModel model = ReadModel(table, mistakes);
+    mistakes.Try([&] { model.root = ReadRoot(table); });
+    mistakes.ThrowAny();
+    return model;
+}
+
+PanelModel ParseOwnPanelFile(const std::string& text, const std::string& path)
+{
+    const toml::table document = ParseToml(text, path);
+    const TomlTable table(document, path, "");
+    RefuseOtherFormat(table);
+    io::Mistakes mistakes;
+    PanelModel model = ReadModel(table, mistakes);
+    mistakes.Try([&] { static_cast<void>(RootAsWritten(table)); });
+    RefuseNoIdentity(table, model, mistakes);
+    mistakes.ThrowAny();
     return model;
 }
 

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "format/PanelRules.h"
 #include "format/Processor.h"
 
 #include <cstdint>
@@ -59,14 +60,25 @@ struct PanelModel {
     std::vector<std::string> protectedPlaces; ///< plain paths; packages should not write there
     std::vector<PanelPlace> places;
     std::optional<std::vector<PanelSetting>> settings;
+    PanelRules rules; ///< for the panel itself; packages are not judged by them elsewhere
 };
 
 /// The shells that a panel's /bin/sh may be.
 [[nodiscard]] const std::vector<std::string>& PanelShells();
 
+/// How large the file may be, in bytes.
+constexpr std::uint64_t kLargestPanelFile = std::uint64_t{4} << 20;
+
 /// Reads the file that describes a model of panel (panel.toml).
-/// @throws Error when it cannot be read, and for the first thing that is wrong in it, with place
-///         and remedy: what is not known to this version of the format, too
+/// @throws Error when it cannot be read; Errors for all that is wrong in it, with places and
+///         remedies: what is not known to this version of the format, and what is said twice, too
 [[nodiscard]] PanelModel ReadPanelFile(const std::string& path);
+
+/// Reads the text of a panel's own description, which says more: models, system versions and the
+/// processor. The folder with a copy of a panel's files, which an author may have named, is not
+/// looked at, and not told.
+/// @param path  of the file, for messages
+/// @throws Errors as ReadPanelFile, and for what is missing
+[[nodiscard]] PanelModel ParseOwnPanelFile(const std::string& text, const std::string& path);
 
 } // namespace kx::format

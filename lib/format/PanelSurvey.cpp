@@ -131,8 +131,11 @@ std::vector<std::string> UsersOf(const io::RootedFolder& root)
     constexpr std::uint64_t kMost = std::uint64_t{1} << 20;
     std::vector<std::string> users;
     for (const std::string& line : LinesOf(FileText(root, "/etc/passwd", kMost))) {
-        if (const std::size_t colon = line.find(':'); colon != std::string::npos && colon != 0) {
-            users.push_back(line.substr(0, colon));
+        const std::size_t colon = line.find(':');
+        const std::string user = line.substr(0, colon);
+        if (colon != std::string::npos && !user.empty() &&
+            std::find(users.begin(), users.end(), user) == users.end()) {
+            users.push_back(user);
         }
     }
     return users;

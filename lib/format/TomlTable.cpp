@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <set>
+#include <string_view>
 #include <utility>
 
 namespace kx::format
@@ -132,6 +134,15 @@ std::optional<std::string> TomlTable::OptionalText(const char* key) const
     return node == nullptr ? std::nullopt : std::optional(CheckedText(*node, key));
 }
 
+std::string TomlTable::Word(const char* key, const std::vector<std::string>& known) const
+{
+    std::string word = OptionalText(key).value_or("");
+    if (Has(key) && std::find(known.begin(), known.end(), word) == known.end()) {
+        throw Wrong(key, "is '" + word + "', which is not known", io::NearestRemedy(word, known));
+    }
+    return word;
+}
+
 bool TomlTable::Flag(const char* key, bool otherwise) const
 {
     const toml::node* const node = m_table.get(key);
@@ -154,6 +165,21 @@ std::vector<std::string> TomlTable::Texts(const char* key) const
         for (const toml::node& element : *node->as_array()) {
             texts.push_back(CheckedText(element, key));
         }
+    }
+    return texts;
+}
+
+std::vector<std::string> TomlTable::DistinctTexts(const char* key, bool isEmptyRefused) const
+{
+    std::vector<std::string> texts = Texts(key);
+    std::set<std::string_view> known;
+    for (const std::string& text : texts) {
+        if (!known.insert(text).second) {
+            throw Wrong(key, "contains '" + text + "' twice", "remove one of them");
+        }
+    }
+    if (isEmptyRefused && known.count("") != 0) {
+        throw Wrong(key, "contains an empty text", "remove it");
     }
     return texts;
 }

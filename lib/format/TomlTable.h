@@ -35,11 +35,20 @@ public:
     /// Returns a text, or nothing when the key is missing.
     [[nodiscard]] std::optional<std::string> OptionalText(const char* key) const;
 
+    /// Returns one of some words; empty when the key is missing.
+    /// @throws Error when it is none of them
+    [[nodiscard]] std::string Word(const char* key, const std::vector<std::string>& known) const;
+
     /// Returns a flag, or @p otherwise when the key is missing.
     [[nodiscard]] bool Flag(const char* key, bool otherwise) const;
 
     /// Returns an array of texts; empty when the key is missing.
     [[nodiscard]] std::vector<std::string> Texts(const char* key) const;
+
+    /// Returns an array of texts of which no two are the same.
+    /// @param isEmptyRefused  whether none of them may be ""
+    [[nodiscard]] std::vector<std::string> DistinctTexts(const char* key,
+                                                         bool isEmptyRefused = false) const;
 
     /// Returns an array of whole numbers; empty when the key is missing.
     [[nodiscard]] std::vector<std::int64_t> Numbers(const char* key) const;

@@ -21,7 +21,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t kLargestKeyFile = 16384;
 constexpr std::string_view kPem = ".pem";
 constexpr std::string_view kPublicPem = ".pub.pem";
 constexpr std::string_view kToml = ".toml";
@@ -66,30 +65,19 @@ std::optional<std::vector<std::string>> OptionalTexts(const format::TomlTable& t
     return table.Has(key) ? std::optional(table.Texts(key)) : std::nullopt;
 }
 
-/// Takes what the file beside a key says.
-/// @throws Error when it is damaged
-void TakeLimits(const std::string& path, TrustedKey& key)
-{
-    const toml::table root = format::ParseToml(io::ReadWholeFile(path, kLargestKeyFile), path);
-    const format::TomlTable table(root, path, "");
-    table.RefuseOtherKeysThan({"models", "packages", "revoked", "comment"});
-    static_cast<void>(table.OptionalText("comment")); // for people
-    key.isRevoked = table.Flag("revoked", false);
-    key.models = OptionalTexts(table, "models");
-    key.packages = OptionalTexts(table, "packages");
-}
-
 /// Reads one key.
 /// @param hasLimits  a file stands beside it
 void ReadKey(const std::string& folder, const std::string& file, const std::string& name,
-             bool hasLimits, TrustedKeys& trusted)
+             bool hasLimits, const KeyFileReader& read, TrustedKeys& trusted)
 {
     const std::string path = (fs::path(folder) / file).string();
     try {
-        TrustedKey key{name, PublicKey::FromPem(io::ReadWholeFile(path, kLargestKeyFile), path)};
+        TrustedKey key{name, PublicKey::FromPem(read(path, kLargestKeyFile), path)};
         try {
             if (hasLimits) {
-                TakeLimits((fs::path(folder) / (name + std::string(kToml))).string(), key);
+                const std::string beside =
+                    (fs::path(folder) / (name + std::string(kToml))).string();
+                TakeKeyLimits(read(beside, kLargestKeyFile), beside, key);
             }
         } catch (const io::Error& error) {
             key.isDamaged = true;
@@ -103,7 +91,28 @@ void ReadKey(const std::string& folder, const std::string& file, const std::stri
 
 } // namespace
 
+void TakeKeyLimits(const std::string& text, const std::string& path, TrustedKey& key)
+{
+    const toml::table root = format::ParseToml(text, path);
+    // Such a file is what a power cut leaves of one that was to limit the key.
+    if (root.empty()) {
+        throw io::Error(io::ExitCode::kProblems, path, "says nothing",
+                        "write what limits the key, or remove the file");
+    }
+    const format::TomlTable table(root, path, "");
+    table.RefuseOtherKeysThan({"models", "packages", "revoked", "comment"});
+    static_cast<void>(table.OptionalText("comment")); // for people
+    key.isRevoked = table.Flag("revoked", false);
+    key.models = OptionalTexts(table, "models");
+    key.packages = OptionalTexts(table, "packages");
+}
+
 TrustedKeys ReadTrustedKeys(const std::string& folder)
+{
+    return ReadTrustedKeys(folder, io::ReadWholeFile);
+}
+
+TrustedKeys ReadTrustedKeys(const std::string& folder, const KeyFileReader& read)
 {
     TrustedKeys trusted;
     const std::vector<std::string> names = NamesIn(folder);
@@ -117,7 +126,7 @@ TrustedKeys ReadTrustedKeys(const std::string& folder)
     for (const std::string& file : names) {
         if (EndsIn(file, kPem)) {
             const std::string name = Without(file, EndsIn(file, kPublicPem) ? kPublicPem : kPem);
-            ReadKey(folder, file, name, limits.count(name) != 0, trusted);
+            ReadKey(folder, file, name, limits.count(name) != 0, read, trusted);
             keys.insert(name);
         }
     }

@@ -28,6 +28,32 @@ std::string AnswerTo(const std::string& text)
     return answer;
 }
 
+/// What reading a panel's own file of that text says.
+std::string OwnAnswerTo(const std::string& text)
+{
+    std::string lines;
+    try {
+        static_cast<void>(ParseOwnPanelFile(text, "panel.toml"));
+    } catch (const io::Errors& errors) {
+        for (const io::Error& error : errors.All()) {
+            lines += error.Line() + "\n";
+        }
+    }
+    return lines;
+}
+
+std::vector<std::uint64_t> LimitsOf(const PanelModel& model)
+{
+    std::vector<std::uint64_t> limits;
+    for (const PanelLimit& limit : PanelLimitKeys()) {
+        limits.push_back(model.rules.limits.*limit.value);
+    }
+    return limits;
+}
+
+constexpr const char* kIdentity =
+    "models = [\"TP-0700\"]\nos-versions = [\"2.1.0\"]\nprocessor = \"arm\"\n";
+
 } // namespace
 
 TEST(PanelFile, SaysNothingWhereNothingStands)
@@ -46,6 +72,12 @@ TEST(PanelFile, SaysNothingWhereNothingStands)
     EXPECT_EQ(model.cLibrary + model.root + model.shell, "");
     EXPECT_THAT(model.protectedPlaces, IsEmpty());
     EXPECT_THAT(model.places, IsEmpty());
+    EXPECT_EQ(model.rules.signatures, SignatureRule::kRequired);
+    EXPECT_EQ(model.rules.downgrade, DowngradeRule::kRefuse);
+    EXPECT_EQ(model.rules.state, "/var/lib/kx-panel");
+    EXPECT_EQ(model.rules.updater, "/usr/bin/kx_Updater");
+    EXPECT_THAT(LimitsOf(model), ElementsAre(1073741824U, 2147483648U, 20000U, 1048576U, 67108864U,
+                                             300U, 50U, 4194304U));
 }
 
 TEST(PanelFile, TellsAllThatStandsInIt)
@@ -95,6 +127,113 @@ Address = {}
     EXPECT_EQ((*model.settings)[2].Taken(), "");
 }
 
+TEST(PanelFile, TellsWhatAPanelLetsIn)
+{
+    const PanelModel model = ParseOwnPanelFile(std::string(kIdentity) + R"(
+root = "a copy that only its author has"
+signatures = "optional"
+downgrade = "allow"
+state = "/mnt/user/kx-panel_2.state"
+updater = "/opt/kx/kx_Updater"
+[limits]
+package-bytes = 1
+unpacked-bytes = 1099511627776
+entries = 3
+description-bytes = 4096
+reader-memory-bytes = 33554432
+reader-seconds = 60
+history-entries = 10000
+history-bytes = 65536
+)",
+                                               "panel.toml");
+
+    EXPECT_THAT(model.models.value(), ElementsAre("TP-0700"));
+    EXPECT_EQ(model.root, "");
+    EXPECT_EQ(model.rules.signatures, SignatureRule::kOptional);
+    EXPECT_EQ(model.rules.downgrade, DowngradeRule::kAllow);
+    EXPECT_EQ(model.rules.state, "/mnt/user/kx-panel_2.state");
+    EXPECT_EQ(model.rules.updater, "/opt/kx/kx_Updater");
+    EXPECT_THAT(LimitsOf(model),
+                ElementsAre(1U, 1099511627776U, 3U, 4096U, 33554432U, 60U, 10000U, 65536U));
+}
+
+TEST(PanelFile, OfAPanelSaysWhatThePanelIs)
+{
+    EXPECT_EQ(OwnAnswerTo(kIdentity), "");
+    EXPECT_EQ(OwnAnswerTo("format = 1\nmodels = []\nos-versions = 1\n"),
+              "panel.toml:3:15: 'os-versions' must be an array of texts, not a number; write an "
+              "array of texts\n"
+              "panel.toml:2:10: 'models' is empty; write this panel's model, like models = "
+              "[\"TP-0700\"]\n"
+              "panel.toml: 'processor' is missing; write this panel's processor, like processor = "
+              "\"arm\"\n");
+    EXPECT_EQ(OwnAnswerTo(""),
+              "panel.toml: 'models' is missing; write this panel's model, like models = "
+              "[\"TP-0700\"]\n"
+              "panel.toml: 'os-versions' is missing; write the version of its system, like "
+              "os-versions = [\"2.1.0\"]\n"
+              "panel.toml: 'processor' is missing; write this panel's processor, like processor = "
+              "\"arm\"\n");
+}
+
+TEST(PanelFile, TellsAllThatIsWrongInIt)
+{
+    EXPECT_EQ(OwnAnswerTo(std::string(kIdentity) +
+                          "shell = \"zsh\"\nroot = 1\nsignature = \"no\"\n"
+                          "state = \"/\"\n[limits]\nentries = 0\nentrys = 1"),
+              "panel.toml:6:1: 'signature' is not known here; did you mean 'signatures'?\n"
+              "panel.toml:4:9: 'shell' is 'zsh', which is not known; did you mean 'bash'?\n"
+              "panel.toml:7:9: 'state' is '/', which is not a plain full path; write it like "
+              "\"/var/lib/kx-panel\"\n"
+              "panel.toml:9:11: 'limits.entries' is 0; write a number from 1 to 1000000\n"
+              "panel.toml:10:1: 'limits.entrys' is not known here; did you mean 'entries'?\n"
+              "panel.toml:5:8: 'root' must be a text, not a number; put it in quotes\n");
+}
+
+TEST(PanelFile, TakesThePanelsPathsOnlyWhereTheyAreSafe)
+{
+    const std::string longest = "/" + std::string(kLongestPanelPath - 1, 'x');
+    for (const std::string path : {"/var/lib/kx-panel", "/a", "/-", "/a/...", "/tmpfs/x",
+                                   "/mnt/usb2", "/var/run2", "/etc/kx", longest.c_str()}) {
+        EXPECT_EQ(OwnAnswerTo(kIdentity + ("state = \"" + path + "\"")), "") << path;
+        EXPECT_EQ(OwnAnswerTo(kIdentity + ("updater = \"" + path + "/u\"")),
+                  path == longest
+                      ? "panel.toml:4:11: 'updater' has 202 characters; use no more than "
+                        "200\n"
+                  : path == "/var/lib/kx-panel"
+                      ? "panel.toml:4:11: 'updater' puts /var/lib/kx-panel/u and "
+                        "/var/lib/kx-panel into each other; give the state a "
+                        "folder of its own\n"
+                      : "")
+            << path;
+    }
+    for (const std::string path :
+         {"",         "/",          "var",     "/a/",      "//a",  "/a//b",      "/a/.",
+          "/./a",     "/a/../b",    "/..",     "/a b",     "/a$b", "/a`b",       "/a'b",
+          "/a\\\"b",  "/a\\nb",     "/a;b",    "/ä",       "/a*",  "/a~",        "/tmp",
+          "/tmp/a",   "/proc/1",    "/sys",    "/dev/shm", "/run", "/var/run/a", "/var/tmp",
+          "/mnt/usb", "/mnt/usb/a", "/media/a"}) {
+        EXPECT_NE(OwnAnswerTo(kIdentity + ("state = \"" + path + "\"")), "") << path;
+        EXPECT_NE(OwnAnswerTo(kIdentity + ("updater = \"" + path + "\"")), "") << path;
+    }
+}
+
+TEST(PanelFile, IsRefusedWhenItSaysAThingTwice)
+{
+    for (const std::string text :
+         {"state = \"/a\"\nstate = \"/a\"", "[limits]\nentries = 5\nentries = 5",
+          "[limits]\nentries = 5\n[limits]\nhistory-entries = 5",
+          "limits.entries = 5\nlimits = { entries = 5 }", "[settings]\n[settings]",
+          "[settings]\nA = {}\nA = {}", "[settings]\nA = {}\n[settings.A]",
+          "models = [\"a\", \"b\", \"a\"]", "os-versions = [\"1\", \"1\"]",
+          "users = [\"root\", \"root\"]", "libraries = [\"l\", \"l\"]",
+          "interpreters = [\"/a\", \"/a\"]", "protected = [\"/a\", \"/a\"]",
+          "[settings]\nA = { values = [\"on\", \"on\"] }",
+          "[[places]]\npath = \"/a\"\nsize-mib = 1\n[[places]]\npath = \"/a/\"\nsize-mib = 2"}) {
+        EXPECT_NE(AnswerTo(text), "nothing thrown") << text;
+    }
+}
+
 TEST(PanelFile, TakesTheFloatAbiFromTheWordForTheProcessor)
 {
     const TempDir dir;
@@ -141,6 +280,52 @@ TEST_P(RefusedPanel, IsToldWithPlaceAndRemedy)
 INSTANTIATE_TEST_SUITE_P(
     PanelFile, RefusedPanel,
     testing::Values(
+        PanelMistake{"ModelTwice", "models = [\"a\", \"b\", \"a\"]",
+                     "1:10: 'models' contains 'a' twice; remove one of them"},
+        PanelMistake{"NoModel", "models = [\"\"]",
+                     "1:10: 'models' contains an empty text; remove it"},
+        PanelMistake{"VersionTwice", "os-versions = [\"1\", \"1\"]",
+                     "1:15: 'os-versions' contains '1' twice; remove one of them"},
+        PanelMistake{"PlaceTwice",
+                     "[[places]]\npath = \"/a\"\nsize-mib = 1\n[[places]]\npath = \"/a/\"\n"
+                     "size-mib = 2",
+                     "5:8: 'places[1].path' is '/a', as that of another place; remove one of them"},
+        PanelMistake{"KeyTwice", "downgrade = \"allow\"\ndowngrade = \"refuse\"",
+                     "2:13: is not valid TOML: Error while parsing key-value pair: cannot redefine "
+                     "existing string 'downgrade'"},
+        PanelMistake{"Signatures", "signatures = \"require\"",
+                     "1:14: 'signatures' is 'require', which is not known; did you mean "
+                     "'required'?"},
+        PanelMistake{"SignaturesFlag", "signatures = false",
+                     "1:14: 'signatures' must be a text, not a flag; put it in quotes"},
+        PanelMistake{"Downgrade", "downgrade = \"\"",
+                     "1:13: 'downgrade' is '', which is not known; there are refuse and allow"},
+        PanelMistake{"State", "state = \"/var//lib\"",
+                     "1:9: 'state' is '/var//lib', which is not a plain full path; write it like "
+                     "\"/var/lib/kx-panel\""},
+        PanelMistake{"UnsafeUpdater", "updater = \"/usr/$HOME\"",
+                     "1:11: 'updater' is '/usr/$HOME', which has characters that are not safe in a "
+                     "shell's command; use letters, digits, '.', '_' and '-'"},
+        PanelMistake{"StateOnDrive", "state = \"/mnt/usb/state\"",
+                     "1:9: 'state' is '/mnt/usb/state', and what is in /mnt/usb does not stay; use "
+                     "a folder of the panel's own storage"},
+        PanelMistake{"StateOfRecords", "state = \"/var/lib\"",
+                     "1:9: 'state' puts /var/lib/KxUserPackages and /var/lib into each other; give "
+                     "the state a folder of its own"},
+        PanelMistake{"StateOfKeys", "state = \"/etc/kx_Updater/state\"",
+                     "1:9: 'state' puts /etc/kx_Updater and /etc/kx_Updater/state into each other; "
+                     "give the state a folder of its own"},
+        PanelMistake{"UpdaterInState", "updater = \"/var/lib/kx-panel/kx_Updater\"",
+                     "1:11: 'updater' puts /var/lib/kx-panel/kx_Updater and /var/lib/kx-panel into "
+                     "each other; give the state a folder of its own"},
+        PanelMistake{"Limit", "[limits]\nreader-memory-bytes = 1000",
+                     "2:23: 'limits.reader-memory-bytes' is 1000; write a number from 16777216 to "
+                     "4294967296"},
+        PanelMistake{"LimitText", "[limits]\nentries = \"5\"",
+                     "2:11: 'limits.entries' must be a whole number, not a text; write a whole "
+                     "number"},
+        PanelMistake{"Limits", "limits = 5",
+                     "1:10: 'limits' must be a table, not a number; write a table"},
         PanelMistake{"Key", "interpreter = []",
                      "1:1: 'interpreter' is not known here; did you mean 'interpreters'?"},
         PanelMistake{"Format", "format = 2",

@@ -26,11 +26,15 @@ print(json.dumps(tomllib.load(open(sys.argv[1], "rb"))))' "$1"
     kx schema panel -o schema.json
 
     values panel.toml >panel.json
-    jq -e 'keys == (["c-library", "float-abi", "format", "interpreters", "libraries", "models",
-        "os-versions", "places", "processor", "protected", "root", "settings", "shell", "users"])' \
-        panel.json
+    jq -e 'keys == (["c-library", "downgrade", "float-abi", "format", "interpreters", "libraries",
+        "limits", "models", "os-versions", "places", "processor", "protected", "root", "settings",
+        "shell", "signatures", "state", "updater", "users"])' panel.json
     /usr/bin/python3 -m jsonschema -i panel.json schema.json
     [ "$(jq -c '.properties | keys' schema.json)" = "$(jq -c keys panel.json)" ]
+    [ "$(jq -c '.properties.limits.properties | map_values(.default)' schema.json)" = \
+        "$(jq -c '.limits | to_entries | sort_by(.key) | from_entries' panel.json)" ]
+    jq -e '[.signatures, .downgrade, .state, .updater] ==
+        ["required", "refuse", "/var/lib/kx-panel", "/usr/bin/kx_Updater"]' panel.json
 }
 
 @test "new-panel fills in what a copy of a panel's files tells" {

@@ -111,6 +111,7 @@ class Rows(InProject):
                                                   '"checks/Rules.h"'],
                     'the layer common must not include "checks/Rules.h"')
         self.expect(f"{tool}/main.cpp", ["<CLI/CLI.hpp>", '"commands/All.h"', '"manifest/Glob.h"'],
+                    "the layer  is free of CLI, but includes <CLI/CLI.hpp>",
                     'the layer  must not include "manifest/Glob.h"')
         self.expect(f"{tool}/schema/Schema.cpp", ["<toml++/toml.h>"],
                     "the layer schema is free of toml++, but includes <toml++/toml.h>")

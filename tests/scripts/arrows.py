@@ -44,17 +44,25 @@ def places():
 
 
 def picture():
-    """The two columns of the picture as rows of words, from the top: the programs' and rooms', the
-    device's."""
+    """The columns of the picture as rows of words, from the top: {folder: rows} of the programs, each
+    with the shared rooms below its own, and of those alone; and the device's."""
     text = (ROOT / "docs/architecture.md").read_text(encoding="utf-8")
     lines = text[text.index("kx_Updater "):].split("```")[0].splitlines()
-    middle, right = lines[0].index("kx-package"), lines[0].index("run ")
-    rooms = [re.findall(r"[\w-]+", line[middle:right].split("kx-package/")[-1])
-             for line in lines[1:] if "▶" not in line and "lib/" not in line]
-    chain = re.findall(r"src/(\w+)", next(line for line in lines if "▶" in line))
+    starts = {"tools/" + name: lines[0].index(name) for name in ("kx-package", "kx-panel")}
+    right = lines[0].index("run ")
+    shared = next(number for number, line in enumerate(lines) if "lib/" in line)
+    chain = re.findall(r"src/(\w+)", lines[-1])
     assert tuple(chain) == CHAIN, chain
-    device = [re.findall(r"[\w/]+", line[right:]) for line in lines[1:] if "▶" not in line]
-    return [*filter(None, rooms), *([name] for name in CHAIN)], [*filter(None, device)]
+    rooms = [re.findall(r"\w+", line[min(starts.values()):right]) for line in lines[shared + 1:-1]]
+    rooms = [*filter(None, rooms), *([name] for name in CHAIN)]
+    columns = {"lib": rooms}
+    for top, start in starts.items():
+        end = min([place for place in starts.values() if place > start] + [right])
+        own = [re.findall(r"\w+", line[start:end].split(f"{top}/")[-1])
+               for line in lines[1:shared]]
+        columns[top] = [*filter(None, own), *rooms]
+    device = [re.findall(r"[\w/]+", line[right:]) for line in lines[1:-1]]
+    return columns, [*filter(None, device)]
 
 
 def answers(asked):
@@ -104,17 +112,17 @@ def names(place):
 
 def rooms_problems():
     """Arrows that the picture does not show."""
-    rows = picture()[0]
-    row_of = {room: row for row, rooms in enumerate(rows) for room in rooms}
-    row_of[""] = -1
+    row_of = {top: {"": -1} | {room: row for row, rooms in enumerate(rows) for room in rooms}
+              for top, rows in picture()[0].items()}
     asked = answers([question for question in everything() if "<" not in question[1]])
     for (place, target), allowed in asked.items():
         room = target.split("/")[0]
         if place[0] == "src":  # the updater's layers have a table of their own
             down = ("src", room) in places()
         else:
-            assert place[1] in row_of, f"{names(place)} is not in the picture"
-            down = room in row_of and row_of[room] > row_of[place[1]]
+            rows = row_of[place[0]]
+            assert place[1] in rows, f"{names(place)} is not in the picture"
+            down = room in rows and rows[room] > rows[place[1]]
         if allowed and not down:
             yield f"{names(place)} may include {target}, which does not stand below it"
     yield len(asked)
@@ -196,7 +204,7 @@ def modules_problems():
     row_of = {module: row for row, modules in enumerate(rows) for module in modules}
     with tempfile.TemporaryDirectory() as name:
         tree = pathlib.Path(name)
-        for folder in ("src/osa", "lib/io", "tools/kx-package"):
+        for folder in ("src/osa", "lib/io", "tools/kx-package", "tools/kx-panel"):
             (tree / folder).mkdir(parents=True)
             (tree / folder / "PanelNames.h").write_text('const char* k = "no";\n', encoding="utf-8")
         for module in row_of:

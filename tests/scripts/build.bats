@@ -206,18 +206,20 @@ output_lacks() {
 @test "a header that includes too little is found in every folder of headers" {
     local folder
     rm -r ./*
-    mkdir -p src/osa lib/io tools/kx-package/common
+    mkdir -p src/osa lib/io tools/kx-package/common tools/kx-panel/policy
     cat >CMakeLists.txt <<END
 cmake_minimum_required(VERSION 3.25)
 project(small LANGUAGES CXX)
 set(KX_TOOLS ON)
 add_library(kx_ui INTERFACE)
 add_library(kx_package_tool INTERFACE)
+add_library(kx_panel_tool INTERFACE)
 target_include_directories(kx_ui INTERFACE src)
 target_include_directories(kx_package_tool INTERFACE lib tools/kx-package)
+target_include_directories(kx_panel_tool INTERFACE lib tools/kx-panel)
 include("$ROOT/tests/headers.cmake")
 END
-    for folder in src/osa lib/io tools/kx-package/common; do
+    for folder in src/osa lib/io tools/kx-package/common tools/kx-panel/policy; do
         printf '#pragma once\n#include <string>\nstd::string Text();\n' >"$folder/Text.h"
     done
     cmake -G Ninja -S . -B build
@@ -229,7 +231,7 @@ END
     output_has "no headers below $PWD/lib"
     mv Text.h lib/io
 
-    for folder in src/osa lib/io tools/kx-package/common; do
+    for folder in src/osa lib/io tools/kx-package/common tools/kx-panel/policy; do
         printf 'std::string Text();\n' >"$folder/Bad.h"
         run cmake --build build --target kx_headers
         echo "$output"

@@ -11,7 +11,7 @@ ROOT=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
 small_tree() {
     cd "$BATS_TEST_TMPDIR" || return
     local place
-    (cd "$ROOT" && printf '%s\n' src/*/ lib/*/ tools/kx-package/*/ device/kx*/*.py) >places
+    (cd "$ROOT" && printf '%s\n' src/*/ lib/*/ tools/*/*/ device/kx*/*.py) >places
     while IFS= read -r place; do
         case $place in
             *.py) module_file "$place" 'import os' ;;
@@ -20,6 +20,7 @@ small_tree() {
     done <places
     rm places
     source_file tools/kx-package/main.cpp '<string>'
+    source_file tools/kx-panel/main.cpp '<string>'
     echo 'constexpr const char* kUpdater = "kx_Updater"; // "no name"' >src/osa/PanelNames.h
     source_file src/osa/PathList.h '<string>'
     source_file src/osa/PathList.cpp '"osa/PathList.h"' '<string>'

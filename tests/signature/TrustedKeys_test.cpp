@@ -60,7 +60,7 @@ TEST(TrustedKeys, AreNotTrustedWithADamagedFileBesideThem)
 {
     for (const std::string text :
          {"revoked", "revoked = 1", "models = \"TP-0700\"", "packages = [1]", "rewoked = true",
-          "revoked = false\nrevoked = true", "comment = 1"}) {
+          "revoked = false\nrevoked = true", "comment = 1", "", "# revoked = true\n"}) {
         const TempDir dir;
         dir.Write("k.pem", EdKey().Public().Pem());
         dir.Write("k.toml", text);
@@ -99,6 +99,31 @@ TEST(TrustedKeys, TellWhatIsNoKeyAndWhatLimitsNone)
                   "NAME.pem or NAME.pub.pem",
             dir / "e.pub.toml: stands beside no key; call it as the key beside it: NAME.toml for "
                   "NAME.pem or NAME.pub.pem"));
+}
+
+TEST(TrustedKeys, AreReadByTheReaderThatIsHandedIn)
+{
+    const TempDir dir;
+    dir.Write("a.pem", EdKey().Public().Pem());
+    dir.Write("b.pem", EdKey().Public().Pem());
+    dir.Write("b.toml", "comment = \"b\"");
+    std::vector<std::string> paths;
+    const auto read = [&paths](const std::string& path, std::uint64_t limit) {
+        paths.push_back(path + " " + std::to_string(limit));
+        if (path.find(".toml") != std::string::npos) {
+            throw io::Error(io::ExitCode::kProblems, path, "belongs to user 5");
+        }
+        return P256Key().Public().Pem();
+    };
+
+    const TrustedKeys trusted = ReadTrustedKeys(dir.Path(), read);
+
+    EXPECT_THAT(paths, ElementsAre(dir / "a.pem 16384", dir / "b.pem 16384", dir / "b.toml 16384"));
+    ASSERT_EQ(trusted.keys.size(), 2U);
+    EXPECT_EQ(trusted.keys[0].key.Id(), P256Key().Public().Id());
+    EXPECT_FALSE(trusted.keys[0].isDamaged);
+    EXPECT_TRUE(trusted.keys[1].isDamaged);
+    EXPECT_THAT(ProblemsOf(trusted), ElementsAre(dir / "b.toml: belongs to user 5"));
 }
 
 TEST(TrustedKeys, NeedAFolderThatCanBeListed)

@@ -2,9 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/Command.h"
 #include "common/Output.h"
-
-#include <functional>
 
 namespace CLI
 {
@@ -14,20 +13,13 @@ class App;
 namespace kx::tool
 {
 
-/// What the command line asks for; filled by the callback of the command that was named.
-struct Invocation {
-    /// Does the work. Throws Error when it cannot.
-    std::function<io::ExitCode(const Output& output)> run;
-    bool isJson = false; ///< --json was given
-};
+using cli::Invocation;
 
 // Each adds one command with its options and help to the program. When the command line names it,
 // its callback sets what is to be run.
 void AddBuild(CLI::App& program, Invocation& invocation);
 void AddCheck(CLI::App& program, Invocation& invocation);
-void AddCompletion(CLI::App& program, Invocation& invocation);
 void AddDiff(CLI::App& program, Invocation& invocation);
-void AddHelp(CLI::App& program, Invocation& invocation);
 void AddInstalled(CLI::App& program, Invocation& invocation);
 void AddKey(CLI::App& program, Invocation& invocation);
 void AddNew(CLI::App& program, Invocation& invocation);
@@ -40,6 +32,5 @@ void AddStick(CLI::App& program, Invocation& invocation);
 void AddTry(CLI::App& program, Invocation& invocation);
 void AddUnpack(CLI::App& program, Invocation& invocation);
 void AddVerify(CLI::App& program, Invocation& invocation);
-void AddVersion(CLI::App& program, Invocation& invocation);
 
 } // namespace kx::tool

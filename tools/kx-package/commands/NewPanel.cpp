@@ -110,10 +110,19 @@ constexpr const char* kPanelUsers = R"(
 # The users whose passwords a package can change.
 )";
 
-constexpr const char* kPanelRest = R"(
+constexpr const char* kPanelProtected = R"(
 # Where a package should write nothing.
 #protected = ["/boot", "/usr/bin/kxsystem"]
+)";
 
+constexpr const char* kPanelOwn = R"(
+# For the panel itself, in its own /etc/kx_Updater/panel.toml, which also needs models, os-versions and
+# processor: whether a package must be signed ("required" or "optional"), what becomes of an older
+# version ("refuse" or "allow"), the folder of what is remembered, and the program that installs.
+# These are the values without the key.
+)";
+
+constexpr const char* kPanelTables = R"(
 # Places of limited room, in MiB.
 #[[places]]
 #path = "/mnt/user"
@@ -125,7 +134,31 @@ constexpr const char* kPanelRest = R"(
 #Level = { range = [0, 15] }
 #Cursor = { values = ["on", "off"] }
 #Address = {}
+
+# For the panel itself: how much it looks at, takes and remembers.
+#[limits]
 )";
+
+/// Returns what a panel lets in when nothing says otherwise.
+std::string OwnLines()
+{
+    const format::PanelRules rules;
+    return kPanelOwn + PanelLine("signatures", std::string(), "\"required\"") +
+           PanelLine("downgrade", std::string(), "\"refuse\"") +
+           PanelLine("state", std::string(), TomlText(rules.state)) +
+           PanelLine("updater", std::string(), TomlText(rules.updater));
+}
+
+/// Returns the limits of a panel when nothing says otherwise.
+std::string LimitLines()
+{
+    std::string lines;
+    for (const format::PanelLimit& limit : format::PanelLimitKeys()) {
+        lines +=
+            PanelLine(limit.key, std::string(), std::to_string(format::PanelLimits().*limit.value));
+    }
+    return lines;
+}
 
 std::string PanelText(const NewPanelOptions& options)
 {
@@ -146,7 +179,8 @@ std::string PanelText(const NewPanelOptions& options)
            PanelLine("interpreters", found.interpreters,
                      R"(["/bin/sh", "/usr/bin/python3", "/lib/ld-linux-armhf.so.3"])") +
            kPanelShell + PanelLine("shell", TomlTextOr(found.shell), "\"dash\"") + kPanelUsers +
-           PanelLine("users", found.users, R"(["root", "user"])") + kPanelRest;
+           PanelLine("users", found.users, R"(["root", "user"])") + kPanelProtected + OwnLines() +
+           kPanelTables + LimitLines();
 }
 
 io::ExitCode MakeNewPanel(const NewPanelOptions& options, const Output& output)

@@ -7,7 +7,7 @@
 #include "format/Kinds.h"
 #include "format/Processor.h"
 #include "io/Error.h"
-#include "manifest/Mistakes.h"
+#include "io/Mistakes.h"
 
 #include <ctime>
 #include <map>
@@ -22,6 +22,8 @@ namespace kx::tool
 
 /// The name of the manifest in its folder.
 using archive::kManifestName;
+
+using io::Mistakes;
 
 /// Files to copy: one, or all that a pattern fits.
 struct ManifestFiles {

@@ -16,7 +16,7 @@ namespace kx::tool
 namespace
 {
 
-// @PROCESSORS@, @SHELLS@, @SETTINGS@ and @FORMAT@ are filled in from the tables of the readers.
+// What stands between two @ is filled in from the tables of the readers.
 constexpr const char* kPanel = R"({
 "$schema": "https://json-schema.org/draft/2020-12/schema",
 "$id": "urn:kx-updater:panel",
@@ -26,20 +26,20 @@ constexpr const char* kPanel = R"({
 "additionalProperties": false,
 "properties": {
   "format": {"description": "Version of this file's format.", "const": @FORMAT@},
-  "models": {"description": "Names of the models that are meant.", "$ref": "#/$defs/texts"},
-  "os-versions": {"description": "Versions of their system.", "$ref": "#/$defs/texts"},
+  "models": {"description": "Names of the models that are meant.", "$ref": "#/$defs/names"},
+  "os-versions": {"description": "Versions of their system.", "$ref": "#/$defs/names"},
   "processor": {"description": "The processor, or another word for it.", "enum": [@PROCESSORS@]},
   "float-abi": {"description": "Of an arm: hard (armhf) or soft (armel).", "enum": ["hard", "soft"]},
   "c-library": {"description": "Version of the GNU C library.", "type": "string",
     "pattern": "^[0-9]+([0-9.]*[0-9])?$"},
   "root": {"description": "Folder with a copy of the panel's files.", "type": "string",
     "minLength": 1},
-  "libraries": {"description": "Names of all shared libraries.", "$ref": "#/$defs/texts"},
+  "libraries": {"description": "Names of all shared libraries.", "$ref": "#/$defs/names"},
   "interpreters": {"description": "All interpreters of scripts, and the loader of programs.",
     "$ref": "#/$defs/paths"},
   "shell": {"description": "The program that /bin/sh is.", "enum": [@SHELLS@]},
   "users": {"description": "Users whose passwords a package can change.",
-    "$ref": "#/$defs/texts"},
+    "$ref": "#/$defs/names"},
   "protected": {"description": "Where a package should write nothing.", "$ref": "#/$defs/paths"},
   "places": {"description": "Places of limited room.", "type": "array", "items": {
     "type": "object", "additionalProperties": false, "required": ["path", "size-mib"],
@@ -53,13 +53,26 @@ constexpr const char* kPanel = R"({
       "properties": {
         "values": {"description": "All values that it takes.", "$ref": "#/$defs/texts"},
         "range": {"description": "The least and the most number.", "type": "array",
-          "items": {"type": "integer"}, "minItems": 2, "maxItems": 2}}}}
+          "items": {"type": "integer"}, "minItems": 2, "maxItems": 2}}}},
+  "signatures": {"description": "On the panel: whether a package must be signed.",
+    "enum": ["required", "optional"], "default": "required"},
+  "downgrade": {"description": "On the panel: what becomes of an older version.",
+    "enum": ["refuse", "allow"], "default": "refuse"},
+  "state": {"description": "On the panel: the folder of what is remembered.",
+    "$ref": "#/$defs/place", "default": "@STATE@"},
+  "updater": {"description": "On the panel: the program that installs.",
+    "$ref": "#/$defs/place", "default": "@UPDATER@"},
+  "limits": {"description": "On the panel: how much it looks at, takes and remembers.",
+    "type": "object", "additionalProperties": false, "properties": {@LIMITS@}}
 },
 "dependentRequired": {"float-abi": ["processor"]},
 "$defs": {
-  "texts": {"type": "array", "items": {"type": "string"}},
+  "texts": {"type": "array", "items": {"type": "string"}, "uniqueItems": true},
+  "names": {"type": "array", "items": {"type": "string", "minLength": 1}, "uniqueItems": true},
   "path": {"type": "string", "pattern": "^/"},
-  "paths": {"type": "array", "items": {"$ref": "#/$defs/path"}}
+  "paths": {"type": "array", "items": {"$ref": "#/$defs/path"}, "uniqueItems": true},
+  "place": {"type": "string", "maxLength": @LONGEST@,
+    "pattern": "^(?!(@UNKEPT@)(/|$))(/(?!\\.\\.?(/|$))[A-Za-z0-9._-]+)+$"}
 }
 })";
 
@@ -221,6 +234,32 @@ std::vector<std::string> ProcessorWords()
     return words;
 }
 
+/// The keys of the panel's limits, as a schema's properties.
+std::string LimitProperties()
+{
+    std::string properties;
+    for (const format::PanelLimit& limit : format::PanelLimitKeys()) {
+        properties += properties.empty() ? "\"" : ", \"";
+        properties += limit.key;
+        properties += R"(": {"description": ")";
+        properties += limit.about;
+        properties += R"(", "type": "integer", "minimum": )" + std::to_string(limit.least) +
+                      ", \"maximum\": " + std::to_string(limit.most) +
+                      ", \"default\": " + std::to_string(format::PanelLimits().*limit.value) + "}";
+    }
+    return properties;
+}
+
+/// The folders of which none may hold what a panel keeps, as alternatives of a pattern.
+std::string UnkeptAlternatives()
+{
+    std::string alternatives;
+    for (const std::string& folder : format::UnkeptFolders()) {
+        alternatives += (alternatives.empty() ? "" : "|") + folder;
+    }
+    return alternatives;
+}
+
 void Fill(std::string& text, const std::string& mark, const std::string& words)
 {
     for (std::size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at)) {
@@ -234,6 +273,11 @@ picojson::value Made(std::string text)
     Fill(text, "@PROCESSORS@", QuotedList(ProcessorWords()));
     Fill(text, "@SHELLS@", QuotedList(format::PanelShells()));
     Fill(text, "@SETTINGS@", QuotedList(format::NamesOf(format::SettingKinds())));
+    Fill(text, "@STATE@", format::PanelRules().state);
+    Fill(text, "@UPDATER@", format::PanelRules().updater);
+    Fill(text, "@LIMITS@", LimitProperties());
+    Fill(text, "@LONGEST@", std::to_string(format::kLongestPanelPath));
+    Fill(text, "@UNKEPT@", UnkeptAlternatives());
     picojson::value schema;
     if (const std::string error = picojson::parse(schema, text); !error.empty()) {
         throw std::logic_error("a schema of this program is no JSON: " + error);

@@ -15,7 +15,7 @@ constexpr std::size_t kLargestMessage = std::size_t{64} << 10;
 
 /// One message of what reads the bytes of a stranger. Whoever gets it trusts nothing in it.
 struct Message {
-    std::uint8_t kind = 0; ///< what it is about: the work and its taker agree on that
+    std::uint8_t kind = 0; ///< below 0xf0; what it is about: the work and its taker agree on that
     std::string_view bytes;
 };
 
@@ -30,7 +30,10 @@ protected:
     ~IMessages() = default;
 };
 
-/// What is done with the bytes of a stranger: it may read what it was given, and send messages.
+/// What is done with the bytes of a stranger: it may read places of the file that it was given,
+/// take memory, and send messages. Nothing else is possible in there: not even asking for the local
+/// time, which would open the file of the time zone. An io::Error that it throws is thrown to
+/// whoever wanted the work, as kProblems or kNoAccess.
 using ConfinedWork = std::function<void(IMessages& messages)>;
 
 /// Takes a message; may throw io::Error, which ends the work and is passed on.

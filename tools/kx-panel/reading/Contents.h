@@ -7,22 +7,30 @@
 #include "policy/Policy.h"
 
 #include <cstdint>
-#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace kx::guard
 {
 
-/// Told what is in a package, in the order in which the device's unzip unpacks it. Names are plain:
-/// parts split by '/', none of them "", "." or "..", none beginning with '/'.
+/// A file or folder of a package, as the device's unzip makes it.
+struct UnpackedEntry {
+    std::string name;                   ///< plain: see IContentsTaker
+    unsigned mode = 0;                  ///< permission bits, 0 to 0777
+    std::optional<std::int64_t> moment; ///< of the last change, seconds since 1970
+};
+
+/// Told what is in a package, sorted by name; folders come before what is in them. What comes out
+/// is what the device's unzip makes of the archive. Names are plain: parts split by '/', each of 1
+/// to 255 bytes, none of them "." or "..", none with a zero byte, none beginning with '/'.
 class IContentsTaker
 {
 public:
-    /// A folder. @param mode  permission bits that it gets at the end
-    virtual void TakeFolder(const std::string& name, unsigned mode) = 0;
-    /// A file begins. @param moment  of its last change, seconds since 1970 in the panel's own time
-    virtual void TakeFile(const std::string& name, unsigned mode, std::int64_t moment) = 0;
+    /// A folder, whose mode and moment it gets when all is in it.
+    virtual void TakeFolder(const UnpackedEntry& folder) = 0;
+    /// A file begins.
+    virtual void TakeFile(const UnpackedEntry& file) = 0;
     /// Bytes of the file that began last.
     virtual void TakeBytes(std::string_view bytes) = 0;
     /// A link. @param target  as written
@@ -32,10 +40,13 @@ protected:
     ~IContentsTaker() = default;
 };
 
-/// Unpacks a package in the confinement, and hands over what comes out; names and amounts were
-/// checked by then.
-/// @throws Unread, Error as IConfinement; Error when more comes out than the limits allow, a
-///         content is damaged, or two things have one name
+/// Unpacks a package in the confinement, and hands over what comes out: names, their order, and
+/// amounts are checked by then.
+/// @param source  reads from @p descriptor
+/// @throws Unread, Error as IConfinement; Unread when a content is damaged, when more comes out
+/// than
+///         the limits allow, or when what reads the package says what it must not say
+/// @throws whatever the taker throws
 void StreamContents(IConfinement& confinement, const archive::ByteSource& source, int descriptor,
                     const Limits& limits, IContentsTaker& taker);
 

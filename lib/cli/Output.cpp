@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "common/Output.h"
+#include "cli/Output.h"
 
 #include "io/Hex.h"
 #include "io/Text.h"
@@ -14,15 +14,19 @@
 
 #include <unistd.h>
 
-namespace kx::tool
+namespace kx::cli
 {
 
-Output StandardOutput(bool isJson)
+Output StandardOutput(const std::string& program, bool isJson)
 {
     const char* const noColour = std::getenv("NO_COLOR");
     const bool mayColour = noColour == nullptr || *noColour == '\0';
-    return {std::cout, std::cerr, isJson, !isJson && mayColour && isatty(STDOUT_FILENO) != 0,
-            !isJson && isatty(STDERR_FILENO) != 0};
+    return {std::cout,
+            std::cerr,
+            isJson,
+            !isJson && mayColour && isatty(STDOUT_FILENO) != 0,
+            !isJson && isatty(STDERR_FILENO) != 0,
+            program};
 }
 
 void WriteJson(const Output& output, picojson::value document)
@@ -106,7 +110,7 @@ void WriteError(const Output& output, const io::Error& error)
     picojson::array list;
     for (const io::Error& each : all) {
         if (!output.isJson) {
-            output.err << "kx-package: " << io::Printable(each.Line()) << '\n';
+            output.err << output.program << ": " << io::Printable(each.Line()) << '\n';
         }
         list.push_back(JsonOf(each));
     }
@@ -129,4 +133,4 @@ std::string Coloured(const Output& output, Colour colour, const std::string& tex
     return "\x1b[" + std::string(kCodes[static_cast<std::size_t>(colour)]) + "m" + text + "\x1b[0m";
 }
 
-} // namespace kx::tool
+} // namespace kx::cli

@@ -12,7 +12,7 @@ namespace CLI
 class App;
 } // namespace CLI
 
-namespace kx::tool
+namespace kx::cli
 {
 
 /// Makes the error of a command line that was refused: a mistyped command or option is told by its
@@ -23,4 +23,4 @@ namespace kx::tool
 [[nodiscard]] io::Error WrongUse(const CLI::App& program, const std::vector<std::string>& words,
                                  const std::string& what);
 
-} // namespace kx::tool
+} // namespace kx::cli

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "commands/Command.h"
-#include "commands/Values.h"
+#include "cli/Command.h"
+#include "cli/Values.h"
 #include "io/Error.h"
 #include "io/Nearest.h"
 
@@ -11,7 +11,7 @@
 
 #include <CLI/CLI.hpp>
 
-namespace kx::tool
+namespace kx::cli
 {
 
 namespace
@@ -34,16 +34,15 @@ io::ExitCode TellHelp(const CLI::App& program, const std::string& name, const Ou
 
 } // namespace
 
-void AddHelp(CLI::App& program, Invocation& invocation)
+void AddHelp(CLI::App& program, Invocation& invocation, const std::string& example)
 {
     CLI::App* const command =
         program.add_subcommand("help", "Show the help of the program, or of a command");
     const auto name = std::make_shared<std::string>();
     command->add_option("command", *name, "The command; without it, all are listed")
         ->type_name(kCommandValue);
-    command->footer("Examples:\n"
-                    "  kx-package help\n"
-                    "  kx-package help build");
+    const std::string line = "\n  " + program.get_name() + " help";
+    command->footer("Examples:" + line + line + " " + example);
     command->callback([&program, &invocation, name] {
         invocation.run = [&program, name](const Output& output) {
             return TellHelp(program, *name, output);
@@ -62,4 +61,4 @@ void AddVersion(CLI::App& program, Invocation& invocation)
     });
 }
 
-} // namespace kx::tool
+} // namespace kx::cli

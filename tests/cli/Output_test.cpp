@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "common/Output.h"
+#include "cli/Output.h"
 #include "io/TemporaryFile.h"
 #include "support/Environment.h"
 #include "support/Streams.h"
@@ -11,7 +11,7 @@
 
 #include <unistd.h>
 
-namespace kx::tool
+namespace kx::cli
 {
 
 TEST(StandardOutput, IsColouredOnATerminalUnlessThatIsNotWanted)
@@ -19,15 +19,15 @@ TEST(StandardOutput, IsColouredOnATerminalUnlessThatIsNotWanted)
     const TerminalStream terminal(STDOUT_FILENO);
     const ReplacedStream file(STDERR_FILENO, io::MakeTemporaryFile());
     const Environment unset("NO_COLOR", nullptr);
-    EXPECT_TRUE(StandardOutput(false).hasColour);
-    EXPECT_FALSE(StandardOutput(false).isWatched);
-    EXPECT_FALSE(StandardOutput(false).isJson);
-    EXPECT_FALSE(StandardOutput(true).hasColour);
-    EXPECT_TRUE(StandardOutput(true).isJson);
+    EXPECT_TRUE(StandardOutput("kx", false).hasColour);
+    EXPECT_FALSE(StandardOutput("kx", false).isWatched);
+    EXPECT_FALSE(StandardOutput("kx", false).isJson);
+    EXPECT_FALSE(StandardOutput("kx", true).hasColour);
+    EXPECT_TRUE(StandardOutput("kx", true).isJson);
     const Environment empty("NO_COLOR", "");
-    EXPECT_TRUE(StandardOutput(false).hasColour);
+    EXPECT_TRUE(StandardOutput("kx", false).hasColour);
     const Environment set("NO_COLOR", "0");
-    EXPECT_FALSE(StandardOutput(false).hasColour);
+    EXPECT_FALSE(StandardOutput("kx", false).hasColour);
 }
 
 TEST(StandardOutput, IsWatchedWhereErrorsGoToATerminal)
@@ -36,9 +36,9 @@ TEST(StandardOutput, IsWatchedWhereErrorsGoToATerminal)
     const TerminalStream terminal(STDERR_FILENO);
     const Environment unset("NO_COLOR", nullptr);
 
-    EXPECT_TRUE(StandardOutput(false).isWatched);
-    EXPECT_FALSE(StandardOutput(false).hasColour);
-    EXPECT_FALSE(StandardOutput(true).isWatched);
+    EXPECT_TRUE(StandardOutput("kx", false).isWatched);
+    EXPECT_FALSE(StandardOutput("kx", false).hasColour);
+    EXPECT_FALSE(StandardOutput("kx", true).isWatched);
 }
 
 TEST(Coloured, IsTheTextAloneWhereThereAreNoColours)
@@ -54,15 +54,21 @@ TEST(Coloured, IsTheTextAloneWhereThereAreNoColours)
     EXPECT_EQ(Coloured(output, Colour::kGrey, "t"), "\x1b[90mt\x1b[0m");
 }
 
+TEST(StandardOutput, KnowsWhatTheProgramIsCalled)
+{
+    EXPECT_EQ(StandardOutput("kx-some", false).program, "kx-some");
+}
+
 TEST(WriteError, IsOneSafeLineForPeople)
 {
     std::ostringstream out;
     std::ostringstream err;
 
-    WriteError({out, err}, io::Error(io::ExitCode::kProblems, "a\x1b", "is wrong", "mend it"));
+    WriteError({out, err, false, false, false, "kx-some"},
+               io::Error(io::ExitCode::kProblems, "a\x1b", "is wrong", "mend it"));
 
     EXPECT_EQ(out.str(), "");
-    EXPECT_EQ(err.str(), "kx-package: a\\x1b: is wrong; mend it\n");
+    EXPECT_EQ(err.str(), "kx-some: a\\x1b: is wrong; mend it\n");
 }
 
 TEST(WriteError, KeepsJsonReadableWhateverThePlaceIsCalled)
@@ -105,4 +111,4 @@ TEST(WriteJson, TellsItsVersionAndEscapesAllControlCharacters)
                          "}\n");
 }
 
-} // namespace kx::tool
+} // namespace kx::cli

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "commands/Command.h"
-#include "commands/Values.h"
+#include "cli/Command.h"
+#include "cli/Values.h"
 #include "io/Error.h"
 #include "io/Nearest.h"
 
@@ -15,7 +15,7 @@
 
 #include <CLI/CLI.hpp>
 
-namespace kx::tool
+namespace kx::cli
 {
 
 namespace
@@ -30,36 +30,54 @@ std::string Joined(const std::vector<std::string>& words, const std::string& bet
     return joined;
 }
 
-/// Returns the shell's words for what completes a value, empty when nothing does.
-std::string CompleterOf(const CLI::App& program, const CLI::Option& option)
+std::string Replaced(std::string text, const std::string& what, const std::string& by)
 {
-    const std::string kind = option.get_type_name();
-    const auto isKind = [&kind](std::string_view name) {
-        return kind == name || kind.compare(0, name.size() + 1, std::string(name) + ":") == 0;
-    };
-    if (isKind(kFileValue)) {
-        return "_kx_package_files '*'";
+    for (std::size_t at = text.find(what); at != std::string::npos;
+         at = text.find(what, at + by.size())) {
+        text.replace(at, what.size(), by);
     }
-    if (isKind(kFolderValue)) {
-        return "_kx_package_files";
+    return text;
+}
+
+/// Returns the shell's words that offer files which fit one of the patterns, and folders.
+std::string OfFiles(const std::string& patterns)
+{
+    return patterns.empty() ? "@FUNCTION@_files" : "@FUNCTION@_files " + patterns;
+}
+
+/// Returns the shell's words that offer some words.
+std::string OfWords(const std::string& words)
+{
+    return "@FUNCTION@_words '" + words + "'";
+}
+
+/// A program, and what completes the values of its options.
+struct Completed {
+    const CLI::App& program;
+    std::vector<FileKind> kinds;
+};
+
+/// Returns the shell's words for what completes a value, empty when nothing does.
+std::string CompleterOf(const Completed& completed, const CLI::Option& option)
+{
+    const std::string type = option.get_type_name();
+    const std::string word = type.substr(0, type.find(':'));
+    const auto found = std::find_if(completed.kinds.begin(), completed.kinds.end(),
+                                    [&word](const FileKind& kind) { return word == kind.value; });
+    if (found != completed.kinds.end()) {
+        return OfFiles(found->patterns);
     }
-    if (isKind(kPackageValue)) {
-        return "_kx_package_files '*.kx-update' '*.toml'";
+    if (word == kCommandValue) {
+        return OfWords(Joined(CommandNames(completed.program), " "));
     }
-    if (isKind(kManifestValue)) {
-        return "_kx_package_files '*.toml'";
-    }
-    if (isKind(kCommandValue)) {
-        return "_kx_package_words '" + Joined(CommandNames(program), " ") + "'";
-    }
-    const std::size_t open = kind.find('{');
-    const std::size_t close = kind.find('}');
+    const std::size_t open = type.find('{');
+    const std::size_t close = type.find('}');
     if (open == std::string::npos || close == std::string::npos) {
         return {};
     }
-    std::string choices = kind.substr(open + 1, close - open - 1);
+    std::string choices = type.substr(open + 1, close - open - 1);
     std::replace(choices.begin(), choices.end(), ',', ' ');
-    return "_kx_package_words '" + choices + "'";
+    return OfWords(choices);
 }
 
 struct Names {
@@ -68,11 +86,11 @@ struct Names {
     std::string positional; ///< completes what is no option
 };
 
-Names NamesOf(const CLI::App& program, const CLI::App& app)
+Names NamesOf(const Completed& completed, const CLI::App& app)
 {
     Names names;
     for (const CLI::Option* const option : app.get_options()) {
-        const std::string completer = CompleterOf(program, *option);
+        const std::string completer = CompleterOf(completed, *option);
         const std::vector<std::string> words = OptionWords(*option);
         names.options.insert(names.options.end(), words.begin(), words.end());
         if (words.empty()) {
@@ -88,7 +106,8 @@ Names NamesOf(const CLI::App& program, const CLI::App& app)
 }
 
 /// What the shells have of their own, around what is the same in both: the commands' names, the
-/// values of options, and what else there is behind a command.
+/// values of options, and what else there is behind a command. @PROGRAM@ stands for the program's
+/// name, @FUNCTION@ for what the names of its functions begin with.
 struct ShellText {
     const char* name;
     const char* head; ///< up to the names of the commands
@@ -96,15 +115,15 @@ struct ShellText {
 };
 
 constexpr const char* kBashHead =
-    R"(# bash completion of kx-package, made by "kx-package completion bash" from its own commands
+    R"(# bash completion of @PROGRAM@, made by "@PROGRAM@ completion bash" from its own commands
 # shellcheck shell=bash
 
-_kx_package_words() {
+@FUNCTION@_words() {
     mapfile -t COMPREPLY < <(compgen -W "$1" -- "$word")
 }
 
 # Folders, and the files that fit one of the patterns.
-_kx_package_files() {
+@FUNCTION@_files() {
     local pattern
     compopt -o filenames
     mapfile -t COMPREPLY < <(
@@ -117,7 +136,7 @@ _kx_package_files() {
     )
 }
 
-_kx_package() {
+@FUNCTION@() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' i
     # "--option=value" comes as three words.
     if [ "$word" = = ]; then
@@ -130,18 +149,18 @@ _kx_package() {
         case ${COMP_WORDS[i]} in
             )";
 
-constexpr const char* kBashTail = "complete -F _kx_package kx-package\n";
+constexpr const char* kBashTail = "complete -F @FUNCTION@ @PROGRAM@\n";
 
 constexpr const char* kZshHead =
-    R"zsh(#compdef kx-package
-# zsh completion of kx-package, made by "kx-package completion zsh" from its own commands
+    R"zsh(#compdef @PROGRAM@
+# zsh completion of @PROGRAM@, made by "@PROGRAM@ completion zsh" from its own commands
 
-_kx_package_words() {
+@FUNCTION@_words() {
     compadd -- ${=1}
 }
 
 # Folders, and the files that fit one of the patterns.
-_kx_package_files() {
+@FUNCTION@_files() {
     if (($# == 0)); then
         _files -/
     else
@@ -149,7 +168,7 @@ _kx_package_files() {
     fi
 }
 
-_kx_package() {
+@FUNCTION@() {
     local word=${words[CURRENT]} before=${words[CURRENT - 1]} command='' i
     if [[ $word == --*=* ]]; then
         before=${word%%=*}
@@ -163,10 +182,10 @@ _kx_package() {
 
 constexpr const char* kZshTail =
     R"(# Loaded by its name from the folders of functions, or read as a whole.
-if [[ $funcstack[1] == _kx-package ]]; then
-    _kx_package "$@"
+if [[ $funcstack[1] == _@PROGRAM@ ]]; then
+    @FUNCTION@ "$@"
 else
-    compdef _kx_package kx-package
+    compdef @FUNCTION@ @PROGRAM@
 fi
 )";
 
@@ -196,53 +215,69 @@ const ShellText& FindShell(const std::string& name)
     return *found;
 }
 
-io::ExitCode Complete(const CLI::App& program, const std::string& name, const Output& output)
+/// Returns the branch of the `case` for one command.
+std::string BranchOf(const CLI::App& command, const Names& names)
 {
-    const ShellText& shell = FindShell(name);
-    const Names top = NamesOf(program, program);
+    return "        " + command.get_name() + ")\n" + "            case $word in\n" +
+           "                -*) " + OfWords(Joined(names.options, " ")) + " ;;\n" +
+           (names.positional.empty() ? "" : "                *) " + names.positional + " ;;\n") +
+           "            esac\n            ;;\n";
+}
+
+std::string CompletionText(const Completed& completed, const ShellText& shell)
+{
+    const CLI::App& program = completed.program;
     const std::vector<std::string> commands = CommandNames(program);
     std::string values;
-    std::string words;
+    std::string branches;
     for (const CLI::App* const command :
          program.get_subcommands([](const CLI::App*) { return true; })) {
-        const Names names = NamesOf(program, *command);
+        const Names names = NamesOf(completed, *command);
         values += names.values;
-        words +=
-            "        " + command->get_name() + ")\n" + "            case $word in\n" +
-            "                -*) _kx_package_words '" + Joined(names.options, " ") + "' ;;\n" +
-            (names.positional.empty() ? "" : "                *) " + names.positional + " ;;\n") +
-            "            esac\n            ;;\n";
+        branches += BranchOf(*command, names);
     }
-    output.out << shell.head << Joined(commands, " | ")
-               << ")\n                command=${COMP_WORDS[i]}\n                break\n"
-                  "                ;;\n        esac\n    done\n"
-               << "    case \"$command $before\" in\n"
-               << values << "    esac\n    case $command in\n"
-               << "        '') _kx_package_words '" << Joined(commands, " ") << ' '
-               << Joined(top.options, " ") << "' ;;\n"
-               << words << "    esac\n}\n\n"
-               << shell.tail;
+    return shell.head + Joined(commands, " | ") +
+           ")\n                command=${COMP_WORDS[i]}\n                break\n"
+           "                ;;\n        esac\n    done\n"
+           "    case \"$command $before\" in\n" +
+           values + "    esac\n    case $command in\n        '') " +
+           OfWords(Joined(commands, " ") + ' ' + Joined(NamesOf(completed, program).options, " ")) +
+           " ;;\n" + branches + "    esac\n}\n\n" + shell.tail;
+}
+
+io::ExitCode Complete(const Completed& completed, const std::string& shell, const Output& output)
+{
+    const std::string& name = completed.program.get_name();
+    const std::string function = "_" + Replaced(name, "-", "_");
+    const std::string text = CompletionText(completed, FindShell(shell));
+    output.out << Replaced(Replaced(text, "@PROGRAM@", name), "@FUNCTION@", function);
     return io::ExitCode::kFine;
 }
 
 } // namespace
 
-void AddCompletion(CLI::App& program, Invocation& invocation)
+void AddCompletion(CLI::App& program, Invocation& invocation, const std::vector<FileKind>& kinds)
 {
+    const std::string& name = program.get_name();
     CLI::App* const command = program.add_subcommand(
-        "completion", "Write what lets a shell complete the words of a kx-package command line");
+        "completion", "Write what lets a shell complete the words of a " + name + " command line");
     const auto shell = std::make_shared<std::string>(kShells.front().name);
     command->add_option("shell", *shell, "The shell")
         ->type_name(ChoiceOf(ShellNames()))
         ->capture_default_str();
     command->footer("Installed beside the program already. For this shell only:\n"
-                    "  source <(kx-package completion)\n"
-                    "  source <(kx-package completion zsh)   # behind compinit");
-    command->callback([&program, &invocation, shell] {
-        invocation.run = [&program, shell](const Output& output) {
-            return Complete(program, *shell, output);
+                    "  source <(" +
+                    name +
+                    " completion)\n"
+                    "  source <(" +
+                    name + " completion zsh)   # behind compinit");
+    std::vector<FileKind> all = {{kFileValue, "'*'"}, {kFolderValue, ""}};
+    all.insert(all.end(), kinds.begin(), kinds.end());
+    command->callback([&program, &invocation, shell, all] {
+        invocation.run = [&program, shell, all](const Output& output) {
+            return Complete({program, all}, *shell, output);
         };
     });
 }
 
-} // namespace kx::tool
+} // namespace kx::cli

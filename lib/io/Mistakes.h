@@ -7,10 +7,11 @@
 #include <utility>
 #include <vector>
 
-namespace kx::tool
+namespace kx::io
 {
 
-/// What is wrong with a manifest: all of it, so that an author corrects it in one go.
+/// What is wrong with a file that somebody has written: all of it, so that it is corrected in one
+/// go.
 class Mistakes
 {
 public:
@@ -22,27 +23,27 @@ public:
         try {
             work();
             return true;
-        } catch (const io::Errors& errors) {
+        } catch (const Errors& errors) {
             m_all.insert(m_all.end(), errors.All().begin(), errors.All().end());
-        } catch (const io::Error& error) {
+        } catch (const Error& error) {
             m_all.push_back(error);
         }
         return false;
     }
 
-    [[nodiscard]] const std::vector<io::Error>& All() const { return m_all; }
+    [[nodiscard]] const std::vector<Error>& All() const { return m_all; }
 
     /// Throws what there is, if there is anything.
     /// @throws Errors
     void ThrowAny() const
     {
         if (!m_all.empty()) {
-            throw io::Errors(m_all);
+            throw Errors(m_all);
         }
     }
 
 private:
-    std::vector<io::Error> m_all;
+    std::vector<Error> m_all;
 };
 
-} // namespace kx::tool
+} // namespace kx::io

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "commands/WrongUse.h"
+#include "cli/WrongUse.h"
 
-#include "commands/Values.h"
+#include "cli/Values.h"
 #include "io/Nearest.h"
 
 #include <algorithm>
@@ -10,7 +10,7 @@
 
 #include <CLI/CLI.hpp>
 
-namespace kx::tool
+namespace kx::cli
 {
 
 namespace
@@ -59,10 +59,10 @@ std::string NearestOption(const std::string& word, const std::vector<std::string
 }
 
 /// The command that tells more.
-std::string SeeHelp(const CLI::App* command)
+std::string SeeHelp(const CLI::App& program, const CLI::App* command)
 {
-    return command == nullptr ? "see kx-package help"
-                              : "see kx-package help " + command->get_name();
+    return "see " + program.get_name() + " help" +
+           (command == nullptr ? "" : " " + command->get_name());
 }
 
 /// Makes the error of an option that stands before the command, or that it does not have.
@@ -73,13 +73,13 @@ io::Error NoOption(const std::string& word, const CLI::App& program, const CLI::
     const std::vector<std::string> options = OptionsOf(command == nullptr ? program : *command);
     if (isBefore && std::find(options.begin(), options.end(), option) != options.end()) {
         return {io::ExitCode::kWrongUse, "", "'" + option + "' stands before the command",
-                "write kx-package " + command->get_name() + " " + option};
+                "write " + program.get_name() + " " + command->get_name() + " " + option};
     }
     const std::string nearest = NearestOption(option, options);
     return {io::ExitCode::kWrongUse, "",
             "'" + option + "' is not an option" +
                 (command == nullptr ? "" : " of " + command->get_name()),
-            nearest.empty() ? SeeHelp(command) : "did you mean '" + nearest + "'?"};
+            nearest.empty() ? SeeHelp(program, command) : "did you mean '" + nearest + "'?"};
 }
 
 /// Makes the error of the first word that nothing takes, if there is one.
@@ -97,7 +97,7 @@ std::optional<io::Error> StrayWord(const CLI::App& program, const CLI::App* comm
             return io::Error(io::ExitCode::kWrongUse, "",
                              "'" + words.front() + "' is one word too many for " +
                                  command->get_name(),
-                             SeeHelp(command));
+                             SeeHelp(program, command));
         }
     }
     return {};
@@ -121,7 +121,7 @@ io::Error WrongUse(const CLI::App& program, const std::vector<std::string>& word
     if (std::optional<io::Error> stray = StrayWord(program, command)) {
         return *std::move(stray);
     }
-    return {io::ExitCode::kWrongUse, "", what, SeeHelp(command)};
+    return {io::ExitCode::kWrongUse, "", what, SeeHelp(program, command)};
 }
 
-} // namespace kx::tool
+} // namespace kx::cli
