@@ -5,6 +5,7 @@
 #include "decision/Decision.h"
 #include "journal/PastInstallation.h"
 #include "journal/State.h"
+#include "panel/Names.h"
 #include "policy/Policy.h"
 #include "road/Judge.h"
 
