@@ -4,12 +4,12 @@
 // Reads a panel's description, the file beside a key, and a key, three texts with \x1e between
 // them, and checks what is accepted: nothing is missing, nothing is said twice, paths are safe, and
 // a revocation counts.
+#include "Require.h"
 #include "io/Error.h"
 #include "policy/PolicyFile.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <set>
 #include <string>
 #include <string_view>
@@ -24,13 +24,6 @@ using kx::signature::TrustedKey;
 
 constexpr const char* kFile = "/etc/kx_Updater/panel.toml";
 constexpr const char* kBeside = "/etc/kx_Updater/keys/k.toml";
-
-void Require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
 
 /// A refusal names the file.
 void RequireTold(const kx::io::Error& error, std::string_view file)

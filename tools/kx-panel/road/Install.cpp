@@ -292,6 +292,7 @@ Installation Install(const Policy& policy, const RoadPlaces& places, IJudge& jud
                      const std::string& file, IRoadObserver& observer)
 {
     const PipesIgnored pipes;
+    const io::Interruption interruption;
     std::optional<State> state;
     try {
         state.emplace(places.state);
