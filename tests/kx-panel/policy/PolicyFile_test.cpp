@@ -238,8 +238,9 @@ TEST_F(ReadPanelKeysOf, APanelAreMissedWhereSignaturesAreRequired)
     m_dir.Write("etc/kx_Updater/keys/a.toml", "");
     EXPECT_THAT(
         LinesOf(Keys().problems),
-        ElementsAre("/etc/kx_Updater/keys/a.toml: says nothing; write what limits the key, or "
-                    "remove the file",
+        ElementsAre(m_dir /
+                        "etc/kx_Updater/keys/a.toml: says nothing; write what limits the key, or "
+                        "remove the file",
                     kNoKey));
 
     WriteKey("b.pem", signature::P256Key());
