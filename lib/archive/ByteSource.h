@@ -38,6 +38,9 @@ public:
     [[nodiscard]] std::uint64_t Size() const override { return m_size; }
     [[nodiscard]] std::string Read(std::uint64_t offset, std::size_t count) const override;
 
+    /// The open file.
+    [[nodiscard]] const io::Descriptor& File() const { return m_file; }
+
 private:
     std::string m_path;
     io::Descriptor m_file;

@@ -147,7 +147,8 @@ class Judge
 public:
     Judge(const ByteSource& source, const ZipStructure& zip) : m_source(source), m_zip(zip) {}
 
-    UnpackVerdict Run()
+    /// @param most  how many bytes of contents are unpacked; 0: none is looked at
+    UnpackVerdict Run(std::uint64_t most)
     {
         for (std::size_t index = 0; index < m_zip.faults.size(); ++index) {
             Note({UnpackReason::kStructure, StatusOf(m_zip.faults[index].flaw), index,
@@ -165,7 +166,7 @@ public:
         JudgeNames();
         // Entries that share bytes could make this take any time.
         if (!m_zip.Has(ZipFlaw::kOverlap) && !IsBomb()) {
-            JudgeContents();
+            JudgeContents(most);
         }
         return std::move(m_verdict);
     }
@@ -274,12 +275,11 @@ private:
         return false;
     }
 
-    void JudgeContents()
+    void JudgeContents(std::uint64_t most)
     {
         ContentReader reader(m_source);
         std::uint64_t total = 0;
-        for (std::size_t index = 0; index < m_zip.members.size() && total < kMostUnpacked;
-             ++index) {
+        for (std::size_t index = 0; index < m_zip.members.size() && total < most; ++index) {
             const ZipMember& member = m_zip.members[index];
             if (!member.hasLocal || (member.flags & kZipEncrypted) != 0 || IsDiskLabel(member) ||
                 NameOnPanel(member).isFolder || !IsKnownMethod(member.method) ||
@@ -287,7 +287,7 @@ private:
                 continue; // nothing is unpacked
             }
             const std::uint64_t told = std::min(ContentHeader(member).size, kMostUnpacked);
-            const std::uint64_t limit = std::min(told + kToleratedExcess, kMostUnpacked - total);
+            const std::uint64_t limit = std::min(told + kToleratedExcess, most - total);
             const ContentResult result =
                 reader.Read(member, limit, [](std::string_view) { return true; });
             total += std::min(result.size, limit);
@@ -329,9 +329,14 @@ bool UnpackVerdict::Has(UnpackReason reason) const
                        [reason](const UnpackFault& fault) { return fault.reason == reason; });
 }
 
-UnpackVerdict JudgeUnpacking(const ByteSource& source, const ZipStructure& zip)
+UnpackVerdict JudgeUnpacking(const ByteSource& source, const ZipStructure& zip, std::uint64_t most)
 {
-    return Judge(source, zip).Run();
+    return Judge(source, zip).Run(std::min(most, kMostUnpacked));
+}
+
+UnpackVerdict JudgeHeaders(const ByteSource& source, const ZipStructure& zip)
+{
+    return Judge(source, zip).Run(0);
 }
 
 } // namespace kx::archive

@@ -59,7 +59,14 @@ struct UnpackVerdict {
 };
 
 /// Judges an archive. Reads all contents, in pieces, unless they share bytes or are too large.
+/// @param most  after how many unpacked bytes no more contents are read; where fewer were told, the
+///              verdict says that an entry tells less than it has
 /// @throws Error when the source cannot be read
-[[nodiscard]] UnpackVerdict JudgeUnpacking(const ByteSource& source, const ZipStructure& zip);
+[[nodiscard]] UnpackVerdict JudgeUnpacking(const ByteSource& source, const ZipStructure& zip,
+                                           std::uint64_t most = kMostUnpacked);
+
+/// Judges an archive by its structure, its names and its headers alone: no content is read, so that
+/// nothing is said about those.
+[[nodiscard]] UnpackVerdict JudgeHeaders(const ByteSource& source, const ZipStructure& zip);
 
 } // namespace kx::archive

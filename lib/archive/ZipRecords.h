@@ -31,10 +31,11 @@ struct ZipEnd {
 
 /// Finds the central directory by what the end records tell, and the bytes before the archive.
 /// @return false when it is not where it should be, or too large
-[[nodiscard]] bool PlaceZipDirectory(const ZipEnd& end, ZipStructure& zip);
+[[nodiscard]] bool PlaceZipDirectory(const ZipEnd& end, const ZipLimits& limits, ZipStructure& zip);
 
 /// Reads the central directory headers: the structure's entries.
-void ReadZipDirectory(const ByteSource& source, const ZipEnd& end, ZipStructure& zip);
+void ReadZipDirectory(const ByteSource& source, const ZipEnd& end, const ZipLimits& limits,
+                      ZipStructure& zip);
 
 /// Reads the local file header of every entry, and the data descriptor behind its content.
 void ReadZipLocals(const ByteSource& source, ZipStructure& zip);

@@ -35,12 +35,12 @@ ZipHeader ContentHeader(const ZipMember& member)
     return header;
 }
 
-ZipStructure ReadZipStructure(const ByteSource& source)
+ZipStructure ReadZipStructure(const ByteSource& source, const ZipLimits& limits)
 {
     ZipStructure zip;
     const std::optional<ZipEnd> end = ReadZipEnd(source, zip);
-    if (end.has_value() && PlaceZipDirectory(*end, zip)) {
-        ReadZipDirectory(source, *end, zip);
+    if (end.has_value() && PlaceZipDirectory(*end, limits, zip)) {
+        ReadZipDirectory(source, *end, limits, zip);
         ReadZipLocals(source, zip);
         FindZipOverlaps(zip);
     }

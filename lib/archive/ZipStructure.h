@@ -105,10 +105,17 @@ struct ZipStructure {
     void Report(ZipFlaw flaw, std::uint64_t amount = 0, std::size_t member = ZipFault::kNoMember);
 };
 
+/// How much of a structure is read; what has more is kTooMany.
+struct ZipLimits {
+    std::size_t members = kMostZipMembers;
+    std::uint64_t directory = kLargestZipDirectory; ///< bytes of the central directory
+};
+
 /// Reads the structure of an archive. Never fails for what stands in the bytes: what is wrong with
 /// them is among the faults.
 /// @throws Error when the source cannot be read
-[[nodiscard]] ZipStructure ReadZipStructure(const ByteSource& source);
+[[nodiscard]] ZipStructure ReadZipStructure(const ByteSource& source,
+                                            const ZipLimits& limits = ZipLimits());
 
 /// Returns the header that says where the content ends and what it must be: the local one, or the
 /// directory's when sizes and CRC follow the content.

@@ -337,4 +337,17 @@ void CheckArchive(const archive::ZipStructure& zip, const archive::UnpackVerdict
     }
 }
 
+bool HasTooManyNames(const archive::ZipStructure& zip, std::uint64_t most)
+{
+    std::uint64_t total = 0;
+    for (const archive::ZipMember& member : zip.members) {
+        for (std::size_t slash = member.name.find('/'); slash != std::string::npos;
+             slash = member.name.find('/', slash + 1)) {
+            total += slash;
+        }
+        total += member.name.size();
+    }
+    return total > most;
+}
+
 } // namespace kx::checks

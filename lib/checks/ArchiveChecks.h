@@ -6,6 +6,7 @@
 #include "checks/Findings.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 
 namespace kx::checks
@@ -16,5 +17,9 @@ namespace kx::checks
 /// @param block    index of the structure's fault that is but the block of signatures
 void CheckArchive(const archive::ZipStructure& zip, const archive::UnpackVerdict& verdict,
                   std::optional<std::size_t> block, Findings& findings);
+
+/// Tells whether the names of an archive, with those of all folders above them, have more bytes
+/// together than memory should.
+[[nodiscard]] bool HasTooManyNames(const archive::ZipStructure& zip, std::uint64_t most);
 
 } // namespace kx::checks

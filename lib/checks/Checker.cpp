@@ -27,42 +27,6 @@ namespace
 /// How many bytes the names of a package may have together, with those of all folders above them.
 constexpr std::uint64_t kMostNameBytes = std::uint64_t{256} << 20;
 
-/// Tells whether the names of an archive would take too much memory.
-bool HasTooManyNames(const archive::ZipStructure& zip)
-{
-    std::uint64_t total = 0;
-    for (const archive::ZipMember& member : zip.members) {
-        for (std::size_t slash = member.name.find('/'); slash != std::string::npos;
-             slash = member.name.find('/', slash + 1)) {
-            total += slash;
-        }
-        total += member.name.size();
-    }
-    return total > kMostNameBytes;
-}
-
-/// Returns the description's bytes, through links; nothing when that was told to be impossible.
-std::optional<std::string> DescriptionBytes(const archive::Package& package, Findings& findings)
-{
-    const archive::PackageEntry* entry = package.Find(archive::kDescriptionName);
-    if (entry != nullptr && entry->kind == archive::PackageEntry::Kind::kLink) {
-        entry = CheckLink(package, *entry, RuleId::kDescriptionLink, findings);
-        if (entry == nullptr) {
-            return {};
-        }
-    }
-    if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
-        findings.Add(RuleId::kDescriptionMissing, Location::Whole(),
-                     MissingText(package, archive::kDescriptionName));
-        return {};
-    }
-    try {
-        return package.Read(entry->name, kLargestChecked + 1);
-    } catch (const archive::ContentError&) {
-        return {}; // found when the archive was looked at
-    }
-}
-
 std::string WithoutMark(std::string path)
 {
     while (path.size() > 1 && path.back() == '/') {
@@ -82,7 +46,7 @@ void CheckContents(const archive::Package& package, const Expected& expected, Fi
     if (findings.HasErrorAt(archive::kDescriptionName)) {
         return; // it does not even arrive
     }
-    std::optional<std::string> bytes = DescriptionBytes(package, findings);
+    std::optional<std::string> bytes = DescriptionBytes(package, kLargestChecked, findings);
     if (!bytes.has_value()) {
         return;
     }
@@ -106,7 +70,7 @@ void CheckArchivePackage(const std::string& path, const archive::ByteSource& sou
     const std::string record =
         path == io::kStandardInputName ? std::string() : format::RecordName(path);
     CheckArchive(zip, verdict, CheckSignatures(source, zip, record, expected, findings), findings);
-    if (HasTooManyNames(zip)) {
+    if (HasTooManyNames(zip, kMostNameBytes)) {
         findings.Add(RuleId::kArchiveTooMany, Location::Whole(),
                      "its names are too many or too long");
         return;

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "checks/DescriptionChecks.h"
 
-#include "archive/Package.h"
 #include "checks/ClassChecks.h"
+#include "checks/NameChecks.h"
 #include "format/ShellText.h"
 #include "io/Text.h"
 #include "io/Utf8.h"
@@ -144,6 +144,28 @@ void CheckIdentity(const format::JsonNode& root, Findings& findings)
 }
 
 } // namespace
+
+std::optional<std::string> DescriptionBytes(const archive::Package& package, std::uint64_t most,
+                                            Findings& findings)
+{
+    const archive::PackageEntry* entry = package.Find(archive::kDescriptionName);
+    if (entry != nullptr && entry->kind == archive::PackageEntry::Kind::kLink) {
+        entry = CheckLink(package, *entry, RuleId::kDescriptionLink, findings);
+        if (entry == nullptr) {
+            return {};
+        }
+    }
+    if (entry == nullptr || entry->kind != archive::PackageEntry::Kind::kFile) {
+        findings.Add(RuleId::kDescriptionMissing, Location::Whole(),
+                     MissingText(package, archive::kDescriptionName));
+        return {};
+    }
+    try {
+        return package.Read(entry->name, most + 1);
+    } catch (const archive::ContentError&) {
+        return {}; // found when the archive was looked at
+    }
+}
 
 format::Description CheckDescription(std::string bytes, Findings& findings)
 {

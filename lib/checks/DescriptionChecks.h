@@ -2,14 +2,24 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "archive/Package.h"
 #include "checks/Findings.h"
 #include "format/Description.h"
 #include "format/PanelFile.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 namespace kx::checks
 {
+
+/// Returns the bytes of a package's description, through links; nothing when that is told to be
+/// impossible.
+/// @param most  how many bytes one should have; of more the first that are too many are returned
+/// @throws Error when the package cannot be read
+[[nodiscard]] std::optional<std::string> DescriptionBytes(const archive::Package& package,
+                                                          std::uint64_t most, Findings& findings);
 
 /// Checks the bytes of a description file and everything in it that the reader refuses.
 /// @return the description; its root is absent when there is nothing to look into

@@ -83,16 +83,6 @@ RuleId RuleFor(signature::Reason reason)
     return RuleId::kSignatureDamaged;
 }
 
-std::optional<std::size_t> BlockFault(const SignedFile& file, const archive::ZipStructure& zip)
-{
-    for (std::size_t index = 0; index < zip.faults.size(); ++index) {
-        if (file.IsBlock(zip.faults[index])) {
-            return index;
-        }
-    }
-    return {};
-}
-
 /// Checks a package that has a block.
 void CheckSigned(const SignedFile& file, const archive::ZipStructure& zip,
                  const std::string& record, const Expected& expected, Findings& findings)
@@ -133,7 +123,7 @@ std::optional<std::size_t> CheckSignatures(const archive::ByteSource& source,
                 return {};
             }
         }
-        return BlockFault(file, zip);
+        return file.BlockFault(zip);
     } catch (const signature::Refusal& refusal) {
         // An archive that ends otherwise has no place for signatures, and needs none everywhere.
         if (refusal.Why() != signature::Reason::kEnd || expected.requiresSignature) {

@@ -35,6 +35,10 @@ struct Description {
 /// Takes the bytes of a description apart; what is wrong with them stands in the result.
 [[nodiscard]] Description ParseDescription(std::string bytes);
 
+/// How many objects the updater may have to fill when it reads a description: with more it takes
+/// longer than anybody waits.
+constexpr std::uint64_t kMostFilledObjects = std::uint64_t{1} << 22;
+
 /// Tells how many objects the updater fills when it reads a description: it fills each element of a
 /// list twice, so that each list doubles what stands in it.
 /// @param text  JSON, or anything else

@@ -43,11 +43,13 @@ void ReadSafePath(const TomlTable& table, const char* key, std::string& path)
         throw table.Wrong(key, "has " + std::to_string(text.size()) + " characters",
                           "use no more than " + std::to_string(kLongestPanelPath));
     }
-    for (const std::string& folder : UnkeptFolders()) {
-        if (io::IsIn(text, folder)) {
-            throw table.Wrong(key, "is '" + text + "', and what is in " + folder + " does not stay",
-                              "use a folder of the panel's own storage");
-        }
+    const std::vector<std::string>& unkept = UnkeptFolders();
+    const auto above =
+        std::find_if(unkept.begin(), unkept.end(),
+                     [&text](const std::string& folder) { return io::IsIn(text, folder); });
+    if (above != unkept.end()) {
+        throw table.Wrong(key, "is '" + text + "', and what is in " + *above + " does not stay",
+                          "use a folder of the panel's own storage");
     }
     path = text;
 }

@@ -29,6 +29,12 @@ std::string LastPart(const std::string& path)
     return path.substr(path.rfind('/') + 1);
 }
 
+std::string FolderAbove(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+}
+
 bool IsIn(const std::string& path, const std::string& folder)
 {
     return path.compare(0, folder.size(), folder) == 0 &&

@@ -15,6 +15,9 @@ namespace kx::io
 /// Returns what stands behind the last '/'.
 [[nodiscard]] std::string LastPart(const std::string& path);
 
+/// Returns the folder in which a full path lies; "/" for itself.
+[[nodiscard]] std::string FolderAbove(const std::string& path);
+
 /// Tells whether a path is @p folder or lies below it; both plain.
 [[nodiscard]] bool IsIn(const std::string& path, const std::string& folder);
 

@@ -308,8 +308,8 @@ const archive::PackageEntry* Stage::EntryBehind(const std::string& name) const
 /// Refuses a description that neither a panel nor this program comes to an end with.
 void Stage::RefuseEndless(const std::string& description) const
 {
-    constexpr std::uint64_t kMostObjects = 1U << 22U;
-    if (format::FilledObjects(description, kMostObjects) == kMostObjects) {
+    if (format::FilledObjects(description, format::kMostFilledObjects) ==
+        format::kMostFilledObjects) {
         throw io::Error(io::ExitCode::kProblems, m_package.Path() + ":" + panel::kDescription,
                         "takes too long to read: there are too many objects in it, and each list "
                         "doubles what stands in it",

@@ -22,8 +22,9 @@ bool IsBefore(const Signature& one, const Signature& other)
     return one.keyId < other.keyId;
 }
 
-/// Returns what is wrong with a block of which the parts were read; null when nothing is.
-const char* WrongWith(const Block& block, std::string_view bytes)
+} // namespace
+
+const char* WrongWith(const Block& block)
 {
     if (block.signatures.empty() || block.signatures.size() > kMostSignatures) {
         return "has no signature, or too many";
@@ -35,13 +36,10 @@ const char* WrongWith(const Block& block, std::string_view bytes)
         block.signatures.end()) {
         return "has signatures out of order";
     }
-    if (bytes.find(kEndRecordMark) != std::string_view::npos) {
-        return "holds the mark of an archive's end";
-    }
-    return BytesOf(block) == bytes ? nullptr : "is damaged";
+    return BytesOf(block).find(kEndRecordMark) != std::string::npos
+               ? "holds the mark of an archive's end"
+               : nullptr;
 }
-
-} // namespace
 
 std::optional<std::uint64_t> ReadBlockSize(std::string_view bytes)
 {
@@ -90,8 +88,11 @@ Block ReadBlock(std::string_view bytes, const std::string& where)
         const std::string_view keyId = fields.Text(kKeyIdSize);
         block.signatures.push_back({std::string(keyId), std::string(fields.Text(kSignatureSize))});
     }
-    if (const char* const why = WrongWith(block, bytes); why != nullptr) {
+    if (const char* const why = WrongWith(block); why != nullptr) {
         refuse(why);
+    }
+    if (BytesOf(block) != bytes) {
+        refuse("is damaged");
     }
     return block;
 }

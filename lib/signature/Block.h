@@ -46,6 +46,10 @@ constexpr std::size_t kBlockEndSize = 20;
 /// @return the size of the whole block, as told; nothing when no block ends there
 [[nodiscard]] std::optional<std::uint64_t> ReadBlockSize(std::string_view bytes);
 
+/// Returns what is wrong with a block of which the parts have the right sizes: the number of its
+/// signatures, their order, the mark of an end record. Null when nothing is.
+[[nodiscard]] const char* WrongWith(const Block& block);
+
 /// Returns a block's bytes.
 [[nodiscard]] std::string BytesOf(const Block& block);
 

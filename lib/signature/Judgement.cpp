@@ -31,12 +31,12 @@ bool IsForPackage(const TrustedKey& key, const std::string& package)
 
 /// What one key has to say about a signature by it.
 SignerState StateOf(const TrustedKey& key, const Signature& signature, const Block& block,
-                    const std::optional<Texts>& models)
+                    const std::optional<Texts>& models, const Verifier& verify)
 {
     if (key.isRevoked || key.isDamaged) {
         return key.isRevoked ? SignerState::kRevoked : SignerState::kDamaged;
     }
-    if (!key.key.IsGood(signature.bytes, TextOf(block.statement))) {
+    if (!verify(key.key, signature.bytes, TextOf(block.statement))) {
         return SignerState::kBad;
     }
     const bool counts = IsForPanel(key, models) && IsForPackage(key, block.statement.name);
@@ -76,7 +76,13 @@ bool Judgement::IsTrusted() const
     return Has(SignerState::kGood) && !Has(SignerState::kBad);
 }
 
-Judgement Judge(const Block& block, const TrustedKeys& trusted, const std::optional<Texts>& models)
+bool IsGoodSignature(const PublicKey& key, std::string_view signature, std::string_view bytes)
+{
+    return key.IsGood(signature, bytes);
+}
+
+Judgement Judge(const Block& block, const TrustedKeys& trusted, const std::optional<Texts>& models,
+                const Verifier& verify)
 {
     Judgement judgement;
     for (const Signature& signature : block.signatures) {
@@ -86,7 +92,7 @@ Judgement Judge(const Block& block, const TrustedKeys& trusted, const std::optio
             if (key.key.Id() != signature.keyId) {
                 continue;
             }
-            const SignerState state = StateOf(key, signature, block, models);
+            const SignerState state = StateOf(key, signature, block, models, verify);
             if (Strictness(state) > Strictness(signer.state)) {
                 signer.name = key.name;
                 signer.state = state;

@@ -5,8 +5,10 @@
 #include "signature/Block.h"
 #include "signature/TrustedKeys.h"
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kx::signature
@@ -40,10 +42,20 @@ struct Judgement {
     [[nodiscard]] bool Has(SignerState state) const;
 };
 
+/// Tells whether a signature is a good one of these bytes by a key.
+using Verifier =
+    std::function<bool(const PublicKey& key, std::string_view signature, std::string_view bytes)>;
+
+/// The one that is meant wherever no other is named: see PublicKey::IsGood.
+[[nodiscard]] bool IsGoodSignature(const PublicKey& key, std::string_view signature,
+                                   std::string_view bytes);
+
 /// Judges a block's signatures by the block and the keys alone: the file is not looked at.
 /// @param models  of the panel; nothing when not known, then limits to models do not count
+/// @param verify  another one in tests of what comes behind good signatures
 [[nodiscard]] Judgement Judge(const Block& block, const TrustedKeys& trusted,
-                              const std::optional<std::vector<std::string>>& models);
+                              const std::optional<std::vector<std::string>>& models,
+                              const Verifier& verify = IsGoodSignature);
 
 /// Returns a state's word, which never changes: "good", "unknown".
 [[nodiscard]] const char* SignerStateName(SignerState state);

@@ -5,7 +5,6 @@
 #include "io/Error.h"
 #include "io/Transfer.h"
 #include "signature/Refusal.h"
-#include "signature/Sha256.h"
 
 #include <algorithm>
 #include <utility>
@@ -32,12 +31,6 @@ std::uint64_t FindBlock(const archive::ByteSource& source, std::uint64_t directo
     return size;
 }
 
-Refusal Changed(const std::string& where)
-{
-    return {Reason::kChanged, where, "was changed after it was signed",
-            "get the package again from where it was signed"};
-}
-
 } // namespace
 
 SignedFile::SignedFile(const archive::ByteSource& source, std::string where)
@@ -51,49 +44,19 @@ SignedFile::SignedFile(const archive::ByteSource& source, std::string where)
         source.Read(m_end.DirectoryAt() - m_blockSize, static_cast<std::size_t>(m_blockSize)),
         m_where);
     if (m_block->statement.length != Length()) {
-        throw Changed(m_where);
+        throw ChangedFile(m_where);
     }
-}
-
-void SignedFile::Stream(const std::string& blockBytes, const Sink& sink,
-                        const ByteTeller& tell) const
-{
-    constexpr std::size_t kPiece = std::size_t{1} << 20;
-    const std::uint64_t blockAt = m_end.DirectoryAt() - m_blockSize;
-    const std::string end = m_end.WithDirectoryAt(blockAt + blockBytes.size(), m_where);
-    const auto copy = [&](std::uint64_t at, std::uint64_t behind) {
-        while (at < behind) {
-            const auto wanted =
-                static_cast<std::size_t>(std::min<std::uint64_t>(behind - at, kPiece));
-            const std::string piece = m_source.Read(at, wanted);
-            if (piece.size() != wanted) {
-                throw io::Error(io::ExitCode::kNoAccess, m_where, "became shorter meanwhile");
-            }
-            sink(piece);
-            at += wanted;
-            if (tell) {
-                tell(at);
-            }
-        }
-    };
-    copy(0, blockAt);
-    sink(blockBytes);
-    copy(m_end.DirectoryAt(), m_end.At());
-    sink(end);
 }
 
 std::string SignedFile::Digest(const ByteTeller& tell) const
 {
-    Sha256 digest;
-    Stream(
-        {}, [&digest](std::string_view piece) { digest.Add(piece); }, tell);
-    return digest.Result();
+    return Bytes().Digest(tell);
 }
 
 void SignedFile::RefuseChanged(const ByteTeller& tell) const
 {
     if (m_block.has_value() && Digest(tell) != m_block->statement.digest) {
-        throw Changed(m_where);
+        throw ChangedFile(m_where);
     }
 }
 
@@ -101,6 +64,14 @@ bool SignedFile::IsBlock(const archive::ZipFault& fault) const
 {
     return fault.flaw == archive::ZipFlaw::kGap && fault.member == archive::ZipFault::kNoMember &&
            m_blockSize != 0 && fault.amount == m_blockSize;
+}
+
+std::optional<std::size_t> SignedFile::BlockFault(const archive::ZipStructure& zip) const
+{
+    const auto fault = std::find_if(zip.faults.begin(), zip.faults.end(),
+                                    [this](const auto& one) { return IsBlock(one); });
+    return fault == zip.faults.end() ? std::nullopt
+                                     : std::optional<std::size_t>(fault - zip.faults.begin());
 }
 
 void SignedFile::RefuseHidden(const archive::ZipStructure& zip) const
@@ -128,7 +99,7 @@ void SignedFile::Write(const std::optional<Block>& block, int descriptor, const 
     const auto sink = [descriptor, &shown](std::string_view piece) {
         io::WriteAll(descriptor, piece, shown);
     };
-    Stream(block.has_value() ? BytesOf(*block) : std::string(), sink, tell);
+    Bytes().Stream(block.has_value() ? BytesOf(*block) : std::string(), sink, tell);
 }
 
 } // namespace kx::signature

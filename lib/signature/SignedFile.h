@@ -5,18 +5,16 @@
 #include "archive/ByteSource.h"
 #include "archive/ZipStructure.h"
 #include "signature/Block.h"
+#include "signature/CoveredBytes.h"
 #include "signature/EndRecords.h"
 
+#include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 
 namespace kx::signature
 {
-
-/// Told how many bytes of a file were read so far; may throw to end the reading.
-using ByteTeller = std::function<void(std::uint64_t done)>;
 
 /// A package as a file that may be signed. Opening it reads the end records and the block, bounded,
 /// and nothing else: no more may be read before a signature has been found good.
@@ -61,6 +59,9 @@ public:
     /// Tells whether a fault of the structure is but the gap in which the block stands.
     [[nodiscard]] bool IsBlock(const archive::ZipFault& fault) const;
 
+    /// Returns the index of that fault among the structure's; nothing when it has none.
+    [[nodiscard]] std::optional<std::size_t> BlockFault(const archive::ZipStructure& zip) const;
+
     /// Refuses a block that would make the file larger than its archive's format allows; so that
     /// nobody signs first.
     /// @throws Refusal kLimit
@@ -73,8 +74,7 @@ public:
                const ByteTeller& tell = {}) const;
 
 private:
-    using Sink = std::function<void(std::string_view piece)>;
-    void Stream(const std::string& blockBytes, const Sink& sink, const ByteTeller& tell) const;
+    [[nodiscard]] CoveredBytes Bytes() const { return {m_source, m_end, m_blockSize, m_where}; }
 
     const archive::ByteSource& m_source;
     std::string m_where;

@@ -479,6 +479,35 @@ TEST(UnpackVerdict, DoesNotReadWhatUnpacksToAnEnormousSize)
     EXPECT_EQ(verdict.faults[0].reason, UnpackReason::kBomb);
 }
 
+TEST(UnpackVerdict, ReadsNoMoreThanItIsTold)
+{
+    const std::string zip = ZipOf({{"a", "one"}, {"b", "two"}, {"c", "three"}});
+    std::string wrong = zip;
+    Patch(wrong, kLocal, 14, Bytes(1, 4), 2);
+    const MemoryBytes bytes(wrong);
+    const ZipStructure structure = ReadZipStructure(bytes);
+
+    EXPECT_TRUE(JudgeUnpacking(bytes, structure, 11).Has(UnpackReason::kWrongCrc));
+    EXPECT_FALSE(JudgeUnpacking(bytes, structure, 6).Has(UnpackReason::kWrongCrc));
+    EXPECT_TRUE(JudgeUnpacking(bytes, structure, 5).Has(UnpackReason::kLiar));
+}
+
+TEST(JudgeHeaders, SaysTheSameButForContents)
+{
+    std::string zip = ZipOf({OfMethod(99, {"b", "two"}), {"/a", "one"}});
+    Patch(zip, kLocal, 14, Bytes(1, 4), 1);
+    const MemoryBytes bytes(zip);
+    const ZipStructure structure = ReadZipStructure(bytes);
+
+    const UnpackVerdict headers = JudgeHeaders(bytes, structure);
+
+    EXPECT_EQ(headers.status, 81);
+    EXPECT_TRUE(headers.Has(UnpackReason::kMethod));
+    EXPECT_TRUE(headers.Has(UnpackReason::kAbsolute));
+    EXPECT_FALSE(headers.Has(UnpackReason::kWrongCrc));
+    EXPECT_TRUE(JudgeUnpacking(bytes, structure).Has(UnpackReason::kWrongCrc));
+}
+
 } // namespace
 
 } // namespace kx::archive

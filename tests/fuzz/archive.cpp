@@ -3,11 +3,11 @@
 
 // Reads the input as a package archive, as every command does, and checks it: structure, verdict,
 // contents, description and steps.
+#include "Require.h"
 #include "archive/UnpackVerdict.h"
 #include "archive/UnpackedArchive.h"
 #include "checks/Checker.h"
 
-#include <cstdlib>
 #include <string>
 
 namespace
@@ -16,13 +16,6 @@ namespace
 using kx::archive::ContentError;
 using kx::archive::PackageEntry;
 using kx::archive::UnpackReason;
-
-void Require(bool holds)
-{
-    if (!holds) {
-        std::abort();
-    }
-}
 
 /// What holds for every structure that was read.
 void RequireStructure(const kx::archive::ZipStructure& zip, std::uint64_t size)

@@ -5,6 +5,7 @@
 #include "manifest/Manifest.h"
 
 #include "Input.h"
+#include "Require.h"
 #include "compose/DescriptionWriter.h"
 #include "compose/Model.h"
 #include "format/Description.h"
@@ -12,17 +13,9 @@
 #include "manifest/Glob.h"
 
 #include <cstdint>
-#include <cstdlib>
 
 namespace
 {
-
-void Require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
 
 void CheckPatterns(const kx::tool::Manifest& manifest)
 {

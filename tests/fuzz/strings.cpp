@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 // Checks the path and string functions against what must hold for every input.
+#include "Require.h"
 #include "osa/OSA.h"
 #include "osa/OSA_System.h"
 
@@ -14,13 +15,6 @@ namespace
 {
 
 std::string lastCommand; // NOLINT(cert-err58-cpp): an empty string does not throw
-
-void Require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
 
 bool EndsInDirMark(const std::string& path)
 {

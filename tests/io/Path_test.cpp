@@ -27,6 +27,13 @@ TEST(PlainPath, EndsAtTheRoot)
     EXPECT_EQ(PlainPath("/../../a"), "/a");
 }
 
+TEST(FolderAbove, GoesUpToTheRoot)
+{
+    EXPECT_EQ(FolderAbove("/a/b"), "/a");
+    EXPECT_EQ(FolderAbove("/a"), "/");
+    EXPECT_EQ(FolderAbove("/"), "/");
+}
+
 TEST(IsIn, TakesAFolderAndWhatIsBelowIt)
 {
     EXPECT_TRUE(IsIn("/a", "/a"));

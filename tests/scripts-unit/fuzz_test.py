@@ -44,19 +44,20 @@ class Fuzz(InProject):
 
         self.assertEqual(self.status, 0)
         self.assertEqual(self.err, "")
+        targets = list(fuzz.TARGETS)
+        self.assertEqual(targets[:7], ["reader", "installer", "strings", "archive", "check",
+                                       "manifest", "policy"])
         self.assertEqual(self.commands.lines[:2],
-                         ["cmake --preset fuzz", "cmake --build --preset fuzz --target "
-                          "fuzz_reader fuzz_installer fuzz_strings fuzz_archive fuzz_check "
-                          "fuzz_manifest"])
+                         ["cmake --preset fuzz", "cmake --build --preset fuzz --target " +
+                          " ".join(f"fuzz_{target}" for target in targets)])
         self.assertEqual([words[0] for words in self.commands.seen[2:]],
-                         [FUZZER + target for target in
-                          ("reader", "installer", "strings", "archive", "check", "manifest")])
+                         [FUZZER + target for target in targets])
         self.assertEqual(set(self.commands.folders), {self.root})
         self.assertEqual([call.args for call in self.groups], [("build", "tools", "test")])
-        for target in fuzz.TARGETS:
-            self.assertIn("-max_total_time=100", self.of(target))
+        for target in targets:
+            self.assertIn(f"-max_total_time={600 // len(targets)}", self.of(target))
         self.assertIn("\n== building the fuzzers\n", self.out)
-        self.assertIn("\n== fuzzing manifest for 100 seconds\n"
+        self.assertIn(f"\n== fuzzing manifest for {600 // len(targets)} seconds\n"
                       "stat::number_of_executed_units: 12\nstat::peak_rss_mb: 40\n"
                       "Done 12 runs in 4 second(s)\n", self.out)
 
@@ -80,9 +81,13 @@ class Fuzz(InProject):
     def test_every_target_has_its_inputs_and_what_it_reads_is_there(self):
         folders = [path.name for path in (PROJECT / "tests/fuzz/corpus").iterdir()]
         self.assertEqual(sorted(fuzz.TARGETS), sorted(folders))
-        self.assertTrue((PROJECT / "tests/fuzz/description.dict").is_file())
-        for target, options in fuzz.TARGETS.items():
-            self.assertEqual(bool(options), target in ("reader", "installer", "check"), target)
+        for target in ("reader", "installer", "check", "policy"):
+            self.assertEqual(len(fuzz.TARGETS[target]), 1, target)
+        for options in fuzz.TARGETS.values():
+            for option in options:
+                key, _, file = option.partition("=")
+                self.assertEqual(key, "-dict")
+                self.assertTrue((PROJECT / file).is_file(), file)
 
     def test_a_target_named_twice_gets_the_time_once(self):
         self.fuzzed("1", "reader", "reader")
@@ -96,7 +101,7 @@ class Fuzz(InProject):
                             (("1000000",), "from 1 to 999999"), (("١",), "is no number"),
                             (("1\n",), "is no number"), (("01",), "is no number"),
                             (("1", ".."), "no target '..'; there are: reader installer strings "
-                                          "archive check manifest"),
+                                          "archive check manifest policy"),
                             (("1", "."), "no target '.'"), (("1", ""), "no target ''"),
                             (("1", "reader", "../reader"), "no target '../reader'")):
             self.fuzzed(*words)

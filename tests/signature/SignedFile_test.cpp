@@ -158,6 +158,20 @@ TEST(SignedFile, RefusesArchivesThatHideSomething)
     }
 }
 
+TEST(SignedFile, KnowsWhichFaultIsItsBlock)
+{
+    const std::string zip = SignedBytes(SmallZip(), {&EdKey()});
+    const archive::MemoryBytes source(zip);
+    const SignedFile file(source, "p");
+    archive::ZipStructure structure = archive::ReadZipStructure(source);
+
+    EXPECT_EQ(file.BlockFault(structure), 0U);
+    structure.faults.insert(structure.faults.begin(), {archive::ZipFlaw::kTrailing, 0, 1});
+    EXPECT_EQ(file.BlockFault(structure), 1U);
+    structure.faults.pop_back();
+    EXPECT_EQ(file.BlockFault(structure), std::nullopt);
+}
+
 TEST(SignedFile, TellsOfAFileThatBecameShorter)
 {
     class Shrinking final : public archive::ByteSource

@@ -20,7 +20,7 @@ namespace kx::guard
 namespace
 {
 
-constexpr ProcessLimits kLimits{std::uint64_t{64} << 20, 5};
+constexpr ProcessLimits kOfProcess{std::uint64_t{64} << 20, 5};
 
 /// Gives up rights in a child.
 /// @param before  what is done first
@@ -29,7 +29,7 @@ std::string GivenUp(void (*before)())
     const pid_t parent = getpid();
     return InChild([before, parent] {
         before();
-        return Thrown([parent] { GiveUpRights(kLimits, parent); });
+        return Thrown([parent] { GiveUpRights(kOfProcess, parent); });
     });
 }
 
@@ -77,7 +77,7 @@ TEST(Rights, GroupsThatCannotBeLeftAreTheEnd)
 
 TEST(Rights, AnotherParentIsTheEnd)
 {
-    EXPECT_EQ(InChild([] { return Thrown([] { GiveUpRights(kLimits, getpid()); }); }),
+    EXPECT_EQ(InChild([] { return Thrown([] { GiveUpRights(kOfProcess, getpid()); }); }),
               std::string(kOf) + "outliving its parent: No such process");
 }
 

@@ -74,6 +74,7 @@ using ReadPanelKeysOf = PolicyOf;
 std::vector<std::string> LinesOf(const std::vector<io::Error>& errors)
 {
     std::vector<std::string> lines;
+    lines.reserve(errors.size());
     for (const io::Error& error : errors) {
         lines.push_back(error.Line());
     }
@@ -83,6 +84,7 @@ std::vector<std::string> LinesOf(const std::vector<io::Error>& errors)
 std::vector<std::string> NamesOf(const signature::TrustedKeys& trusted)
 {
     std::vector<std::string> names;
+    names.reserve(trusted.keys.size());
     for (const signature::TrustedKey& key : trusted.keys) {
         names.push_back(key.name + (key.isDamaged ? " damaged" : key.isRevoked ? " revoked" : ""));
     }

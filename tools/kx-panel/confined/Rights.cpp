@@ -117,11 +117,14 @@ void LimitResources(const ProcessLimits& limits)
     Limit(RLIMIT_STACK, kStack, kStack);
     // First the signal that tells why, then the one that cannot be missed.
     Limit(RLIMIT_CPU, limits.seconds + 1, limits.seconds + 2);
-    for (const int none : {RLIMIT_FSIZE, RLIMIT_NOFILE, RLIMIT_NPROC, RLIMIT_CORE}) {
+    constexpr rlim_t kMostOpen = kIsSanitized ? 16 : 0;
+    Limit(RLIMIT_NOFILE, kMostOpen, kMostOpen);
+    for (const int none : {RLIMIT_FSIZE, RLIMIT_NPROC, RLIMIT_CORE}) {
         Limit(none, 0, 0);
     }
     // One place to take memory from: looking for another one would ask the system for processors.
-    RequireStep(mallopt(M_ARENA_MAX, 1) == 1, "taking more than it may have");
+    // The sanitizer takes memory in another way.
+    RequireStep(kIsSanitized || mallopt(M_ARENA_MAX, 1) == 1, "taking more than it may have");
 }
 
 } // namespace

@@ -6,8 +6,8 @@ namespace kx::guard
 {
 
 /// Tells whether the address sanitizer watches the program, for tests. Its shadow takes terabytes
-/// of address space, and it makes more system calls than programs do: both is let through then, and
-/// nothing else is different.
+/// of address space, and it makes more system calls than programs do, a pipe of its own among them:
+/// so much is let through then, and nothing else is different.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kIsSanitized = true;
 #elif defined(__has_feature)

@@ -7,6 +7,7 @@
 #include "decision/FileSystems.h"
 #include "decision/Reason.h"
 #include "policy/Policy.h"
+#include "signature/Judgement.h"
 #include "signature/TrustedKeys.h"
 
 #include <cstdint>
@@ -46,6 +47,8 @@ struct Panel {
     const IFileSystems& fileSystems;
     /// Returns the highest version that was ever installed of a package; nothing when none was.
     std::function<std::optional<std::string>(const std::string& name)> highestVersion;
+    /// Tells whether a signature is good; another one in tests of what comes behind signatures.
+    signature::Verifier verify = signature::IsGoodSignature;
 };
 
 /// Whether the package is still to be copied into the folder of what is remembered.

@@ -44,4 +44,12 @@ public:
     [[nodiscard]] virtual std::optional<StandingFile> Look(const std::string& path) const = 0;
 };
 
+/// The file systems of this machine.
+class RealFileSystems final : public IFileSystems
+{
+public:
+    [[nodiscard]] FileSystem Of(const std::string& path) const override;
+    [[nodiscard]] std::optional<StandingFile> Look(const std::string& path) const override;
+};
+
 } // namespace kx::guard

@@ -183,7 +183,7 @@ const ReasonInfo& InfoOf(ReasonId id)
 }
 
 /// Returns a value fit for a text: one line, not too long.
-std::string Shown(std::string_view value)
+std::string ShownValue(std::string_view value)
 {
     constexpr std::size_t kLongestCharacter = 4; // a whole one stands around the cut
     std::string line = io::Printable(value.substr(0, kLongestShown + kLongestCharacter));
@@ -206,13 +206,13 @@ std::string Filled(std::string_view text, const std::vector<std::string>& values
             continue;
         }
         const auto index = static_cast<std::size_t>(place[1] - '0');
-        filled += index < values.size() ? Shown(values[index]) : "?";
+        filled += index < values.size() ? ShownValue(values[index]) : "?";
         i += kPlaceSize - 1;
     }
     return filled;
 }
 
-const ReasonText& TextOf(const Reason& reason, Language language)
+const ReasonText& TextsOfReason(const Reason& reason, Language language)
 {
     const ReasonInfo& info = InfoOf(reason.id);
     return language == Language::kJapanese ? info.japanese : info.english;
@@ -245,12 +245,12 @@ std::size_t ReasonValueCount(ReasonId id)
 
 std::string WhatText(const Reason& reason, Language language)
 {
-    return Filled(TextOf(reason, language).what, reason.values);
+    return Filled(TextsOfReason(reason, language).what, reason.values);
 }
 
 std::string RemedyText(const Reason& reason, Language language)
 {
-    return Filled(TextOf(reason, language).remedy, reason.values);
+    return Filled(TextsOfReason(reason, language).remedy, reason.values);
 }
 
 } // namespace kx::guard

@@ -153,7 +153,13 @@ void HistoryEntry::NoteDecision(const Decision& decision)
                                  Cut(WhatText(reason, Language::kJapanese)),
                                  Cut(RemedyText(reason, Language::kJapanese))});
     }
-    Write(FactsText(facts));
+    // Many reasons must not push all other entries out; the first ones say enough.
+    std::string text = FactsText(facts);
+    while (text.size() > m_limits.historyBytes / 4 && !facts.reasons.empty()) {
+        facts.reasons.pop_back();
+        text = FactsText(facts);
+    }
+    Write(text);
 }
 
 std::string HistoryEntry::Shown(std::string_view line) const
@@ -187,8 +193,10 @@ void HistoryEntry::NoteLine(std::uint64_t milliseconds, const std::string& shown
     }
 }
 
-void HistoryEntry::Finish(const Ending& ending)
+void HistoryEntry::Finish(const Ending& how)
 {
+    Ending ending = how;
+    ending.message = Cut(how.message);
     std::string rest = m_omitted > 0 ? OmittedText(m_omitted) : "";
     for (const std::string& line : m_end) {
         rest += line;

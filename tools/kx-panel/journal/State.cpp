@@ -157,6 +157,11 @@ io::Descriptor State::LockForInstaller() const
     return file;
 }
 
+void State::ForgetInstaller() const
+{
+    m_folder.Remove(kInstallerLock);
+}
+
 std::optional<StateFolder> OpenStateToRead(const StatePlace& place)
 {
     return OpenGuarded(place);

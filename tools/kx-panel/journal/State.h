@@ -19,7 +19,9 @@ namespace kx::guard
 struct StatePlace {
     std::string folder; ///< plain full path
     std::string writeProtectOff = panel::kWriteProtectOff;
-    std::function<void(const std::string& path)> refuseUnguarded = RefuseUnguarded;
+    std::function<void(const std::string& path)> refuseUnguarded = [](const std::string& path) {
+        RefuseUnguarded(path, GuardedKind::kEither);
+    };
 };
 
 /// Tells that another installation is at work: its starter holds the lock, or an installer goes on
@@ -51,6 +53,9 @@ public:
     /// its lock, and lets it inherit an open descriptor of it. It is locked as long as one of those
     /// is open.
     [[nodiscard]] io::Descriptor LockForInstaller() const;
+
+    /// Forgets that lock: the installation has come to its end, whatever it left running.
+    void ForgetInstaller() const;
 
 private:
     StateFolder m_folder;

@@ -68,9 +68,19 @@ io::Error OpenError(const std::string& shown, const char* kind, int number)
     return io::AccessError(shown, "open", number);
 }
 
-/// Refuses what was opened and is no regular file.
+/// Opens without waiting: a pipe that somebody put there must not hold anything up.
+io::Descriptor OpenToRead(const io::Descriptor& folder, const std::string& name)
+{
+    return io::Descriptor(openat(folder.Number(), name.c_str(),
+                                 O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
+/// Refuses what could not be opened (see errno), or is no regular file.
 void RefuseOtherThanFile(const io::Descriptor& file, const std::string& shown)
 {
+    if (!file.IsOpen()) {
+        throw OpenError(shown, "file", errno);
+    }
     struct stat info {
     };
     if (fstat(file.Number(), &info) != 0) {
@@ -179,17 +189,19 @@ std::vector<std::string> StateFolder::Names() const
 
 std::optional<std::string> StateFolder::Read(const std::string& name, std::uint64_t limit) const
 {
-    // Without waiting: a pipe that somebody put there must not hold anything up.
-    const io::Descriptor file(openat(m_folder.Number(), name.c_str(),
-                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const io::Descriptor file = OpenToRead(m_folder, name);
     if (!file.IsOpen() && errno == ENOENT) {
         return {};
     }
-    if (!file.IsOpen()) {
-        throw OpenError(Shown(name), "file", errno);
-    }
     RefuseOtherThanFile(file, Shown(name));
     return io::ReadAll(file.Number(), limit, Shown(name));
+}
+
+io::Descriptor StateFolder::Open(const std::string& name) const
+{
+    io::Descriptor file = OpenToRead(m_folder, name);
+    RefuseOtherThanFile(file, Shown(name));
+    return file;
 }
 
 std::optional<StateFolder> StateFolder::Find(const std::string& name) const
@@ -231,9 +243,6 @@ io::Descriptor StateFolder::OpenOrCreate(const std::string& name) const
     io::Descriptor file(openat(m_folder.Number(), name.c_str(),
                                O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
                                kFileMode));
-    if (!file.IsOpen()) {
-        throw OpenError(Shown(name), "file", errno);
-    }
     RefuseOtherThanFile(file, Shown(name));
     return file;
 }

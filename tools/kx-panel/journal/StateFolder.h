@@ -38,6 +38,10 @@ public:
     [[nodiscard]] std::optional<std::string> Read(const std::string& name,
                                                   std::uint64_t limit) const;
 
+    /// Opens a file for reading.
+    /// @throws Error when it is no regular file, or cannot be opened
+    [[nodiscard]] io::Descriptor Open(const std::string& name) const;
+
     /// Opens a folder in it; nothing when nothing has the name.
     /// @throws Error when it is no folder
     [[nodiscard]] std::optional<StateFolder> Find(const std::string& name) const;
