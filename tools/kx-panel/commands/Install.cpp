@@ -8,8 +8,10 @@
 #include "commands/InstallText.h"
 #include "confined/ConfinedProcess.h"
 #include "decision/FileSystems.h"
+#include "io/Interruption.h"
 #include "reading/ConfinementOf.h"
 
+#include <csignal>
 #include <memory>
 #include <string>
 
@@ -43,6 +45,10 @@ Installation RefusedBy(const Door& door)
 
 cli::ExitStatus TellInstallation(const std::string& path, const Output& output)
 {
+    // Whoever listens may go away, and the service may be stopped: what became of the installation
+    // is noted, and told to who asks for the exit status.
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    const io::Interruption interruption;
     const Door door = OpenDoor(PanelDoorFiles());
     RoadText observer(output);
     const Installed installed{path,
@@ -53,6 +59,7 @@ cli::ExitStatus TellInstallation(const std::string& path, const Output& output)
     } else {
         WriteInstalled(output, installed, LanguageOfEnvironment());
     }
+    io::Interruption::Answer();
     return cli::ExitStatus(installed.installation.ending.status);
 }
 
