@@ -75,3 +75,18 @@ function(kx_add_layer name)
   target_include_directories(${name} SYSTEM PUBLIC "${PICOJSON_INCLUDE_DIR}")
   kx_compile_folders_together(${name})
 endfunction()
+
+# kx_install_completion(PROGRAM): what the shells complete comes from the program itself.
+function(kx_install_completion program)
+  set(folder "${CMAKE_CURRENT_BINARY_DIR}/completion")
+  add_custom_command(OUTPUT "${folder}/${program}" "${folder}/_${program}"
+    COMMAND "${CMAKE_COMMAND}" -E make_directory "${folder}"
+    COMMAND ${program} completion bash > "${folder}/${program}"
+    COMMAND ${program} completion zsh > "${folder}/_${program}"
+    DEPENDS ${program} VERBATIM)
+  add_custom_target(${program}_completion ALL DEPENDS "${folder}/${program}" "${folder}/_${program}")
+  install(FILES "${folder}/${program}"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
+  install(FILES "${folder}/_${program}"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
+endfunction()

@@ -41,7 +41,7 @@ TOOL = {
     "common": ({"io", "cli"}, set()),
     "manifest": ({"io", "panel", "archive", "format", "osa", "common"}, set()),
     "compose": ({"io", "archive", "format", "signature", "model", "common", "manifest"}, set()),
-    "schema": ({"format", "model"}, JSON),
+    "schema": ({"cli", "format", "model"}, JSON),
     "trial": ({"io", "archive", "format", "osa", "engine", "rehearsal", "compose"}, JSON),
     "stick": ({"io", "panel", "archive", "engine"}, set()),
     "signing": ({"io", "signature", "trial"}, set()),
@@ -54,17 +54,17 @@ TOOL = {
     "": ({"cli", "commands"}, set()),  # main.cpp
 }
 PANEL_TOOL = {
-    "policy": ({"io", "panel", "format", "signature"}, {"toml++"}),
+    "policy": ({"io", "format", "signature"}, set()),
     "confined": ({"io"}, {"seccomp.h"}),
-    "reading": ({"io", "panel", "archive", "format", "checks", "signature", "model", "osa", "policy",
+    "reading": ({"io", "panel", "archive", "format", "checks", "signature", "osa", "policy",
                  "confined"}, set()),
-    "decision": ({"io", "panel", "archive", "format", "checks", "signature", "policy", "confined",
-                  "reading"}, set()),
+    "decision": ({"io", "panel", "archive", "checks", "signature", "policy", "confined", "reading"},
+                 set()),
     "journal": ({"io", "panel", "format", "registry", "signature", "policy", "decision"}, JSON),
-    "road": ({"io", "panel", "archive", "format", "registry", "signature", "policy", "confined",
-              "reading", "decision", "journal"}, set()),
-    "commands": ({"io", "cli", "panel", "archive", "format", "policy", "confined", "decision",
-                  "journal", "road"}, JSON | {"CLI"}),
+    "road": ({"io", "panel", "archive", "signature", "policy", "confined", "reading", "decision",
+              "journal"}, set()),
+    "commands": ({"io", "cli", "panel", "archive", "signature", "policy", "confined", "reading",
+                  "decision", "journal", "road"}, JSON | {"CLI"}),
     "": ({"cli", "commands"}, set()),  # main.cpp
 }
 TABLES = {"src": SRC, "lib": LIB, "tools/kx-package": TOOL, "tools/kx-panel": PANEL_TOOL}

@@ -3,6 +3,7 @@
 #include "archive/ZipFields.h"
 #include "archive/ZipRecords.h"
 
+#include <algorithm>
 #include <ctime>
 #include <string>
 #include <string_view>
@@ -16,17 +17,30 @@ namespace
 
 constexpr std::uint32_t kDirectoryMark = 0x02014b50;
 
+/// Returns how many days lie between the first day of a month and that of 1970.
+/// @param months  since January of the year 0
+std::int64_t DaysBefore(std::int64_t months)
+{
+    // Years that begin in March have their leap day at the end; 153 days are five months of them.
+    const std::int64_t march = months - 2;
+    const std::int64_t year = march / 12;
+    const std::int64_t daysOfMonths = (153 * (march % 12) + 2) / 5;
+    const std::int64_t leapDays = year / 4 - year / 100 + year / 400;
+    constexpr std::int64_t kDaysTo1970 = 719468; // from the first of March of the year 0
+    return year * 365 + leapDays + daysOfMonths - kDaysTo1970;
+}
+
 /// Returns the moment that the directory tells; months and days that there are not are counted on.
+/// The C library's timegm does that, too, but reads the file of the time zone first, which a
+/// process without rights cannot.
 std::time_t MomentOf(unsigned date, unsigned time)
 {
-    std::tm parts{};
-    parts.tm_year = static_cast<int>(date >> 9) + 80;
-    parts.tm_mon = static_cast<int>(date >> 5 & 0xf) - 1;
-    parts.tm_mday = static_cast<int>(date & 0x1f);
-    parts.tm_hour = static_cast<int>(time >> 11);
-    parts.tm_min = static_cast<int>(time >> 5 & 0x3f);
-    parts.tm_sec = static_cast<int>(time & 0x1f) * 2;
-    return timegm(&parts);
+    constexpr std::int64_t kFirstYear = 1980;
+    const std::int64_t months =
+        (kFirstYear + (date >> 9)) * 12 + static_cast<std::int64_t>(date >> 5 & 0xf) - 1;
+    const std::int64_t days = DaysBefore(months) + static_cast<std::int64_t>(date & 0x1f) - 1;
+    const std::int64_t minutes = (days * 24 + (time >> 11)) * 60 + (time >> 5 & 0x3f);
+    return minutes * 60 + static_cast<std::int64_t>(time & 0x1f) * 2;
 }
 
 /// Reads the central directory header at @p at.
@@ -95,6 +109,9 @@ void ReadZipDirectory(const ByteSource& source, const ZipEnd& end, const ZipLimi
 {
     const std::string bytes =
         source.Read(zip.directoryAt, static_cast<std::size_t>(end.directorySize));
+    constexpr std::size_t kSmallestMember = 46; // bytes of one without a name
+    zip.members.reserve(std::min(limits.members, static_cast<std::size_t>(std::min<std::uint64_t>(
+                                                     end.count, bytes.size() / kSmallestMember))));
     std::size_t at = 0;
     while (ZipMarkAt(bytes, at) == kDirectoryMark) {
         if (zip.members.size() == limits.members) {

@@ -53,4 +53,9 @@ bool Interruption::IsAsked()
     return g_signal != 0;
 }
 
+void Interruption::Answer()
+{
+    g_signal = 0;
+}
+
 } // namespace kx::io

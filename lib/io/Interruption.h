@@ -23,6 +23,10 @@ public:
     /// Tells whether such a signal came.
     [[nodiscard]] static bool IsAsked();
 
+    /// Forgets a signal that came: what the program ends with answers it, so that it is not raised
+    /// again.
+    static void Answer();
+
 private:
     static constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
     std::array<struct sigaction, 3> m_before{};

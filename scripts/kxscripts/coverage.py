@@ -52,7 +52,7 @@ def build():
     common.say("building with instrumentation")
     common.build("coverage", root=ROOT)
     # What the updater does with its window is told by the probe, which is not measured.
-    common.build("release", "kx-package", "kx_probe", root=ROOT)
+    common.build("release", "kx_Updater", "kx-package", "kx_probe", root=ROOT)
     for old in list(BUILD.rglob("*.gcda")):
         old.unlink()
     for folder in (COUNTS, SUM):
@@ -81,8 +81,10 @@ def run_tests():
     names = [file for file in sorted(tests.glob("*.bats"))
              if USES_UPDATER.search(file.read_text(encoding="utf-8"))]
     tries = sorted(tests.glob("try*.bats"))
-    if not names or not tries:
-        raise Failed("no bats file in tests/device is about the updater, or about kx-package try")
+    panels = sorted(tests.glob("panel_*.bats"))
+    if not names or not tries or not panels:
+        raise Failed("no bats file in tests/device is about the updater, about kx-package try, or "
+                     "about kx-panel")
     counts |= in_memory()
     run("bats", ["bats", "--tap", *names], "^not ok", **counts,
         KX_UPDATER=str(BUILD / "kx_Updater"))
@@ -90,6 +92,7 @@ def run_tests():
     run("try", ["bats", "--tap", *tries], "^not ok", **counts,
         KX_UPDATER=str(ROOT / "build" / "release" / "kx_Updater"),
         KX_PACKAGE=str(BUILD / "kx-package"))
+    run("panel", ["bats", "--tap", *panels], "^not ok", **counts, KX_PANEL=str(BUILD / "kx-panel"))
 
 
 def add_up():

@@ -10,7 +10,7 @@ SCRIPTS = pathlib.Path(__file__).resolve().parent.parent
 sys.path[:0] = [str(SCRIPTS), str(SCRIPTS.parent / "device")]
 
 # pylint: disable=wrong-import-position
-from kxscripts import demo_headless, demo_rest, demo_served, hello  # noqa: E402
+from kxscripts import demo_headless, demo_rest, demo_served, demo_signed, hello  # noqa: E402
 from kxscripts.common import Failed, ROOT, build, say, setup  # noqa: E402
 from kxscripts.demo_options import UsageError, parse, usage  # noqa: E402
 from kxscripts.demo_processes import end_on_signals, ignore_signals  # noqa: E402
@@ -37,7 +37,7 @@ def _prepare(stage, mode):
     further = {"display": mode == "display", "web": stage.options.web, "vnc": stage.options.vnc}
     setup("build", "tools", "demo", *(group for group, wanted in further.items() if wanted))
     say("Building the updater")
-    build("release", "kx_Updater", "kx-package", "kx_probe")
+    build("release", "kx_Updater", "kx-package", "kx-panel", "kx_probe")
     print("build/release/kx_Updater")
     stage.claim_folder()
     say(f"Packing the package: {stage.package.name}")
@@ -72,6 +72,7 @@ def _run(options, caller):
         mode = _show(stage, mode)
         stage.processes.stop_all()
         demo_rest.tell(stage, must_be_recorded=mode == "headless")
+        demo_signed.show(stage)
     finally:
         ignore_signals()
         stage.clear()

@@ -18,7 +18,8 @@ Nothing of this machine is touched outside the demonstration's folder.
   scripts/demo [OPTION...]
 
 On a display the panel shows itself in a window of its own and you press the buttons. Without one
-the demonstration presses them itself and leaves a picture of every state.
+the demonstration presses them itself and leaves a picture of every state. In the end the package
+is signed, decided on and installed without a window, by kx-panel; a changed one is refused.
 """
 _FOOT = """\
 Exit status: 0 shown to the end, 1 not possible (one line says why), 2 wrong use.

@@ -76,7 +76,7 @@ def is_about(file, patterns):
 
 
 def device_tests(name, preset, about_panel, without=()):
-    """A part: whole-program tests on the sandboxed device with the updater of a build."""
+    """A part: whole-program tests on the sandboxed device with updater and kx-panel of a build."""
     def work():
         files = [file for file in sorted((ROOT / "tests" / "device").glob("*.bats"))
                  if is_about(file, PANEL_TESTS) == about_panel and not is_about(file, without)]
@@ -86,7 +86,8 @@ def device_tests(name, preset, about_panel, without=()):
         status, output = run_logged(
             name, ["bats", "--timing", "--formatter", ROOT / "tests" / "support" / "bats-report",
                    *files],
-            KX_BATS_REPORT=report, KX_UPDATER=ROOT / "build" / preset / "kx_Updater")
+            KX_BATS_REPORT=report, KX_UPDATER=ROOT / "build" / preset / "kx_Updater",
+            KX_PANEL=ROOT / "build" / preset / "kx-panel")
         return results.of_program("bats", report, status == 0, output)
     return work
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ctime>
 
 namespace kx::archive
 {
@@ -149,6 +150,27 @@ private:
     std::string m_end;
     mutable std::size_t m_most = 0;
 };
+
+TEST(ZipDirectory, TellsEveryMomentAsTheLibraryCountsIt)
+{
+    constexpr unsigned kAll = 0x10000;
+    constexpr unsigned kSpread = 7919; // the times of following days are far apart
+    std::string zip = ZipOf({{"a", ""}});
+    const std::size_t at = zip.find(kCentral) + 12;
+    for (unsigned date = 0; date < kAll; ++date) {
+        const unsigned time = date * kSpread % kAll;
+        zip.replace(at, 4, Bytes(time, 2) + Bytes(date, 2));
+        std::tm told{};
+        told.tm_year = static_cast<int>(date >> 9) + 80;
+        told.tm_mon = static_cast<int>(date >> 5 & 0xfU) - 1;
+        told.tm_mday = static_cast<int>(date & 0x1fU);
+        told.tm_hour = static_cast<int>(time >> 11);
+        told.tm_min = static_cast<int>(time >> 5 & 0x3fU);
+        told.tm_sec = static_cast<int>(time & 0x1fU) * 2;
+
+        ASSERT_EQ(ReadZipStructure(MemoryBytes(zip)).members.at(0).moment, timegm(&told)) << date;
+    }
+}
 
 TEST(ZipDirectory, ReadsNoMoreThanItIsTold)
 {

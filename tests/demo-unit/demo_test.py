@@ -38,6 +38,7 @@ class Order(Scene):
                              (demo.demo_served, "show_on_display"), (demo.demo_rest, "tell"),
                              (demo.demo_rest, "tell_way_in")):
             self.patch(target, name, self.noted(name))
+        self.patch(demo.demo_signed, "show", self.noted("show_signed"))
         self.patch(demo.demo_served, "is_taken", self.taken.__contains__)
         self.patch(demo, "Stage", self.make_stage)
         self.made = None
@@ -78,9 +79,10 @@ class Order(Scene):
         self.assertEqual(self.demonstrate(), 0)
         self.assertEqual(self.done, [
             ("end_on_signals",), ("setup", "build", "tools", "demo"),
-            ("build", "release", "kx_Updater", "kx-package", "kx_probe"), ("claim_folder",),
+            ("build", "release", "kx_Updater", "kx-package", "kx-panel",
+             "kx_probe"), ("claim_folder",),
             ("pack", package), ("need", "unzip", "-l", package), ("show",), ("stop_all",),
-            ("tell", {"must_be_recorded": True}), ("ignore_signals",), ("clear",),
+            ("tell", {"must_be_recorded": True}), ("show_signed",), ("ignore_signals",), ("clear",),
             ("tell_files",), ("tell_way_in",)])
         self.assertEqual(self.out, "\n== Building the updater\nbuild/release/kx_Updater\n"
                                    "\n== Packing the package: Hello.kx-update\n")
@@ -93,8 +95,8 @@ class Order(Scene):
         self.assertEqual(self.demonstrate(), 0)
         self.assertEqual(self.done[1], ("setup", "build", "tools", "demo", "display"))
         self.assertEqual(self.names()[6:], [
-            "open_display", "show_on_display", "stop_all", "tell", "ignore_signals", "clear",
-            "tell_way_in"])
+            "open_display", "show_on_display", "stop_all", "tell", "show_signed", "ignore_signals",
+            "clear", "tell_way_in"])
         self.assertIn(("tell", {"must_be_recorded": False}), self.done)
 
     def test_on_a_display_that_cannot_be_opened(self):
@@ -102,8 +104,8 @@ class Order(Scene):
         self.display_opens = False
         self.assertEqual(self.demonstrate(), 0)
         self.assertEqual(self.names()[6:], [
-            "open_display", "show", "stop_all", "tell", "ignore_signals", "clear", "tell_files",
-            "tell_way_in"])
+            "open_display", "show", "stop_all", "tell", "show_signed", "ignore_signals", "clear",
+            "tell_files", "tell_way_in"])
         self.assertIn(("tell", {"must_be_recorded": True}), self.done)
         self.assertIn("\nNo window can be opened on the display :3. Going on without a display.\n",
                       self.out)
@@ -129,7 +131,8 @@ class Order(Scene):
             self.assertEqual(self.names(), ["end_on_signals"])
 
     def test_whatever_fails_the_rest_is_cleared_away(self):
-        for name in ("setup", "build", "claim_folder", "pack", "need", "show", "stop_all", "tell"):
+        for name in ("setup", "build", "claim_folder", "pack", "need", "show", "stop_all", "tell",
+                     "show_signed"):
             for error in (Failed("no"), OSError(28, "no")):
                 self.done, self.fails = [], {name: error}
                 self.assertEqual(self.demonstrate(), 1)

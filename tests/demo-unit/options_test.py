@@ -17,7 +17,8 @@ Nothing of this machine is touched outside the demonstration's folder.
   scripts/demo [OPTION...]
 
 On a display the panel shows itself in a window of its own and you press the buttons. Without one
-the demonstration presses them itself and leaves a picture of every state.
+the demonstration presses them itself and leaves a picture of every state. In the end the package
+is signed, decided on and installed without a window, by kx-panel; a changed one is refused.
 
   --headless     without a display, even when there is one
   --web [PORT]   you press the buttons in a browser of this machine; 6080

@@ -18,7 +18,7 @@ setup_file() {
     "$DEVICE_HOME/run" -- true >/dev/null 2>&1 || return 0
     "$root/scripts/setup" build tools demo display web vnc 3>&-
     (cd "$root/scripts" && /usr/bin/python3 -B -c 'from kxscripts.common import build
-build("release", "kx_Updater", "kx-package", "kx_probe")') 3>&-
+build("release", "kx_Updater", "kx-package", "kx-panel", "kx_probe")') 3>&-
 }
 
 setup() {

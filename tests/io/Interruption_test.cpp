@@ -156,4 +156,16 @@ TEST_P(Signals, AreForgottenByTheNextObject)
     EXPECT_EQ(g_handled, 0);
 }
 
+TEST_P(Signals, AreNotRaisedAgainWhereTheyWereAnswered)
+{
+    const Disposition own(GetParam(), Handle);
+    {
+        const Interruption interruption;
+        ASSERT_EQ(std::raise(GetParam()), 0);
+        Interruption::Answer();
+        EXPECT_FALSE(Interruption::IsAsked());
+    }
+    EXPECT_EQ(g_handled, 0);
+}
+
 } // namespace kx::io

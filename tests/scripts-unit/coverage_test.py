@@ -26,6 +26,7 @@ class Coverage(InProject):
         self.write("tests/device/a.bats", "#!\nload device\n")
         self.write("tests/device/b.bats", "x\nload window\n")
         self.write("tests/device/sandbox.bats", "load device_kit\n# load window\n")
+        self.write("tests/device/panel_x.bats", "load panel\n")
         self.write("tests/device/try.bats", "#\n")
         self.write("tests/device/try_more.bats", "#\n")
         self.write("build/coverage/lib/old.gcda")
@@ -65,10 +66,11 @@ class Coverage(InProject):
         self.assertEqual(self.commands.lines, [
             "cmake --preset coverage", "cmake --build --preset coverage",
             "cmake --preset release",
-            "cmake --build --preset release --target kx-package kx_probe",
+            "cmake --build --preset release --target kx_Updater kx-package kx_probe",
             "ctest --preset coverage",
             f"bats --tap {tests}/a.bats {tests}/b.bats",
             f"bats --tap {tests}/try.bats {tests}/try_more.bats",
+            f"bats --tap {tests}/panel_x.bats",
             *(f"gcov-tool merge -o {counts}.sum {self.build} {counts}/device.{n}{self.build}"
               for n in "12"),
             "gcovr --root . --filter src/ --filter lib/ --filter tools/ --object-directory "
@@ -91,10 +93,11 @@ class Coverage(InProject):
 
         self.assertEqual(self.commands.lost, set())
         out, memory = {"KX_COVERAGE_OUT": str(self.counts)}, {"TMPDIR": f"{self.root}/memory"}
-        self.assertEqual(self.commands.added[4:7], [
+        self.assertEqual(self.commands.added[4:8], [
             out, out | memory | {"KX_UPDATER": f"{self.build}/kx_Updater"},
             out | memory | {"KX_UPDATER": f"{self.root}/build/release/kx_Updater",
-                            "KX_PACKAGE": f"{self.build}/kx-package"}])
+                            "KX_PACKAGE": f"{self.build}/kx-package"},
+            out | memory | {"KX_PANEL": f"{self.build}/kx-panel"}])
 
     def test_nothing_of_an_earlier_measurement_is_left_when_the_tests_begin(self):
         self.measured()
@@ -130,8 +133,9 @@ class Coverage(InProject):
             ("ctest", "ctest", "\n".join(["fine", "x ...***Exception: SegFault", "more"])),
             ("bats --tap " + str(self.root / "tests/device/a.bats"), "bats", "ok 1\nnot ok 2\n# x"),
             ("bats --tap " + str(self.root / "tests/device/try.bats"), "try", "ok 1\nnot ok 2\n#"),
+            ("bats --tap " + str(self.root / "tests/device/panel_x.bats"), "panel", "ok 1\nnot ok 2"),
             ("gcov-tool", "merge", "profile mismatch"))
-        for count, (command, log, printed) in zip((5, 5, 6, 7, 8), rows):
+        for count, (command, log, printed) in zip((5, 5, 6, 7, 8, 9), rows):
             self.measured(statuses={command: 3}, printed={command: printed})
             self.assertEqual(self.status, 1)
             shown = printed.splitlines()[1:] if log != "merge" else [printed]
@@ -152,14 +156,14 @@ class Coverage(InProject):
         self.assertEqual(self.status, 2)
 
     def test_device_tests_that_run_nothing_are_an_error(self):
-        for names in (("a", "b"), ("try", "try_more")):
+        for names in (("a", "b"), ("try", "try_more"), ("panel_x",)):
             kept = {name: self.root / f"tests/device/{name}.bats" for name in names}
             for path in kept.values():
                 path.rename(path.with_suffix(".kept"))
             self.measured()
             self.assertEqual(self.status, 1)
             self.assertEqual(self.err, "scripts/coverage: no bats file in tests/device is about the "
-                                       "updater, or about kx-package try\n")
+                                       "updater, about kx-package try, or about kx-panel\n")
             for path in kept.values():
                 path.with_suffix(".kept").rename(path)
 

@@ -92,7 +92,8 @@ class Work(InProject):
                     *(f"{self.root}/tests/device/{name}" for name in names)]])
                 self.assertEqual(commands.added, [{
                     "KX_BATS_REPORT": str(report),
-                    "KX_UPDATER": f"{self.root}/build/asan/kx_Updater"}])
+                    "KX_UPDATER": f"{self.root}/build/asan/kx_Updater",
+                    "KX_PANEL": f"{self.root}/build/asan/kx-panel"}])
                 counted.assert_called_with("bats", report, status == 0, "words")
 
     def test_trials_are_made_with_the_updater_as_it_is_shipped_and_only_there(self):
@@ -151,6 +152,8 @@ class Schedule(InProject):
             self.assertLessEqual(needs, set(part.needs))
             self.assertEqual(commands.added[0]["KX_UPDATER"],
                              f"{self.root}/build/{updater}/kx_Updater")
+            self.assertEqual(commands.added[0]["KX_PANEL"],
+                             f"{self.root}/build/{updater}/kx-panel")
             self.assertEqual([os.path.basename(word) for word in commands.seen[0][4:]],
                              ["sandbox.bats" if "panel" in name else "install.bats"])
         self.assertLessEqual({"build release", "build asan"},

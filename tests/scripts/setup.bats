@@ -186,7 +186,7 @@ END
     local demo=(fonts-dejavu-core fonts-ipafont-gothic imagemagick openbox passwd python3 uidmap unzip
         util-linux xdotool xvfb zip)
     local tests=(bats busybox-static clang clang-format clang-tidy codespell gcovr groff-base jq keyutils
-        libarchive-tools libclang-rt-14-dev libgmock-dev libgtest-dev man-db opensc openssl p7zip-full
+        libarchive-tools libclang-rt-14-dev libfaketime libgmock-dev libgtest-dev man-db opensc openssl p7zip-full
         procps python3 python3-jsonschema python3-xmlrunner qemu-user shellcheck softhsm2 util-linux zsh)
 
     local machine=(busybox-static cpio dmsetup dosfstools e2fsprogs exfatprogs python3

@@ -29,13 +29,13 @@ expect_same() {
 }
 
 @test "every manual page is of its program's version" {
-    local page pages=(docs/*.1) program version
-    [ ${#pages[@]} -ge 2 ]
+    local page pages=(docs/*.[18]) program version
+    [ ${#pages[@]} -ge 3 ]
     for page in "${pages[@]}"; do
-        program=$(basename "$page" .1)
+        program=$(basename "${page%.[18]}")
         version=$companions
         [ "$program" != kx_Updater ] || version=$updater
-        sed -n 's/^\.TH .* "\([^"]*\)" "User Commands"$/\1/p' "$page" |
+        sed -n 's/^\.TH .* "\([^"]*\)" "[A-Z][A-Za-z ]*"$/\1/p' "$page" |
             expect_same "$program $version"
     done
 }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
-#include "../FakeFileSystems.h"
-#include "../InProcess.h"
+#include "../GivenPanel.h"
+#include "../Lying.h"
 #include "archive/ZipOf.h"
 #include "confined/Unread.h"
 #include "decision/ContentsDecision.h"
@@ -31,99 +31,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-using Steps = std::vector<ProjectBuilder::Object>;
-
-constexpr const char* kDescription = "UserPackage.kx-project";
-constexpr const char* kStateFolder = "/var/lib/kx-panel";
-
-/// The panel of these tests: armhf, and room for everything.
-class GivenPanel
-{
-public:
-    GivenPanel()
-    {
-        m_policy.model.models = {"TP-0700", "TP-1000"};
-        m_policy.model.osVersions = {"2.1.0"};
-        m_policy.model.processor = format::FindProcessor("armhf");
-        m_policy.model.floatAbi = format::FloatAbi::kHard;
-        m_policy.state = kStateFolder;
-    }
-
-    Policy& Says() { return m_policy; }
-    FakeFileSystems& Systems() { return m_systems; }
-    void Had(const std::string& version) { m_highest = version; }
-
-    /// Decides about the contents of a package.
-    /// @param signer  whose signature was found good; empty: none is needed
-    [[nodiscard]] Decision Decides(IConfinement& confinement, const std::string& file,
-                                   const std::string& signer, Place place = Place::kElsewhere) const
-    {
-        const signature::TrustedKeys keys;
-        const Panel panel{m_policy, keys, m_systems, [this](const std::string& name) {
-                              EXPECT_EQ(name, "demo");
-                              return m_highest;
-                          }};
-        Decision decision;
-        decision.facts.name = "demo";
-        decision.facts.signer = signer;
-        const archive::MemoryBytes source(file);
-        DecideContents(panel, confinement, source, -1, place, decision);
-        return decision;
-    }
-
-    [[nodiscard]] Decision Decides(const std::string& file, const std::string& signer = "key",
-                                   Place place = Place::kElsewhere) const
-    {
-        InProcess confinement;
-        return Decides(confinement, file, signer, place);
-    }
-
-private:
-    Policy m_policy;
-    FakeFileSystems m_systems;
-    std::optional<std::string> m_highest;
-};
-
-/// A package with one step that copies a file, and what is added to it.
-std::string PackageOf(const ProjectBuilder::Object& root, const std::vector<ZipPart>& more = {})
-{
-    std::vector<ZipPart> parts = {{kDescription, ProjectBuilder::File(root)},
-                                  {"kx_Updater", "none", 0100755},
-                                  {"0/0/run", "content"}};
-    parts.insert(parts.end(), more.begin(), more.end());
-    return archive::ZipOf(parts);
-}
-
-ProjectBuilder::Object DemoRoot()
-{
-    return ProjectBuilder::Root({ProjectBuilder::CopyFileStep(
-        {ProjectBuilder::CopyItem("C:\\demo\\run", "/opt/demo/run", "755")})});
-}
-
-std::string DemoPackage(const std::vector<ZipPart>& more = {})
-{
-    return PackageOf(DemoRoot(), more);
-}
-
-std::vector<std::string> WordsOf(const Decision& decision)
-{
-    std::vector<std::string> words;
-    for (const Reason& reason : decision.reasons) {
-        words.emplace_back(ReasonWord(reason.id));
-    }
-    return words;
-}
-
-/// The texts of all reasons, one a line.
-std::string TextsOf(const Decision& decision)
-{
-    std::string texts;
-    for (const Reason& reason : decision.reasons) {
-        texts += WhatText(reason, Language::kEnglish) + "\n";
-    }
-    return texts;
-}
-
 std::string WithField(const char* key, const std::string& value)
 {
     ProjectBuilder::Object root = DemoRoot();
@@ -131,57 +38,42 @@ std::string WithField(const char* key, const std::string& value)
     return PackageOf(root);
 }
 
-/// Says what it is told to say, whatever it should do.
-class Liar final : public IConfinement
+using Told = std::pair<std::uint8_t, std::string>;
+
+Told Say(ExamKind kind, const FieldsWriter& fields = {})
 {
-public:
-    explicit Liar(std::vector<std::pair<ExamKind, FieldsWriter>> messages)
-        : m_messages(std::move(messages))
-    {
-    }
-
-    void Run(int /*descriptor*/, const ConfinedWork& /*work*/, const MessageTaker& take) override
-    {
-        for (const auto& [kind, fields] : m_messages) {
-            take({static_cast<std::uint8_t>(kind), fields.Bytes()});
-        }
-    }
-
-private:
-    std::vector<std::pair<ExamKind, FieldsWriter>> m_messages;
-};
-
-using Told = std::pair<ExamKind, FieldsWriter>;
+    return {static_cast<std::uint8_t>(kind), fields.Bytes()};
+}
 
 Told Facts(std::uint64_t entries = 1, std::uint64_t bytes = 1)
 {
     FieldsWriter fields;
     fields.Text("t").Text("1.0").Text("TP-0700").Text("2.1.0").Number(entries).Number(bytes).Number(
         1);
-    return {ExamKind::kFacts, fields};
+    return Say(ExamKind::kFacts, fields);
 }
 
 Told Unpacked()
 {
-    return {ExamKind::kUnpacked, FieldsWriter().Number(1).Number(1)};
+    return Say(ExamKind::kUnpacked, FieldsWriter().Number(1).Number(1));
 }
 
 Told File(const std::string& path, std::uint64_t bytes = 1, const std::string& name = "")
 {
-    return {ExamKind::kFile, FieldsWriter().Text(path).Number(0).Text(name).Number(bytes)};
+    return Say(ExamKind::kFile, FieldsWriter().Text(path).Number(0).Text(name).Number(bytes));
 }
 
 Told Done()
 {
-    return {ExamKind::kDone, FieldsWriter()};
+    return Say(ExamKind::kDone, FieldsWriter());
 }
 
 /// Tells why a decision about these messages ends.
 std::string WhyUnread(std::vector<Told> messages)
 {
-    Liar liar(std::move(messages));
+    Lying liar(std::move(messages));
     try {
-        static_cast<void>(GivenPanel().Decides(liar, "", "key"));
+        static_cast<void>(GivenPanel().Decides(liar, archive::MemoryBytes(""), -1, "key"));
         return {};
     } catch (const Unread& unread) {
         return unread.what();
@@ -342,12 +234,12 @@ TEST(DecideContents, RefusesFaultsOfTheDescriptionAndLooksNoFurther)
     };
     const std::vector<Case> cases = {
         {"description-missing", archive::ZipOf({{"a", "x"}})},
-        {"description-link", archive::ZipOf({{kDescription, "/etc/passwd", 0120777}})},
-        {"description-json", archive::ZipOf({{kDescription, "\xef\xbb\xbf{"}})},
-        {"description-root", archive::ZipOf({{kDescription, "\xef\xbb\xbf[]"}})},
-        {"description-size", archive::ZipOf({{kDescription, ""}})},
+        {"description-link", archive::ZipOf({{kDescriptionEntry, "/etc/passwd", 0120777}})},
+        {"description-json", archive::ZipOf({{kDescriptionEntry, "\xef\xbb\xbf{"}})},
+        {"description-root", archive::ZipOf({{kDescriptionEntry, "\xef\xbb\xbf[]"}})},
+        {"description-size", archive::ZipOf({{kDescriptionEntry, ""}})},
         {"field-missing", PackageOf(wrong)},
-        {"lists-nested", archive::ZipOf({{kDescription, "\xef\xbb\xbf" + lists}})},
+        {"lists-nested", archive::ZipOf({{kDescriptionEntry, "\xef\xbb\xbf" + lists}})},
         {"description-size", WithField("ModelName", std::string(kLongestFact + 1, 'x'))},
     };
     for (const Case& given : cases) {
@@ -408,9 +300,10 @@ TEST(DecideContents, DoesNotJudgeTheUpdaterOfThePackage)
     ElfOf intel = ArmProgram();
     intel.machine = 62;
     intel.is64Bit = true;
-    const std::string package = archive::ZipOf({{kDescription, ProjectBuilder::File(DemoRoot())},
-                                                {"kx_Updater", intel.Bytes(), 0100755},
-                                                {"0/0/run", "x"}});
+    const std::string package =
+        archive::ZipOf({{kDescriptionEntry, ProjectBuilder::File(DemoRoot())},
+                        {"kx_Updater", intel.Bytes(), 0100755},
+                        {"0/0/run", "x"}});
 
     EXPECT_EQ(TextsOf(GivenPanel().Decides(package)), "");
 }
@@ -519,7 +412,7 @@ TEST(DecideContents, GivesUpOnLinksThatMultiplyFiles)
 
 TEST(DecideContents, TrustsNoMessage)
 {
-    const Told fault = {ExamKind::kStructure, FieldsWriter().Number(12).Text("x")};
+    const Told fault = Say(ExamKind::kStructure, FieldsWriter().Number(12).Text("x"));
     const std::string noSense = "what reads the package sent a message that makes no sense";
 
     EXPECT_EQ(WhyUnread({Facts(), Unpacked(), File("/a"), Done()}), "");
@@ -534,13 +427,13 @@ TEST(DecideContents, TrustsNoMessage)
               "what reads the package told twice what the package is");
     EXPECT_EQ(WhyUnread({Unpacked(), Unpacked()}),
               "what reads the package told twice what the package unpacks to");
-    EXPECT_EQ(WhyUnread({{static_cast<ExamKind>(0), {}}}),
+    EXPECT_EQ(WhyUnread({Say(static_cast<ExamKind>(0))}),
               "what reads the package sent a message of no known kind");
-    EXPECT_EQ(WhyUnread({{static_cast<ExamKind>(255), {}}}),
+    EXPECT_EQ(WhyUnread({Say(static_cast<ExamKind>(255))}),
               "what reads the package sent a message of no known kind");
     EXPECT_EQ(WhyUnread(std::vector<Told>(kMostFaults + 1, fault)),
               "what reads the package told too many faults");
-    EXPECT_EQ(WhyUnread({{ExamKind::kMore, FieldsWriter().Number(1)}}),
+    EXPECT_EQ(WhyUnread({Say(ExamKind::kMore, FieldsWriter().Number(1))}),
               "what reads the package told more faults of none");
     EXPECT_EQ(WhyUnread(std::vector<Told>(kMostTargets + 1, File("/a"))),
               "what reads the package told too many files");
@@ -552,18 +445,19 @@ TEST(DecideContents, TrustsNoMessage)
                   "what reads the package told a name that is none");
     }
     const std::vector<Told> senseless = {
-        {ExamKind::kStructure, FieldsWriter().Number(10000).Text("x")},
-        {ExamKind::kStructure, FieldsWriter().Number(1).Text(std::string(kLongestFault + 1, 'x'))},
-        {ExamKind::kDescription, FieldsWriter()},
-        {ExamKind::kFile, FieldsWriter().Text("/" + std::string(kLongestPath, 'x'))},
-        {ExamKind::kFile, FieldsWriter().Text("/a").Number(2).Text("").Number(1)},
-        {ExamKind::kFolder, FieldsWriter().Text("/a").Number(1)},
-        {ExamKind::kProgram, FieldsWriter().Text("p").Number(65536).Number(0).Number(0)},
-        {ExamKind::kProgram, FieldsWriter().Text("p").Number(1).Number(4).Number(0)},
-        {ExamKind::kProgram, FieldsWriter().Text("p").Number(1).Number(0).Number(3)},
-        {ExamKind::kUnpacked, FieldsWriter().Number(1)},
-        {ExamKind::kDone, FieldsWriter().Number(1)},
-        {ExamKind::kFolder, FieldsWriter().Number(UINT64_MAX)},
+        Say(ExamKind::kStructure, FieldsWriter().Number(10000).Text("x")),
+        Say(ExamKind::kStructure,
+            FieldsWriter().Number(1).Text(std::string(kLongestFault + 1, 'x'))),
+        Say(ExamKind::kDescription, FieldsWriter()),
+        Say(ExamKind::kFile, FieldsWriter().Text("/" + std::string(kLongestPath, 'x'))),
+        Say(ExamKind::kFile, FieldsWriter().Text("/a").Number(2).Text("").Number(1)),
+        Say(ExamKind::kFolder, FieldsWriter().Text("/a").Number(1)),
+        Say(ExamKind::kProgram, FieldsWriter().Text("p").Number(65536).Number(0).Number(0)),
+        Say(ExamKind::kProgram, FieldsWriter().Text("p").Number(1).Number(4).Number(0)),
+        Say(ExamKind::kProgram, FieldsWriter().Text("p").Number(1).Number(0).Number(3)),
+        Say(ExamKind::kUnpacked, FieldsWriter().Number(1)),
+        Say(ExamKind::kDone, FieldsWriter().Number(1)),
+        Say(ExamKind::kFolder, FieldsWriter().Number(UINT64_MAX)),
         Facts(20001),
         Facts(1, (std::uint64_t{2} << 30) + 1),
     };
@@ -574,14 +468,14 @@ TEST(DecideContents, TrustsNoMessage)
 
 TEST(DecideContents, DoesNotLetToldAmountsComeAround)
 {
-    Liar liar({Facts(),
-               {ExamKind::kUnpacked, FieldsWriter().Number(UINT64_MAX).Number(UINT64_MAX)},
-               File("/a", UINT64_MAX),
-               File("/b", UINT64_MAX),
-               {ExamKind::kFast, FieldsWriter().Text("/c").Number(UINT64_MAX).Number(UINT64_MAX)},
-               Done()});
+    Lying liar(
+        {Facts(), Say(ExamKind::kUnpacked, FieldsWriter().Number(UINT64_MAX).Number(UINT64_MAX)),
+         File("/a", UINT64_MAX), File("/b", UINT64_MAX),
+         Say(ExamKind::kFast, FieldsWriter().Text("/c").Number(UINT64_MAX).Number(UINT64_MAX)),
+         Done()});
 
-    EXPECT_THAT(WordsOf(GivenPanel().Decides(liar, "", "key")), ElementsAre("room", "inodes"));
+    EXPECT_THAT(WordsOf(GivenPanel().Decides(liar, archive::MemoryBytes(""), -1, "key")),
+                ElementsAre("room", "inodes"));
 }
 
 } // namespace kx::guard

@@ -156,6 +156,28 @@ TEST(History, KeepsToItsSize)
     EXPECT_THAT(diary.Ids(), testing::SizeIs(testing::Gt(1)));
 }
 
+TEST(History, KeepsToItsSizeWhateverPackagesAreRefusedFor)
+{
+    Diary diary;
+    diary.limits.historyBytes = std::uint64_t{16} << 10;
+    Decision decision;
+    for (int i = 0; i < 1000; ++i) {
+        decision.reasons.push_back({ReasonId::kStructure, {"rule", std::string(100000, '"')}});
+    }
+
+    for (int i = 0; i < 3; ++i) {
+        HistoryEntry entry(diary.state.Folder(), diary.limits, std::string(255, '\x01'), 0);
+        entry.NoteDecision(decision);
+        entry.Finish({Outcome::kRefused, 1, Speaker::kPanel, std::string(100000, 'x')});
+        EXPECT_LE(diary.Bytes(), diary.limits.historyBytes);
+    }
+
+    const History history = ReadHistory(diary.state.Folder());
+    ASSERT_FALSE(history.entries.empty());
+    EXPECT_EQ(history.entries[0].id, 3U);
+    EXPECT_FALSE(history.entries[0].reasons.empty());
+}
+
 TEST(History, KeepsTheBeginningAndTheEndOfALongEntry)
 {
     Diary diary;

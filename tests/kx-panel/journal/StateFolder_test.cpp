@@ -10,6 +10,7 @@
 #include <filesystem>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace kx::guard
@@ -107,7 +108,8 @@ TEST(StateFolder, RemovesATreeAndNoneOfWhatItsLinksLeadTo)
 
 TEST(StateFolder, RemovesFoldersThatAreDeeperThanThereAreDescriptors)
 {
-    constexpr int kDepth = 3000;
+    constexpr int kDepth = 200;
+    constexpr rlim_t kFew = 32;
     const TempDir dir;
     const StateFolder folder = FolderAt(dir.Path());
     io::Descriptor at(open(dir.Path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -116,8 +118,16 @@ TEST(StateFolder, RemovesFoldersThatAreDeeperThanThereAreDescriptors)
         at = io::Descriptor(openat(at.Number(), "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     }
 
-    folder.Remove("d");
+    at.Close();
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit few{kFew, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
 
+    const std::string said = Thrown([&folder] { folder.Remove("d"); });
+
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(said, "nothing thrown");
     EXPECT_THAT(dir.Tree(), ElementsAre());
 }
 

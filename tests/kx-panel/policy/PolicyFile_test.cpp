@@ -74,6 +74,7 @@ using ReadPanelKeysOf = PolicyOf;
 std::vector<std::string> LinesOf(const std::vector<io::Error>& errors)
 {
     std::vector<std::string> lines;
+    lines.reserve(errors.size());
     for (const io::Error& error : errors) {
         lines.push_back(error.Line());
     }
@@ -83,6 +84,7 @@ std::vector<std::string> LinesOf(const std::vector<io::Error>& errors)
 std::vector<std::string> NamesOf(const signature::TrustedKeys& trusted)
 {
     std::vector<std::string> names;
+    names.reserve(trusted.keys.size());
     for (const signature::TrustedKey& key : trusted.keys) {
         names.push_back(key.name + (key.isDamaged ? " damaged" : key.isRevoked ? " revoked" : ""));
     }
@@ -233,7 +235,17 @@ TEST_F(ReadPanelKeysOf, APanelAreMissedWhereSignaturesAreRequired)
     m_dir.Write("etc/kx_Updater/keys/a.toml", "revoked = true\n");
     EXPECT_THAT(LinesOf(Keys().problems), ElementsAre(kNoKey));
 
+    m_dir.Write("etc/kx_Updater/keys/a.toml", "");
+    EXPECT_THAT(
+        LinesOf(Keys().problems),
+        ElementsAre(m_dir /
+                        "etc/kx_Updater/keys/a.toml: says nothing; write what limits the key, or "
+                        "remove the file",
+                    kNoKey));
+
     WriteKey("b.pem", signature::P256Key());
+    EXPECT_EQ(Keys().problems.size(), 1U);
+    m_dir.Write("etc/kx_Updater/keys/a.toml", "revoked = true\n");
     EXPECT_THAT(LinesOf(Keys().problems), IsEmpty());
 }
 

@@ -2,11 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "schema/JsonSchemas.h"
 
+#include "cli/JsonDocument.h"
 #include "format/Kinds.h"
 
-#include <algorithm>
-#include <stdexcept>
-#include <string_view>
 #include <utility>
 
 namespace kx::tool
@@ -15,36 +13,10 @@ namespace kx::tool
 namespace
 {
 
-/// A field of an object. Its type is a word of the table in SchemaOfWord, the name of a shape, or
-/// words with '|' between them; "[…]" is a list of such, "{…}" an object with any names, and '?' at
-/// the end allows null.
-struct Field {
-    const char* name; ///< with '?' at the end of one that may be missing
-    const char* type;
-    const char* description;
-};
-
-/// The fields of an object.
-struct Shape {
-    std::string name;
-    std::vector<Field> fields;
-};
-
-/// A document of a command: one of the shapes `roots`, which refer to the others.
-struct Document {
-    std::string name;
-    std::string description;
-    std::vector<std::string> roots;
-    std::vector<Shape> shapes;
-};
-
-using Fields = std::vector<Field>;
-
-Fields operator+(Fields one, const Fields& other)
-{
-    one.insert(one.end(), other.begin(), other.end());
-    return one;
-}
+using cli::Document;
+using cli::Field;
+using cli::Fields;
+using cli::Shape;
 
 // ---- what several documents have ----
 
@@ -182,21 +154,6 @@ Document Diff()
               {{"path", "text", "On the panel."},
                {"kind", "file|folder", "What it is."},
                {"isRecorded", "flag", "It is in the first one's record."}}}}};
-}
-
-Document Errors()
-{
-    const Fields error = {{"code", "exitCode", "The exit status."},
-                          {"place", "text", "A file, with line and column where known; or empty."},
-                          {"message", "text", "What is wrong."},
-                          {"remedy", "text", "What to do about it; or empty."}};
-    return {"error",
-            "Why a command could not do its work, whichever it was.",
-            {"whole"},
-            {{"whole",
-              {{"error", "error", "The one that the exit status is of."},
-               {"errors?", "[error]", "All of them, where there are several."}}},
-             {"error", error}}};
 }
 
 Document Installed()
@@ -527,7 +484,7 @@ std::vector<Document> AllDocuments()
     return {Build(),
             Check(),
             Diff(),
-            Errors(),
+            cli::ErrorDocument(),
             Installed(),
             Key(),
             New(),
@@ -544,161 +501,28 @@ std::vector<Document> AllDocuments()
 
 // ---- the schemas ----
 
-using Object = picojson::object;
-
-picojson::value WordsAsJson(const std::vector<std::string>& words)
-{
-    picojson::array all;
-    for (const std::string& word : words) {
-        all.push_back(picojson::value(word));
-    }
-    return picojson::value(all);
-}
-
-std::vector<std::string> Split(const std::string& words)
-{
-    std::vector<std::string> parts;
-    std::string_view rest = words;
-    while (!rest.empty()) {
-        const std::size_t bar = std::min(rest.find('|'), rest.size());
-        parts.emplace_back(rest.substr(0, bar));
-        rest.remove_prefix(std::min(bar + 1, rest.size()));
-    }
-    return parts;
-}
-
-Object WholeNumber(double least)
-{
-    return {{"type", picojson::value("integer")}, {"minimum", picojson::value(least)}};
-}
-
 template <class Kind>
-Object OneOfKinds(const std::vector<const Kind*>& kinds)
+picojson::object OneOfKinds(const std::vector<const Kind*>& kinds)
 {
     std::vector<std::string> names = format::NamesOf(kinds);
     names.emplace_back("unknown");
-    return {{"enum", WordsAsJson(names)}};
-}
-
-Object SchemaOfWord(const std::string& word)
-{
-    if (word == "text") {
-        return {{"type", picojson::value("string")}};
-    }
-    if (word == "flag") {
-        return {{"type", picojson::value("boolean")}};
-    }
-    if (word == "count") {
-        return WholeNumber(0);
-    }
-    if (word == "number") {
-        return WholeNumber(1);
-    }
-    if (word == "status") {
-        return {{"type", picojson::value("integer")}};
-    }
-    if (word == "exitCode") {
-        return {{"enum", picojson::value(picojson::array{picojson::value(1.0), picojson::value(2.0),
-                                                         picojson::value(3.0)})}};
-    }
-    if (word == "stepKind") {
-        return OneOfKinds(format::StepKinds());
-    }
-    if (word == "settingKind") {
-        return OneOfKinds(format::SettingKinds());
-    }
-    return word.find('|') != std::string::npos
-               ? Object{{"enum", WordsAsJson(Split(word))}}
-               : Object{{"$ref", picojson::value("#/$defs/" + word)}};
-}
-
-Object SchemaOfType(const std::string& type)
-{
-    const std::string inner = type.size() < 2 ? "" : type.substr(1, type.size() - 2);
-    if (type.back() == '?') {
-        const Object null = {{"type", picojson::value("null")}};
-        return {{"anyOf", picojson::value(picojson::array{
-                              picojson::value(SchemaOfType(type.substr(0, type.size() - 1))),
-                              picojson::value(null)})}};
-    }
-    if (type.front() == '[') {
-        return {{"type", picojson::value("array")},
-                {"items", picojson::value(SchemaOfType(inner))}};
-    }
-    if (type.front() == '{') {
-        return {{"type", picojson::value("object")},
-                {"additionalProperties", picojson::value(SchemaOfType(inner))}};
-    }
-    return SchemaOfWord(type);
-}
-
-picojson::value SchemaOfShape(const Shape& shape, bool isRoot)
-{
-    Object properties;
-    std::vector<std::string> required;
-    if (isRoot) {
-        properties["formatVersion"] = picojson::value(
-            Object{{"const", picojson::value(1.0)},
-                   {"description",
-                    picojson::value("Another one when a field goes or means something else.")}});
-        required.emplace_back("formatVersion");
-    }
-    for (const Field& field : shape.fields) {
-        std::string name = field.name;
-        if (name.back() == '?') {
-            name.pop_back();
-        } else {
-            required.push_back(name);
-        }
-        Object schema = SchemaOfType(field.type);
-        schema["description"] = picojson::value(field.description);
-        properties[name] = picojson::value(schema);
-    }
-    return picojson::value(Object{{"type", picojson::value("object")},
-                                  {"additionalProperties", picojson::value(false)},
-                                  {"required", WordsAsJson(required)},
-                                  {"properties", picojson::value(properties)}});
-}
-
-bool IsRoot(const Document& document, const std::string& shape)
-{
-    return std::find(document.roots.begin(), document.roots.end(), shape) != document.roots.end();
+    return cli::OneOfWords(names);
 }
 
 } // namespace
 
 std::vector<std::string> JsonDocumentNames()
 {
-    std::vector<std::string> names;
-    for (const Document& document : AllDocuments()) {
-        names.push_back(document.name);
-    }
-    return names;
+    return cli::NamesOf(AllDocuments());
 }
 
 picojson::value MakeJsonSchema(const std::string& name)
 {
-    for (const Document& document : AllDocuments()) {
-        if (document.name != name) {
-            continue;
-        }
-        Object shapes;
-        for (const Shape& shape : document.shapes) {
-            shapes[shape.name] = SchemaOfShape(shape, IsRoot(document, shape.name));
-        }
-        picojson::array roots;
-        for (const std::string& root : document.roots) {
-            roots.emplace_back(Object{{"$ref", picojson::value("#/$defs/" + root)}});
-        }
-        return picojson::value(
-            Object{{"$schema", picojson::value("https://json-schema.org/draft/2020-12/schema")},
-                   {"$id", picojson::value("urn:kx-updater:json-" + name)},
-                   {"title", picojson::value("JSON of kx-package: " + name)},
-                   {"description", picojson::value(document.description)},
-                   {"anyOf", picojson::value(roots)},
-                   {"$defs", picojson::value(shapes)}});
-    }
-    throw std::logic_error("there is no JSON document of the name " + name);
+    return cli::MakeDocumentSchema(AllDocuments(), name,
+                                   {"kx-package",
+                                    "json-",
+                                    {{"stepKind", OneOfKinds(format::StepKinds())},
+                                     {"settingKind", OneOfKinds(format::SettingKinds())}}});
 }
 
 } // namespace kx::tool

@@ -133,7 +133,12 @@ HistoryEntry::HistoryEntry(const StateFolder& state, const Limits& limits, const
     m_name = NameOf(m_id);
     MakeRoom(m_folder, limits, 2 * m_half, ids);
     m_file = m_folder.Create(m_name);
-    Write(BeginningText(m_id, began, Cut(file)));
+    try {
+        Write(BeginningText(m_id, began, Cut(file)));
+    } catch (const io::Error&) {
+        m_folder.Remove(m_name); // without its first line it is none
+        throw;
+    }
     m_folder.Sync();
     state.Sync();
 }
@@ -153,7 +158,13 @@ void HistoryEntry::NoteDecision(const Decision& decision)
                                  Cut(WhatText(reason, Language::kJapanese)),
                                  Cut(RemedyText(reason, Language::kJapanese))});
     }
-    Write(FactsText(facts));
+    // Many reasons must not push all other entries out; the first ones say enough.
+    std::string text = FactsText(facts);
+    while (text.size() > m_limits.historyBytes / 4 && !facts.reasons.empty()) {
+        facts.reasons.pop_back();
+        text = FactsText(facts);
+    }
+    Write(text);
 }
 
 std::string HistoryEntry::Shown(std::string_view line) const
@@ -187,8 +198,10 @@ void HistoryEntry::NoteLine(std::uint64_t milliseconds, const std::string& shown
     }
 }
 
-void HistoryEntry::Finish(const Ending& ending)
+void HistoryEntry::Finish(const Ending& how)
 {
+    Ending ending = how;
+    ending.message = Cut(how.message);
     std::string rest = m_omitted > 0 ? OmittedText(m_omitted) : "";
     for (const std::string& line : m_end) {
         rest += line;

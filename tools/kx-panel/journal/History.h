@@ -33,7 +33,8 @@ public:
 
     [[nodiscard]] std::uint64_t Id() const { return m_id; }
 
-    /// Notes what the package says about itself, and why it is refused.
+    /// Notes what the package says about itself, and why it is refused: the first reasons, as many
+    /// as an entry has room for.
     /// @throws Error when it cannot be written
     void NoteDecision(const Decision& decision);
 
@@ -50,7 +51,7 @@ public:
 
     /// Notes the end, and brings the entry to the disk.
     /// @throws Error when it cannot be written
-    void Finish(const Ending& ending);
+    void Finish(const Ending& how);
 
 private:
     /// @return 0, or an errno; then nothing of it is in the file

@@ -5,6 +5,7 @@
 #include "decision/Decision.h"
 #include "journal/PastInstallation.h"
 #include "journal/State.h"
+#include "panel/Names.h"
 #include "policy/Policy.h"
 #include "road/Judge.h"
 
@@ -60,9 +61,11 @@ struct Installation {
 /// what is judged, unpacked and installed is that copy. It is unpacked under its signed name, and
 /// the panel's own updater installs it. Everything is noted in the history, refusals too.
 ///
-/// Before the updater runs, io::Interruption ends it cleanly. While the updater runs, it is waited
-/// for: an installation that is cut short is worse than one that ends late. What a kx-panel that
-/// was killed left, or a power cut, is cleared by the next call.
+/// Before the updater runs, a signal that asks the program to end (io::Interruption) ends it
+/// cleanly; whoever wants to tell what became of it has an Interruption of his own around this
+/// call. While the updater runs, it is waited for: an installation that is cut short is worse than
+/// one that ends late. What a kx-panel that was killed left, or a power cut, is cleared by the next
+/// call.
 ///
 /// @param file  path of the package
 /// @return never an exception for what is wrong with the package, the state or a disk: that is a

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "road/Judge.h"
 
-#include "confined/Unread.h"
 #include "decision/Room.h"
+#include "decision/SignatureDecision.h"
 #include "reading/PackageSecrets.h"
 #include "road/Remains.h"
 
@@ -22,9 +22,13 @@ Decision PanelJudge::BeforeCopy(const OpenPackageFile& package)
              {std::to_string(size), std::to_string(m_policy.limits.packageBytes)}});
         return decision;
     }
-    Room room(m_fileSystems);
-    room.AddFile(m_policy.state + "/" + kCopyName, size);
-    decision.reasons = room.Reasons();
+    const Panel panel{m_policy, m_keys, m_fileSystems, {}}; // versions are not asked for yet
+    if (DecideSigner(panel, m_confinement, package.bytes, package.descriptor, package.name,
+                     decision)) {
+        Room room(m_fileSystems);
+        room.AddFile(m_policy.state + "/" + kCopyName, size);
+        decision.reasons = room.Reasons();
+    }
     return decision;
 }
 

@@ -1,0 +1,162 @@
+#!/usr/bin/python3
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+"""Makes hostile packages, signed and unsigned, and compares what kx-panel decided on them with what
+kx-package says of the same files.
+
+  panel_corpus.py make FOLDER TOOL KEY.pem [--archives N] [--descriptions N] [--seed N]
+  panel_corpus.py compare FOLDER DECISIONS
+
+FOLDER gets unsigned/N.kx-update and signed/N.kx-update. Where kx-package refuses to sign one, a block
+is put in as a careless signer would, if the archive has a place for one. DECISIONS has a JSON
+document of kx-panel check a line, for the files in the order of FOLDER/order.
+"""
+import argparse
+import concurrent.futures
+import hashlib
+import json
+import os
+import pathlib
+import shutil
+import struct
+import subprocess
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(ROOT / "tests/kx-package/corpus"))
+sys.dont_write_bytecode = True
+
+# pylint: disable=wrong-import-position
+from packages import Corpus  # noqa: E402
+
+MARK = b"KX-SIGNATURES 1\n"
+
+
+def signed_by_hand(data, name, key):
+    """The bytes with a block of signatures; None when there is no place for one."""
+    end = len(data) - 22
+    if end < 0 or data[end:end + 4] != b"PK\5\6":
+        return None
+    place, = struct.unpack("<I", data[end + 16:end + 20])
+    if place > end:
+        return None
+    statement = (f"kx-update package signature, version 1\nname: {name}\nlength: {len(data)}\n"
+                 f"sha256: {hashlib.sha256(data).hexdigest()}\n").encode()
+    public = subprocess.check_output(["openssl", "pkey", "-in", key, "-pubout", "-outform", "DER"])
+    told = key.parent / "statement"
+    told.write_bytes(statement)
+    signature = subprocess.check_output(
+        ["openssl", "pkeyutl", "-sign", "-rawin", "-inkey", key, "-in", told])
+    body = MARK + struct.pack("<H", len(statement)) + statement + b"\1" + \
+        hashlib.sha256(public).digest() + signature
+    block = body + struct.pack("<I", len(body) + 20) + MARK
+    return data[:place] + block + data[place:end + 16] + \
+        struct.pack("<I", (place + len(block)) & 0xffffffff) + data[end + 20:]
+
+
+def sign(tool, file, target, key):
+    """Signs a package; tells whether kx-package did, or None when nobody can."""
+    shutil.copyfile(file, target)
+    done = subprocess.run([tool, "sign", "--key", key, target], check=False, timeout=60,
+                          stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    if done.returncode == 0:
+        return True
+    data = signed_by_hand(file.read_bytes(), target.name.removesuffix(".kx-update"), key)
+    if data is None:
+        target.unlink()
+        return None
+    target.write_bytes(data)
+    return False
+
+
+def is_clean(tool, file):
+    """Whether kx-package finds nothing wrong with a package, and what it finds."""
+    done = subprocess.run([tool, "check", "--json", file], capture_output=True, timeout=60,
+                          check=False)
+    told = json.loads(done.stdout)
+    return told["clean"], [found["id"] for found in told["findings"] if found["severity"] == "error"]
+
+
+def make(options):
+    """Makes the packages, and notes what is expected of each."""
+    options.folder = pathlib.Path(options.folder).resolve()
+    work = options.folder / "work"
+    work.mkdir(parents=True)
+    corpus = Corpus(str(work), options.seed, options.tool)
+    corpus.add_built()
+    corpus.add_damaged(options.archives)
+    corpus.add_spoiled(options.descriptions)
+    folders = {kind: pathlib.Path(options.folder, kind) for kind in ("unsigned", "signed")}
+    for folder in folders.values():
+        folder.mkdir()
+    rows = []
+
+    def add(number, job):
+        file = pathlib.Path(job["file"])
+        clean, ids = is_clean(options.tool, file)
+        name = f"{number}.kx-update"
+        row = {"how": job["how"], "clean": clean, "ids": ids}
+        signature = sign(options.tool, file, folders["signed"] / name, pathlib.Path(options.key))
+        file.rename(folders["unsigned"] / name)
+        mine = [{**row, "file": f"unsigned/{name}", "expected": clean}]
+        if signature is not None:
+            mine.append({**row, "file": f"signed/{name}", "expected": clean and signature})
+        return mine
+
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        for mine in pool.map(add, range(len(corpus.jobs)), corpus.jobs):
+            rows += mine
+    shutil.rmtree(work)
+    text = json.dumps(rows)
+    pathlib.Path(options.folder, "expected.json").write_text(text, encoding="utf-8")
+    pathlib.Path(options.folder, "order").write_text(
+        "".join(f"{row['file']}\n" for row in rows), encoding="utf-8")
+
+
+def compare(options):
+    """Compares; prints how many of each there were, and what differs."""
+    rows = json.loads(pathlib.Path(options.folder, "expected.json").read_text(encoding="utf-8"))
+    decisions = pathlib.Path(options.decisions).read_text(encoding="utf-8").splitlines()
+    if len(rows) != len(decisions):
+        sys.exit(f"{len(decisions)} decisions on {len(rows)} packages")
+    counts = {}
+    status = 0
+    for row, line in zip(rows, decisions):
+        decision = json.loads(line)
+        ids = [reason["id"] for reason in decision["reasons"]]
+        counts[row["file"].split("/")[0], decision["accepted"]] = counts.get(
+            (row["file"].split("/")[0], decision["accepted"]), 0) + 1
+        if decision["accepted"] != row["expected"] or bool(ids) == decision["accepted"] or \
+                "unread" in ids:
+            print(f"{row['file']} ({row['how']}): kx-package {row['ids']}, kx-panel {ids}")
+            status = 1
+    for kind in ("unsigned", "signed"):
+        for accepted in (True, False):
+            # A table that holds nothing of a kind has shown nothing about it.
+            if counts.get((kind, accepted), 0) < 5:
+                print(f"only {counts.get((kind, accepted), 0)} {kind} packages, "
+                      f"accepted: {accepted}")
+                status = 1
+    return status
+
+
+def main():
+    """Does what the command line asks for."""
+    parser = argparse.ArgumentParser()
+    words = parser.add_subparsers(dest="command", required=True)
+    one = words.add_parser("make")
+    one.add_argument("folder")
+    one.add_argument("tool")
+    one.add_argument("key")
+    one.add_argument("--archives", type=int, default=60)
+    one.add_argument("--descriptions", type=int, default=30)
+    one.add_argument("--seed", type=int, default=1)
+    other = words.add_parser("compare")
+    other.add_argument("folder")
+    other.add_argument("decisions")
+    options = parser.parse_args()
+    os.umask(0o022)
+    return make(options) if options.command == "make" else compare(options)
+
+
+sys.exit(main())
