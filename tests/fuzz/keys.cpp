@@ -83,11 +83,11 @@ void ReadSignatures(std::string_view bytes)
 }
 
 /// Nobody can sign by these keys any more.
-void Verify(std::string_view bytes)
+void Verify(std::string_view signature)
 {
-    const std::string_view text = "kx-update package signature, version 1\n";
+    const std::string_view bytes = "kx-update package signature, version 1\n";
     for (const KeyType type : {KeyType::kEd25519, KeyType::kP256}) {
-        Require(!FixedKey(type).IsGood(bytes, text));
+        Require(!FixedKey(type).IsGood(signature, bytes));
     }
 }
 

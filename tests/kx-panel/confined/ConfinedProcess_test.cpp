@@ -64,7 +64,7 @@ int NextPipe()
 std::string ChildNumber()
 {
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-        const std::string name = entry.path().filename();
+        std::string name = entry.path().filename();
         if (name.find_first_not_of("0123456789") == std::string::npos &&
             io::ReadWholeFile(entry.path() / "status", 100000)
                     .find("PPid:\t" + std::to_string(getpid()) + "\n") != std::string::npos) {
@@ -310,6 +310,7 @@ TEST_F(ConfinedProcessTest, MoreMemoryThanAllowedIsNotGiven)
     }
     EXPECT_EQ(Ended([](IMessages&) {
                   std::vector<std::string> all;
+                  all.reserve(128);
                   for (int i = 0; i < 128; ++i) {
                       all.emplace_back(std::size_t{1} << 20, 'x');
                   }
@@ -464,8 +465,8 @@ INSTANTIATE_TEST_SUITE_P(
         Forbidden{"MoveItsParentsPlace", [](int file) { lseek(file, 0, SEEK_SET); }},
         Forbidden{"MakeAProgram",
                   [](int) {
-                      mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1,
-                           0);
+                      static_cast<void>(mmap(nullptr, 4096, PROT_READ | PROT_EXEC,
+                                             MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
                   }},
         Forbidden{"TurnMemoryIntoAProgram",
                   [](int) {

@@ -86,8 +86,10 @@ void ChangeUser()
     DropCapabilities();
     std::array<uid_t, 3> users{};
     std::array<gid_t, 3> groups{};
-    const bool isKnown = getresuid(&users[0], &users[1], &users[2]) == 0 &&
-                         getresgid(&groups[0], &groups[1], &groups[2]) == 0;
+    auto& [realUser, user, savedUser] = users;
+    auto& [realGroup, group, savedGroup] = groups;
+    const bool isKnown = getresuid(&realUser, &user, &savedUser) == 0 &&
+                         getresgid(&realGroup, &group, &savedGroup) == 0;
     const auto isNobody = [](unsigned id) { return id == kNobody; };
     const bool isBack = setresuid(0, 0, 0) == 0 || seteuid(0) == 0;
     errno = EPERM;
