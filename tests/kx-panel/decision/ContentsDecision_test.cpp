@@ -308,6 +308,32 @@ TEST(DecideContents, DoesNotJudgeTheUpdaterOfThePackage)
     EXPECT_EQ(TextsOf(GivenPanel().Decides(package)), "");
 }
 
+TEST(DecideContents, LooksIntoTheArchivesOfFastFolders)
+{
+    ElfOf intel = ArmProgram();
+    intel.machine = 62;
+    const std::string package = FastPackage("run", intel.Bytes());
+
+    for (const char* const signer : {"key", ""}) {
+        EXPECT_EQ(TextsOf(GivenPanel().Decides(package, signer)),
+                  "'0/0/files.tar:./run' in the package is a program for another processor; "
+                  "this panel is arm.\n");
+    }
+    EXPECT_EQ(TextsOf(GivenPanel().Decides(FastPackage("run", ArmProgram().Bytes()))), "");
+}
+
+TEST(DecideContents, LooksAtTheBeginningOfASignedFastFolderOnly)
+{
+    ElfOf intel = ArmProgram();
+    intel.machine = 62;
+    // NOLINTNEXTLINE(bugprone-string-constructor): as large as meant
+    const std::string large = std::string(2 << 20, 'x');
+    const std::string package = FastPackage("run", intel.Bytes(), large);
+
+    EXPECT_EQ(TextsOf(GivenPanel().Decides(package, "key")), "");
+    EXPECT_EQ(WordsOf(GivenPanel().Decides(package, "")), std::vector<std::string>{"processor"});
+}
+
 TEST(DecideContents, NamesABoundedNumberOfPrograms)
 {
     ElfOf intel = ArmProgram();
