@@ -173,6 +173,7 @@ TEST(DecideContents, RefusesASignedPackageInWhichSomethingThatItReadsIsDamaged)
 TEST(DecideContents, TellsABoundedNumberOfFaults)
 {
     std::vector<ZipPart> bad;
+    bad.reserve(500);
     for (int i = 0; i < 500; ++i) {
         bad.push_back({"/x" + std::to_string(i), "x"});
     }
@@ -223,8 +224,7 @@ TEST(DecideContents, RefusesFaultsOfTheDescriptionAndLooksNoFurther)
 {
     ProjectBuilder::Object wrong = DemoRoot();
     wrong.erase("DB_StepSets");
-    std::string endless = ProjectBuilder::File(DemoRoot());
-    std::string lists = "{\"$type\":\"Zt.Plugins.DB_StepSets, Plexa\",\"$values\":[";
+    std::string lists = R"({"$type":"Zt.Plugins.DB_StepSets, Plexa","$values":[)";
     for (int i = 0; i < 25; ++i) {
         lists += lists.substr(0, lists.find('[') + 1);
     }
@@ -339,6 +339,7 @@ TEST(DecideContents, NamesABoundedNumberOfPrograms)
     ElfOf intel = ArmProgram();
     intel.machine = 62;
     std::vector<ZipPart> programs;
+    programs.reserve(100);
     for (int i = 0; i < 100; ++i) {
         programs.push_back({"0/0/p" + std::to_string(i), intel.Bytes()});
     }
@@ -396,7 +397,7 @@ TEST(DecideContents, AddsUpRoomForEachFileSystem)
     systems.MakeFolder("/var/lib");
     FileSystem& state = systems.Mount(kStateFolder);
     FileSystem& root = systems.At("/");
-    panel.Says().limits.historyBytes = 2 * 4096;
+    panel.Says().limits.historyBytes = 8192;
     const std::string package = DemoPackage({{"1/0/d/big", std::string(3 * 4096 + 1, 'x')}});
     const std::uint64_t copy = package.size() / 4096 + 1;
     // The tree: a folder for it, 0, 0/0, run; 1, 1/0, d, big; the updater, the description.

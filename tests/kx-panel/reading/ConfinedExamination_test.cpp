@@ -34,6 +34,7 @@ std::vector<std::string> PackagesOfAllKinds()
     intel.machine = 62;
     intel.is64Bit = true;
     std::vector<ZipPart> many;
+    many.reserve(3000);
     for (int i = 0; i < 3000; ++i) {
         many.push_back({"1/0/d" + std::to_string(i % 50) + "/" + std::to_string(i), "content"});
     }
