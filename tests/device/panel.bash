@@ -80,10 +80,13 @@ id_of() {
     openssl pkey -pubin -in "secret/$1.pub.pem" -outform DER | sha256sum | cut -d ' ' -f 1
 }
 
-# unsigned NAME <RECIPE: a package with its updater.
+# unsigned NAME <RECIPE: a package with its updater. Equal ones are made once for all tests of a file.
 unsigned() {
-    { cat && printf '\n%s\n' 'put("kx_Updater", "#!/bin/sh\ntouch /root/started\n", 0o755)'; } |
-        package_file "$PACKAGES/$1.kx-update"
+    local recipe made
+    recipe=$(cat && printf '\n%s\n' 'put("kx_Updater", "#!/bin/sh\ntouch /root/started\n", 0o755)')
+    made=$MEMORY/made-$(sha256sum <<<"$recipe" | cut -d ' ' -f 1).kx-update
+    [ -e "$made" ] || package_file "$made" <<<"$recipe"
+    cp "$made" "$PACKAGES/$1.kx-update"
 }
 
 # sign NAME [KEY...]: signs a package.

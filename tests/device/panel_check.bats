@@ -136,28 +136,29 @@ END
     signed system <<<"root(OsVersion='2.1.1')"
     signed all <<'END'
 root(ModelName='TP-1', OsVersion='3')
-copy_file(item("app", "/opt/demo/app", "755", b"\x7fELF\1\1\1" + bytes(9) + b"\2\0\x28\0" + bytes(60)))
-copy_file(item("big", "/dev/shm/big", "644", os.urandom(8) * (1 << 20)))
+copy_file(item("app", "/opt/demo/app", "755", b"\x7fELF\2\1\1" + bytes(9) + b"\3\0\xf3\0" + bytes(44)))
+copy_file(item("big", "/mnt/user/full/big", "644"))
 END
 
-    on_panel --disk 8 'verdict model system all
+    on_panel --full /mnt/user/full 'verdict model system all
         jq -r ".reasons[] | .what.en" /root/told | grep -c .
-        jq -r ".reasons[] | .what.ja, .remedy.en, .remedy.ja" /root/told | grep -vc .'
+        jq -r ".reasons[] | .what.ja, .remedy.en, .remedy.ja" /root/told | grep -c .'
 
     expect_out <<'END'
 model: 1 model
 system: 1 os-version
 all: 1 model os-version processor room
 4
-0
+12
 END
 }
 
 @test "limits of the panel are limits: sizes, entries, description" {
     signed demo <<'END'
 copy_file(item("app", "/opt/demo/app", "755", "program\n" * 1000))
+script("#!/bin/sh\n" + "# \n" * 500)
 END
-    local said=('package-bytes = 1000' 'unpacked-bytes = 5000' 'entries = 2' 'description-bytes = 100')
+    local said=('package-bytes = 1000' 'unpacked-bytes = 5000' 'entries = 2' 'description-bytes = 1024')
     local script='' one
     for one in "${said[@]}"; do
         script+="{ cat /root/panel.toml && printf '[limits]\\n$one\\n'; } >/etc/kx_Updater/panel.toml
@@ -234,6 +235,16 @@ END
         done'
 
     expect_out <<'END'
+/packages/demo.kx-update: would be installed: Test package 1.0.0 (demo), signed by release
+/packages/bad.kx-update: refused
+1. The package is not signed, and this panel installs only signed ones.  [signature-missing]
+   Get the signed package from its maker.
+-- 1
+/packages/demo.kx-update: インストールできます: Test package 1.0.0 (demo)、署名: release
+/packages/bad.kx-update: インストールできません
+1. パッケージに署名がありません。このパネルは署名済みのパッケージだけをインストールします。  [signature-missing]
+   署名済みのパッケージを作成者から入手してください。
+-- 1
 END
 }
 
