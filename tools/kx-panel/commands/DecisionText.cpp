@@ -31,11 +31,6 @@ const DecisionWords& WordsOf(Language language)
     return language == Language::kJapanese ? kJapanese : kEnglish;
 }
 
-picojson::value KnownText(const std::string& text)
-{
-    return text.empty() ? picojson::value() : cli::JsonText(text);
-}
-
 picojson::value KnownNumber(std::uint64_t number)
 {
     return number == 0 ? picojson::value() : cli::JsonNumber(number);
@@ -65,6 +60,11 @@ picojson::value InBoth(std::string (*text)(const Reason&, Language), const Reaso
 }
 
 } // namespace
+
+picojson::value KnownText(const std::string& text)
+{
+    return text.empty() ? picojson::value() : cli::JsonText(text);
+}
 
 std::string PackageText(const PackageFacts& facts, Language language)
 {

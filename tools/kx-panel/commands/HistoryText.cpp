@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands/HistoryText.h"
 
+#include "commands/DecisionText.h"
 #include "io/Text.h"
 
 #include <array>
@@ -57,11 +58,6 @@ void WriteField(const cli::Output& output, const char* name, const std::string& 
     if (!value.empty()) {
         output.out << "  " << name << io::Printable(value) << '\n';
     }
-}
-
-picojson::value KnownText(const std::string& text)
-{
-    return text.empty() ? picojson::value() : cli::JsonText(text);
 }
 
 picojson::value InBoth(const std::string& english, const std::string& japanese)
