@@ -72,6 +72,11 @@ picojson::value JsonText(const std::string& text)
     return picojson::value(told);
 }
 
+picojson::value JsonTextOrNull(const std::string& text)
+{
+    return text.empty() ? picojson::value() : JsonText(text);
+}
+
 picojson::value JsonTexts(const std::vector<std::string>& texts)
 {
     picojson::array list;

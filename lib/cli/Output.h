@@ -45,6 +45,9 @@ void WriteJson(const Output& output, picojson::value document);
 /// Makes a JSON text: bytes that are no UTF-8 become \xHH, everything else stays as it is.
 [[nodiscard]] picojson::value JsonText(const std::string& text);
 
+/// Makes a JSON text, or null of an empty one.
+[[nodiscard]] picojson::value JsonTextOrNull(const std::string& text);
+
 /// Makes a JSON list of texts.
 [[nodiscard]] picojson::value JsonTexts(const std::vector<std::string>& texts);
 

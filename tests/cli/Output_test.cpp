@@ -96,6 +96,8 @@ TEST(JsonText, KeepsEverythingButBytesThatAreNoUtf8)
     EXPECT_EQ(JsonText("ä\n\x1b\\").get<std::string>(), "ä\n\x1b\\");
     EXPECT_EQ(JsonText("a\xff\n\xc3z\xe4").get<std::string>(), "a\\xff\n\\xc3z\\xe4");
     EXPECT_EQ(JsonText("").get<std::string>(), "");
+    EXPECT_EQ(JsonTextOrNull("x").get<std::string>(), "x");
+    EXPECT_TRUE(JsonTextOrNull("").is<picojson::null>());
 }
 
 TEST(WriteJson, TellsItsVersionAndEscapesAllControlCharacters)

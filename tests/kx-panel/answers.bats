@@ -83,8 +83,8 @@ told() {
         cat out err >&2
         return 1
     fi
-    "$KX_PANEL" schema "$1" >schema
-    /usr/bin/python3 "$ROOT/tests/kx-package/json_document.py" schema out
+    "$KX_PANEL" schema "$1" >one.json
+    /usr/bin/python3 "$ROOT/tests/kx-package/json_document.py" one.json out
 }
 
 @test "check tells that a package would be installed, and why not" {
@@ -207,8 +207,8 @@ END
     grep -qx 'at work' out
     grep -q ': installed: Demo 1.2 (demo), signed by factory$' out
     sed '/^second/,$d' out >document
-    "$KX_PANEL" schema error >schema
-    /usr/bin/python3 "$ROOT/tests/kx-package/json_document.py" schema document
+    "$KX_PANEL" schema error >one.json
+    /usr/bin/python3 "$ROOT/tests/kx-package/json_document.py" one.json document
     jq -e '.error.code == 4' document
 }
 

@@ -11,6 +11,7 @@ KX_PACKAGE=${KX_PACKAGE:-$ROOT/build/dev/kx-package}
 KX_UPDATER=${KX_UPDATER:-$ROOT/build/dev/kx_Updater}
 unset NO_COLOR
 export LC_ALL=C.UTF-8
+status=0 # of the program that was started last
 
 # work_here: goes into the test's own folder.
 work_here() {

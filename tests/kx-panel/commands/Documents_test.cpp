@@ -73,7 +73,7 @@ TEST(DocumentSchema, ListsTheFieldsOfAnInstallation)
 
 TEST(DocumentSchema, ListsTheFieldsOfTheStatus)
 {
-    Status status;
+    PanelStatus status;
     status.door.policy = Policy{};
     status.door.keys = signature::Trusting({&signature::EdKey()});
     status.interrupted = Begun{"demo", "1", 1};

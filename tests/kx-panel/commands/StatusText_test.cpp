@@ -14,9 +14,9 @@ namespace kx::guard
 namespace
 {
 
-Status Open()
+PanelStatus Open()
 {
-    Status status;
+    PanelStatus status;
     Policy policy;
     policy.model.models = {"TP-0700", "TP-0900"};
     policy.model.osVersions = {"2.1.0"};
@@ -31,12 +31,12 @@ Status Open()
 }
 
 /// The identifier of a key of the door.
-std::string IdOf(const Status& status, std::size_t index)
+std::string IdOf(const PanelStatus& status, std::size_t index)
 {
     return io::Hex(status.door.keys.keys[index].key.Id());
 }
 
-std::string TextOf(const Status& status)
+std::string TextOf(const PanelStatus& status)
 {
     std::ostringstream out;
     WriteStatus({out, out}, status, Language::kEnglish);
@@ -47,7 +47,7 @@ std::string TextOf(const Status& status)
 
 TEST(WriteStatus, TellsThePanelItsKeysAndWhatItRemembers)
 {
-    Status status = Open();
+    PanelStatus status = Open();
     status.door.keys.keys[1].models = {"TP-0700"};
     status.door.keys.keys[1].packages = {"demo", "other"};
     status.door.keys.keys[1].isRevoked = true;
@@ -79,7 +79,7 @@ TEST(WriteStatus, TellsThePanelItsKeysAndWhatItRemembers)
 
 TEST(WriteStatus, TellsWhatIsWrong)
 {
-    Status status = Open();
+    PanelStatus status = Open();
     status.door.keys.keys.pop_back();
     status.door.keys.keys[0].isDamaged = true;
     status.door.keys.problems = {io::Error(io::ExitCode::kProblems, "keys/a.pem", "is no key")};
@@ -102,7 +102,7 @@ TEST(WriteStatus, TellsWhatIsWrong)
 
 TEST(WriteStatus, TellsWhyTheDoorIsClosed)
 {
-    Status status;
+    PanelStatus status;
     status.door.reasons = {{ReasonId::kPanelFile, {"panel.toml: is missing"}}};
 
     EXPECT_EQ(TextOf(status), "door:         closed, no package is installed\n1. " +
@@ -114,7 +114,7 @@ TEST(WriteStatus, TellsWhyTheDoorIsClosed)
 
 TEST(StatusAsJson, HasEverything)
 {
-    Status status = Open();
+    PanelStatus status = Open();
     status.door.policy->signatures = SignatureRule::kOptional;
     status.door.policy->downgrade = DowngradeRule::kAllow;
     status.door.keys.keys.pop_back();
@@ -138,7 +138,7 @@ TEST(StatusAsJson, HasEverything)
 
 TEST(StatusAsJson, HasNullForAPanelThatIsNotKnown)
 {
-    Status status;
+    PanelStatus status;
     status.door.reasons = {{ReasonId::kKeyFolder, {"keys: is missing"}}};
 
     const picojson::value json(StatusAsJson(status));

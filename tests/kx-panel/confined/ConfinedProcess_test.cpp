@@ -18,6 +18,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <sstream>
@@ -147,6 +148,31 @@ TEST_F(ConfinedProcessTest, DoesOneWorkAfterTheOther)
                   "nothing thrown");
     }
     EXPECT_THAT(Messages(), ElementsAre("1 0", "1 1", "1 2"));
+}
+
+TEST_F(ConfinedProcessTest, KnowsTheLocalTime)
+{
+    const auto hour = [] {
+        const std::time_t moment = 1700000000;
+        tm time{};
+        localtime_r(&moment, &time);
+        const std::time_t again = mktime(&time);
+        return std::to_string(time.tm_hour) + " " + std::to_string(again);
+    };
+    const auto tell = [&hour](IMessages& messages) { messages.Send(1, hour()); };
+    const char* const before = std::getenv("TZ"); // NOLINT(concurrency-mt-unsafe)
+    const std::string kept = before != nullptr ? before : "";
+
+    // NOLINTBEGIN(concurrency-mt-unsafe)
+    unsetenv("TZ");
+    const std::string expected = "1 " + hour();
+    EXPECT_EQ(Ended(tell), "nothing thrown");
+    setenv("TZ", "XYZ-5", 1);
+    EXPECT_EQ(Ended(tell), "nothing thrown");
+    before != nullptr ? setenv("TZ", kept.c_str(), 1) : unsetenv("TZ");
+    // NOLINTEND(concurrency-mt-unsafe)
+
+    EXPECT_THAT(Messages(), ElementsAre(expected, "1 3 1700000000"));
 }
 
 TEST_F(ConfinedProcessTest, BelongsToNobodyAndHasNothing)

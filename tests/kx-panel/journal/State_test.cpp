@@ -153,7 +153,7 @@ TEST(State, NeedsTheFolderAbove)
     EXPECT_EQ(OpeningSays(place),
               "3: " + dir.Path() +
                   "/missing/state: cannot make the folder: No such file or directory; make the "
-                  "folder above it, or name another in panel.toml: state = …");
+                  "folder above it, or name another as 'state'");
 }
 
 TEST(RunTool, TellsHowAToolEnded)

@@ -235,7 +235,17 @@ TEST_F(ReadPanelKeysOf, APanelAreMissedWhereSignaturesAreRequired)
     m_dir.Write("etc/kx_Updater/keys/a.toml", "revoked = true\n");
     EXPECT_THAT(LinesOf(Keys().problems), ElementsAre(kNoKey));
 
+    m_dir.Write("etc/kx_Updater/keys/a.toml", "");
+    EXPECT_THAT(
+        LinesOf(Keys().problems),
+        ElementsAre(m_dir /
+                        "etc/kx_Updater/keys/a.toml: says nothing; write what limits the key, or "
+                        "remove the file",
+                    kNoKey));
+
     WriteKey("b.pem", signature::P256Key());
+    EXPECT_EQ(Keys().problems.size(), 1U);
+    m_dir.Write("etc/kx_Updater/keys/a.toml", "revoked = true\n");
     EXPECT_THAT(LinesOf(Keys().problems), IsEmpty());
 }
 

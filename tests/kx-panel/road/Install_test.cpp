@@ -22,6 +22,7 @@
 #include <memory>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -342,6 +343,35 @@ TEST_F(InstallTest, RefusesWhenItCannotRemember)
     ASSERT_EQ(done.decision.reasons.size(), 1U);
     EXPECT_EQ(done.decision.reasons[0].id, ReasonId::kState);
     EXPECT_THAT(Remembered(), IsEmpty());
+}
+
+TEST_F(InstallTest, InstallsNothingThatItCannotNoteButTellsWhyItWouldRefuse)
+{
+    struct sigaction before {
+    };
+    struct sigaction ignore {
+    };
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGXFSZ, &ignore, &before);
+    rlimit usual{};
+    getrlimit(RLIMIT_FSIZE, &usual);
+    const rlimit none{0, usual.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &none); // as on a disk that is full
+
+    const Installation unnoted = Run();
+    m_judge.early.reasons = {{ReasonId::kRoom, {"/data", "2", "1", "2", "1"}}};
+    const Installation refused = Run();
+
+    setrlimit(RLIMIT_FSIZE, &usual);
+    sigaction(SIGXFSZ, &before, nullptr);
+    EXPECT_EQ(unnoted.ending.outcome, Outcome::kError);
+    EXPECT_EQ(unnoted.ending.status, 3);
+    EXPECT_EQ(unnoted.ending.message, m_dir.Path() +
+                                          "/state/history/0000000001.jsonl: cannot write: File too "
+                                          "large");
+    EXPECT_EQ(refused.ending.outcome, Outcome::kRefused);
+    EXPECT_EQ(Remembered(), kOnlyTheLock);
+    EXPECT_TRUE(std::filesystem::is_empty(m_dir / "state/history"));
 }
 
 TEST_F(InstallTest, IsTheOnlyOne)

@@ -132,6 +132,22 @@ TEST_F(InstallerTest, IsNotWaitedForBeyondItsOwnEnd)
     kill(std::stoi(ReadFile(m_dir / "pid")), SIGKILL);
 }
 
+TEST_F(InstallerTest, CanStillPrintWhenNobodyReadsAnyMore)
+{
+    // An unwritten line is no success, and the signal for it would end the shell.
+    const InstallerEnd end =
+        Run("(while [ ! -e " + (m_dir / "go") + " ]; do sleep 0.05; done; " +
+            "head -c 300000 /dev/zero && echo late && touch " + (m_dir / "printed") + ") &\n");
+    EXPECT_TRUE(end.isSomethingLeft);
+
+    m_dir.Write("go", "");
+
+    for (int i = 0; i < 200 && !std::filesystem::exists(m_dir / "printed"); ++i) {
+        usleep(50000);
+    }
+    EXPECT_TRUE(std::filesystem::exists(m_dir / "printed"));
+}
+
 TEST_F(InstallerTest, IsWaitedForWithItsCommandWhenASignalEndedIt)
 {
     // The command is no child of this process until its own parent is gone.

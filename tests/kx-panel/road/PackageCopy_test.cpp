@@ -63,9 +63,9 @@ TEST(PackageCopy, ReadsEveryByteOnce)
 TEST(PackageCopy, IsRootsAlone)
 {
     const TempDir dir;
-    const DescriptorBytes source = OpenPackageBytes(dir.Write("source", "bytes"));
+    const auto source = OpenPackageBytes(dir.Write("source", "bytes"));
 
-    CopyPackage(source, FolderIn(dir), "package", [] {});
+    CopyPackage(*source, FolderIn(dir), "package", [] {});
 
     EXPECT_THAT(dir.Tree(), testing::ElementsAre("source f 644 bytes", "state d 755",
                                                  "state/package f 600 bytes"));
@@ -75,11 +75,11 @@ TEST(PackageCopy, RefusesASourceThatBecomesShorter)
 {
     const TempDir dir;
     const std::string path = dir.Write("source", std::string(1 << 20, 'x'));
-    const DescriptorBytes source = OpenPackageBytes(path);
+    const auto source = OpenPackageBytes(path);
     const StateFolder folder = FolderIn(dir);
 
     EXPECT_EQ(Thrown([&] {
-                  CopyPackage(source, folder, "package",
+                  CopyPackage(*source, folder, "package",
                               [&path] { std::filesystem::resize_file(path, 300000); });
               }),
               "3: " + path +
@@ -91,9 +91,9 @@ TEST(PackageCopy, TakesNoMoreThanTheSourceHadAtFirst)
 {
     const TempDir dir;
     const std::string path = dir.Write("source", "short");
-    const DescriptorBytes source = OpenPackageBytes(path);
+    const auto source = OpenPackageBytes(path);
 
-    CopyPackage(source, FolderIn(dir), "package",
+    CopyPackage(*source, FolderIn(dir), "package",
                 [&path] { std::ofstream(path, std::ios::app) << "and more"; });
 
     EXPECT_EQ(ReadFile(dir / "state/package"), "short");

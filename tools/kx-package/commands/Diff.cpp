@@ -130,7 +130,7 @@ void TellDifferenceAsJson(const Output& output, const DiffArguments& arguments,
 
 // ---- text ----
 
-void TellDiffHeading(const Output& output, const std::string& heading)
+void TellPartHeading(const Output& output, const std::string& heading)
 {
     output.out << '\n' << Coloured(output, Colour::kBold, heading) << '\n';
 }
@@ -206,7 +206,7 @@ void TellKept(const Output& output, const std::vector<KeptPath>& kept)
     if (kept.empty()) {
         return;
     }
-    TellDiffHeading(output, "A panel with the first one keeps, unless a script removes it");
+    TellPartHeading(output, "A panel with the first one keeps, unless a script removes it");
     for (const KeptPath& each : kept) {
         output.out << "  " << io::Printable(each.path)
                    << (each.isFolder     ? "/"
@@ -222,7 +222,7 @@ void TellAll(const Output& output, const char* heading, const Things& things, Te
     if (things.empty()) {
         return;
     }
-    TellDiffHeading(output, heading);
+    TellPartHeading(output, heading);
     for (const auto& thing : things) {
         tell(output, thing);
     }

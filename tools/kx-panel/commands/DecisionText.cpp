@@ -40,14 +40,14 @@ picojson::value FactsAsJson(const PackageFacts& facts)
 {
     return picojson::value(picojson::object{
         {"entries", KnownNumber(facts.entries)},
-        {"model", KnownText(facts.model)},
-        {"name", KnownText(facts.name)},
-        {"osVersion", KnownText(facts.osVersion)},
+        {"model", cli::JsonTextOrNull(facts.model)},
+        {"name", cli::JsonTextOrNull(facts.name)},
+        {"osVersion", cli::JsonTextOrNull(facts.osVersion)},
         {"signatureBytes", cli::JsonNumber(facts.blockSize)},
-        {"signer", KnownText(facts.signer)},
-        {"title", KnownText(facts.title)},
+        {"signer", cli::JsonTextOrNull(facts.signer)},
+        {"title", cli::JsonTextOrNull(facts.title)},
         {"unpackedBytes", KnownNumber(facts.unpackedBytes)},
-        {"version", KnownText(facts.version)},
+        {"version", cli::JsonTextOrNull(facts.version)},
     });
 }
 

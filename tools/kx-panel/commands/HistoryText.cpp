@@ -146,15 +146,15 @@ picojson::value PastAsJson(const PastInstallation& past, bool withLines)
         {"from", past.ending.has_value() ? cli::JsonText(SpeakerWord(past.ending->from))
                                          : picojson::value()},
         {"id", cli::JsonNumber(past.id)},
-        {"message", KnownText(past.ending.has_value() ? past.ending->message : "")},
-        {"name", KnownText(past.name)},
+        {"message", cli::JsonTextOrNull(past.ending.has_value() ? past.ending->message : "")},
+        {"name", cli::JsonTextOrNull(past.name)},
         {"reasons", ReasonsOf(past)},
         {"result", cli::JsonText(ResultWord(past))},
-        {"signer", KnownText(past.signer)},
+        {"signer", cli::JsonTextOrNull(past.signer)},
         {"status", past.ending.has_value()
                        ? picojson::value(static_cast<double>(past.ending->status))
                        : picojson::value()},
-        {"version", KnownText(past.version)},
+        {"version", cli::JsonTextOrNull(past.version)},
     };
     if (withLines) {
         told["lines"] = LinesOf(past);

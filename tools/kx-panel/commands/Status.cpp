@@ -22,7 +22,7 @@ namespace
 {
 
 /// Does a part of the reading; what it cannot read is a problem and no end of the rest.
-void Attempt(Status& status, const std::function<void()>& part)
+void Attempt(PanelStatus& status, const std::function<void()>& part)
 {
     try {
         part();
@@ -32,7 +32,7 @@ void Attempt(Status& status, const std::function<void()>& part)
 }
 
 /// Reads what a panel remembers; nothing is locked or written.
-void ReadMemory(Status& status, const StateFolder& state)
+void ReadMemory(PanelStatus& status, const StateFolder& state)
 {
     Attempt(status, [&] { status.isAtWork = IsAtWork(state); });
     Attempt(status, [&] {
@@ -51,9 +51,9 @@ void ReadMemory(Status& status, const StateFolder& state)
     });
 }
 
-Status ReadStatus()
+PanelStatus ReadStatus()
 {
-    Status status{OpenDoor(PanelDoorFiles())};
+    PanelStatus status{OpenDoor(PanelDoorFiles())};
     if (!status.door.policy.has_value()) {
         return status;
     }
@@ -69,7 +69,7 @@ Status ReadStatus()
 
 io::ExitCode TellStatus(const Output& output)
 {
-    const Status status = ReadStatus();
+    const PanelStatus status = ReadStatus();
     if (output.isJson) {
         WriteJson(output, picojson::value(StatusAsJson(status)));
     } else {

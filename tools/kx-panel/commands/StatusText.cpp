@@ -73,7 +73,7 @@ void WritePolicy(const cli::Output& output, const Policy& policy)
                << "updater:      " << policy.updater << '\n';
 }
 
-void WriteMemory(const cli::Output& output, const Status& status)
+void WriteMemory(const cli::Output& output, const PanelStatus& status)
 {
     output.out << "at work:      " << (status.isAtWork ? "an installation" : "nothing") << '\n';
     if (status.interrupted.has_value()) {
@@ -145,7 +145,7 @@ picojson::value InterruptedAsJson(const std::optional<Begun>& begun)
 
 } // namespace
 
-void WriteStatus(const cli::Output& output, const Status& status, Language language)
+void WriteStatus(const cli::Output& output, const PanelStatus& status, Language language)
 {
     const bool isOpen = status.door.IsOpen();
     output.out << "door:         "
@@ -162,7 +162,7 @@ void WriteStatus(const cli::Output& output, const Status& status, Language langu
     }
 }
 
-picojson::object StatusAsJson(const Status& status)
+picojson::object StatusAsJson(const PanelStatus& status)
 {
     picojson::object versions;
     for (const auto& [name, version] : status.versions) {

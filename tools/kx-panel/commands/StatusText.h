@@ -18,7 +18,7 @@ namespace kx::guard
 {
 
 /// How a panel stands.
-struct Status {
+struct PanelStatus {
     Door door;
     bool isAtWork = false;              ///< an installation runs
     std::optional<Begun> interrupted{}; ///< one that did not come to its end; nobody is at work
@@ -28,9 +28,9 @@ struct Status {
 };
 
 /// Writes it, as a person reads it.
-void WriteStatus(const cli::Output& output, const Status& status, Language language);
+void WriteStatus(const cli::Output& output, const PanelStatus& status, Language language);
 
 /// Returns it as a JSON object.
-[[nodiscard]] picojson::object StatusAsJson(const Status& status);
+[[nodiscard]] picojson::object StatusAsJson(const PanelStatus& status);
 
 } // namespace kx::guard

@@ -75,6 +75,14 @@ Pipe MakePipe()
     return {io::Descriptor(ends[0]), io::Descriptor(ends[1])};
 }
 
+/// Lets the work tell the local time: times of archives are local. The C library looks at the file
+/// of the time zone again and again, unless TZ names it.
+void KeepTimeZone()
+{
+    static_cast<void>(setenv("TZ", ":/etc/localtime", 0)); // NOLINT(concurrency-mt-unsafe)
+    tzset();
+}
+
 /// What the child does from its first moment to its last.
 [[noreturn]] void BeChild(int descriptor, int messages, const ConfinementLimits& limits,
                           pid_t parent, const ConfinedWork& work)
@@ -82,6 +90,7 @@ Pipe MakePipe()
     FrameWriter writer(messages);
     try {
         CloseAllBut({descriptor, messages});
+        KeepTimeZone();
         GiveUpRights(limits.process, parent);
         AllowOnlyReading(descriptor, messages);
         work(writer);

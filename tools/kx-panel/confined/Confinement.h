@@ -31,9 +31,8 @@ protected:
 };
 
 /// What is done with the bytes of a stranger: it may read places of the file that it was given,
-/// take memory, and send messages. Nothing else is possible in there: not even asking for the local
-/// time, which would open the file of the time zone. An io::Error that it throws is thrown to
-/// whoever wanted the work, as kProblems or kNoAccess.
+/// take memory, tell the local time, and send messages. Nothing else is possible in there. An
+/// io::Error that it throws is thrown to whoever wanted the work, as kProblems or kNoAccess.
 using ConfinedWork = std::function<void(IMessages& messages)>;
 
 /// Takes a message; may throw io::Error, which ends the work and is passed on.

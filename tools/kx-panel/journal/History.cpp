@@ -133,7 +133,12 @@ HistoryEntry::HistoryEntry(const StateFolder& state, const Limits& limits, const
     m_name = NameOf(m_id);
     MakeRoom(m_folder, limits, 2 * m_half, ids);
     m_file = m_folder.Create(m_name);
-    Write(BeginningText(m_id, began, Cut(file)));
+    try {
+        Write(BeginningText(m_id, began, Cut(file)));
+    } catch (const io::Error&) {
+        m_folder.Remove(m_name); // without its first line it is none
+        throw;
+    }
     m_folder.Sync();
     state.Sync();
 }

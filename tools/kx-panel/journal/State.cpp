@@ -117,7 +117,8 @@ StateFolder OpenOrMake(const StatePlace& place)
         if (error != 0) {
             throw io::Error(io::ExitCode::kNoAccess, place.folder,
                             io::AccessError("", "make the folder", error).what(),
-                            "make the folder above it, or name another in panel.toml: state = …");
+                            error == ENOENT ? "make the folder above it, or name another as 'state'"
+                                            : "");
         }
         folder = OpenGuarded(place);
     }

@@ -141,7 +141,7 @@ void GuardedFiles::RefuseUnguarded(const std::string& path, GuardedKind kind) co
 io::Descriptor GuardedFiles::Open(const std::string& path, GuardedKind kind) const
 {
     const io::Descriptor found = Find(path, kind);
-    io::Descriptor opened(open(found.Path().c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    io::Descriptor opened(open(found.Path().c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!opened.IsOpen()) {
         throw io::AccessError(path, "open", errno);
     }

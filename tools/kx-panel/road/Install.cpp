@@ -18,6 +18,7 @@
 
 #include <csignal>
 #include <ctime>
+#include <memory>
 #include <optional>
 
 namespace kx::guard
@@ -108,10 +109,10 @@ public:
             m_entry.emplace(m_state.Folder(), m_policy.limits, io::LastPart(file),
                             std::time(nullptr));
             m_result.historyId = m_entry->Id();
-            m_result.ending = Go(file);
         } catch (const io::Error& error) {
-            m_result.ending = ErrorEnding(error);
+            m_unnoted = ErrorEnding(error);
         }
+        m_result.ending = Go(file);
         Clear();
         Note();
         return std::move(m_result);
@@ -122,9 +123,15 @@ private:
     Ending Go(const std::string& file)
     {
         try {
-            if (!Bring(file)) {
+            if (!LookAt(file)) {
                 return RefusedEnding();
             }
+            if (m_unnoted.has_value()) {
+                return *m_unnoted; // nothing is installed that is not noted
+            }
+            m_observer.OnStep(RoadStep::kCopying);
+            CopyPackage(*m_source, m_state.Folder(), kCopyName, RefuseToGoOn);
+            m_source.reset();
             const StateFolder& state = m_state.Folder();
             const DescriptorBytes copy(state.Open(kCopyName), state.Shown(kCopyName));
             return Judge({copy, copy.Number(), io::LastPart(file)});
@@ -139,19 +146,14 @@ private:
         }
     }
 
-    /// Looks at the file, and copies it.
-    /// @return false when it is refused before
-    bool Bring(const std::string& file)
+    /// Opens the file, and judges what can be told before it is copied.
+    /// @return false when it is refused
+    bool LookAt(const std::string& file)
     {
         m_observer.OnStep(RoadStep::kLooking);
-        const DescriptorBytes source = OpenPackageBytes(file);
-        m_result.decision = m_judge.BeforeCopy({source, source.Number(), io::LastPart(file)});
-        if (!m_result.decision.IsAccepted()) {
-            return false;
-        }
-        m_observer.OnStep(RoadStep::kCopying);
-        CopyPackage(source, m_state.Folder(), kCopyName, RefuseToGoOn);
-        return true;
+        m_source = OpenPackageBytes(file);
+        m_result.decision = m_judge.BeforeCopy({*m_source, m_source->Number(), io::LastPart(file)});
+        return m_result.decision.IsAccepted();
     }
 
     /// Judges the copy, and installs it.
@@ -271,6 +273,8 @@ private:
     IRoadObserver& m_observer;
     const State& m_state;
     std::optional<HistoryEntry> m_entry;
+    std::optional<Ending> m_unnoted; ///< why there is no entry
+    std::unique_ptr<DescriptorBytes> m_source;
     Installation m_result;
     bool m_isBegun = false;
     bool m_wasStarted = false;

@@ -5,6 +5,8 @@
 #include "io/Error.h"
 #include "io/Interruption.h"
 #include "io/Transfer.h"
+#include "road/OutputKeeper.h"
+#include "road/Pipe.h"
 
 #include <algorithm>
 #include <array>
@@ -31,22 +33,6 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 constexpr int kTickMs = 50;
-
-/// Two ends of a pipe, closed when another program is started.
-struct InstallerPipe {
-    InstallerPipe()
-    {
-        std::array<int, 2> ends{};
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-            throw io::AccessError("", "make a pipe", errno);
-        }
-        reading = io::Descriptor(ends[0]);
-        writing = io::Descriptor(ends[1]);
-    }
-
-    io::Descriptor reading;
-    io::Descriptor writing;
-};
 
 /// Words as execve takes them.
 class Words
@@ -169,7 +155,7 @@ public:
     {
         const Words words({terms.program, "-unzipedDir", terms.folder});
         const Words environment(EnvironmentWords());
-        InstallerPipe failure;
+        Pipe failure;
         // What is orphaned becomes a child of this process, so that its end shows.
         prctl(PR_SET_CHILD_SUBREAPER, 1);
         m_process = fork();
@@ -301,7 +287,8 @@ private:
     }
 
     const InstallerTerms& m_terms;
-    InstallerPipe m_output;
+    Pipe m_output;
+    OutputKeeper m_keeper{m_output.reading};
     pid_t m_process = -1;
     Clock::time_point m_start = Clock::now();
     LineSplitter m_lines;

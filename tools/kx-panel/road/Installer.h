@@ -39,7 +39,7 @@ struct InstallerEnd {
 /// Runs the updater on an unpacked package, without a window, and waits for its end, however long
 /// that takes. It has a session of its own, so that keys of a terminal do not reach it; an empty
 /// standard input; the root folder as its own; the umask 22; and an environment of PATH, HOME and
-/// LANG, with what the panel's Qt may need. It outlives this process.
+/// LANG, with what the panel's Qt may need. It outlives this process, and can still print then.
 ///
 /// When a signal ended it, what it has left running is waited for, too, for a while.
 /// @throws Error when it cannot be started

@@ -33,9 +33,9 @@ std::string DescriptorBytes::Read(std::uint64_t offset, std::size_t count) const
     return bytes;
 }
 
-DescriptorBytes OpenPackageBytes(const std::string& path)
+std::unique_ptr<DescriptorBytes> OpenPackageBytes(const std::string& path)
 {
-    return {io::OpenFile(path), path};
+    return std::make_unique<DescriptorBytes>(io::OpenFile(path), path);
 }
 
 void CopyPackage(const archive::ByteSource& source, const StateFolder& folder,

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace kx::guard
@@ -35,7 +36,7 @@ private:
 
 /// Opens the file of a package: a regular one, nothing else even for a moment. Links are followed.
 /// @throws Error when it cannot be opened
-[[nodiscard]] DescriptorBytes OpenPackageBytes(const std::string& path);
+[[nodiscard]] std::unique_ptr<DescriptorBytes> OpenPackageBytes(const std::string& path);
 
 /// Copies a package into a folder, reading it once from its beginning to its end, and brings the
 /// copy to the disk. From then on the copy is the package, whatever becomes of the source.
