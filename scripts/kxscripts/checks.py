@@ -196,7 +196,7 @@ def check_shell():
 def check_odr():
     """Every type has one definition in a program. No compiler sees another one, and as a rule no
     test: only where a program is optimised as a whole all definitions meet."""
-    common.build("lto", "kx_Updater", "kx-package")
+    common.build("lto", "kx_Updater", "kx-package", "kx-panel")
 
 
 def check_reproducible():

@@ -1,9 +1,10 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
-"""Checks that the updater and kx-package are the same bytes wherever and beside whatever they are
-built, hold no path of the machine that built them, and ask for nothing that only the other needs:
-builds each alone, from a copy of the sources in another folder and with the other's libraries
-hidden, and compares them with those of the release build."""
+"""Checks that the updater, kx-package and kx-panel are the same bytes wherever and beside whatever
+they are built, hold no path of the machine that built them, and that the updater and the other two
+ask for nothing that only the other side needs: builds each alone, from a copy of the sources in
+another folder and with the other side's libraries hidden, and compares them with those of the
+release build."""
 import argparse
 import os
 import pathlib
@@ -14,10 +15,11 @@ import tempfile
 
 from kxscripts import common, processes
 
-# program: the preset that builds it alone, and where the other one looks for its libraries
+# program: the preset that builds it alone, and where the other side looks for its libraries
 ALONE = {
     "kx_Updater": ("panel", ("lib/", "tools/")),
     "kx-package": ("tools", ("CMakeLists.txt", "src/", "res/", "device/")),
+    "kx-panel": ("tools", ("CMakeLists.txt", "src/", "res/", "device/")),
 }
 
 

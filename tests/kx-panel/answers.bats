@@ -9,6 +9,11 @@ load panel
 # shellcheck source=tests/device/sandbox_helper.bash
 . "$BATS_TEST_DIRNAME/../device/sandbox_helper.bash"
 
+# What a kx-panel built with sanitizers or for coverage reads from its environment on the device.
+SETTINGS=(--env "ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}"
+    --env "UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}"
+    --env GCOV_PREFIX=/tmp/gcov)
+
 setup_file() {
     compile_device
     ask_for_device
@@ -64,14 +69,18 @@ END
     cp factory.pub.pem keys/factory.pem
 }
 
+# on_panel [OPTION...] -- COMMAND...: runs a command on a panel with the packages.
+on_panel() {
+    device "${SETTINGS[@]}" --put "$KX_PANEL=/usr/sbin/kx-panel" --put panel.toml=/etc/kx_Updater/ \
+        --put keys=/etc/kx_Updater/keys --put updater=/usr/bin/kx_Updater \
+        --put demo.kx-update=/mnt/user/ --put unsigned.kx-update=/mnt/user/ "$@"
+}
+
 # kx ARGUMENT...: starts kx-panel on a panel that is kept from one call to the next; leaves $status,
 # and the files out and err. OPTIONS holds further options of the device.
 kx() {
     status=0
-    device --state state --put "$KX_PANEL=/usr/sbin/kx-panel" --put panel.toml=/etc/kx_Updater/ \
-        --put keys=/etc/kx_Updater/keys --put updater=/usr/bin/kx_Updater \
-        --put demo.kx-update=/mnt/user/ --put unsigned.kx-update=/mnt/user/ "${OPTIONS[@]}" \
-        -- kx-panel "$@" >out 2>err || status=$?
+    on_panel --state state "${OPTIONS[@]}" -- kx-panel "$@" >out 2>err || status=$?
 }
 
 # told DOCUMENT STATUS WORD...: a command ends with the status, and what it writes with --json keeps to
@@ -114,7 +123,7 @@ told() {
 
 @test "an installation is told as it goes on, and remembered" {
     kx install /mnt/user/demo.kx-update
-    expect 0 '== Clearing what an earlier installation left
+    expect 0 '== Looking for what an earlier installation left
 == Looking at the package
 == Copying the package
 == Deciding
@@ -199,9 +208,7 @@ wait
 tail -n 2 /mnt/user/first
 END
     chmod 755 both
-    device --put "$KX_PANEL=/usr/sbin/kx-panel" --put panel.toml=/etc/kx_Updater/ \
-        --put keys=/etc/kx_Updater/keys --put updater=/usr/bin/kx_Updater \
-        --put demo.kx-update=/mnt/user/ --put slow=/mnt/user/ --put both=/usr/bin/ -- both >out
+    on_panel --put slow=/mnt/user/ --put both=/usr/bin/ -- both >out
     cat out
     grep -qx 'second 4' out
     grep -qx 'at work' out
@@ -220,9 +227,7 @@ sleep 1
 kx-panel history
 END
     chmod 755 both
-    device --put "$KX_PANEL=/usr/sbin/kx-panel" --put panel.toml=/etc/kx_Updater/ \
-        --put keys=/etc/kx_Updater/keys --put updater=/usr/bin/kx_Updater \
-        --put demo.kx-update=/mnt/user/ --put both=/usr/bin/ -- both >out
+    on_panel --put both=/usr/bin/ -- both >out
     cat out
     grep -q '^1  .*  demo 1.2  installed$' out
 }

@@ -105,7 +105,7 @@ class Checks(InProject):
 
     def test_one_definition_of_each_type_is_asked_of_both_programs(self):
         checks.check_odr()
-        self.assertEqual(self.builds(), [("lto", "kx_Updater", "kx-package")])
+        self.assertEqual(self.builds(), [("lto", "kx_Updater", "kx-package", "kx-panel")])
 
     def test_reproducible_compares_this_project(self):
         checked = self.patch(reproducible, "check", mock.Mock())

@@ -51,7 +51,8 @@ class Reproducible(InProject):
     def test_each_program_is_built_alone_without_the_libraries_of_the_other(self):
         self.assertEqual(reproducible.ALONE, {
             "kx_Updater": ("panel", ("lib/", "tools/")),
-            "kx-package": ("tools", ("CMakeLists.txt", "src/", "res/", "device/"))})
+            "kx-package": ("tools", ("CMakeLists.txt", "src/", "res/", "device/")),
+            "kx-panel": ("tools", ("CMakeLists.txt", "src/", "res/", "device/"))})
 
     def test_a_build_does_all_its_work_itself_and_keeps_its_words(self):
         commands, log = self.played(printed={"cmake": "words\n"}), self.root / "log"
@@ -116,11 +117,13 @@ class Check(InProject):
         self.assertEqual((self.status, self.out), (0, ""))
         self.assertEqual(self.commands.lines, [
             "cmake --preset release",
-            "cmake --build --preset release --target kx_Updater kx-package",
+            "cmake --build --preset release --target kx_Updater kx-package kx-panel",
             "cmake --preset panel -DKX_UNITY=ON -DCMAKE_DISABLE_FIND_PACKAGE_ZLIB=ON",
             "cmake --build --preset panel --target kx_Updater",
             "cmake --preset tools -DKX_UNITY=ON -DCMAKE_DISABLE_FIND_PACKAGE_Qt5=ON",
-            "cmake --build --preset tools --target kx-package"])
+            "cmake --build --preset tools --target kx-package",
+            "cmake --preset tools -DKX_UNITY=ON -DCMAKE_DISABLE_FIND_PACKAGE_Qt5=ON",
+            "cmake --build --preset tools --target kx-panel"])
         copies = set(self.commands.folders[2:])
         self.assertEqual(len(copies), 1)
         self.assertTrue(str(copies.pop()).endswith("/another/folder/of/sources"))
@@ -154,7 +157,7 @@ class Check(InProject):
         self.assertEqual(self.err.splitlines()[1:], [
             "why", "it is", "check-reproducible: kx_Updater cannot be built alone",
             "check-reproducible: the programs cannot be reproduced"])
-        self.assertEqual(len(self.commands.seen), 6)
+        self.assertEqual(len(self.commands.seen), 8)
 
     def test_a_release_that_cannot_be_built_is_compared_with_nothing(self):
         self.checked(statuses={"cmake --build --preset release": 1})
