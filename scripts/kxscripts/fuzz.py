@@ -14,7 +14,8 @@ from kxscripts.common import ROOT
 DICTIONARY = ("-dict=tests/fuzz/description.dict",)
 TARGETS = {"reader": DICTIONARY, "installer": DICTIONARY, "strings": (), "archive": (),
            "check": DICTIONARY, "manifest": (),
-           "policy": ("-dict=tests/fuzz/policy.dict",), "block": (), "keys": ()}
+           "policy": ("-dict=tests/fuzz/policy.dict",), "block": (), "keys": (),
+           "decision": DICTIONARY}
 SHOWN = 40  # lines of the output of a fuzzer that has failed
 # What one input may take, in bytes, seconds and MiB.
 LIMITS = ("-max_len=8192", "-timeout=20", "-rss_limit_mb=3072", "-malloc_limit_mb=1024")

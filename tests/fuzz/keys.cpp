@@ -42,7 +42,6 @@ void ReadPem(std::string_view text)
         Require(key.Id().size() == kx::signature::kKeyIdSize);
         const PublicKey again = PublicKey::FromPem(key.Pem(), "again");
         Require(again.Id() == key.Id() && again.Type() == key.Type());
-        Require(!key.IsGood(std::string(kx::signature::kSignatureSize, '\1'), "text"));
     } catch (const kx::io::Error& error) {
         Require(error.Code() == kx::io::ExitCode::kProblems && !error.Line().empty());
     }
@@ -51,7 +50,10 @@ void ReadPem(std::string_view text)
 /// A file beside a key that is accepted says something.
 void ReadLimits(std::string_view text)
 {
-    kx::signature::TrustedKey key{"fuzz", PublicKey::FromPem(kEd25519, "ed25519")};
+    static kx::signature::TrustedKey key{"fuzz", PublicKey::FromPem(kEd25519, "ed25519")};
+    key.isRevoked = false;
+    key.models.reset();
+    key.packages.reset();
     try {
         kx::signature::TakeKeyLimits(std::string(text), "fuzz.toml", key);
         Require(!key.isDamaged);

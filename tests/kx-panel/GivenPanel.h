@@ -6,6 +6,7 @@
 #include "InProcess.h"
 #include "archive/ZipOf.h"
 #include "decision/ContentsDecision.h"
+#include "format/FastFolder.h"
 #include "support/ProjectBuilder.h"
 
 #include <gtest/gtest.h>
@@ -107,6 +108,47 @@ inline std::string TextsOf(const Decision& decision)
         texts += WhatText(reason, Language::kEnglish) + "\n";
     }
     return texts;
+}
+
+/// Returns a file as it stands in an archive for `tar`.
+inline std::string TarFileOf(const std::string& name, const std::string& content)
+{
+    std::string size = "00000000000";
+    std::size_t rest = content.size();
+    for (std::size_t i = size.size(); i > 0; rest /= 8) {
+        size[--i] = static_cast<char>('0' + rest % 8);
+    }
+    std::string header(512, '\0');
+    header.replace(0, name.size(), name);
+    header.replace(124, size.size(), size);
+    header[156] = '0';
+    header.replace(257, 5, "ustar");
+    return header + content + std::string((512 - content.size() % 512) % 512, '\0');
+}
+
+/// A package with a fast folder in which there is a program.
+/// @param first  content of a file that comes before it
+inline std::string FastPackage(const std::string& name, const std::string& program,
+                               const std::string& first = "")
+{
+    const std::string tar =
+        TarFileOf("./0", first) + TarFileOf("./" + name, program) + std::string(1024, '\0');
+    format::FastFolder folder;
+    folder.target = "/opt/fast";
+    folder.archive = "/opt/fast.tar";
+    folder.size = tar.size();
+    folder.fileCount = 2;
+    folder.kib = format::KibOf(first.size()) + format::KibOf(program.size());
+    folder.modes = 0755;
+    folder.files = {"0", name};
+    ProjectBuilder::Object script = ProjectBuilder::ScriptStep(format::FastInstallScript(folder));
+    ProjectBuilder::Child(script, "UninstallScriptFunctionData")["ScriptData"] =
+        ProjectBuilder::Text(format::FastUninstallScript(folder));
+    const auto item = ProjectBuilder::CopyItem("/home/me/fast/files.tar", folder.archive, "600");
+    return archive::ZipOf(
+        {{kDescriptionEntry, ProjectBuilder::File(ProjectBuilder::Root(
+                                 {ProjectBuilder::CopyFileStep({item}, true, false), script}))},
+         {"0/0/files.tar", tar}});
 }
 
 } // namespace kx::guard

@@ -123,7 +123,7 @@ told() {
 
 @test "an installation is told as it goes on, and remembered" {
     kx install /mnt/user/demo.kx-update
-    expect 0 '== Clearing what an earlier installation left
+    expect 0 '== Looking for what an earlier installation left
 == Looking at the package
 == Copying the package
 == Deciding

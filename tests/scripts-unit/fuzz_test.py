@@ -81,7 +81,7 @@ class Fuzz(InProject):
     def test_every_target_has_its_inputs_and_what_it_reads_is_there(self):
         folders = [path.name for path in (PROJECT / "tests/fuzz/corpus").iterdir()]
         self.assertEqual(sorted(fuzz.TARGETS), sorted(folders))
-        for target in ("reader", "installer", "check", "policy"):
+        for target in ("reader", "installer", "check", "policy", "decision"):
             self.assertEqual(len(fuzz.TARGETS[target]), 1, target)
         for options in fuzz.TARGETS.values():
             for option in options:

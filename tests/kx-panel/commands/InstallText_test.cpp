@@ -105,7 +105,7 @@ TEST(RoadText, TellsStepsAndLinesAsTheyCome)
     road.OnLine("**** Installation step 1/2\x1b");
     road.OnRemark("the updater goes on");
 
-    EXPECT_EQ(out.str(), "== Clearing what an earlier installation left\n"
+    EXPECT_EQ(out.str(), "== Looking for what an earlier installation left\n"
                          "== Looking at the package\n"
                          "== Copying the package\n"
                          "== Deciding\n"

@@ -9,6 +9,7 @@
 #include "kx-panel/FakeFileSystems.h"
 #include "kx-panel/InProcess.h"
 #include "reading/ConfinementOf.h"
+#include "reading/Contents.h"
 #include "signature/SignedOf.h"
 #include "support/ElfOf.h"
 #include "support/ProjectBuilder.h"
@@ -18,6 +19,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kx::guard
@@ -100,6 +102,30 @@ std::string DemoPackage(const std::string& content, const std::vector<ZipPart>& 
     return archive::ZipOf(parts);
 }
 
+/// Writes down what it is told.
+class Listing final : public IContentsTaker
+{
+public:
+    void TakeFolder(const UnpackedEntry& folder) override { Tell("folder", folder); }
+    void TakeFile(const UnpackedEntry& file) override { Tell("file", file); }
+    void TakeBytes(std::string_view bytes) override { m_told += bytes; }
+    void TakeLink(const std::string& name, const std::string& target) override
+    {
+        m_told += "link " + name + " " + target + "\n";
+    }
+
+    [[nodiscard]] const std::string& Told() const { return m_told; }
+
+private:
+    void Tell(const char* kind, const UnpackedEntry& entry)
+    {
+        m_told += std::string(kind) + " " + entry.name + " " + std::to_string(entry.mode) + " " +
+                  std::to_string(entry.moment.value_or(0)) + "\n";
+    }
+
+    std::string m_told;
+};
+
 /// The word of the first reason; "" without one.
 std::string FirstWord(const std::string& bytes, SignatureRule rule = SignatureRule::kRequired)
 {
@@ -150,6 +176,23 @@ TEST(ConfinedDecision, ContentsAreJudgedLikeAnywhereElse)
         FirstWord(DemoPackage("content", {{"../../etc/passwd", "x"}}), SignatureRule::kOptional),
         "structure");
     EXPECT_EQ(FirstWord(SignedBytes(program, {&EdKey()})), "");
+}
+
+TEST(ConfinedDecision, ContentsAreUnpackedLikeAnywhereElse)
+{
+    const TempDir folder;
+    const std::string large(std::size_t{3} << 20, 'x');
+    const archive::FileBytes source(folder.Write(kFileName, DemoPackage(large, {{"0/0/b", "b"}})));
+    ConfinedProcess confined = OpenPanel(SignatureRule::kOptional).Confinement();
+    InProcess open;
+    Listing told;
+    Listing expected;
+
+    StreamContents(confined, source, source.File().Number(), {}, told);
+    StreamContents(open, source, source.File().Number(), {}, expected);
+
+    EXPECT_GT(told.Told().size(), large.size());
+    EXPECT_TRUE(told.Told() == expected.Told());
 }
 
 } // namespace kx::guard

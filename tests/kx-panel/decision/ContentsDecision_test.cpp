@@ -173,6 +173,7 @@ TEST(DecideContents, RefusesASignedPackageInWhichSomethingThatItReadsIsDamaged)
 TEST(DecideContents, TellsABoundedNumberOfFaults)
 {
     std::vector<ZipPart> bad;
+    bad.reserve(500);
     for (int i = 0; i < 500; ++i) {
         bad.push_back({"/x" + std::to_string(i), "x"});
     }
@@ -223,8 +224,7 @@ TEST(DecideContents, RefusesFaultsOfTheDescriptionAndLooksNoFurther)
 {
     ProjectBuilder::Object wrong = DemoRoot();
     wrong.erase("DB_StepSets");
-    std::string endless = ProjectBuilder::File(DemoRoot());
-    std::string lists = "{\"$type\":\"Zt.Plugins.DB_StepSets, Plexa\",\"$values\":[";
+    std::string lists = R"({"$type":"Zt.Plugins.DB_StepSets, Plexa","$values":[)";
     for (int i = 0; i < 25; ++i) {
         lists += lists.substr(0, lists.find('[') + 1);
     }
@@ -308,11 +308,38 @@ TEST(DecideContents, DoesNotJudgeTheUpdaterOfThePackage)
     EXPECT_EQ(TextsOf(GivenPanel().Decides(package)), "");
 }
 
+TEST(DecideContents, LooksIntoTheArchivesOfFastFolders)
+{
+    ElfOf intel = ArmProgram();
+    intel.machine = 62;
+    const std::string package = FastPackage("run", intel.Bytes());
+
+    for (const char* const signer : {"key", ""}) {
+        EXPECT_EQ(TextsOf(GivenPanel().Decides(package, signer)),
+                  "'0/0/files.tar:./run' in the package is a program for another processor; "
+                  "this panel is arm.\n");
+    }
+    EXPECT_EQ(TextsOf(GivenPanel().Decides(FastPackage("run", ArmProgram().Bytes()))), "");
+}
+
+TEST(DecideContents, LooksAtTheBeginningOfASignedFastFolderOnly)
+{
+    ElfOf intel = ArmProgram();
+    intel.machine = 62;
+    // NOLINTNEXTLINE(bugprone-string-constructor): as large as meant
+    const std::string large = std::string(2 << 20, 'x');
+    const std::string package = FastPackage("run", intel.Bytes(), large);
+
+    EXPECT_EQ(TextsOf(GivenPanel().Decides(package, "key")), "");
+    EXPECT_EQ(WordsOf(GivenPanel().Decides(package, "")), std::vector<std::string>{"processor"});
+}
+
 TEST(DecideContents, NamesABoundedNumberOfPrograms)
 {
     ElfOf intel = ArmProgram();
     intel.machine = 62;
     std::vector<ZipPart> programs;
+    programs.reserve(100);
     for (int i = 0; i < 100; ++i) {
         programs.push_back({"0/0/p" + std::to_string(i), intel.Bytes()});
     }
@@ -370,7 +397,7 @@ TEST(DecideContents, AddsUpRoomForEachFileSystem)
     systems.MakeFolder("/var/lib");
     FileSystem& state = systems.Mount(kStateFolder);
     FileSystem& root = systems.At("/");
-    panel.Says().limits.historyBytes = 2 * 4096;
+    panel.Says().limits.historyBytes = 8192;
     const std::string package = DemoPackage({{"1/0/d/big", std::string(3 * 4096 + 1, 'x')}});
     const std::uint64_t copy = package.size() / 4096 + 1;
     // The tree: a folder for it, 0, 0/0, run; 1, 1/0, d, big; the updater, the description.

@@ -106,7 +106,7 @@ TEST(Room, TakesWhatIsOverwrittenForFree)
     FakeFileSystems systems;
     systems.MakeFile("/a", 2);
 
-    EXPECT_EQ(NeededAt(systems, "/", [](Room& room) { room.AddFile("/a", 5 * 4096); }),
+    EXPECT_EQ(NeededAt(systems, "/", [](Room& room) { room.AddFile("/a", 20480); }),
               (Needed{3, 0}));
     EXPECT_EQ(NeededAt(systems, "/", [](Room& room) { room.AddFile("/a", 4096); }), (Needed{0, 0}));
 }

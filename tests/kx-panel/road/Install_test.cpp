@@ -24,6 +24,7 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace kx::guard
@@ -508,16 +509,43 @@ TEST_F(AfterACut, NothingIsClearedWhileTheInstallerStillRuns)
     EXPECT_EQ(m_dir.Tree(), before);
 }
 
-TEST_F(AfterACut, WhatAKilledUpdaterLeftRunningIsNotCleared)
+TEST_F(AfterACut, AKilledUpdaterLeavesNothingThatCouldStillRun)
 {
-    Updater("echo $$ > " + (m_dir / "pid") + "\nkill -9 $$\n");
+    Updater("kill -9 $$\n");
 
     const Installation done = Run();
 
     EXPECT_EQ(done.ending.outcome, Outcome::kFailed);
     EXPECT_EQ(done.ending.status, 137);
+    EXPECT_EQ(done.ending.from, Speaker::kUpdater);
     EXPECT_EQ(done.ending.message, "the updater was ended by signal 9");
-    EXPECT_EQ(Remembered(), kOnlyTheLock) << "nothing runs any more";
+    EXPECT_EQ(Remembered(), kOnlyTheLock);
+}
+
+TEST_F(AfterACut, WhatAKilledUpdaterLeftRunningIsClearedWhenItHasEnded)
+{
+    const std::string pid = m_dir / "pid";
+    Updater("sleep 60 &\necho $! > " + pid + "\nkill -9 $$\n");
+    m_places.patience = std::chrono::milliseconds(100);
+
+    const Installation done = Run();
+
+    EXPECT_EQ(done.ending.message, "the updater was ended by signal 9; programs that it started "
+                                   "still run; what was unpacked is removed when they have ended");
+    EXPECT_THAT(Remembered(), testing::Contains("work/Hello.temp/top f 644 t"));
+    EXPECT_TRUE(std::filesystem::exists(m_dir / "Zt"));
+    EXPECT_THROW(static_cast<void>(Run()), Busy);
+    const int process = std::stoi(ReadFile(pid));
+    kill(process, SIGKILL);
+    while (kill(process, 0) == 0) {
+        usleep(10000);
+        waitpid(process, nullptr, WNOHANG);
+    }
+    Updater("exit 0\n");
+    EXPECT_EQ(Run().ending.outcome, Outcome::kInstalled);
+    EXPECT_EQ(Remembered(), kOneVersion);
+    EXPECT_FALSE(std::filesystem::exists(m_dir / "Zt"));
+    EXPECT_EQ(Past(done.historyId).ending->outcome, Outcome::kFailed) << "not changed later";
 }
 
 } // namespace kx::guard

@@ -118,27 +118,45 @@ void MakeTree(const TempDir& dir)
 
 } // namespace
 
-class UnpackingOfZip : public testing::TestWithParam<std::vector<std::string>>
+/// One way to pack the tree that is the current folder into the archive "$1".
+struct Packer {
+    const char* name;
+    const char* command;
+};
+
+class UnpackingOf : public testing::TestWithParam<Packer>
 {
 };
 
-TEST_P(UnpackingOfZip, MakesWhatTheDevicesToolMakes)
+TEST_P(UnpackingOf, MakesWhatTheDevicesToolMakes)
 {
     const TempDir dir;
     MakeTree(dir);
-    std::vector<std::string> words = {"env", "-C", dir / "tree", "zip", "-q"};
-    words.insert(words.end(), GetParam().begin(), GetParam().end());
-    words.insert(words.end(), {dir / "package.zip", "."});
-    ASSERT_EQ(RunProgram(words), 0);
+    const std::string archive = dir / "package.zip";
+    ASSERT_EQ(
+        RunProgram({"env", "-C", dir / "tree", "sh", "-c", GetParam().command, "sh", archive}), 0);
 
-    ExpectTheSame(dir, dir / "package.zip");
+    ExpectTheSame(dir, archive);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    All, UnpackingOfZip,
-    testing::Values(std::vector<std::string>{"-ry"}, std::vector<std::string>{"-ryX"},
-                    std::vector<std::string>{"-ryD"}, std::vector<std::string>{"-ry0"},
-                    std::vector<std::string>{"-ryZ", "bzip2"}, std::vector<std::string>{"-ryfz"}));
+const std::vector<Packer> kPackers = {
+    {"zip", "zip -qry $1 ."},
+    {"withoutTimes", "zip -qryX $1 ."},
+    {"withoutFolders", "zip -qryD $1 ."},
+    {"linksFollowed", "rm loose; zip -qr $1 ."},
+    {"stored", "zip -qry0 $1 ."},
+    {"bzip2", "zip -qry -Z bzip2 $1 ."},
+    {"zip64", "zip -qry -fz $1 ."},
+    {"stream", "zip -qry - . > $1"},
+    {"sevenZip", "7z a -tzip -bd -bso0 -snl $1 . </dev/null"},
+    {"deflate64", "7z a -tzip -bd -bso0 -snl -mm=Deflate64 $1 . </dev/null"},
+    {"bsdtar", "bsdtar -c -f $1 --format zip *"},
+    {"bsdtarStored", "bsdtar -c -f $1 --format zip --options zip:compression=store *"},
+    {"python", "rm loose absolute; python3 -m zipfile -c $1 *"},
+};
+
+INSTANTIATE_TEST_SUITE_P(All, UnpackingOf, testing::ValuesIn(kPackers),
+                         [](const auto& packer) { return std::string(packer.param.name); });
 
 TEST(Unpacking, MakesWhatTheDevicesToolMakesOfOddEntries)
 {

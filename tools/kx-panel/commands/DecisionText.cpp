@@ -61,6 +61,11 @@ picojson::value InBoth(std::string (*text)(const Reason&, Language), const Reaso
 
 } // namespace
 
+picojson::value KnownText(const std::string& text)
+{
+    return text.empty() ? picojson::value() : cli::JsonText(text);
+}
+
 std::string PackageText(const PackageFacts& facts, Language language)
 {
     const DecisionWords& words = WordsOf(language);

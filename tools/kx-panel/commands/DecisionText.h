@@ -35,6 +35,9 @@ void WriteProblems(const cli::Output& output, const std::vector<io::Error>& prob
 /// Writes the decision, as a person reads it.
 void WriteDecision(const cli::Output& output, const Judged& judged, Language language);
 
+/// Returns a text as JSON; null when it is empty, which says that it is not known.
+[[nodiscard]] picojson::value KnownText(const std::string& text);
+
 /// Returns the reasons as a JSON list, in both languages.
 [[nodiscard]] picojson::value ReasonsAsJson(const std::vector<Reason>& reasons);
 

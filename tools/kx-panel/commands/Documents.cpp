@@ -61,7 +61,7 @@ const Fields kPast = {
     {"message", "text?", "What else there is to say; null when nothing."},
 };
 
-Document Check()
+Document CheckDocument()
 {
     return {"check",
             "Whether this panel would install a package.",
@@ -69,7 +69,7 @@ Document Check()
             {{"check", kDecision}, kReason, kBothLanguages, kFacts}};
 }
 
-Document Install()
+Document InstallDocument()
 {
     return {
         "install",
@@ -87,7 +87,7 @@ Document Install()
          kFacts}};
 }
 
-Document Status()
+Document StatusDocument()
 {
     return {"status",
             "How the panel stands.",
@@ -128,7 +128,7 @@ Document Status()
              kBothLanguages}};
 }
 
-Document History()
+Document HistoryDocument()
 {
     return {
         "history",
@@ -151,7 +151,8 @@ Document History()
 
 std::vector<Document> AllDocuments()
 {
-    return {Check(), cli::ErrorDocument(), History(), Install(), Status()};
+    return {CheckDocument(), cli::ErrorDocument(), HistoryDocument(), InstallDocument(),
+            StatusDocument()};
 }
 
 /// The words of an enumeration that ends with kEnd.

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands/HistoryText.h"
 
+#include "commands/DecisionText.h"
 #include "io/Text.h"
 
 #include <array>

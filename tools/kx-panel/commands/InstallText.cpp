@@ -18,7 +18,7 @@ const char* TextOf(RoadStep step)
 {
     switch (step) {
     case RoadStep::kClearing:
-        return "Clearing what an earlier installation left";
+        return "Looking for what an earlier installation left";
     case RoadStep::kLooking:
         return "Looking at the package";
     case RoadStep::kCopying:

@@ -190,8 +190,6 @@ void ConfinedProcess::Run(int descriptor, const ConfinedWork& work, const Messag
     }
     Pipe pipe = MakePipe();
     const pid_t parent = getpid();
-    // Moments are counted in there; the zone's file can only be opened out here.
-    tzset();
     const pid_t number = fork();
     if (number < 0) {
         throw io::AccessError("", "start what reads packages", errno);

@@ -21,7 +21,7 @@ enum class ReasonId {
     kSignatureDamaged,   ///< the block of signatures is not as it must be: {what is wrong}
     kSignatureBad,       ///< a signature is not good: {its key}
     kSignatureUntrusted, ///< no signature is by a key that counts here: {what the keys are}
-    kSignatureChanged,   ///< the file is not the one that was signed: {what is wrong}
+    kSignatureChanged,   ///< the file is not the one that was signed
     kName,               ///< its name is none that a package can have: {the name}
     kStructure,          ///< the archive is not as it must be: {rule, what is wrong}
     kDescription,        ///< the description is not as it must be: {rule, what is wrong}

@@ -78,7 +78,7 @@ public:
         }
         const signature::CoveredBytes bytes(m_source, *m_end, m_proposal->blockSize, "");
         return bytes.Digest() == m_proposal->block.statement.digest ||
-               Refuse(signature::ChangedFile(""));
+               Refuse(ReasonId::kSignatureChanged);
     }
 
 private:
@@ -95,9 +95,9 @@ private:
 
     bool Refuse(const Refusal& refusal)
     {
-        return Refuse(refusal.Why() == signature::Reason::kChanged ? ReasonId::kSignatureChanged
-                                                                   : ReasonId::kSignatureDamaged,
-                      {refusal.what()});
+        return refusal.Why() == signature::Reason::kChanged
+                   ? Refuse(ReasonId::kSignatureChanged)
+                   : Refuse(ReasonId::kSignatureDamaged, {refusal.what()});
     }
 
     /// Looks itself whether the block is there that the confinement told of, without taking

@@ -13,6 +13,7 @@
 #include "reading/Amounts.h"
 #include "reading/Fields.h"
 #include "reading/StepTargets.h"
+#include "reading/TarHeads.h"
 #include "signature/Refusal.h"
 #include "signature/SignedFile.h"
 
@@ -36,6 +37,9 @@ using checks::Severity;
 
 /// What the package is called where nobody reads it.
 constexpr const char* kShownName = "package";
+
+/// How many bytes at the beginning of a file are looked at.
+constexpr std::uint64_t kHeadOfProgram = 4096;
 
 /// What parts of the structure may take of the memory of the process.
 constexpr std::uint64_t kStructureShare = 4;
@@ -203,8 +207,11 @@ private:
         TellUnpacked(package);
         for (const PackageEntry& entry : package.Entries()) {
             if (entry.kind == PackageEntry::Kind::kFile && entry.name != archive::kUpdaterName) {
-                TellProgram(package, entry);
+                TellProgram(entry.name, package.Read(entry.name, kHeadOfProgram));
             }
+        }
+        for (const format::FastSteps& fast : summary.fastFolders) {
+            TellProgramsOf(package, fast);
         }
         if (!TellTargets(package, summary, m_messages)) {
             Findings endless;
@@ -240,11 +247,9 @@ private:
 
     /// Tells of a program or library what processor it is for, by its first bytes: these hold all
     /// that says so but the attributes of an arm program, which stand at its end.
-    void TellProgram(const archive::Package& package, const PackageEntry& entry)
+    void TellProgram(const std::string& name, std::string head)
     {
-        constexpr std::uint64_t kHead = 4096;
-        const std::optional<format::Program> program =
-            format::ReadProgram(package.Read(entry.name, kHead));
+        const std::optional<format::Program> program = format::ReadProgram(std::move(head));
         if (!program.has_value() || program->kind == format::Program::Kind::kOther) {
             return; // data to the panel: firmware, a piece of a program
         }
@@ -252,11 +257,33 @@ private:
             !program->loader.empty() || program->kind == format::Program::Kind::kLibrary;
         const format::FloatAbi abi = isLoaded ? program->floatAbi : format::FloatAbi::kUnknown;
         Send(ExamKind::kProgram, FieldsWriter()
-                                     .Text(std::string_view(entry.name).substr(0, kLongestFault))
+                                     .Text(std::string_view(name).substr(0, kLongestFault))
                                      .Number(program->head.machine)
                                      .Number((program->head.is64Bit ? kExam64Bit : 0) |
                                              (program->head.isBigEndian ? kExamBigEndian : 0))
                                      .Number(static_cast<std::uint64_t>(abi)));
+    }
+
+    /// Tells of the programs in the archive of a fast folder. Its bytes come one after the other,
+    /// so that of a trusted package's only so many are unpacked as take a small part of the time
+    /// in which the package's digest is taken.
+    void TellProgramsOf(const archive::Package& package, const format::FastSteps& fast)
+    {
+        constexpr std::uint64_t kLeast = std::uint64_t{1} << 20;
+        constexpr std::uint64_t kPart = 64;
+        const std::string name = fast.Place() + "/" + format::kFastArchiveName;
+        const PackageEntry* const entry = package.Find(name);
+        if (entry == nullptr || entry->kind != PackageEntry::Kind::kFile) {
+            return;
+        }
+        TarHeads heads(kHeadOfProgram, [&](const std::string& file, const std::string& head) {
+            TellProgram(name + ":" + file, head);
+        });
+        std::uint64_t left = m_order.isTrusted ? kLeast + m_source.Size() / kPart : UINT64_MAX;
+        package.Stream(name, [&](std::string_view piece) {
+            left = SaturatedDifference(left, piece.size());
+            return heads.Add(piece) && left != 0;
+        });
     }
 
     // ---- messages ----

@@ -199,7 +199,8 @@ private:
              },
              [this] {
                  m_observer.OnRemark("asked to end; the installation goes on, and is waited for");
-             }});
+             },
+             m_places.patience});
         m_wasStarted = true;
         m_isLeftRunning = end.signal != 0 && end.isSomethingLeft;
         if (m_isLeftRunning) {

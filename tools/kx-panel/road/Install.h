@@ -9,18 +9,21 @@
 #include "policy/Policy.h"
 #include "road/Judge.h"
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
 namespace kx::guard
 {
 
-/// Where an installation finds and makes things; a test hands in other places.
+/// Where an installation finds and makes things, and how patient it is; a test hands in others.
 struct RoadPlaces {
     StatePlace state;
     std::string updater;                               ///< the program that installs, a full path
     std::string stepFolder = panel::kStepScriptFolder; ///< made anew for the updater's scripts
-    std::string root = "/";                            ///< the panel's files, for its records
+    /// How long to wait for what an updater that was killed has left running.
+    std::chrono::milliseconds patience = std::chrono::seconds(60);
+    std::string root = "/"; ///< the panel's files, for its records
 };
 
 /// Returns the places of this panel.

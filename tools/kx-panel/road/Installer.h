@@ -25,7 +25,7 @@ struct InstallerTerms {
     /// Called once when this program is asked to end: it waits all the same.
     std::function<void()> onAsked;
     /// How long to wait for what an updater that was killed has left running.
-    std::chrono::milliseconds patience = std::chrono::seconds(60);
+    std::chrono::milliseconds patience;
 };
 
 /// How the updater ended.
