@@ -476,7 +476,7 @@ END
 /packages/many.kx-update: refused
 1. The installation needs N on '/opt', where 0 bytes (0 bytes) are free.  [room]
 2. The installation makes 301 files and folders on '/dev', which takes N more.  [inodes]
-== Clearing what an earlier installation left
+== Looking for what an earlier installation left
 == Looking at the package
 /packages/demo.kx-update: refused
 1. The installation needs N on '/opt', where 0 bytes (0 bytes) are free.  [room]
