@@ -163,8 +163,27 @@ shown_to_the_end() {
     grep -qx '  /sbin/reboot' "$OUT"
     grep -qx '  Hello: record added' "$OUT"
     grep -qx '/mnt/user/share/hello/greeting.txt' "$OUT"
-    sed '1,/^== Rebooting/d' "$OUT" | grep -qx 'Hello from the panel\.'
+    sed -n '/^== Rebooting/,/^== Signing/p' "$OUT" | grep -qx 'Hello from the panel\.'
+    decided_without_a_window
     ! grep -q 'xkbcomp\|fontconfig' "$OUT" || fail 'it tells of the screen'
+}
+
+# decided_without_a_window: what it tells about the signed package: what was typed and how it ended,
+# whatever language the panel speaks.
+decided_without_a_window() {
+    sed -n '/^\$ kx-panel/,/^== Pictures\|^The panel is kept/p' "$OUT" |
+        grep -x '\$ kx-panel .*\|Hello from the panel\.\|.*\[signature-changed\]\|(exit status .*' |
+        sed 's/.*\[/[/' >"$WORK/decided"
+    same "$WORK/decided" <<'END'
+$ kx-panel check Hello.kx-update
+$ kx-panel install Hello.kx-update
+Hello from the panel.
+$ kx-panel install Changed.kx-update
+[signature-changed]
+(exit status 1)
+$ kx-panel status
+END
+    [ -z "$(find "$DIR" -name '*.key.pem')" ] || fail 'a private key is left'
 }
 
 @test "wrong options end with 2 and one line, before anything is done" {
