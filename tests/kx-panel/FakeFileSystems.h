@@ -28,11 +28,13 @@ public:
         return system;
     }
 
-    void MakeFolder(const std::string& path) { m_standing[path] = {true, 0}; }
+    void MakeFolder(const std::string& path) { m_standing[path] = {true, 0, false}; }
     void MakeFile(const std::string& path, std::uint64_t blocks)
     {
-        m_standing[path] = {false, blocks};
+        m_standing[path] = {false, blocks, false};
     }
+
+    void MakeDevice(const std::string& path) { m_standing[path] = {false, 0, true}; }
 
     [[nodiscard]] FileSystem& At(const std::string& mountPoint) { return m_mounts.at(mountPoint); }
 

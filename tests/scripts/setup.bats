@@ -181,7 +181,7 @@ END
     echo '* unknown' >"$STUB/states"
     local compiler=(ca-certificates cmake g++ git ninja-build picojson-dev)
     local build=("${compiler[@]}" qtbase5-dev qttools5-dev-tools)
-    local tools=("${compiler[@]}" libarchive-dev libbz2-dev libcli11-dev libdtl-dev libelf-dev libssl-dev
+    local tools=("${compiler[@]}" libarchive-dev libbz2-dev libcli11-dev libdtl-dev libelf-dev libseccomp-dev libssl-dev
         libtomlplusplus-dev libutfcpp-dev libzip-dev pkg-config zlib1g-dev)
     local demo=(fonts-dejavu-core fonts-ipafont-gothic imagemagick openbox passwd python3 uidmap unzip
         util-linux xdotool xvfb zip)

@@ -12,14 +12,14 @@ namespace kx::guard
 namespace
 {
 
-Judged Accepted()
+Judged GoodJudged()
 {
     Decision decision;
     decision.facts = {"demo", "factory", "Demo", "1.2", "TP-0700", "2.1.0", 7, 4096, 312};
     return {"/mnt/usb/d.kx-update", decision};
 }
 
-Judged Refused()
+Judged BadJudged()
 {
     Decision decision;
     decision.reasons = {{ReasonId::kModel, {"TP-\x1b", "TP-0700"}},
@@ -29,14 +29,14 @@ Judged Refused()
             {io::Error(io::ExitCode::kProblems, "keys/a.pem", "is no key", "remove it")}};
 }
 
-std::string TextOf(const Judged& judged, Language language)
+std::string DecisionTextOf(const Judged& judged, Language language)
 {
     std::ostringstream out;
     WriteDecision({out, out}, judged, language);
     return out.str();
 }
 
-std::string JsonOf(const Judged& judged)
+std::string DecisionJsonOf(const Judged& judged)
 {
     return picojson::value(DecisionAsJson(judged)).serialize();
 }
@@ -45,20 +45,20 @@ std::string JsonOf(const Judged& judged)
 
 TEST(WriteDecision, NamesThePackageAndWhoSignedIt)
 {
-    EXPECT_EQ(TextOf(Accepted(), Language::kEnglish),
+    EXPECT_EQ(DecisionTextOf(GoodJudged(), Language::kEnglish),
               "/mnt/usb/d.kx-update: would be installed: Demo 1.2 (demo), signed by factory\n");
-    EXPECT_EQ(TextOf(Accepted(), Language::kJapanese),
+    EXPECT_EQ(DecisionTextOf(GoodJudged(), Language::kJapanese),
               "/mnt/usb/d.kx-update: インストールできます: Demo 1.2 (demo)、署名: factory\n");
 
-    Judged judged = Accepted();
+    Judged judged = GoodJudged();
     judged.decision.facts.signer.clear();
-    EXPECT_EQ(TextOf(judged, Language::kEnglish),
+    EXPECT_EQ(DecisionTextOf(judged, Language::kEnglish),
               "/mnt/usb/d.kx-update: would be installed: Demo 1.2 (demo), not signed\n");
 }
 
 TEST(WriteDecision, TellsEveryReasonWithItsRemedy)
 {
-    EXPECT_EQ(TextOf(Refused(), Language::kEnglish),
+    EXPECT_EQ(DecisionTextOf(BadJudged(), Language::kEnglish),
               "d\\n.kx-update: refused\n"
               "1. The package is for the model 'TP-\\x1b'; this panel is TP-0700.  [model]\n"
               "   Get the package that is made for this panel's model.\n"
@@ -70,21 +70,22 @@ TEST(WriteDecision, TellsEveryReasonWithItsRemedy)
 
 TEST(WriteDecision, IsJapaneseThroughout)
 {
-    EXPECT_EQ(TextOf(Refused(), Language::kJapanese),
+    EXPECT_EQ(DecisionTextOf(BadJudged(), Language::kJapanese),
               "d\\n.kx-update: インストールできません\n"
               "1. " +
-                  WhatText(Refused().decision.reasons[0], Language::kJapanese) + "  [model]\n   " +
-                  RemedyText(Refused().decision.reasons[0], Language::kJapanese) + "\n2. " +
-                  WhatText(Refused().decision.reasons[1], Language::kJapanese) +
+                  WhatText(BadJudged().decision.reasons[0], Language::kJapanese) +
+                  "  [model]\n   " +
+                  RemedyText(BadJudged().decision.reasons[0], Language::kJapanese) + "\n2. " +
+                  WhatText(BadJudged().decision.reasons[1], Language::kJapanese) +
                   "  [signature-missing]\n   " +
-                  RemedyText(Refused().decision.reasons[1], Language::kJapanese) +
+                  RemedyText(BadJudged().decision.reasons[1], Language::kJapanese) +
                   "\n備考: keys/a.pem: is no key; remove it\n");
 }
 
 TEST(WriteDecision, IsColouredWhereThatIsWanted)
 {
     std::ostringstream out;
-    Judged judged = Refused();
+    Judged judged = BadJudged();
     judged.decision.reasons.pop_back();
 
     WriteDecision({out, out, false, true}, judged, Language::kEnglish);
@@ -95,7 +96,7 @@ TEST(WriteDecision, IsColouredWhereThatIsWanted)
 
 TEST(DecisionAsJson, HasAllFacts)
 {
-    EXPECT_EQ(JsonOf(Accepted()),
+    EXPECT_EQ(DecisionJsonOf(GoodJudged()),
               R"({"accepted":true,"facts":{"entries":7,"model":"TP-0700","name":"demo",)"
               R"("osVersion":"2.1.0","signatureBytes":312,"signer":"factory","title":"Demo",)"
               R"("unpackedBytes":4096,"version":"1.2"},"package":"\/mnt\/usb\/d.kx-update",)"
@@ -104,11 +105,11 @@ TEST(DecisionAsJson, HasAllFacts)
 
 TEST(DecisionAsJson, HasBothLanguagesAndNullForWhatIsNotKnown)
 {
-    Judged judged = Refused();
+    Judged judged = BadJudged();
     judged.decision.reasons.erase(judged.decision.reasons.begin());
     const Reason& reason = judged.decision.reasons.front();
 
-    EXPECT_EQ(JsonOf(judged),
+    EXPECT_EQ(DecisionJsonOf(judged),
               R"({"accepted":false,"facts":{"entries":null,"model":null,"name":null,)"
               R"("osVersion":null,"signatureBytes":0,"signer":null,"title":null,)"
               R"("unpackedBytes":null,"version":null},"package":"d\n.kx-update",)"

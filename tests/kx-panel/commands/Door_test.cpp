@@ -21,7 +21,7 @@ Door Opened(const std::function<Policy()>& policy,
     return OpenDoor({policy, keys});
 }
 
-std::vector<std::string> ReasonsOf(const Door& door)
+std::vector<std::string> DoorReasonsOf(const Door& door)
 {
     std::vector<std::string> lines;
     for (const Reason& reason : door.reasons) {
@@ -30,7 +30,7 @@ std::vector<std::string> ReasonsOf(const Door& door)
     return lines;
 }
 
-io::Error Wrong(const std::string& what)
+io::Error WrongFile(const std::string& what)
 {
     return {io::ExitCode::kProblems, "file", what};
 }
@@ -60,18 +60,18 @@ TEST(Door, IsClosedForEverythingThatIsWrong)
 {
     const Door door = Opened(
         []() -> Policy {
-            throw io::Errors({Wrong("says nothing"), Wrong("says it twice")});
+            throw io::Errors({WrongFile("says nothing"), WrongFile("says it twice")});
         },
         [](SignatureRule rule) -> signature::TrustedKeys {
             EXPECT_EQ(rule, SignatureRule::kRequired);
-            throw Wrong("is missing");
+            throw WrongFile("is missing");
         });
 
     EXPECT_FALSE(door.IsOpen());
     EXPECT_FALSE(door.policy.has_value());
-    EXPECT_EQ(ReasonsOf(door), (std::vector<std::string>{"panel-file file: says nothing",
-                                                         "panel-file file: says it twice",
-                                                         "key-folder file: is missing"}));
+    EXPECT_EQ(DoorReasonsOf(door), (std::vector<std::string>{"panel-file file: says nothing",
+                                                             "panel-file file: says it twice",
+                                                             "key-folder file: is missing"}));
 }
 
 } // namespace kx::guard

@@ -25,7 +25,7 @@ Installed InstalledWell()
     return done;
 }
 
-std::string TextOf(const Installed& done)
+std::string InstalledTextOf(const Installed& done)
 {
     std::ostringstream out;
     WriteInstalled({out, out}, done, Language::kEnglish);
@@ -36,7 +36,7 @@ std::string TextOf(const Installed& done)
 
 TEST(WriteInstalled, NamesThePackage)
 {
-    EXPECT_EQ(TextOf(InstalledWell()),
+    EXPECT_EQ(InstalledTextOf(InstalledWell()),
               "d.kx-update: installed: Demo 1.2 (demo), signed by factory\n"
               "See \"kx-panel history 7\".\n");
 }
@@ -45,16 +45,17 @@ TEST(WriteInstalled, TellsWhoseTheExitStatusIsAndWhatHappened)
 {
     Installed done = InstalledWell();
     done.installation.ending = {Outcome::kFailed, 101, Speaker::kUpdater, ""};
-    EXPECT_EQ(TextOf(done), "d.kx-update: failed, exit status 101 of the updater: Demo 1.2 (demo), "
-                            "signed by factory\nSee \"kx-panel history 7\".\n");
+    EXPECT_EQ(InstalledTextOf(done),
+              "d.kx-update: failed, exit status 101 of the updater: Demo 1.2 (demo), "
+              "signed by factory\nSee \"kx-panel history 7\".\n");
 
     done.installation.ending = {Outcome::kError, 3, Speaker::kPanel, "the disk is full"};
     done.installation.decision.reasons = {{ReasonId::kUnread, {"no"}}};
     done.installation.historyId = 0;
     done.problems = {io::Error(io::ExitCode::kProblems, "keys/a.pem", "is no key")};
-    EXPECT_EQ(TextOf(done), "d.kx-update: error, exit status 3 of kx-panel\n"
-                            "   the disk is full\n"
-                            "Remark: keys/a.pem: is no key\n");
+    EXPECT_EQ(InstalledTextOf(done), "d.kx-update: error, exit status 3 of kx-panel\n"
+                                     "   the disk is full\n"
+                                     "Remark: keys/a.pem: is no key\n");
 }
 
 TEST(WriteInstalled, TellsTheReasonsOfARefusal)
@@ -63,7 +64,7 @@ TEST(WriteInstalled, TellsTheReasonsOfARefusal)
     done.installation.decision.reasons = {{ReasonId::kSignatureMissing, {}}};
     done.installation.ending = {Outcome::kRefused, 1, Speaker::kPanel, ""};
 
-    EXPECT_EQ(TextOf(done),
+    EXPECT_EQ(InstalledTextOf(done),
               "d.kx-update: refused\n"
               "1. The package is not signed, and this panel installs only signed ones.  "
               "[signature-missing]\n"

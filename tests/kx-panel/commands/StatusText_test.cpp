@@ -14,7 +14,7 @@ namespace kx::guard
 namespace
 {
 
-PanelStatus Open()
+PanelStatus OpenStatus()
 {
     PanelStatus status;
     Policy policy;
@@ -36,7 +36,7 @@ std::string IdOf(const PanelStatus& status, std::size_t index)
     return io::Hex(status.door.keys.keys[index].key.Id());
 }
 
-std::string TextOf(const PanelStatus& status)
+std::string StatusTextOf(const PanelStatus& status)
 {
     std::ostringstream out;
     WriteStatus({out, out}, status, Language::kEnglish);
@@ -47,7 +47,7 @@ std::string TextOf(const PanelStatus& status)
 
 TEST(WriteStatus, TellsThePanelItsKeysAndWhatItRemembers)
 {
-    PanelStatus status = Open();
+    PanelStatus status = OpenStatus();
     status.door.keys.keys[1].models = {"TP-0700"};
     status.door.keys.keys[1].packages = {"demo", "other"};
     status.door.keys.keys[1].isRevoked = true;
@@ -57,36 +57,37 @@ TEST(WriteStatus, TellsThePanelItsKeysAndWhatItRemembers)
     status.last->name = "demo";
     status.last->ending = {Outcome::kInstalled, 0, Speaker::kUpdater, ""};
 
-    EXPECT_EQ(TextOf(status), "door:         open\n"
-                              "panel:        TP-0700, TP-0900, system 2.1.0, aarch64\n"
-                              "signatures:   required\n"
-                              "downgrade:    refuse\n"
-                              "state:        /var/lib/kx-panel\n"
-                              "updater:      /usr/bin/kx_Updater\n"
-                              "keys:         2 keys\n"
-                              "  factory, ed25519 " +
-                                  IdOf(status, 0) +
-                                  "\n"
-                                  "  service, p256 " +
-                                  IdOf(status, 1) +
-                                  ", on the models TP-0700, for the packages demo, other, revoked\n"
-                                  "at work:      nothing\n"
-                                  "last:         4  1970-01-01 00:00:00 UTC  demo  installed\n"
-                                  "installed:    2 packages, by the highest version ever\n"
-                                  "  demo 1.2\n"
-                                  "  other 3\n");
+    EXPECT_EQ(StatusTextOf(status),
+              "door:         open\n"
+              "panel:        TP-0700, TP-0900, system 2.1.0, aarch64\n"
+              "signatures:   required\n"
+              "downgrade:    refuse\n"
+              "state:        /var/lib/kx-panel\n"
+              "updater:      /usr/bin/kx_Updater\n"
+              "keys:         2 keys\n"
+              "  factory, ed25519 " +
+                  IdOf(status, 0) +
+                  "\n"
+                  "  service, p256 " +
+                  IdOf(status, 1) +
+                  ", on the models TP-0700, for the packages demo, other, revoked\n"
+                  "at work:      nothing\n"
+                  "last:         4  1970-01-01 00:00:00 UTC  demo  installed\n"
+                  "installed:    2 packages, by the highest version ever\n"
+                  "  demo 1.2\n"
+                  "  other 3\n");
 }
 
 TEST(WriteStatus, TellsWhatIsWrong)
 {
-    PanelStatus status = Open();
+    PanelStatus status = OpenStatus();
     status.door.keys.keys.pop_back();
     status.door.keys.keys[0].isDamaged = true;
     status.door.keys.problems = {io::Error(io::ExitCode::kProblems, "keys/a.pem", "is no key")};
     status.interrupted = Begun{"demo", "1.2", 4};
     status.problems = {"state/versions/demo: is damaged"};
 
-    const std::string text = TextOf(status);
+    const std::string text = StatusTextOf(status);
 
     EXPECT_NE(text.find(IdOf(status, 0) +
                         ", not trusted: the file beside it cannot be read\n"
@@ -105,16 +106,16 @@ TEST(WriteStatus, TellsWhyTheDoorIsClosed)
     PanelStatus status;
     status.door.reasons = {{ReasonId::kPanelFile, {"panel.toml: is missing"}}};
 
-    EXPECT_EQ(TextOf(status), "door:         closed, no package is installed\n1. " +
-                                  WhatText(status.door.reasons[0], Language::kEnglish) +
-                                  "  [panel-file]\n   " +
-                                  RemedyText(status.door.reasons[0], Language::kEnglish) +
-                                  "\nkeys:         0 keys\n");
+    EXPECT_EQ(StatusTextOf(status), "door:         closed, no package is installed\n1. " +
+                                        WhatText(status.door.reasons[0], Language::kEnglish) +
+                                        "  [panel-file]\n   " +
+                                        RemedyText(status.door.reasons[0], Language::kEnglish) +
+                                        "\nkeys:         0 keys\n");
 }
 
 TEST(StatusAsJson, HasEverything)
 {
-    PanelStatus status = Open();
+    PanelStatus status = OpenStatus();
     status.door.policy->signatures = SignatureRule::kOptional;
     status.door.policy->downgrade = DowngradeRule::kAllow;
     status.door.keys.keys.pop_back();

@@ -56,4 +56,14 @@ TEST(RealFileSystems, LooksAtFiles)
     EXPECT_FALSE(systems.Look(folder / std::string(300, 'x')).has_value());
 }
 
+TEST(RealFileSystems, KnowsWhatTakesNoRoom)
+{
+    const RealFileSystems systems;
+
+    EXPECT_TRUE(systems.Look("/dev/null")->isDevice);
+    EXPECT_FALSE(systems.Look("/dev")->isDevice);
+    EXPECT_EQ(systems.Of("/proc/sys").freeBlocks, UINT64_MAX);
+    EXPECT_FALSE(systems.Of("/proc/sys").hasInodes);
+}
+
 } // namespace kx::guard

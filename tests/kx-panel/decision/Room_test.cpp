@@ -111,6 +111,21 @@ TEST(Room, TakesWhatIsOverwrittenForFree)
     EXPECT_EQ(NeededAt(systems, "/", [](Room& room) { room.AddFile("/a", 4096); }), (Needed{0, 0}));
 }
 
+TEST(Room, CountsNothingThatIsWrittenToADevice)
+{
+    FakeFileSystems systems;
+    systems.MakeDevice("/dev/mmcblk0p2");
+
+    EXPECT_EQ(NeededAt(systems, "/", [](Room& room) { room.AddFile("/dev/mmcblk0p2", 1 << 30); }),
+              (Needed{1, 1})); // the folder
+    EXPECT_EQ(NeededAt(systems, "/",
+                       [](Room& room) {
+                           room.AddStanding("/dev/mmcblk0p2");
+                           room.AddFiles("/dev", 1, 1);
+                       }),
+              (Needed{1 + 1, 1 + 1}));
+}
+
 TEST(Room, CountsFilesOfUnknownSizes)
 {
     FakeFileSystems systems;

@@ -76,7 +76,8 @@ FileSystem RealFileSystems::Of(const std::string& path) const
     system.blockSize = sizes.f_frsize;
     // The installer is root, who may use what the file system keeps back for root (f_bavail is
     // without that): the installation would succeed, so it is not refused.
-    system.freeBlocks = sizes.f_bfree;
+    // One without blocks, as that of /sys, takes what is written and keeps nothing.
+    system.freeBlocks = sizes.f_blocks == 0 ? UINT64_MAX : sizes.f_bfree;
     system.freeInodes = sizes.f_ffree;
     system.hasInodes = sizes.f_files != 0;
     return system;
@@ -91,6 +92,7 @@ std::optional<StandingFile> RealFileSystems::Look(const std::string& path) const
     }
     StandingFile standing;
     standing.isFolder = S_ISDIR(info.st_mode);
+    standing.isDevice = !standing.isFolder && !S_ISREG(info.st_mode);
     if (S_ISREG(info.st_mode)) {
         constexpr std::uint64_t kUnit = 512; // of st_blocks, whatever the file system
         const std::uint64_t block = SizesOf(path).f_frsize;

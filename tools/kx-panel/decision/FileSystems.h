@@ -11,10 +11,10 @@ namespace kx::guard
 
 /// A file system of the panel, as it is now.
 struct FileSystem {
-    std::uint64_t id = 0;        ///< the same for all paths on it
-    std::string mountPoint;      ///< for people; may be the path itself when it is not known
-    std::uint64_t blockSize = 0; ///< bytes of which every file takes a number
-    std::uint64_t freeBlocks = 0;
+    std::uint64_t id = 0;         ///< the same for all paths on it
+    std::string mountPoint;       ///< for people; may be the path itself when it is not known
+    std::uint64_t blockSize = 0;  ///< bytes of which every file takes a number
+    std::uint64_t freeBlocks = 0; ///< the largest number where blocks are not counted
     std::uint64_t freeInodes = 0;
     bool hasInodes = true; ///< false: it has no fixed number of them
 };
@@ -23,6 +23,7 @@ struct FileSystem {
 struct StandingFile {
     bool isFolder = false;
     std::uint64_t blocks = 0; ///< of the file system's size, that a file takes now
+    bool isDevice = false;    ///< what is written to it takes no room of the file system
 };
 
 /// The file systems of a panel; a test hands in others.

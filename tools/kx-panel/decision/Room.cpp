@@ -73,7 +73,9 @@ void Room::AddFile(const std::string& path, std::uint64_t bytes)
     if (isNew) {
         const std::optional<StandingFile> standing = m_fileSystems.Look(path);
         need.inodes = SaturatedSum(need.inodes, standing.has_value() ? 0 : 1);
-        blocks = SaturatedDifference(blocks, standing.has_value() ? standing->blocks : 0);
+        const bool isKept = !standing.has_value() || !standing->isDevice;
+        blocks =
+            isKept ? SaturatedDifference(blocks, standing.has_value() ? standing->blocks : 0) : 0;
     }
     // Of a file that is written more than once the largest counts.
     need.blocks = SaturatedSum(need.blocks, SaturatedDifference(blocks, place->second));
@@ -89,7 +91,7 @@ void Room::AddStanding(const std::string& path)
 {
     AddFolder(io::FolderAbove(path));
     const std::optional<StandingFile> standing = m_fileSystems.Look(path);
-    if (standing.has_value() && !standing->isFolder) {
+    if (standing.has_value() && !standing->isFolder && !standing->isDevice) {
         m_standingBlocks = SaturatedSum(m_standingBlocks, standing->blocks);
         ++m_standingFiles;
     }
