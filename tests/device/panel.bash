@@ -26,7 +26,7 @@ HELLO='copy_file(item("app", "/opt/demo/app", "755", "program\n"), record=True)'
 #   installed PACKAGE   what kx-panel install says of one: the same, of an installation, and who says so
 # shellcheck disable=SC2016 # for the shell on the device
 PRELUDE='
-told() { jq -r ".reasons[].id" /root/told | uniq | paste -sd " "; }
+told() { jq -r ".error.message // .reasons[].id" /root/told | uniq | paste -sd " "; }
 verdict() {
     for one; do
         status=0
@@ -38,7 +38,7 @@ verdict() {
 installed() {
     status=0
     kx-panel install --json "/packages/$1.kx-update" >/root/told 2>/root/errors || status=$?
-    echo "$1: $status $(jq -r .from /root/told) $(told)" | sed "s/ $//"
+    echo "$1: $status $(jq -r ".from // \"kx-panel\"" /root/told) $(told)" | sed "s/ $//"
     cat /root/errors
 }
 '

@@ -30,6 +30,12 @@ sys.dont_write_bytecode = True
 from packages import Corpus  # noqa: E402
 
 MARK = b"KX-SIGNATURES 1\n"
+# What kx-package finds and a panel need not: what is wrong with the updater in the package, which is
+# never started, and what ends an installation, or does another thing than was meant.
+LEFT = ("updater-", "payload-", "setting-", "source-", "step-", "target-", "user-",
+        "permissions")
+# The contents of a signed package are unpacked when it is installed, and not before.
+CONTENTS = ("entry-crc", "entry-damaged")
 
 
 def signed_by_hand(data, name, key):
@@ -69,12 +75,22 @@ def sign(tool, file, target, key):
     return False
 
 
-def is_clean(tool, file):
-    """Whether kx-package finds nothing wrong with a package, and what it finds."""
+def findings(tool, file):
+    """What kx-package finds in a package: words of errors, and of remarks on the archive."""
     done = subprocess.run([tool, "check", "--json", file], capture_output=True, timeout=60,
                           check=False)
-    told = json.loads(done.stdout)
-    return told["clean"], [found["id"] for found in told["findings"] if found["severity"] == "error"]
+    found = json.loads(done.stdout)["findings"]
+    return ({each["id"] for each in found if each["severity"] == "error"},
+            {each["id"] for each in found if each["severity"] != "error"
+             and each["id"].startswith(("archive-", "entry-"))})
+
+
+def expectation(errors, remarks, left, is_signable):
+    """Whether a panel must accept; None when it may do either: of what is left to the installation,
+    and where kx-package only remarks on what a panel may take for an attack."""
+    if not is_signable or any(not error.startswith(left) for error in errors):
+        return False
+    return None if errors or remarks else True
 
 
 def make(options):
@@ -93,14 +109,16 @@ def make(options):
 
     def add(number, job):
         file = pathlib.Path(job["file"])
-        clean, ids = is_clean(options.tool, file)
+        errors, remarks = findings(options.tool, file)
         name = f"{number}.kx-update"
-        row = {"how": job["how"], "clean": clean, "ids": ids}
+        row = {"how": job["how"], "ids": sorted(errors | remarks)}
         signature = sign(options.tool, file, folders["signed"] / name, pathlib.Path(options.key))
         file.rename(folders["unsigned"] / name)
-        mine = [{**row, "file": f"unsigned/{name}", "expected": clean}]
+        mine = [{**row, "file": f"unsigned/{name}",
+                 "expected": expectation(errors, remarks, LEFT, signature)}]
         if signature is not None:
-            mine.append({**row, "file": f"signed/{name}", "expected": clean and signature})
+            mine.append({**row, "file": f"signed/{name}",
+                         "expected": expectation(errors, remarks, LEFT + CONTENTS, signature)})
         return mine
 
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
@@ -126,7 +144,7 @@ def compare(options):
         ids = [reason["id"] for reason in decision["reasons"]]
         counts[row["file"].split("/")[0], decision["accepted"]] = counts.get(
             (row["file"].split("/")[0], decision["accepted"]), 0) + 1
-        if decision["accepted"] != row["expected"] or bool(ids) == decision["accepted"] or \
+        if row["expected"] not in (None, decision["accepted"]) or bool(ids) == decision["accepted"] or \
                 "unread" in ids:
             print(f"{row['file']} ({row['how']}): kx-package {row['ids']}, kx-panel {ids}")
             status = 1
@@ -148,8 +166,8 @@ def main():
     one.add_argument("folder")
     one.add_argument("tool")
     one.add_argument("key")
-    one.add_argument("--archives", type=int, default=60)
-    one.add_argument("--descriptions", type=int, default=30)
+    one.add_argument("--archives", type=int, default=30)
+    one.add_argument("--descriptions", type=int, default=12)
     one.add_argument("--seed", type=int, default=1)
     other = words.add_parser("compare")
     other.add_argument("folder")
@@ -159,4 +177,5 @@ def main():
     return make(options) if options.command == "make" else compare(options)
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

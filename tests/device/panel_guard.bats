@@ -163,6 +163,6 @@ END
 
     expect_out <<'END'
 status 3
-status 3
+status 1
 END
 }

@@ -26,6 +26,27 @@ END
         find /var/lib/kx-panel -mindepth 1 -printf "%y %m %U %P\n" | sort; ls -A /tmp'
 
     expect_out <<'END'
+status 0
+hello
+/
+0
+drwx------ root /tmp/Zt
+HOME=/root
+LANG=C
+LC_ALL=ja_JP.UTF-8
+PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
+PWD=/
+program
+/root:
+out
+
+/var/lib/KxUserPackages:
+demo
+d 700 0 history
+d 700 0 versions
+f 600 0 history/0000000001.jsonl
+f 600 0 lock
+f 600 0 versions/demo
 END
     expect_tools <<<'wprotect_off'
 }
@@ -35,21 +56,34 @@ END
 
     on_panel 'kx-panel install --json /packages/demo.kx-update'
 
-    jq -S 'del(.began)' "$OUT"
-    false
+    jq -S . <<'END' >expected
+{"formatVersion": 1, "accepted": true, "package": "/packages/demo.kx-update", "result": "installed",
+ "status": 0, "from": "updater", "message": null, "historyId": 1, "problems": [], "reasons": [],
+ "facts": {"name": "demo", "signer": "release", "title": "Test package", "version": "1.0.0",
+  "model": "TP-0700", "osVersion": "2.1.0", "entries": 5, "signatureBytes": 270}}
+END
+    jq -S 'del(.facts.unpackedBytes)' "$OUT" | diff expected -
+    [ "$(jq .facts.unpackedBytes "$OUT")" -gt 500 ]
 }
 
 @test "a refused package is not copied, and the history says why" {
     unsigned demo <<<"$HELLO"
     signed other <<<"root(ModelName='TP-1')"
 
-    on_panel 'installed demo; installed other; ls -A /opt
-        find /var/lib/kx-panel -size +20k; find /var/lib/kx-panel -name "*.kx-update*"
-        kx-panel history'
+    on_panel 'installed demo; installed other; [ ! -e /opt/demo ] || echo "it was installed"
+        find /var/lib/kx-panel -type f | sort; kx-panel history | sed "s/  [^ ]* [^ ]* UTC//"
+        kx-panel history 1 | grep reason'
 
     expect_out <<'END'
 demo: 1 kx-panel signature-missing
 other: 1 kx-panel model
+/var/lib/kx-panel/history/0000000001.jsonl
+/var/lib/kx-panel/history/0000000002.jsonl
+/var/lib/kx-panel/lock
+2  other 1.0.0  refused, exit status 1 of kx-panel
+1  demo.kx-update  refused, exit status 1 of kx-panel
+2 installations
+  reason:    The package is not signed, and this panel installs only signed ones.  [signature-missing]
 END
 }
 
@@ -75,20 +109,28 @@ END
 demo: 101 updater
 1/demo: 0 updater
 demo
+{"demo":"1.0"}
 END
 }
 
-# version NAME VERSION [FOLDER]: a signed package of the version, FOLDER/NAME.
+# version NAME VERSION: a signed package of the version, VERSION/NAME.
 version() {
     mkdir -p "$PACKAGES/$2"
-    unsigned "$1" <<<"root(PackageVersion='$2')"$'\n'"$HELLO"
-    mv "$PACKAGES/$1.kx-update" "$PACKAGES/$2/"
+    unsigned "$2/$1" <<<"$HELLO"
+    python3 -B - "$PACKAGES/$2/$1.kx-update" "$2" <<'END'
+import sys, zipfile
+with zipfile.ZipFile(sys.argv[1]) as package:
+    entries = [(info, package.read(info)) for info in package.infolist()]
+with zipfile.ZipFile(sys.argv[1], "w") as package:
+    for info, data in entries:
+        package.writestr(info, data.replace(b'"1.0.0"', f'"{sys.argv[2]}"'.encode()))
+END
     sign "$2/$1"
 }
 
 @test "an older version is refused, also when what was installed last has failed, until the panel allows it" {
     local one
-    for one in 1.0 1.2 1.10 1.10~beta '' 'of today'; do
+    for one in 1.0 1.2 1.10 1.10~beta 'of today'; do
         version demo "$one"
     done
     version other 0.1
@@ -101,7 +143,7 @@ END
     sign failing/demo
 
     on_panel 'installed 1.2/demo; installed 1.10/demo; installed failing/demo; ls /var/lib/KxUserPackages
-        verdict 1.0/demo 1.2/demo 1.10~beta/demo "/demo" "of today/demo" other 1.10/demo
+        verdict 1.0/demo 1.2/demo 1.10~beta/demo "of today/demo" 0.1/other 1.10/demo
         installed 1.2/demo; rm -r /var/lib/KxUserPackages; verdict 1.2/demo
         echo "downgrade = \"allow\"" >>/etc/kx_Updater/panel.toml
         verdict 1.2/demo "of today/demo"; installed 1.2/demo
@@ -109,6 +151,22 @@ END
         verdict 1.2/demo 1.10/demo'
 
     expect_out <<'END'
+1.2/demo: 0 updater
+1.10/demo: 0 updater
+failing/demo: 101 updater
+1.0/demo: 1 version-older
+1.2/demo: 1 version-older
+1.10~beta/demo: 1 version-older
+of today/demo: 1 version-unclear
+0.1/other: 0
+1.10/demo: 0
+1.2/demo: 1 kx-panel version-older
+1.2/demo: 1 version-older
+1.2/demo: 0
+of today/demo: 0
+1.2/demo: 0 updater
+1.2/demo: 1 version-older
+1.10/demo: 0
 END
 }
 
@@ -126,6 +184,10 @@ END
         ls -lA --time-style=+ /etc | diff /root/before - && id user'
 
     expect_out <<'END'
+directory 700 root
+directory 700 root
+directory 700 root
+uid=1000(user) gid=1000(user) groups=1000(user)
 END
 }
 
@@ -133,7 +195,7 @@ END
     unsigned demo <<'END'
 copy_folder(folder("/opt/tree", {"a b": "A", "sub": {"run": file("#!/bin/sh\n", 0o755), "e": ""},
                                  "link": link("sub/run"), "ü": "u", "secret": file("s", 0o600),
-                                 "zeros": "\0" * 3000000, "empty": {}}))
+                                 "zeros": "\0" * 300000, "empty": {}}))
 script("#!/bin/sh\ncd $(dirname $(find / -name UserPackage.kx-project)) &&\n"
        "find . -printf '%P %y %m %s %l\n' | sort >/root/tree &&\n"
        "find . -type f -printf '%P %T@\n' | sort >/root/times\n"
@@ -151,7 +213,7 @@ END
 
     expect_out <<'END'
 demo: 0 updater
-17
+13
 same
 END
 }
@@ -165,11 +227,16 @@ END
     on_panel 'mkfifo /root/ready /root/go
         kx-panel install /packages/demo.kx-update >/root/out 2>&1 &
         first=$!; read -r line </root/ready
-        installed other; verdict other; kx-panel status
+        installed other; verdict other; kx-panel status | grep "^at work"
         echo >/root/go; wait "$first"; echo "first: $?"
         installed other'
 
     expect_out <<'END'
+other: 4 kx-panel another kx-panel is at work
+other: 0
+at work:      an installation
+first: 0
+other: 0 updater
 END
 }
 
@@ -187,11 +254,24 @@ END
         installed other; find /var/lib/kx-panel -name UserPackage.kx-project | wc -l; ls -A /tmp
         echo >/root/go
         while pgrep kx_Updater >/dev/null; do sleep 0.02; done
-        ls /var/lib/KxUserPackages; kx-panel status
+        ls /var/lib/KxUserPackages; kx-panel status | grep "^at work\|^interrupted"
         installed other; find /var/lib/kx-panel -name UserPackage.kx-project | wc -l; ls -A /tmp
-        kx-panel history; kx-panel status --json | jq -c .versions'
+        kx-panel history | sed "s/  [^ ]* [^ ]* UTC//"; kx-panel status --json | jq -c .versions'
 
     expect_out <<'END'
+first: 137
+other: 4 kx-panel an installation goes on, although the kx-panel that began it is gone
+1
+Zt
+demo
+at work:      nothing
+interrupted:  demo 3; the next installation clears what it left
+other: 0 updater
+0
+2  other 1.0.0  installed
+1  demo.kx-update  interrupted, exit status 3 of kx-panel
+2 installations
+{"demo":"3","other":"1.0.0"}
 END
 }
 
@@ -208,10 +288,20 @@ END
     expect_out <<<1
 
     on_panel --keep --boot 'find /var/lib/kx-panel -name UserPackage.kx-project | wc -l
-        kx-panel status; installed other
-        find /var/lib/kx-panel -name UserPackage.kx-project | wc -l; kx-panel history'
+        kx-panel status | grep "^at work\|^interrupted"; installed other
+        find /var/lib/kx-panel -name UserPackage.kx-project | wc -l
+        kx-panel history | sed "s/  [^ ]* [^ ]* UTC//"; kx-panel status --json | jq -c .versions'
 
     expect_out <<'END'
+1
+at work:      nothing
+interrupted:  demo 3; the next installation clears what it left
+other: 0 updater
+0
+2  other 1.0.0  installed
+1  demo.kx-update  interrupted, exit status 3 of kx-panel
+2 installations
+{"other":"1.0.0"}
 END
 }
 
@@ -259,9 +349,19 @@ END
     signed next new <<<"$HELLO"
 
     on_panel 'verdict next revoke; installed rotate; verdict next old; installed revoke; verdict old next
-        kx-panel status'
+        kx-panel status --json | jq -c ".keys[] | [.name, .revoked]"'
 
     expect_out <<'END'
+next: 1 signature-untrusted
+revoke: 1 signature-untrusted
+rotate: 0 updater
+next: 0
+old: 0
+revoke: 0 updater
+old: 1 signature-untrusted
+next: 0
+["new",false]
+["release",true]
 END
 }
 
@@ -271,11 +371,26 @@ hardware(setting("User", ("User", "user"), ("Password", "hunter2two")))
 script("#!/bin/sh\necho 'it is hunter2two'; printf 'a\\033[2Jb\\rc\\000d\\377\\n'; echo 'no end' | tr -d '\\n'\n")
 END
 
-    on_panel 'kx-panel install /packages/demo.kx-update; kx-panel history 1
-        kx-panel history 1 --json | jq -r ".lines[] | .text"
-        grep -c hunter2two -r /var/lib/kx-panel'
+    on_panel 'kx-panel install /packages/demo.kx-update | sed "1,/Installing/d"
+        kx-panel history 1 | sed "1,/printed/d; s/[0-9]* s  /0 s  /"
+        kx-panel history 1 --json | jq -r ".entry.lines[].text" | sed -n "3,4p"
+        grep -r hunter2two /var/lib/kx-panel || true'
 
     expect_out <<'END'
+**** Installation step 1/2
+**** Installation step 2/2
+it is ********
+a\x1b[2Jb\x0dc\x00d\xff
+no endInstallation succeeded.
+/packages/demo.kx-update: installed: Test package 1.0.0 (demo), signed by release
+See "kx-panel history 1".
+    0 s  **** Installation step 1/2
+    0 s  **** Installation step 2/2
+    0 s  it is ********
+    0 s  a\x1b[2Jb\x0dc\x00d\xff
+    0 s  no endInstallation succeeded.
+it is ********
+a\x1b[2Jb\x0dc\x00d\xff
 END
 }
 
@@ -287,10 +402,25 @@ END
     signed other <<<"$HELLO"
 
     on_panel 'installed other; installed demo; installed other; installed other; installed demo
-        kx-panel history --json | jq -c "[.entries[].id]"; du -sb /var/lib/kx-panel | cut -f 1
-        kx-panel history 5 | sed -n "1,5p;\$p"; kx-panel history 1; echo "status $?"'
+        kx-panel history --json | jq -c "[.entries[].id]"; 
+        [ "$(cat /var/lib/kx-panel/history/* | wc -c)" -le 20000 ] && echo small
+        kx-panel history 5 | grep "line 1$\|left out\|line 3000\|succeeded" | sed "s/[0-9]* lines/N lines/; s/[0-9]* s  /0 s  /"
+        kx-panel history 1; echo "status $?"'
 
     expect_out <<'END'
+other: 0 updater
+demo: 0 updater
+other: 0 updater
+other: 0 updater
+demo: 0 updater
+[5,4,3]
+small
+    0 s  line 1
+    (N lines left out)
+    0 s  line 3000
+    0 s  Installation succeeded.
+kx-panel: history: there is no installation 1; "kx-panel history" lists those that are remembered
+status 1
 END
 }
 
@@ -298,18 +428,26 @@ END
     signed demo <<<"$HELLO"
 
     on_panel 'rm /etc/kx_Updater/panel.toml; installed demo; ls /var/lib
-        echo "format = 2" >/etc/kx_Updater/panel.toml; installed demo; ls -A /var/lib /opt'
+        echo "format = 2" >/etc/kx_Updater/panel.toml; installed demo; ls -A /var/lib
+        [ ! -e /opt/demo ] || echo "it was installed"'
 
     expect_out <<'END'
+demo: 1 kx-panel panel-file
+demo: 1 kx-panel panel-file
 END
 }
 
 @test "a state that is write-protected is opened by the panel's tool, or nothing is installed" {
     signed demo <<<"$HELLO"
 
-    on_panel --read-only /var/lib 'kx-panel install /packages/demo.kx-update; echo "status $?"; ls -A /opt'
+    on_panel --read-only /var/lib 'kx-panel install /packages/demo.kx-update; echo "status $?"
+        [ ! -e /opt/demo ] || echo "it was installed"'
 
     expect_out <<'END'
+/packages/demo.kx-update: refused
+1. The folder in which the panel remembers installations cannot be used: /var/lib/kx-panel: cannot make the folder: Read-only file system.  [state]
+   Make the folder that panel.toml names as 'state' root's alone, with mode 700.
+status 1
 END
     expect_tools <<<'wprotect_off'
 }
@@ -326,11 +464,23 @@ END
 
     on_panel --full /mnt/user/full --full /opt '
         i=0; while [ "$i" -lt 3900 ]; do : >"/dev/f$i"; i=$((i + 1)); done
-        kx-panel check /packages/target.kx-update
-        kx-panel check /packages/many.kx-update
-        kx-panel install /packages/demo.kx-update; echo "status $?"; ls -A /mnt/user/full /opt'
+        { kx-panel check /packages/target.kx-update; kx-panel check /packages/many.kx-update
+            kx-panel install /packages/demo.kx-update; echo "status $?"
+        } | grep -v "^   " | sed "/ on .\/opt., /s/needs .* on/needs N on/; s/takes [0-9]* more/takes N more/"
+        find /mnt/user/full /opt -type f ! -name kx_Updater ! -name lock'
 
     expect_out <<'END'
+/packages/target.kx-update: refused
+1. The installation needs N on '/opt', where 0 bytes (0 bytes) are free.  [room]
+2. The installation needs 24.0 KiB (24576 bytes) on '/mnt/user/full', where 0 bytes (0 bytes) are free.  [room]
+/packages/many.kx-update: refused
+1. The installation needs N on '/opt', where 0 bytes (0 bytes) are free.  [room]
+2. The installation makes 301 files and folders on '/dev', which takes N more.  [inodes]
+== Clearing what an earlier installation left
+== Looking at the package
+/packages/demo.kx-update: refused
+1. The installation needs N on '/opt', where 0 bytes (0 bytes) are free.  [room]
+status 1
 END
 }
 
@@ -346,6 +496,12 @@ END
         done; id -un'
 
     expect_out <<'END'
+demo: 0 updater
+1 kx-panel state
+1 kx-panel state
+1 kx-panel state
+0 updater
+root
 END
 }
 
@@ -354,8 +510,10 @@ END
     "$BATS_TEST_DIRNAME/panel_bombs.py" "$PACKAGES/demo.kx-update" "$PACKAGES"
     sign liar
 
-    on_panel 'verdict liar; installed liar; ls -A /opt; find /var/lib/kx-panel -size +20k'
+    on_panel 'verdict liar; installed liar; [ ! -e /opt/demo ] || echo "it was installed"; find /var/lib/kx-panel -size +20k'
 
     expect_out <<'END'
+liar: 0
+liar: 1 kx-panel unread
 END
 }

@@ -7,6 +7,7 @@
 #include "reading/PackageSecrets.h"
 #include "road/Remains.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace kx::guard
@@ -35,7 +36,10 @@ Decision PanelJudge::BeforeCopy(const OpenPackageFile& package)
 Decision PanelJudge::OfCopy(const OpenPackageFile& copy, const HighestVersions& highest)
 {
     const Panel panel{m_policy, m_keys, m_fileSystems, highest};
-    return Decide(panel, m_confinement, copy.bytes, copy.descriptor, copy.name, Place::kInState);
+    Decision decision =
+        Decide(panel, m_confinement, copy.bytes, copy.descriptor, copy.name, Place::kInState);
+    m_unpackedBytes = decision.facts.unpackedBytes;
+    return decision;
 }
 
 std::vector<std::string> PanelJudge::Secrets(const OpenPackageFile& copy)
@@ -45,7 +49,11 @@ std::vector<std::string> PanelJudge::Secrets(const OpenPackageFile& copy)
 
 void PanelJudge::Unpack(const OpenPackageFile& copy, IContentsTaker& taker)
 {
-    StreamContents(m_confinement, copy.bytes, copy.descriptor, m_policy.limits, taker);
+    // The contents of a signed package were not unpacked to judge them: more than they say has
+    // neither been found room for, nor is it wanted.
+    Limits limits = m_policy.limits;
+    limits.unpackedBytes = std::min(limits.unpackedBytes, m_unpackedBytes);
+    StreamContents(m_confinement, copy.bytes, copy.descriptor, limits, taker);
 }
 
 } // namespace kx::guard

@@ -7,6 +7,7 @@
 #include "decision/Decision.h"
 #include "reading/Contents.h"
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -40,7 +41,8 @@ public:
     /// Returns the passwords among the package's settings.
     [[nodiscard]] virtual std::vector<std::string> Secrets(const OpenPackageFile& copy) = 0;
 
-    /// Unpacks the copy.
+    /// Unpacks the copy, after it was judged.
+    /// @throws Unread when more comes out than was judged
     virtual void Unpack(const OpenPackageFile& copy, IContentsTaker& taker) = 0;
 
 protected:
@@ -69,6 +71,7 @@ private:
     const signature::TrustedKeys& m_keys;
     const IFileSystems& m_fileSystems;
     IConfinement& m_confinement;
+    std::uint64_t m_unpackedBytes = 0; ///< of the copy, as it was judged
 };
 
 } // namespace kx::guard
