@@ -351,8 +351,7 @@ TEST_F(SignatureDecisionTest, AConfinementThatWasTakenOverGainsNothing)
     Lying lying({{kSigned, Telling(good)}});
     EXPECT_THAT(Judged(file, lying), ElementsAre(notThere));
     // So it has to be in the file; but then the file is not the one that was signed.
-    EXPECT_THAT(Judged(WithBlock(other, good), lying),
-                ElementsAre("signature-changed"));
+    EXPECT_THAT(Judged(WithBlock(other, good), lying), ElementsAre("signature-changed"));
     // A package without block, and one in which it stands elsewhere.
     std::string moved = zip;
     moved.insert(0, BytesOf(good));

@@ -160,6 +160,7 @@ template <class Word>
 std::vector<std::string> AllWords(const char* (*wordOf)(Word))
 {
     std::vector<std::string> words;
+    words.reserve(static_cast<std::size_t>(Word::kEnd));
     for (int i = 0; i < static_cast<int>(Word::kEnd); ++i) {
         words.emplace_back(wordOf(static_cast<Word>(i)));
     }
@@ -170,6 +171,7 @@ picojson::object ExitCodes()
 {
     constexpr int kLast = 4;
     picojson::array codes;
+    codes.reserve(kLast);
     for (int code = 1; code <= kLast; ++code) {
         codes.emplace_back(static_cast<double>(code));
     }
