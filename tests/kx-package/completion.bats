@@ -5,28 +5,8 @@
 # What bash completes, whether help, completion and manual page tell the same, and mistaken words.
 
 load package
-
-# complete_words WORD...: what bash would offer for the last word, one a line.
-complete_words() {
-    "$KX_PACKAGE" completion >words
-    # shellcheck disable=SC2016 # expanded by that bash
-    bash --norc -c '. ./words
-        compopt() { :; } # only works while a person types
-        COMP_WORDS=("$@")
-        COMP_CWORD=$(($# - 1))
-        _kx_package
-        printf "%s\n" "${COMPREPLY[@]}"' - "$@"
-}
-
-# commands: the names of all commands, as the help lists them.
-commands() {
-    "$KX_PACKAGE" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]\+\) .*/\1/p'
-}
-
-# options [COMMAND]: the options that its help lists.
-options() {
-    "$KX_PACKAGE" "$@" --help | sed -n '/^Options:/,/^$/s/^  \(-[^ ]*\).*/\1/p' | tr , '\n'
-}
+load ../support/command_line
+export PROGRAM=$KX_PACKAGE
 
 @test "every command is offered where a command stands" {
     [ "$(commands | wc -l)" -ge 6 ]

@@ -7,6 +7,8 @@
 
 bats_require_minimum_version 1.5.0
 load panel
+load ../support/command_line
+export PROGRAM=$KX_PANEL
 
 setup() {
     work_here "$KX_PANEL"
@@ -17,28 +19,6 @@ setup() {
 kx() {
     status=0
     "$KX_PANEL" "$@" >out 2>err </dev/null || status=$?
-}
-
-# complete_words WORD...: what bash would offer for the last word, one a line.
-complete_words() {
-    "$KX_PANEL" completion >words
-    # shellcheck disable=SC2016 # expanded by that bash
-    bash --norc -c '. ./words
-        compopt() { :; } # only works while a person types
-        COMP_WORDS=("$@")
-        COMP_CWORD=$(($# - 1))
-        _kx_panel
-        printf "%s\n" "${COMPREPLY[@]}"' - "$@"
-}
-
-# commands: the names of all commands, as the help lists them.
-commands() {
-    "$KX_PANEL" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]\+\) .*/\1/p'
-}
-
-# options [COMMAND]: the options that its help lists.
-options() {
-    "$KX_PANEL" "$@" --help | sed -n '/^Options:/,/^$/s/^  \(-[^ ]*\).*/\1/p' | tr , '\n'
 }
 
 @test "the help lists the commands" {
