@@ -96,7 +96,7 @@ std::unique_ptr<Unpacker> UnpackerFor(unsigned method)
 }
 
 /// Bytes that are read, and unpacked, at once.
-constexpr std::uint64_t kSmallestPiece = std::uint64_t{1} << 12;
+constexpr std::uint64_t kSmallestPiece = std::uint64_t{1} << 9;
 constexpr std::uint64_t kLargestPiece = std::uint64_t{1} << 18;
 
 /// Feeds an entry's packed bytes to an unpacker and counts what comes out.

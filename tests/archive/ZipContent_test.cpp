@@ -57,8 +57,8 @@ TEST(ContentReader, UnpacksNotMuchMoreThanTheBeginningThatIsWanted)
         return size;
     };
 
-    EXPECT_EQ(sizeOfFirstPiece(0), 4096);
-    EXPECT_EQ(sizeOfFirstPiece(5), 4096);
+    EXPECT_EQ(sizeOfFirstPiece(0), 512);
+    EXPECT_EQ(sizeOfFirstPiece(5), 512);
     EXPECT_EQ(sizeOfFirstPiece(10000), 10000);
     EXPECT_EQ(sizeOfFirstPiece(UINT64_MAX), 1U << 18U);
 }
