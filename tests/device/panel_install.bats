@@ -446,7 +446,7 @@ END
     expect_out <<'END'
 /packages/demo.kx-update: refused
 1. The folder in which the panel remembers installations cannot be used: /var/lib/kx-panel: cannot make the folder: Read-only file system.  [state]
-   Make the folder that panel.toml names as 'state' root's alone, with mode 700.
+   See that the folder that panel.toml names as 'state' is root's alone, with mode 700, and can be written.
 status 1
 END
     expect_tools <<<'wprotect_off'

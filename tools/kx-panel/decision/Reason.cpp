@@ -48,9 +48,11 @@ constexpr ReasonInfo kReasons[] = {
      "state",
      1,
      {"The folder in which the panel remembers installations cannot be used: {0}.",
-      "Make the folder that panel.toml names as 'state' root's alone, with mode 700."},
+      "See that the folder that panel.toml names as 'state' is root's alone, with mode 700, and "
+      "can be written."},
      {"インストールの記録を保存するフォルダーを使用できません: {0}。",
-      "panel.toml の 'state' が示すフォルダーを root 専用、モード 700 にしてください。"}},
+      "panel.toml の 'state' が示すフォルダーが root 専用、モード 700 "
+      "で、書き込めることを確認してください。"}},
     {ReasonId::kUnread,
      "unread",
      1,
