@@ -158,8 +158,9 @@ TEST(DecideContents, DoesNotUnpackWhatASignatureCovers)
 
 TEST(DecideContents, RefusesASignedPackageInWhichSomethingThatItReadsIsDamaged)
 {
-    for (const std::size_t entry : {std::size_t{0}, std::size_t{2}}) {
-        std::string package = DemoPackage();
+    // The description, and a program. Of other files only the first bytes are read.
+    for (const std::size_t entry : {std::size_t{0}, std::size_t{3}}) {
+        std::string package = DemoPackage({{"0/0/program", ArmProgram().Bytes()}});
         archive::Patch(package, archive::kLocal, 14, archive::Bytes(1, 4), entry);
         archive::Patch(package, archive::kCentral, 16, archive::Bytes(1, 4), entry);
 
