@@ -7,8 +7,8 @@
                                     JUnit report of the comparison, which is one case
 
 The names of src/osa/PanelNames.h and lib/panel/Names.h are those of device/kxdevice/names.py, in both
-directions; the folders of a fresh panel are the same ones; its links and files are there on a panel
-that the device makes. Exit status 0: all agree; 1: it tells where not; 77: all that can be compared
+directions, but for those that only a panel's image brings; the folders of a fresh panel are the same
+ones; its links and files are there on a panel that the device makes. Exit status 0: all agree; 1: it tells where not; 77: all that can be compared
 agrees, but there is no sandboxed device here.
 """
 import pathlib
@@ -41,6 +41,8 @@ PAIRS = {  # in C++: on the device
     "kReboot": names.REBOOT,
     "kSync": "sync",  # the device has the machine's
 }
+# What a panel's image brings, and the device does not.
+ALONE_IN_THE_PROGRAMS = {"kPanelDescription", "kTrustedKeys", "kPanelState", "kPanelUpdater"}
 # The device's own, or parts of the others.
 ALONE_ON_THE_DEVICE = {"TOOL_FOLDER", "DRIVE_TOOL", "FOLDERS", "MARKER", "ADDRESS"}
 
@@ -57,7 +59,9 @@ def constants():
 def wrong_names():
     """Where the names differ."""
     found = constants()
-    for name in sorted(found.keys() | PAIRS.keys()):
+    for name in sorted(ALONE_IN_THE_PROGRAMS - found.keys()):
+        yield f"{name} is no name in C++"
+    for name in sorted((found.keys() | PAIRS.keys()) - ALONE_IN_THE_PROGRAMS):
         if found.get(name) != PAIRS.get(name):
             yield f"{name} is {found.get(name)!r} in C++, and {PAIRS.get(name)!r} on the device"
     theirs = {name: value for name, value in vars(names).items() if name.isupper()}
