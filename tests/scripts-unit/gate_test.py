@@ -70,7 +70,7 @@ class Work(InProject):
 
         report, folder = self.logs / "units.xml", self.root / "build/asan/reports"
         self.assertEqual(commands.lines, [
-            f"ctest --preset asan -j 7 --output-on-failure -V --output-junit {report}"])
+            f"ctest --preset asan -j 8 --output-on-failure -V --output-junit {report}"])
         self.assertEqual(commands.added, [
             {"KX_SECOND": str(self.root / "build/release/kx-package")}])
         counted.assert_called_once_with(report, folder, 8, "words")
@@ -96,14 +96,16 @@ class Work(InProject):
                     "KX_PANEL": f"{self.root}/build/asan/kx-panel"}])
                 counted.assert_called_with("bats", report, status == 0, "words")
 
-    def test_trials_are_made_with_the_updater_as_it_is_shipped_and_only_there(self):
-        for name in ("install.bats", "my_try.bats", "sandbox.bats", "try.bats", "try_boot.bats"):
+    def test_trials_and_installations_are_made_with_what_is_shipped_and_only_there(self):
+        for name in ("install.bats", "my_try.bats", "panel_check.bats", "panel_guard.bats",
+                     "panel_install.bats", "sandbox.bats", "try.bats", "try_boot.bats"):
             self.write(f"tests/device/{name}")
         self.patch(results, "of_program", mock.Mock(return_value=[]))
         plan = {part.name: part for part in gate.schedule()}
         for part, names in (
-                ("device tests (release)", ["install", "my_try", "try", "try_boot"]),
-                ("device tests (sanitizers)", ["install", "my_try"])):
+                ("device tests (release)", ["install", "my_try", "panel_check", "panel_guard",
+                                            "panel_install", "try", "try_boot"]),
+                ("device tests (sanitizers)", ["install", "my_try", "panel_check"])):
             commands = self.played()
             plan[part].work()
             self.assertEqual(commands.seen[0][4:],

@@ -9,7 +9,8 @@
 
 load vm.bash
 
-KX_PACKAGE=${KX_PACKAGE:-$ROOT/build/dev/kx-package}
+# The machine is emulated: a build that starts quickly is asked where there is one.
+KX_PACKAGE=${KX_SECOND:-${KX_PACKAGE:-$ROOT/build/dev/kx-package}}
 
 setup_file() {
     cd "$BATS_FILE_TMPDIR" || return

@@ -75,7 +75,7 @@ std::string ChildNumber()
 }
 
 /// The lines of a file of /proc about the child that begin with these words.
-std::vector<std::string> LinesOf(const std::string& file, const std::vector<std::string>& words)
+std::vector<std::string> ProcLinesOf(const std::string& file, const std::vector<std::string>& words)
 {
     std::istringstream text(io::ReadWholeFile("/proc/" + ChildNumber() + "/" + file, 100000));
     std::vector<std::string> lines;
@@ -180,15 +180,15 @@ TEST_F(ConfinedProcessTest, BelongsToNobodyAndHasNothing)
     std::vector<std::string> status;
     std::vector<std::string> limits;
 
-    const std::string ended =
-        Ended([](IMessages& messages) { messages.Send(1, "look"); },
-              [&](const Message& /*message*/) {
-                  status =
-                      LinesOf("status", {"Uid", "Gid", "Groups", "CapInh", "CapPrm", "CapEff",
-                                         "CapAmb", "NoNewPrivs", "Seccomp:", "SigIgn", "SigBlk"});
-                  limits = LinesOf("limits", {"Max open files", "Max processes", "Max file size",
-                                              "Max core", "Max cpu", "Max address"});
-              });
+    const std::string ended = Ended(
+        [](IMessages& messages) { messages.Send(1, "look"); },
+        [&](const Message& /*message*/) {
+            status =
+                ProcLinesOf("status", {"Uid", "Gid", "Groups", "CapInh", "CapPrm", "CapEff",
+                                       "CapAmb", "NoNewPrivs", "Seccomp:", "SigIgn", "SigBlk"});
+            limits = ProcLinesOf("limits", {"Max open files", "Max processes", "Max file size",
+                                            "Max core", "Max cpu", "Max address"});
+        });
 
     EXPECT_EQ(ended, "nothing thrown");
     EXPECT_THAT(status,

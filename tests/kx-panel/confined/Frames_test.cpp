@@ -27,7 +27,7 @@ using ::testing::IsEmpty;
 using Messages = std::vector<std::pair<int, std::string>>;
 
 constexpr FrameLimits kMany{1000, 1000000};
-constexpr const char* kRefused = "1: what reads the package said what it must not say";
+constexpr const char* kRefusedText = "1: what reads the package said what it must not say";
 
 /// Returns what a FrameWriter writes.
 template <class Call>
@@ -150,10 +150,10 @@ TEST(Frames, NoMoreIsTakenThanTheLimitsAllow)
     const std::string three = Frame(1, "12345") + Frame(1, "12345") + Frame(1, "12345");
 
     EXPECT_EQ(Hear(three, 1, {3, 15}).thrown, "nothing thrown");
-    EXPECT_EQ(Hear(three, 1, {2, 15}).thrown, kRefused);
+    EXPECT_EQ(Hear(three, 1, {2, 15}).thrown, kRefusedText);
     EXPECT_EQ(Hear(three, 1, {2, 15}).messages.size(), 2U);
-    EXPECT_EQ(Hear(three, 1, {3, 14}).thrown, kRefused);
-    EXPECT_EQ(Hear(Frame(1, "") + Frame(1, ""), 1, {1, 0}).thrown, kRefused);
+    EXPECT_EQ(Hear(three, 1, {3, 14}).thrown, kRefusedText);
+    EXPECT_EQ(Hear(Frame(1, "") + Frame(1, ""), 1, {1, 0}).thrown, kRefusedText);
 }
 
 class BadFrames : public ::testing::TestWithParam<std::pair<const char*, std::string>>
@@ -162,8 +162,8 @@ class BadFrames : public ::testing::TestWithParam<std::pair<const char*, std::st
 
 TEST_P(BadFrames, AreRefused)
 {
-    EXPECT_EQ(Hear(GetParam().second, 1).thrown, kRefused);
-    EXPECT_EQ(Hear(GetParam().second, 1U << 20U).thrown, kRefused);
+    EXPECT_EQ(Hear(GetParam().second, 1).thrown, kRefusedText);
+    EXPECT_EQ(Hear(GetParam().second, 1U << 20U).thrown, kRefusedText);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -92,7 +92,7 @@ std::vector<std::string> Decided(const std::string& bytes, SignatureRule rule)
 }
 
 /// A package with one step that copies a file.
-std::string DemoPackage(const std::string& content, const std::vector<ZipPart>& more = {})
+std::string ConfinedPackage(const std::string& content, const std::vector<ZipPart>& more = {})
 {
     const ProjectBuilder::Object root = ProjectBuilder::Root({ProjectBuilder::CopyFileStep(
         {ProjectBuilder::CopyItem("C:\\demo\\run", "/opt/demo/run", "755")})});
@@ -137,7 +137,7 @@ std::string FirstWord(const std::string& bytes, SignatureRule rule = SignatureRu
 
 TEST(ConfinedDecision, AGoodPackageIsTaken)
 {
-    const std::string package = DemoPackage("content");
+    const std::string package = ConfinedPackage("content");
 
     EXPECT_THAT(Decided(SignedBytes(package, {&EdKey()}), SignatureRule::kRequired), IsEmpty());
     EXPECT_THAT(Decided(package, SignatureRule::kOptional), IsEmpty());
@@ -145,7 +145,7 @@ TEST(ConfinedDecision, AGoodPackageIsTaken)
 
 TEST(ConfinedDecision, SignaturesAreJudgedLikeAnywhereElse)
 {
-    const std::string zip = DemoPackage("content");
+    const std::string zip = ConfinedPackage("content");
     const std::string file = SignedBytes(zip, {&EdKey()});
     std::string damaged = file;
     damaged[file.find("KX-SIGNATURES")] = 'k';
@@ -163,18 +163,18 @@ TEST(ConfinedDecision, SignaturesAreJudgedLikeAnywhereElse)
 
 TEST(ConfinedDecision, ContentsAreJudgedLikeAnywhereElse)
 {
-    std::string damaged = DemoPackage("content");
+    std::string damaged = ConfinedPackage("content");
     damaged[damaged.find("content")] = 'C';
-    const std::string program = DemoPackage(ArmProgram().Bytes());
+    const std::string program = ConfinedPackage(ArmProgram().Bytes());
 
     EXPECT_EQ(FirstWord(damaged, SignatureRule::kOptional), "structure");
     EXPECT_EQ(FirstWord(archive::ZipOf({{"a", "b"}}), SignatureRule::kOptional), "description");
     EXPECT_EQ(FirstWord(archive::ZipOf({{"UserPackage.kx-project", "{\"Title\":"}}),
                         SignatureRule::kOptional),
               "description");
-    EXPECT_EQ(
-        FirstWord(DemoPackage("content", {{"../../etc/passwd", "x"}}), SignatureRule::kOptional),
-        "structure");
+    EXPECT_EQ(FirstWord(ConfinedPackage("content", {{"../../etc/passwd", "x"}}),
+                        SignatureRule::kOptional),
+              "structure");
     EXPECT_EQ(FirstWord(SignedBytes(program, {&EdKey()})), "");
 }
 
@@ -182,7 +182,8 @@ TEST(ConfinedDecision, ContentsAreUnpackedLikeAnywhereElse)
 {
     const TempDir folder;
     const std::string large(std::size_t{3} << 20, 'x');
-    const archive::FileBytes source(folder.Write(kFileName, DemoPackage(large, {{"0/0/b", "b"}})));
+    const archive::FileBytes source(
+        folder.Write(kFileName, ConfinedPackage(large, {{"0/0/b", "b"}})));
     ConfinedProcess confined = OpenPanel(SignatureRule::kOptional).Confinement();
     InProcess open;
     Listing told;

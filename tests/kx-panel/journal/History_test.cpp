@@ -183,6 +183,7 @@ TEST(History, KeepsTheBeginningAndTheEndOfALongEntry)
     Diary diary;
     diary.limits.historyBytes = 8000; // 4000 for the lines of one
     std::vector<std::string> lines;
+    lines.reserve(1000);
     for (int i = 0; i < 1000; ++i) {
         lines.push_back("line " + std::to_string(i));
     }
@@ -209,17 +210,15 @@ TEST(History, CompletesWhatWasCutShort)
     }
     const std::string path = diary.dir / "state/history/0000000001.jsonl";
     diary.dir.Write("state/history/0000000001.jsonl", ReadFile(path) + R"({"line":"tw)");
-    const Ending interrupted{Outcome::kInterrupted, 1, Speaker::kPanel, "the power was cut"};
+    Ending interrupted{Outcome::kInterrupted, 1, Speaker::kPanel, "the power was cut"};
 
     std::vector<std::uint64_t> asked;
-    CompleteHistory(diary.state.Folder(), [&](std::uint64_t id) {
-        asked.push_back(id);
-        return interrupted;
-    });
-    CompleteHistory(diary.state.Folder(), [&](std::uint64_t id) {
-        asked.push_back(id);
-        return interrupted;
-    });
+    for (int times = 0; times < 2; ++times) {
+        CompleteHistory(diary.state.Folder(), [&](std::uint64_t id) {
+            asked.push_back(id);
+            return interrupted;
+        });
+    }
 
     EXPECT_THAT(asked, ElementsAre(1));
     const std::optional<PastInstallation> past = ReadHistoryEntry(diary.state.Folder(), 1);

@@ -71,7 +71,7 @@ protected:
 using ReadPolicyOf = PolicyOf;
 using ReadPanelKeysOf = PolicyOf;
 
-std::vector<std::string> LinesOf(const std::vector<io::Error>& errors)
+std::vector<std::string> ErrorLines(const std::vector<io::Error>& errors)
 {
     std::vector<std::string> lines;
     lines.reserve(errors.size());
@@ -150,7 +150,7 @@ TEST_F(ReadPolicyOf, APanelTellsAllThatIsWrong)
         FAIL();
     } catch (const io::Errors& errors) {
         EXPECT_THAT(
-            LinesOf(errors.All()),
+            ErrorLines(errors.All()),
             ElementsAre("/etc/kx_Updater/panel.toml:2:1: 'signature' is not known here; did "
                         "you mean 'signatures'?",
                         "/etc/kx_Updater/panel.toml:4:11: 'limits.entries' is 0; write a "
@@ -222,22 +222,22 @@ TEST_F(ReadPanelKeysOf, APanelAreThoseOfItsFolder)
     const signature::TrustedKeys trusted = Keys();
 
     EXPECT_THAT(NamesOf(trusted), ElementsAre("a", "b revoked"));
-    EXPECT_THAT(LinesOf(trusted.problems), IsEmpty());
+    EXPECT_THAT(ErrorLines(trusted.problems), IsEmpty());
     EXPECT_THAT(trusted.keys[0].models.value(), ElementsAre("TP-0700"));
 }
 
 TEST_F(ReadPanelKeysOf, APanelAreMissedWhereSignaturesAreRequired)
 {
-    EXPECT_THAT(LinesOf(Keys().problems), ElementsAre(kNoKey));
-    EXPECT_THAT(LinesOf(Keys(SignatureRule::kOptional).problems), IsEmpty());
+    EXPECT_THAT(ErrorLines(Keys().problems), ElementsAre(kNoKey));
+    EXPECT_THAT(ErrorLines(Keys(SignatureRule::kOptional).problems), IsEmpty());
 
     WriteKey("a.pem", signature::EdKey());
     m_dir.Write("etc/kx_Updater/keys/a.toml", "revoked = true\n");
-    EXPECT_THAT(LinesOf(Keys().problems), ElementsAre(kNoKey));
+    EXPECT_THAT(ErrorLines(Keys().problems), ElementsAre(kNoKey));
 
     m_dir.Write("etc/kx_Updater/keys/a.toml", "");
     EXPECT_THAT(
-        LinesOf(Keys().problems),
+        ErrorLines(Keys().problems),
         ElementsAre(m_dir /
                         "etc/kx_Updater/keys/a.toml: says nothing; write what limits the key, or "
                         "remove the file",
@@ -246,7 +246,7 @@ TEST_F(ReadPanelKeysOf, APanelAreMissedWhereSignaturesAreRequired)
     WriteKey("b.pem", signature::P256Key());
     EXPECT_EQ(Keys().problems.size(), 1U);
     m_dir.Write("etc/kx_Updater/keys/a.toml", "revoked = true\n");
-    EXPECT_THAT(LinesOf(Keys().problems), IsEmpty());
+    EXPECT_THAT(ErrorLines(Keys().problems), IsEmpty());
 }
 
 TEST_F(ReadPanelKeysOf, APanelAreNotTrustedWhereOthersCouldHaveWrittenThem)
@@ -265,7 +265,7 @@ TEST_F(ReadPanelKeysOf, APanelAreNotTrustedWhereOthersCouldHaveWrittenThem)
 
     const std::string user = getuid() == 0 ? "root" : "user " + std::to_string(getuid());
     EXPECT_THAT(NamesOf(trusted), ElementsAre("b damaged", "c", "e damaged"));
-    EXPECT_THAT(LinesOf(trusted.problems),
+    EXPECT_THAT(ErrorLines(trusted.problems),
                 ElementsAre("/etc/kx_Updater/keys/a.pem: can be changed by others than " + user +
                                 " (mode 666); chmod go-w /etc/kx_Updater/keys/a.pem",
                             "/etc/kx_Updater/keys/b.toml: can be changed by others than " + user +

@@ -37,7 +37,7 @@ std::optional<Proposal> Proposed(const std::string& file)
 }
 
 /// What a confinement may say of a package, part by part.
-struct Told {
+struct ToldBlock {
     std::uint64_t blockSize = 0;
     std::string name = "demo";
     std::uint64_t length = 0;
@@ -47,7 +47,7 @@ struct Told {
         {std::string(32, 'k'), std::string(64, 's')}};
 
     /// Of a file of a size, all right.
-    explicit Told(std::uint64_t fileSize)
+    explicit ToldBlock(std::uint64_t fileSize)
     {
         signature::Block block{{name, 0, digest}, {{signatures[0].first, signatures[0].second}}};
         blockSize = BytesOf(block).size();
@@ -125,14 +125,14 @@ TEST(Proposal, TellsWhyAPackageIsRefused)
 
 TEST(Proposal, TakesWhatIsAllRight)
 {
-    EXPECT_EQ(SaidTo({{kSigned, Told(kFileSize).Bytes()}}), "nothing thrown");
+    EXPECT_EQ(SaidTo({{kSigned, ToldBlock(kFileSize).Bytes()}}), "nothing thrown");
     EXPECT_EQ(SaidTo({{kUnsigned, ""}}), "nothing thrown");
     EXPECT_EQ(SaidTo({{kRefused, Refusing(1, "is \033odd")}}), "1: is \\x1bodd");
 }
 
 TEST(Proposal, TakesNoMessageButOne)
 {
-    const std::string good = Told(kFileSize).Bytes();
+    const std::string good = ToldBlock(kFileSize).Bytes();
 
     EXPECT_EQ(SaidTo({}), kCannotBe);
     EXPECT_EQ(SaidTo({{kSigned, good}, {kSigned, good}}), kCannotBe);
@@ -146,7 +146,7 @@ TEST(Proposal, TakesNoMessageButOne)
 
 TEST(Proposal, TakesNoMessageOfAnotherLength)
 {
-    const std::string good = Told(kFileSize).Bytes();
+    const std::string good = ToldBlock(kFileSize).Bytes();
     for (std::size_t size = 0; size < good.size(); ++size) {
         EXPECT_NE(SaidTo({{kSigned, good.substr(0, size)}}), "nothing thrown") << size;
     }
@@ -166,7 +166,7 @@ TEST(Proposal, TakesNoRefusalThatCannotBe)
 /// A lie about a block.
 struct Lie {
     const char* name;
-    void (*change)(Told& told);
+    void (*change)(ToldBlock& told);
     const char* thrown;
 };
 
@@ -176,7 +176,7 @@ class Lies : public ::testing::TestWithParam<Lie>
 
 TEST_P(Lies, AreNotTaken)
 {
-    Told told(kFileSize);
+    ToldBlock told(kFileSize);
     GetParam().change(told);
 
     EXPECT_EQ(SaidTo({{kSigned, told.Bytes()}}), GetParam().thrown);
@@ -185,42 +185,42 @@ TEST_P(Lies, AreNotTaken)
 INSTANTIATE_TEST_SUITE_P(
     Kinds, Lies,
     ::testing::Values(
-        Lie{"NoBlockAtAll", [](Told& told) { told.blockSize = 0; }, kCannotBe},
-        Lie{"ALargerBlock", [](Told& told) { ++told.blockSize; }, kCannotBe},
-        Lie{"ASmallerBlock", [](Told& told) { --told.blockSize; }, kCannotBe},
+        Lie{"NoBlockAtAll", [](ToldBlock& told) { told.blockSize = 0; }, kCannotBe},
+        Lie{"ALargerBlock", [](ToldBlock& told) { ++told.blockSize; }, kCannotBe},
+        Lie{"ASmallerBlock", [](ToldBlock& told) { --told.blockSize; }, kCannotBe},
         Lie{"ABlockAndAFileOfOtherSizes",
-            [](Told& told) {
+            [](ToldBlock& told) {
                 ++told.blockSize;
                 --told.length;
             },
             kCannotBe},
-        Lie{"TooLargeABlock", [](Told& told) { told.blockSize = 8193; }, kNoSense},
-        Lie{"AHugeBlock", [](Told& told) { told.blockSize = UINT64_MAX; }, kNoSense},
-        Lie{"ALongerFile", [](Told& told) { ++told.length; }, kCannotBe},
-        Lie{"AnEndlessFile", [](Told& told) { told.length = UINT64_MAX; }, kCannotBe},
-        Lie{"NoName", [](Told& told) { told.name = ""; }, kCannotBe},
-        Lie{"AnotherLengthOfName", [](Told& told) { told.name = "demo2"; }, kCannotBe},
-        Lie{"AnUnsafeName", [](Told& told) { told.name = "../x"; }, kCannotBe},
-        Lie{"AnUnpackedName", [](Told& told) { told.name = "a.temp"; }, kCannotBe},
-        Lie{"ALongName", [](Told& told) { told.name = std::string(101, 'x'); }, kNoSense},
-        Lie{"AShortDigest", [](Told& told) { told.digest.pop_back(); }, kCannotBe},
-        Lie{"ALongDigest", [](Told& told) { told.digest += 'd'; }, kNoSense},
+        Lie{"TooLargeABlock", [](ToldBlock& told) { told.blockSize = 8193; }, kNoSense},
+        Lie{"AHugeBlock", [](ToldBlock& told) { told.blockSize = UINT64_MAX; }, kNoSense},
+        Lie{"ALongerFile", [](ToldBlock& told) { ++told.length; }, kCannotBe},
+        Lie{"AnEndlessFile", [](ToldBlock& told) { told.length = UINT64_MAX; }, kCannotBe},
+        Lie{"NoName", [](ToldBlock& told) { told.name = ""; }, kCannotBe},
+        Lie{"AnotherLengthOfName", [](ToldBlock& told) { told.name = "demo2"; }, kCannotBe},
+        Lie{"AnUnsafeName", [](ToldBlock& told) { told.name = "../x"; }, kCannotBe},
+        Lie{"AnUnpackedName", [](ToldBlock& told) { told.name = "a.temp"; }, kCannotBe},
+        Lie{"ALongName", [](ToldBlock& told) { told.name = std::string(101, 'x'); }, kNoSense},
+        Lie{"AShortDigest", [](ToldBlock& told) { told.digest.pop_back(); }, kCannotBe},
+        Lie{"ALongDigest", [](ToldBlock& told) { told.digest += 'd'; }, kNoSense},
         Lie{"NoSignature",
-            [](Told& told) {
+            [](ToldBlock& told) {
                 told.signatures.clear();
                 told.count = 0;
             },
             kCannotBe},
-        Lie{"FewerSignaturesThanTold", [](Told& told) { told.count = 2; }, kNoSense},
-        Lie{"MoreSignaturesThanTold", [](Told& told) { told.count = 0; }, kNoSense},
+        Lie{"FewerSignaturesThanTold", [](ToldBlock& told) { told.count = 2; }, kNoSense},
+        Lie{"MoreSignaturesThanTold", [](ToldBlock& told) { told.count = 0; }, kNoSense},
         Lie{"TooManySignatures",
-            [](Told& told) {
+            [](ToldBlock& told) {
                 told.count = 17;
                 told.signatures.resize(17, told.signatures[0]);
             },
             kNoSense},
         Lie{"TwoSignaturesOfOneKey",
-            [](Told& told) {
+            [](ToldBlock& told) {
                 told.count = 2;
                 told.signatures.push_back(told.signatures[0]);
                 told.blockSize += 96;
@@ -228,18 +228,19 @@ INSTANTIATE_TEST_SUITE_P(
             },
             kCannotBe},
         Lie{"SignaturesOutOfOrder",
-            [](Told& told) {
+            [](ToldBlock& told) {
                 told.count = 2;
                 told.signatures.emplace_back(std::string(32, 'a'), std::string(64, 's'));
                 told.blockSize += 96;
                 told.length -= 96;
             },
             kCannotBe},
-        Lie{"AShortKey", [](Told& told) { told.signatures[0].first.pop_back(); }, kCannotBe},
-        Lie{"AShortSignature", [](Told& told) { told.signatures[0].second.pop_back(); }, kCannotBe},
-        Lie{"ALongSignature", [](Told& told) { told.signatures[0].second += 's'; }, kNoSense},
-        Lie{"TheMarkOfAnEnd", [](Told& told) { told.signatures[0].second.replace(0, 4, "PK\5\6"); },
-            kCannotBe}),
+        Lie{"AShortKey", [](ToldBlock& told) { told.signatures[0].first.pop_back(); }, kCannotBe},
+        Lie{"AShortSignature", [](ToldBlock& told) { told.signatures[0].second.pop_back(); },
+            kCannotBe},
+        Lie{"ALongSignature", [](ToldBlock& told) { told.signatures[0].second += 's'; }, kNoSense},
+        Lie{"TheMarkOfAnEnd",
+            [](ToldBlock& told) { told.signatures[0].second.replace(0, 4, "PK\5\6"); }, kCannotBe}),
     [](const auto& row) { return std::string(row.param.name); });
 
 } // namespace kx::guard

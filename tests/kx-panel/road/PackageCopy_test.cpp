@@ -39,7 +39,8 @@ public:
         EXPECT_EQ(offset, m_read) << "read once, from the beginning to the end";
         const auto size = std::min<std::uint64_t>(count, m_size - offset);
         m_read = offset + size;
-        return std::string(static_cast<std::size_t>(size), static_cast<char>('a' + m_times++));
+        std::string bytes(static_cast<std::size_t>(size), static_cast<char>('a' + m_times++));
+        return bytes;
     }
 
 private:

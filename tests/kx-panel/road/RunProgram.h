@@ -17,6 +17,7 @@ namespace kx::guard
 inline int RunProgram(std::vector<std::string> words)
 {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }
