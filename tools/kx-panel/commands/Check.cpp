@@ -37,15 +37,21 @@ Decision DecideBehind(const Door& door, const std::string& path)
     return decision;
 }
 
+/// Decides, or tells why the door is closed.
+Decision DecideAt(const Door& door, const std::string& path)
+{
+    if (door.IsOpen()) {
+        return DecideBehind(door, path);
+    }
+    Decision closed;
+    closed.reasons = door.reasons;
+    return closed;
+}
+
 io::ExitCode Check(const std::string& path, const Output& output)
 {
     const Door door = OpenDoor(PanelDoorFiles());
-    Judged judged{path, {}, door.keys.problems};
-    if (door.IsOpen()) {
-        judged.decision = DecideBehind(door, path);
-    } else {
-        judged.decision.reasons = door.reasons;
-    }
+    const Judged judged{path, DecideAt(door, path), door.keys.problems};
     if (output.isJson) {
         WriteJson(output, picojson::value(DecisionAsJson(judged)));
     } else {
