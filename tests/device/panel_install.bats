@@ -488,7 +488,7 @@ END
     signed demo <<<"$HELLO"
 
     on_panel 'installed demo; ls -lA --time-style=+ /etc >/root/before
-        for name in $(ls -A /var/lib/kx-panel) work; do
+        for name in $(ls -A /var/lib/kx-panel) unpacked; do
             cp -a /var/lib/kx-panel /root/state
             rm -rf "/var/lib/kx-panel/$name"; ln -s /etc "/var/lib/kx-panel/$name"
             installed demo | cut -d " " -f 2-; ls -lA --time-style=+ /etc | diff /root/before -

@@ -90,15 +90,15 @@ TEST(StateFolder, RemovesATreeAndNoneOfWhatItsLinksLeadTo)
     const TempDir dir;
     const StateFolder folder = FolderAt(dir.MakeDir("state"));
     dir.Write("elsewhere/file", "keep");
-    dir.Write("state/work/a/b/c/file", "1");
-    dir.Write("state/work/a/b/d/e/file", "2");
-    dir.Write("state/work/.removed-0/file", "3");
-    dir.MakeDir("state/work/read-only/empty");
-    std::filesystem::create_directory_symlink("../../elsewhere", dir / "state/work/a/link");
+    dir.Write("state/unpacked/a/b/c/file", "1");
+    dir.Write("state/unpacked/a/b/d/e/file", "2");
+    dir.Write("state/unpacked/.removed-0/file", "3");
+    dir.MakeDir("state/unpacked/read-only/empty");
+    std::filesystem::create_directory_symlink("../../elsewhere", dir / "state/unpacked/a/link");
     std::filesystem::create_directory_symlink("../elsewhere", dir / "state/link");
-    ASSERT_EQ(chmod((dir / "state/work/read-only").c_str(), 0500), 0);
+    ASSERT_EQ(chmod((dir / "state/unpacked/read-only").c_str(), 0500), 0);
 
-    folder.Remove("work");
+    folder.Remove("unpacked");
     folder.Remove("link");
     folder.Remove("nothing");
 

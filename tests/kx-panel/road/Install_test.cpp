@@ -167,7 +167,7 @@ TEST_F(InstallTest, UnpacksUnderTheSignedNameAndInstallsWithThePanelsUpdater)
     EXPECT_EQ(done.ending.status, 0);
     EXPECT_EQ(done.ending.from, Speaker::kUpdater);
     EXPECT_EQ(done.ending.message, "");
-    EXPECT_THAT(m_watcher.lines, ElementsAre(m_dir / "state/work/Hello.temp", ".", "./payload",
+    EXPECT_THAT(m_watcher.lines, ElementsAre(m_dir / "state/unpacked/Hello.temp", ".", "./payload",
                                              "./payload/file", "./top", "700"));
     EXPECT_THAT(m_watcher.steps,
                 ElementsAre(RoadStep::kClearing, RoadStep::kLooking, RoadStep::kCopying,
@@ -455,7 +455,7 @@ protected:
         const HistoryEntry entry(state.Folder(), m_policy.limits, "Hello.kx-update", 0);
         NoteBegun(state.Folder(), {"Hello", "1.2", entry.Id()});
         m_dir.Write("state/package", "copy");
-        m_dir.Write("state/work/Hello.temp/payload/file", "f");
+        m_dir.Write("state/unpacked/Hello.temp/payload/file", "f");
         m_dir.Write("state/installer.lock", "");
         m_dir.Write("state/.begun.new", "half");
         m_dir.Write("state/history/.0000000001.jsonl.new", "half");
@@ -532,7 +532,7 @@ TEST_F(AfterACut, WhatAKilledUpdaterLeftRunningIsClearedWhenItHasEnded)
 
     EXPECT_EQ(done.ending.message, "the updater was ended by signal 9; programs that it started "
                                    "still run; what was unpacked is removed when they have ended");
-    EXPECT_THAT(Remembered(), testing::Contains("work/Hello.temp/top f 644 t"));
+    EXPECT_THAT(Remembered(), testing::Contains("unpacked/Hello.temp/top f 644 t"));
     EXPECT_TRUE(std::filesystem::exists(m_dir / "Zt"));
     EXPECT_THROW(static_cast<void>(Run()), Busy);
     const int process = std::stoi(ReadFile(pid));

@@ -13,7 +13,7 @@ namespace kx::guard
 /// The name that the copy of a package has in the state folder.
 constexpr const char* kCopyName = "package";
 /// The folder in the state folder in which a package is unpacked.
-constexpr const char* kWorkName = "work";
+constexpr const char* kWorkName = "unpacked";
 
 /// Removes the copy of a package, and what was unpacked.
 /// @throws Error for what cannot be removed
