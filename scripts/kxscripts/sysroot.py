@@ -72,7 +72,8 @@ def _fetch_command(arch, archive):
     own: as root by a namespace here, otherwise by one that mmdebstrap makes."""
     command = ["mmdebstrap", f"--arch={arch}", "--variant=extract", "--format=tar",
                f"--include={','.join(PACKAGES)}", "--skip=output/dev",
-               f"--extract-hook=sh {HOOK} \"$1\"",
+               # The text, since who runs it need not reach the file.
+               f"--extract-hook={HOOK.read_text(encoding='utf-8')}",
                SUITE, str(archive), f"deb {archive_address()} {SUITE} {COMPONENT}"]
     if os.geteuid() == 0:
         return ["unshare", "--mount", "--propagation", "private", "--", *command, "--mode=root"]
@@ -105,8 +106,6 @@ def _make(arch, folder):
     place = folder / name_of(arch)
     with tempfile.TemporaryDirectory(dir=folder, prefix=f"make.{arch}.") as name:
         work = pathlib.Path(name)
-        # mmdebstrap without root's rights works as one that may only pass.
-        work.chmod(0o755)
         archive = work / "packages.tar"
         common.say(f"fetching Debian's headers and libraries for {arch}")
         _run(_fetch_command(arch, archive), work,
