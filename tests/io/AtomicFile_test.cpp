@@ -82,8 +82,8 @@ TEST_P(AtomicFiles, AreOnTheDiskBeforeTheyHaveTheirNameAndTheirFolderIsAfterward
 
     file.Commit();
 
-    EXPECT_THAT(placing.Calls(),
-                ElementsAre("sync " + written, "name " + (m_dir / "x"), "sync " + m_dir.Path()));
+    EXPECT_THAT(placing.Calls(), ElementsAre("sync " + written + ", 3 bytes",
+                                             "name " + (m_dir / "x"), "sync " + m_dir.Path()));
 }
 
 TEST_P(AtomicFiles, SyncTheFolderTheyAreNamedInWithoutAPath)
