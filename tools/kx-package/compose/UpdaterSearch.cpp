@@ -103,8 +103,7 @@ std::string FindUpdater(const format::Processor& processor, const Machine& machi
         }
     }
     throw io::Error(io::ExitCode::kNoAccess, installed.string(),
-                    std::string("there is no updater for ") + processor.name,
-                    UpdaterRemedy(cross));
+                    std::string("there is no updater for ") + processor.name, UpdaterRemedy(cross));
 }
 
 std::optional<format::ProgramHead> ReadUpdaterHead(const std::string& path)
