@@ -31,12 +31,17 @@ if(KX_FUZZ)
   target_compile_options(kx_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# What is shipped is the same wherever it was built: it holds no path of that machine. The last
-# prefix that fits is taken, which is the build folder's where that lies within the sources.
+# What is shipped is the same wherever it was built: it holds no path of that machine, nor of where
+# the panel's headers lie there. The last prefix that fits is taken, which is the build folder's where
+# that lies within the sources.
 if(NOT KX_SANITIZE AND NOT KX_COVERAGE)
   target_compile_options(kx_options INTERFACE
     $<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>
     $<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${CMAKE_BINARY_DIR}=build>)
+  if(CMAKE_SYSROOT)
+    target_compile_options(kx_options INTERFACE
+      $<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${CMAKE_SYSROOT}=>)
+  endif()
 endif()
 
 if(KX_COVERAGE)
@@ -76,8 +81,14 @@ function(kx_add_layer name)
   kx_compile_folders_together(${name})
 endfunction()
 
-# kx_install_completion(PROGRAM): what the shells complete comes from the program itself.
+# kx_install_completion(PROGRAM): what the shells complete comes from the program itself, which for
+# another processor needs an emulator.
 function(kx_install_completion program)
+  if(CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
+    message(WARNING "Without an emulator for its processor, ${program} cannot tell what the shells "
+      "complete; install qemu-user, or set CMAKE_CROSSCOMPILING_EMULATOR")
+    return()
+  endif()
   set(folder "${CMAKE_CURRENT_BINARY_DIR}/completion")
   add_custom_command(OUTPUT "${folder}/${program}" "${folder}/_${program}"
     COMMAND "${CMAKE_COMMAND}" -E make_directory "${folder}"

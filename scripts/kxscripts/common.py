@@ -39,9 +39,10 @@ def setup(*groups):
         raise Failed("what is missing could not be installed")
 
 
-def try_build(preset, *targets, root=ROOT):
+def try_build(preset, *targets, root=ROOT, options=()):
     """Configures and builds; all output goes to build/PRESET.log.
 
+    options   what the configuring is told besides
     Returns None, or the end of the log and one line that tells what failed."""
     log = root / "build" / f"{preset}.log"
     log.parent.mkdir(exist_ok=True)
@@ -49,7 +50,7 @@ def try_build(preset, *targets, root=ROOT):
     if targets:
         command += ["--target", *targets]
     with log.open("wb") as output:
-        for step in (["cmake", "--preset", preset], command):
+        for step in (["cmake", "--preset", preset, *options], command):
             if processes.run(step, cwd=root, output=output) != 0:
                 break
         else:
@@ -58,11 +59,12 @@ def try_build(preset, *targets, root=ROOT):
             f"building the preset {preset} failed; all of it: {log.relative_to(root)}")
 
 
-def build(preset, *targets, root=ROOT):
+def build(preset, *targets, root=ROOT, options=()):
     """Configures and builds, quietly when all is well; the output is kept in build/PRESET.log.
 
+    options   what the configuring is told besides
     Raises Failed after it has printed the end of the log on standard error."""
-    problem = try_build(preset, *targets, root=root)
+    problem = try_build(preset, *targets, root=root, options=options)
     if problem is not None:
         end, _, reason = problem.rpartition("\n")
         print(end, file=sys.stderr, flush=True)
