@@ -8,37 +8,18 @@ import socket
 import threading
 
 
-class Probe:
-    """Listens for one program. `state` is what it has told last, None before the first word."""
+class Observer:
+    """What a program has told. `state` is the last of it, None before the first word; `ended` tells
+    whether nothing more will come. Whoever has the link to the program notes what comes over it."""
 
-    def __init__(self, path):
-        self._server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-        self._server.bind(path)
-        self._server.listen(1)
-        self._link = None
+    def __init__(self):
         self._news = threading.Condition()
         self._syncs = 0
         self.state = None
         self.ended = False
-        threading.Thread(target=self._listen, daemon=True).start()
 
-    @staticmethod
-    def environment(path, plugins):
-        """What a program needs in its environment to load the probe."""
-        return {"KX_PROBE": path, "QT_PLUGIN_PATH": plugins, "QT_QPA_GENERIC_PLUGINS": "kxprobe"}
-
-    def _listen(self):
-        # Everything is read as it comes: the program must never have to wait for its observer.
-        self._link, _ = self._server.accept()
-        try:
-            with self._link.makefile("rb") as lines:
-                for line in lines:
-                    self._note(json.loads(line))
-        except (OSError, ValueError):
-            pass  # a program that was killed leaves half a line, or a broken link
-        self.note_end()
-
-    def _note(self, told):
+    def note(self, told):
+        """Takes a line of the program."""
         with self._news:
             if "sync" in told:
                 self._syncs = told["sync"]
@@ -51,6 +32,13 @@ class Probe:
         with self._news:
             self.ended = True
             self._news.notify_all()
+
+    def forget(self):
+        """Begins anew, with the next program."""
+        with self._news:
+            self._syncs = 0
+            self.state = None
+            self.ended = False
 
     def wait_for(self, condition, seconds):
         """Waits until condition(state) holds. Returns False when time or program end before."""
@@ -76,7 +64,39 @@ class Probe:
     def ask(self, request):
         """Sends a request. Returns False when nobody is there."""
         try:
-            self._link.sendall(os.fsencode(request) + b"\n")
+            self.send(os.fsencode(request) + b"\n")
         except (AttributeError, OSError):
             return False
         return True
+
+
+class Probe(Observer):
+    """Listens for one program of this machine."""
+
+    def __init__(self, path):
+        super().__init__()
+        self._server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self._server.bind(path)
+        self._server.listen(1)
+        self._link = None
+        threading.Thread(target=self._listen, daemon=True).start()
+
+    @staticmethod
+    def environment(path, plugins):
+        """What a program needs in its environment to load the probe."""
+        return {"KX_PROBE": path, "QT_PLUGIN_PATH": plugins, "QT_QPA_GENERIC_PLUGINS": "kxprobe"}
+
+    def _listen(self):
+        # Everything is read as it comes: the program must never have to wait for its observer.
+        self._link, _ = self._server.accept()
+        try:
+            with self._link.makefile("rb") as lines:
+                for line in lines:
+                    self.note(json.loads(line))
+        except (OSError, ValueError):
+            pass  # a program that was killed leaves half a line, or a broken link
+        self.note_end()
+
+    def send(self, request):
+        """Sends a request; AttributeError or OSError when nobody is there."""
+        self._link.sendall(request)

@@ -2,7 +2,8 @@
 // SPDX-License-Identifier: MIT
 
 // Tells what the windows of a running program show, to whoever listens at the socket that the
-// environment variable KX_PROBE names. Loaded by QT_QPA_GENERIC_PLUGINS=kxprobe; the program itself
+// environment variable KX_PROBE names, or at the other end of the port, a character device, that it
+// names. Loaded by QT_QPA_GENERIC_PLUGINS=kxprobe; the program itself
 // knows nothing of it. Changes nothing but what it is asked for: "quit" leaves the event loop.
 //
 // Each line to the listener is a JSON object: a state whenever what is shown has changed, and the
@@ -32,7 +33,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -210,8 +213,18 @@ QJsonObject StateOfAll()
     return {{QStringLiteral("front"), front}, {QStringLiteral("widgets"), widgets}};
 }
 
+/// Tells whether a path names a port to the machine that a panel is emulated on.
+bool IsPort(const char* path)
+{
+    struct stat found = {};
+    return stat(path, &found) == 0 && S_ISCHR(found.st_mode);
+}
+
 int Connect(const char* path)
 {
+    if (IsPort(path)) {
+        return open(path, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    }
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     if (std::strlen(path) >= sizeof(address.sun_path)) {
@@ -298,8 +311,11 @@ private:
     {
         QByteArray rest = line + '\n';
         while (!rest.isEmpty()) {
-            const ssize_t count =
-                send(m_link, rest.constData(), static_cast<std::size_t>(rest.size()), MSG_NOSIGNAL);
+            const auto size = static_cast<std::size_t>(rest.size());
+            ssize_t count = send(m_link, rest.constData(), size, MSG_NOSIGNAL);
+            if (count < 0 && errno == ENOTSOCK) {
+                count = write(m_link, rest.constData(), size);
+            }
             if (count < 0 && errno != EINTR) {
                 return;
             }

@@ -103,4 +103,19 @@ void AtomicFile::Commit()
     SyncFolder(FolderOf(m_path));
 }
 
+void WriteNewFile(const std::string& path, std::string_view bytes, mode_t mode)
+{
+    const Descriptor file = CreateFile(path, mode);
+    try {
+        WriteAll(file.Number(), bytes, path);
+        if (fsync(file.Number()) != 0) {
+            throw AccessError(path, "write", errno);
+        }
+    } catch (const Error&) {
+        static_cast<void>(unlink(path.c_str())); // the error says enough
+        throw;
+    }
+    SyncFolder(FolderOf(path));
+}
+
 } // namespace kx::io

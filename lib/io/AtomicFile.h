@@ -5,6 +5,9 @@
 #include "io/TemporaryFile.h"
 
 #include <string>
+#include <string_view>
+
+#include <sys/types.h>
 
 namespace kx::io
 {
@@ -41,5 +44,10 @@ private:
     std::string m_path;
     NewFile m_new;
 };
+
+/// Writes a file that must not be there yet, and brings it and its name to the disk.
+/// @param mode  less the umask
+/// @throws Error when that fails; then it is not there
+void WriteNewFile(const std::string& path, std::string_view bytes, mode_t mode);
 
 } // namespace kx::io

@@ -13,6 +13,7 @@
 #include "gui/ui_mainwindow.h"
 #include "model/DB_KxUserProject.h"
 
+#include <QCoreApplication>
 #include <QTextCursor>
 #include <QTimer>
 
@@ -48,6 +49,14 @@ bool LoadPackage()
 {
     G::Opts.unzipedDir = Installation::UnpackedFolder(G::Opts.upFile); // the child's, too
     return Installation::OpenPackage(G::TargetUP, G::Opts.upFile) == 0;
+}
+
+/// Brings a window to the screen as it is now, without letting a timer or the user do anything.
+void BringToScreen(QWidget& window)
+{
+    window.repaint();
+    // What is painted gets to a framebuffer by an event that its screen posts to itself.
+    QCoreApplication::sendPostedEvents();
 }
 
 } // namespace
@@ -191,6 +200,7 @@ void MainWindow::on_RebootButton_clicked()
 {
     HidePanel();
     setMessage(QObject::tr("ER_MSG92_REBOOTING"));
+    BringToScreen(*this); // nothing is painted any more once the command has begun
     Installation::Reboot();
 }
 

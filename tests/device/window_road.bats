@@ -231,6 +231,36 @@ END
     expect_drive <<<'./Foo.kx-update'
 }
 
+# A tool that takes a picture of the screen before it plays a reboot, and the drive comes back.
+REBOOT_WITH_PICTURE='#!/bin/sh
+import -window root /var/screen.png
+/usr/bin/kxsystem/drive plug
+exec /var/stand-in/reboot'
+
+@test "the reboot is asked for when the screen shows that it is" {
+    local differing=0
+    # shellcheck disable=SC2016 # expanded on the panel
+    window --keep --env "REBOOT=$REBOOT_WITH_PICTURE" -- /bin/sh -c '
+        mkdir /var/stand-in && mv /sbin/reboot /var/stand-in/ || exit
+        printf "%s\n" "$REBOOT" >/sbin/reboot && chmod +x /sbin/reboot || exit
+        exec "$0" -upDir /mnt/usb' "$UPDATER" <<END
+wait button OkButton
+press OkButton
+$PULL
+wait button RebootButton
+press RebootButton
+wait message Reboot....
+wait no-button RebootButton
+picture rebooting
+END
+
+    expect_status 0
+    grep -qx $'tool\treboot' "$TRACE" || fail 'no reboot'
+    compare -metric AE "$STATE/root/var/screen.png" "$WORK/window/rebooting.png" null: \
+        2>"$WORK/problems" || differing=$?
+    [ "$differing" -eq 0 ] || fail "another picture: $(cat "$WORK/problems") pixels differ"
+}
+
 @test "what an earlier attempt left in the temporary folder is gone before unpacking" {
     drive_package Foo <<<'copy_folder(folder("/opt/demo", {"new": ""}))'
     mkdir -p "$DRIVE/Foo.temp/0/0"

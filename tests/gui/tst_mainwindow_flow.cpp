@@ -9,8 +9,10 @@
 
 #include <QAbstractEventDispatcher>
 #include <QRegularExpression>
+#include <QScreen>
 #include <QTableWidget>
 #include <QTest>
+#include <QTimer>
 
 namespace
 {
@@ -30,6 +32,49 @@ QList<int> SingleShots()
         }
     }
     return intervals;
+}
+
+/// A screen as the framebuffer's: what is painted gets there by an event that is posted then.
+class Framebuffer final : public QObject
+{
+public:
+    explicit Framebuffer(QLabel& label) : m_label(label) { label.installEventFilter(this); }
+
+    /// The label's text on the screen; empty before something was painted.
+    [[nodiscard]] QString Shown() const { return m_shown; }
+
+    bool eventFilter(QObject* object, QEvent* event) override
+    {
+        if (event->type() == QEvent::Paint) {
+            QCoreApplication::postEvent(this, new QEvent(QEvent::UpdateRequest));
+            m_painted = m_label.text();
+        }
+        return QObject::eventFilter(object, event);
+    }
+
+    bool event(QEvent* event) override
+    {
+        if (event->type() == QEvent::UpdateRequest) {
+            m_shown = m_painted;
+        }
+        return QObject::event(event);
+    }
+
+private:
+    const QLabel& m_label;
+    QString m_painted;
+    QString m_shown;
+};
+
+QImage ImageOf(const QPixmap& picture)
+{
+    return picture.toImage().convertToFormat(QImage::Format_RGB32);
+}
+
+/// What the platform has got of a window.
+QImage ScreenOf(const QWidget& window)
+{
+    return ImageOf(window.screen()->grabWindow(window.winId()));
 }
 
 /// Brings a stage that is not shown yet into a state of the flow.
@@ -99,6 +144,8 @@ private Q_SLOTS:
     void rebootButtonFollowsTheDrive();
     void driveIsLookedForAtOnceAndEvery1500Ms();
     void rebootRunsTheRebootCommandAndNothingElse();
+    void rebootBeginsWhenTheScreenShowsTheMessage();
+    void noTimerRunsBetweenThePressAndTheReboot();
     void pollGoesOnAfterReboot();
 
     void installRunsTheUpdaterOfThePackage();
@@ -249,6 +296,48 @@ void tst_MainWindowFlow::rebootRunsTheRebootCommandAndNothingElse()
     QCOMPARE(state, Text("ER_MSG92_REBOOTING / normal /  / Main / no panel"));
     QCOMPARE(stage.State(), state);
     QCOMPARE(stage.Commands(), List({kUnmount, "/sbin/reboot"}));
+}
+
+void tst_MainWindowFlow::rebootBeginsWhenTheScreenShowsTheMessage()
+{
+    Stage stage;
+    stage.panel.PullDrive();
+    stage.Show();
+    stage.Press("OkButton");
+    QVERIFY(QTest::qWaitForWindowExposed(stage.window.get(), kPatienceMs));
+    const Framebuffer framebuffer(*stage.Get<QLabel>("labelMsg"));
+    QString shown;
+    QImage screen;
+    stage.shell.On("/sbin/reboot", [&] {
+        shown = framebuffer.Shown();
+        screen = ScreenOf(*stage.window);
+    });
+
+    stage.Press("RebootButton");
+
+    QCOMPARE(shown, Text("ER_MSG92_REBOOTING"));
+    QVERIFY(!screen.isNull());
+    QCOMPARE(screen, ImageOf(stage.window->grab()));
+}
+
+void tst_MainWindowFlow::noTimerRunsBetweenThePressAndTheReboot()
+{
+    Stage stage;
+    stage.panel.PullDrive();
+    stage.Show();
+    stage.Press("OkButton");
+    QVERIFY(QTest::qWaitForWindowExposed(stage.window.get(), kPatienceMs));
+    bool hasRun = false;
+    bool hadRun = true;
+    stage.shell.On("/sbin/reboot", [&] { hadRun = hasRun; });
+
+    QTimer overdue;
+    connect(&overdue, &QTimer::timeout, [&] { hasRun = true; });
+    overdue.start(0);
+    stage.Get<QPushButton>("RebootButton")->click();
+
+    QVERIFY(!hadRun);
+    QTRY_VERIFY_WITH_TIMEOUT(hasRun, kPatienceMs);
 }
 
 void tst_MainWindowFlow::pollGoesOnAfterReboot()

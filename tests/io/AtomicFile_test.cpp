@@ -82,8 +82,8 @@ TEST_P(AtomicFiles, AreOnTheDiskBeforeTheyHaveTheirNameAndTheirFolderIsAfterward
 
     file.Commit();
 
-    EXPECT_THAT(placing.Calls(),
-                ElementsAre("sync " + written, "name " + (m_dir / "x"), "sync " + m_dir.Path()));
+    EXPECT_THAT(placing.Calls(), ElementsAre("sync " + written + ", 3 bytes",
+                                             "name " + (m_dir / "x"), "sync " + m_dir.Path()));
 }
 
 TEST_P(AtomicFiles, SyncTheFolderTheyAreNamedInWithoutAPath)
@@ -287,6 +287,46 @@ TEST(AtomicFile, LeavesAnOlderFileWhenItGetsNoName)
                   "3: " + (dir / "x") + ": cannot write: Disk quota exceeded");
     }
 
+    EXPECT_THAT(dir.Tree(), ElementsAre("x f 644 older"));
+}
+
+TEST(WriteNewFile, BringsTheFileToTheDiskAndThenItsName)
+{
+    const TempDir dir;
+    const mode_t before = umask(0);
+    const Placing placing;
+
+    WriteNewFile(dir / "x", "new", 0640);
+
+    umask(before);
+    EXPECT_THAT(placing.Calls(),
+                ElementsAre("sync " + (dir / "x") + ", 3 bytes", "sync " + dir.Path()));
+    EXPECT_THAT(dir.Tree(), ElementsAre("x f 640 new"));
+}
+
+TEST(WriteNewFile, LeavesNothingThatIsNotWhole)
+{
+    const TempDir dir;
+    const std::string said = "3: " + (dir / "x") + ": cannot write: ";
+    {
+        const Faults faults(Call::kWrite, {{0, 1}, {ENOSPC}});
+
+        EXPECT_EQ(Thrown([&] { WriteNewFile(dir / "x", "new", 0600); }),
+                  said + "No space left on device");
+    }
+    const Faults faults(Call::kSync, {{EIO}});
+
+    EXPECT_EQ(Thrown([&] { WriteNewFile(dir / "x", "new", 0600); }), said + "Input/output error");
+    EXPECT_THAT(dir.Tree(), IsEmpty());
+}
+
+TEST(WriteNewFile, LeavesWhatIsThereAlone)
+{
+    const TempDir dir;
+    dir.Write("x", "older");
+
+    EXPECT_EQ(Thrown([&] { WriteNewFile(dir / "x", "new", 0600); }),
+              "3: " + (dir / "x") + ": cannot write: File exists");
     EXPECT_THAT(dir.Tree(), ElementsAre("x f 644 older"));
 }
 

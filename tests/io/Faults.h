@@ -21,8 +21,9 @@ enum class Call {
     kLink,       ///< linkat
     kOpenInRoot, ///< openat2
     kSync,       ///< fsync
-    kRename,
-    kList, ///< readdir
+    kSyncAll,    ///< syncfs
+    kRename,     ///< rename and renameat
+    kList,       ///< readdir; the last one
 };
 
 /// How one call goes.
@@ -48,8 +49,15 @@ private:
     Call m_call;
 };
 
-/// What brings a file to the disk and to its place while the object lives, in its order: "sync"
-/// with the path of what is synced, and "name" with the name that a file is given.
+/// Takes what is to happen with the present call.
+/// @param size  bytes that it is to transfer; made less where the fault says so
+/// @return false when it fails; errno says why
+[[nodiscard]] bool TakeFault(Call call, std::size_t& size);
+[[nodiscard]] bool TakeFault(Call call);
+
+/// What brings files to the disk and to their places while the object lives, in its order: "sync"
+/// with the path of what is synced and how many bytes a file has by then, "sync all of" with the
+/// path that says which file system, and "name" with the path that a file is given.
 class Placing
 {
 public:
@@ -61,7 +69,9 @@ public:
     [[nodiscard]] const std::vector<std::string>& Calls() const { return m_calls; }
 
     /// Adds a call to the object that lives, if one does.
-    static void Note(const std::string& call);
+    /// @param descriptor  what it is about, or the folder that the name is in; AT_FDCWD shows
+    ///                    the name as it stands
+    static void Note(const std::string& call, int descriptor, const std::string& name = "");
 
 private:
     std::vector<std::string> m_calls;

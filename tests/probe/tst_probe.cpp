@@ -34,6 +34,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace
@@ -186,6 +187,7 @@ private Q_SLOTS:
     void pathsOfSockets_data();
     void pathsOfSockets();
     void handsItsLinkToNoOtherProgram();
+    void speaksOverAPortAsWell();
     void tellsWindowsAndTheirNamedParts();
     void tellsNothingOfWhatHasNoNameOrIsPartOfAnother();
     void tellsTheWindowInFront();
@@ -271,6 +273,32 @@ void tst_Probe::handsItsLinkToNoOtherProgram()
         }
     }
     QCOMPARE(fresh, 1);
+}
+
+void tst_Probe::speaksOverAPortAsWell()
+{
+    const Deadline deadline;
+    const int port = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+    QVERIFY(port >= 0 && grantpt(port) == 0 && unlockpt(port) == 0);
+    termios settings = {};
+    QCOMPARE(tcgetattr(port, &settings), 0);
+    cfmakeraw(&settings);
+    QCOMPARE(tcsetattr(port, TCSANOW, &settings), 0);
+    const std::unique_ptr<QObject> probe = MakeProbe(ptsname(port));
+    QVERIFY(probe != nullptr);
+    QCOMPARE(write(port, "sync\n", 5), ssize_t{5});
+
+    QByteArray said;
+    const auto hear = [&said, port] {
+        QByteArray bytes(4096, '\0');
+        const ssize_t count = read(port, bytes.data(), static_cast<std::size_t>(bytes.size()));
+        said += bytes.left(static_cast<int>(std::max<ssize_t>(count, 0)));
+        return said.endsWith("{\"sync\":1}\n");
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(hear(), kPatienceMs);
+
+    QCOMPARE(said, QByteArray("{\"front\":\"\",\"widgets\":{}}\n{\"sync\":1}\n"));
+    close(port);
 }
 
 void tst_Probe::tellsWindowsAndTheirNamedParts()

@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
+#include "io/Faults.h"
 #include "stick/DriveCalls.h"
 #include "support/TempDir.h"
 
@@ -7,7 +8,9 @@
 
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <fcntl.h>
@@ -84,6 +87,35 @@ TEST_F(DriveCallsTest, PastTheMemoryIsAskedOfTheKernel)
         EXPECT_EQ(error, EINVAL);
     }
     EXPECT_EQ(fcntl(plain.Number(), F_GETFL) & O_DIRECT, 0);
+}
+
+TEST_F(DriveCallsTest, WhatIsSyncedIsAskedOfTheKernel)
+{
+    const io::NewFile made = m_calls.Make("a");
+    ASSERT_EQ(m_calls.Write(made.file, "new").error, 0);
+    std::error_code error;
+    const std::string file = std::filesystem::read_symlink(made.file.Path(), error).string();
+    const io::Placing placing;
+
+    EXPECT_EQ(m_calls.Sync(made.file), 0);
+    EXPECT_EQ(m_calls.SyncNames(), 0);
+    EXPECT_EQ(m_calls.SyncAll(), 0);
+
+    EXPECT_THAT(placing.Calls(),
+                testing::ElementsAre("sync " + file + ", 3 bytes", "sync " + m_drive.Path(),
+                                     "sync all of " + m_drive.Path()));
+}
+
+TEST_F(DriveCallsTest, WhatTheKernelDoesNotSyncIsToldByItsNumber)
+{
+    m_drive.Write("file", "");
+    const io::Descriptor file = m_calls.Open("file");
+    const io::Faults single(io::Call::kSync, {{EIO}, {ENOSPC}});
+    const io::Faults all(io::Call::kSyncAll, {{EDQUOT}});
+
+    EXPECT_EQ(m_calls.Sync(file), EIO);
+    EXPECT_EQ(m_calls.SyncNames(), ENOSPC);
+    EXPECT_EQ(m_calls.SyncAll(), EDQUOT);
 }
 
 TEST_F(DriveCallsTest, AFileOfThisNameIsReplacedByTheNewOne)

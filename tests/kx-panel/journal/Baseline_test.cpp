@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
+#include "io/Faults.h"
 #include "journal/Baseline.h"
 #include "journal/TestState.h"
 #include "support/ProjectBuilder.h"
@@ -56,6 +57,19 @@ TEST(Baseline, IsRaisedAndNeverLowered)
     EXPECT_THAT(AllVersions(state), ElementsAre(Pair("Hello", "1.10"), Pair("Other", "3")));
 }
 
+TEST(Baseline, IsOnTheDiskWithTheFolderThatWasMadeForIt)
+{
+    const Memory memory;
+    const std::string state = memory.dir / "state";
+    const io::Placing placing;
+
+    RaiseVersion(memory.state.Folder(), "Hello", "1");
+
+    EXPECT_THAT(placing.Calls(), ElementsAre("sync " + state + "/versions/.Hello.new, 10 bytes",
+                                             "name " + state + "/versions/Hello",
+                                             "sync " + state + "/versions", "sync " + state));
+}
+
 TEST(Baseline, LeavesOutWhatCannotBeCompared)
 {
     const Memory memory;
@@ -105,6 +119,17 @@ TEST(Baseline, RemembersWhatWasBegunUntilItIsForgotten)
     EXPECT_EQ(begun->version, "1.2");
     EXPECT_EQ(begun->historyId, 7U);
     EXPECT_FALSE(FindBegun(state).has_value());
+}
+
+TEST(Baseline, HasWhatIsForgottenOffTheDisk)
+{
+    const Memory memory;
+    NoteBegun(memory.state.Folder(), {"Hello", "1.2", 7});
+    const io::Placing placing;
+
+    ForgetBegun(memory.state.Folder());
+
+    EXPECT_THAT(placing.Calls(), ElementsAre("sync " + (memory.dir / "state")));
 }
 
 TEST(Baseline, RefusesADamagedNoteOfWhatWasBegun)

@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
+#include "io/Faults.h"
 #include "journal/History.h"
 #include "journal/TestState.h"
 #include "support/Thrown.h"
@@ -7,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 
 namespace kx::guard
@@ -94,6 +96,36 @@ TEST(History, TellsWhatWasNoted)
     EXPECT_EQ(past->ending->status, 101);
     EXPECT_STREQ(SpeakerWord(past->ending->from), "updater");
     EXPECT_EQ(past->ending->message, "it failed");
+}
+
+TEST(History, HasAnEntrysNameOnTheDiskFromItsBeginningAndAllOfItAtItsEnd)
+{
+    const Diary diary;
+    const std::string state = diary.dir / "state";
+    const std::string path = state + "/history/0000000001.jsonl";
+    const io::Placing placing;
+
+    HistoryEntry entry(diary.state.Folder(), diary.limits, "x", 0);
+    EXPECT_THAT(placing.Calls(), ElementsAre("sync " + state + "/history", "sync " + state));
+    entry.NoteLine(5, "one");
+    entry.Finish({Outcome::kInstalled, 0, Speaker::kUpdater, ""});
+
+    ASSERT_EQ(placing.Calls().size(), 3U);
+    EXPECT_EQ(placing.Calls()[2],
+              "sync " + path + ", " + std::to_string(ReadFile(path).size()) + " bytes");
+}
+
+TEST(History, TellsThatTheDiskDoesNotTakeAnEntry)
+{
+    const Diary diary;
+    HistoryEntry entry(diary.state.Folder(), diary.limits, "x", 0);
+    const io::Faults faults(io::Call::kSync, {{EIO}});
+
+    EXPECT_EQ(Thrown([&] {
+                  entry.Finish({Outcome::kInstalled, 0, Speaker::kUpdater, ""});
+              }),
+              "3: " + (diary.dir / "state/history/0000000001.jsonl") +
+                  ": cannot write: Input/output error");
 }
 
 TEST(History, KeepsTheReasonsInBothLanguages)

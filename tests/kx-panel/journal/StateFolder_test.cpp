@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
+#include "io/Faults.h"
 #include "journal/StateFolder.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
@@ -7,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 
 #include <fcntl.h>
@@ -39,6 +41,47 @@ TEST(StateFolder, ReadsBackWhatItReplaced)
 
     EXPECT_EQ(folder.Read("note", 100), "two");
     EXPECT_THAT(dir.Tree(), ElementsAre("note f 600 two"));
+}
+
+TEST(StateFolder, HasWhatReplacesAFileOnTheDiskBeforeItsNameAndTheNameAfterwards)
+{
+    const TempDir dir;
+    dir.Write("note", "older");
+    const StateFolder folder = FolderAt(dir.Path());
+    const io::Placing placing;
+
+    folder.Replace("note", "new");
+
+    EXPECT_THAT(placing.Calls(), ElementsAre("sync " + (dir / ".note.new") + ", 3 bytes",
+                                             "name " + (dir / "note"), "sync " + dir.Path()));
+}
+
+TEST(StateFolder, KeepsTheOldBytesWhenTheDiskDoesNotTakeTheNewOnes)
+{
+    const TempDir dir;
+    dir.Write("note", "older");
+    const StateFolder folder = FolderAt(dir.Path());
+    const std::string said = "3: " + (dir / "note") + ": cannot write: ";
+    {
+        const io::Faults faults(io::Call::kSync, {{EIO}});
+
+        EXPECT_EQ(Thrown([&] { folder.Replace("note", "new"); }), said + "Input/output error");
+    }
+    const io::Faults faults(io::Call::kRename, {{ENOSPC}});
+
+    EXPECT_EQ(Thrown([&] { folder.Replace("note", "new"); }), said + "No space left on device");
+    EXPECT_THAT(dir.Tree(), ElementsAre("note f 644 older"));
+}
+
+TEST(StateFolder, HasReplacedTheFileAlsoWhereFoldersCannotBeSynced)
+{
+    const TempDir dir;
+    const StateFolder folder = FolderAt(dir.Path());
+    const io::Faults faults(io::Call::kSync, {{}, {EINVAL}});
+
+    folder.Replace("note", "new");
+
+    EXPECT_THAT(dir.Tree(), ElementsAre("note f 600 new"));
 }
 
 TEST(StateFolder, ReplacesALinkAndNotWhatItLeadsTo)

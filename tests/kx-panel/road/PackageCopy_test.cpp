@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 #include "io/Error.h"
+#include "io/Faults.h"
 #include "road/PackageCopy.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 
@@ -59,6 +61,28 @@ TEST(PackageCopy, ReadsEveryByteOnce)
     CopyPackage(FickleBytes((1 << 18) + 1), folder, "package", [] {});
 
     EXPECT_EQ(ReadFile(dir / "state/package"), std::string(1 << 18, 'a') + "b");
+}
+
+TEST(PackageCopy, IsOnTheDiskWhole)
+{
+    const TempDir dir;
+    const StateFolder folder = FolderIn(dir);
+    const io::Placing placing;
+
+    CopyPackage(FickleBytes((1 << 18) + 1), folder, "package", [] {});
+
+    EXPECT_THAT(placing.Calls(),
+                testing::ElementsAre("sync " + (dir / "state/package") + ", 262145 bytes"));
+}
+
+TEST(PackageCopy, TellsThatTheDiskDoesNotTakeIt)
+{
+    const TempDir dir;
+    const StateFolder folder = FolderIn(dir);
+    const io::Faults faults(io::Call::kSync, {{EIO}});
+
+    EXPECT_EQ(Thrown([&] { CopyPackage(FickleBytes(10), folder, "package", [] {}); }),
+              "3: " + (dir / "state/package") + ": cannot write: Input/output error");
 }
 
 TEST(PackageCopy, IsRootsAlone)

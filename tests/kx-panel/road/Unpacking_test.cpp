@@ -4,6 +4,7 @@
 #include "archive/ByteSource.h"
 #include "archive/ZipOf.h"
 #include "io/Error.h"
+#include "io/Faults.h"
 #include "road/RunProgram.h"
 #include "road/Unpacking.h"
 #include "support/Environment.h"
@@ -15,6 +16,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstdint>
 #include <ctime>
 #include <filesystem>
 #include <functional>
@@ -300,6 +303,44 @@ TEST_F(RefusedContents, AreMoreThanTheLimitsAllow)
                   }
               }),
               "1: there is more in it than 2 files and folders");
+}
+
+/// Unpacks a file of mode 600 in a folder of mode 500, and what makes both is as given.
+std::string UnpackingAFileSays(const TempDir& dir, const io::Fault& ofTheSync)
+{
+    const io::Faults faults(io::Call::kSyncAll, {ofTheSync});
+    return Thrown([&] {
+        const StateFolder folder = OpenedFolder(dir / "made");
+        Unpacking unpacking(folder, [] {});
+        unpacking.TakeFolder({"a", 0500, {}});
+        unpacking.TakeFile({"a/x", 0600, {}});
+        unpacking.TakeBytes("content");
+        unpacking.Finish();
+    });
+}
+
+TEST(Unpacking, HasEverythingOnTheDiskAtItsEnd)
+{
+    const TempDir dir;
+    static const TempDir* made = nullptr;
+    made = &dir;
+    const auto expectAll = [] {
+        EXPECT_THAT(made->Tree(),
+                    testing::ElementsAre("made d 755", "made/a d 500", "made/a/x f 600 content"));
+    };
+    const io::Placing placing;
+
+    EXPECT_EQ(UnpackingAFileSays(dir, {0, SIZE_MAX, expectAll}), "nothing thrown");
+
+    EXPECT_THAT(placing.Calls(), testing::ElementsAre("sync all of " + (dir / "made")));
+}
+
+TEST(Unpacking, TellsThatTheDiskDoesNotTakeEverything)
+{
+    const TempDir dir;
+
+    EXPECT_EQ(UnpackingAFileSays(dir, {EIO}),
+              "3: " + (dir / "made") + ": cannot write: Input/output error");
 }
 
 TEST(Unpacking, EndsWhenItIsAskedTo)

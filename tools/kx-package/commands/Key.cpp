@@ -2,16 +2,14 @@
 // SPDX-License-Identifier: MIT
 #include "commands/Command.h"
 #include "commands/Values.h"
-#include "io/Descriptor.h"
+#include "io/AtomicFile.h"
 #include "io/Error.h"
 #include "io/Hex.h"
 #include "io/Text.h"
-#include "io/Transfer.h"
 #include "signature/PackageName.h"
 #include "signature/PrivateKey.h"
 #include "signing/Passphrase.h"
 
-#include <cerrno>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -55,23 +53,13 @@ void RefuseExisting(const std::string& path)
     }
 }
 
-/// Writes a file that must not be there yet.
-void WriteNew(const std::string& path, const std::string& text, mode_t mode)
-{
-    const io::Descriptor file = io::CreateFile(path, mode);
-    io::WriteAll(file.Number(), text, path);
-    if (fsync(file.Number()) != 0) {
-        throw io::AccessError(path, "write", errno);
-    }
-}
-
 /// Writes both files, or none.
 void WriteKey(const std::string& privatePath, const std::string& publicPath,
               const signature::PrivateKey& key, const std::optional<std::string>& passphrase)
 {
-    WriteNew(privatePath, key.Pem(passphrase), S_IRUSR | S_IWUSR);
+    io::WriteNewFile(privatePath, key.Pem(passphrase), S_IRUSR | S_IWUSR);
     try {
-        WriteNew(publicPath, key.Public().Pem(), 0666);
+        io::WriteNewFile(publicPath, key.Public().Pem(), 0666);
     } catch (const io::Error&) {
         static_cast<void>(unlink(privatePath.c_str())); // nobody has it yet
         throw;
