@@ -83,24 +83,37 @@ def _unpack_image(image):
     needs half the time without that. An image that is not packed with xz has to do as it is."""
     data = image.read_bytes()
     begin = data.find(XZ)
-    if begin >= 0:
+    if begin < 0:
+        return
+    try:
         image.with_name("vmlinux").write_bytes(lzma.LZMADecompressor().decompress(data[begin:]))
+    except lzma.LZMAError:
+        return  # one that is not packed at all knows how to unpack other files
 
 
-def _make(folder):
-    """Fetches a kernel and unpacks it beside its place, which it takes when it is complete."""
+def _list_modules(kernel):
+    """Makes the lists of what modules depend on, in an unpacked kernel."""
+    for version in (kernel / "lib" / "modules").glob("*"):
+        # BusyBox's, because it is the one that reads it.
+        status = processes.run(["busybox", "depmod", "-b", kernel, version.name], cwd=kernel)
+        if status != 0:
+            raise Failed(f"busybox depmod ended with {status}")
+
+
+def make(folder, metapackage, wanted, env=None):
+    """Fetches the kernel that a metapackage names and unpacks the files that match the patterns
+    `wanted` beside its place, `kernel` in the folder, which it takes when it is complete. Raises
+    Failed.
+
+    env   the environment of apt"""
     with tempfile.TemporaryDirectory(dir=folder, prefix="fetch.") as name:
         work = pathlib.Path(name)
-        package = debian.download(debian.newest(METAPACKAGE), work)
+        package = debian.download(debian.newest(metapackage, env), work, env)
         made = work / "kernel"
-        debian.unpack(package, made, WANTED)
+        debian.unpack(package, made, wanted)
         for image in (made / "boot").glob("vmlinuz-*"):
             _unpack_image(image)
-        for version in (made / "lib" / "modules").glob("*"):
-            # BusyBox's, because it is the one that reads it.
-            status = processes.run(["busybox", "depmod", "-b", made, version.name], cwd=work)
-            if status != 0:
-                raise Failed(f"busybox depmod ended with {status}")
+        _list_modules(made)
         made.chmod(0o755)
         shutil.rmtree(folder / "kernel", ignore_errors=True)
         made.rename(folder / "kernel")
@@ -115,5 +128,5 @@ def fetch():
     except Failed:
         folder = folders()[0 if os.geteuid() == 0 else 1]
         folder.mkdir(parents=True, exist_ok=True)
-        _make(folder)
+        make(folder, METAPACKAGE, WANTED)
         return Kernel(folder)
