@@ -11,7 +11,7 @@ import shutil
 import subprocess
 import sys
 
-from kxscripts import common, processes, reproducible
+from kxscripts import common, processes, reproducible, sysroot
 from kxscripts.common import ROOT, Failed
 
 ARCHITECTURES = ("amd64", "arm64", "armhf")
@@ -51,13 +51,30 @@ def copied(root, folder):
     return copy
 
 
-def environment():
-    """The environment in which packages are made."""
+def records_of(root, folder):
+    """Copies dpkg's records of a sysroot's packages into a folder that is made for it, with every file
+    named by where it is in this machine. Returns the folder."""
+    shutil.copytree(root / "var/lib/dpkg", folder)
+    # The processor stands in the names of the files.
+    (folder / "info/format").write_text("1\n", encoding="utf-8")
+    for file in (folder / "info").glob("*.list"):
+        names = file.read_text(encoding="utf-8").splitlines()
+        file.write_text("".join(f"{root}{name}\n" for name in names), encoding="utf-8")
+    return folder
+
+
+def environment(arch, work):
+    """The environment in which packages are made; for another processor than this machine's with its
+    sysroot, which is made where there is none."""
     kept = {name: value for name, value in os.environ.items() if not NOT_INHERITED.match(name)}
     kept["LC_ALL"] = "C.UTF-8"
     # Symbols for a debugger are for who looks for a mistake, and builds the programs for that; they
     # would be ten times as big as the packages, and take their time here.
-    kept["DEB_BUILD_OPTIONS"] = f"parallel={os.cpu_count()} noautodbgsym"
+    kept["DEB_BUILD_OPTIONS"] = f"parallel={os.cpu_count()} nocheck noautodbgsym"
+    if arch != own_architecture():
+        libraries = sysroot.find_or_make(arch)
+        kept["KX_SYSROOT"] = str(libraries)
+        kept["KX_ADMINDIR"] = str(records_of(libraries, work / "dpkg"))
     return kept
 
 
@@ -65,12 +82,15 @@ def made(root, arch, work):
     """Makes the packages for a processor below the empty folder `work`; returns the files that came
     out, for this machine's processor with the packaged sources among them. Raises Failed."""
     copy = copied(root, work)
+    variables = environment(arch, work)
     own = arch == own_architecture()
     command = ["dpkg-buildpackage", f"--build={'full' if own else 'any'}", f"--host-arch={arch}",
-               "--unsigned-source", "--unsigned-changes", "--no-pre-clean"]
+               "--unsigned-source", "--unsigned-changes", "--no-pre-clean",
+               # This machine has the other processor's libraries in the sysroot, not installed.
+               *([] if own else ["--no-check-builddeps"])]
     log = root / RESULTS / f"{arch}.log"
     with log.open("wb") as output:
-        status = processes.run(command, cwd=copy, output=output, env=environment())
+        status = processes.run(command, cwd=copy, output=output, env=variables)
     if status != 0:
         print(common.tail_of(log), file=sys.stderr, flush=True)
         raise Failed(f"dpkg-buildpackage for {arch} ended with {status}; all of it: "
