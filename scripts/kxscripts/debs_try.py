@@ -34,10 +34,12 @@ def dependencies(packages):
     return sorted(set(named) - own)
 
 
-def of_the_computer():
-    """What of the computer must not change: its mounts, and who runs programs of other processors."""
+def left(folder):
+    """What of a trial is left outside of its namespaces, and must not be: mounts below its folder, and
+    emulators that it could have registered."""
     mounts = pathlib.Path("/proc/self/mountinfo").read_text(encoding="utf-8")
-    return mounts, sorted(os.listdir(REGISTER)) if REGISTER.is_dir() else []
+    below = re.findall(rf"^(?:\S+ ){{4}}({re.escape(str(folder))}\S*) ", mounts, flags=re.M)
+    return below, sorted(os.listdir(REGISTER)) if REGISTER.is_dir() else []
 
 
 def run(words, work, what):
@@ -94,7 +96,7 @@ def try_packages(arch, packages, work):
     """Installs, upgrades, removes and purges the packages of a processor in a fresh minimal system
     below the empty folder `work`, and runs their programs there. Returns the lines that tell what was
     tried. Raises Failed."""
-    computer = of_the_computer()
+    before = left(work)
     archive = system(arch, dependencies(packages))
     for name in ("older", "newer", "root"):
         (work / name).mkdir()
@@ -103,9 +105,9 @@ def try_packages(arch, packages, work):
         older(package, work / "older")
     log = run(["/usr/bin/python3", "-B", "-m", "kxscripts.debs_root", arch, str(archive), str(work)],
               work, f"trying the packages for {arch}")
-    if of_the_computer() != computer:
-        raise Failed("the mounts of this computer, or its list of emulators, are not what they were "
-                     "before; see /proc/self/mountinfo and " + str(REGISTER))
+    if left(work) != before:
+        raise Failed(f"something of the trial is left: a mount below {work}, or an emulator in "
+                     f"{REGISTER}; umount the one, and write -1 into the other")
     return log.read_text(encoding="utf-8").splitlines()
 
 

@@ -2,6 +2,8 @@
 # SPDX-License-Identifier: MIT
 """How the Debian packages are made, and when they are refused; dpkg-buildpackage is played."""
 import os
+import pathlib
+import shutil
 import unittest
 from types import SimpleNamespace
 from unittest import mock
@@ -225,14 +227,25 @@ class Trying(InProject):
                                              capture_output=True, text=True).stdout
             self.assertIn(f"./usr/share/doc/{name}/of-an-older-version\n", listed)
 
-    def test_a_change_of_the_computers_mounts_is_an_error(self):
-        states = [("a", []), ("a b", [])]
-        self.patch(debs_try, "of_the_computer", lambda: states.pop(0))
+    def test_a_mount_or_an_emulator_that_is_left_is_an_error(self):
         self.patch(debs_try, "system", lambda arch, names: self.root / "system.tar")
-        self.patch(debs_try, "run", lambda words, work, what: self.write("log"))
-        self.expect_failed("the mounts of this computer, or its list of emulators, are not what they were "
-                           f"before; see /proc/self/mountinfo and {debs_try.REGISTER}",
-                           debs_try.try_packages, "amd64", [], self.root)
+        self.patch(debs_try, "run", lambda words, work, what: self.write("work/log", "line\n"))
+        for states in ([(["/w/root"], []), ([], [])], [([], []), ([], ["qemu-arm"])], [([], []), ([], [])]):
+            self.patch(debs_try, "left", lambda folder, states=states: states.pop(0))
+            work = self.root / "work"
+            shutil.rmtree(work, ignore_errors=True)
+            work.mkdir()
+            if states[0] == states[1]:
+                self.assertEqual(debs_try.try_packages("amd64", [], work), ["line"])
+                continue
+            self.expect_failed(f"something of the trial is left: a mount below {work}, or an emulator in "
+                               f"{debs_try.REGISTER}; umount the one, and write -1 into the other",
+                               debs_try.try_packages, "amd64", [], work)
+
+    def test_mounts_are_looked_for_below_the_folder(self):
+        point = pathlib.Path("/proc/self/mountinfo").read_text(encoding="utf-8").split()[4]
+        self.assertIn(point, debs_try.left(pathlib.Path("/"))[0])
+        self.assertEqual(debs_try.left(self.root)[0], [])
 
     def test_a_system_that_was_made_is_taken_again(self):
         self.patch(debs_try.debian, "folders", lambda name: [self.root / "a" / name, self.root / "b" / name])
