@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <memory>
 
 #include <sys/stat.h>
@@ -85,14 +86,16 @@ private:
 
     zip_int64_t Stat(void* data, zip_uint64_t size)
     {
-        if (size < sizeof(zip_stat_t)) {
+        // It holds a time, which on 32-bit processors has another width in the library than here:
+        // the library says how large it is, and only what lies before the time is written.
+        if (size < offsetof(zip_stat_t, mtime)) {
             return Fail(ZIP_ER_INVAL, EINVAL);
         }
         auto* const stat = static_cast<zip_stat_t*>(data);
         zip_stat_init(stat);
         stat->size = 0;
         stat->valid = ZIP_STAT_SIZE;
-        return sizeof(zip_stat_t);
+        return static_cast<zip_int64_t>(size);
     }
 
     zip_int64_t Write(const char* data, zip_uint64_t size)
