@@ -323,7 +323,7 @@ class Documents(InProject):
 
     def link(self):
         """Runs the program on what two packages install; returns its exit status."""
-        return self.main(program("packaging/debian/link-documents"), str(self.root / "a"), str(self.root / "b"))
+        return self.main(program("packaging/debian/link-documents"), *(str(self.root / name) for name in ("docs", "a", "b")))
 
     def test_documents_manual_pages_and_examples_are_named_where_they_are(self):
         text = "[x](two.md#part) [y](one.md) [z](tool.1) [e](../examples) [w](https://x.example/two.md) [p](#p)"
@@ -339,10 +339,20 @@ class Documents(InProject):
                          "[e](../kx-package/examples) [w](https://x.example/two.md) [p](#p)")
         self.assertEqual(two.read_text(encoding="utf-8"), "[x](../a/one.md)")
 
-    def test_a_link_to_what_no_package_brings_is_an_error(self):
+    def test_what_no_package_brings_is_named_as_a_file_of_the_sources(self):
+        self.write("docs/other.md")
+        self.write("docs/images/p.png")
+        self.write("README.md")
+        one = self.write("a/usr/share/doc/a/one.md",
+                         "See [this](other.md#part), ![that](images/p.png), [it](../README.md).")
+        self.assertIsNone(self.link())
+        self.assertEqual(one.read_text(encoding="utf-8"),
+                         "See this (docs/other.md of the sources), that (docs/images/p.png of the sources), "
+                         "it (README.md of the sources).")
+
+    def test_a_link_to_what_is_not_in_the_sources_either_is_an_error(self):
         file = self.write("a/usr/share/doc/a/one.md", "[x](other.md)")
-        self.assertEqual(self.link(), f"{file}: no package brings 'other.md', which it names; "
-                         "debian/*.docs tells what they bring")
+        self.assertIn(f"{file} names what is not there: ", self.link())
 
 
 if __name__ == "__main__":
