@@ -120,6 +120,18 @@ def made(root, arch, work, added=None):
     return files
 
 
+def refuse_trust(packages):
+    """Raises Failed when a package brings a key, or anything below /etc: what a panel is, and whom it
+    trusts, is the business of who makes the panel."""
+    for package in packages:
+        listed = subprocess.run(["dpkg-deb", "--contents", package], capture_output=True, text=True,
+                                check=True).stdout
+        for name in re.findall(r" (\./\S.*)$", listed, flags=re.M):
+            if name.startswith("./etc") or re.search(r"\.(pem|key|der)$|/keys/", name):
+                raise Failed(f"{package.name} brings {name}; no package may bring a key, or anything "
+                             "below /etc")
+
+
 def judge(changes, root):
     """Has lintian look at packages. Raises Failed when it has anything to say."""
     status = processes.run(
@@ -200,6 +212,7 @@ def work_on(asked):
     for arch in architectures:
         if not asked.made:
             files = make(ROOT, arch)
+            refuse_trust(file for file in files if file.suffix == ".deb")
             judge([file for file in files if file.suffix == ".changes"], ROOT)
             if asked.twice:
                 compare(ROOT, arch, files)

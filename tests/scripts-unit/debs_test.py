@@ -209,6 +209,16 @@ class Trying(InProject):
                                 check=True, stdout=debs_try.subprocess.DEVNULL)
         return file
 
+    def test_a_package_with_a_key_or_a_configuration_is_refused(self):
+        debs.refuse_trust([self.package("a", "1", "unzip")])
+        for number, (name, told) in enumerate((
+                ("etc/kx_Updater/panel.toml", "etc/"),
+                ("usr/share/doc/a/factory.pub.pem", "usr/share/doc/a/factory.pub.pem"),
+                ("usr/lib/a/keys/factory", "usr/lib/a/keys/"))):
+            self.write(f"tree-b{number}/{name}")
+            self.expect_failed(f"b{number}.deb brings ./{told}; no package may bring a key, or anything "
+                               "below /etc", debs.refuse_trust, [self.package(f"b{number}", "1", "unzip")])
+
     def test_what_packages_depend_on_besides_each_other(self):
         files = [self.package("kx-updater", "1.1.1+0.1.0", "unzip, libqt5gui5 (>= 5.2) | libqt5gui5-gles"),
                  self.package("kx-panel", "0.1.0", "kx-updater (>= 1.1.1), python3:any, unzip")]
