@@ -10,6 +10,7 @@ from kxpanel.panel import Setting
 from kxpanel.road import Road
 
 RECORDS = "/var/lib/KxUserPackages"
+MARK = b"\xef\xbb\xbf"  # how every description begins
 RESTART = 240  # seconds
 
 
@@ -61,8 +62,10 @@ class Window(Road):
         while not panel.screen.look().shows(place, text, panel.setting.language):
             self.assertLess(time.monotonic(), until, f"the screen never showed '{text}'")
 
-    def assert_installed(self, panel, version="2.0.0"):
-        """Asserts that the storage of a panel that is off holds a package and its record."""
+    def assert_installed(self, panel, version="2.0.0", ballast=False):
+        """Asserts that the storage of a panel that is off holds a package and its record.
+
+        ballast   whether the package has a large file besides, which must be there"""
         user, root = self.disk(panel, "user"), self.disk(panel, "root")
         prefix = "/mnt/user"
         self.assertEqual(user.read(contents.APPLICATION.removeprefix(prefix)),
@@ -70,19 +73,23 @@ class Window(Road):
         self.assertEqual(user.read(contents.SCRIPTED.removeprefix(prefix)), f"{version}\n".encode())
         folder = contents.FOLDER.removeprefix(prefix)
         wanted = contents.text_contents(version)
-        self.assertEqual(user.names(folder), sorted(wanted))
+        self.assertEqual(user.names(folder), sorted([*wanted, *(["ballast"] if ballast else [])]))
         for name, content in wanted.items():
             self.assertEqual(user.read(f"{folder}/{name}"), content, name)
         self.assert_recorded(root, user, contents.NAME)
 
     def assert_recorded(self, root, user, name):
         """Asserts that a record is whole, and names only what is there."""
-        record = f"{RECORDS}/{name}"
-        self.assertEqual(root.names(record), ["UserPackage.kx-project", "installedFile.list"])
-        self.assertTrue(root.read(f"{record}/UserPackage.kx-project").startswith(b"\xef\xbb\xbf"))
-        listed = root.read(f"{record}/installedFile.list").decode().splitlines()
-        self.assertIn(" #file", listed)
-        for path in listed:
+        self.assertEqual(root.names(f"{RECORDS}/{name}"),
+                         ["UserPackage.kx-project", "installedFile.list"])
+        self.assert_record_is_true(root, user, name)
+        self.assertTrue(root.read(f"{RECORDS}/{name}/UserPackage.kx-project").startswith(MARK))
+        self.assertIn(b"\n #file\n", root.read(f"{RECORDS}/{name}/installedFile.list"))
+
+    def assert_record_is_true(self, root, user, name=contents.NAME):
+        """Asserts that no record names what is not there; there may be none."""
+        listed = root.read(f"{RECORDS}/{name}/installedFile.list") or b""
+        for path in listed.decode().splitlines():
             if path.startswith("/mnt/user/"):
                 self.assertTrue(user.exists(path.removeprefix("/mnt/user").rstrip("/")), path)
             elif path.startswith("/"):
