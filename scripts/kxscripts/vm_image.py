@@ -100,6 +100,19 @@ class Stage:
                         self.place(f"/lib/modules/{kernel.version}/{file}"))
 
 
+def pack(folder, archive):
+    """Packs all that is in a folder into an archive that a kernel unpacks into memory; everything
+    belongs to root there. Raises Failed."""
+    names = sorted(path.relative_to(folder) for path in folder.rglob("*"))
+    with archive.open("wb") as output:
+        done = subprocess.run(
+            ["cpio", "--create", "--quiet", "--null", "--format=newc", "--owner=0:0"],
+            input=b"".join(os.fsencode(name) + b"\0" for name in names), cwd=folder, stdout=output,
+            stderr=subprocess.PIPE, check=False)
+    if done.returncode != 0:
+        raise Failed(f"cpio could not make {archive}: {done.stderr.decode(errors='replace')}")
+
+
 def make(kernel, added, work):
     """Makes the archive in the empty folder `work`; returns its file. The machine's files belong to
     root. Raises Failed, and OSError for a file that cannot be read.
@@ -112,14 +125,7 @@ def make(kernel, added, work):
     stage.add_modules(kernel)
     for host, guest in added:
         stage.add(host, guest)
-    names = sorted(path.relative_to(folder) for path in folder.rglob("*"))
     archive = work / "initramfs"
-    with archive.open("wb") as output:
-        done = subprocess.run(
-            ["cpio", "--create", "--quiet", "--null", "--format=newc", "--owner=0:0"],
-            input=b"".join(os.fsencode(name) + b"\0" for name in names), cwd=folder, stdout=output,
-            stderr=subprocess.PIPE, check=False)
-    if done.returncode != 0:
-        raise Failed(f"cpio could not make {archive}: {done.stderr.decode(errors='replace')}")
+    pack(folder, archive)
     shutil.rmtree(folder)
     return archive

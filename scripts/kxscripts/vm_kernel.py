@@ -3,18 +3,14 @@
 """Debian's kernel for the virtual machine: apt fetches and verifies its package, and the kernel and
 the modules that the machine could need are unpacked into a folder of their own. The package is not
 installed: this computer would get a further kernel to start with."""
-import fnmatch
 import lzma
 import os
 import pathlib
 import platform
-import re
 import shutil
-import subprocess
-import tarfile
 import tempfile
 
-from kxscripts import common, processes
+from kxscripts import debian, processes
 from kxscripts.common import Failed
 
 METAPACKAGE = "linux-image-amd64"  # depends on the newest kernel, with its exact version
@@ -31,8 +27,7 @@ REMEDY = "scripts/setup vm fetches it"
 
 def folders():
     """Where a kernel may lie: the computer's folder, and the user's."""
-    own = os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache"
-    return [pathlib.Path(folder) / "kx-updater" / "vm" for folder in ("/var/cache", own)]
+    return debian.folders("vm")
 
 
 class Kernel:
@@ -83,65 +78,42 @@ def check_computer():
                      f"for {platform.machine()}: it needs a Debian for amd64")
 
 
-def _newest():
-    """The kernel's package with its version, as apt-get takes it."""
-    done = subprocess.run(["apt-cache", "show", "--no-all-versions", METAPACKAGE],
-                          capture_output=True, text=True, check=False)
-    named = re.search(r"^Depends: (linux-image-\S+) \(= (\S+?)\)", done.stdout, flags=re.M)
-    if not named:
-        raise Failed(f"apt knows no {METAPACKAGE}, which names the kernel: {done.stderr.strip()}")
-    return "=".join(named.groups())
-
-
-def _download(package, folder):
-    """Lets apt fetch and verify a package into an empty folder; returns its file."""
-    log = folder / "apt.log"
-    with log.open("wb") as output:
-        status = processes.run(["apt-get", "download", "-q", package], cwd=folder, output=output)
-    files = list(folder.glob("*.deb"))
-    if status != 0 or len(files) != 1:
-        raise Failed(f"apt-get could not download {package}:\n{common.tail_of(log, 10)}")
-    return files[0]
-
-
-def _unpack(package, folder):
-    """Unpacks what is wanted of a package."""
-    with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", package],
-                          stdout=subprocess.PIPE) as reader:
-        with tarfile.open(fileobj=reader.stdout, mode="r|") as members:
-            for member in members:
-                name = os.path.normpath(member.name)
-                if member.isfile() and any(fnmatch.fnmatchcase(name, pattern)
-                                           for pattern in WANTED):
-                    member.name = name
-                    members.extract(member, folder, set_attrs=False)
-    if reader.returncode != 0:
-        raise Failed(f"dpkg-deb could not read {package}")
-
-
 def _unpack_image(image):
     """Puts the kernel that an image unpacks when it starts beside it: the machine, which is slow,
     needs half the time without that. An image that is not packed with xz has to do as it is."""
     data = image.read_bytes()
     begin = data.find(XZ)
-    if begin >= 0:
+    if begin < 0:
+        return
+    try:
         image.with_name("vmlinux").write_bytes(lzma.LZMADecompressor().decompress(data[begin:]))
+    except lzma.LZMAError:
+        return  # one that is not packed at all knows how to unpack other files
 
 
-def _make(folder):
-    """Fetches a kernel and unpacks it beside its place, which it takes when it is complete."""
+def _list_modules(kernel):
+    """Makes the lists of what modules depend on, in an unpacked kernel."""
+    for version in (kernel / "lib" / "modules").glob("*"):
+        # BusyBox's, because it is the one that reads it.
+        status = processes.run(["busybox", "depmod", "-b", kernel, version.name], cwd=kernel)
+        if status != 0:
+            raise Failed(f"busybox depmod ended with {status}")
+
+
+def make(folder, metapackage, wanted, env=None):
+    """Fetches the kernel that a metapackage names and unpacks the files that match the patterns
+    `wanted` beside its place, `kernel` in the folder, which it takes when it is complete. Raises
+    Failed.
+
+    env   the environment of apt"""
     with tempfile.TemporaryDirectory(dir=folder, prefix="fetch.") as name:
         work = pathlib.Path(name)
-        package = _download(_newest(), work)
+        package = debian.download(debian.newest(metapackage, env), work, env)
         made = work / "kernel"
-        _unpack(package, made)
+        debian.unpack(package, made, wanted)
         for image in (made / "boot").glob("vmlinuz-*"):
             _unpack_image(image)
-        for version in (made / "lib" / "modules").glob("*"):
-            # BusyBox's, because it is the one that reads it.
-            status = processes.run(["busybox", "depmod", "-b", made, version.name], cwd=work)
-            if status != 0:
-                raise Failed(f"busybox depmod ended with {status}")
+        _list_modules(made)
         made.chmod(0o755)
         shutil.rmtree(folder / "kernel", ignore_errors=True)
         made.rename(folder / "kernel")
@@ -156,5 +128,5 @@ def fetch():
     except Failed:
         folder = folders()[0 if os.geteuid() == 0 else 1]
         folder.mkdir(parents=True, exist_ok=True)
-        _make(folder)
+        make(folder, METAPACKAGE, WANTED)
         return Kernel(folder)

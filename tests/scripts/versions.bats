@@ -57,6 +57,15 @@ expect_same() {
         $heading == "## $companions, "20[0-9][0-9]-[01][0-9]-[0-3][0-9] ]]
 }
 
+@test "the changelog of the Debian packages begins with the companion programs' number" {
+    sed -n '1s/^kx-updater (\([^-+~)]*\).*/\1/p' packaging/debian/changelog | expect_same "$companions"
+}
+
+@test "the Debian package kx-panel asks for the updater's number" {
+    grep -oE 'kx-updater \(>= [^)]*\)' packaging/debian/control | sort -u |
+        expect_same "kx-updater (>= $updater)"
+}
+
 @test "neither number is written a second time where programs are built from" {
     PYTHONPATH=scripts /usr/bin/python3 -B -m kxscripts.common sources 'src/*' 'lib/*' 'tools/*' \
         'device/*' 'cmake/*' CMakeLists.txt '*/CMakeLists.txt' CMakePresets.json |
