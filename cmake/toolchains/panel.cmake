@@ -19,7 +19,9 @@ endif()
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSROOT "${KX_SYSROOT}")
-set(CMAKE_CXX_COMPILER "${KX_GNU_TRIPLE}-g++")
+if(NOT CMAKE_CXX_COMPILER)
+  set(CMAKE_CXX_COMPILER "${KX_GNU_TRIPLE}-g++")
+endif()
 # Programs are those of this machine; everything else is the panel's.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
@@ -36,6 +38,6 @@ set(KX_HOST_QT "/usr/lib/qt5/bin" CACHE PATH "The moc, rcc and uic of this machi
 set(CMAKE_PROJECT_INCLUDE "${CMAKE_CURRENT_LIST_DIR}/host-qt.cmake")
 
 find_program(KX_EMULATOR_PROGRAM "${KX_EMULATOR}")
-if(KX_EMULATOR_PROGRAM)
+if(KX_EMULATOR_PROGRAM AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
   set(CMAKE_CROSSCOMPILING_EMULATOR "${KX_EMULATOR_PROGRAM};-L;${KX_SYSROOT}")
 endif()

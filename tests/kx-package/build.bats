@@ -140,7 +140,7 @@ END
     kx build pkg
 
     [ "$status" -eq 3 ]
-    grep -qx 'kx-package: .*/lib/kx_Updater/arm/kx_Updater: there is no updater for arm; put one there, or name one with --updater PATH' err
+    grep -qx 'kx-package: .*/lib/kx_Updater/arm/kx_Updater: there is no updater for arm; make one with '\''scripts/cross armhf'\'' in the sources, or take the one of the package kx-updater for armhf, and put it there or name it with --updater PATH' err
     [ ! -e demo.kx-update ]
 }
 

@@ -15,6 +15,7 @@ setup() {
         echo "there is no kx-package at $KX_PACKAGE" >&2
         return 1
     }
+    from_elsewhere || return
     cd "$BATS_TEST_TMPDIR" || return
     # The head of a program for arm, and of one for this machine.
     program 1 '\x28' >arm-updater
@@ -22,6 +23,18 @@ setup() {
         x86_64) program 2 '\x3e' >updater ;;
         aarch64) program 2 '\xb7' >updater ;;
     esac
+}
+
+# from_elsewhere: lets the tests start kx-package from a folder of its own, because where it was built
+# it finds the updaters that scripts/cross may have built beside it. The sandboxed device is named.
+from_elsewhere() {
+    local folder=$BATS_FILE_TMPDIR/bin
+    if [ ! -d "$folder" ]; then
+        mkdir "$folder" && { ln "$KX_PACKAGE" "$folder/kx-package" 2>/dev/null ||
+            cp "$KX_PACKAGE" "$folder/kx-package"; } || return
+    fi
+    KX_PACKAGE=$folder/kx-package
+    export KX_DEVICE=$ROOT/device
 }
 
 # program WORDSIZE MACHINE: the first bytes of a program, in printf's spelling, and what makes it an

@@ -38,7 +38,34 @@ TEST_F(UpdaterSearch, TakesTheMachinesOwnForItsOwnProcessorOnly)
     EXPECT_EQ(FindUpdater(m_x86, m_machine), own);
     EXPECT_EQ(Thrown([&] { static_cast<void>(FindUpdater(m_arm, m_machine)); }),
               "3: " + (m_dir / "lib/kx_Updater/arm/kx_Updater") +
-                  ": there is no updater for arm; put one there, or name one with --updater PATH");
+                  ": there is no updater for arm; make one with 'scripts/cross armhf' in the "
+                  "sources, or take the one of the package kx-updater for armhf, and put it there "
+                  "or name it with --updater PATH");
+}
+
+TEST_F(UpdaterSearch, TellsHowToGetOneForAProcessorThatIsNotBuiltFor)
+{
+    const format::Processor& riscv = *format::FindProcessor("riscv64");
+
+    EXPECT_EQ(Thrown([&] { static_cast<void>(FindUpdater(riscv, m_machine)); }),
+              "3: " + (m_dir / "lib/kx_Updater/riscv64/kx_Updater") +
+                  ": there is no updater for riscv64; put one there, or name one with --updater "
+                  "PATH");
+}
+
+TEST_F(UpdaterSearch, TakesWhatWasBuiltForAnotherProcessorBesideItself)
+{
+    const std::string arm = m_dir.Write("armhf/kx_Updater", "");
+    const std::string aarch64 = m_dir.Write("arm64/kx_Updater", "");
+    const format::Processor& large = *format::FindProcessor("aarch64");
+    EXPECT_NE(Thrown([&] { static_cast<void>(FindUpdater(m_arm, m_machine)); }), "nothing thrown");
+
+    m_dir.Write("bin/kx-package.sources", "/sources\n");
+
+    EXPECT_EQ(FindUpdater(m_arm, m_machine), arm);
+    EXPECT_EQ(FindUpdater(large, m_machine), aarch64);
+    const std::string installed = m_dir.Write("lib/kx_Updater/arm/kx_Updater", "");
+    EXPECT_EQ(FindUpdater(m_arm, m_machine), installed);
 }
 
 TEST_F(UpdaterSearch, KnowsThePlaceOfTheRunningProgram)

@@ -8,8 +8,11 @@
 #include "io/WholeFile.h"
 #include "manifest/Manifest.h"
 
+#include <array>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
+#include <string_view>
 #include <system_error>
 
 #include <sys/stat.h>
@@ -22,12 +25,55 @@ namespace
 
 namespace fs = std::filesystem;
 
+constexpr const char* kSourcesName = "kx-package.sources";
+
+/// A processor for which scripts/cross builds.
+struct CrossProcessor {
+    const char* name;  ///< "arm"
+    const char* built; ///< "armhf", as Debian and the build's folder call it
+};
+
+constexpr std::array<CrossProcessor, 2> kCrossProcessors = {{
+    {"aarch64", "arm64"},
+    {"arm", "armhf"},
+}};
+
+const CrossProcessor* FindCrossProcessor(std::string_view name)
+{
+    for (const CrossProcessor& processor : kCrossProcessors) {
+        if (name == processor.name) {
+            return &processor;
+        }
+    }
+    return nullptr;
+}
+
 bool IsFile(const fs::path& path)
 {
     return io::IsThere(path.string()) && fs::is_regular_file(path);
 }
 
+/// Tells how to get an updater.
+std::string UpdaterRemedy(const CrossProcessor* cross)
+{
+    if (cross == nullptr) {
+        return "put one there, or name one with --updater PATH";
+    }
+    const std::string built = cross->built;
+    return "make one with 'scripts/cross " + built +
+           "' in the sources, or take the one of the package kx-updater for " + built +
+           ", and put it there or name it with --updater PATH";
+}
+
 } // namespace
+
+std::string SourcesOf(const std::string& toolFolder)
+{
+    std::string folder;
+    std::ifstream file(fs::path(toolFolder) / kSourcesName);
+    std::getline(file, folder);
+    return folder;
+}
 
 Machine ThisMachine()
 {
@@ -49,9 +95,15 @@ std::string FindUpdater(const format::Processor& processor, const Machine& machi
     if (machine.native == &processor && IsFile(own)) {
         return own.string();
     }
+    const CrossProcessor* const cross = FindCrossProcessor(processor.name);
+    if (cross != nullptr && !SourcesOf(machine.toolFolder).empty()) {
+        const fs::path built = folder.parent_path() / cross->built / archive::kUpdaterName;
+        if (IsFile(built)) {
+            return built.string();
+        }
+    }
     throw io::Error(io::ExitCode::kNoAccess, installed.string(),
-                    std::string("there is no updater for ") + processor.name,
-                    "put one there, or name one with --updater PATH");
+                    std::string("there is no updater for ") + processor.name, UpdaterRemedy(cross));
 }
 
 std::optional<format::ProgramHead> ReadUpdaterHead(const std::string& path)

@@ -21,9 +21,14 @@ struct Machine {
 /// Returns the machine of the running program.
 [[nodiscard]] Machine ThisMachine();
 
-/// Returns the path of the installed updater for a processor: that in
-/// ../lib/kx_Updater/PROCESSOR/ of the tool's folder, or the machine's own beside the tool.
-/// @throws Error when there is none
+/// Returns the folder of the sources of a tool that lies where it was built, where the build left a
+/// file that names it; empty for a tool that lies elsewhere.
+[[nodiscard]] std::string SourcesOf(const std::string& toolFolder);
+
+/// Returns the path of the updater for a processor: that in ../lib/kx_Updater/PROCESSOR/ of the
+/// tool's folder, the machine's own beside the tool, or, for a tool that lies where it was built,
+/// that which scripts/cross has built for another processor.
+/// @throws Error that tells how to get one when there is none
 [[nodiscard]] std::string FindUpdater(const format::Processor& processor, const Machine& machine);
 
 /// Reads what the beginning of an updater tells about the program.

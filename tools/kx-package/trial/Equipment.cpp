@@ -8,7 +8,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
 #include <unistd.h>
@@ -22,22 +21,11 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr const char* kRunName = "run";
-constexpr const char* kSourcesName = "kx-package.sources";
 
 bool IsProgram(const fs::path& path)
 {
     std::error_code error;
     return fs::is_regular_file(path, error) && access(path.c_str(), X_OK) == 0;
-}
-
-/// Returns the folder of the sources of a tool that lies where it was built, where the build left a
-/// file that names it; empty for a tool that lies elsewhere.
-std::string SourcesOf(const std::string& toolFolder)
-{
-    std::string folder;
-    std::ifstream file(fs::path(toolFolder) / kSourcesName);
-    std::getline(file, folder);
-    return folder;
 }
 
 void RefuseOtherProgram(const std::string& path, const format::Processor* native)
