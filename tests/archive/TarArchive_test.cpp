@@ -175,7 +175,8 @@ TEST(TarArchive, TellsWhereTheContentsLie)
                                      {std::string(300, 'b'), dir.Write("b", "second"), 0644}});
     std::vector<std::string> contents;
     EXPECT_TRUE(ReadTar(FileOf(bytes), "archive", [&](const TarEntry& entry) -> ContentSink {
-        contents.push_back(bytes.substr(entry.offset, entry.size));
+        contents.push_back(bytes.substr(static_cast<std::size_t>(entry.offset),
+                                        static_cast<std::size_t>(entry.size)));
         return {};
     }));
     EXPECT_THAT(contents, ElementsAre("first", "second"));
