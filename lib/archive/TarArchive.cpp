@@ -73,6 +73,8 @@ public:
 
     void Add(const TarItem& item)
     {
+        // The time is zero from here on. It cannot be told: on 32-bit processors the library's
+        // times have another width than those here.
         archive_entry_clear(m_entry.get());
         archive_entry_set_pathname(m_entry.get(), (std::string(kHere) + item.name).c_str());
         archive_entry_set_size(m_entry.get(), static_cast<la_int64_t>(item.size));
