@@ -11,6 +11,7 @@ from kxscripts.common import Failed
 PATIENCE = 60  # seconds for a command
 ASK_AGAIN = 3  # seconds until a shell that has not answered is asked again
 LINE = 1000    # characters of a line that every terminal takes
+PROMPT = r"(^|\n)[^\n]*# ?$"
 SHOWN = 2000   # bytes of the console that tell why something failed
 KEPT = 1 << 20  # characters that the console has said and nobody has waited for
 FOLDER = "/run/kx-console"
@@ -79,8 +80,15 @@ class Console:
             raise ConsoleError(self._why(f"the console did not say '{pattern}' within "
                                          f"{seconds:g} seconds"))
 
+    def wait_for_prompt(self, seconds):
+        """Waits until a shell has started. Raises ConsoleError when none does in time."""
+        self.wait_for_text(PROMPT, seconds)
+
     def find_shell(self, seconds):
-        """Waits until a shell answers, and makes it a quiet one. Raises ConsoleError."""
+        """Waits until a shell answers, and makes it a quiet one. Raises ConsoleError.
+
+        Of a panel that starts, wait_for_prompt() first: what comes before somebody reads the serial
+        line may block it for good."""
         word = secrets.token_hex(8)
         for _ in range(max(1, int(seconds / ASK_AGAIN))):
             self._send(f'echo "kx-"{word}')  # the shell's echo of this line has the quotes

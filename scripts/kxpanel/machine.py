@@ -52,7 +52,7 @@ def read_image(file):
         image = Image(told["processor"], place / told["kernel"], place / told["initrd"],
                       told["append"],
                       {drive["serial"]: place / drive["file"] for drive in told["drives"]},
-                      list(told["machine"]), place / told["key"])
+                      list(told["machine"]), place / told.get("key", "key.pem"))
     except FileNotFoundError as error:
         raise Failed(f"there is no {file}; {remedy}") from error
     except (KeyError, TypeError, ValueError) as error:

@@ -1,0 +1,60 @@
+# SPDX-FileCopyrightText: The kx_Updater authors
+# SPDX-License-Identifier: MIT
+"""The power is cut at a drawn moment of an installation. The panel must start, say the truth about what
+is installed, and take the package again."""
+import random
+import time
+
+from emulated.messages import DONE, REMOVE
+from emulated.window import Window
+
+LENGTH = 30.0  # seconds from the touch of Install to the report, about; drawn moments lie in these
+
+
+class Cuts(Window):
+    """Each cut is a road of its own: a panel that has booted, an installation, the end of power."""
+
+    def moment(self):
+        """When the power is cut, in seconds after Install was touched."""
+        number = int(self.name().rpartition("-")[2])
+        return random.Random(f"{self.seed} {number}").uniform(0, LENGTH)
+
+    def cut(self):
+        """The road of one cut."""
+        stick = self.stick(self.packages.large(4))
+        with self.panel() as panel:
+            self.plug_until_asked(panel, stick)
+            self.touch(panel, "InstallButton")
+            begin, moment = time.monotonic(), self.moment()
+            panel.note(f"the power is cut {moment:.2f} seconds after Install was touched "
+                       f"(--seed {self.seed})")
+            time.sleep(max(0.0, moment - (time.monotonic() - begin)))
+            reached = self.reached(panel)
+            panel.cut_power()
+            panel.note(f"what was reached: {reached}")
+            self.assert_record_is_true(self.disk(panel, "root"), self.disk(panel, "user"))
+            # The drive was pulled before anybody switched the panel on again.
+            panel.boot()
+            self.plug_until_asked(panel, stick)
+            self.touch(panel, "InstallButton")
+            panel.play("wait button OkButton")
+            self.says(panel, DONE)
+            self.touch(panel, "OkButton")
+            self.says(panel, REMOVE)
+            panel.power_off()
+            self.assert_installed(panel, ballast=True)
+
+    @staticmethod
+    def reached(panel):
+        """The last line of the log."""
+        lines = panel.probe.state["widgets"]["logArea"]["text"].split("\n")
+        return next((line for line in reversed(lines) if line.strip()), "nothing")
+
+
+def add_roads(count):
+    """Makes a road for each cut."""
+    for number in range(1, count + 1):
+        def road(self):
+            """The power is cut at a drawn moment of an installation."""
+            self.cut()
+        setattr(Cuts, f"test_power_cut_{number}", road)
