@@ -18,12 +18,10 @@ from kxscripts.common import Failed
 PROBE = "plugins/generic/libkxprobe.so"
 
 
-def groups_of(options):
-    """The groups of scripts/setup with what building for a processor needs."""
-    groups = ["build", "tools", "cross"]
-    if options.processor == "arm64":
-        groups.append("arm64")
-    return [*groups, "test"] if options.test else groups
+def groups_of(arch, tested=False):
+    """The groups of scripts/setup with what building for a processor needs, and testing."""
+    return ["build", "tools", "cross", *(["arm64"] if arch == "arm64" else []),
+            *(["test"] if tested else [])]
 
 
 def chosen_sysroot(options):
@@ -108,7 +106,7 @@ def run_tests(options):
 
 def work(options):
     """Does what was asked for; returns 0. Raises Failed."""
-    common.setup(*groups_of(options))
+    common.setup(*groups_of(options.processor, options.test))
     return run_tests(options) if options.test else build_programs(options)
 
 
