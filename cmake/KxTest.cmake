@@ -39,6 +39,16 @@ function(kx_compile_together name)
   endif()
 endfunction()
 
+# kx_unit_tests: the tests that need nothing but their own binaries, which have the label unit: what
+# was built for another processor runs with an emulator.
+add_custom_target(kx_unit_tests)
+
+# kx_is_unit_test(NAME): puts a test among them.
+function(kx_is_unit_test name)
+  add_dependencies(kx_unit_tests ${name})
+  set_property(TEST ${name} APPEND PROPERTY LABELS unit)
+endfunction()
+
 # kx_add_test(NAME [ON_DEVICE] SOURCES file... [LIBRARIES target...]): a GoogleTest binary.
 # ON_DEVICE tests write to the device's fixed paths and start on the sandboxed device.
 function(kx_add_test name)
@@ -57,6 +67,7 @@ function(kx_add_test name)
     set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77)
   else()
     add_test(NAME ${name} COMMAND ${name} ${report})
+    kx_is_unit_test(${name})
   endif()
   set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${KX_TEST_ENVIRONMENT}")
 endfunction()
@@ -73,6 +84,7 @@ function(kx_add_rehearsing_test name)
   target_link_options(${name} PRIVATE ${KX_WRAPPED_CALLS})
   kx_compile_together(${name})
   add_test(NAME ${name} COMMAND ${name} "--gtest_output=xml:${KX_TEST_REPORTS}/${name}.xml")
+  kx_is_unit_test(${name})
   set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${KX_TEST_ENVIRONMENT}")
 endfunction()
 
@@ -87,6 +99,7 @@ function(kx_add_qt_test name)
     AUTOGEN_BUILD_DIR "${CMAKE_BINARY_DIR}/autogen/${name}")
   # QtTest's JUnit report would not tell the rows of a table.
   add_test(NAME ${name} COMMAND ${name} -o "${KX_TEST_REPORTS}/${name}.xml,xml" -o -,txt)
+  kx_is_unit_test(${name})
   set_tests_properties(${name} PROPERTIES TIMEOUT 300
     ENVIRONMENT "${KX_TEST_ENVIRONMENT};QT_QPA_PLATFORM=offscreen")
 endfunction()

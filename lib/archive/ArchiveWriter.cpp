@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <memory>
 
 #include <sys/stat.h>
@@ -85,19 +86,21 @@ private:
 
     zip_int64_t Stat(void* data, zip_uint64_t size)
     {
-        if (size < sizeof(zip_stat_t)) {
+        // The library's own may be shorter than the one here: on 32-bit systems the date in it can
+        // have half the size. What is filled in lies before the date.
+        if (size < offsetof(zip_stat_t, mtime)) {
             return Fail(ZIP_ER_INVAL, EINVAL);
         }
         auto* const stat = static_cast<zip_stat_t*>(data);
         zip_stat_init(stat);
         stat->size = 0;
         stat->valid = ZIP_STAT_SIZE;
-        return sizeof(zip_stat_t);
+        return static_cast<zip_int64_t>(size);
     }
 
     zip_int64_t Write(const char* data, zip_uint64_t size)
     {
-        const int error = io::TryWriteAll(m_descriptor, {data, size}).error;
+        const int error = io::TryWriteAll(m_descriptor, {data, static_cast<std::size_t>(size)}).error;
         if (error != 0) {
             return Fail(ZIP_ER_WRITE, error);
         }

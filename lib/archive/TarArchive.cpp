@@ -73,12 +73,15 @@ public:
 
     void Add(const TarItem& item)
     {
+        // The time is zero from here on. It cannot be told: on 32-bit processors the library's
+        // times have another width than those here.
         archive_entry_clear(m_entry.get());
         archive_entry_set_pathname(m_entry.get(), (std::string(kHere) + item.name).c_str());
         archive_entry_set_size(m_entry.get(), static_cast<la_int64_t>(item.size));
         archive_entry_set_filetype(m_entry.get(), AE_IFREG);
         archive_entry_set_perm(m_entry.get(), item.mode);
-        archive_entry_set_mtime(m_entry.get(), 0, 0);
+        // Without a date the archive has the first of 1970. Setting one would hand over a number that
+        // has half the size in the libraries of some 32-bit systems.
         if (archive_write_header(m_archive.get(), m_entry.get()) != ARCHIVE_OK) {
             ThrowOf(m_archive.get(), m_shown, "write");
         }

@@ -6,6 +6,7 @@
 #include "archive/ZipContent.h"
 #include "archive/ZipNames.h"
 #include "io/Error.h"
+#include "io/Text.h"
 
 #include <cstdint>
 #include <utility>
@@ -58,7 +59,7 @@ std::string UnpackedArchive::Read(const std::string& name, std::uint64_t limit) 
 {
     std::string bytes;
     StreamBeginning(name, limit, [&bytes, limit](std::string_view piece) {
-        bytes.append(piece.substr(0, static_cast<std::size_t>(limit) - bytes.size()));
+        bytes.append(io::FirstBytes(piece, limit - bytes.size()));
         return bytes.size() < limit;
     });
     return bytes;

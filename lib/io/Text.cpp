@@ -89,4 +89,9 @@ std::string CountText(std::uint64_t count, const char* thing)
     return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
 }
 
+std::string_view FirstBytes(std::string_view text, std::uint64_t limit)
+{
+    return limit < text.size() ? text.substr(0, static_cast<std::size_t>(limit)) : text;
+}
+
 } // namespace kx::io

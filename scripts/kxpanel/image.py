@@ -13,7 +13,8 @@ import tempfile
 import pathlib
 import time
 
-from kxpanel import parts, plan
+from kxpanel import desk, parts, plan
+from kxpanel.machine import read_image
 from kxscripts import common, cross, debs, foreign, processes, sysroot
 from kxscripts.common import ROOT, Failed
 
@@ -158,8 +159,25 @@ def main():
     parser = argparse.ArgumentParser(prog="scripts/panel-image", description=__doc__)
     parser.add_argument("--processor", choices=plan.PROCESSORS, default="armhf",
                         help="the panel's processor, as Debian calls it; armhf by default")
+    parser.add_argument("--start", action="store_true",
+                        help="start the panel afterwards, with its serial line on the terminal")
+    parser.add_argument("--display", metavar="WHERE", default="none",
+                        help="where the started panel's screen is shown, as QEMU's option -display says "
+                             "it: vnc=localhost:1, or gtk, which needs qemu-system-gui; nowhere by default")
+    parser.add_argument("--screen", metavar="WIDTHxHEIGHT", default="800x480",
+                        help="the size of the started panel's screen; 800x480 by default")
+    parser.add_argument("--drive", metavar="FILE",
+                        help="the image of a USB drive, which can be plugged into the started panel")
     options = parser.parse_args()
-    return common.run_script("scripts/panel-image", lambda: make(options.processor))
+
+    def work():
+        size = desk.size_of(options.screen)
+        status = make(options.processor)
+        if options.start:
+            image = read_image(RESULTS / options.processor / "image.json")
+            desk.start(image, options.display, size, options.drive)
+        return status
+    return common.run_script("scripts/panel-image", work)
 
 
 if __name__ == "__main__":

@@ -1,7 +1,8 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
 """Checks the sources without running them, and the builds: format, tidy, layers, self-contained
-headers, spelling, shell scripts, one definition of each type, the same programs from every build.
+headers, spelling, shell scripts, what of Qt is used, what built programs need, one definition of each
+type, the same programs from every build.
 A check that finds nothing to look at has failed."""
 import argparse
 import concurrent.futures
@@ -14,7 +15,7 @@ import subprocess
 import sys
 import tempfile
 
-from kxscripts import common, processes, reproducible
+from kxscripts import common, needs, processes, qt_calls, reproducible
 from kxscripts.common import ROOT, Failed
 
 SHELLS = re.compile(rb"#!.*[/ ](bash|sh|dash|bats)(\s|$)|# shellcheck shell=")
@@ -193,6 +194,17 @@ def check_shell():
     run("shellcheck", "-x", *files)
 
 
+def check_qt():
+    """The updater uses nothing of Qt that is newer than the oldest one it is built with."""
+    qt_calls.check(ROOT)
+
+
+def check_needs():
+    """The programs for amd64 need what the documentation states; scripts/cross looks at others."""
+    common.build("release", *needs.PROGRAMS)
+    needs.check(ROOT, "amd64")
+
+
 def check_odr():
     """Every type has one definition in a program. No compiler sees another one, and as a rule no
     test: only where a program is optimised as a whole all definitions meet."""
@@ -210,6 +222,8 @@ CHECKS = {
     "headers": check_headers,
     "spelling": check_spelling,
     "shell": check_shell,
+    "qt": check_qt,
+    "needs": check_needs,
     "odr": check_odr,
     "reproducible": check_reproducible,
     "tidy": check_tidy,

@@ -1,25 +1,29 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
 """Builds kx_Updater, kx-panel, kx-package and the tests' plugin kx_probe for the processor of a panel,
-with Debian's cross compilers and against Debian's libraries, into build/PROCESSOR. The headers and
-libraries are fetched when they are needed for the first time."""
+with Debian's cross compilers and against Debian's libraries, into build/PROCESSOR, and compares what
+they need with docs/building.md. The headers and libraries are fetched when they are needed for the
+first time. Or builds the unit tests into build/PROCESSOR-tests and runs them with qemu-user."""
 import argparse
+import json
 import os
 import pathlib
 import subprocess
 import sys
 import tempfile
 
-from kxscripts import common, sysroot
+from kxscripts import common, needs, processes, sysroot
 from kxscripts.common import Failed
 
-PROGRAMS = ("kx_Updater", "kx-panel", "kx-package")
 PROBE = "plugins/generic/libkxprobe.so"
 
 
-def groups_of(arch):
+def groups_of(options):
     """The groups of scripts/setup with what building for a processor needs."""
-    return ["build", "tools", "cross", *(["arm64"] if arch == "arm64" else [])]
+    groups = ["build", "tools", "cross"]
+    if options.processor == "arm64":
+        groups.append("arm64")
+    return [*groups, "test"] if options.test else groups
 
 
 def chosen_sysroot(options):
@@ -53,21 +57,56 @@ def stripped_size(program, triple):
 
 def tell(build, triple):
     """Tells what was built, and its sizes."""
-    for name in (*PROGRAMS, PROBE):
+    for name in (*needs.PROGRAMS, PROBE):
         size = stripped_size(build / name, triple)
         print(f"{(build / name).relative_to(common.ROOT)}: {size // 1024} KiB stripped")
 
 
-def build(options):
-    """Builds for one processor; returns 0. Raises Failed."""
+def build(preset, root, *targets):
+    """Builds a preset's targets against a sysroot; returns the build's folder. Raises Failed."""
+    folder = common.ROOT / "build" / preset
+    common.say(f"building {preset} against {root}")
+    common.build(preset, *targets, options=configure_options(folder, root))
+    return folder
+
+
+def build_programs(options):
+    """Builds the programs for one processor; returns 0. Raises Failed."""
     arch = options.processor
-    common.setup(*groups_of(arch))
     root = chosen_sysroot(options)
-    folder = common.ROOT / "build" / arch
-    common.say(f"building for {arch} against {root}")
-    common.build(arch, "all", "kx_probe", options=configure_options(folder, root))
-    tell(folder, sysroot.TRIPLES[arch])
+    tell(build(arch, root, "all", "kx_probe"), sysroot.TRIPLES[arch])
+    if sysroot.is_one(root):
+        needs.check(common.ROOT, arch)
     return 0
+
+
+def left_out(folder):
+    """How many tests of a build need more than their binaries."""
+    listed = subprocess.run(["ctest", "--show-only=json-v1"], cwd=folder, check=True,
+                            capture_output=True, text=True).stdout
+    tests = json.loads(listed)["tests"]
+    return sum(not any(item["name"] == "LABELS" and "unit" in item["value"]
+                       for item in test.get("properties", [])) for test in tests)
+
+
+def run_tests(options):
+    """Builds the unit tests for one processor and runs them; returns 0. Raises Failed."""
+    preset = f"{options.processor}-tests"
+    folder = build(preset, chosen_sysroot(options), "kx_unit_tests")
+    common.say(f"running the unit tests for {options.processor}")
+    status = processes.run(["ctest", "--preset", preset], cwd=common.ROOT)
+    print(f"Left out: {left_out(folder)} tests that need this computer's tools, the sandboxed device or "
+          "limits of system calls, which an emulator of one program does not have; the tests of the "
+          "confined process are among them.")
+    if status != 0:
+        raise Failed(f"ctest ended with {status}")
+    return 0
+
+
+def work(options):
+    """Does what was asked for; returns 0. Raises Failed."""
+    common.setup(*groups_of(options))
+    return run_tests(options) if options.test else build_programs(options)
 
 
 def main():
@@ -78,8 +117,10 @@ def main():
     parser.add_argument("--sysroot", metavar="FOLDER",
                         help="a folder with the panel's headers and libraries, instead of Debian's; "
                              "KX_SYSROOT in the environment does the same")
+    parser.add_argument("--test", action="store_true",
+                        help="build the unit tests instead, and run them; half an hour")
     options = parser.parse_args()
-    return common.run_script("scripts/cross", lambda: build(options))
+    return common.run_script("scripts/cross", lambda: work(options))
 
 
 if __name__ == "__main__":

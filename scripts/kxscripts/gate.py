@@ -128,7 +128,8 @@ def schedule():
     ]
     # The device's tests leave a processor free as soon as the reading is over.
     before = ("check tidy",)
-    for name in ("format", "layers", "headers", "spelling", "shell", "odr", "reproducible"):
+    for name in ("format", "layers", "headers", "spelling", "shell", "qt", "odr",
+                 "needs", "reproducible"):
         plan.append(Part(f"check {name}", check(name), after=before))
         before = (f"check {name}",)
     return plan

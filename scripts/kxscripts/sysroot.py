@@ -55,6 +55,11 @@ def find(arch):
     return next((place for place in places if place.is_dir()), None)
 
 
+def is_one(folder):
+    """Tells whether a folder is a sysroot that was made here."""
+    return pathlib.Path(folder).parent in folders()
+
+
 def archive_address():
     """The address of Debian's archive that this machine's apt uses. Raises Failed without one."""
     done = subprocess.run(

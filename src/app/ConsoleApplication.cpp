@@ -65,7 +65,8 @@ bool IsPlatformInstalled(const QString& name)
 std::string PlatformEntry()
 {
     const char* const given = std::getenv("QT_QPA_PLATFORM");
-    const std::string chosen = ChoosePlatform(QVersionNumber::fromString(QLatin1String(qVersion())),
+    const QString version = QString::fromLatin1(qVersion());
+    const std::string chosen = ChoosePlatform(QVersionNumber::fromString(version),
                                               given != nullptr ? given : "", IsPlatformInstalled);
     return chosen.empty() ? chosen : "QT_QPA_PLATFORM=" + chosen;
 }

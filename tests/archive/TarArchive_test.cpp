@@ -147,6 +147,16 @@ TEST(TarArchive, IsTheSameWhateverTheOrderAndTheDatesOfTheFiles)
     EXPECT_EQ(bytes.substr(136, 11), "00000000000");
 }
 
+TEST(TarArchive, TellsTheTimeZero)
+{
+    const TempDir dir;
+    const std::string one = dir.Write("one", "1");
+    const std::string bytes = TarOf({{"a", one, 0644}, {"b", one, 0644}});
+    constexpr std::size_t kTime = 136; // in a head
+    EXPECT_EQ(bytes.substr(kTime, 11), "00000000000");
+    EXPECT_EQ(bytes.substr(2 * 512 + kTime, 11), "00000000000");
+}
+
 TEST(TarArchive, MayHoldNothing)
 {
     EXPECT_EQ(TarOf({}), std::string(1024, '\0'));
@@ -175,7 +185,8 @@ TEST(TarArchive, TellsWhereTheContentsLie)
                                      {std::string(300, 'b'), dir.Write("b", "second"), 0644}});
     std::vector<std::string> contents;
     EXPECT_TRUE(ReadTar(FileOf(bytes), "archive", [&](const TarEntry& entry) -> ContentSink {
-        contents.push_back(bytes.substr(entry.offset, entry.size));
+        contents.push_back(bytes.substr(static_cast<std::size_t>(entry.offset),
+                                        static_cast<std::size_t>(entry.size)));
         return {};
     }));
     EXPECT_THAT(contents, ElementsAre("first", "second"));

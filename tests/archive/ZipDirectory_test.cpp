@@ -133,10 +133,11 @@ public:
     [[nodiscard]] std::string Read(std::uint64_t offset, std::size_t count) const override
     {
         m_most = std::max(m_most, count);
-        std::string bytes(std::min<std::uint64_t>(count, Size() - std::min(offset, Size())), '\0');
+        const std::uint64_t there = Size() - std::min(offset, Size());
+        std::string bytes(static_cast<std::size_t>(std::min<std::uint64_t>(count, there)), '\0');
         for (std::size_t i = 0; i < m_end.size(); ++i) {
             if (m_zeros + i >= offset && m_zeros + i - offset < bytes.size()) {
-                bytes[m_zeros + i - offset] = m_end[i];
+                bytes[static_cast<std::size_t>(m_zeros + i - offset)] = m_end[i];
             }
         }
         return bytes;

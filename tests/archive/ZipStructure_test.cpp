@@ -56,7 +56,7 @@ TEST(ZipStructure, ReadsWhatAnArchiveHolds)
     EXPECT_EQ(last.local.name, "b/c");
     EXPECT_EQ(last.size, 5U);
     EXPECT_EQ(last.attributes >> 16, 0100644U);
-    EXPECT_EQ(zip.substr(last.contentAt, 5), "three");
+    EXPECT_EQ(zip.substr(static_cast<std::size_t>(last.contentAt), 5), "three");
     EXPECT_EQ(last.behind, structure.directoryAt);
     EXPECT_EQ(structure.endAt, zip.find(kEndRecord));
 }

@@ -1,17 +1,23 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 
-// Needs -Wl,--wrap=_ZdlPv -Wl,--wrap=_ZdlPvm: the linker's names of operator delete.
+// Needs -Wl,--wrap=_ZdlPv and the same for KX_SIZED_DELETE: the linker's names of operator delete, the
+// second of which ends with the letter of std::size_t.
 #include "engine/DeletionWatch.h"
 
 #include <cstddef>
+
+#define KX_JOINED(beginning, end) beginning##end
+#define KX_NAME(beginning, end) KX_JOINED(beginning, end)
+#define KX_REAL_SIZED_DELETE KX_NAME(__real_, KX_SIZED_DELETE)
+#define KX_WRAPPED_SIZED_DELETE KX_NAME(__wrap_, KX_SIZED_DELETE)
 
 extern "C" {
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for a wrapped function
 void __real__ZdlPv(void* block);
 void __wrap__ZdlPv(void* block);
-void __real__ZdlPvm(void* block, std::size_t size);
-void __wrap__ZdlPvm(void* block, std::size_t size);
+void KX_REAL_SIZED_DELETE(void* block, std::size_t size);
+void KX_WRAPPED_SIZED_DELETE(void* block, std::size_t size);
 // NOLINTEND(bugprone-reserved-identifier)
 }
 
@@ -35,10 +41,10 @@ void __wrap__ZdlPv(void* block)
     __real__ZdlPv(block);
 }
 
-void __wrap__ZdlPvm(void* block, std::size_t size)
+void KX_WRAPPED_SIZED_DELETE(void* block, std::size_t size)
 {
     NoteDeletion(block);
-    __real__ZdlPvm(block, size);
+    KX_REAL_SIZED_DELETE(block, size);
 }
 
 DeletionWatch::DeletionWatch(const void* object) : m_object(object)

@@ -55,4 +55,13 @@ TEST(CountText, KnowsThePlural)
     EXPECT_EQ(CountText(2, "file"), "2 files");
 }
 
+TEST(FirstBytes, AreAllOfAShortText)
+{
+    EXPECT_EQ(FirstBytes("text", 0), "");
+    EXPECT_EQ(FirstBytes("text", 3), "tex");
+    EXPECT_EQ(FirstBytes("text", 4), "text");
+    EXPECT_EQ(FirstBytes("text", 0x100000000), "text");
+    EXPECT_EQ(FirstBytes("text", 0x100000001), "text");
+}
+
 } // namespace kx::io

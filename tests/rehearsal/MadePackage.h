@@ -4,6 +4,7 @@
 
 #include "archive/Package.h"
 #include "io/Error.h"
+#include "io/Text.h"
 
 #include <map>
 #include <string>
@@ -44,7 +45,7 @@ public:
         if (m_contents.at(name) == "damaged") {
             throw io::Error(io::ExitCode::kNoAccess, name, "is damaged");
         }
-        return m_contents.at(name).substr(0, limit);
+        return std::string(io::FirstBytes(m_contents.at(name), limit));
     }
     [[nodiscard]] std::string LinkTarget(const std::string& name) const override
     {

@@ -219,7 +219,7 @@ output_has() {
     check --help
     [ "$status" -eq 0 ]
     output=$(tr -s ' \n' ' ' <<<"$output")
-    output_has 'format, layers, headers, spelling, shell, odr, reproducible, tidy'
+    output_has 'format, layers, headers, spelling, shell, qt, needs, odr, reproducible, tidy'
 }
 
 @test "all checks are made by default, and the ones that fail are told" {

@@ -51,8 +51,8 @@ setup() {
         "bats $TREE/build/release/kx_Updater demo_one.bats sandbox.bats"
         "bats $TREE/build/release/kx_Updater install.bats window_road.bats"
         "bats $TREE/build/asan/kx_Updater install.bats window_road.bats"
-        'check format' 'check layers' 'check headers' 'check spelling' 'check shell' 'check odr'
-        'check reproducible' 'check tidy')
+        'check format' 'check layers' 'check headers' 'check spelling' 'check shell' 'check qt'
+        'check odr' 'check needs' 'check reproducible' 'check tidy')
     local line
     for line in "${expected[@]}"; do
         sed 's/--timing --formatter bats-report //' "$STUB/log" | grep -qxF -- "$line" ||

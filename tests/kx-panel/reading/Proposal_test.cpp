@@ -101,7 +101,8 @@ TEST(Proposal, IsTheBlockOfASignedPackage)
         ASSERT_TRUE(proposal.has_value());
         EXPECT_EQ(proposal->blockSize, file.size() - zip.size());
         EXPECT_EQ(BytesOf(proposal->block),
-                  file.substr(zip.find(archive::kCentral), proposal->blockSize));
+                  file.substr(zip.find(archive::kCentral),
+                              static_cast<std::size_t>(proposal->blockSize)));
         EXPECT_EQ(proposal->block.statement.name, "demo");
         EXPECT_EQ(proposal->block.statement.length, zip.size());
     }

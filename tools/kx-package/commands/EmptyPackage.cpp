@@ -4,6 +4,7 @@
 
 #include "compose/DescriptionWriter.h"
 #include "compose/Model.h"
+#include "io/Text.h"
 #include "manifest/Manifest.h"
 
 #include <utility>
@@ -23,7 +24,8 @@ EmptyPackage::EmptyPackage(std::string path, bool isArchive)
 
 std::string EmptyPackage::Read(const std::string& name, std::uint64_t limit) const
 {
-    return name == archive::kDescriptionName ? m_description.substr(0, limit) : std::string();
+    return std::string(
+        name == archive::kDescriptionName ? io::FirstBytes(m_description, limit) : "");
 }
 
 } // namespace kx::tool

@@ -6,6 +6,7 @@
 #include "io/Descriptor.h"
 #include "io/Error.h"
 #include "io/Reach.h"
+#include "io/Text.h"
 #include "io/Transfer.h"
 
 #include <cerrno>
@@ -65,7 +66,7 @@ void LayoutPackage::Add(const archive::ArchiveItem& item,
 std::string LayoutPackage::Read(const std::string& name, std::uint64_t limit) const
 {
     if (name == archive::kDescriptionName) {
-        return m_description.substr(0, limit);
+        return std::string(io::FirstBytes(m_description, limit));
     }
     const std::string& source = m_sources.at(name);
     return io::ReadUpTo(io::OpenFile(source, "read").Number(), limit, source);
