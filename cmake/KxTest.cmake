@@ -56,8 +56,8 @@ function(kx_add_test name)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE kx_test_support ${arg_LIBRARIES})
   kx_compile_together(${name})
-  if(NOT arg_LIBRARIES)
-    # Further libraries bring options of their own, which the shared one was not compiled with.
+  if(NOT arg_LIBRARIES MATCHES "kx_(ui|res)")
+    # What needs Qt is compiled otherwise than the shared ones.
     target_precompile_headers(${name} REUSE_FROM kx_test_support)
   endif()
   set(report "--gtest_output=xml:${KX_TEST_REPORTS}/${name}.xml")
@@ -83,6 +83,7 @@ function(kx_add_rehearsing_test name)
   target_link_libraries(${name} PRIVATE kx_rehearsal_system ${arg_LIBRARIES} GTest::gmock_main)
   target_link_options(${name} PRIVATE ${KX_WRAPPED_CALLS})
   kx_compile_together(${name})
+  target_precompile_headers(${name} REUSE_FROM kx_test_support)
   add_test(NAME ${name} COMMAND ${name} "--gtest_output=xml:${KX_TEST_REPORTS}/${name}.xml")
   kx_is_unit_test(${name})
   set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${KX_TEST_ENVIRONMENT}")
@@ -97,11 +98,17 @@ function(kx_add_qt_test name)
   set_target_properties(${name} PROPERTIES
     AUTOMOC ON
     AUTOGEN_BUILD_DIR "${CMAKE_BINARY_DIR}/autogen/${name}")
-  # QtTest's JUnit report would not tell the rows of a table.
-  add_test(NAME ${name} COMMAND ${name} -o "${KX_TEST_REPORTS}/${name}.xml,xml" -o -,txt)
+  kx_run_qt_test(${name} ${name})
   kx_is_unit_test(${name})
+endfunction()
+
+# kx_run_qt_test(NAME TEST [VARIABLE=value...]): one more run of a QtTest binary, with more in its
+# environment.
+function(kx_run_qt_test name test)
+  # QtTest's JUnit report would not tell the rows of a table.
+  add_test(NAME ${name} COMMAND ${test} -o "${KX_TEST_REPORTS}/${name}.xml,xml" -o -,txt)
   set_tests_properties(${name} PROPERTIES TIMEOUT 300
-    ENVIRONMENT "${KX_TEST_ENVIRONMENT};QT_QPA_PLATFORM=offscreen")
+    ENVIRONMENT "${KX_TEST_ENVIRONMENT};QT_QPA_PLATFORM=offscreen;${ARGN}")
 endfunction()
 
 # kx_add_bats_test(NAME FILE TIMEOUT [VARIABLE=value...]): a file of bats tests of the folder, and
