@@ -34,6 +34,7 @@ sys.dont_write_bytecode = True
 
 # pylint: disable=wrong-import-position
 import agreement  # noqa: E402
+import checking  # noqa: E402
 from packages import Corpus  # noqa: E402
 
 
@@ -51,23 +52,17 @@ def arguments():
     return parser.parse_args()
 
 
-def verdict(tool, job):
-    """Exit status and identifiers of what the check finds."""
-    done = subprocess.run([tool, "check", "--json", job["file"]], capture_output=True, timeout=60,
-                          check=False)
-    if done.returncode not in (0, 1) or done.stderr:
-        raise SystemExit(f"{job['file']} ({job['how']}): exit {done.returncode} "
-                         f"{done.stderr.decode(errors='replace')}")
-    told = json.loads(done.stdout)
-    ids = [found["id"] for found in told["findings"] if found["severity"] == "error"]
-    if told["clean"] != (done.returncode == 0) or bool(ids) == told["clean"]:
-        raise SystemExit(f"{job['file']}: findings and exit status contradict each other")
-    return told["clean"], ids, told["findings"]
+def check_all(tool, jobs):
+    """Notes what the check finds in each package."""
+    for job, told in zip(jobs, checking.of_all(checking.documents, [tool], jobs)):
+        job["clean"], job["findings"] = told["clean"], told["findings"]
+        job["ids"] = [found["id"] for found in told["findings"] if found["severity"] == "error"]
+        if bool(job["ids"]) == job["clean"]:
+            raise SystemExit(f"{job['file']}: has errors and is clean, or none and is not")
 
 
 def ask(options, job):
-    """Notes what check, show and plan say of a package."""
-    job["clean"], job["ids"], job["findings"] = verdict(options.tool, job)
+    """Notes what show and plan say of a package."""
     job["show"] = agreement.told(options.second or options.tool, ["show"], job)
     job["plan"] = agreement.told(options.second or options.tool, ["plan", "--at", "/mnt/user"], job)
 
@@ -141,6 +136,7 @@ def main():
         corpus.add_built()
         corpus.add_damaged(options.archives)
         corpus.add_spoiled(options.descriptions)
+        check_all(options.tool, corpus.jobs)
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
             list(pool.map(lambda job: ask(options, job), corpus.jobs))
         results = all_on_panels(options, corpus, corpus.jobs)

@@ -34,6 +34,7 @@ sys.dont_write_bytecode = True
 
 # pylint: disable=wrong-import-position
 import archives  # noqa: E402
+import checking  # noqa: E402
 from packages import Corpus  # noqa: E402
 
 COPY = re.compile(r'cp -f "/mnt/usb/corpus\.temp/(.*?)" "', re.S)
@@ -78,10 +79,15 @@ def is_watched(tool):
         return b"__asan_init" in file.read()
 
 
+def bounded(tool):
+    """The words that start the tool within bounds of what a hostile package can make it do."""
+    return ["prlimit", "--fsize=1073741824",
+            *([] if is_watched(tool) else ["--as=2147483648"]), tool]
+
+
 def started(tool, *words):
-    """What the tool tells, and how it ends, within bounds of what a hostile package can make it do."""
-    limits = ["--fsize=1073741824"] + ([] if is_watched(tool) else ["--as=2147483648"])
-    return subprocess.run(["prlimit", *limits, tool, *words], capture_output=True, timeout=120,
+    """What the tool tells, and how it ends."""
+    return subprocess.run([*bounded(tool), *words], capture_output=True, timeout=120,
                           check=False, stdin=subprocess.DEVNULL)
 
 
@@ -132,7 +138,6 @@ def faults(options, job):
     os.mkdir(place)
     done = started(tool, "unpack", package, "-o", f"{place}/out")
     job["unpacked"] = done.returncode == 0
-    job["clean"] = started(tool, "check", package).returncode == 0
     job["why"] = done.stderr.decode(errors="replace").strip()
     if os.listdir(place) != (["out"] if job["unpacked"] else []):
         yield f"made {os.listdir(place)}"
@@ -166,6 +171,9 @@ def main():
         corpus.add_spoiled(options.descriptions)
         if options.fuzz:
             add_fuzzed(corpus, options.fuzz)
+        found_errors = checking.of_all(checking.errors, bounded(options.tool), corpus.jobs)
+        for job, number in zip(corpus.jobs, found_errors):
+            job["clean"] = number == 0
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
             found = list(pool.map(lambda job: list(faults(options, job)), corpus.jobs))
         for job, told in zip(corpus.jobs, found):
