@@ -98,11 +98,17 @@ function(kx_add_qt_test name)
   set_target_properties(${name} PROPERTIES
     AUTOMOC ON
     AUTOGEN_BUILD_DIR "${CMAKE_BINARY_DIR}/autogen/${name}")
-  # QtTest's JUnit report would not tell the rows of a table.
-  add_test(NAME ${name} COMMAND ${name} -o "${KX_TEST_REPORTS}/${name}.xml,xml" -o -,txt)
+  kx_run_qt_test(${name} ${name})
   kx_is_unit_test(${name})
+endfunction()
+
+# kx_run_qt_test(NAME TEST [VARIABLE=value...]): one more run of a QtTest binary, with more in its
+# environment.
+function(kx_run_qt_test name test)
+  # QtTest's JUnit report would not tell the rows of a table.
+  add_test(NAME ${name} COMMAND ${test} -o "${KX_TEST_REPORTS}/${name}.xml,xml" -o -,txt)
   set_tests_properties(${name} PROPERTIES TIMEOUT 300
-    ENVIRONMENT "${KX_TEST_ENVIRONMENT};QT_QPA_PLATFORM=offscreen")
+    ENVIRONMENT "${KX_TEST_ENVIRONMENT};QT_QPA_PLATFORM=offscreen;${ARGN}")
 endfunction()
 
 # kx_add_bats_test(NAME FILE TIMEOUT [VARIABLE=value...]): a file of bats tests of the folder, and

@@ -8,20 +8,18 @@
 //
 // Each line to the listener is a JSON object: a state whenever what is shown has changed, and the
 // answer {"sync": N} to the request "sync", once the screen shows everything up to there.
+#include "CutTexts.h"
+
 #include <QAbstractButton>
 #include <QApplication>
 #include <QEvent>
-#include <QFontMetrics>
 #include <QGenericPlugin>
-#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
-#include <QPainter>
 #include <QPlainTextEdit>
 #include <QSocketNotifier>
-#include <QStyle>
 #include <QTabBar>
 #include <QTabWidget>
 #include <QTableWidget>
@@ -50,63 +48,12 @@ QJsonArray Place(const QWidget& widget, const QRect& part)
     return {corner.x(), corner.y(), part.width(), part.height()};
 }
 
-/// Tells whether a text leaves marks outside of the room that it is drawn into.
-bool LeavesRoom(const QFont& font, const QSize& room, int flags, const QString& text)
-{
-    constexpr int kAround = 64; // pixels; a longer way out begins with these
-    QImage image(room + QSize(2 * kAround, 2 * kAround), QImage::Format_Grayscale8);
-    image.fill(Qt::white);
-    const QRect inside(QPoint(kAround, kAround), room);
-    QPainter painter(&image);
-    painter.setFont(font);
-    painter.drawText(inside, flags | Qt::TextDontClip, text);
-    painter.fillRect(inside, Qt::white);
-    painter.end();
-    QImage clean(image.size(), image.format());
-    clean.fill(Qt::white);
-    return image != clean;
-}
-
-/// Tells whether a label or button does not show all of its text.
-bool IsCut(const QWidget& widget, const QString& text)
-{
-    const auto* const label = qobject_cast<const QLabel*>(&widget);
-    const bool wraps = label != nullptr && label->wordWrap();
-    const int flags = (wraps ? Qt::TextWordWrap : 0) |
-                      (label != nullptr ? static_cast<int>(label->alignment()) : Qt::AlignCenter);
-    const QRect room(QPoint(0, 0), widget.contentsRect().size());
-    // The room for a line's highest and lowest letters may lack where the text has none of them, so
-    // a text that seems to be too large is drawn.
-    const QRect needed = QFontMetrics(widget.font()).boundingRect(room, flags, text);
-    return !room.contains(needed) && LeavesRoom(widget.font(), room.size(), flags, text);
-}
-
-/// Adds a text to those that a widget does not show whole.
-void AddCut(QJsonObject& state, const QString& text)
-{
-    QJsonArray texts = state[QStringLiteral("cut")].toArray();
-    texts.append(text);
-    state[QStringLiteral("cut")] = texts;
-}
-
-void TellText(const QWidget& widget, const QString& text, QJsonObject& state)
-{
-    state[QStringLiteral("text")] = text;
-    if (widget.isVisible() && IsCut(widget, text)) {
-        AddCut(state, text);
-    }
-}
-
 void TellTabs(const QTabWidget& tabs, QJsonObject& state)
 {
     QJsonObject places;
     const QTabBar& bar = *tabs.tabBar();
     for (int i = 0; i < bar.count(); ++i) {
         places[bar.tabText(i).trimmed()] = Place(bar, bar.tabRect(i));
-        const QFontMetrics metrics(bar.font());
-        if (metrics.boundingRect(bar.tabText(i).trimmed()).width() > bar.tabRect(i).width()) {
-            AddCut(state, bar.tabText(i).trimmed());
-        }
     }
     state[QStringLiteral("tabs")] = places;
     state[QStringLiteral("current")] = bar.tabText(bar.currentIndex()).trimmed();
@@ -123,33 +70,14 @@ void TellLog(const QPlainTextEdit& area, QJsonObject& state)
     state[QStringLiteral("atEnd")] = area.viewport()->rect().contains(area.cursorRect(end));
 }
 
-/// Tells whether a table shows a text whole, in one line.
-bool FitsColumn(const QTableWidget& table, int column, const QFont& font, const QString& text)
-{
-    const int margin =
-        table.style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, &table) + 1;
-    const int lineWidth = table.showGrid() ? 1 : 0;
-    return QFontMetrics(font).boundingRect(text).width() <=
-           table.columnWidth(column) - lineWidth - 2 * margin;
-}
-
 void TellRows(const QTableWidget& table, QJsonObject& state)
 {
-    for (int column = 0; column < table.columnCount(); ++column) {
-        const QTableWidgetItem* const head = table.horizontalHeaderItem(column);
-        if (head != nullptr && !FitsColumn(table, column, head->font(), head->text())) {
-            AddCut(state, head->text());
-        }
-    }
     QJsonArray rows;
     for (int row = 0; row < table.rowCount(); ++row) {
         QJsonArray cells;
         for (int column = 0; column < table.columnCount(); ++column) {
             const QTableWidgetItem* const item = table.item(row, column);
             cells.append(item != nullptr ? item->text() : QString());
-            if (item != nullptr && !FitsColumn(table, column, table.font(), item->text())) {
-                AddCut(state, item->text());
-            }
         }
         rows.append(cells);
     }
@@ -175,15 +103,19 @@ QJsonObject StateOf(const QWidget& widget)
         state[QStringLiteral("style")] = widget.styleSheet();
     }
     if (const auto* const label = qobject_cast<const QLabel*>(&widget)) {
-        TellText(widget, label->text(), state);
+        state[QStringLiteral("text")] = label->text();
     } else if (const auto* const button = qobject_cast<const QAbstractButton*>(&widget)) {
-        TellText(widget, button->text(), state);
+        state[QStringLiteral("text")] = button->text();
     } else if (const auto* const tabs = qobject_cast<const QTabWidget*>(&widget)) {
         TellTabs(*tabs, state);
     } else if (const auto* const area = qobject_cast<const QPlainTextEdit*>(&widget)) {
         TellLog(*area, state);
     } else if (const auto* const table = qobject_cast<const QTableWidget*>(&widget)) {
         TellRows(*table, state);
+    }
+    const QStringList cut = CutTexts(widget);
+    if (!cut.isEmpty()) {
+        state[QStringLiteral("cut")] = QJsonArray::fromStringList(cut);
     }
     return state;
 }

@@ -100,7 +100,8 @@ private:
 
     zip_int64_t Write(const char* data, zip_uint64_t size)
     {
-        const int error = io::TryWriteAll(m_descriptor, {data, static_cast<std::size_t>(size)}).error;
+        const int error =
+            io::TryWriteAll(m_descriptor, {data, static_cast<std::size_t>(size)}).error;
         if (error != 0) {
             return Fail(ZIP_ER_WRITE, error);
         }

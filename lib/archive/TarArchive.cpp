@@ -80,8 +80,8 @@ public:
         archive_entry_set_size(m_entry.get(), static_cast<la_int64_t>(item.size));
         archive_entry_set_filetype(m_entry.get(), AE_IFREG);
         archive_entry_set_perm(m_entry.get(), item.mode);
-        // Without a date the archive has the first of 1970. Setting one would hand over a number that
-        // has half the size in the libraries of some 32-bit systems.
+        // Without a date the archive has the first of 1970. Setting one would hand over a number
+        // that has half the size in the libraries of some 32-bit systems.
         if (archive_write_header(m_archive.get(), m_entry.get()) != ARCHIVE_OK) {
             ThrowOf(m_archive.get(), m_shown, "write");
         }

@@ -26,8 +26,8 @@ namespace kx::io
 /// Returns a number of things: "1 file", "3 files". The plural is made by an s.
 [[nodiscard]] std::string CountText(std::uint64_t count, const char* thing);
 
-/// Returns the first bytes of a text, all of it when it is shorter than @p limit, which may be above
-/// what the memory of a 32-bit system could hold.
+/// Returns the first bytes of a text, all of it when it is shorter than @p limit, which may be
+/// above what the memory of a 32-bit system could hold.
 [[nodiscard]] std::string_view FirstBytes(std::string_view text, std::uint64_t limit);
 
 } // namespace kx::io

@@ -20,9 +20,9 @@ from kxscripts.common import ROOT, Failed
 
 RESULTS = ROOT / "build/panel-image"
 PACKAGES = ("kx-updater", "kx-panel")
-# What the packages are made of; a change elsewhere makes no other ones.
-PACKAGED = ("CMakeLists.txt", "CMakePresets.json", "LICENSES/*", "cmake/*", "docs/*", "examples/*", "lib/*",
-            "packaging/debian/*", "packaging/panel/*", "res/*", "src/*", "tools/*")
+# What of the sources gets onto the panel with our packages: all but their documents.
+PACKAGED = ("CMakeLists.txt", "CMakePresets.json", "cmake/*", "lib/*", "packaging/debian/*", "res/*", "src/*",
+            "tools/*")
 APPLICATION = plan.IMAGE / "application"
 
 
@@ -136,7 +136,7 @@ def make(arch):
     own, program, public = own_packages(arch, folder), application(arch, folder), key(folder)
     base, found = parts.base(wanted), parts.kernel(wanted)
     made_of = plan.digest(plan.IMAGE, plan.PANEL, pathlib.Path(__file__).parent / "inside.py", base.name,
-                          str(found.modules), *own, *program, public)
+                          str(found.modules), found.image, *own, *program, public)
     told = description(wanted, made_of)
     if is_made(folder, told):
         print(f"{folder.relative_to(ROOT)}: nothing has changed")

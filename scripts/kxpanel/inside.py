@@ -38,6 +38,7 @@ def install(root, order):
     shutil.copytree(modules, root / "usr/lib/modules" / modules.name)
     call("chroot", root, "depmod", modules.name)
     install_packages(root, order["packages"])
+    list_fonts(root)
     copy_tree(plan.IMAGE / "root", root)
     panel_toml = root / "etc/kx_Updater/panel.toml"
     panel_toml.write_text(panel_toml.read_text(encoding="utf-8").replace("@PROCESSOR@", wanted.processor),
@@ -52,6 +53,16 @@ def install(root, order):
         (root / name).mkdir(parents=True, exist_ok=True)
     # Without one of its own the panel makes one up at each start, and keeps it in memory.
     (root / "etc/machine-id").write_bytes(b"")
+
+
+def list_fonts(root):
+    """Lists the fonts, which otherwise every program of Qt does anew at its start. The lists hold the
+    times of folders, of which the drive's image keeps whole seconds."""
+    fonts = root / "usr/share/fonts"
+    for folder in [fonts, *(path for path in fonts.rglob("*") if path.is_dir())]:
+        seconds = int(folder.stat().st_mtime)
+        os.utime(folder, (seconds, seconds))
+    call("chroot", root, "fc-cache", "--system-only", "--force")
 
 
 def install_packages(root, packages):

@@ -20,7 +20,9 @@ from kxscripts.common import Failed
 BUSYBOX = "busybox-static"
 TOOLS = ("cat", "insmod", "mount", "sh", "sleep", "switch_root", "umount")
 TIME = 3600     # seconds for the packages
-KERNEL_PLACE = 0x40008000  # where a 32-bit ARM kernel is loaded and begins on the emulated board
+# Where Debian's 32-bit ARM kernel is loaded and begins: memory of the board begins at 0x40000000, and
+# the kernel's own first 0x208000 are for its tables and for firmware of other boards.
+KERNEL_PLACE = 0x40208000
 
 
 def cache():

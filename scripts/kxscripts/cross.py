@@ -12,18 +12,16 @@ import subprocess
 import sys
 import tempfile
 
-from kxscripts import common, needs, processes, sysroot
+from kxscripts import common, foreign, needs, sysroot
 from kxscripts.common import Failed
 
 PROBE = "plugins/generic/libkxprobe.so"
 
 
-def groups_of(options):
-    """The groups of scripts/setup with what building for a processor needs."""
-    groups = ["build", "tools", "cross"]
-    if options.processor == "arm64":
-        groups.append("arm64")
-    return [*groups, "test"] if options.test else groups
+def groups_of(arch, tested=False):
+    """The groups of scripts/setup with what building for a processor needs, and testing."""
+    return ["build", "tools", "cross", *(["arm64"] if arch == "arm64" else []),
+            *(["test"] if tested else [])]
 
 
 def chosen_sysroot(options):
@@ -92,9 +90,12 @@ def left_out(folder):
 def run_tests(options):
     """Builds the unit tests for one processor and runs them; returns 0. Raises Failed."""
     preset = f"{options.processor}-tests"
-    folder = build(preset, chosen_sysroot(options), "kx_unit_tests")
+    root = chosen_sysroot(options)
+    folder = build(preset, root, "kx_unit_tests")
     common.say(f"running the unit tests for {options.processor}")
-    status = processes.run(["ctest", "--preset", preset], cwd=common.ROOT)
+    # The tests start programs of their own, which find the panel's libraries by the variable.
+    status = foreign.run(["ctest", "--preset", preset], cwd=common.ROOT,
+                         env=os.environ | {"QEMU_LD_PREFIX": str(root)})
     print(f"Left out: {left_out(folder)} tests that need this computer's tools, the sandboxed device or "
           "limits of system calls, which an emulator of one program does not have; the tests of the "
           "confined process are among them.")
@@ -105,7 +106,7 @@ def run_tests(options):
 
 def work(options):
     """Does what was asked for; returns 0. Raises Failed."""
-    common.setup(*groups_of(options))
+    common.setup(*groups_of(options.processor, options.test))
     return run_tests(options) if options.test else build_programs(options)
 
 

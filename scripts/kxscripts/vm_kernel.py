@@ -3,6 +3,7 @@
 """Debian's kernel for the virtual machine: apt fetches and verifies its package, and the kernel and
 the modules that the machine could need are unpacked into a folder of their own. The package is not
 installed: this computer would get a further kernel to start with."""
+import contextlib
 import lzma
 import os
 import pathlib
@@ -83,12 +84,15 @@ def _unpack_image(image):
     needs half the time without that. An image that is not packed with xz has to do as it is."""
     data = image.read_bytes()
     begin = data.find(XZ)
-    if begin < 0:
-        return
-    try:
-        image.with_name("vmlinux").write_bytes(lzma.LZMADecompressor().decompress(data[begin:]))
-    except lzma.LZMAError:
-        return  # one that is not packed at all knows how to unpack other files
+    while begin >= 0:
+        reader = lzma.LZMADecompressor()
+        with contextlib.suppress(lzma.LZMAError):
+            unpacked = reader.decompress(data[begin:])
+            if reader.eof:
+                image.with_name("vmlinux").write_bytes(unpacked)
+                return
+        # What knows how to unpack has these bytes, too.
+        begin = data.find(XZ, begin + 1)
 
 
 def _list_modules(kernel):

@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+class QLabel;
 class QSize;
+class QTabBar;
 class QWidget;
 
 /// Fits what the forms draw for an 800 x 480 screen to the panel's own.
@@ -31,5 +33,13 @@ void Scale(QWidget& widget);
 
 /// Changes the size of the widget's font and nothing else of it.
 void SetPointSize(QWidget& widget, int points);
+
+/// Moves the text of a label that is too low for a whole line up, by as much as the tails of its
+/// letters need and the room above its letters has. The label stays where it is.
+void KeepTails(QLabel& label);
+
+/// Makes the font of a tab bar smaller until every caption fits into its tab, down to a size that
+/// can still be read. A font with which they fit stays as it is.
+void FitCaptions(QTabBar& bar);
 
 } // namespace AutoResize

@@ -125,6 +125,7 @@ void MainWindow::ScaleToScreen()
     for (QWidget* const widget : widgets) {
         AutoResize::Scale(*widget);
     }
+    FitTexts();
 }
 
 void MainWindow::ShowPackage()
@@ -152,6 +153,18 @@ void MainWindow::resizeEvent(QResizeEvent* event)
     for (QWidget* const widget : small) {
         AutoResize::SetPointSize(*widget, points.small);
     }
+    FitTexts();
+}
+
+void MainWindow::FitTexts()
+{
+    const std::array<QLabel*, 7> labels = {ui->appTitle,     ui->labelTitle,  ui->textTitle,
+                                           ui->labelVersion, ui->textVersion, ui->labelComment,
+                                           ui->textComment};
+    for (QLabel* const label : labels) {
+        AutoResize::KeepTails(*label);
+    }
+    AutoResize::FitCaptions(*ui->tabsCenter->tabBar());
 }
 
 void MainWindow::on_InstallButton_clicked()

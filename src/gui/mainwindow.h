@@ -54,6 +54,10 @@ private Q_SLOTS:
 
 private:
     void ScaleToScreen();
+
+    /// Brings into sight what the labels and tabs can show of their texts.
+    void FitTexts();
+
     void ShowPackage();
 
     /// Hides everything that belongs to one package and every button of the flow.

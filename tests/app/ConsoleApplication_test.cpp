@@ -315,13 +315,26 @@ TEST(ConsoleApplication, LetsQtSpeakAgainAfterwards)
 namespace
 {
 
+/// The environment of a program that shall choose its platform itself.
+std::vector<std::string> EnvironmentFor(const std::string& platform)
+{
+    std::vector<std::string> entries = {"QT_QPA_PLATFORM=" + platform,
+                                        "ASAN_OPTIONS=detect_leaks=0"};
+    // Where an emulator finds the libraries of a program for another processor.
+    if (const char* const libraries = std::getenv("QEMU_LD_PREFIX"); libraries != nullptr) {
+        entries.push_back(std::string("QEMU_LD_PREFIX=") + libraries);
+    }
+    return entries;
+}
+
 /// A copy of this program beside a qt.conf that gives it a plugin folder of its own.
 class ProgramWithPlugins
 {
 public:
     ProgramWithPlugins()
     {
-        fs::copy_file("/proc/self/exe", m_dir / "program");
+        // By its name, because an emulator answers for the link only in part.
+        fs::copy_file(fs::canonical("/proc/self/exe"), m_dir / "program");
         m_dir.Write("qt.conf", "[Paths]\nPlugins=" + m_dir / "plugins" + "\n");
         m_dir.MakeDir("plugins/platforms");
     }
@@ -352,8 +365,7 @@ public:
             if (child == 0) {
                 dup2(ends[1], STDOUT_FILENO);
                 dup2(ends[1], STDERR_FILENO);
-                Environment environment(
-                    {"QT_QPA_PLATFORM=" + platform, "ASAN_OPTIONS=detect_leaks=0"});
+                Environment environment(EnvironmentFor(platform));
                 environment.Use();
                 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg)
                 execl(program.c_str(), program.c_str(), kPrintPlatform, nullptr);

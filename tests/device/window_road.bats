@@ -403,6 +403,64 @@ END
     [ -d "$STATE/drive/Foo.temp" ] || fail 'there is no unpacked folder on the drive'
 }
 
+# A cp that waits for the user when it has copied a file of the name "last", and keeps its complaints
+# to itself, which come into the log at any place.
+CP_THAT_WAITS='#!/bin/sh
+/usr/bin/cp "$@" 2>/dev/null || exit
+case $3 in */last) mkfifo /tmp/go && cat /tmp/go ;; esac'
+
+# pull_behind_last: installs the package of standard input, and pulls the drive when the file "last" is
+# copied.
+pull_behind_last() {
+    drive_package Foo
+    # shellcheck disable=SC2016 # expanded on the panel
+    window --env "CP=$CP_THAT_WAITS" --look 'cd /opt/demo && find . -mindepth 1 | sort
+        ls -A /var/lib/KxUserPackages/Foo' -- /bin/sh -c '
+        mkdir /var/tools && printf "%s\n" "$CP" >/var/tools/cp && chmod +x /var/tools/cp || exit
+        PATH=/var/tools:$PATH exec "$0" -upDir /mnt/usb' "$UPDATER" <<END
+$INSTALL
+run sh -c 'until [ -p /tmp/go ]; do sleep 0.1; done'
+$PULL
+$LET_GO
+wait button OkButton
+state
+log
+END
+}
+
+@test "a drive pulled between two folders: the missing one counts as empty, only the record fails" {
+    pull_behind_last <<'END'
+copy_folder(folder("/opt/demo/a", {"first": "", "last": ""}),
+            folder("/opt/demo/b", {"lost": "", "sub": {"lost": ""}}), record=True)
+END
+
+    expect_transcript <<END
+$FAILED
+**** Installation step 1/1
+Installation succeeded.
+END
+    expect_children 'imp_proc_finished  exitCode = 101, ExitStatus=0'
+    expect_panel <<'END'
+./a
+./a/first
+./a/last
+./b
+END
+}
+
+@test "a drive pulled in the middle of a folder: the next entry of the folder fails" {
+    pull_behind_last <<'END'
+copy_folder(folder("/opt/demo", {"a": {"first": "", "last": ""}, "b": {"lost": ""}}), record=True)
+END
+
+    expect_transcript <<END
+$FAILED
+**** Installation step 1/1
+File copy error( = 256) is corrupted. From /mnt/usb/Foo.temp/0/0 to /opt/demo  (Permissions=)
+Installation failed in step 1.
+END
+}
+
 @test "a drive pulled and plugged in again during a script: the installation goes on" {
     a_package_that_waits
 

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: The kx_Updater authors
 // SPDX-License-Identifier: MIT
 
-// Needs -Wl,--wrap=_ZdlPv and the same for KX_SIZED_DELETE: the linker's names of operator delete, the
-// second of which ends with the letter of std::size_t.
+// Needs -Wl,--wrap=_ZdlPv and the same for KX_SIZED_DELETE: the linker's names of operator delete,
+// the second of which ends with the letter of std::size_t.
 #include "engine/DeletionWatch.h"
 
 #include <cstddef>

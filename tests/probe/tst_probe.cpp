@@ -559,19 +559,26 @@ void tst_Probe::tellsTabsThatAreCut()
     tabs->setElideMode(Qt::ElideNone);
     window.show();
     const int needed = QFontMetrics(tabs->tabBar()->font()).boundingRect(text).width();
-    const auto cutAt = [&](int width) {
-        tabs->setStyleSheet(QStringLiteral("QTabBar::tab {width: %1px; padding: 0px; margin: 0px; "
-                                           "border: 0px}")
-                                .arg(width));
+    const auto cutAt = [&](int width, const char* margins) {
+        tabs->setStyleSheet(QStringLiteral("QTabBar::tab {width: %1px; %2}")
+                                .arg(width)
+                                .arg(QLatin1String(margins)));
         program.Settle();
         if (tabs->tabBar()->tabRect(0).width() != width) {
             qFatal("the tab is %d wide", tabs->tabBar()->tabRect(0).width());
         }
         return program.Told(QStringLiteral("tabs"))[kCut].toArray();
     };
+    constexpr const char* kNone = "padding: 0px; margin: 0px; border: 0px";
+    constexpr int kBlank = 10; // more than letters leave of the room that is measured for them
 
-    QCOMPARE(cutAt(needed), QJsonArray());
-    QCOMPARE(cutAt(needed - 1), Texts({text}));
+    QCOMPARE(cutAt(needed, kNone), QJsonArray());
+    QCOMPARE(cutAt(needed - kBlank, kNone), Texts({text}));
+    // A style leaves room beside the caption.
+    QCOMPARE(cutAt(needed, ""), Texts({text}));
+    // The blanks around it need room, too, when captions are shortened.
+    tabs->setElideMode(Qt::ElideRight);
+    QCOMPARE(cutAt(needed, kNone), Texts({text}));
 }
 
 void tst_Probe::tellsTheLog()

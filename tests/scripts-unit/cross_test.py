@@ -8,7 +8,7 @@ import subprocess
 import unittest
 from unittest import mock
 
-from kxscripts import common, cross, needs, sysroot
+from kxscripts import common, cross, foreign, needs, sysroot
 from played import InProject
 
 
@@ -100,17 +100,24 @@ class Testing(InPlayedProject):
             {"name": "device", "properties": [{"name": "TIMEOUT", "value": 5}]}, {"name": "bats"}]}
         self.patch(subprocess, "run", lambda words, **_: subprocess.CompletedProcess(
             words, 0, json.dumps(tests), ""))
+        self.status, self.tried = 0, []
+        self.patch(foreign, "run", self.run_foreign)
+
+    def run_foreign(self, words, *, cwd, env):
+        """Runs a command with emulators."""
+        self.assertEqual(cwd, self.root)
+        self.tried.append((words, env["QEMU_LD_PREFIX"]))
+        return self.status
 
     def test_they_are_built_and_run_and_what_is_left_out_is_told(self):
-        commands = self.played()
         self.assertEqual(self.work(test=True), [
             ("setup", "build", "tools", "cross", "test"),
             ("build", "armhf-tests", "kx_unit_tests", f"-DKX_SYSROOT={self.kept}")])
-        self.assertEqual(commands.lines, ["ctest --preset armhf-tests"])
+        self.assertEqual(self.tried, [(["ctest", "--preset", "armhf-tests"], str(self.kept))])
         self.assertIn("Left out: 2 tests ", self.out)
 
     def test_one_that_fails_is_a_failure(self):
-        self.played(statuses={"ctest": 8})
+        self.status = 8
         with self.told():
             self.expect_failed("ctest ended with 8", lambda: cross.work(self.options(test=True)))
 

@@ -130,7 +130,7 @@ class Parts(InProject):
         head = struct.unpack(">7I4B32s", data[:64])
         self.assertEqual(head[0], 0x27051956)
         self.assertEqual(head[1], zlib.crc32(data[:4] + bytes(4) + data[8:64]))
-        self.assertEqual(head[3:7], (6, 0x40008000, 0x40008000, zlib.crc32(b"kernel")))
+        self.assertEqual(head[3:7], (6, 0x40208000, 0x40208000, zlib.crc32(b"kernel")))
         self.assertEqual(head[7:11], (5, 2, 2, 0))
         self.assertEqual(data[64:], b"kernel")
 

@@ -6,6 +6,7 @@ import lzma
 import os
 import pathlib
 import platform
+import shutil
 import subprocess
 import tarfile
 import unittest
@@ -88,7 +89,7 @@ class Fetched(InCaches):
         super().setUp()
         self.patch(os, "geteuid", lambda: 1000)
         self.shown = SHOWN
-        self.image = b"head\xfd7zX" + lzma.compress(b"kernel") + b"tail"
+        self.image = b"head\xfd7zX" + b"\xfd7zXZ\0unpacker" + lzma.compress(b"kernel") + b"tail"
         self.leaves = ["linux.deb"]
         self.commands = self.played(does=self.does)
         self.patch(subprocess, "run", self.run_played)
@@ -158,8 +159,9 @@ class Fetched(InCaches):
         self.assertEqual(vm_kernel.fetch().image, self.caches[0] / "kernel/boot/vmlinux")
 
     def test_an_image_that_is_packed_otherwise_does_as_it_is(self):
-        self.image = b"packed otherwise"
-        self.assertEqual(vm_kernel.fetch().image, self.caches[1] / "kernel/boot/vmlinuz-6.1")
+        for self.image in (b"packed otherwise", b"\xfd7zXZ\0unpacker", lzma.compress(b"cut")[:-8]):
+            self.assertEqual(vm_kernel.fetch().image, self.caches[1] / "kernel/boot/vmlinuz-6.1")
+            shutil.rmtree(self.caches[1])
 
     def expect_nothing(self, text):
         """It must fail with this text and leave nothing."""

@@ -11,7 +11,8 @@
 #include <QLabel>
 #include <QString>
 
-namespace {
+namespace
+{
 
 QString ReadVersion()
 {

@@ -24,8 +24,8 @@ EmptyPackage::EmptyPackage(std::string path, bool isArchive)
 
 std::string EmptyPackage::Read(const std::string& name, std::uint64_t limit) const
 {
-    return std::string(
-        name == archive::kDescriptionName ? io::FirstBytes(m_description, limit) : "");
+    return std::string(name == archive::kDescriptionName ? io::FirstBytes(m_description, limit)
+                                                         : "");
 }
 
 } // namespace kx::tool
