@@ -91,6 +91,30 @@ function(kx_add_layer name)
   kx_compile_folders_together(${name})
 endfunction()
 
+# kx_add_companion(PROGRAM FOLDER SECTION LIBRARY SOURCE...): a companion program, of the folder commands
+# and main.cpp, with its own rooms in a library; it is installed in a folder, with its manual page of a
+# section and what the shells complete. In the program its version is PROGRAM_VERSION, in capitals and
+# with '_' for '-'.
+function(kx_add_companion program folder section library)
+  add_executable(${program} ${ARGN} main.cpp)
+  kx_compile_folders_together(${program})
+  # Most of its time goes into what the commands need, too.
+  set_source_files_properties(main.cpp PROPERTIES UNITY_GROUP commands)
+  if(KX_SANITIZE)
+    # The library of the command line takes twice the time of all others to be optimised.
+    target_compile_options(${program} PRIVATE -O0)
+  endif()
+  target_link_libraries(${program} PRIVATE kx_rehearsal_system ${library})
+  string(MAKE_C_IDENTIFIER "${program}" name)
+  string(TOUPPER "${name}" name)
+  target_compile_definitions(${program} PRIVATE ${name}_VERSION="${KX_COMPANION_VERSION}")
+  set_target_properties(${program} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
+  install(TARGETS ${program} RUNTIME DESTINATION "${folder}")
+  install(FILES "${CMAKE_SOURCE_DIR}/docs/${program}.${section}"
+    DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}")
+  kx_install_completion(${program})
+endfunction()
+
 # kx_install_completion(PROGRAM): what the shells complete comes from the program itself, which for
 # another processor needs an emulator.
 function(kx_install_completion program)

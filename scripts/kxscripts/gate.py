@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
-"""The gate: installs what is missing, builds, and runs every test and check. Ends with 0 only when
-something was tested in every part and all of it passed; what was skipped counts as failed. The
-output and the reports of each part are kept in build/test/."""
+"""The gate: installs what is missing, builds, for the panel's processor and Debian packages as well, and
+runs every test and check. Ends with 0 only when something was tested in every part and all of it passed;
+what was skipped counts as failed. The output and the reports of each part are kept in build/test/."""
 import argparse
 import fnmatch
 import os
@@ -94,15 +94,30 @@ def device_tests(name, preset, about_panel, without=()):
     return work
 
 
-def check(name):
-    """A part: one check of the sources or of the build, one case."""
+def script(name, *command):
+    """A part: what a script of the project makes or checks, one case. The tests go first: many of them
+    have to be in time."""
     def work():
-        nice = ["nice"] if name == "tidy" else []
-        status, output = run_logged(f"check {name}", [*nice, "scripts/check", name])
+        status, output = run_logged(name, ["nice", *command])
         if status != 0:
             raise common.Failed("\n".join(output.splitlines()[-common.TAIL:]))
-        return [Case(f"check {name}", PASSED)]
+        return [Case(name, PASSED)]
     return work
+
+
+def one_after_the_other(begin, *scripts):
+    """Parts, each of which waits for the one before, and the first one for `begin`.
+
+    scripts   the name and the command of each"""
+    before = begin
+    for name, *command in scripts:
+        yield Part(name, script(name, *command), after=(before,))
+        before = name
+
+
+def checks_of(*names):
+    """Name and command of each of these checks."""
+    return [(f"check {name}", "scripts/check", name) for name in names]
 
 
 def schedule():
@@ -120,18 +135,21 @@ def schedule():
         # The verdicts of kx-package are compared with those of the updater as it is shipped; and of
         # the corpus the kx-package that is shipped answers what is only compared.
         Part(unit, unit_tests(unit, "asan"), needs=(release, asan)),
-        Part("check tidy", check("tidy"), after=(panel, unit)),
+        # Some of the unit tests wait, too; and making packages is mostly one process after the other.
+        Part("packages", script("packages", "scripts/packages"), after=(asan,)),
+        Part("check tidy", script("check tidy", "scripts/check", "tidy"), after=(panel, unit)),
         Part(devices[0], device_tests(devices[0], "release", False), needs=(release,),
              after=(panel, unit)),
         Part(devices[1], device_tests(devices[1], "asan", False, without=SHIPPED_TESTS),
              needs=(release, asan), after=(panel, unit)),
     ]
-    # The device's tests leave a processor free as soon as the reading is over.
-    before = ("check tidy",)
-    for name in ("format", "layers", "headers", "spelling", "shell", "qt", "odr",
-                 "needs", "reproducible"):
-        plan.append(Part(f"check {name}", check(name), after=before))
-        before = (f"check {name}",)
+    # The device's tests leave a processor free as soon as the reading is over. Two rows side by side:
+    # fetching, configuring and linking take one processor at most. A build for panels lies where
+    # kx-package looks for updaters, so the unit tests of that are over by then.
+    plan += one_after_the_other(
+        "check tidy", *checks_of("format", "layers", "headers", "spelling", "shell", "qt"),
+        ("cross build (armhf)", "scripts/cross", "armhf"))
+    plan += one_after_the_other("check tidy", *checks_of("odr", "needs", "reproducible"))
     return plan
 
 
@@ -202,7 +220,8 @@ def tell_all(all_done, seconds):
 def work():
     """Does all parts, after what is missing was installed. Returns the exit status."""
     start = time.monotonic()
-    common.setup("build", "tools", "demo", "test", "vm", "display", "web", "vnc")
+    common.setup("build", "tools", "demo", "test", "vm", "display", "web", "vnc", "cross",
+                 "packages")
     shutil.rmtree(LOGS, ignore_errors=True)
     LOGS.mkdir(parents=True)
     return tell_all(parts.run(schedule(), tell_begun, tell_ended), time.monotonic() - start)

@@ -116,16 +116,23 @@ class Work(InProject):
         self.expect_failed("no bats file in tests/device is about this",
                            gate.device_tests("x", "asan", False))
 
-    def test_a_check_is_one_case_and_its_end_is_shown(self):
+    def test_what_a_script_does_is_one_case_and_its_end_is_shown(self):
         commands = self.played()
-        self.assertEqual(gate.check("format")(), [Case("check format", "passed")])
-        self.assertTrue((self.logs / "check-format.log").exists())
-        self.assertEqual(gate.check("tidy")(), [Case("check tidy", "passed")])
-        self.assertEqual(commands.lines, ["scripts/check format", "nice scripts/check tidy"])
+        self.assertEqual(gate.script("a part", "scripts/x", "y")(), [Case("a part", "passed")])
+        self.assertTrue((self.logs / "a-part.log").exists())
+        self.assertEqual(commands.lines, ["nice scripts/x y"])
 
-        self.played(statuses={"scripts/check": 1},
-                    printed={"scripts/check": "".join(f"{number}\n" for number in range(100))})
-        self.expect_failed("\n".join(map(str, range(40, 100))), gate.check("format"))
+        self.played(statuses={"nice": 1},
+                    printed={"nice": "".join(f"{number}\n" for number in range(100))})
+        self.expect_failed("\n".join(map(str, range(40, 100))), gate.script("a part", "scripts/x"))
+
+    def test_of_parts_one_after_the_other_each_waits_for_the_one_before(self):
+        plan = list(gate.one_after_the_other("begin", ("a", "scripts/a"), ("b", "scripts/b", "c")))
+        self.assertEqual([(part.name, part.needs, part.after) for part in plan],
+                         [("a", (), ("begin",)), ("b", (), ("a",))])
+        commands = self.played()
+        plan[1].work()
+        self.assertEqual(commands.lines, ["nice scripts/b c"])
 
 
 class Schedule(InProject):
@@ -140,6 +147,12 @@ class Schedule(InProject):
         for name in checks.CHECKS:
             self.plan[f"check {name}"].work()
             self.assertEqual(commands.seen[-1][-2:], ["scripts/check", name])
+
+    def test_packages_and_programs_for_panels_are_made(self):
+        commands = self.played()
+        self.plan["packages"].work()
+        self.plan["cross build (armhf)"].work()
+        self.assertEqual(commands.lines, ["nice scripts/packages", "nice scripts/cross armhf"])
 
     def test_tests_need_the_builds_that_they_run(self):
         self.write("tests/device/install.bats")
@@ -282,7 +295,7 @@ class Main(InProject):
         old = self.write("build/test/old/x.xml")
         self.assertEqual(self.main(gate), 0)
         self.setups.assert_called_once_with("build", "tools", "demo", "test", "vm", "display",
-                                            "web", "vnc")
+                                            "web", "vnc", "cross", "packages")
         self.assertFalse(old.parent.exists())
         self.assertTrue(self.logs.is_dir())
         self.assertEqual(self.out.splitlines()[:2], ["a ...", "a: 1 passed, 0 failed, 0.0 s"])

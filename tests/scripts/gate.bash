@@ -25,7 +25,7 @@ stand_in() {
 }
 
 # gate_tree: makes the project and goes there. Everything passes: 4 unit tests, 2 device tests in
-# each of three runs, 2 builds, 8 checks.
+# each of three runs, 2 builds and one for panels, packages, 10 checks.
 gate_tree() {
     TREE=$BATS_TEST_TMPDIR/tree
     STUB=$BATS_TEST_TMPDIR/stub
@@ -44,6 +44,12 @@ echo "check $*" >>"$STUB/log"
 ! grep -qxF "$1" "$STUB/fails" || { echo "what $1 found"; exit 1; }
 END
     cp "$STUB/bin/check" scripts/check
+    sed 's/echo "check /echo "cross /' scripts/check >scripts/cross
+    stand_in packages <<'END'
+echo "packages $*" >>"$STUB/log"
+! grep -qxF packages "$STUB/fails" || { echo 'what packages found'; exit 1; }
+END
+    cp "$STUB/bin/packages" scripts/packages
     stand_in cmake <<'END'
 echo "cmake $*" >>"$STUB/log"
 words="$*"
