@@ -18,7 +18,7 @@ from emulated import cuts, packages
 from kxpanel import machine
 from kxpanel.panel import Bench
 from kxpanel.road import Road
-from kxscripts import common
+from kxscripts import common, processes
 from kxscripts.common import ROOT
 
 RESULTS = ROOT / "build" / "test-panel"
@@ -113,8 +113,6 @@ def prepare(options, work):
 
 def need(script, *words):
     """Runs another script of the project, which must succeed. Raises Failed."""
-    # pylint: disable=import-outside-toplevel
-    from kxscripts import processes
     if processes.run([ROOT / script, *words], cwd=ROOT) != 0:
         raise common.Failed(f"{script} {' '.join(words)} failed")
 
@@ -167,6 +165,8 @@ def play(options):
     report = Report()
     for road in roads:
         road.run(report)
+        if Road.interrupted:
+            raise Road.interrupted
     bad = len(report.failures) + len(report.errors)
     common.say(f"{len(roads) - bad} of {len(roads)} roads passed in "
                f"{(time.monotonic() - begin) / 60:.1f} minutes; pictures and logs: {RESULTS}")

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "archive/ArchiveWriter.h"
 #include "archive/Package.h"
+#include "archive/StructureOf.h"
 #include "support/Deadline.h"
 #include "support/Environment.h"
 #include "support/TempDir.h"
@@ -41,18 +42,21 @@ std::vector<ArchiveItem> SomeItems(const TempDir& dir)
 std::vector<std::string> EntriesOf(const std::string& path)
 {
     std::vector<std::string> told;
+    const ZipStructure structure = StructureOf(ReadFile(path));
     zip_t* const archive = zip_open(path.c_str(), ZIP_RDONLY, nullptr);
     for (zip_int64_t i = 0; i < zip_get_num_entries(archive, 0); ++i) {
-        const auto index = static_cast<zip_uint64_t>(i);
+        const auto index = static_cast<std::size_t>(i);
         zip_stat_t info;
         static_cast<void>(zip_stat_index(archive, index, ZIP_FL_ENC_RAW, &info));
         zip_uint8_t system = 0;
         zip_uint32_t attributes = 0;
         zip_file_get_external_attributes(archive, index, 0, &system, &attributes);
         char text[200];
-        static_cast<void>(snprintf(text, sizeof text, "%s %o %x %d %d", info.name, attributes >> 16,
-                                   attributes & 0xffffU, static_cast<int>(info.size),
-                                   info.comp_method));
+        static_cast<void>(
+            snprintf(text, sizeof text, "%s %o %x %d %d", info.name, attributes >> 16,
+                     attributes & 0xffffU, static_cast<int>(info.size),
+                     // On 32-bit systems the library may have a shorter date before it.
+                     static_cast<int>(structure.members.at(index).method)));
         told.emplace_back(text);
     }
     zip_discard(archive);

@@ -17,6 +17,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace kx::io
@@ -48,12 +49,28 @@ std::string Told(const RootedFolder::Standing& standing)
 
 const std::string kNotThere = "missing " + std::to_string(ENOENT);
 
+/// Tells whether the kernel, or what stands for one, has the call that looks names up below a
+/// folder.
+bool KernelLooksUp()
+{
+    return syscall(SYS_openat2, AT_FDCWD, "", nullptr, 0) == 0 || errno != ENOSYS;
+}
+
+constexpr const char* kNoCall = "there is no openat2 here";
+
 } // namespace
 
 /// Everything is looked at both ways.
 class RootedFolders : public ::testing::TestWithParam<RootedFolder::Way>
 {
 protected:
+    void SetUp() override
+    {
+        if (GetParam() == RootedFolder::Way::kKernel && !KernelLooksUp()) {
+            GTEST_SKIP() << kNoCall;
+        }
+    }
+
     [[nodiscard]] std::string Seen(const std::string& path) const
     {
         return Told(Opened().Look(path));
@@ -312,6 +329,9 @@ TEST_P(RootedFolders, ListTheNamesOfAFolder)
 
 TEST(RootedFolder, FindsTheSameBothWays)
 {
+    if (!KernelLooksUp()) {
+        GTEST_SKIP() << kNoCall;
+    }
     const registry::Panel panel;
     const std::vector<std::string> parts = {"a", "b", "l", "m", "f", ".", "..", "", "x"};
     panel.Write("/a/b/f", "1");
@@ -343,6 +363,9 @@ TEST(RootedFolder, FindsTheSameBothWays)
 
 TEST(RootedFolder, AsksTheKernelWhichWayItKnows)
 {
+    if (!KernelLooksUp()) {
+        GTEST_SKIP() << kNoCall;
+    }
     EXPECT_EQ(RootedFolder::AskForWay(), RootedFolder::Way::kKernel);
     for (const int error : {ENOSYS, EPERM}) {
         const Faults faults(Call::kOpenInRoot, {{error}});
@@ -371,6 +394,9 @@ TEST(RootedFolder, NeedsNothingOfTheKernelToWalk)
 
 TEST(RootedFolder, GoesOnWhereThingsAreRenamedMeanwhile)
 {
+    if (!KernelLooksUp()) {
+        GTEST_SKIP() << kNoCall;
+    }
     const registry::Panel panel;
     const RootedFolder root(panel.Root(), RootedFolder::Way::kKernel);
     {
