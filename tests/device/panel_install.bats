@@ -280,15 +280,10 @@ END
 }
 
 @test "a power cut leaves remains, which the next start clears, and a version that counts if it was recorded" {
-    signed demo <<'END'
-root(PackageVersion="3")
-script("#!/bin/sh\necho waiting >/root/ready\nread -r line </root/go\n")
-END
-    signed other <<<"$HELLO"
+    sign_waiting 'root(PackageVersion="3")'
 
-    on_panel --keep 'mkfifo /root/ready /root/go
-        kx-panel install /packages/demo.kx-update >/root/out 2>&1 &
-        read -r line </root/ready; find /var/lib/kx-panel -name UserPackage.kx-project | wc -l'
+    on_panel --keep "$BEGIN_WAITING"'
+        find /var/lib/kx-panel -name UserPackage.kx-project | wc -l'
     expect_out <<<1
 
     on_panel --keep --boot 'find /var/lib/kx-panel -name UserPackage.kx-project | wc -l
