@@ -14,6 +14,8 @@ LENGTH = 30.0  # seconds from the touch of Install to the report, about; drawn m
 class Cuts(Window):
     """Each cut is a road of its own: a panel that has booted, an installation, the end of power."""
 
+    seconds = 600
+
     def moment(self):
         """When the power is cut, in seconds after Install was touched."""
         number = int(self.name().rpartition("-")[2])
@@ -52,7 +54,9 @@ class Cuts(Window):
 
 
 def add_roads(count):
-    """Makes a road for each cut."""
+    """Makes a road for each cut, in the place of those that were made before."""
+    for name in [name for name in vars(Cuts) if name.startswith("test_")]:
+        delattr(Cuts, name)
     for number in range(1, count + 1):
         def road(self):
             """The power is cut at a drawn moment of an installation."""

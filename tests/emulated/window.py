@@ -101,6 +101,8 @@ class Window(Road):
 class Described(Window):
     """A package is installed, the drive is pulled, and the machine restarts with what is new."""
 
+    seconds = 600
+
     def road(self, setting=Setting()):
         """The whole road."""
         stick = self.stick(self.packages.good())
