@@ -20,6 +20,7 @@ function(kx_check_headers target folder library)
   endforeach()
   add_library(${target} OBJECT EXCLUDE_FROM_ALL ${sources})
   target_link_libraries(${target} PRIVATE ${library})
+  target_compile_options(${target} PRIVATE -g0) # nobody runs them
   add_dependencies(kx_headers ${target})
 endfunction()
 

@@ -94,7 +94,8 @@ def run_tests(options):
     folder = build(preset, root, "kx_unit_tests")
     common.say(f"running the unit tests for {options.processor}")
     # The tests start programs of their own, which find the panel's libraries by the variable.
-    status = foreign.run(["ctest", "--preset", preset], cwd=common.ROOT,
+    # The shell, the first process there, takes in what outlives the program that started it.
+    status = foreign.run(["sh", "-c", 'ctest --preset "$1"; exit $?', "sh", preset], cwd=common.ROOT,
                          env=os.environ | {"QEMU_LD_PREFIX": str(root)})
     print(f"Left out: {left_out(folder)} tests that need this computer's tools, the sandboxed device or "
           "limits of system calls, which an emulator of one program does not have; the tests of the "
@@ -119,7 +120,7 @@ def main():
                         help="a folder with the panel's headers and libraries, instead of Debian's; "
                              "KX_SYSROOT in the environment does the same")
     parser.add_argument("--test", action="store_true",
-                        help="build the unit tests instead, and run them; half an hour")
+                        help="build the unit tests instead, and run them; half an hour or more")
     options = parser.parse_args()
     return common.run_script("scripts/cross", lambda: work(options))
 

@@ -12,6 +12,21 @@ setup() {
     panel_setup
 }
 
+# sign_waiting LINE: demo, described by the line and by a script that waits for a word in /root/go, and
+# other, which waits for nothing.
+sign_waiting() {
+    signed demo <<END
+$1
+script("#!/bin/sh\\necho waiting >/root/ready\\nread -r line </root/go\\n")
+END
+    signed other <<<"$HELLO"
+}
+
+# On the panel: kx-panel, whose process is $first, installs demo, and its script waits.
+BEGIN_WAITING='mkfifo /root/ready /root/go
+        kx-panel install /packages/demo.kx-update >/root/out 2>&1 &
+        first=$!; read -r line </root/ready'
+
 @test "a signed package is installed under its signed name, by the panel's own updater, and nothing is left" {
     signed demo <<'END'
 copy_file(item("app", "/opt/demo/app", "755", "program\n"), record=True)
@@ -219,14 +234,9 @@ END
 }
 
 @test "one at a time: while an installation runs, another one is told so, and checks go on" {
-    signed demo <<'END'
-script("#!/bin/sh\necho waiting >/root/ready\nread -r line </root/go\n")
-END
-    signed other <<<"$HELLO"
+    sign_waiting ''
 
-    on_panel 'mkfifo /root/ready /root/go
-        kx-panel install /packages/demo.kx-update >/root/out 2>&1 &
-        first=$!; read -r line </root/ready
+    on_panel "$BEGIN_WAITING"'
         installed other; verdict other; kx-panel status | grep "^at work"
         echo >/root/go; wait "$first"; echo "first: $?"
         installed other'
@@ -241,15 +251,9 @@ END
 }
 
 @test "killed in the middle: while its installer runs nothing is cleared; then it is, and is told" {
-    signed demo <<'END'
-root(PackageVersion="3")
-script("#!/bin/sh\necho waiting >/root/ready\nread -r line </root/go\n")
-END
-    signed other <<<"$HELLO"
+    sign_waiting 'root(PackageVersion="3")'
 
-    on_panel 'mkfifo /root/ready /root/go
-        kx-panel install /packages/demo.kx-update >/root/out 2>&1 &
-        first=$!; read -r line </root/ready
+    on_panel "$BEGIN_WAITING"'
         kill -KILL "$first"; wait "$first" 2>/dev/null; echo "first: $?"
         installed other; find /var/lib/kx-panel -name UserPackage.kx-project | wc -l; ls -A /tmp
         echo >/root/go
@@ -276,15 +280,10 @@ END
 }
 
 @test "a power cut leaves remains, which the next start clears, and a version that counts if it was recorded" {
-    signed demo <<'END'
-root(PackageVersion="3")
-script("#!/bin/sh\necho waiting >/root/ready\nread -r line </root/go\n")
-END
-    signed other <<<"$HELLO"
+    sign_waiting 'root(PackageVersion="3")'
 
-    on_panel --keep 'mkfifo /root/ready /root/go
-        kx-panel install /packages/demo.kx-update >/root/out 2>&1 &
-        read -r line </root/ready; find /var/lib/kx-panel -name UserPackage.kx-project | wc -l'
+    on_panel --keep "$BEGIN_WAITING"'
+        find /var/lib/kx-panel -name UserPackage.kx-project | wc -l'
     expect_out <<<1
 
     on_panel --keep --boot 'find /var/lib/kx-panel -name UserPackage.kx-project | wc -l

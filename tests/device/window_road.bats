@@ -405,6 +405,7 @@ END
 
 # A cp that waits for the user when it has copied a file of the name "last", and keeps its complaints
 # to itself, which come into the log at any place.
+# shellcheck disable=SC2016 # expanded by the script
 CP_THAT_WAITS='#!/bin/sh
 /usr/bin/cp "$@" 2>/dev/null || exit
 case $3 in */last) mkfifo /tmp/go && cat /tmp/go ;; esac'

@@ -5,6 +5,7 @@
 #include "model/DB_FunctionDatas.h"
 #include "model/DB_StepSets.h"
 #include "support/ElfOf.h"
+#include "support/Emulated.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
 
@@ -168,6 +169,9 @@ TEST_F(Layouts, TakeNoFoldersForAPatternOfFiles)
 
 TEST_F(Layouts, TakeFilesBelowTheRootByAPattern)
 {
+    if (IsEmulated()) {
+        GTEST_SKIP() << "an emulator shows other files in the root folder";
+    }
     EXPECT_THAT(ItemsOf(Make(CopyFiles("/et?/passwd", "/t/"))),
                 ElementsAre("/etc/passwd > /t/etc/passwd 644"));
 }

@@ -88,7 +88,8 @@ TEST_F(Places, AToolWhereItWasBuiltFindsTheDeviceOfItsSourcesAndTheReleaseBuilds
 
     EXPECT_EQ(FindDevice("", m_tool), device);
     EXPECT_EQ(FindTrialUpdater("", m_tool), updater);
-    EXPECT_EQ(FindDevice("", m_tool), MakeDevice("build/lib/kx_Updater/device"));
+    const std::string nearer = MakeDevice("build/lib/kx_Updater/device");
+    EXPECT_EQ(FindDevice("", m_tool), nearer);
 }
 
 TEST_F(Places, AnUpdaterBesideAToolThatWasMovedIsNotTakenForTheReleaseBuilds)

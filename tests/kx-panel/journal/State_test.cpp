@@ -26,6 +26,13 @@ std::string OpeningSays(const StatePlace& place)
     return Thrown([&] { const State state(place); });
 }
 
+/// Makes a folder that is open for its owner alone.
+void MakeClosedFolder(const TempDir& dir, const std::string& name)
+{
+    dir.MakeDir(name);
+    ASSERT_EQ(chmod((dir / name).c_str(), 0700), 0);
+}
+
 } // namespace
 
 TEST(State, IsMadeForRootAlone)
@@ -99,8 +106,7 @@ TEST(State, RefusesAFolderThatIsOpenToOthers)
 TEST(State, RefusesALink)
 {
     const TempDir dir;
-    dir.MakeDir("elsewhere");
-    ASSERT_EQ(chmod((dir / "elsewhere").c_str(), 0700), 0);
+    MakeClosedFolder(dir, "elsewhere");
     std::filesystem::create_directory_symlink("elsewhere", dir / "state");
 
     EXPECT_EQ(OpeningSays(PlaceIn(dir)),
@@ -111,8 +117,7 @@ TEST(State, RefusesALink)
 TEST(State, RefusesALinkInThePlaceOfItsLock)
 {
     const TempDir dir;
-    dir.MakeDir("state");
-    ASSERT_EQ(chmod((dir / "state").c_str(), 0700), 0);
+    MakeClosedFolder(dir, "state");
     std::filesystem::create_symlink("../elsewhere", dir / "state/lock");
 
     EXPECT_EQ(OpeningSays(PlaceIn(dir)),
