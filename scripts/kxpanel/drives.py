@@ -72,7 +72,7 @@ def _fill_exfat(partition, files):
     for name, file in files.items():
         command += ["--add", f"{file}:/files/{name}"]
     made = run([*command, "--", "sh", "-c", (
-        "exec 3>&1 >&2; mkdir -p /files; drive=$(drive plug) && mkfs.exfat -q -L KX \"$drive\" && "
+        "exec 3>&1 >&2; mkdir -p /files; drive=$(drive plug) && mkfs.exfat -L KX \"$drive\" && "
         "mount -t exfat \"$drive\" /mnt && cp -R /files/. /mnt && umount /mnt && "
         "gzip -1 <\"$drive\" >&3")], "vm")
     partition.write_bytes(gzip.decompress(made))

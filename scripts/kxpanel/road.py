@@ -27,8 +27,9 @@ class Road(unittest.TestCase):
     bench = None      # set by the runner: kxpanel.panel.Bench
     packages = None   # the packages of the run
     out = None        # the folder for the evidence of the run
-    cuts = 1          # how often a road that does so cuts the power
     seed = 0          # what the drawn moments follow from
+    triple = ""       # what the panel's processor is called by compilers
+    unit_tests = staticmethod(lambda name: "")  # builds a program of the unit tests for the panel
     interrupted = None  # the signal that asked the run to end, if one did
 
     def run(self, result=None):

@@ -18,7 +18,7 @@ from emulated import cuts, packages
 from kxpanel import machine
 from kxpanel.panel import Bench
 from kxpanel.road import Road
-from kxscripts import common, processes
+from kxscripts import common, cross, processes, sysroot
 from kxscripts.common import ROOT
 
 RESULTS = ROOT / "build" / "test-panel"
@@ -107,8 +107,20 @@ def prepare(options, work):
     Road.bench = Bench(image, built / "plugins", work / "booted")
     Road.packages = packages.Packages(image, packages.tools(), built / "kx_Updater",
                                       work / "packages")
+    Road.triple = sysroot.TRIPLES[image.processor]
+    Road.unit_tests = staticmethod(lambda name: test_program(image.processor, name))
     Road.out = work
     Road.seed = options.seed
+
+
+def test_program(processor, name):
+    """Builds a program of the unit tests for a panel; returns its file. Raises Failed."""
+    root = sysroot.find_or_make(processor)
+    folder = cross.build(f"{processor}-tests", root, name)
+    found = list(folder.rglob(name))
+    if len(found) != 1:
+        raise common.Failed(f"there is no program {name} below {folder}")
+    return found[0]
 
 
 def need(script, *words):

@@ -8,28 +8,43 @@ import time
 from emulated.messages import DONE, REMOVE
 from emulated.window import Window
 
-LENGTH = 30.0  # seconds from the touch of Install to the report, about; drawn moments lie in these
-
 
 class Cuts(Window):
     """Each cut is a road of its own: a panel that has booted, an installation, the end of power."""
 
     seconds = 600
 
-    def moment(self):
-        """When the power is cut, in seconds after Install was touched."""
+    length = None  # seconds that the installation takes here, once it was measured
+
+    def part(self):
+        """After which part of the installation the power is cut, from 0 to 1."""
         number = int(self.name().rpartition("-")[2])
-        return random.Random(f"{self.seed} {number}").uniform(0, LENGTH)
+        return random.Random(f"{self.seed} {number}").random()
+
+    def begin(self, panel, stick):
+        """Begins the installation; returns when that was."""
+        self.plug_until_asked(panel, stick)
+        self.touch(panel, "InstallButton")
+        return time.monotonic()
+
+    def measure(self, stick):
+        """Measures an installation that nobody disturbs, once in a run."""
+        if Cuts.length is None:
+            with self.panel() as panel:
+                begin = self.begin(panel, stick)
+                panel.play("wait button OkButton")
+                Cuts.length = time.monotonic() - begin
 
     def cut(self):
         """The road of one cut."""
-        stick = self.stick(self.packages.large(4))
+        package = self.packages.large(4)
+        self.measure(self.stick(package, name="measured"))
+        stick = self.stick(package)
         with self.panel() as panel:
-            self.plug_until_asked(panel, stick)
-            self.touch(panel, "InstallButton")
-            begin, moment = time.monotonic(), self.moment()
-            panel.note(f"the power is cut {moment:.2f} seconds after Install was touched "
-                       f"(--seed {self.seed})")
+            begin = self.begin(panel, stick)
+            moment = self.part() * Cuts.length
+            panel.note(f"the power is cut {moment:.2f} seconds after Install was touched, of "
+                       f"{Cuts.length:.2f} (--seed {self.seed})")
             time.sleep(max(0.0, moment - (time.monotonic() - begin)))
             reached = self.reached(panel)
             panel.cut_power()
@@ -37,8 +52,7 @@ class Cuts(Window):
             self.assert_record_is_true(self.disk(panel, "root"), self.disk(panel, "user"))
             # The drive was pulled before anybody switched the panel on again.
             panel.boot()
-            self.plug_until_asked(panel, stick)
-            self.touch(panel, "InstallButton")
+            self.begin(panel, stick)
             panel.play("wait button OkButton")
             self.says(panel, DONE)
             self.touch(panel, "OkButton")

@@ -147,11 +147,12 @@ class Choosing(unittest.TestCase):
     def test_a_seed_draws_the_same_moments_again(self):
         road = next(one for one in roads.parse([]).known if one.name() == "power-cut-2")
         with mock.patch.object(Road, "seed", 5):
-            first, again = road.moment(), road.moment()
+            first, again = road.part(), road.part()
         with mock.patch.object(Road, "seed", 6):
-            other = road.moment()
+            other = road.part()
         self.assertEqual(first, again)
         self.assertNotEqual(first, other)
+        self.assertTrue(0 <= first < 1)
 
 
 class Saving(unittest.TestCase):
