@@ -318,8 +318,8 @@ class Names(unittest.TestCase):
     def test_each_check_has_its_name(self):
         self.assertEqual({name: check.__name__ for name, check in checks.CHECKS.items()},
                          {name: f"check_{name}" for name in (
-                             "format", "layers", "headers", "spelling", "shell", "odr",
-                             "reproducible", "tidy")})
+                             "format", "layers", "headers", "spelling", "shell", "qt", "needs",
+                             "odr", "reproducible", "tidy")})
 
 
 if __name__ == "__main__":

@@ -239,8 +239,8 @@ class Ending(InProject):
                         ignore=shutil.ignore_patterns("__pycache__"))
         for name, text in (
                 ("check", "A check that finds nothing to look at has failed. positional arguments: "
-                          "CHECK all by default: format, layers, headers, spelling, shell, odr, "
-                          "reproducible, tidy"),
+                          "CHECK all by default: format, layers, headers, spelling, shell, qt, "
+                          "needs, odr, reproducible, tidy"),
                 ("check-reproducible", "are the same bytes"), ("coverage", "below 95 percent"),
                 ("fuzz", "MINUTES [TARGET ...]"), ("test", "Ends with 0 only when")):
             script = shutil.copy(PROJECT / "scripts" / name, self.root / "scripts")

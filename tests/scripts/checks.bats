@@ -228,10 +228,12 @@ output_has() {
 
     check
 
-    expect_failed layers headers odr reproducible tidy -- 'an arrow upwards' \
+    expect_failed layers headers qt needs odr reproducible tidy -- 'an arrow upwards' \
+        'check qt: building the preset tidy failed' \
+        'check needs: building the preset release failed' \
         'check odr: building the preset lto failed' \
         'check reproducible: building the preset release failed'
-    [ "$(grep -c '^== check ' <<<"$output")" -eq 8 ]
+    [ "$(grep -c '^== check ' <<<"$output")" -eq 10 ]
 }
 
 # compiled TARGET FILE...: the compilation database of a build.

@@ -18,6 +18,7 @@ cmake_minimum_required(VERSION 3.25)
 project(small LANGUAGES CXX)
 list(APPEND CMAKE_MODULE_PATH "$ROOT/cmake")
 add_library(kx_test_support INTERFACE)
+set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON) # it has none
 enable_testing()
 include(KxTest)
 kx_add_test(first_test SOURCES first_test.cpp LIBRARIES GTest::gtest_main)

@@ -187,7 +187,7 @@ END
         util-linux xdotool xvfb zip)
     local tests=(bats busybox-static clang clang-format clang-tidy codespell gcovr groff-base jq keyutils
         libarchive-tools libclang-rt-14-dev libfaketime libgmock-dev libgtest-dev man-db opensc openssl p7zip-full
-        procps python3 python3-jsonschema python3-xmlrunner qemu-user shellcheck softhsm2 util-linux zsh)
+        procps python3 python3-clang python3-jsonschema python3-xmlrunner qemu-user shellcheck softhsm2 util-linux zsh)
 
     local machine=(busybox-static cpio dmsetup dosfstools e2fsprogs exfatprogs python3
         qemu-system-x86 util-linux)
@@ -198,6 +198,13 @@ END
     expect_group demo -- "${demo[@]}"
     expect_group test -- "${tests[@]}"
     expect_group bench -- python3 time
+    expect_group cross -- debian-archive-keyring g++-arm-linux-gnueabihf mmdebstrap qemu-user uidmap \
+        util-linux
+    expect_group arm64 -- g++-aarch64-linux-gnu
+    expect_group packages -- "${build[@]}" "${tools[@]}" debhelper dpkg-dev lintian make python3 util-linux
+    expect_group emulator -- arch-test busybox-static cpio debian-archive-keyring dosfstools dpkg \
+        e2fsprogs fdisk imagemagick mmdebstrap mtools openssl python3 qemu-system-arm qemu-utils \
+        tesseract-ocr tesseract-ocr-eng tesseract-ocr-jpn uidmap util-linux
     expect_group rivals -- cpio gzip openssl python3 rauc squashfs-tools swupdate tar
     expect_group display -- socat xserver-xephyr
     expect_group web -- novnc tigervnc-standalone-server websockify
