@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: The kx_Updater authors
 # SPDX-License-Identifier: MIT
-"""The gate: installs what is missing, builds, for the panel's processor and Debian packages as well, and
-runs every test and check. Ends with 0 only when something was tested in every part and all of it passed;
-what was skipped counts as failed. The output and the reports of each part are kept in build/test/."""
+"""The gate: installs what is missing, builds, Debian packages as well, and runs every test and check. Ends
+with 0 only when something was tested in every part and all of it passed; what was skipped counts as
+failed. The output and the reports of each part are kept in build/test/."""
 import argparse
 import fnmatch
 import os
@@ -144,11 +144,9 @@ def schedule():
              needs=(release, asan), after=(panel, unit)),
     ]
     # The device's tests leave a processor free as soon as the reading is over. Two rows side by side:
-    # fetching, configuring and linking take one processor at most. A build for panels lies where
-    # kx-package looks for updaters, so the unit tests of that are over by then.
+    # configuring and linking take one processor at most.
     plan += one_after_the_other(
-        "check tidy", *checks_of("format", "layers", "headers", "spelling", "shell", "qt"),
-        ("cross build (armhf)", "scripts/cross", "armhf"))
+        "check tidy", *checks_of("format", "layers", "headers", "spelling", "shell", "qt"))
     plan += one_after_the_other("check tidy", *checks_of("odr", "needs", "reproducible"))
     return plan
 
@@ -220,8 +218,7 @@ def tell_all(all_done, seconds):
 def work():
     """Does all parts, after what is missing was installed. Returns the exit status."""
     start = time.monotonic()
-    common.setup("build", "tools", "demo", "test", "vm", "display", "web", "vnc", "cross",
-                 "packages")
+    common.setup("build", "tools", "demo", "test", "vm", "display", "web", "vnc", "packages")
     shutil.rmtree(LOGS, ignore_errors=True)
     LOGS.mkdir(parents=True)
     return tell_all(parts.run(schedule(), tell_begun, tell_ended), time.monotonic() - start)

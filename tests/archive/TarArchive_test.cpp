@@ -153,8 +153,9 @@ TEST(TarArchive, TellsTheTimeZero)
     const std::string one = dir.Write("one", "1");
     const std::string bytes = TarOf({{"a", one, 0644}, {"b", one, 0644}});
     constexpr std::size_t kTime = 136; // in a head
+    constexpr std::size_t kSecond = 1024;
     EXPECT_EQ(bytes.substr(kTime, 11), "00000000000");
-    EXPECT_EQ(bytes.substr(2 * 512 + kTime, 11), "00000000000");
+    EXPECT_EQ(bytes.substr(kSecond + kTime, 11), "00000000000");
 }
 
 TEST(TarArchive, MayHoldNothing)

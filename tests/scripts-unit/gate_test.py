@@ -148,11 +148,10 @@ class Schedule(InProject):
             self.plan[f"check {name}"].work()
             self.assertEqual(commands.seen[-1][-2:], ["scripts/check", name])
 
-    def test_packages_and_programs_for_panels_are_made(self):
+    def test_packages_are_made(self):
         commands = self.played()
         self.plan["packages"].work()
-        self.plan["cross build (armhf)"].work()
-        self.assertEqual(commands.lines, ["nice scripts/packages", "nice scripts/cross armhf"])
+        self.assertEqual(commands.lines, ["nice scripts/packages"])
 
     def test_tests_need_the_builds_that_they_run(self):
         self.write("tests/device/install.bats")
@@ -295,7 +294,7 @@ class Main(InProject):
         old = self.write("build/test/old/x.xml")
         self.assertEqual(self.main(gate), 0)
         self.setups.assert_called_once_with("build", "tools", "demo", "test", "vm", "display",
-                                            "web", "vnc", "cross", "packages")
+                                            "web", "vnc", "packages")
         self.assertFalse(old.parent.exists())
         self.assertTrue(self.logs.is_dir())
         self.assertEqual(self.out.splitlines()[:2], ["a ...", "a: 1 passed, 0 failed, 0.0 s"])
