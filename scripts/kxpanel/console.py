@@ -6,6 +6,7 @@ import re
 import secrets
 import threading
 
+from kxpanel import links
 from kxscripts.common import Failed
 
 PATIENCE = 60  # seconds for a command
@@ -134,12 +135,7 @@ class Console:
 
     def close(self):
         """Ends the link."""
-        try:
-            self._connection.shutdown(2)
-        except OSError:
-            pass
-        self._reader.join()
-        self._connection.close()
+        links.end(self._connection, self._reader)
         self._log.close()
 
 

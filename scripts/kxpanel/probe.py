@@ -8,6 +8,7 @@ import socket
 import threading
 
 from kxoperate.probe import Observer
+from kxpanel import links
 
 PORT = "/dev/virtio-ports/kx.probe"  # on the panel; what KX_PROBE names
 
@@ -68,11 +69,6 @@ class RelayedProbe(Observer):
 
     def close(self):
         """Ends the link."""
-        try:
-            self._connection.shutdown(2)
-        except OSError:
-            pass
-        self._reader.join()
-        self._connection.close()
+        links.end(self._connection, self._reader)
         os.close(self._woken)
         os.close(self._waker)

@@ -6,6 +6,7 @@ import json
 import threading
 import time
 
+from kxpanel import links
 from kxscripts.common import Failed
 
 PATIENCE = 60  # seconds for an answer
@@ -120,9 +121,4 @@ class Monitor:
 
     def close(self):
         """Ends the link."""
-        try:
-            self._connection.shutdown(2)
-        except OSError:
-            pass
-        self._reader.join()
-        self._connection.close()
+        links.end(self._connection, self._reader)
