@@ -5,10 +5,9 @@ on the terminal. What the panel writes is gone afterwards."""
 import os
 import re
 
-from kxpanel.machine import EMULATORS
+from kxpanel.machine import board
 from kxscripts.common import Failed
 
-OVERHEAD = 3072  # MiB of address space that the emulator needs besides the panel's memory
 PLUG = "device_add usb-storage,id=stick,drive=stick,bus=usb.0,removable=on"
 PULL = "device_del stick"
 HINT = f"""The serial line of the panel is here, a root shell. Ctrl-a c leads to the emulator's monitor and back,
@@ -32,14 +31,7 @@ def command(image, display, size, drive=None):
     display   where the screen is shown, as the emulator's option -display says it
     size      of the screen in pixels
     drive     the file of a drive that can be plugged in, or None"""
-    width, height = size
-    append = re.sub(r"\bvideo=\S+", f"video={width}x{height}", image.append)
-    words = ["prlimit", "--core=0", f"--as={OVERHEAD << 20}", "--", EMULATORS[image.processor],
-             *image.machine, "-accel", "tcg,thread=multi", "-nodefaults", "-no-user-config",
-             "-nic", "none", "-display", display, "-serial", "mon:stdio",
-             "-kernel", str(image.kernel), "-initrd", str(image.initrd), "-append", append,
-             "-device", f"virtio-gpu-pci,xres={width},yres={height}",
-             "-device", "qemu-xhci,id=usb", "-device", "usb-tablet,bus=usb.0"]
+    words = [*board(image, size), "-display", display, "-serial", "mon:stdio"]
     for serial, file in image.drives.items():
         words += ["-drive", f"if=none,id={serial},format=raw,snapshot=on,file={file}",
                   "-device", f"virtio-blk-device,drive={serial},serial={serial}"]

@@ -75,6 +75,21 @@ def make_overlays(image, folder):
     return overlays
 
 
+def board(image, size):
+    """The beginning of the emulator's command line: the board, its kernel, a screen of a size in pixels,
+    pointer and sockets for USB drives, with a bound on the memory of the emulator itself."""
+    width, height = size
+    memory = int(re.search(r"-m (\d+)", " ".join(image.machine) + " -m 512")[1])
+    append = re.sub(r"\bvideo=\S+", "", image.append) + f" video={width}x{height}"
+    return ["prlimit", "--core=0", f"--as={(memory + TRANSLATED + OVERHEAD) << 20}", "--",
+            EMULATORS[image.processor], *image.machine, "-accel", f"tcg,thread=multi,tb-size={TRANSLATED}",
+            "-nodefaults", "-no-user-config", "-nic", "none",
+            "-kernel", str(image.kernel), "-initrd", str(image.initrd),
+            "-append", " ".join(append.split()),
+            "-device", f"virtio-gpu-pci,xres={width},yres={height}",
+            "-device", "qemu-xhci,id=usb", "-device", "usb-tablet,bus=usb.0"]
+
+
 class Machine:
     """A panel that is on from start() to stop(), cut_power() or its own end.
 
@@ -100,19 +115,9 @@ class Machine:
         numbers   the descriptor of each link
         loaded    the saved state to begin with; None: the panel starts"""
         image = self._image
-        memory = int(re.search(r"-m (\d+)", " ".join(image.machine) + " -m 512")[1])
-        width, height = self._size
-        append = re.sub(r"\bvideo=\S+", "", image.append) + f" video={width}x{height}"
-        words = ["prlimit", "--core=0", f"--as={(memory + TRANSLATED + OVERHEAD) << 20}", "--",
-                 EMULATORS[image.processor], *image.machine,
-                 "-accel", f"tcg,thread=multi,tb-size={TRANSLATED}",
-                 "-nodefaults", "-no-user-config", "-nic", "none", "-display", "none",
+        words = [*board(image, self._size), "-display", "none",
                  "-sandbox", "on,obsolete=deny,elevateprivileges=deny,spawn=deny",
-                 "-kernel", str(image.kernel), "-initrd", str(image.initrd),
-                 "-append", " ".join(append.split()),
-                 "-device", f"virtio-gpu-pci,xres={width},yres={height}",
-                 "-device", "virtio-serial-pci", "-device", "qemu-xhci,id=usb",
-                 "-device", "usb-tablet,bus=usb.0"]
+                 "-device", "virtio-serial-pci"]
         for name, number in numbers.items():
             words += ["-chardev", f"socket,id={name},fd={number}"]
         words += ["-mon", "chardev=monitor,mode=control", "-serial", "chardev:console",

@@ -12,7 +12,7 @@ from typing import NamedTuple
 
 from kxoperate.script import Player, ScriptError
 from kxpanel.drives import run
-from kxpanel.machine import TOOLS, Machine, make_overlays
+from kxpanel.machine import TOOLS, Machine, board, make_overlays
 from kxpanel.probe import PORT
 from kxpanel.screen import letters
 from kxscripts.common import Failed
@@ -161,7 +161,7 @@ class Bench:
     def _key(self, setting):
         """What a saved panel depends on."""
         parts = [self._plugin.read_bytes(), repr((setting, self.image)).encode(), EQUIP.encode(),
-                 SPEAK.encode()]
+                 SPEAK.encode(), repr(board(self.image, setting.size)).encode()]
         for file in (self.image.kernel, self.image.initrd, *self.image.drives.values()):
             found = file.stat()
             parts.append(f"{file} {found.st_size} {found.st_mtime_ns}".encode())

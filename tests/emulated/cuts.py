@@ -5,7 +5,6 @@ is installed, and take the package again."""
 import random
 import time
 
-from emulated.messages import DONE, REMOVE
 from emulated.window import Window
 
 
@@ -52,11 +51,8 @@ class Cuts(Window):
             self.assert_record_is_true(self.disk(panel, "root"), self.disk(panel, "user"))
             # The drive was pulled before anybody switched the panel on again.
             panel.boot()
-            self.begin(panel, stick)
-            panel.play("wait button OkButton")
-            self.says(panel, DONE)
-            self.touch(panel, "OkButton")
-            self.says(panel, REMOVE)
+            self.plug_until_asked(panel, stick)
+            self.install_until_removal(panel)
             panel.power_off()
             self.assert_installed(panel, ballast=True)
 

@@ -5,7 +5,7 @@ of it."""
 import time
 
 from emulated import packages as contents
-from emulated.messages import DAMAGED, DONE, FAILED, NONE, REMOVE, SEVERAL
+from emulated.messages import DAMAGED, FAILED, NONE, REMOVE, SEVERAL
 from emulated.window import RECORDS, Window
 from kxpanel.drives import Kind, listing
 
@@ -140,11 +140,7 @@ class Drives(Window):
         stick = self.stick(self.packages.good(), kind=Kind("exfat"))
         with self.panel() as panel:
             self.plug_until_asked(panel, stick)
-            self.touch(panel, "InstallButton")
-            panel.play("wait button OkButton")
-            self.says(panel, DONE)
-            self.touch(panel, "OkButton")
-            self.says(panel, REMOVE)
+            self.install_until_removal(panel)
             panel.pull()
             panel.play("wait button RebootButton")
             panel.power_off()
@@ -172,11 +168,7 @@ class Drives(Window):
             self.wait_for_drive(panel, "sda1")
             self.plug_until_asked(panel, stick)
             self.assertIn("/dev/sdb1 /mnt/usb ", panel.console.check("cat /proc/mounts"))
-            self.touch(panel, "InstallButton")
-            panel.play("wait button OkButton")
-            self.says(panel, DONE)
-            self.touch(panel, "OkButton")
-            self.says(panel, REMOVE)
+            self.install_until_removal(panel)
             panel.pull()
             time.sleep(NOTHING)
             panel.play("wait no-button RebootButton")

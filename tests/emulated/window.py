@@ -37,6 +37,14 @@ class Window(Road):
             self.reads(panel, captions[name], name)
             panel.play(f"press {name}")
 
+    def install_until_removal(self, panel):
+        """From the question to the message that asks for the drive's removal; the package installs."""
+        self.touch(panel, "InstallButton")
+        panel.play("wait button OkButton")
+        self.says(panel, DONE)
+        self.touch(panel, "OkButton")
+        self.says(panel, REMOVE)
+
     def pull_and_restart(self, panel):
         """From the message that asks for the drive's removal to the restarted machine."""
         self.says(panel, REMOVE)

@@ -11,7 +11,8 @@ import unittest
 from types import SimpleNamespace
 from unittest import mock
 
-from kxpanel import road as road_module, roads
+from kxpanel import panel as panel_module, road as road_module, roads
+from kxpanel.machine import Image
 from kxpanel.panel import Bench, Setting
 from kxpanel.road import Road
 from kxscripts.common import Failed
@@ -167,9 +168,8 @@ class Saving(unittest.TestCase):
         self.plugin.write_bytes(b"one")
         for name in ("kernel", "initrd", "root.img"):
             (self.folder / name).write_bytes(b"x")
-        self.image = SimpleNamespace(processor="armhf", kernel=self.folder / "kernel",
-                                     initrd=self.folder / "initrd",
-                                     drives={"root": self.folder / "root.img"})
+        self.image = Image("armhf", self.folder / "kernel", self.folder / "initrd", "quiet",
+                           {"root": self.folder / "root.img"}, ["-M", "virt"], self.folder / "key.pem")
 
     def booted(self, setting=Setting()):
         """Whether a bench boots a panel for a setting."""
@@ -187,6 +187,8 @@ class Saving(unittest.TestCase):
         (self.folder / "root.img").write_bytes(b"other")
         self.assertTrue(self.booted())
         self.assertFalse(self.booted())
+        with mock.patch.object(panel_module, "board", lambda image, size: ["another board"]):
+            self.assertTrue(self.booted())
 
     def test_one_that_did_not_boot_is_not_taken_for_saved(self):
         bench = Bench(self.image, self.folder, self.folder / "work")
