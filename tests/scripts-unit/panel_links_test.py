@@ -103,6 +103,8 @@ class Shell(Links):
 
         with self.assertRaisesRegex(ConsoleError, "ended with 3: echo no; exit 3\nno\n"):
             self.console.check("echo no; exit 3")
+        with self.assertRaisesRegex(ConsoleError, "ended with 1: false"):
+            self.console.check("false")
 
     def test_a_command_that_takes_too_long_is_told(self):
         self.start_shell()

@@ -85,6 +85,7 @@ class Making(InCaches):
         if target is not None:
             folder = pathlib.Path(target.partition("=")[2]) / "usr"
             folder.mkdir()
+            self.unpacked = folder.parent.stat().st_ino
             (folder / "libm.so").symlink_to("/lib/libm.so.6")
 
     def test_it_is_fetched_with_mounts_of_its_own_and_unpacked(self):
@@ -99,6 +100,9 @@ class Making(InCaches):
         self.assertIn(" tar --extract ", unpack)
         self.assertEqual(sorted(path.name for path in self.folder.iterdir()),
                          [made.name, "armhf.lock"])
+
+    def test_it_takes_its_place_as_a_whole(self):
+        self.assertEqual(sysroot.find_or_make("armhf").stat().st_ino, self.unpacked)
 
     def test_it_is_made_once(self):
         sysroot.find_or_make("armhf")
